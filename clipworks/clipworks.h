@@ -1,0 +1,10 @@
+#pragma once
+
+/// All operations of the library, and what a host needs to use them: where outputs go, and the queue that results
+/// arrive on.
+
+#include <clipworks/filedeck/FileSystem.h>
+#include <clipworks/foundation/HEVCSupport.h>
+#include <clipworks/foundation/VideoCompressorPreset.h>
+#include <clipworks/looper/VideoLooperUtils.h>
+#include <clipworks/media/dispatch/DispatchQueue.h>

@@ -1,0 +1,53 @@
+#include <clipworks/engine/FileHandle.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace clipworks::engine {
+
+Expected<std::shared_ptr<const FileHandle>> FileHandle::openForReading(const std::filesystem::path& path) {
+  const std::string name = path.filename().string();
+  // Without O_NONBLOCK, opening a pipe of that name would wait for its writer.
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+  if (descriptor < 0) {
+    const int code = errno;
+    return failed(ErrorKind::unreadable, name + " cannot be opened: " + std::strerror(code), code);
+  }
+  auto handle = std::make_shared<const FileHandle>(descriptor);
+  struct stat facts {};
+  if (::fstat(descriptor, &facts) != 0) {
+    const int code = errno;
+    return failed(ErrorKind::unreadable, name + " cannot be read: " + std::strerror(code), code);
+  }
+  if (S_ISDIR(facts.st_mode)) return failed(ErrorKind::unreadable, name + " is a directory", EISDIR);
+  if (!S_ISREG(facts.st_mode)) return failed(ErrorKind::unreadable, name + " is not a regular file");
+  if (facts.st_size == 0) return failed(ErrorKind::notMedia, name + " is empty");
+  return handle;
+}
+
+FileHandle::~FileHandle() {
+  if (descriptor_ >= 0) ::close(descriptor_);
+}
+
+std::int64_t FileHandle::size() const {
+  struct stat facts {};
+  return ::fstat(descriptor_, &facts) == 0 ? static_cast<std::int64_t>(facts.st_size) : 0;
+}
+
+std::int64_t FileHandle::readAt(std::int64_t offset, std::uint8_t* bytes, std::int64_t length) const {
+  std::int64_t done = 0;
+  while (done < length) {
+    const ssize_t count = ::pread(descriptor_, bytes + done, static_cast<std::size_t>(length - done), offset + done);
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return -1;
+    if (count == 0) break;
+    done += count;
+  }
+  return done;
+}
+
+}  // namespace clipworks::engine

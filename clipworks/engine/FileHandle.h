@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include <clipworks/engine/Error.h>
+
+namespace clipworks::engine {
+
+/// An open descriptor, closed at the end. Reads and writes carry their own offset, so that several readers share one.
+class FileHandle {
+ public:
+  /// Opens an existing regular file for reading. Fails with a sentence that names it.
+  [[nodiscard]] static Expected<std::shared_ptr<const FileHandle>> openForReading(const std::filesystem::path& path);
+
+  explicit FileHandle(int descriptor) : descriptor_(descriptor) {}
+  FileHandle(FileHandle&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+  FileHandle& operator=(FileHandle&&) = delete;
+  FileHandle(const FileHandle&) = delete;
+  FileHandle& operator=(const FileHandle&) = delete;
+  ~FileHandle();
+
+  [[nodiscard]] int descriptor() const { return descriptor_; }
+  [[nodiscard]] std::int64_t size() const;
+
+  /// Reads up to `length` bytes at `offset`; fewer only at the end of the file. -1 with `errno` on failure.
+  [[nodiscard]] std::int64_t readAt(std::int64_t offset, std::uint8_t* bytes, std::int64_t length) const;
+
+ private:
+  int descriptor_;
+};
+
+}  // namespace clipworks::engine

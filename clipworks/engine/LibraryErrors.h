@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+
+#include <clipworks/engine/Error.h>
+
+namespace clipworks::engine {
+
+/// The codec libraries' own words for one of their negative codes.
+[[nodiscard]] std::string libraryErrorText(int code);
+
+/// Turns a negative code of the codec libraries into an `Error`. `what` begins the sentence ("clip.mp4 cannot be
+/// opened"), the library's reason ends it. System errors keep their `errno` value.
+[[nodiscard]] Error libraryError(int code, const std::string& what, ErrorKind otherwise = ErrorKind::damaged);
+
+/// The libraries print to standard error on their own; quiets them once for the process.
+void quietLibraries();
+
+}  // namespace clipworks::engine

@@ -1,0 +1,90 @@
+#include <clipworks/engine/input/InputContext.h>
+
+#include <cerrno>
+#include <cstdio>
+
+#include <clipworks/engine/LibraryErrors.h>
+
+namespace clipworks::engine {
+namespace {
+
+constexpr int ioBufferBytes = 256 * 1024;
+
+// Containers that people record and edit; everything else, playlists and scripts above all, is refused.
+constexpr const char* knownContainers =
+    "mov,mp4,m4a,3gp,3g2,mj2,matroska,webm,avi,mpegts,mpeg,asf,flv,wav,w64,aiff,caf,mp3,aac,flac,ogg,amr";
+
+int refuseNestedFile(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) { return AVERROR(EACCES); }
+
+}  // namespace
+
+void InputContext::CloseBytes::operator()(AVIOContext* bytes) const {
+  av_freep(&bytes->buffer);
+  avio_context_free(&bytes);
+}
+
+int InputContext::readBytes(void* opaque, std::uint8_t* buffer, int length) {
+  auto* bytes = static_cast<Bytes*>(opaque);
+  const std::int64_t count = bytes->file->readAt(bytes->offset, buffer, length);
+  if (count < 0) return AVERROR(errno);
+  if (count == 0) return AVERROR_EOF;
+  bytes->offset += count;
+  return static_cast<int>(count);
+}
+
+std::int64_t InputContext::seekBytes(void* opaque, std::int64_t offset, int whence) {
+  auto* bytes = static_cast<Bytes*>(opaque);
+  switch (whence & ~AVSEEK_FORCE) {
+    case AVSEEK_SIZE:
+      return bytes->file->size();
+    case SEEK_SET:
+      break;
+    case SEEK_CUR:
+      offset += bytes->offset;
+      break;
+    case SEEK_END:
+      offset += bytes->file->size();
+      break;
+    default:
+      return AVERROR(EINVAL);
+  }
+  if (offset < 0) return AVERROR(EINVAL);
+  bytes->offset = offset;
+  return offset;
+}
+
+Expected<InputContext> InputContext::open(std::shared_ptr<const FileHandle> file, const std::string& name) {
+  quietLibraries();
+  InputContext input;
+  input.bytes_ = std::make_unique<Bytes>(Bytes{std::move(file), 0});
+  auto* buffer = static_cast<std::uint8_t*>(av_malloc(ioBufferBytes));
+  if (buffer == nullptr) return failed(ErrorKind::outOfMemory, "out of memory while opening " + name);
+  input.io_.reset(avio_alloc_context(buffer, ioBufferBytes, 0, input.bytes_.get(), readBytes, nullptr, seekBytes));
+  AVFormatContext* context = avformat_alloc_context();
+  if (input.io_ == nullptr || context == nullptr) {
+    avformat_free_context(context);
+    return failed(ErrorKind::outOfMemory, "out of memory while opening " + name);
+  }
+  context->pb = input.io_.get();
+  context->io_open = refuseNestedFile;
+  context->max_streams = 256;
+
+  AVDictionary* options = nullptr;
+  av_dict_set(&options, "ignore_editlist", "1", 0);
+  av_dict_set(&options, "advanced_editlist", "0", 0);
+  av_dict_set(&options, "format_whitelist", knownContainers, 0);
+  av_dict_set(&options, "protocol_whitelist", "none", 0);
+  const int opened = avformat_open_input(&context, nullptr, nullptr, &options);  // frees the context when it fails
+  av_dict_free(&options);
+  if (opened < 0) return tl::make_unexpected(libraryError(opened, name + " is not readable media"));
+  input.context_.reset(context);
+  return input;
+}
+
+void InputContext::keepOnly(int streamIndex) {
+  for (unsigned i = 0; i < context_->nb_streams; ++i) {
+    context_->streams[i]->discard = static_cast<int>(i) == streamIndex ? AVDISCARD_DEFAULT : AVDISCARD_ALL;
+  }
+}
+
+}  // namespace clipworks::engine

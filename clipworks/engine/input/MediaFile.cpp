@@ -1,0 +1,303 @@
+#include <clipworks/engine/input/MediaFile.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include <clipworks/engine/LibraryErrors.h>
+#include <clipworks/engine/Limits.h>
+
+namespace clipworks::engine {
+namespace {
+
+// Samples of delay that QuickTime movies leave in an AAC track without saying so.
+constexpr std::int64_t implicitQuickTimeDelay = 2112;
+
+constexpr std::int64_t probeBytes = 8LL << 20;
+
+bool beginsLikeMovie(const FileHandle& file) {
+  std::array<std::uint8_t, 8> head{};
+  if (file.readAt(0, head.data(), head.size()) != static_cast<std::int64_t>(head.size())) return false;
+  static constexpr std::array<const char*, 9> kinds = {"ftyp", "moov", "mdat", "free", "skip",
+                                                       "wide", "moof", "pnot", "styp"};
+  return std::any_of(kinds.begin(), kinds.end(), [&](const char* k) { return std::memcmp(&head[4], k, 4) == 0; });
+}
+
+const MovieBoxes::Track* findTrack(const std::optional<MovieBoxes>& boxes, int id) {
+  if (!boxes) return nullptr;
+  for (const auto& track : boxes->tracks) {
+    if (static_cast<int>(track.id) == id) return &track;
+  }
+  return nullptr;
+}
+
+std::array<double, 6> transformFromMatrix(const std::array<std::int32_t, 9>& m) {
+  // Rows a b u / c d v / x y w in 16.16, u v w in 2.30: ISO/IEC 14496-12, 8.3.2.
+  const auto fixed = [](std::int32_t v) { return static_cast<double>(v) / 65536.0; };
+  return {fixed(m[0]), fixed(m[1]), fixed(m[3]), fixed(m[4]), fixed(m[6]), fixed(m[7])};
+}
+
+void describePictures(StreamFacts& facts, const AVStream& stream, const MovieBoxes::Track* track) {
+  const AVCodecParameters& p = *stream.codecpar;
+  facts.codedWidth = p.width;
+  facts.codedHeight = p.height;
+  AVRational aspect = stream.sample_aspect_ratio.num > 0 ? stream.sample_aspect_ratio : p.sample_aspect_ratio;
+  double width = p.width;
+  double height = p.height;
+  if (track != nullptr && track->pixelAspect && (*track->pixelAspect)[0] > 0 && (*track->pixelAspect)[1] > 0) {
+    const auto& spacing = *track->pixelAspect;
+    av_reduce(&aspect.num, &aspect.den, spacing[0], spacing[1], INT32_MAX);
+  }
+  if (track != nullptr && track->cleanAperture) {
+    const auto& clap = *track->cleanAperture;
+    if (clap[0] > 0 && clap[1] > 0 && clap[2] > 0 && clap[3] > 0) {
+      width = std::min(width, static_cast<double>(clap[0]) / clap[1]);
+      height = std::min(height, static_cast<double>(clap[2]) / clap[3]);
+    }
+  }
+  if (aspect.num > 0 && aspect.den > 0) {
+    facts.pixelAspect = {aspect.num, aspect.den};
+    width = width * aspect.num / aspect.den;
+  }
+  facts.naturalWidth = width;
+  facts.naturalHeight = height;
+  if (const auto* pixels = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(p.format))) {
+    facts.bitDepth = pixels->comp[0].depth;
+    facts.is420 = pixels->nb_components >= 3 && pixels->log2_chroma_w == 1 && pixels->log2_chroma_h == 1;
+  }
+  facts.progressive = p.field_order == AV_FIELD_PROGRESSIVE || p.field_order == AV_FIELD_UNKNOWN;
+  facts.highDynamicRange = p.color_trc == AVCOL_TRC_SMPTE2084 || p.color_trc == AVCOL_TRC_ARIB_STD_B67;
+  const bool hasMatrix = track != nullptr && track->matrix != std::array<std::int32_t, 9>{};
+  if (hasMatrix) {
+    facts.transform = transformFromMatrix(track->matrix);
+  } else if (const auto* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr)) {
+    std::array<std::int32_t, 9> m{};
+    std::memcpy(m.data(), matrix, sizeof m);
+    facts.transform = transformFromMatrix(m);
+  }
+}
+
+// The edit says where the sound proper begins; where none does, iTunSMPB or the implicit delay does.
+std::int64_t encoderDelay(const StreamFacts& facts, const AVFormatContext& context, const AVStream& stream,
+                          const std::optional<MovieBoxes>& boxes) {
+  if (!boxes || stream.codecpar->codec_id != AV_CODEC_ID_AAC) return 0;
+  if (facts.edits.empty()) return boxes->gapless ? boxes->gapless->delay : 0;
+  const auto media = std::find_if(facts.edits.begin(), facts.edits.end(), [](const auto& e) { return e.mediaTime >= 0; });
+  if (media == facts.edits.end() || media->mediaTime != 0 || boxes->timescale == 0) return 0;
+  const auto* brand = av_dict_get(context.metadata, "major_brand", nullptr, 0);
+  const bool quickTime = brand == nullptr || std::strncmp(brand->value, "qt", 2) == 0;
+  const std::int64_t needed = av_rescale(static_cast<std::int64_t>(media->duration), facts.timescale, boxes->timescale);
+  return quickTime && facts.duration - needed >= implicitQuickTimeDelay ? implicitQuickTimeDelay : 0;
+}
+
+}  // namespace
+
+Expected<std::shared_ptr<const MediaFile>> MediaFile::open(const std::filesystem::path& path) {
+  std::shared_ptr<MediaFile> file(new MediaFile());
+  file->name_ = path.filename().string();
+  auto handle = FileHandle::openForReading(path);
+  if (!handle) return tl::make_unexpected(handle.error());
+  file->handle_ = *handle;
+  if (auto loaded = file->load(); !loaded) return tl::make_unexpected(loaded.error());
+  return file;
+}
+
+Expected<void> MediaFile::load() {
+  if (beginsLikeMovie(*handle_)) {
+    auto boxes = readMovieBoxes(handle_->descriptor());
+    if (!boxes) {
+      Error error = boxes.error();
+      error.sentence = name_ + ": " + error.sentence;
+      return tl::make_unexpected(error);
+    }
+    boxes_ = std::move(*boxes);
+  }
+  auto input = InputContext::open(handle_, name_);
+  if (!input) return tl::make_unexpected(input.error());
+  AVFormatContext& context = *input->get();
+  context.probesize = probeBytes;
+  if (const int code = avformat_find_stream_info(&context, nullptr); code < 0) {
+    return tl::make_unexpected(libraryError(code, name_ + " holds streams that cannot be read"));
+  }
+  for (unsigned i = 0; i < context.nb_streams && streams_.size() < limits::maxTracks; ++i) {
+    describeStream(context, static_cast<int>(i));
+  }
+  for (const AVDictionaryEntry* entry = nullptr;
+       (entry = av_dict_get(context.metadata, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr;) {
+    metadata_[entry->key] = entry->value;
+  }
+  describeDuration(context);
+  if (duration_ <= 0) return measureByPackets();
+  return {};
+}
+
+void MediaFile::describeStream(const AVFormatContext& context, int index) {
+  const AVStream& stream = *context.streams[index];
+  const AVCodecParameters& p = *stream.codecpar;
+  const bool video = p.codec_type == AVMEDIA_TYPE_VIDEO;
+  if (!video && p.codec_type != AVMEDIA_TYPE_AUDIO) return;
+  if ((stream.disposition & (AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS)) != 0) return;
+  if (video && (p.width <= 0 || p.height <= 0 || p.width > limits::maxPictureSide || p.height > limits::maxPictureSide))
+    return;
+  if (!video && (p.sample_rate <= 0 || p.sample_rate > limits::maxSampleRate || p.ch_layout.nb_channels <= 0 ||
+                 p.ch_layout.nb_channels > limits::maxChannels))
+    return;
+
+  StreamFacts facts;
+  facts.index = index;
+  facts.trackID = boxes_ && stream.id > 0 ? stream.id : index + 1;
+  facts.kind = video ? StreamKind::video : StreamKind::audio;
+  facts.codec = avcodec_get_name(p.codec_id);
+  facts.timescale = stream.time_base.den;
+  facts.bitRate = p.bit_rate;
+  facts.duration = stream.duration == AV_NOPTS_VALUE ? 0 : stream.duration * stream.time_base.num;
+  const auto* track = boxes_ ? findTrack(boxes_, stream.id) : nullptr;
+  if (track != nullptr) {
+    facts.edits = track->edits;
+    facts.sampleDescriptions = track->sampleDescriptions;
+    if (!boxes_->fragmented && track->sampleCount == 0) return;
+  }
+  if (video) {
+    describePictures(facts, stream, track);
+  } else {
+    facts.channels = p.ch_layout.nb_channels;
+    facts.sampleRate = p.sample_rate;
+    facts.encoderDelay = encoderDelay(facts, context, stream, boxes_);
+  }
+  CodecParameters copy = owned<CodecParameters>(avcodec_parameters_alloc());
+  if (avcodec_parameters_copy(copy.get(), &p) < 0) return;
+  parameters_[index] = std::move(copy);
+  streams_.push_back(std::move(facts));
+}
+
+void MediaFile::describeDuration(const AVFormatContext& context) {
+  if (boxes_ && boxes_->timescale > 0 && boxes_->timescale <= INT32_MAX) {
+    const std::uint64_t length = boxes_->duration > 0 ? boxes_->duration : boxes_->fragmentsDuration;
+    if (length > 0 && length <= static_cast<std::uint64_t>(INT64_MAX)) {
+      duration_ = static_cast<std::int64_t>(length);
+      timescale_ = static_cast<std::int32_t>(boxes_->timescale);
+      return;
+    }
+  }
+  const bool guessed = context.duration_estimation_method == AVFMT_DURATION_FROM_BITRATE;
+  if (context.duration > 0 && !guessed && !(boxes_ && boxes_->fragmented)) duration_ = context.duration;  // AV_TIME_BASE
+}
+
+// A recorder's file without a length, or fragments: its packets tell where it ends.
+Expected<void> MediaFile::measureByPackets() {
+  auto input = InputContext::open(handle_, name_);
+  if (!input) return tl::make_unexpected(input.error());
+  avformat_find_stream_info(input->get(), nullptr);
+  Packet packet = makePacket();
+  std::int64_t end = 0;
+  while (av_read_frame(input->get(), packet.get()) >= 0) {
+    const AVRational base = input->get()->streams[packet->stream_index]->time_base;
+    if (packet->pts != AV_NOPTS_VALUE && parameters_.count(packet->stream_index) != 0) {
+      const std::int64_t length = std::max<std::int64_t>(packet->duration, 0);
+      end = std::max(end, av_rescale_q(packet->pts + length, base, AVRational{1, timescale_}));
+    }
+    av_packet_unref(packet.get());
+  }
+  duration_ = end;
+  return {};
+}
+
+const StreamFacts& MediaFile::stream(int index) const {
+  return *std::find_if(streams_.begin(), streams_.end(), [index](const StreamFacts& s) { return s.index == index; });
+}
+
+const AVCodecParameters& MediaFile::parameters(int index) const { return *parameters_.at(index); }
+
+Expected<InputContext> MediaFile::openStream(int index) const {
+  auto input = InputContext::open(handle_, name_);
+  if (!input) return input;
+  if (static_cast<unsigned>(index) >= input->get()->nb_streams) {
+    // Containers without a header list their streams only as packets come.
+    avformat_find_stream_info(input->get(), nullptr);
+  }
+  if (static_cast<unsigned>(index) >= input->get()->nb_streams) {
+    return failed(ErrorKind::damaged, name_ + " changed while it was read");
+  }
+  input->keepOnly(index);
+  return input;
+}
+
+Expected<std::shared_ptr<const SampleTable>> MediaFile::sampleTable(int index) const {
+  const std::lock_guard lock(tablesMutex_);
+  if (const auto known = tables_.find(index); known != tables_.end()) return known->second;
+  auto built = buildTable(index);
+  if (!built) return tl::make_unexpected(built.error());
+  auto table = std::make_shared<const SampleTable>(std::move(*built));
+  tables_[index] = table;
+  return table;
+}
+
+namespace {
+
+// Expands `stts` and `ctts` beside the demuxer's index, which knows place, size and access points but no presentation
+// times. Nothing when they contradict each other, or the index is not the whole track.
+std::optional<SampleTable> tableFromIndex(AVStream& stream, const MovieBoxes::Track& track) {
+  const int count = avformat_index_get_entries_count(&stream);
+  if (count <= 0 || static_cast<std::uint64_t>(count) != track.sampleCount) return std::nullopt;
+  std::vector<Sample> samples(static_cast<std::size_t>(count));
+  std::size_t at = 0;
+  std::int64_t decode = 0;
+  for (const auto& run : track.sampleLengths) {
+    for (std::uint32_t i = 0; i < run.count && at < samples.size(); ++i, ++at) {
+      samples[at].decode = decode;
+      samples[at].presentation = decode;
+      decode += run.value;
+    }
+  }
+  if (at != samples.size()) return std::nullopt;
+  at = 0;
+  for (const auto& run : track.pictureOffsets) {
+    for (std::uint32_t i = 0; i < run.count && at < samples.size(); ++i, ++at) samples[at].presentation += run.value;
+  }
+  const AVIndexEntry* first = avformat_index_get_entry(&stream, 0);
+  for (int i = 0; i < count; ++i) {
+    const AVIndexEntry* entry = avformat_index_get_entry(&stream, i);
+    Sample& sample = samples[static_cast<std::size_t>(i)];
+    if (entry->timestamp - first->timestamp != sample.decode) return std::nullopt;
+    sample.position = entry->pos;
+    sample.bytes = entry->size;
+    sample.accessPoint = (entry->flags & AVINDEX_KEYFRAME) != 0;
+  }
+  const std::int64_t lastLength = track.sampleLengths.empty() ? 0 : track.sampleLengths.back().value;
+  std::int64_t lastShown = 0;
+  for (const auto& sample : samples) lastShown = std::max(lastShown, sample.presentation);
+  return SampleTable(std::move(samples), lastShown + lastLength);
+}
+
+}  // namespace
+
+Expected<SampleTable> MediaFile::buildTable(int index) const {
+  auto input = openStream(index);
+  if (!input) return tl::make_unexpected(input.error());
+  AVStream& stream = *input->get()->streams[index];
+  if (const auto* track = findTrack(boxes_, stream.id); track != nullptr && !boxes_->fragmented) {
+    if (auto table = tableFromIndex(stream, *track)) return std::move(*table);
+  }
+
+  std::vector<Sample> samples;
+  std::int64_t end = 0;
+  const std::int64_t scale = stream.time_base.num;
+  Packet packet = makePacket();
+  while (av_read_frame(input->get(), packet.get()) >= 0) {
+    if (packet->stream_index == index) {
+      Sample sample;
+      const std::int64_t fallback = samples.empty() ? 0 : samples.back().decode + 1;
+      sample.decode = (packet->dts != AV_NOPTS_VALUE ? packet->dts * scale : fallback);
+      sample.presentation = packet->pts != AV_NOPTS_VALUE ? packet->pts * scale : sample.decode;
+      sample.position = packet->pos;
+      sample.bytes = packet->size;
+      sample.accessPoint = (packet->flags & AV_PKT_FLAG_KEY) != 0;
+      end = std::max(end, sample.presentation + std::max<std::int64_t>(packet->duration, 0) * scale);
+      samples.push_back(sample);
+      if (samples.size() > limits::maxSamples) return failed(ErrorKind::tooLarge, name_ + " has too many pictures");
+    }
+    av_packet_unref(packet.get());
+  }
+  return SampleTable(std::move(samples), end);
+}
+
+}  // namespace clipworks::engine

@@ -1,0 +1,111 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <clipworks/engine/Error.h>
+#include <clipworks/engine/FileHandle.h>
+#include <clipworks/engine/Handles.h>
+#include <clipworks/engine/input/InputContext.h>
+#include <clipworks/engine/boxes/MovieBoxes.h>
+#include <clipworks/engine/input/SampleTable.h>
+
+namespace clipworks::engine {
+
+enum class StreamKind { video, audio };
+
+/// A fraction; 0/1 stands for unknown.
+struct Fraction {
+  std::int64_t numerator = 0;
+  std::int64_t denominator = 1;
+  [[nodiscard]] double value() const {
+    return denominator == 0 ? 0.0 : static_cast<double>(numerator) / static_cast<double>(denominator);
+  }
+};
+
+/// What a stream of a file is, in plain values.
+struct StreamFacts {
+  int index = -1;              ///< of the demuxer
+  int trackID = 0;             ///< the file's own number for it, at least 1
+  StreamKind kind = StreamKind::video;
+  std::string codec;           ///< short name: "h264", "aac"
+  std::int32_t timescale = 0;  ///< ticks a second of the stream's times; a stream with a numerator other than 1 is scaled
+  std::int64_t bitRate = 0;    ///< bits a second; 0 when unknown
+  std::int64_t duration = 0;   ///< of the media, in ticks; 0 when unknown
+  std::uint32_t sampleDescriptions = 1;
+
+  // Pictures.
+  int codedWidth = 0;          ///< as decoded, cropping applied
+  int codedHeight = 0;
+  double naturalWidth = 0;     ///< after clean aperture and pixel aspect ratio
+  double naturalHeight = 0;
+  Fraction pixelAspect{1, 1};
+  int bitDepth = 8;
+  bool is420 = true;
+  bool progressive = true;
+  bool highDynamicRange = false;             ///< PQ or HLG
+  std::array<double, 6> transform{1, 0, 0, 1, 0, 0};  ///< a b c d tx ty, from coded to upright
+
+  // Sound.
+  int channels = 0;
+  int sampleRate = 0;          ///< hertz
+  std::int64_t encoderDelay = 0;             ///< samples before the sound proper that no edit takes off
+
+  std::vector<MovieBoxes::Edit> edits;       ///< raw; empty when the file has none
+};
+
+/// A media file looked at once: its streams, header and times. Immutable and thread-safe; the table of a track of
+/// pictures is built at the first question. Keeps the file open, so that a file replaced meanwhile stays what it was.
+class MediaFile {
+ public:
+  /// Fails with one sentence that names the file.
+  [[nodiscard]] static Expected<std::shared_ptr<const MediaFile>> open(const std::filesystem::path& path);
+
+  [[nodiscard]] const std::string& name() const { return name_; }
+  [[nodiscard]] const std::shared_ptr<const FileHandle>& handle() const { return handle_; }
+  /// Video and audio streams only, in the file's order.
+  [[nodiscard]] const std::vector<StreamFacts>& streams() const { return streams_; }
+  [[nodiscard]] const StreamFacts& stream(int index) const;
+  [[nodiscard]] const AVCodecParameters& parameters(int index) const;
+  /// The file's length; 0 when nothing is known.
+  [[nodiscard]] std::int64_t duration() const { return duration_; }
+  [[nodiscard]] std::int32_t timescale() const { return timescale_; }
+  [[nodiscard]] const std::map<std::string, std::string>& metadata() const { return metadata_; }
+  /// Samples lie in the file as the decoder wants them, each in one piece at `Sample::position`.
+  [[nodiscard]] bool samplesAreStoredPlainly() const { return boxes_.has_value(); }
+
+  /// All samples of a stream of pictures, in ticks of `StreamFacts::timescale`.
+  [[nodiscard]] Expected<std::shared_ptr<const SampleTable>> sampleTable(int index) const;
+
+  /// A demuxer of its own for one reader, set to give only the packets of `index`.
+  [[nodiscard]] Expected<InputContext> openStream(int index) const;
+
+ private:
+  MediaFile() = default;
+  Expected<void> load();
+  void describeStream(const AVFormatContext& context, int index);
+  void describeDuration(const AVFormatContext& context);
+  Expected<void> measureByPackets();
+  Expected<SampleTable> buildTable(int index) const;
+
+  std::string name_;
+  std::shared_ptr<const FileHandle> handle_;
+  std::optional<MovieBoxes> boxes_;
+  std::vector<StreamFacts> streams_;
+  std::map<int, CodecParameters> parameters_;
+  std::int64_t duration_ = 0;
+  std::int32_t timescale_ = 1'000'000;
+  std::map<std::string, std::string> metadata_;
+
+  mutable std::mutex tablesMutex_;
+  mutable std::map<int, std::shared_ptr<const SampleTable>> tables_;  // guarded by tablesMutex_
+};
+
+}  // namespace clipworks::engine

@@ -1,0 +1,50 @@
+#include <clipworks/engine/input/SampleTable.h>
+
+#include <algorithm>
+#include <numeric>
+
+namespace clipworks::engine {
+
+SampleTable::SampleTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd)
+    : samples_(std::move(decodeOrder)), trackEnd_(trackEnd) {
+  pictures_.resize(samples_.size());
+  std::iota(pictures_.begin(), pictures_.end(), 0U);
+  const auto earlier = [this](std::uint32_t a, std::uint32_t b) {
+    return samples_[a].presentation < samples_[b].presentation;
+  };
+  const auto sameTime = [this](std::uint32_t a, std::uint32_t b) {
+    return samples_[a].presentation == samples_[b].presentation;
+  };
+  std::stable_sort(pictures_.begin(), pictures_.end(), earlier);
+  pictures_.erase(std::unique(pictures_.begin(), pictures_.end(), sameTime), pictures_.end());
+
+  for (std::uint32_t i = 0; i < samples_.size(); ++i) {
+    totalBytes_ += samples_[i].bytes;
+    if (!samples_[i].accessPoint) continue;
+    if (accessPoints_.empty() || earlier(accessPoints_.back(), i)) accessPoints_.push_back(i);
+  }
+  if (!pictures_.empty()) trackEnd_ = std::max(trackEnd_, samples_[pictures_.back()].presentation + 1);
+}
+
+std::size_t SampleTable::firstPictureFrom(std::int64_t ticks) const {
+  const auto at = std::lower_bound(pictures_.begin(), pictures_.end(), ticks, [this](std::uint32_t i, std::int64_t t) {
+    return samples_[i].presentation < t;
+  });
+  return static_cast<std::size_t>(at - pictures_.begin());
+}
+
+std::optional<std::size_t> SampleTable::pictureAt(std::int64_t ticks) const {
+  const std::size_t after = firstPictureFrom(ticks + 1);
+  if (after == 0) return std::nullopt;
+  return after - 1;
+}
+
+std::uint32_t SampleTable::accessPointFor(std::size_t picture) const {
+  const std::int64_t time = timeOfPicture(picture);
+  const auto after =
+      std::upper_bound(accessPoints_.begin(), accessPoints_.end(), time,
+                       [this](std::int64_t t, std::uint32_t i) { return t < samples_[i].presentation; });
+  return after == accessPoints_.begin() ? 0 : *(after - 1);
+}
+
+}  // namespace clipworks::engine

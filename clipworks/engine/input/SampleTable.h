@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace clipworks::engine {
+
+/// One coded sample of a track, by the track's own clock.
+struct Sample {
+  std::int64_t presentation = 0;  ///< when it is shown, in ticks of the track
+  std::int64_t decode = 0;        ///< its place in decoding order, in ticks
+  std::int64_t position = 0;      ///< byte offset in the file; -1 when the container hides it
+  std::int32_t bytes = 0;
+  bool accessPoint = false;       ///< decoding may start here
+};
+
+/// All samples of one track of pictures, in both orders: the one list of picture times that reading, rendering and
+/// copying share, so that none of them rounds into a neighbour. Immutable once built.
+class SampleTable {
+ public:
+  SampleTable() = default;
+  /// `decodeOrder` as the file stores it; `trackEnd` is where the last picture stops being shown, in ticks.
+  SampleTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd);
+
+  [[nodiscard]] const std::vector<Sample>& samples() const { return samples_; }
+
+  /// How many pictures are ever on screen: samples that share their presentation time with an earlier one are not.
+  [[nodiscard]] std::size_t pictureCount() const { return pictures_.size(); }
+  /// The index in `samples()` of the picture shown as number `picture`.
+  [[nodiscard]] std::uint32_t sampleOfPicture(std::size_t picture) const { return pictures_[picture]; }
+  /// When picture number `picture` comes on screen, in ticks.
+  [[nodiscard]] std::int64_t timeOfPicture(std::size_t picture) const {
+    return samples_[pictures_[picture]].presentation;
+  }
+  /// The number of the picture on screen at `ticks`; nothing before the first.
+  [[nodiscard]] std::optional<std::size_t> pictureAt(std::int64_t ticks) const;
+  /// The number of the first picture that comes on screen at `ticks` or later; `pictureCount()` when there is none.
+  [[nodiscard]] std::size_t firstPictureFrom(std::int64_t ticks) const;
+
+  /// Where decoding has to start to get picture number `picture`: the last access point in decoding order that is
+  /// shown no later (the leading pictures of a later one would lack their references). Index in `samples()`.
+  [[nodiscard]] std::uint32_t accessPointFor(std::size_t picture) const;
+
+  [[nodiscard]] std::int64_t trackEnd() const { return trackEnd_; }
+  [[nodiscard]] std::int64_t totalBytes() const { return totalBytes_; }
+
+ private:
+  std::vector<Sample> samples_;         // in decoding order
+  std::vector<std::uint32_t> pictures_;  // indices of samples_ in order of presentation
+  std::vector<std::uint32_t> accessPoints_;  // indices of samples_, with rising presentation times
+  std::int64_t trackEnd_ = 0;
+  std::int64_t totalBytes_ = 0;
+};
+
+}  // namespace clipworks::engine

@@ -1,0 +1,153 @@
+#include <clipworks/engine/input/SoundReader.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include <clipworks/engine/LibraryErrors.h>
+#include <clipworks/engine/input/PictureReader.h>
+
+namespace clipworks::engine {
+namespace {
+
+// What every codec here needs to settle after a jump: two AAC frames, 80 ms of Opus (RFC 7845, 4.6), and spare.
+constexpr int settleSamples = 4096;
+constexpr double settleSeconds = 0.1;
+
+// Packets of containers with coarse clocks jitter; only a step beyond this is a real gap or overlap.
+constexpr double jitterSeconds = 0.003;
+
+}  // namespace
+
+Expected<SoundReader> SoundReader::open(std::shared_ptr<const MediaFile> file, int stream) {
+  const StreamFacts& facts = file->stream(stream);
+  SoundReader reader(std::move(file), facts);
+  auto decoder = openDecoder(reader.file_->parameters(stream), AVRational{1, facts.timescale}, 1, reader.file_->name());
+  if (!decoder) return tl::make_unexpected(decoder.error());
+  reader.decoder_ = std::move(*decoder);
+  if (auto started = reader.restart(); !started) return tl::make_unexpected(started.error());
+  return reader;
+}
+
+Expected<void> SoundReader::restart() {
+  auto input = file_->openStream(facts_->index);
+  if (!input) return tl::make_unexpected(input.error());
+  input_ = std::make_unique<InputContext>(std::move(*input));
+  avcodec_flush_buffers(decoder_.get());
+  drained_ = false;
+  anchored_ = false;
+  start_ = 0;
+  block_.clear();
+  return {};
+}
+
+Expected<void> SoundReader::jumpTo(std::int64_t position) {
+  const std::int64_t settle = settleSamples + static_cast<std::int64_t>(settleSeconds * sampleRate());
+  const std::int64_t from = position - settle;
+  const bool ahead = from > end();
+  if (!ahead && position >= start_ && anchored_) return {};
+  if (auto again = restart(); !again) return again;
+  if (from <= 0) return {};
+  const AVRational base = (*input_)->streams[facts_->index]->time_base;
+  const std::int64_t time = av_rescale_q(from, AVRational{1, sampleRate()}, base);
+  if (av_seek_frame(input_->get(), facts_->index, time, AVSEEK_FLAG_BACKWARD) < 0) return restart();
+  return {};
+}
+
+Expected<void> SoundReader::read(std::int64_t position, std::int64_t count, float* samples) {
+  if (auto jumped = jumpTo(position); !jumped) return jumped;
+  const auto channels = static_cast<std::int64_t>(facts_->channels);
+  while (count > 0) {
+    const std::int64_t available = end() - position;
+    if (anchored_ && position < start_) {  // a gap between packets
+      const std::int64_t silent = std::min(count, start_ - position);
+      samples = std::fill_n(samples, silent * channels, 0.0F);
+      position += silent;
+      count -= silent;
+    } else if (available > 0) {
+      const std::int64_t part = std::min(count, available);
+      const auto from = block_.begin() + (position - start_) * channels;
+      samples = std::copy(from, from + part * channels, samples);
+      position += part;
+      count -= part;
+    } else {
+      auto more = decodeBlock();
+      if (!more) return tl::make_unexpected(more.error());
+      if (*more) continue;
+      std::fill_n(samples, count * channels, 0.0F);
+      return {};
+    }
+  }
+  return {};
+}
+
+// Replaces block_ by the next decoded frame; false at the end of the track.
+Expected<bool> SoundReader::decodeBlock() {
+  Frame frame = makeFrame();
+  Packet packet = makePacket();
+  for (;;) {
+    const int code = avcodec_receive_frame(decoder_.get(), frame.get());
+    if (code == 0) {
+      if (auto taken = takeFrame(frame); !taken) return tl::make_unexpected(taken.error());
+      return true;
+    }
+    if (code == AVERROR_EOF) return false;
+    if (code != AVERROR(EAGAIN)) continue;  // one broken packet: silence
+    int got = 0;
+    do {
+      av_packet_unref(packet.get());
+      got = av_read_frame(input_->get(), packet.get());
+    } while (got >= 0 && packet->stream_index != facts_->index);
+    if (got < 0) {
+      if (drained_) return false;
+      drained_ = true;
+      avcodec_send_packet(decoder_.get(), nullptr);
+    } else {
+      avcodec_send_packet(decoder_.get(), packet.get());
+    }
+    av_packet_unref(packet.get());
+  }
+}
+
+Expected<void> SoundReader::prepareConverter(const AVFrame& frame) {
+  if (converter_ != nullptr) return {};
+  AVChannelLayout to;
+  av_channel_layout_default(&to, facts_->channels);
+  AVChannelLayout from;
+  if (frame.ch_layout.nb_channels == facts_->channels) {
+    av_channel_layout_copy(&from, &to);  // same count: same order, whatever the layout is called
+  } else {
+    av_channel_layout_copy(&from, &frame.ch_layout);
+  }
+  SwrContext* converter = nullptr;
+  const int code = swr_alloc_set_opts2(&converter, &to, AV_SAMPLE_FMT_FLT, sampleRate(), &from,
+                                       static_cast<AVSampleFormat>(frame.format), frame.sample_rate, 0, nullptr);
+  av_channel_layout_uninit(&from);
+  av_channel_layout_uninit(&to);
+  converter_.reset(converter);
+  const int begun = code < 0 ? code : swr_init(converter_.get());
+  if (begun < 0) return tl::make_unexpected(libraryError(begun, file_->name() + ": the sound cannot be converted"));
+  return {};
+}
+
+Expected<void> SoundReader::takeFrame(const Frame& frame) {
+  if (auto ready = prepareConverter(*frame); !ready) return ready;
+  const std::int64_t counted = end();
+  std::int64_t position = counted;
+  if (frame->pts != AV_NOPTS_VALUE) {
+    const std::int64_t told = av_rescale(frame->pts, sampleRate(), facts_->timescale);
+    const auto jitter = static_cast<std::int64_t>(jitterSeconds * sampleRate());
+    if (!anchored_ || std::llabs(told - counted) > jitter) position = told;
+  }
+  const int room = swr_get_out_samples(converter_.get(), frame->nb_samples);
+  block_.resize(static_cast<std::size_t>(std::max(room, 0)) * static_cast<std::size_t>(facts_->channels));
+  auto* out = reinterpret_cast<std::uint8_t*>(block_.data());
+  const int made = swr_convert(converter_.get(), &out, room, const_cast<const std::uint8_t**>(frame->extended_data),
+                               frame->nb_samples);
+  if (made < 0) return tl::make_unexpected(libraryError(made, file_->name() + ": the sound cannot be converted"));
+  block_.resize(static_cast<std::size_t>(made) * static_cast<std::size_t>(facts_->channels));
+  start_ = position;
+  anchored_ = true;
+  return {};
+}
+
+}  // namespace clipworks::engine

@@ -1,0 +1,68 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <clipworks/engine/Error.h>
+#include <clipworks/engine/Handles.h>
+#include <clipworks/engine/output/OutputFile.h>
+
+namespace clipworks::engine {
+
+/// Where a coded sample lies in the file that is being written.
+struct StoredSample {
+  std::int64_t position = 0;
+  std::int32_t bytes = 0;
+};
+
+/// Writes an MP4 file with its index first. Samples are written in the order given, so the caller interleaves its
+/// tracks; they can be read back to be written again. One thread at a time.
+class MovieWriter {
+ public:
+  /// `movieTimescale` counts the edits' lengths; choose it so that they come out whole.
+  [[nodiscard]] static Expected<std::unique_ptr<MovieWriter>> create(OutputFile& file, std::int32_t movieTimescale,
+                                                                     const std::map<std::string, std::string>& metadata);
+  MovieWriter(const MovieWriter&) = delete;
+  MovieWriter& operator=(const MovieWriter&) = delete;
+  ~MovieWriter();
+
+  /// Adds a track with the samples' format, before `begin()`; returns its number. `timescale` counts its times.
+  /// `matrix` (a b u c d v x y w, 16.16 and 2.30) is left out for the identity.
+  [[nodiscard]] Expected<int> addTrack(const AVCodecParameters& format, std::int32_t timescale,
+                                       const std::optional<std::array<std::int32_t, 9>>& matrix);
+  [[nodiscard]] Expected<void> begin();
+
+  /// Writes one sample, its times in ticks of the track; decode times rise strictly. A first sample shown before zero
+  /// becomes an edit that begins at zero, one shown later an empty edit before it.
+  [[nodiscard]] Expected<StoredSample> write(int track, AVPacket& packet);
+
+  /// A sample written earlier, in the form in which `write` takes it.
+  [[nodiscard]] Expected<Packet> readBack(int track, const StoredSample& sample);
+
+  /// Writes the index.
+  [[nodiscard]] Expected<void> finish();
+
+ private:
+  explicit MovieWriter(OutputFile& file) : file_(file) {}
+  [[nodiscard]] tl::unexpected<Error> writeFailure(int code, const std::string& what) const;
+  static int writeBytes(void* opaque, std::uint8_t* bytes, int length);
+  static std::int64_t seekBytes(void* opaque, std::int64_t offset, int whence);
+  static int openForShift(AVFormatContext* context, AVIOContext** io, const char* url, int flags, AVDictionary** options);
+  static int closeAfterShift(AVFormatContext* context, AVIOContext* io);
+  static int readBytes(void* opaque, std::uint8_t* bytes, int length);
+  static std::int64_t seekForReading(void* opaque, std::int64_t offset, int whence);
+
+  OutputFile& file_;
+  AVFormatContext* context_ = nullptr;
+  AVIOContext* io_ = nullptr;
+  std::int64_t offset_ = 0;         // where the next bytes go
+  std::int64_t readingOffset_ = 0;  // of the pass that moves the index to the front
+  std::optional<Error> failure_;    // the first of a write; the library only passes a number on
+  std::int32_t movieTimescale_ = 1000;
+};
+
+}  // namespace clipworks::engine

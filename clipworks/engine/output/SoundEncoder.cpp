@@ -1,0 +1,68 @@
+#include <clipworks/engine/output/SoundEncoder.h>
+
+#include <clipworks/engine/LibraryErrors.h>
+
+namespace clipworks::engine {
+
+Expected<SoundEncoder> SoundEncoder::open(const SoundEncoderSettings& settings) {
+  quietLibraries();
+  const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
+  if (codec == nullptr) return failed(ErrorKind::noEncoder, "no AAC encoder is installed");
+  CodecContext context = owned<CodecContext>(avcodec_alloc_context3(codec));
+  context->sample_rate = settings.sampleRate;
+  context->sample_fmt = AV_SAMPLE_FMT_FLTP;
+  context->bit_rate = settings.bitRate;
+  context->time_base = AVRational{1, settings.sampleRate};
+  context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+  av_channel_layout_default(&context->ch_layout, settings.channels);
+  if (const int code = avcodec_open2(context.get(), codec, nullptr); code < 0) {
+    return tl::make_unexpected(libraryError(code,
+                                            "the AAC encoder does not take " + std::to_string(settings.sampleRate) +
+                                                " Hz with " + std::to_string(settings.channels) + " channels",
+                                            ErrorKind::noEncoder));
+  }
+  return SoundEncoder(std::move(context));
+}
+
+CodecParameters SoundEncoder::format() const {
+  CodecParameters format = owned<CodecParameters>(avcodec_parameters_alloc());
+  if (avcodec_parameters_from_context(format.get(), context_.get()) < 0) throw std::bad_alloc();
+  return format;
+}
+
+Expected<void> SoundEncoder::push(const float* samples, int count) {
+  Frame frame = makeFrame();
+  frame->nb_samples = count;
+  frame->format = AV_SAMPLE_FMT_FLTP;
+  frame->sample_rate = context_->sample_rate;
+  frame->pts = taken_;
+  av_channel_layout_copy(&frame->ch_layout, &context_->ch_layout);
+  if (av_frame_get_buffer(frame.get(), 0) < 0) return failed(ErrorKind::outOfMemory, "out of memory while encoding sound");
+  const int channels = context_->ch_layout.nb_channels;
+  for (int channel = 0; channel < channels; ++channel) {
+    auto* plane = reinterpret_cast<float*>(frame->extended_data[channel]);
+    for (int i = 0; i < count; ++i) plane[i] = samples[i * channels + channel];
+  }
+  taken_ += count;
+  if (const int code = avcodec_send_frame(context_.get(), frame.get()); code < 0) {
+    return tl::make_unexpected(libraryError(code, "the sound cannot be encoded", ErrorKind::internal));
+  }
+  return {};
+}
+
+Expected<void> SoundEncoder::finish() {
+  if (const int code = avcodec_send_frame(context_.get(), nullptr); code < 0 && code != AVERROR_EOF) {
+    return tl::make_unexpected(libraryError(code, "the end of the sound cannot be encoded", ErrorKind::internal));
+  }
+  return {};
+}
+
+Expected<std::optional<Packet>> SoundEncoder::pull() {
+  Packet packet = makePacket();
+  const int code = avcodec_receive_packet(context_.get(), packet.get());
+  if (code == AVERROR(EAGAIN) || code == AVERROR_EOF) return std::nullopt;
+  if (code < 0) return tl::make_unexpected(libraryError(code, "the sound cannot be encoded", ErrorKind::internal));
+  return packet;
+}
+
+}  // namespace clipworks::engine

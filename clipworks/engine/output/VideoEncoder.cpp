@@ -1,0 +1,112 @@
+#include <clipworks/engine/output/VideoEncoder.h>
+
+#include <clipworks/engine/LibraryErrors.h>
+
+namespace clipworks::engine {
+namespace {
+
+constexpr int highDefinitionLines = 720;
+
+// A picture every ten seconds at least to start decoding from, at 30 a second.
+constexpr int longestGroup = 300;
+
+AVPixelFormat pixelFormatFor(const VideoEncoderSettings& settings) {
+  return settings.codec == VideoCodec::hevc && settings.bitDepth > 8 ? AV_PIX_FMT_YUV420P10 : AV_PIX_FMT_YUV420P;
+}
+
+void applyOptions(const VideoEncoderSettings& settings, AVCodecContext& context) {
+  void* own = context.priv_data;
+  av_opt_set(own, "preset", settings.speed.c_str(), 0);
+  av_opt_set_int(own, "forced-idr", 1, 0);
+  if (settings.averageBitRate > 0) {
+    context.bit_rate = settings.averageBitRate;
+  } else {
+    av_opt_set_double(own, "crf", settings.quality, 0);
+  }
+  if (settings.codec == VideoCodec::h264) {
+    av_opt_set(own, "profile", "high", 0);
+  } else {
+    // Closed groups: a repeated run may follow any other.
+    av_opt_set(own, "x265-params", "log-level=none:open-gop=0:repeat-headers=0", 0);
+  }
+}
+
+}  // namespace
+
+Colour completeColour(const AVCodecParameters& parameters) {
+  const bool high = parameters.height >= highDefinitionLines || parameters.width >= 1280;
+  const auto told = [](int value, int unspecified, int otherwise) { return value == unspecified ? otherwise : value; };
+  Colour colour;
+  colour.primaries = told(parameters.color_primaries, AVCOL_PRI_UNSPECIFIED, high ? AVCOL_PRI_BT709 : AVCOL_PRI_SMPTE170M);
+  colour.transfer = told(parameters.color_trc, AVCOL_TRC_UNSPECIFIED, high ? AVCOL_TRC_BT709 : AVCOL_TRC_SMPTE170M);
+  colour.matrix = told(parameters.color_space, AVCOL_SPC_UNSPECIFIED, high ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M);
+  if (colour.matrix == AVCOL_SPC_RGB) colour.matrix = AVCOL_SPC_BT709;
+  colour.fullRange = parameters.color_range == AVCOL_RANGE_JPEG;
+  return colour;
+}
+
+std::string VideoEncoder::libraryName(VideoCodec codec) { return codec == VideoCodec::h264 ? "libx264" : "libx265"; }
+
+Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& settings) {
+  quietLibraries();
+  const std::string name = libraryName(settings.codec);
+  const AVCodec* codec = avcodec_find_encoder_by_name(name.c_str());
+  if (codec == nullptr) return failed(ErrorKind::noEncoder, "the encoder " + name + " is not installed");
+  CodecContext context = owned<CodecContext>(avcodec_alloc_context3(codec));
+  context->width = settings.width;
+  context->height = settings.height;
+  context->pix_fmt = pixelFormatFor(settings);
+  context->time_base = AVRational{1, settings.timescale};
+  context->framerate = AVRational{static_cast<int>(settings.frameRate.numerator),
+                                  static_cast<int>(settings.frameRate.denominator)};
+  context->sample_aspect_ratio = AVRational{static_cast<int>(settings.pixelAspect.numerator),
+                                            static_cast<int>(settings.pixelAspect.denominator)};
+  context->color_primaries = static_cast<AVColorPrimaries>(settings.colour.primaries);
+  context->color_trc = static_cast<AVColorTransferCharacteristic>(settings.colour.transfer);
+  context->colorspace = static_cast<AVColorSpace>(settings.colour.matrix);
+  context->color_range = settings.colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+  context->gop_size = longestGroup;
+  context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+  applyOptions(settings, *context);
+  if (const int code = avcodec_open2(context.get(), codec, nullptr); code < 0) {
+    return tl::make_unexpected(libraryError(code,
+                                            "the encoder " + name + " does not take " + std::to_string(settings.width) +
+                                                " × " + std::to_string(settings.height) + " pictures",
+                                            ErrorKind::noEncoder));
+  }
+  return VideoEncoder(std::move(context));
+}
+
+CodecParameters VideoEncoder::format() const {
+  CodecParameters format = owned<CodecParameters>(avcodec_parameters_alloc());
+  if (avcodec_parameters_from_context(format.get(), context_.get()) < 0) throw std::bad_alloc();
+  return format;
+}
+
+Expected<void> VideoEncoder::push(const Frame& picture, std::int64_t time, bool startsAnew) {
+  Frame frame = shareFrame(picture);
+  frame->pts = time;
+  frame->pict_type = startsAnew ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
+  frame->key_frame = 0;
+  if (const int code = avcodec_send_frame(context_.get(), frame.get()); code < 0) {
+    return tl::make_unexpected(libraryError(code, "a picture cannot be encoded", ErrorKind::internal));
+  }
+  return {};
+}
+
+Expected<void> VideoEncoder::finish() {
+  if (const int code = avcodec_send_frame(context_.get(), nullptr); code < 0 && code != AVERROR_EOF) {
+    return tl::make_unexpected(libraryError(code, "the last pictures cannot be encoded", ErrorKind::internal));
+  }
+  return {};
+}
+
+Expected<std::optional<Packet>> VideoEncoder::pull() {
+  Packet packet = makePacket();
+  const int code = avcodec_receive_packet(context_.get(), packet.get());
+  if (code == AVERROR(EAGAIN) || code == AVERROR_EOF) return std::nullopt;
+  if (code < 0) return tl::make_unexpected(libraryError(code, "a picture cannot be encoded", ErrorKind::internal));
+  return packet;
+}
+
+}  // namespace clipworks::engine

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include <clipworks/engine/Error.h>
+#include <clipworks/engine/Handles.h>
+#include <clipworks/engine/input/MediaFile.h>
+
+namespace clipworks::engine {
+
+enum class VideoCodec { h264, hevc };
+
+/// Code points of ITU-T H.273: how the numbers of a picture are meant. Always complete: see `completeColour`.
+struct Colour {
+  int primaries = 1;
+  int transfer = 1;
+  int matrix = 1;
+  bool fullRange = false;
+};
+
+/// The colour of `parameters`, what is untold filled in as players do: BT.709 for high definition, BT.601 below.
+[[nodiscard]] Colour completeColour(const AVCodecParameters& parameters);
+
+struct VideoEncoderSettings {
+  VideoCodec codec = VideoCodec::h264;
+  int width = 0;                  ///< even
+  int height = 0;                 ///< even
+  int bitDepth = 8;               ///< 8, or 10 for HEVC
+  std::int32_t timescale = 0;     ///< ticks a second of the pictures' times
+  Fraction frameRate{30, 1};      ///< nominal, for the rate control
+  Fraction pixelAspect{1, 1};
+  Colour colour;
+  std::string speed = "medium";   ///< the encoder library's preset
+  double quality = 20;            ///< constant rate factor, when `averageBitRate` is 0
+  std::int64_t averageBitRate = 0;  ///< bits a second
+};
+
+/// The smallest side that the encoders here take; smaller pictures are padded to it.
+inline constexpr int leastPictureSide = 16;
+
+/// One run of an encoder: pictures in, coded samples with start codes out, in decoding order. One thread at a time; the
+/// library has threads of its own.
+class VideoEncoder {
+ public:
+  [[nodiscard]] static Expected<VideoEncoder> open(const VideoEncoderSettings& settings);
+
+  /// The library that serves: "libx264", "libx265".
+  [[nodiscard]] static std::string libraryName(VideoCodec codec);
+
+  /// The format of the samples, parameter sets included.
+  [[nodiscard]] CodecParameters format() const;
+  [[nodiscard]] AVPixelFormat pixelFormat() const { return context_->pix_fmt; }
+  /// How many pictures may be decoded between a picture's own decoding and its showing.
+  [[nodiscard]] int reorderDepth() const { return context_->has_b_frames; }
+
+  /// Takes a picture of the encoder's size and pixel format, shown at `time` ticks (rising). `startsAnew` makes it an
+  /// access point that nothing later refers across.
+  [[nodiscard]] Expected<void> push(const Frame& picture, std::int64_t time, bool startsAnew);
+  /// No more pictures will come.
+  [[nodiscard]] Expected<void> finish();
+  /// The next coded sample; nothing when the encoder wants more pictures, or has ended.
+  [[nodiscard]] Expected<std::optional<Packet>> pull();
+
+ private:
+  explicit VideoEncoder(CodecContext context) : context_(std::move(context)) {}
+  CodecContext context_;
+};
+
+}  // namespace clipworks::engine

@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <clipworks/engine/Error.h>
+#include <clipworks/engine/Handles.h>
+#include <clipworks/engine/pipeline/BoundedQueue.h>
+#include <clipworks/engine/pipeline/ExportJob.h>
+
+namespace clipworks::engine {
+
+/// A coded picture of a run, in decoding order.
+struct CodedPicture {
+  Packet packet;
+  std::int64_t time = 0;  ///< when it is shown, in ticks from the start of its run
+};
+
+/// The first stage of a track of pictures: gives the coded samples of every run of a job once, run after run. Copies
+/// them from their files, or decodes and encodes on threads of its own. `open`, `next` and `format` on one thread,
+/// `abandon` on any.
+class CodedPictures {
+ public:
+  explicit CodedPictures(const PictureJob& job);
+  CodedPictures(const CodedPictures&) = delete;
+  CodedPictures& operator=(const CodedPictures&) = delete;
+  ~CodedPictures();
+
+  /// Opens what is needed and starts the threads. The job must outlive this.
+  [[nodiscard]] Expected<void> open();
+
+  [[nodiscard]] const AVCodecParameters& format() const { return *format_; }
+  [[nodiscard]] int reorderDepth() const { return reorderDepth_; }
+
+  /// The next sample; nothing after the last one of the last run.
+  [[nodiscard]] Expected<std::optional<CodedPicture>> next() { return coded_.pop(); }
+
+  void abandon();
+
+  /// Pictures that stand in for others that did not decode; known at the end.
+  [[nodiscard]] std::int64_t replacedPictures() const { return replaced_; }
+
+ private:
+  struct RawPicture {
+    Frame frame;
+    std::int64_t time = 0;  // in ticks of the output
+    bool startsRun = false;
+  };
+  Expected<void> openCopy();
+  Expected<void> openEncoder();
+  void copyRuns();
+  Expected<void> copyRun(const PictureRun& run);
+  void decodeRuns();
+  Expected<void> decodeRun(const PictureRun& run, std::int64_t start);
+  void encodePictures();
+  Expected<void> encodeAll();
+  Expected<void> passOn();
+
+  const PictureJob& job_;
+  CodecParameters format_;
+  int reorderDepth_ = 0;
+  std::optional<VideoEncoder> encoder_;
+  std::int64_t replaced_ = 0;  // written by the decoding thread before it ends
+  std::vector<std::int64_t> runStarts_;  // of the first placements
+  std::size_t passedRun_ = 0;            // the run whose samples the encoder gives now
+  std::size_t passedOfRun_ = 0;
+  BoundedQueue<RawPicture> raw_;
+  BoundedQueue<CodedPicture> coded_;
+  std::jthread decoding_;
+  std::jthread coding_;
+};
+
+/// The samples of `run` in decoding order: indices in the track's table, and of `run.pictures`.
+struct RunSample {
+  std::uint32_t sample = 0;
+  std::uint32_t shown = 0;
+};
+[[nodiscard]] std::vector<RunSample> samplesInDecodingOrder(const PictureRun& run, const SampleTable& table);
+
+}  // namespace clipworks::engine

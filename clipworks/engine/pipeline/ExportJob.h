@@ -1,0 +1,86 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <clipworks/engine/input/MediaFile.h>
+#include <clipworks/engine/output/SoundEncoder.h>
+#include <clipworks/engine/output/VideoEncoder.h>
+#include <clipworks/engine/pictures/PictureConverter.h>
+
+namespace clipworks::engine {
+
+/// A picture of a track, by its number in the order of presentation, and when it comes on screen: in ticks of the
+/// output from the start of its run.
+struct ShownPicture {
+  std::uint32_t picture = 0;
+  std::int64_t time = 0;
+};
+
+/// Pictures that are shown one after the other, from one track of a file; each is coded once, however often the run is
+/// placed.
+struct PictureRun {
+  std::shared_ptr<const MediaFile> file;  ///< null for black
+  int stream = 0;
+  std::vector<ShownPicture> pictures;     ///< with rising times; for black one, at 0
+
+};
+
+/// Where a run plays: from `start` ticks of the output on.
+struct RunPlacement {
+  std::uint32_t run = 0;
+  std::int64_t start = 0;
+};
+
+/// One track of pictures to be written. Runs are numbered in the order of their first placement.
+struct PictureJob {
+  std::int32_t timescale = 0;            ///< ticks a second
+  std::vector<PictureRun> runs;
+  std::vector<RunPlacement> placements;  ///< with rising starts; a picture stays until the next one
+  std::int64_t end = 0;                  ///< where the last picture goes, in ticks
+  std::optional<std::array<std::int32_t, 9>> matrix;  ///< of the track header; nothing for the identity
+  bool copy = false;                     ///< coded samples as they are; else decoded and encoded
+  VideoEncoderSettings encoder;          ///< when not copied
+  PictureConverter::Fit fit = PictureConverter::Fit::pad;
+};
+
+/// A stretch of a track's sound and where it plays, all in samples at the track's own rate.
+struct SoundPiece {
+  std::int64_t source = 0;  ///< on the media's clock
+  std::int64_t target = 0;  ///< on the output's timeline
+  std::int64_t length = 0;
+};
+
+/// All that one track of a file gives to the sound. It is converted to the output's rate in one go, so that nothing
+/// happens at its joins.
+struct SoundLane {
+  std::shared_ptr<const MediaFile> file;
+  int stream = 0;
+  std::vector<SoundPiece> pieces;  ///< with rising targets, not overlapping
+};
+
+/// One track of sound to be written.
+struct SoundJob {
+  SoundEncoderSettings encoder;
+  std::int64_t length = 0;  ///< in samples at the encoder's rate, or the track's own when copied
+  std::vector<SoundLane> lanes;  ///< added up
+  bool copy = false;             ///< the one piece of the one lane, coded as it is
+};
+
+/// All that an export needs to know, without a question left to the platform.
+struct ExportJob {
+  std::filesystem::path path;
+  std::int64_t fileLengthLimit = 0;    ///< bytes; 0 is no limit
+  std::int32_t movieTimescale = 1000;  ///< such that the lengths of both tracks come out whole
+  std::map<std::string, std::string> metadata;
+  std::optional<PictureJob> pictures;
+  std::optional<SoundJob> sound;
+};
+
+}  // namespace clipworks::engine

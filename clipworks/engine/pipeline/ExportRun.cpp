@@ -1,0 +1,140 @@
+#include <clipworks/engine/pipeline/ExportRun.h>
+
+#include <algorithm>
+#include <optional>
+
+#include <clipworks/engine/output/MovieWriter.h>
+#include <clipworks/engine/pipeline/CodedPictures.h>
+#include <clipworks/engine/pipeline/CodedSound.h>
+#include <clipworks/engine/pipeline/PictureTrackWriter.h>
+
+namespace clipworks::engine {
+namespace {
+
+// How far the sound may fall behind the pictures before its samples are written together: players read both with one
+// short look ahead, and the index stays small.
+constexpr double interleaveSeconds = 0.25;
+
+class SoundTrackWriter {
+ public:
+  SoundTrackWriter(const SoundJob& job, CodedSound& sound, MovieWriter& movie, int track)
+      : job_(job), sound_(sound), movie_(movie), track_(track) {}
+
+  [[nodiscard]] bool isDone() const { return done_; }
+  [[nodiscard]] double writtenSeconds() const { return static_cast<double>(until_) / job_.encoder.sampleRate; }
+  [[nodiscard]] double share() const {
+    return done_ || job_.length == 0 ? 1.0 : static_cast<double>(until_) / static_cast<double>(job_.length);
+  }
+
+  Expected<void> writeNext() {
+    auto packet = sound_.next();
+    if (!packet) return tl::make_unexpected(packet.error());
+    if (!*packet) {
+      done_ = true;
+      return {};
+    }
+    until_ = std::max(until_, (**packet)->pts + (**packet)->duration);
+    auto stored = movie_.write(track_, ***packet);
+    if (!stored) return tl::make_unexpected(stored.error());
+    return {};
+  }
+
+ private:
+  const SoundJob& job_;
+  CodedSound& sound_;
+  MovieWriter& movie_;
+  int track_;
+  std::int64_t until_ = 0;
+  bool done_ = false;
+};
+
+double pictureSeconds(const PictureJob& job, const PictureTrackWriter& writer) {
+  return static_cast<double>(writer.writtenUntil()) / job.timescale;
+}
+
+}  // namespace
+
+ExportRun::ExportRun(ExportJob job) : job_(std::move(job)) {}
+ExportRun::~ExportRun() = default;
+
+void ExportRun::cancel() {
+  const std::lock_guard lock(mutex_);
+  cancelled_ = true;
+  if (file_) file_->cancel();
+  if (pictures_) pictures_->abandon();
+  if (sound_) sound_->abandon();
+}
+
+void ExportRun::report(double share) {
+  const auto now = static_cast<float>(std::clamp(share, 0.0, 1.0));
+  if (now > progress()) progress_.store(now, std::memory_order_relaxed);
+}
+
+Expected<ExportReport> ExportRun::run() {
+  auto report = write();
+  {
+    const std::lock_guard lock(mutex_);
+    if (pictures_) pictures_->abandon();
+    if (sound_) sound_->abandon();
+    if (cancelled_) report = failed(ErrorKind::cancelled, "the export was cancelled");
+    if (report) {
+      if (auto named = file_->commit(); !named) report = tl::make_unexpected(named.error());
+    }
+  }
+  sound_.reset();
+  pictures_.reset();
+  file_.reset();
+  return report;
+}
+
+Expected<ExportReport> ExportRun::write() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (cancelled_) return failed(ErrorKind::cancelled, "the export was cancelled");
+    auto file = OutputFile::create(job_.path, job_.fileLengthLimit);
+    if (!file) return tl::make_unexpected(file.error());
+    file_ = std::move(*file);
+    if (job_.pictures) pictures_ = std::make_unique<CodedPictures>(*job_.pictures);
+    if (job_.sound) sound_ = std::make_unique<CodedSound>(*job_.sound);
+  }
+  auto movie = MovieWriter::create(*file_, job_.movieTimescale, job_.metadata);
+  if (!movie) return tl::make_unexpected(movie.error());
+
+  std::optional<PictureTrackWriter> pictures;
+  std::optional<SoundTrackWriter> sound;
+  if (pictures_) {
+    if (auto opened = pictures_->open(); !opened) return tl::make_unexpected(opened.error());
+    auto track = (*movie)->addTrack(pictures_->format(), job_.pictures->timescale, job_.pictures->matrix);
+    if (!track) return tl::make_unexpected(track.error());
+    pictures.emplace(*job_.pictures, *pictures_, **movie, *track);
+  }
+  if (sound_) {
+    if (auto opened = sound_->open(); !opened) return tl::make_unexpected(opened.error());
+    auto track = (*movie)->addTrack(sound_->format(), job_.sound->encoder.sampleRate, std::nullopt);
+    if (!track) return tl::make_unexpected(track.error());
+    sound.emplace(*job_.sound, *sound_, **movie, *track);
+  }
+  if (auto begun = (*movie)->begin(); !begun) return tl::make_unexpected(begun.error());
+
+  bool soundCatchesUp = false;
+  while ((pictures && !pictures->isDone()) || (sound && !sound->isDone())) {
+    const double shown = pictures ? pictureSeconds(*job_.pictures, *pictures) : 0.0;
+    if (sound && !sound->isDone()) {
+      const double behind = pictures && !pictures->isDone() ? shown - sound->writtenSeconds() : interleaveSeconds;
+      soundCatchesUp = behind >= interleaveSeconds || (soundCatchesUp && behind > 0);
+    } else {
+      soundCatchesUp = false;
+    }
+    auto written = soundCatchesUp || !pictures || pictures->isDone() ? sound->writeNext() : pictures->writeNext();
+    if (!written) return tl::make_unexpected(written.error());
+    const double pictureShare =
+        pictures && job_.pictures->end > 0
+            ? static_cast<double>(pictures->writtenUntil()) / static_cast<double>(job_.pictures->end)
+            : 1.0;
+    report(std::min(pictureShare, sound ? sound->share() : 1.0));
+  }
+  if (auto finished = (*movie)->finish(); !finished) return tl::make_unexpected(finished.error());
+  return ExportReport{pictures_ ? pictures_->replacedPictures() : 0};
+}
+
+}  // namespace clipworks::engine

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <string>
+
+#include <clipworks/media/base/Export.h>
+
+namespace clipworks {
+
+/// A target size and bit rate for compression, with labels for a quality picker. Immutable.
+class CLIPWORKS_API VideoCompressorPreset {
+ public:
+  virtual ~VideoCompressorPreset() = default;
+
+  /// Label for display.
+  [[nodiscard]] virtual std::string name() const = 0;
+  /// Label for display: roughly how much a minute takes.
+  [[nodiscard]] virtual std::string estimatedSize() const = 0;
+  /// Target height of the pictures, in pixels.
+  [[nodiscard]] virtual int height() const = 0;
+  /// Nominal width, in pixels; the compressor derives its own from the source's shape.
+  [[nodiscard]] virtual int width() const = 0;
+  /// Average bit rate of the pictures, in kilobits a second.
+  [[nodiscard]] virtual int bitRate() const = 0;
+  /// A ratio for hosts to show; no operation reads it.
+  [[nodiscard]] virtual double conversionRate() const = 0;
+};
+
+/// A preset with fixed values, made without arguments.
+template <class Values>
+class FixedPreset final : public VideoCompressorPreset {
+ public:
+  [[nodiscard]] std::string name() const override { return Values::name; }
+  [[nodiscard]] std::string estimatedSize() const override { return Values::estimatedSize; }
+  [[nodiscard]] int height() const override { return Values::height; }
+  [[nodiscard]] int width() const override { return Values::width; }
+  [[nodiscard]] int bitRate() const override { return Values::bitRate; }
+  [[nodiscard]] double conversionRate() const override { return Values::conversionRate; }
+};
+
+/// The values behind the presets below. Kept as they are, irregularities included: hosts show and rely on them.
+namespace presets {
+
+/// 144 lines.
+struct Values144p {
+  static constexpr const char* name = "144p";
+  static constexpr const char* estimatedSize = "~ 1.1 MB/min";
+  static constexpr int height = 144, width = 256, bitRate = 100;
+  static constexpr double conversionRate = 0.2901;
+};
+/// 360 lines; the width is that of a 4:3 picture.
+struct Values360p {
+  static constexpr const char* name = "360p";
+  static constexpr const char* estimatedSize = "~ 3.6 MB/min";
+  static constexpr int height = 360, width = 480, bitRate = 500;
+  static constexpr double conversionRate = 0.1611;
+};
+/// 480 lines.
+struct Values480p {
+  static constexpr const char* name = "480p";
+  static constexpr const char* estimatedSize = "~ 7.2 MB/min";
+  static constexpr int height = 480, width = 640, bitRate = 1000;
+  static constexpr double conversionRate = 0.1438;
+};
+/// 540 lines.
+struct Values540p {
+  static constexpr const char* name = "540p";
+  static constexpr const char* estimatedSize = "~ 10.7 MB/min";
+  static constexpr int height = 540, width = 960, bitRate = 1500;
+  static constexpr double conversionRate = 0.1446;
+};
+/// 720 lines.
+struct ValuesHD {
+  static constexpr const char* name = "HD (720p)";
+  static constexpr const char* estimatedSize = "~ 17.9 MB/min";
+  static constexpr int height = 720, width = 1280, bitRate = 2500;
+  static constexpr double conversionRate = 0.1344;
+};
+/// 1080 lines.
+struct ValuesFullHD {
+  static constexpr const char* name = "Full HD (1080p)";
+  static constexpr const char* estimatedSize = "~ 28.6 MB/min";
+  static constexpr int height = 1080, width = 1920, bitRate = 4000;
+  static constexpr double conversionRate = 0.1368;
+};
+
+}  // namespace presets
+
+using Quality144p = FixedPreset<presets::Values144p>;
+using Quality360p = FixedPreset<presets::Values360p>;
+using Quality480p = FixedPreset<presets::Values480p>;
+using Quality540p = FixedPreset<presets::Values540p>;
+using QualityHD = FixedPreset<presets::ValuesHD>;
+using QualityFullHD = FixedPreset<presets::ValuesFullHD>;
+
+}  // namespace clipworks

@@ -1,0 +1,123 @@
+#include <clipworks/media/asset/FileAsset.h>
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+
+#include <clipworks/media/asset/FileSegments.h>
+
+namespace clipworks {
+namespace {
+
+float finite(double figure) { return std::isfinite(figure) ? static_cast<float>(figure) : 0.0F; }
+
+}  // namespace
+
+std::shared_ptr<AVAsset> AVAsset::make(URL url) { return std::make_shared<FileAsset>(std::move(url)); }
+
+std::vector<std::shared_ptr<AVAssetTrack>> AVAsset::tracks(AVMediaType withMediaType) const {
+  auto found = tracks();
+  std::erase_if(found, [withMediaType](const auto& track) { return track->mediaType() != withMediaType; });
+  return found;
+}
+
+void FileAsset::load() const {
+  std::call_once(loaded_, [this] {
+    try {
+      auto file = engine::MediaFile::open(url_.path());
+      if (!file) {
+        loadError_ = file.error().sentence;
+        return;
+      }
+      file_ = *file;
+      for (const auto& stream : file_->streams()) {
+        auto track = std::make_shared<FileAssetTrack>(std::make_shared<const MediaTrack>(file_, stream.index));
+        if (!track->segments().empty()) tracks_.push_back(std::move(track));
+      }
+      if (tracks_.empty()) loadError_ = file_->name() + " holds no pictures and no sound";
+    } catch (const std::exception& thrown) {
+      tracks_.clear();
+      loadError_ = url_.lastPathComponent() + " cannot be read: " + thrown.what();
+    }
+  });
+}
+
+CMTime FileAsset::duration() const {
+  load();
+  return file_ == nullptr ? kCMTimeZero : CMTime(file_->duration(), file_->timescale());
+}
+
+std::vector<std::shared_ptr<AVAssetTrack>> FileAsset::tracks() const {
+  load();
+  return tracks_;
+}
+
+std::map<std::string, std::string> FileAsset::metadata() const {
+  load();
+  return file_ == nullptr ? std::map<std::string, std::string>{} : file_->metadata();
+}
+
+std::string FileAsset::loadError() const {
+  load();
+  return loadError_;
+}
+
+FileAssetTrack::FileAssetTrack(std::shared_ptr<const MediaTrack> media) : media_(std::move(media)) {
+  FilePresentation presentation;
+  presentation.edits = facts().edits;
+  presentation.movieTimescale = media_->file()->timescale();
+  presentation.mediaTimescale = facts().timescale;
+  presentation.mediaDuration = facts().duration;
+  if (facts().kind == engine::StreamKind::video) {
+    if (auto table = media_->file()->sampleTable(facts().index)) table_ = *table;
+    if (table_ == nullptr || table_->pictureCount() == 0) return;  // no samples: not listed
+    presentation.mediaDuration = table_->trackEnd();
+  } else {
+    presentation.encoderDelay = facts().encoderDelay * facts().timescale / std::max(facts().sampleRate, 1);
+    if (presentation.mediaDuration <= 0) {
+      const CMTime whole(media_->file()->duration(), media_->file()->timescale());
+      presentation.mediaDuration = whole.convertScale(facts().timescale, CMTimeRoundingMethod::roundHalfAwayFromZero).value;
+    }
+  }
+  segments_ = segmentsFromEdits(presentation);
+}
+
+AVMediaType FileAssetTrack::mediaType() const {
+  return facts().kind == engine::StreamKind::video ? AVMediaType::video : AVMediaType::audio;
+}
+
+CMPersistentTrackID FileAssetTrack::trackID() const { return facts().trackID; }
+
+CMTimeRange FileAssetTrack::timeRange() const {
+  const auto first = std::find_if(segments_.begin(), segments_.end(), [](const auto& s) { return !s.isEmpty(); });
+  if (first == segments_.end()) return kCMTimeRangeZero;
+  return CMTimeRange::fromTo(first->target.start, segments_.back().target.end());
+}
+
+CGSize FileAssetTrack::naturalSize() const { return {facts().naturalWidth, facts().naturalHeight}; }
+
+CGAffineTransform FileAssetTrack::preferredTransform() const {
+  const auto& t = facts().transform;
+  return {t[0], t[1], t[2], t[3], t[4], t[5]};
+}
+
+float FileAssetTrack::nominalFrameRate() const {
+  if (table_ == nullptr || facts().timescale <= 0) return 0;
+  const std::int64_t length = table_->trackEnd() - table_->timeOfPicture(0);
+  return finite(static_cast<double>(table_->pictureCount()) * facts().timescale / static_cast<double>(length));
+}
+
+float FileAssetTrack::estimatedDataRate() const {
+  if (table_ == nullptr) return static_cast<float>(facts().bitRate);
+  const std::int64_t length = table_->trackEnd() - table_->timeOfPicture(0);
+  return finite(8.0 * static_cast<double>(table_->totalBytes()) * facts().timescale / static_cast<double>(length));
+}
+
+std::int32_t FileAssetTrack::naturalTimeScale() const { return facts().timescale; }
+std::vector<AVAssetTrackSegment> FileAssetTrack::segments() const { return segments_; }
+std::string FileAssetTrack::codecName() const { return facts().codec; }
+int FileAssetTrack::channelCount() const { return facts().channels; }
+double FileAssetTrack::sampleRate() const { return facts().sampleRate; }
+std::shared_ptr<const MediaTrack> FileAssetTrack::media() const { return media_; }
+
+}  // namespace clipworks

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <clipworks/media/asset/AVAsset.h>
+#include <clipworks/media/asset/MediaTrack.h>
+
+namespace clipworks {
+
+/// The asset behind `AVAsset::make`: a file, looked at when the first question comes.
+class FileAsset final : public AVAsset {
+ public:
+  explicit FileAsset(URL url) : url_(std::move(url)) {}
+
+  [[nodiscard]] CMTime duration() const override;
+  [[nodiscard]] std::vector<std::shared_ptr<AVAssetTrack>> tracks() const override;
+  [[nodiscard]] std::map<std::string, std::string> metadata() const override;
+  [[nodiscard]] std::string loadError() const override;
+
+ private:
+  void load() const;
+
+  URL url_;
+  mutable std::once_flag loaded_;
+  // Written once, under loaded_.
+  mutable std::shared_ptr<const engine::MediaFile> file_;
+  mutable std::vector<std::shared_ptr<AVAssetTrack>> tracks_;
+  mutable std::string loadError_;
+};
+
+/// A stream of a file as a track.
+class FileAssetTrack final : public AVAssetTrack {
+ public:
+  explicit FileAssetTrack(std::shared_ptr<const MediaTrack> media);
+
+  [[nodiscard]] AVMediaType mediaType() const override;
+  [[nodiscard]] CMPersistentTrackID trackID() const override;
+  [[nodiscard]] CMTimeRange timeRange() const override;
+  [[nodiscard]] CGSize naturalSize() const override;
+  [[nodiscard]] CGAffineTransform preferredTransform() const override;
+  [[nodiscard]] float nominalFrameRate() const override;
+  [[nodiscard]] float estimatedDataRate() const override;
+  [[nodiscard]] std::int32_t naturalTimeScale() const override;
+  [[nodiscard]] std::vector<AVAssetTrackSegment> segments() const override;
+  [[nodiscard]] std::string codecName() const override;
+  [[nodiscard]] int channelCount() const override;
+  [[nodiscard]] double sampleRate() const override;
+  [[nodiscard]] std::shared_ptr<const MediaTrack> media() const override;
+
+ private:
+  [[nodiscard]] const engine::StreamFacts& facts() const { return media_->facts(); }
+
+  std::shared_ptr<const MediaTrack> media_;
+  std::shared_ptr<const engine::SampleTable> table_;  // of pictures; null for sound, or when it cannot be read
+  std::vector<AVAssetTrackSegment> segments_;
+};
+
+}  // namespace clipworks

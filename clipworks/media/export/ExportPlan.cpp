@@ -1,0 +1,103 @@
+#include <clipworks/media/export/ExportPlan.h>
+
+#include <algorithm>
+
+#include <clipworks/media/asset/MediaTrack.h>
+#include <clipworks/media/export/PicturePlan.h>
+#include <clipworks/media/export/SoundPlan.h>
+#include <clipworks/media/time/ExactTime.h>
+
+namespace clipworks {
+namespace {
+
+constexpr std::int32_t mostMovieTimescale = 10'000'000;
+
+/// What a file says of its container rather than of the recording.
+bool describesContainer(const std::string& key) {
+  return key == "major_brand" || key == "minor_version" || key == "compatible_brands" || key == "encoder";
+}
+
+/// What the recording says of itself, from the first picture's file, else the first sound's.
+std::map<std::string, std::string> recordingMetadata(const engine::ExportJob& job) {
+  std::map<std::string, std::string> metadata;
+  if (job.pictures) {
+    const auto& runs = job.pictures->runs;
+    const auto run = std::find_if(runs.begin(), runs.end(), [](const auto& r) { return r.file != nullptr; });
+    if (run != runs.end()) metadata = run->file->metadata();
+  } else if (job.sound) {
+    metadata = job.sound->lanes.front().file->metadata();
+  }
+  std::erase_if(metadata, [](const auto& entry) { return describesContainer(entry.first); });
+  return metadata;
+}
+
+/// The time scale in which the lengths of both tracks are whole, so that no edit is rounded.
+std::int32_t movieTimescale(const engine::ExportJob& job) {
+  const std::int32_t sound = job.sound ? job.sound->encoder.sampleRate : 0;
+  const std::int32_t pictures = job.pictures ? job.pictures->timescale : 0;
+  if (sound == 0 || pictures == 0) return std::max(sound, pictures);
+  const std::int32_t common = commonTimescale(sound, pictures, mostMovieTimescale);
+  return common != 0 ? common : sound;
+}
+
+Result<void, NSError> planPictures(const std::vector<const ExportTrack*>& tracks, const ExportPreset& preset,
+                                   ExportPlan& plan) {
+  if (tracks.empty()) return {};
+  auto job = layOutPictures(*tracks.front());
+  if (!job) return failure(job.error());
+  if (!*job) return {};
+  ExportedTrack track;
+  track.mediaType = AVMediaType::video;
+  const std::string obstacle = obstacleToCopying(**job, preset);
+  track.copied = (*job)->copy = obstacle.empty();
+  if (!track.copied) {
+    // Passthrough names no codec; what cannot stay as it is would need one.
+    if (!preset.videoCodec) {
+      return failure(makeError(AVError::operationNotSupportedForAsset, "the pictures cannot be copied as they are: " + obstacle));
+    }
+    chooseEncoding(**job, preset, *preset.videoCodec);
+    track.encoder = engine::VideoEncoder::libraryName(*preset.videoCodec);
+    track.remark = "The pictures are encoded: " + obstacle + ".";
+  }
+  if (tracks.size() > 1) track.remark += (track.remark.empty() ? "" : " ") + std::string("Only the first track of pictures is shown.");
+  plan.job.pictures = std::move(**job);
+  plan.tracks.push_back(std::move(track));
+  return {};
+}
+
+}  // namespace
+
+std::vector<ExportTrack> snapshotTracks(const AVAsset& asset) {
+  std::vector<ExportTrack> tracks;
+  for (const auto& track : asset.tracks()) {
+    ExportTrack snapshot{track->mediaType(), track->preferredTransform(), resolveToMedia(*track)};
+    const bool hasMedia = std::any_of(snapshot.segments.begin(), snapshot.segments.end(),
+                                      [](const MediaSegment& segment) { return segment.mediaTrack != nullptr; });
+    if (hasMedia) tracks.push_back(std::move(snapshot));
+  }
+  return tracks;
+}
+
+Result<ExportPlan, NSError> planExport(const std::vector<ExportTrack>& tracks, const ExportPreset& preset,
+                                       bool keepsRecordingMetadata) {
+  ExportPlan plan;
+  std::vector<const ExportTrack*> pictures;
+  std::vector<const ExportTrack*> sound;
+  for (const auto& track : tracks) (track.mediaType == AVMediaType::video ? pictures : sound).push_back(&track);
+
+  if (auto planned = planPictures(pictures, preset, plan); !planned) return failure(planned.error());
+  auto soundJob = planSound(sound, preset);
+  if (!soundJob) return failure(soundJob.error());
+  if (*soundJob) {
+    plan.job.sound = std::move(**soundJob);
+    plan.tracks.push_back({AVMediaType::audio, plan.job.sound->copy, plan.job.sound->copy ? "" : "aac", ""});
+  }
+  if (plan.tracks.empty()) {
+    return failure(makeError(AVError::invalidSourceMedia, "there is nothing to export: no pictures and no sound"));
+  }
+  plan.job.movieTimescale = movieTimescale(plan.job);
+  if (keepsRecordingMetadata) plan.job.metadata = recordingMetadata(plan.job);
+  return plan;
+}
+
+}  // namespace clipworks

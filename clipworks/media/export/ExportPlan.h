@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <clipworks/engine/pipeline/ExportJob.h>
+#include <clipworks/media/asset/AVAsset.h>
+#include <clipworks/media/base/NSError.h>
+#include <clipworks/media/base/Result.h>
+#include <clipworks/media/composition/SegmentMapping.h>
+#include <clipworks/media/export/AVAssetExportSession.h>
+#include <clipworks/media/export/ExportPreset.h>
+
+namespace clipworks {
+
+/// A track of the asset as it was when the export started, seen through to its media.
+struct ExportTrack {
+  AVMediaType mediaType = AVMediaType::video;
+  CGAffineTransform transform;
+  std::vector<MediaSegment> segments;
+};
+
+/// The tracks of `asset` that have something to show or to play.
+[[nodiscard]] std::vector<ExportTrack> snapshotTracks(const AVAsset& asset);
+
+/// All that is decided about an export before its first sample is read.
+struct ExportPlan {
+  engine::ExportJob job;
+  std::vector<ExportedTrack> tracks;  ///< how each track comes into the file
+};
+
+/// Decides for every track whether it is copied or encoded, and lays its pictures and sound out on the output's
+/// timeline. `job.path` and the limit are left to the caller.
+[[nodiscard]] Result<ExportPlan, NSError> planExport(const std::vector<ExportTrack>& tracks, const ExportPreset& preset,
+                                                     bool keepsRecordingMetadata);
+
+}  // namespace clipworks

@@ -1,0 +1,235 @@
+#include <clipworks/media/export/PicturePlan.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <map>
+#include <tuple>
+
+#include <clipworks/engine/input/AccessPoints.h>
+#include <clipworks/engine/input/SampleReader.h>
+#include <clipworks/engine/pipeline/CodedPictures.h>
+#include <clipworks/media/asset/EngineErrors.h>
+#include <clipworks/media/asset/MediaTrack.h>
+#include <clipworks/media/time/ExactTime.h>
+
+namespace clipworks {
+namespace {
+
+// Fine enough that decode times can be told apart between pictures, and that players' own rounding does not show.
+constexpr std::int32_t leastTimescale = 90'000;
+// Beyond a microsecond nothing is gained, and the container counts some lengths in 32 bits.
+constexpr std::int32_t mostTimescale = 1'000'000;
+
+/// The time scale in which every picture and every join of the track falls on a whole tick, where there is one.
+std::int32_t outputTimescale(const std::vector<MediaSegment>& segments) {
+  std::int32_t scale = 1;
+  for (const auto& segment : segments) {
+    std::vector<std::int32_t> wanted{segment.target.start.timescale, segment.target.duration.timescale};
+    if (segment.mediaTrack != nullptr) wanted.push_back(segment.mediaTrack->facts().timescale);
+    for (const std::int32_t one : wanted) {
+      if (const std::int32_t common = commonTimescale(scale, one, mostTimescale); common != 0) scale = common;
+    }
+  }
+  return scale >= leastTimescale ? scale : scale * ((leastTimescale + scale - 1) / scale);
+}
+
+/// What makes two segments show the same pictures at the same distances.
+using RunKey = std::tuple<const MediaTrack*, std::int64_t, std::int32_t, std::int64_t, std::int32_t, std::int64_t,
+                          std::int32_t, bool>;
+
+RunKey keyOf(const MediaSegment& segment, bool startsHeld) {
+  return {segment.mediaTrack.get(),         segment.source.start.value,       segment.source.start.timescale,
+          segment.source.duration.value,    segment.source.duration.timescale, segment.target.duration.value,
+          segment.target.duration.timescale, startsHeld};
+}
+
+class PictureLayout {
+ public:
+  explicit PictureLayout(std::int32_t timescale) { job_.timescale = timescale; }
+
+  Result<void, NSError> add(const MediaSegment& segment) {
+    const std::int64_t start = ticks(segment.target.start, job_.timescale);
+    job_.end = ticks(segment.target.end(), job_.timescale);
+    if (segment.gap == SegmentGap::hold) return {};
+    if (segment.gap == SegmentGap::empty) {
+      // Before the first picture nothing is on screen anyway.
+      if (!job_.placements.empty()) place(blackRun(), start);
+      shown_.reset();
+      return {};
+    }
+    auto table = segment.mediaTrack->file()->sampleTable(segment.mediaTrack->stream());
+    if (!table) return failure(errorFromEngine(table.error()));
+    addMedia(segment, **table, start);
+    return {};
+  }
+
+  engine::PictureJob take() { return std::move(job_); }
+
+ private:
+  struct OnScreen {
+    const MediaTrack* media;
+    std::size_t picture;
+    bool operator==(const OnScreen&) const = default;
+  };
+
+  void addMedia(const MediaSegment& segment, const engine::SampleTable& table, std::int64_t start) {
+    const std::int32_t scale = segment.mediaTrack->facts().timescale;
+    const std::int64_t from = ticks(segment.source.start, scale, CMTimeRoundingMethod::roundTowardPositiveInfinity);
+    const std::int64_t floor = ticks(segment.source.start, scale, CMTimeRoundingMethod::roundTowardNegativeInfinity);
+    const std::int64_t to = ticks(segment.source.end(), scale, CMTimeRoundingMethod::roundTowardPositiveInfinity);
+    const std::size_t first = table.firstPictureFrom(from);
+    const std::size_t end = std::max(first, table.firstPictureFrom(to));
+
+    // A segment that starts between two pictures starts with the one on screen, unless that is shown already.
+    const auto held = table.pictureAt(floor);
+    const bool startsBetween = held && (first == end || table.timeOfPicture(first) != floor || from != floor);
+    const bool startsHeld = startsBetween && shown_ != OnScreen{segment.mediaTrack.get(), *held};
+    if (first == end && !startsHeld) return;
+
+    const auto [known, isNew] = runs_.try_emplace(keyOf(segment, startsHeld), job_.runs.size());
+    if (isNew) {
+      engine::PictureRun run;
+      run.file = segment.mediaTrack->file();
+      run.stream = segment.mediaTrack->stream();
+      if (startsHeld) run.pictures.push_back({static_cast<std::uint32_t>(*held), 0});
+      for (std::size_t picture = first; picture < end; ++picture) {
+        const std::int64_t time = timeInRun(segment, CMTime(table.timeOfPicture(picture), scale));
+        if (!run.pictures.empty() && time <= run.pictures.back().time) continue;  // faster than a tick
+        run.pictures.push_back({static_cast<std::uint32_t>(picture), time});
+      }
+      job_.runs.push_back(std::move(run));
+    }
+    place(known->second, start);
+    shown_ = OnScreen{segment.mediaTrack.get(), job_.runs[known->second].pictures.back().picture};
+  }
+
+  [[nodiscard]] std::int64_t timeInRun(const MediaSegment& segment, const CMTime& mediaTime) const {
+    const CMTime offset = mediaTime - segment.source.start;
+    if (segment.source.duration == segment.target.duration) return ticks(offset, job_.timescale);
+    return ticks(mapToTarget(segment, mediaTime) - segment.target.start, job_.timescale);
+  }
+
+  std::size_t blackRun() {
+    if (!black_) {
+      black_ = job_.runs.size();
+      job_.runs.push_back({nullptr, 0, {{0, 0}}});
+    }
+    return *black_;
+  }
+
+  void place(std::size_t run, std::int64_t start) {
+    job_.placements.push_back({static_cast<std::uint32_t>(run), start});
+  }
+
+  engine::PictureJob job_;
+  std::map<RunKey, std::size_t> runs_;
+  std::optional<std::size_t> black_;
+  std::optional<OnScreen> shown_;
+};
+
+std::optional<std::array<std::int32_t, 9>> trackMatrix(const CGAffineTransform& t) {
+  const auto fixed = [](double v) {
+    constexpr double one16 = 65536.0;
+    constexpr double limit = 32767.0;
+    return static_cast<std::int32_t>(std::lround(std::clamp(std::isfinite(v) ? v : 0.0, -limit, limit) * one16));
+  };
+  const std::array<std::int32_t, 9> matrix{fixed(t.a), fixed(t.b), 0, fixed(t.c), fixed(t.d), 0, fixed(t.tx), fixed(t.ty), 1 << 30};
+  const std::array<std::int32_t, 9> identity{1 << 16, 0, 0, 0, 1 << 16, 0, 0, 0, 1 << 30};
+  if (matrix == identity) return std::nullopt;
+  return matrix;
+}
+
+const engine::PictureRun* firstRunWithMedia(const engine::PictureJob& job) {
+  const auto run = std::find_if(job.runs.begin(), job.runs.end(), [](const auto& r) { return r.file != nullptr; });
+  return run == job.runs.end() ? nullptr : &*run;
+}
+
+/// Whether the samples of a run can be decoded by themselves, wherever they are placed.
+std::string obstacleInRun(const engine::PictureRun& run) {
+  if (run.file == nullptr) return "it has stretches without pictures";
+  auto reader = engine::SampleReader::open(run.file, run.stream);
+  if (!reader) return reader.error().sentence;
+  const auto& table = reader->table();
+  const auto samples = engine::samplesInDecodingOrder(run, table);
+  const auto& first = table.samples()[samples.front().sample];
+  if (!first.accessPoint || samples.front().shown != 0) return "it starts inside a group of pictures";
+  for (std::size_t i = 1; i < samples.size(); ++i) {
+    if (samples[i].sample != samples[i - 1].sample + 1) return "it is cut inside a group of pictures";
+  }
+  auto packet = reader->read(samples.front().sample);
+  if (!packet) return packet.error().sentence;
+  if (!engine::isClosedAccessPoint(**packet, run.file->parameters(run.stream))) return "it starts with an open group of pictures";
+  return {};
+}
+
+}  // namespace
+
+Result<std::optional<engine::PictureJob>, NSError> layOutPictures(const ExportTrack& track) {
+  PictureLayout layout(outputTimescale(track.segments));
+  for (const auto& segment : track.segments) {
+    if (auto added = layout.add(segment); !added) return failure(added.error());
+  }
+  engine::PictureJob job = layout.take();
+  if (firstRunWithMedia(job) == nullptr) return std::optional<engine::PictureJob>{};
+  job.matrix = trackMatrix(track.transform);
+  return std::optional<engine::PictureJob>(std::move(job));
+}
+
+std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset& preset) {
+  const auto* media = firstRunWithMedia(job);
+  const auto& facts = media->file->stream(media->stream);
+  if (!preset.keepsCodedPictures) return "the preset asks for smaller pictures";
+  if (preset.videoCodec) {
+    const bool hevc = *preset.videoCodec == engine::VideoCodec::hevc;
+    if (facts.codec != (hevc ? "hevc" : "h264")) return "it is coded as " + facts.codec;
+    if (!facts.is420 || facts.bitDepth > (hevc ? 10 : 8)) return "its pixels are not of the preset's kind";
+    if (!facts.progressive) return "it is interlaced";
+  }
+  if (facts.sampleDescriptions > 1) return "its format changes on the way";
+  for (const auto& run : job.runs) {
+    if (run.file != nullptr && (run.file != media->file || run.stream != media->stream)) return "it joins several videos";
+  }
+  for (const auto& run : job.runs) {
+    if (auto obstacle = obstacleInRun(run); !obstacle.empty()) return obstacle;
+  }
+  return {};
+}
+
+void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset, engine::VideoCodec codec) {
+  const auto* media = firstRunWithMedia(job);
+  const auto& facts = media->file->stream(media->stream);
+  auto& encoder = job.encoder;
+  encoder.codec = codec;
+  encoder.timescale = job.timescale;
+  encoder.quality = preset.quality;
+  encoder.speed = preset.speed;
+  encoder.averageBitRate = preset.videoBitRate;
+  encoder.bitDepth = codec == engine::VideoCodec::hevc && facts.bitDepth > 8 ? 10 : 8;
+  encoder.pixelAspect = facts.pixelAspect;
+  encoder.colour = engine::completeColour(media->file->parameters(media->stream));
+  double width = facts.codedWidth;
+  double height = facts.codedHeight;
+  if (preset.largestSide > 0 && std::max(width, height) > preset.largestSide) {
+    const double share = preset.largestSide / std::max(width, height);
+    width *= share;
+    height *= share;
+    job.fit = engine::PictureConverter::Fit::scale;
+  }
+  // 4:2:0 encoders want even sizes.
+  const auto even = [](double side) {
+    const int whole = static_cast<int>(std::lround(side));
+    return std::max(whole + whole % 2, engine::leastPictureSide);
+  };
+  encoder.width = even(width);
+  encoder.height = even(height);
+
+  const auto& pictures = media->pictures;
+  if (pictures.size() > 1) {
+    const std::int64_t length = pictures.back().time - pictures.front().time;
+    const double rate = static_cast<double>(pictures.size() - 1) * job.timescale / static_cast<double>(length);
+    encoder.frameRate = {std::lround(std::clamp(rate, 1.0, 1000.0) * 1000), 1000};
+  }
+}
+
+}  // namespace clipworks

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include <clipworks/engine/pipeline/ExportJob.h>
+#include <clipworks/media/base/NSError.h>
+#include <clipworks/media/base/Result.h>
+#include <clipworks/media/export/ExportPlan.h>
+#include <clipworks/media/export/ExportPreset.h>
+
+namespace clipworks {
+
+/// Lays the pictures of a track out: which picture is shown when, which stretches repeat, and at what time scale. The
+/// job is complete but for how it is coded. Nothing for a track without a picture.
+[[nodiscard]] Result<std::optional<engine::PictureJob>, NSError> layOutPictures(const ExportTrack& track);
+
+/// Why the coded pictures of a job cannot be copied into a file of `preset`, in a few words; empty when they can.
+[[nodiscard]] std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset& preset);
+
+/// The encoder's settings for a job whose pictures are encoded.
+void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset, engine::VideoCodec codec);
+
+}  // namespace clipworks

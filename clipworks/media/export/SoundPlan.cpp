@@ -1,0 +1,88 @@
+#include <clipworks/media/export/SoundPlan.h>
+
+#include <algorithm>
+
+#include <clipworks/media/asset/MediaTrack.h>
+#include <clipworks/media/time/ExactTime.h>
+
+namespace clipworks {
+namespace {
+
+constexpr int lowRate = 44'100;
+constexpr int highRate = 48'000;
+constexpr int surroundChannels = 6;
+
+// Sound before the first sample that is played stays in a copied file, hidden by the edit; more than an encoder's delay
+// would be dead weight.
+constexpr std::int64_t mostHiddenSamples = 8192;
+
+/// 44,100 and 48,000 stay, others go to the next of the two.
+int outputRate(int sourceRate) { return sourceRate <= lowRate ? lowRate : highRate; }
+
+engine::SoundLane& laneOf(std::vector<engine::SoundLane>& lanes, std::size_t firstOfTrack, const MediaTrack& media) {
+  const auto begin = lanes.begin() + static_cast<std::ptrdiff_t>(firstOfTrack);
+  const auto known = std::find_if(begin, lanes.end(), [&](const engine::SoundLane& lane) {
+    return lane.file == media.file() && lane.stream == media.stream();
+  });
+  if (known != lanes.end()) return *known;
+  lanes.push_back({media.file(), media.stream(), {}});
+  return lanes.back();
+}
+
+/// Places a segment in samples at its own rate. Start and end are rounded each by itself, so no rounding adds up.
+engine::SoundPiece pieceOf(const MediaSegment& segment) {
+  const int rate = segment.mediaTrack->facts().sampleRate;
+  engine::SoundPiece piece;
+  piece.source = ticks(segment.source.start, rate);
+  piece.target = ticks(segment.target.start, rate);
+  piece.length = ticks(segment.target.end(), rate) - piece.target;
+  return piece;
+}
+
+bool canBeCopied(const engine::SoundJob& job, const ExportPreset& preset, std::size_t tracks) {
+  if (!preset.keepsCodedPictures || tracks != 1 || job.lanes.size() != 1 || job.lanes.front().pieces.size() != 1) {
+    return false;
+  }
+  const auto& lane = job.lanes.front();
+  const auto& piece = lane.pieces.front();
+  return lane.file->stream(lane.stream).codec == "aac" && piece.target == 0 && piece.source <= mostHiddenSamples;
+}
+
+}  // namespace
+
+Result<std::optional<engine::SoundJob>, NSError> planSound(const std::vector<const ExportTrack*>& tracks,
+                                                           const ExportPreset& preset) {
+  engine::SoundJob job;
+  CMTime end = kCMTimeZero;
+  for (const auto* track : tracks) {
+    const std::size_t firstOfTrack = job.lanes.size();
+    for (const auto& segment : track->segments) {
+      end = CMTimeMaximum(end, segment.target.end());
+      if (segment.isEmpty()) continue;
+      if (!(segment.source.duration == segment.target.duration)) {
+        return failure(makeError(AVError::operationNotSupportedForAsset, "sound cannot be played faster or slower"));
+      }
+      laneOf(job.lanes, firstOfTrack, *segment.mediaTrack).pieces.push_back(pieceOf(segment));
+    }
+  }
+  if (job.lanes.empty()) return std::optional<engine::SoundJob>{};
+
+  int rate = lowRate;
+  bool allMono = true;
+  for (const auto& lane : job.lanes) {
+    const auto& facts = lane.file->stream(lane.stream);
+    rate = std::max(rate, outputRate(facts.sampleRate));
+    allMono = allMono && facts.channels == 1;
+  }
+  const auto& first = job.lanes.front();
+  const bool onlySurround = job.lanes.size() == 1 && first.file->stream(first.stream).channels == surroundChannels;
+  job.encoder.channels = allMono ? 1 : onlySurround ? surroundChannels : 2;
+  job.encoder.sampleRate = rate;
+  job.encoder.bitRate = preset.soundBitRatePerChannel * job.encoder.channels;
+  job.copy = canBeCopied(job, preset, tracks.size());
+  if (job.copy) job.encoder.sampleRate = first.file->stream(first.stream).sampleRate;
+  job.length = job.copy ? first.pieces.front().length : ticks(end, rate);
+  return std::optional<engine::SoundJob>(std::move(job));
+}
+
+}  // namespace clipworks

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <clipworks/engine/pipeline/ExportJob.h>
+#include <clipworks/media/base/NSError.h>
+#include <clipworks/media/base/Result.h>
+#include <clipworks/media/export/ExportPlan.h>
+#include <clipworks/media/export/ExportPreset.h>
+
+namespace clipworks {
+
+/// Lays the sound of all tracks out as one track of the file: what plays when, to the sample, at which rate, and whether
+/// it can stay coded as it is. Nothing for tracks without sound.
+[[nodiscard]] Result<std::optional<engine::SoundJob>, NSError> planSound(const std::vector<const ExportTrack*>& tracks,
+                                                                         const ExportPreset& preset);
+
+}  // namespace clipworks

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <clipworks/media/geometry/CGPoint.h>
+#include <clipworks/media/geometry/CGSize.h>
+
+namespace clipworks {
+
+/// A rectangle: its corner nearest the origin and its size, in pixels.
+struct CGRect {
+  CGPoint origin;
+  CGSize size;
+
+  constexpr CGRect() = default;
+  constexpr CGRect(const CGPoint& origin_, const CGSize& size_) : origin(origin_), size(size_) {}
+  constexpr CGRect(double x, double y, double width, double height) : origin{x, y}, size{width, height} {}
+
+  friend constexpr bool operator==(const CGRect&, const CGRect&) = default;
+};
+
+}  // namespace clipworks

@@ -1,0 +1,41 @@
+# The libraries behind Clipworks, all from Debian 12 (scripts/packages.txt names the packages).
+#
+# CLIPWORKS_MEDIA_LIBRARIES: what only clipworks/engine knows.
+
+find_package(Threads REQUIRED)
+find_package(tl-expected REQUIRED)
+find_package(PkgConfig REQUIRED)
+
+# IMPORTED_TARGET: include folders come with the target, as system folders.
+pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat>=59 libavcodec>=59 libavutil>=57 libswresample>=4
+                  libavfilter>=8)
+pkg_check_modules(ZIMG REQUIRED IMPORTED_TARGET zimg>=3.0)
+
+# Debian's libyuv-dev brings neither a pkg-config file nor a CMake package.
+find_path(CLIPWORKS_LIBYUV_INCLUDE_DIR libyuv.h)
+find_library(CLIPWORKS_LIBYUV_LIBRARY yuv)
+if(NOT CLIPWORKS_LIBYUV_INCLUDE_DIR OR NOT CLIPWORKS_LIBYUV_LIBRARY)
+  message(FATAL_ERROR "libyuv was not found; Debian's package is libyuv-dev")
+endif()
+mark_as_advanced(CLIPWORKS_LIBYUV_INCLUDE_DIR CLIPWORKS_LIBYUV_LIBRARY)
+add_library(clipworks_libyuv UNKNOWN IMPORTED)
+set_target_properties(
+  clipworks_libyuv PROPERTIES IMPORTED_LOCATION ${CLIPWORKS_LIBYUV_LIBRARY} INTERFACE_INCLUDE_DIRECTORIES
+                                                                            ${CLIPWORKS_LIBYUV_INCLUDE_DIR})
+
+set(CLIPWORKS_MEDIA_LIBRARIES PkgConfig::FFMPEG PkgConfig::ZIMG clipworks_libyuv)
+
+if(CLIPWORKS_BUILD_PROGRAM)
+  find_package(CLI11 REQUIRED)
+  find_package(fmt REQUIRED)
+endif()
+if(CLIPWORKS_BUILD_PROGRAM OR CLIPWORKS_BUILD_TESTS)
+  find_package(nlohmann_json REQUIRED)
+endif()
+if(CLIPWORKS_BUILD_TESTS)
+  find_package(GTest REQUIRED)
+  find_package(Python3 REQUIRED COMPONENTS Interpreter)
+endif()
+if(CLIPWORKS_BUILD_BENCHMARKS)
+  find_package(benchmark REQUIRED)
+endif()

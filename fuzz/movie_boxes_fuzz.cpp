@@ -1,0 +1,70 @@
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <vector>
+
+#include <clipworks/engine/Limits.h>
+#include <clipworks/engine/boxes/MovieBoxes.h>
+
+// The reader of movie boxes on arbitrary bytes, through a file in memory: it must end without a fault, and what it
+// returns must keep to the limits and to what the file can really hold. Seeds: an MP4 file without its media data (the
+// `ftyp` and `moov` boxes alone); words: movie_boxes.dict.
+
+namespace {
+
+using clipworks::engine::MovieBoxes;
+namespace limits = clipworks::engine::limits;
+
+void require(bool holds, const char* rule) {
+  if (!holds) {
+    std::fprintf(stderr, "broken: %s\n", rule);
+    std::abort();
+  }
+}
+
+/// One file for the whole run: making one for each input takes longer than reading it.
+int fileOf(const std::uint8_t* data, std::size_t size) {
+  static const int fd = ::memfd_create("movie", MFD_CLOEXEC);
+  require(::ftruncate(fd, 0) == 0, "the file can be emptied");
+  require(::pwrite(fd, data, size, 0) == static_cast<ssize_t>(size), "the file can be written");
+  return fd;
+}
+
+void checkRuns(const std::vector<MovieBoxes::Run>& runs, std::size_t fileSize) {
+  require(runs.size() * 8 <= fileSize, "runs come from the file");
+  std::uint64_t samples = 0;
+  for (const auto& run : runs) {
+    require(run.count > 0, "no run is empty");
+    samples += run.count;
+  }
+  require(samples <= limits::maxSamples, "runs keep to the limit");
+}
+
+void checkTrack(const MovieBoxes::Track& track, std::size_t fileSize) {
+  checkRuns(track.sampleLengths, fileSize);
+  checkRuns(track.pictureOffsets, fileSize);
+  require(track.edits.size() <= limits::maxEdits && track.edits.size() * 12 <= fileSize, "edits come from the file");
+  require(track.syncSamples.size() * 4 <= fileSize, "access points come from the file");
+  require(track.syncSamples.empty() || track.hasSyncTable, "access points come from a table");
+  require(track.sampleDescriptions * 8ULL <= fileSize, "sample descriptions come from the file");
+  require(track.sampleCount <= limits::maxSamples, "the count of samples keeps to the limit");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const auto movie = clipworks::engine::readMovieBoxes(fileOf(data, size));
+  if (!movie) {
+    require(!movie.error().sentence.empty(), "an error has a sentence");
+    return 0;
+  }
+  require(movie->tracks.size() <= limits::maxTracks, "tracks keep to the limit");
+  for (const auto& track : movie->tracks) {
+    checkTrack(track, size);
+  }
+  return 0;
+}

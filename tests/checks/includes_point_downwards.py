@@ -1,0 +1,120 @@
+#!/usr/bin/env python3
+"""Checks every include of the program and the library against the layers.
+
+    includes_point_downwards.py ROOT [PUBLIC_HEADER…]
+
+An include may only point to its own folder or to a lower layer. Media libraries are known to clipworks/engine alone, and
+a public header includes nothing but public headers, tl/expected.hpp and the standard library.
+Prints one line for each fault; exit code 1 when there is one.
+"""
+
+import os
+import re
+import sys
+from pathlib import Path
+
+# From the lowest to the highest. Folders on one line are beside each other: none of them includes another.
+LAYERS = [
+    ["clipworks/engine"],
+    ["clipworks/media/base"],
+    ["clipworks/media/time", "clipworks/media/geometry", "clipworks/media/dispatch"],
+    ["clipworks/media/asset"],
+    ["clipworks/media/composition"],
+    ["clipworks/media/export"],
+    ["clipworks/filedeck"],
+    ["clipworks/foundation"],
+    ["clipworks/looper"],
+    ["clipworks"],  # the header that includes all operations
+    ["app"],
+]
+LEVELS = {folder: level for level, layer in enumerate(LAYERS) for folder in layer}
+
+# What the layers above the engine may include beside each other.
+STANDARD = re.compile(r"[a-z0-9_]+")  # <vector>, <cstdint>
+POSIX = re.compile(
+    r"(dlfcn|errno|fcntl|poll|pthread|pwd|sched|signal|spawn|termios|unistd|sys/[a-z]+|linux/[a-z]+)\.h"
+)
+LIBRARY = re.compile(r"tl/expected\.hpp")
+PROGRAM = re.compile(r"(CLI|nlohmann|fmt)/[A-Za-z/._]+")
+
+INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^">]+)[">]', re.MULTILINE)
+
+
+def folder_of(path):
+    """The layer's folder that holds `path`: the longest one named in LAYERS."""
+    for parent in Path(path).parents:
+        if str(parent) in LEVELS:
+            return str(parent)
+    return None
+
+
+def is_ours(target):
+    return target.startswith(("clipworks/", "app/"))
+
+
+def outside_fault(folder, target, is_public):
+    """Why `folder` may not include this header of another project; None when it may."""
+    if folder == "clipworks/engine" and not is_public:
+        return None
+    if STANDARD.fullmatch(target) or LIBRARY.fullmatch(target):
+        return None
+    if is_public:
+        return "a public header includes a header that its users may not have"
+    if POSIX.fullmatch(target) or (folder == "app" and PROGRAM.fullmatch(target)):
+        return None
+    return "only clipworks/engine may know another library"
+
+
+def own_fault(folder, target, public_headers, is_public):
+    """Why `folder` may not include this header of ours; None when it may."""
+    other = folder_of(target)
+    if other is None:
+        return "points to a folder without a layer"
+    if other != folder and LEVELS[other] >= LEVELS[folder]:
+        return f"points from {folder} up or across to {other}"
+    if is_public and target not in public_headers:
+        return "a public header includes one that is not installed"
+    return None
+
+
+def faults_of(path, text, public_headers):
+    """Faults of one file, `path` relative to the repository's root."""
+    folder = folder_of(path)
+    if folder is None:
+        return [f"{path}: lies in a folder without a layer"]
+    faults = []
+    is_public = str(path) in public_headers
+    for match in INCLUDE.finditer(text):
+        quote, target = match.groups()
+        if quote == '"' and not is_ours(target):
+            target = os.path.normpath(Path(path).parent / target)
+        fault = (
+            own_fault(folder, target, public_headers, is_public)
+            if is_ours(target)
+            else outside_fault(folder, target, is_public)
+        )
+        if fault:
+            line = text.count("\n", 0, match.start(2)) + 1
+            faults.append(f"{path}:{line}: {target}: {fault}")
+    return faults
+
+
+def main(root, headers):
+    root = Path(root).resolve()
+    public_headers = {str(Path(header).resolve().relative_to(root)) for header in headers}
+    files = sorted(
+        file for top in ("clipworks", "app") for file in (root / top).rglob("*") if file.suffix in (".h", ".cpp")
+    )
+    if not files:
+        sys.exit(f"there are no sources below {root}")
+    faults = [
+        fault
+        for file in files
+        for fault in faults_of(file.relative_to(root), file.read_text(encoding="utf-8"), public_headers)
+    ]
+    print("\n".join(faults) if faults else f"{len(files)} files, every include points downwards")
+    return 1 if faults else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main(sys.argv[1], sys.argv[2:]))

@@ -1,0 +1,262 @@
+#include <clipworks/media/composition/SegmentMapping.h>
+
+#include <chrono>
+#include <limits>
+#include <ostream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "FakeTrack.h"
+
+namespace clipworks::test {
+namespace {
+
+using testing::ElementsAreArray;
+using Lines = std::vector<std::string>;
+
+// ---- One segment
+
+struct MappingCase {
+  const char* name;
+  AVAssetTrackSegment segment;
+  CMTime source;
+  CMTime target;  // with the time scale that is expected of mapToTarget
+  friend void PrintTo(const MappingCase& c, std::ostream* out) { *out << c.name; }
+};
+
+class MapBothWays : public testing::TestWithParam<MappingCase> {};
+
+TEST_P(MapBothWays, IsExactAndReverses) {
+  const auto& [name, segment, source, target] = GetParam();
+  const CMTime there = mapToTarget(segment, source);
+  EXPECT_EQ(there.value, target.value);
+  EXPECT_EQ(there.timescale, target.timescale);
+  EXPECT_FALSE(there.wasRounded());
+  EXPECT_EQ(text(mapToSource(segment, there)), text(source));
+}
+
+constexpr CMTime kYear{31'536'000, 1};
+
+std::vector<MappingCase> segments() {
+  return {
+      {"a shift keeps the finer scale", mediaAt(seconds(2, 5), seconds(10, 13)), {2500, 1000}, {10'500, 1000}},
+      {"the start of the source is the start of the target", mediaAt(seconds(2, 5), seconds(10, 16)), {2, 1}, {10, 1}},
+      {"the end of the source is the end of the target", mediaAt(seconds(2, 5), seconds(10, 17)), {5, 1}, {17, 1}},
+      {"a third of the rate needs thirds", mediaAt(seconds(0, 3), seconds(0, 1)), {1, 1}, {1, 3}},
+      {"scales of video, sound and movie meet at their common multiple",
+       mediaAt({{0, 1}, {44'100, 44'100}}, {{0, 600}, {1200, 600}}),
+       {1, 90'000},
+       {1, 45'000}},
+      {"the result's scale is a multiple of the target's",
+       mediaAt({{0, 1}, {44'100, 44'100}}, {{0, 600}, {1200, 600}}),
+       {1, 44'100},
+       {4, 88'200}},
+      {"before the segment the mapping goes on, below zero too",
+       mediaAt(seconds(2, 5), seconds(1, 7)),
+       {1, 1},
+       {-1, 1}},
+      {"fine counts of years stay exact",
+       mediaAt({kCMTimeZero, {kYear.value * 1'000'000'007, 1'000'000'007}}, {kYear, {kYear.value * 2, 1}}),
+       {kYear.value * 1'000'000'007 - 1, 1'000'000'007},
+       {kYear.value * 3 * 1'000'000'007 - 2, 1'000'000'007}},
+      {"an exact result in another scale is found where the common multiple is too large",
+       mediaAt({{0, 1}, {3, 7}}, {{1, 2'000'000'000}, {3, 7}}),
+       {2'000'000'000 - 7, 2'000'000'000},
+       {1'999'999'994, 2'000'000'000}},
+  };
+}
+
+INSTANTIATE_TEST_SUITE_P(Segments, MapBothWays, testing::ValuesIn(segments()));
+
+TEST(Map, RoundsHalfAwayFromZeroToTheFinestMultipleOfTheTargetsScale) {
+  // 31 · 2^26 is the finest multiple of 2^26 that fits 31 bits.
+  constexpr std::int32_t scale = 1 << 26;
+  const auto map = [](std::int64_t length, const CMTime& onto, std::int64_t t) {
+    const CMTime result = mapToTarget(mediaAt(seconds(0, length), {kCMTimeZero, onto}), CMTime(t, 1));
+    EXPECT_EQ(result.timescale, 31 * scale);
+    EXPECT_TRUE(result.wasRounded());
+    return result.value;
+  };
+  EXPECT_EQ(map(1'000'003, {scale + 1, scale}, 1), 2080);  // 31 · (2^26 + 1) / 1,000,003 = 2080.37
+  EXPECT_EQ(map(1'000'003, {scale + 1, scale}, -1), -2080);
+  EXPECT_EQ(map(62, {1, scale}, 1), 1);  // 31 / 62, a half
+  EXPECT_EQ(map(62, {1, scale}, -1), -1);
+  EXPECT_EQ(map(62, {1, scale}, 61), 31);  // 30.5
+}
+
+TEST(Map, IsInvalidWhereItIsNotDefined) {
+  const AVAssetTrackSegment sound = mediaAt(seconds(0, 1), seconds(0, 1));
+  const std::vector<std::pair<AVAssetTrackSegment, CMTime>> cases = {
+      {mediaAt(seconds(1, 1), seconds(0, 1)), {0, 1}},    // a held picture
+      {mediaAt(seconds(0, 1), seconds(1, 1)), {0, 1}},    // never shown
+      {gapAt(SegmentGap::empty, seconds(0, 1)), {0, 1}},  // a gap
+      {mediaAt(seconds(1, 0), seconds(0, 1)), {0, 1}},    // runs backwards
+      {mediaAt({{0, 1}, {1, 0, CMTime::valid, 0}}, seconds(0, 1)), {0, 1}},
+      {sound, kCMTimeInvalid},
+      {sound, kCMTimePositiveInfinity},
+      {sound, kCMTimeIndefinite},
+      {sound, CMTime(0, 1, CMTime::valid, 1)},
+      {sound, CMTime(std::numeric_limits<std::int64_t>::min(), 1)},
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    EXPECT_EQ(text(mapToTarget(cases[i].first, cases[i].second)), "invalid") << "case " << i;
+    EXPECT_EQ(text(mapToSource(cases[i].first, cases[i].second)), "invalid") << "case " << i;
+  }
+  const AVAssetTrackSegment slow = mediaAt({kCMTimeZero, {1, 2'000'000'000}}, {kCMTimeZero, {2'000'000'000, 1}});
+  EXPECT_EQ(text(mapToTarget(slow, CMTime(2'000'000'000, 1))), "+inf");
+  EXPECT_EQ(text(mapToTarget(slow, CMTime(-2'000'000'000, 1))), "-inf");
+}
+
+// ---- Slices of lists
+
+/// Half a second of nothing, two edits (the second at double speed), a held picture, black.
+const std::vector<AVAssetTrackSegment> kEdited = {
+    gapAt(SegmentGap::hold, fromTo({0, 2}, {1, 2})),    mediaAt(seconds(10, 12), fromTo({1, 2}, {5, 2})),
+    mediaAt(seconds(20, 24), fromTo({5, 2}, {9, 2})),   mediaAt(seconds(30, 30), fromTo({9, 2}, {11, 2})),
+    gapAt(SegmentGap::empty, fromTo({11, 2}, {13, 2})),
+};
+
+struct SliceCase {
+  const char* name;
+  std::vector<AVAssetTrackSegment> segments;
+  CMTimeRange range;
+  CMTime at;
+  Lines expected;
+  friend void PrintTo(const SliceCase& c, std::ostream* out) { *out << c.name; }
+};
+
+class Slice : public testing::TestWithParam<SliceCase> {};
+
+TEST_P(Slice, Holds) {
+  EXPECT_THAT(lines(sliceSegments(GetParam().segments, GetParam().range, GetParam().at)),
+              ElementsAreArray(GetParam().expected));
+}
+
+std::vector<SliceCase> lists() {
+  return {
+      {"the whole list, moved",
+       kEdited,
+       fromTo({0, 2}, {13, 2}),
+       {100, 1},
+       {"hold at 100..201/2", "media 10..12 at 201/2..205/2", "media 20..24 at 205/2..209/2",
+        "media 30..30 at 209/2..211/2", "empty at 211/2..213/2"}},
+      {"cuts within segments, the faster one by its rate",
+       kEdited,
+       seconds(1, 3),
+       {0, 1},
+       {"media 21/2..12 at 0..3/2", "media 20..21 at 3/2..2"}},
+      {"a part of one segment", kEdited, fromTo({11, 4}, {3, 1}), {7, 1}, {"media 41/2..21 at 7..29/4"}},
+      {"a held picture stays the same picture", kEdited, fromTo({19, 4}, {5, 1}), {0, 1}, {"media 30..30 at 0..1/4"}},
+      {"a gap keeps its kind", kEdited, seconds(6, 7), {0, 1}, {"empty at 0..1/2", "hold at 1/2..1"}},
+      {"padding before and after",
+       {mediaAt(seconds(0, 1), seconds(2, 3))},
+       seconds(0, 5),
+       {1, 1},
+       {"hold at 1..3", "media 0..1 at 3..4", "hold at 4..6"}},
+      {"wholly after the list", kEdited, seconds(20, 21), {0, 1}, {"hold at 0..1"}},
+      {"wholly before the list", {mediaAt(seconds(0, 1), seconds(5, 6))}, seconds(1, 2), {0, 1}, {"hold at 0..1"}},
+      {"of an empty list", {}, seconds(1, 3), {5, 1}, {"hold at 5..7"}},
+      {"an empty range", kEdited, seconds(1, 1), {0, 1}, {}},
+      {"a negative range", kEdited, seconds(2, 1), {0, 1}, {}},
+      {"an infinite range", kEdited, {kCMTimeZero, kCMTimePositiveInfinity}, {0, 1}, {}},
+      {"at no time", kEdited, seconds(0, 1), kCMTimeInvalid, {}},
+  };
+}
+
+INSTANTIATE_TEST_SUITE_P(Lists, Slice, testing::ValuesIn(lists()));
+
+// ---- Resolving
+
+const auto kPlainTrack = plainTrack("A", {10, 1});
+const auto kEditedTrack = std::make_shared<FakeTrack>("E", kEdited);
+const auto kCutTrack = std::make_shared<FakeTrack>(
+    "C", std::vector{mediaAt(seconds(5, 6), seconds(0, 1)), mediaAt(seconds(6, 8), seconds(1, 3)),
+                     mediaAt(seconds(8, 9), seconds(3, 5)), mediaAt(seconds(9, 10), seconds(5, 7)),
+                     mediaAt(seconds(9, 10), seconds(7, 8))});
+
+struct ResolveCase {
+  const char* name;
+  std::vector<Edit> edits;
+  Lines expected;
+  friend void PrintTo(const ResolveCase& c, std::ostream* out) { *out << c.name; }
+};
+
+class Resolve : public testing::TestWithParam<ResolveCase> {};
+
+TEST_P(Resolve, ReachesTheMedia) {
+  EXPECT_THAT(lines(resolveToMedia(*edited(GetParam().edits))), ElementsAreArray(GetParam().expected));
+}
+
+std::vector<ResolveCase> compositions() {
+  // empty 0..1, A 2..10 at 1..5, hold 5..7
+  const auto nested = edited({insert(kPlainTrack, seconds(2, 12), {1, 1}), scale(seconds(1, 9), {4, 1})});
+  const auto shortened = edited({insert(kPlainTrack, seconds(0, 10), {0, 1})});
+  return {
+      {"no segments", {}, {}},
+      {"the source's own gaps, edits and held picture show, and the padding after them",
+       {insert(kEditedTrack, seconds(0, 7), {3, 1})},
+       {"empty at 0..3", "hold at 3..7/2", "E 10..12 at 7/2..11/2", "E 20..24 at 11/2..15/2", "E 30..30 at 15/2..17/2",
+        "empty at 17/2..19/2", "hold at 19/2..10"}},
+      {"a re-timed insertion multiplies the rates of the edits",
+       {insert(kEditedTrack, seconds(1, 5), {0, 1}), scale(seconds(0, 4), {8, 1})},
+       {"E 21/2..12 at 0..3", "E 20..24 at 3..7", "E 30..30 at 7..8"}},
+      {"a picture that the source holds is cut by its target",
+       {insert(kEditedTrack, fromTo({19, 4}, {21, 4}), {0, 1})},
+       {"E 30..30 at 0..1/2"}},
+      {"edits that continue one another at one rate are joined, repeats are not",
+       {insert(kCutTrack, seconds(0, 8), {0, 1})},
+       {"C 5..8 at 0..3", "C 8..10 at 3..7", "C 9..10 at 7..8"}},
+      {"a split heals, a loop does not",
+       {insert(kPlainTrack, seconds(0, 4), {0, 1}), insert(kPlainTrack, seconds(4, 10), {4, 1}),
+        insert(kPlainTrack, seconds(0, 10), {10, 1})},
+       {"A 0..10 at 0..10", "A 0..10 at 10..20"}},
+      {"gaps of one kind are joined, others are not",
+       {insert(kPlainTrack, seconds(9, 12), {0, 1}), insert(kPlainTrack, seconds(11, 12), {3, 1}),
+        insertEmpty(seconds(5, 6))},
+       {"A 9..10 at 0..1", "hold at 1..4", "empty at 4..6"}},
+      {"nested compositions are looked through, their gaps keep their kinds",
+       {insert(nested, seconds(0, 8), {0, 1}), scale(seconds(0, 8), {4, 1})},
+       {"empty at 0..1/2", "A 2..10 at 1/2..5/2", "hold at 5/2..4"}},
+      {"what a nested composition lost after its insertion is padding",
+       {insert(shortened, seconds(2, 8), {0, 1}), [=](Track&) { remove(seconds(3, 10))(*shortened); }},
+       {"A 2..3 at 0..1", "hold at 1..6"}},
+  };
+}
+
+INSTANTIATE_TEST_SUITE_P(Compositions, Resolve, testing::ValuesIn(compositions()));
+
+TEST(Resolve, SeesAFilesTrackAsItsOwnSegmentsJoined) {
+  EXPECT_THAT(lines(resolveToMedia(*kCutTrack)),
+              ElementsAreArray({"C 5..8 at 0..3", "C 8..10 at 3..7", "C 9..10 at 7..8"}));
+}
+
+TEST(Resolve, GoesThroughDeepNestingAndSharedTracks) {
+  std::shared_ptr<const AVAssetTrack> inner = plainTrack("A", {2, 1});
+  for (int depth = 0; depth < 2000; ++depth) {
+    inner = edited({insert(inner, seconds(0, 1), {0, 1}), insert(inner, seconds(1, 2), {1, 1})});
+  }
+  EXPECT_THAT(lines(resolveToMedia(*inner)), ElementsAreArray({"A 0..2 at 0..2"}));
+}
+
+TEST(Resolve, TakesAHundredThousandLoopsInOneGo) {
+  constexpr int loops = 100'000;
+  const auto source = plainTrack("A", {44'100 * 3 - 1, 44'100});
+  const CMTime length(1800, 600);
+  const auto start = std::chrono::steady_clock::now();
+  const auto track = edited({});
+  for (int i = 0; i < loops; ++i) {
+    insert(source, {kCMTimeZero, length}, CMTime(length.seconds() * i, length.timescale))(*track);
+  }
+  const auto nested = edited({insert(track, {kCMTimeZero, kCMTimePositiveInfinity}, kCMTimeZero)});
+  const std::vector<MediaSegment> segments = resolveToMedia(*nested);
+  const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
+
+  EXPECT_LT(taken.count(), 10) << "seconds; work that grows with the square of the loops takes minutes";
+  ASSERT_EQ(segments.size(), 2U * loops);
+  EXPECT_EQ(text(segments.back(), ""), "hold at 13229999999/44100..300000");
+  EXPECT_EQ(text(segments[segments.size() - 2].target.start), "299997");
+}
+
+}  // namespace
+}  // namespace clipworks::test

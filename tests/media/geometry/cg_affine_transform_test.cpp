@@ -1,0 +1,65 @@
+#include <clipworks/media/geometry/CGAffineTransform.h>
+
+#include <cmath>
+#include <random>
+#include <sstream>
+
+#include <clipworks/media/geometry/CGRect.h>
+#include <gtest/gtest.h>
+
+namespace clipworks {
+
+std::ostream& operator<<(std::ostream& out, const CGAffineTransform& t) { return out << printedText(t); }
+
+namespace {
+
+TEST(CGAffineTransformTest, TransformsPointsAndSizes) {
+  const CGAffineTransform t{2, 3, 5, 7, 11, 13};
+  EXPECT_EQ(CGPointApplyAffineTransform({10, 100}, t), (CGPoint{531, 743}));
+  EXPECT_EQ(CGSizeApplyAffineTransform({10, 100}, t), (CGSize{520, 730}));
+  const CGAffineTransform portrait{0, 1, -1, 0, 1080, 0};
+  EXPECT_EQ(CGSizeApplyAffineTransform({1920, 1080}, portrait), (CGSize{-1080, 1920}));
+}
+
+TEST(CGAffineTransformTest, ChangesApplyBeforeTheTransform) {
+  const CGAffineTransform t{2, 3, 5, 7, 11, 13};
+  EXPECT_EQ(CGAffineTransformScale(t, 10, 100), (CGAffineTransform{20, 30, 500, 700, 11, 13}));
+  EXPECT_EQ(CGAffineTransformTranslate(t, 10, 100), (CGAffineTransform{2, 3, 5, 7, 531, 743}));
+  const double c = std::cos(0.3);
+  const double s = std::sin(0.3);
+  EXPECT_EQ(CGAffineTransformRotate(t, 0.3),
+            (CGAffineTransform{c * 2 + s * 5, c * 3 + s * 7, c * 5 - s * 2, c * 7 - s * 3, 11, 13}));
+}
+
+TEST(CGAffineTransformTest, KeepsTheResidueOfAQuarterTurn) {
+  const CGAffineTransform shift = CGAffineTransformTranslate(CGAffineTransformIdentity, 1080, -20);
+  EXPECT_EQ(printedText(CGAffineTransformRotate(shift, std::atan2(1.0, 0.0))),
+            "CGAffineTransform(a: 6.123233995736766e-17, b: 1.0, c: -1.0, d: 6.123233995736766e-17, tx: 1080.0, "
+            "ty: -20.0)");
+}
+
+TEST(CGAffineTransformTest, ConcatenationAppliesTheFirstFirst) {
+  std::mt19937 random(7);
+  std::uniform_int_distribution<int> digit(-9, 9);  // integers: exact whatever the order of operations
+  const auto any = [&] { return static_cast<double>(digit(random)); };
+  for (int i = 0; i < 1000; ++i) {
+    const CGAffineTransform first{any(), any(), any(), any(), any(), any()};
+    const CGAffineTransform second{any(), any(), any(), any(), any(), any()};
+    const CGPoint point{any(), any()};
+    ASSERT_EQ(CGPointApplyAffineTransform(point, CGAffineTransformConcat(first, second)),
+              CGPointApplyAffineTransform(CGPointApplyAffineTransform(point, first), second))
+        << first << second;
+    const double dx = any();
+    const double dy = any();
+    ASSERT_EQ(CGAffineTransformTranslate(first, dx, dy), CGAffineTransformConcat({1, 0, 0, 1, dx, dy}, first));
+    ASSERT_EQ(CGAffineTransformScale(first, dx, dy), CGAffineTransformConcat({dx, 0, 0, dy, 0, 0}, first));
+  }
+}
+
+TEST(GeometryTextTest, PrintsSizesAndPointsInParentheses) {
+  EXPECT_EQ(printedText(CGSize{1920, -0.5}), "(1920.0, -0.5)");
+  EXPECT_EQ(printedText(CGRect(3, 4, 5, 6).origin), "(3.0, 4.0)");
+}
+
+}  // namespace
+}  // namespace clipworks

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <filesystem>
+#include <functional>
+#include <iosfwd>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace clipworks::test {
+
+struct ProgramOptions {
+  /// From the start to the end of the program; when it has passed, the program and its children are killed.
+  std::chrono::milliseconds deadline{60'000};
+  /// "NAME=value" each, beside or in place of what this process has.
+  std::vector<std::string> environment{};
+  /// Empty: the caller's.
+  std::filesystem::path workingDirectory{};
+  /// Asked for the next bytes of standard input until it returns none. Null: standard input is empty.
+  std::function<std::string()> nextInput{};
+};
+
+struct ProgramResult {
+  /// -1 when the program was ended by a signal; 127 when it could not be started.
+  int exitCode = -1;
+  /// The signal that ended the program; 0 when it ended by itself.
+  int signal = 0;
+  bool timedOut = false;
+  std::string standardOutput;
+  std::string standardError;
+
+  [[nodiscard]] bool succeeded() const { return exitCode == 0; }
+};
+
+/// For failure messages: how it ended and what it printed.
+std::ostream& operator<<(std::ostream& out, const ProgramResult& result);
+
+/// A program running beside the test, in a process group of its own; killed when it is still there at destruction.
+/// Not through a shell. For one thread.
+class RunningProgram {
+ public:
+  explicit RunningProgram(const std::vector<std::string>& argv, ProgramOptions options = {});
+  ~RunningProgram();
+  RunningProgram(const RunningProgram&) = delete;
+  RunningProgram& operator=(const RunningProgram&) = delete;
+
+  [[nodiscard]] pid_t pid() const { return pid_; }
+
+  /// Sends `signal` to the program (not to its group).
+  void send(int signal) const;
+
+  /// Waits until the program has printed `text` on standard output or standard error. False when the program ended,
+  /// or the deadline passed, without it.
+  [[nodiscard]] bool waitForText(std::string_view text);
+
+  /// Waits for the program's end, or kills it at the deadline.
+  ProgramResult wait();
+
+ private:
+  void start(const std::vector<std::string>& argv);
+  /// Moves what can be moved between us and the program, for at most `patience`. False once the program has ended.
+  bool step(std::chrono::milliseconds patience);
+  void feedInput();
+  void takeOutput(int& fd, std::string& into);
+  void closeAll();
+  [[nodiscard]] std::chrono::milliseconds timeLeft() const;
+
+  ProgramOptions options_;
+  std::chrono::steady_clock::time_point end_;
+  ProgramResult result_;
+  std::string pendingInput_;
+  std::size_t inputSent_ = 0;
+  pid_t pid_ = -1;
+  int processFd_ = -1;
+  int input_ = -1;
+  int output_ = -1;
+  int error_ = -1;
+};
+
+/// Runs a program to its end.
+ProgramResult runProgram(const std::vector<std::string>& argv, ProgramOptions options = {});
+
+}  // namespace clipworks::test

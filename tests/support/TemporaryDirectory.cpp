@@ -1,0 +1,38 @@
+#include <tests/support/TemporaryDirectory.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+
+#include <unistd.h>
+
+namespace clipworks::test {
+
+namespace fs = std::filesystem;
+
+TemporaryDirectory::TemporaryDirectory() : owner_(getpid()) {
+  const char* base = std::getenv("TMPDIR");
+  std::string name = fs::path(base != nullptr && *base != '\0' ? base : "/tmp") / "clipworks-test-XXXXXX";
+  fs::create_directories(fs::path(name).parent_path());
+  if (mkdtemp(name.data()) == nullptr) {
+    throw std::system_error(errno, std::generic_category(), "no temporary directory at " + name);
+  }
+  path_ = name;
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+  if (getpid() != owner_) {
+    return;
+  }
+  std::error_code ignored;
+  fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add, ignored);
+  for (fs::recursive_directory_iterator it(path_, fs::directory_options::skip_permission_denied, ignored), end;
+       !ignored && it != end; it.increment(ignored)) {
+    if (it->is_directory(ignored) && !it->is_symlink(ignored)) {
+      fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
+    }
+  }
+  fs::remove_all(path_, ignored);
+}
+
+}  // namespace clipworks::test
