@@ -13,8 +13,14 @@ namespace {
 constexpr int settleSamples = 4096;
 constexpr double settleSeconds = 0.1;
 
-// Packets of containers with coarse clocks jitter; only a step beyond this is a real gap or overlap.
+// Packets of containers with coarse clocks jitter; only a step beyond this is a real gap or overlap. Telephones stamp AMR
+// frames (20 ms each) when they arrive, up to a frame early or late.
 constexpr double jitterSeconds = 0.003;
+constexpr double arrivalJitterSeconds = 0.05;
+
+double jitterOf(AVCodecID codec) {
+  return codec == AV_CODEC_ID_AMR_NB || codec == AV_CODEC_ID_AMR_WB ? arrivalJitterSeconds : jitterSeconds;
+}
 
 }  // namespace
 
@@ -135,7 +141,7 @@ Expected<void> SoundReader::takeFrame(const Frame& frame) {
   std::int64_t position = counted;
   if (frame->pts != AV_NOPTS_VALUE) {
     const std::int64_t told = av_rescale(frame->pts, sampleRate(), facts_->timescale);
-    const auto jitter = static_cast<std::int64_t>(jitterSeconds * sampleRate());
+    const auto jitter = static_cast<std::int64_t>(jitterOf(decoder_->codec_id) * sampleRate());
     if (!anchored_ || std::llabs(told - counted) > jitter) position = told;
   }
   const int room = swr_get_out_samples(converter_.get(), frame->nb_samples);

@@ -46,6 +46,17 @@ bool hasStartCodes(const AVCodecParameters& format) {
   return splits && format.extradata_size >= 4 && format.extradata[0] == 0 && format.extradata[1] == 0;
 }
 
+// Recordings that describe themselves by reverse-domain keys keep them as such (the `mdta` handler of the QuickTime file
+// format). The others keep the standard boxes, whose place (`loci`) goes only without those keys.
+bool needsKeyedMetadata(const AVDictionary* metadata) {
+  bool dotted = false;
+  for (const AVDictionaryEntry* entry = nullptr;
+       (entry = av_dict_get(metadata, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr;) {
+    dotted = dotted || std::strchr(entry->key, '.') != nullptr;
+  }
+  return dotted && av_dict_get(metadata, "location", nullptr, 0) == nullptr;
+}
+
 }  // namespace
 
 Expected<std::unique_ptr<MovieWriter>> MovieWriter::create(OutputFile& file, std::int32_t movieTimescale,
@@ -96,7 +107,8 @@ Expected<int> MovieWriter::addTrack(const AVCodecParameters& format, std::int32_
 
 Expected<void> MovieWriter::begin() {
   AVDictionary* options = nullptr;
-  av_dict_set(&options, "movflags", "faststart", 0);
+  const bool keyed = needsKeyedMetadata(context_->metadata);
+  av_dict_set(&options, "movflags", keyed ? "faststart+use_metadata_tags" : "faststart", 0);
   av_dict_set(&options, "use_editlist", "1", 0);
   av_dict_set_int(&options, "movie_timescale", movieTimescale_, 0);
   for (unsigned i = 0; i < context_->nb_streams; ++i) {
