@@ -29,7 +29,9 @@ ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=160x120:rate=30:duration=1 -f
 
 for program in "$work/build/loop" "$work/loop"; do
   mkdir "$work/out"
-  file=$(cd "$work/out" && "$program" "$work/clip.mp4" | tail -n 1)
+  (cd "$work/out" && timeout 60 "$program" "$work/clip.mp4") >"$work/log" 2>&1 ||
+    fail "$program failed and printed: $(cat "$work/log")"
+  file=$(tail -n 1 "$work/log")
   count=$(cd "$work/out" && ffprobe -v error -select_streams v -count_frames \
     -show_entries stream=nb_read_frames -of csv=p=0 "$file")
   [[ ${count%%,*} == 90 ]] || fail "$program made '$file' with '$count' pictures instead of 90"

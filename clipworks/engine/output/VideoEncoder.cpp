@@ -88,6 +88,7 @@ Expected<void> VideoEncoder::push(const Frame& picture, std::int64_t time, bool 
   frame->pts = time;
   frame->pict_type = startsAnew ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
   frame->key_frame = 0;
+  frame->interlaced_frame = 0;
   if (const int code = avcodec_send_frame(context_.get(), frame.get()); code < 0) {
     return tl::make_unexpected(libraryError(code, "a picture cannot be encoded", ErrorKind::internal));
   }

@@ -117,16 +117,17 @@ Expected<void> CodedPictures::decodeRun(const PictureRun& run, std::int64_t star
   if (run.file == nullptr) {
     auto black = blackFrame(settings.width, settings.height, encoder_->pixelFormat(), settings.colour.fullRange);
     if (!black) return tl::make_unexpected(black.error());
-    if (!raw_.push({std::move(*black), start, true})) return failed(ErrorKind::cancelled, "cancelled");
+    if (!raw_.push({std::move(*black), start, true, false})) return failed(ErrorKind::cancelled, "cancelled");
     return {};
   }
   auto reader = PictureReader::open(run.file, run.stream);
   if (!reader) return tl::make_unexpected(reader.error());
+  const bool interlaced = !run.file->stream(run.stream).progressive;
   bool startsRun = true;
   for (const auto& shown : run.pictures) {
     auto frame = reader->picture(shown.picture);
     if (!frame) return tl::make_unexpected(frame.error());
-    if (!raw_.push({std::move(*frame), start + shown.time, startsRun})) {
+    if (!raw_.push({std::move(*frame), start + shown.time, startsRun, interlaced})) {
       return failed(ErrorKind::cancelled, "cancelled");
     }
     startsRun = false;
@@ -149,20 +150,63 @@ void CodedPictures::encodePictures() {
 }
 
 Expected<void> CodedPictures::encodeAll() {
-  PictureConverter converter(job_.encoder.width, job_.encoder.height, encoder_->pixelFormat(), job_.fit);
+  converter_.emplace(job_.encoder.width, job_.encoder.height, encoder_->pixelFormat(), job_.fit);
   for (;;) {
     auto raw = raw_.pop();
     if (!raw) return tl::make_unexpected(raw.error());
     if (!*raw) break;
-    auto picture = converter.convert((*raw)->frame);
-    if (!picture) return tl::make_unexpected(picture.error());
-    if (auto pushed = encoder_->push(*picture, (*raw)->time, (*raw)->startsRun); !pushed) return pushed;
-    if (auto passed = passOn(); !passed) return passed;
+    if ((*raw)->startsRun) {
+      if (auto ended = endInterlacedRun(); !ended) return ended;
+    }
+    auto done = (*raw)->interlaced ? makeWhole(std::move(**raw)) : encode(**raw);
+    if (!done) return done;
   }
+  if (auto ended = endInterlacedRun(); !ended) return ended;
   if (auto finished = encoder_->finish(); !finished) return finished;
   if (auto passed = passOn(); !passed) return passed;
   if (passedRun_ != job_.runs.size()) return failed(ErrorKind::internal, "the encoder lost pictures");
   return {};
+}
+
+Expected<void> CodedPictures::makeWhole(RawPicture raw) {
+  if (!deinterlacer_) {
+    auto opened = Deinterlacer::open(*raw.frame);
+    if (!opened) return tl::make_unexpected(opened.error());
+    deinterlacer_.emplace(std::move(*opened));
+  }
+  if (auto pushed = deinterlacer_->push(raw.frame); !pushed) return pushed;
+  raw.frame.reset();
+  interlaced_.push_back(std::move(raw));
+  return encodeWhole();
+}
+
+Expected<void> CodedPictures::endInterlacedRun() {
+  if (!deinterlacer_) return {};
+  if (auto finished = deinterlacer_->finish(); !finished) return finished;
+  if (auto encoded = encodeWhole(); !encoded) return encoded;
+  deinterlacer_.reset();
+  if (!interlaced_.empty()) return failed(ErrorKind::internal, "deinterlacing lost pictures");
+  return {};
+}
+
+Expected<void> CodedPictures::encodeWhole() {
+  for (;;) {
+    auto whole = deinterlacer_->pull();
+    if (!whole) return tl::make_unexpected(whole.error());
+    if (!*whole) return {};
+    if (interlaced_.empty()) return failed(ErrorKind::internal, "deinterlacing made pictures up");
+    RawPicture picture = std::move(interlaced_.front());
+    interlaced_.pop_front();
+    picture.frame = std::move(**whole);
+    if (auto encoded = encode(picture); !encoded) return encoded;
+  }
+}
+
+Expected<void> CodedPictures::encode(const RawPicture& raw) {
+  auto picture = converter_->convert(raw.frame);
+  if (!picture) return tl::make_unexpected(picture.error());
+  if (auto pushed = encoder_->push(*picture, raw.time, raw.startsRun); !pushed) return pushed;
+  return passOn();
 }
 
 // Hands on what the encoder has ready. It gives one sample for each picture, run after run, since every run starts anew.

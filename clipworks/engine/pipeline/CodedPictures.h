@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
 #include <thread>
@@ -8,6 +9,7 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/pictures/Deinterlacer.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
 #include <clipworks/engine/pipeline/ExportJob.h>
 
@@ -48,6 +50,7 @@ class CodedPictures {
     Frame frame;
     std::int64_t time = 0;  // in ticks of the output
     bool startsRun = false;
+    bool interlaced = false;
   };
   Expected<void> openCopy();
   Expected<void> openEncoder();
@@ -57,6 +60,10 @@ class CodedPictures {
   Expected<void> decodeRun(const PictureRun& run, std::int64_t start);
   void encodePictures();
   Expected<void> encodeAll();
+  Expected<void> makeWhole(RawPicture raw);
+  Expected<void> endInterlacedRun();
+  Expected<void> encodeWhole();
+  Expected<void> encode(const RawPicture& picture);
   Expected<void> passOn();
 
   const PictureJob& job_;
@@ -65,6 +72,9 @@ class CodedPictures {
   std::optional<VideoEncoder> encoder_;
   std::int64_t replaced_ = 0;  // written by the decoding thread before it ends
   std::vector<std::int64_t> runStarts_;  // of the first placements
+  std::optional<PictureConverter> converter_;
+  std::optional<Deinterlacer> deinterlacer_;  // of the run under way, when it is interlaced
+  std::deque<RawPicture> interlaced_;         // pushed into it, frames left out
   std::size_t passedRun_ = 0;            // the run whose samples the encoder gives now
   std::size_t passedOfRun_ = 0;
   BoundedQueue<RawPicture> raw_;

@@ -60,7 +60,6 @@ Result<void, NSError> AVMutableCompositionTrack::insertTimeRange(const CMTimeRan
   // The instants that were asked for take their time scales first: they stay exact, the join to the padding gives way.
   const CMTime start = fitToTimescale(at, timescale_);
   const CMTime length = fitToTimescale(wanted, timescale_);
-  if (length == kCMTimeZero) return {};
   const CMTime presented = available < length ? fitToTimescale(available, timescale_) : length;
   std::vector<AVCompositionTrackSegment> pieces;
   if (presented > kCMTimeZero) {
@@ -80,7 +79,7 @@ void AVMutableCompositionTrack::insertEmptyTimeRange(const CMTimeRange& timeRang
   if (!isPlaceable(CMTimeMaximum(timeRange.start, end()) + timeRange.duration)) return;
   const CMTime start = fitToTimescale(timeRange.start, timescale_);
   const CMTime length = fitToTimescale(timeRange.duration, timescale_);
-  if (length > kCMTimeZero) insertSegments({gapOf(SegmentGap::empty, length)}, start, length);
+  insertSegments({gapOf(SegmentGap::empty, length)}, start, length);
 }
 
 void AVMutableCompositionTrack::removeTimeRange(const CMTimeRange& timeRange) {

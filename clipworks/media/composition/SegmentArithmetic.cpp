@@ -135,7 +135,7 @@ void keepPart(AVAssetTrackSegment& segment, const CMTime& from, const CMTime& to
   if (isAtNormalRate(segment)) {
     if (from != segment.target.start) segment.source.start += from - segment.target.start;
     segment.source.duration = part.duration;
-  } else if (!segment.isEmpty() && segment.source.duration != kCMTimeZero) {
+  } else if (!segment.isEmpty()) {
     segment.source = CMTimeRange::fromTo(sourceInstant(segment, from), sourceInstant(segment, to));
   }
   segment.target = part;

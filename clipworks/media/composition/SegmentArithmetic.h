@@ -26,8 +26,8 @@ inline constexpr std::int64_t latestSecond = std::int64_t{1} << 31;
 
 /// `t` as an instant whose distances from all instants fitted to the same `timescale` before are exact: at its own
 /// time scale or in lowest terms, and then `timescale` grows to a common multiple. When there is none of 31 bits,
-/// `timescale` becomes its finest multiple, and `t` is rounded to it half away from zero. Begin with 1. A time that is
-/// not placeable comes back as it is.
+/// `timescale` becomes its finest multiple, and `t` is rounded to it half away from zero; that is never coarser than
+/// 2^-30 s, so what is not zero does not become zero. Begin with 1. A time that is not placeable comes back as it is.
 [[nodiscard]] CMTime fitToTimescale(const CMTime& t, std::int32_t& timescale);
 
 /// A time scale at which start and end of `range` are whole counts, to fit instants between them to; the start's when

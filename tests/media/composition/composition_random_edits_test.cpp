@@ -184,6 +184,15 @@ class RandomEdits : public testing::TestWithParam<Regime> {
   }
   static const MediaTrack* mediaOf(const MediaSegment& segment) { return segment.mediaTrack.get(); }
 
+  /// Without a re-timing, what comes from `media` is neither stretched nor shrunk, however times were rounded.
+  template <class Segment>
+  void expectNormalRates(const std::vector<Segment>& segments, const MediaTrack* media) {
+    for (const Segment& segment : segments) {
+      if (isRetimed_ || segment.isEmpty() || mediaOf(segment) != media) continue;
+      ASSERT_EQ(text(segment.source.duration), text(segment.target.duration));
+    }
+  }
+
   void runSequence(std::uint64_t seed) {
     random_.seed(seed);
     AVMutableCompositionTrack track(AVMediaTypeVideo, 1);
@@ -191,11 +200,10 @@ class RandomEdits : public testing::TestWithParam<Regime> {
     isRetimed_ = false;
     for (int i = 0; i < 12; ++i) edit(track, journal);
     compare(track.compositionSegments(), journal.length(), [&](Seconds t) { return journal.at(t); });
-    for (const auto& segment : track.compositionSegments()) {
-      if (segment.isEmpty() || isRetimed_) continue;
-      ASSERT_EQ(segment.source.duration, segment.target.duration) << "rounding made a change of speed";
-    }
-    compare(resolveToMedia(track), journal.length(), [&](Seconds t) {
+    const std::vector<MediaSegment> resolved = resolveToMedia(track);
+    expectNormalRates(track.compositionSegments(), sources_[0]->media().get());
+    expectNormalRates(resolved, sources_[0]->media().get());
+    compare(resolved, journal.length(), [&](Seconds t) {
       const Shown shown = journal.at(t);
       return shown.source ? shownByFile(*shown.source, shown.instant) : shown;
     });
