@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <ostream>
 #include <string_view>
 #include <utility>
@@ -51,8 +52,8 @@ double meanOfCell(const GreyPicture& picture, int column, int row, const Orienta
   auto [x0, y0] = point(0.25);
   auto [x1, y1] = point(0.75);
   const auto range = [](double a, double b, int size) {
-    const int from = static_cast<int>(std::min(a, b) * size + 0.5);
-    const int to = static_cast<int>(std::max(a, b) * size + 0.5);
+    const int from = static_cast<int>(std::lround(std::min(a, b) * size));
+    const int to = static_cast<int>(std::lround(std::max(a, b) * size));
     return std::pair{std::min(from, size - 1), std::min(std::max(to, from + 1), size)};
   };
   const auto [left, right] = range(x0, x1, picture.width);

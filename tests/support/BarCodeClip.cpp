@@ -104,7 +104,6 @@ class PictureStream {
     const int chromaWidth = (width_ + 1) / 2;
     const int chromaHeight = (height_ + 1) / 2;
     std::string planes;
-    planes.reserve(static_cast<std::size_t>(width_ * height_ + 2 * chromaWidth * chromaHeight));
     for (int y = 0; y < height_; ++y) {
       for (int x = 0; x < width_; ++x) {
         const int cell = cellAt(number, x, y, width_, height_);

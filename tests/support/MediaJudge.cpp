@@ -189,7 +189,7 @@ std::vector<SeenPicture> MediaJudge::pictures(PictureView view) const {
                            "passthrough", "-f", "rawvideo", "-"});
   const ProgramResult result = run(argv);
   const ShownTimes times = shownTimes(result.standardError);
-  constexpr std::size_t size = readingSide * readingSide;
+  constexpr auto size = std::size_t{readingSide} * readingSide;
   const std::string& raw = result.standardOutput;
   if (raw.size() != size * times.ticks.size()) {
     throw std::runtime_error("ffmpeg showed " + std::to_string(times.ticks.size()) + " pictures of " + path_.string() +

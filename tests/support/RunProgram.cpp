@@ -44,6 +44,7 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& changes
 
 std::vector<char*> pointers(std::vector<std::string>& strings) {
   std::vector<char*> result;
+  result.reserve(strings.size() + 1);
   for (std::string& s : strings) {
     result.push_back(s.data());
   }

@@ -251,7 +251,8 @@ TEST(MediaJudge, HearsAHoleOfAFewMilliseconds) {
   const TemporaryDirectory directory;
   const BarCodeClip clip({.frames = 60, .audioCodec = "pcm_s16le", .extension = ".mov"});
   const auto late =
-      processed(directory, clip, {"-af", "asetpts='PTS+if(gte(T,1),0.02/TB,0)'", "-c:v", "copy", "-c:a", "pcm_s16le"}, "late.mkv");
+      processed(directory, clip, {"-af", "asetpts='PTS+if(gte(T,1),0.02/TB,0)'", "-c:v", "copy", "-c:a", "pcm_s16le"},
+                "late.mkv");
   const Sound source = MediaJudge(clip.path()).sound();
   const Sound got = MediaJudge(late).sound();
   const auto before = lagMilliseconds(source.part(0, 0.9), got.part(0, 0.9));

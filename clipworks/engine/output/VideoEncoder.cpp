@@ -26,8 +26,9 @@ void applyOptions(const VideoEncoderSettings& settings, AVCodecContext& context)
   if (settings.codec == VideoCodec::h264) {
     av_opt_set(own, "profile", "high", 0);
   } else {
-    // Closed groups: a repeated run may follow any other.
-    av_opt_set(own, "x265-params", "log-level=none:open-gop=0:repeat-headers=0", 0);
+    // Closed groups: a repeated run may follow any other. With bidirectional pictures that serve as references, two are
+    // decoded ahead of their turn at most.
+    av_opt_set(own, "x265-params", "log-level=none:open-gop=0:repeat-headers=0:bframes=4:b-pyramid=1", 0);
   }
 }
 
@@ -81,6 +82,12 @@ CodecParameters VideoEncoder::format() const {
   CodecParameters format = owned<CodecParameters>(avcodec_parameters_alloc());
   if (avcodec_parameters_from_context(format.get(), context_.get()) < 0) throw std::bad_alloc();
   return format;
+}
+
+int VideoEncoder::reorderDepth() const {
+  // libx265's wrapper leaves the field empty; its streams say two (sps_max_num_reorder_pics) with the options above.
+  constexpr int hevcDepth = 2;
+  return context_->codec_id == AV_CODEC_ID_HEVC ? hevcDepth : context_->has_b_frames;
 }
 
 Expected<void> VideoEncoder::push(const Frame& picture, std::int64_t time, bool startsAnew) {

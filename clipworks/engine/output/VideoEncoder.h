@@ -53,7 +53,7 @@ class VideoEncoder {
   [[nodiscard]] CodecParameters format() const;
   [[nodiscard]] AVPixelFormat pixelFormat() const { return context_->pix_fmt; }
   /// How many pictures may be decoded between a picture's own decoding and its showing.
-  [[nodiscard]] int reorderDepth() const { return context_->has_b_frames; }
+  [[nodiscard]] int reorderDepth() const;
 
   /// Takes a picture of the encoder's size and pixel format, shown at `time` ticks (rising). `startsAnew` makes it an
   /// access point that nothing later refers across.

@@ -28,6 +28,11 @@ CMTime inLowestTerms(const CMTime& t) {
   return CMTime(t.value / divisor, static_cast<std::int32_t>(t.timescale / divisor), t.flags, t.epoch);
 }
 
+/// Exact in some cases where `+` rounds because a coarse instant is written at a fine time scale.
+CMTime sum(const CMTime& a, const CMTime& b) {
+  return commonTimescale(a.timescale, b.timescale) != 0 ? a + b : inLowestTerms(a) + inLowestTerms(b);
+}
+
 std::int32_t finestMultiple(std::int32_t timescale) { return timescale * (kCMTimeMaxTimescale / timescale); }
 
 /// Two times as counts of the same unit.
@@ -95,8 +100,8 @@ CMTime retimed(const CMTime& t, const CMTimeRange& from, const CMTimeRange& onto
   if (!isPlaceable(t) || !isPlaceable(from) || !isPlaceable(onto) || from.duration == kCMTimeZero) {
     return kCMTimeInvalid;
   }
-  const CMTime offset = t - from.start;
-  if (from.duration == onto.duration) return onto.start + offset;
+  const CMTime offset = sum(t, -from.start);
+  if (from.duration == onto.duration) return sum(onto.start, offset);
   const Counts in = atCommonTimescale(from.duration, offset);
   const Counts out = atCommonTimescale(onto.start, onto.duration);
   // start + offset · duration / length, over the one divisor `length`: 63 + 62 bits and one for the sum.
