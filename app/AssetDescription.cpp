@@ -1,0 +1,187 @@
+#include <app/AssetDescription.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <vector>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <app/Reporter.h>
+
+namespace clipworks::app {
+namespace {
+
+using nlohmann::ordered_json;
+
+bool isVideo(const AVAssetTrack& track) { return track.mediaType() == AVMediaType::video; }
+
+// For people.
+
+/// 2.000 s, 1:02.500, 1:00:00.000.
+std::string clock(const CMTime& time) {
+  if (!time.isNumeric()) return "unknown";
+  const auto milliseconds = static_cast<std::int64_t>(std::llround(std::abs(time.seconds()) * 1000));
+  const char* sign = time.seconds() < 0 ? "-" : "";
+  const std::int64_t seconds = milliseconds / 1000;
+  const std::int64_t thousandths = milliseconds % 1000;
+  if (seconds < 60) return fmt::format("{}{}.{:03} s", sign, seconds, thousandths);
+  if (seconds < 3600) return fmt::format("{}{}:{:02}.{:03}", sign, seconds / 60, seconds % 60, thousandths);
+  return fmt::format("{}{}:{:02}:{:02}.{:03}", sign, seconds / 3600, seconds / 60 % 60, seconds % 60, thousandths);
+}
+
+/// How a player shows the coded pictures: "upright", "rotated 90°" (clockwise), "mirrored, rotated 180°".
+std::string orientation(const CGAffineTransform& t) {
+  const bool isMirrored = t.a * t.d - t.b * t.c < 0;
+  // Mirrored left to right first, then turned: the first column is negated.
+  const double angle = isMirrored ? std::atan2(-t.b, -t.a) : std::atan2(t.b, t.a);
+  const int degrees = (static_cast<int>(std::lround(angle * 180 / std::numbers::pi)) + 360) % 360;
+  if (degrees == 0) return isMirrored ? "mirrored" : "upright";
+  return fmt::format("{}rotated {}°", isMirrored ? "mirrored, " : "", degrees);
+}
+
+std::string dataRate(float bitsPerSecond) {
+  if (bitsPerSecond <= 0) return "";
+  if (bitsPerSecond >= 1e6F) return fmt::format("{:.1f} Mb/s", bitsPerSecond / 1e6F);
+  return fmt::format("{:.0f} kb/s", bitsPerSecond / 1e3F);
+}
+
+std::string channels(int count) {
+  if (count == 1) return "mono";
+  return count == 2 ? "stereo" : fmt::format("{} channels", count);
+}
+
+/// At most `digits` behind the point, and none that say nothing.
+std::string shortNumber(double number, int digits) {
+  std::string text = fmt::format("{:.{}f}", number, digits);
+  if (text.find('.') != std::string::npos) {
+    text.erase(text.find_last_not_of('0') + 1);
+    if (text.ends_with('.')) text.pop_back();
+  }
+  return text;
+}
+
+/// The cells of one track's line.
+std::vector<std::string> cells(const AVAssetTrack& track) {
+  const std::string codec = printable(track.codecName());
+  if (!isVideo(track)) {
+    return {"audio",
+            codec,
+            channels(track.channelCount()),
+            "",
+            shortNumber(track.sampleRate(), 0) + " Hz",
+            dataRate(track.estimatedDataRate())};
+  }
+  const CGSize size = track.naturalSize();
+  const auto rate = static_cast<double>(track.nominalFrameRate());
+  return {"video",
+          codec,
+          shortNumber(size.width, 2) + " × " + shortNumber(size.height, 2),
+          orientation(track.preferredTransform()),
+          rate > 0 ? shortNumber(rate, 3) + " fps" : "",
+          dataRate(track.estimatedDataRate())};
+}
+
+std::string span(const CMTimeRange& range) { return clock(range.start) + " – " + clock(range.end()); }
+
+std::string segmentLine(const AVAssetTrackSegment& segment) {
+  switch (segment.gap) {
+    case SegmentGap::none:
+      return fmt::format("    {}  shows {} of the media\n", span(segment.target), span(segment.source));
+    case SegmentGap::empty:
+      return fmt::format("    {}  is empty\n", span(segment.target));
+    case SegmentGap::hold:
+      return fmt::format("    {}  has nothing new\n", span(segment.target));
+  }
+  return "";
+}
+
+/// Characters, of UTF-8 text that has no wide ones.
+std::size_t width(const std::string& text) {
+  return static_cast<std::size_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+/// What a container says of itself rather than of the recording.
+bool describesContainer(const std::string& key) {
+  return key == "major_brand" || key == "minor_version" || key == "compatible_brands" || key == "encoder";
+}
+
+std::string trackLines(const AVAsset& asset) {
+  const auto tracks = asset.tracks();
+  std::vector<std::vector<std::string>> rows;
+  std::vector<std::size_t> widths;
+  for (const auto& track : tracks) {
+    rows.push_back(cells(*track));
+    widths.resize(rows.back().size());
+    for (std::size_t i = 0; i < widths.size(); ++i) widths[i] = std::max(widths[i], width(rows.back()[i]));
+  }
+  std::string text;
+  for (std::size_t row = 0; row < rows.size(); ++row) {
+    std::string line;
+    for (std::size_t i = 0; i < widths.size(); ++i) {
+      if (widths[i] > 0) line += "  " + rows[row][i] + std::string(widths[i] - width(rows[row][i]), ' ');
+    }
+    text += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
+    const auto segments = tracks[row]->segments();
+    if (segments.size() < 2) continue;
+    for (const auto& segment : segments) text += segmentLine(segment);
+  }
+  return text;
+}
+
+// For programs.
+
+ordered_json timeObject(const CMTime& time) {
+  return {{"value", time.value}, {"timescale", time.timescale}, {"seconds", time.seconds()}};
+}
+
+ordered_json rangeObject(const CMTimeRange& range) {
+  return {{"start", timeObject(range.start)}, {"duration", timeObject(range.duration)}};
+}
+
+ordered_json trackObject(const AVAssetTrack& track) {
+  const CGAffineTransform t = track.preferredTransform();
+  auto segments = ordered_json::array();
+  for (const auto& segment : track.segments()) {
+    segments.push_back({{"source", rangeObject(segment.source)},
+                        {"target", rangeObject(segment.target)},
+                        {"empty", segment.isEmpty()}});
+  }
+  return {{"type", isVideo(track) ? "video" : "audio"},
+          {"codec", track.codecName()},
+          {"width", track.naturalSize().width},
+          {"height", track.naturalSize().height},
+          {"transform", ordered_json::array({t.a, t.b, t.c, t.d, t.tx, t.ty})},
+          {"frameRate", track.nominalFrameRate()},
+          {"dataRate", track.estimatedDataRate()},
+          {"duration", timeObject(track.timeRange().duration)},
+          {"channels", track.channelCount()},
+          {"sampleRate", track.sampleRate()},
+          {"segments", segments}};
+}
+
+}  // namespace
+
+std::string describedForPeople(const std::filesystem::path& path, const AVAsset& asset) {
+  std::string text = fmt::format("{}  {}\n", printable(path.string()), clock(asset.duration()));
+  text += trackLines(asset);
+  for (const auto& [key, value] : asset.metadata()) {
+    if (!describesContainer(key)) text += fmt::format("  {}: {}\n", printable(key), printable(value));
+  }
+  return text;
+}
+
+ordered_json describedForPrograms(const std::filesystem::path& path, const AVAsset& asset) {
+  auto tracks = ordered_json::array();
+  for (const auto& track : asset.tracks()) tracks.push_back(trackObject(*track));
+  auto metadata = ordered_json::object();
+  for (const auto& [key, value] : asset.metadata()) metadata[key] = value;
+  ordered_json file{
+      {"path", path.string()}, {"duration", timeObject(asset.duration())}, {"tracks", tracks}, {"metadata", metadata}};
+  if (const std::string error = asset.loadError(); !error.empty()) file["error"] = error;
+  return file;
+}
+
+}  // namespace clipworks::app

@@ -1,0 +1,26 @@
+#include <app/Command.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace clipworks::app {
+namespace {
+
+// A function's static, since registrations run while the globals of other files are being made.
+std::vector<CommandRegistration::Factory>& factories() {
+  static std::vector<CommandRegistration::Factory> instance;
+  return instance;
+}
+
+}  // namespace
+
+CommandRegistration::CommandRegistration(Factory factory) { factories().push_back(std::move(factory)); }
+
+std::vector<std::unique_ptr<Command>> makeCommands() {
+  std::vector<std::unique_ptr<Command>> commands;
+  for (const auto& make : factories()) commands.push_back(make());
+  std::sort(commands.begin(), commands.end(), [](const auto& a, const auto& b) { return a->name() < b->name(); });
+  return commands;
+}
+
+}  // namespace clipworks::app

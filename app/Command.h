@@ -1,0 +1,62 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <app/Failure.h>
+#include <app/Interruption.h>
+#include <app/Options.h>
+#include <app/Reporter.h>
+
+namespace CLI {
+class App;
+}
+
+namespace clipworks::app {
+
+/// One run of the program: what a command may use.
+struct Program {
+  const Options& options;
+  Reporter& reporter;
+  Interruption& interruption;
+};
+
+/// One command of the program. Adding one: a source file in app/commands with a class and a `RegisteredCommand` for it,
+/// and the file's line in app/CMakeLists.txt. Commands that make files derive from `EditingCommand`.
+class Command {
+ public:
+  Command() = default;
+  virtual ~Command() = default;
+  Command(const Command&) = delete;
+  Command& operator=(const Command&) = delete;
+
+  [[nodiscard]] virtual std::string name() const = 0;
+  /// One line for the list of commands.
+  [[nodiscard]] virtual std::string purpose() const = 0;
+  /// An example and what else the command's help says below its options.
+  [[nodiscard]] virtual std::string notes() const = 0;
+  /// Adds the command's arguments to `parser`, bound to members.
+  virtual void configure(CLI::App& parser) = 0;
+  /// Does the work, after the arguments were parsed. Prints results itself; failures are the caller's to print.
+  [[nodiscard]] virtual Outcome run(const Program& program) = 0;
+};
+
+/// Names a command's class to the program, from a constant in the class's own source file.
+class CommandRegistration {
+ public:
+  using Factory = std::function<std::unique_ptr<Command>()>;
+  explicit CommandRegistration(Factory factory);
+};
+
+template <class ACommand>
+class RegisteredCommand : public CommandRegistration {
+ public:
+  RegisteredCommand() : CommandRegistration([] { return std::make_unique<ACommand>(); }) {}
+};
+
+/// A fresh object of every registered command, by name.
+[[nodiscard]] std::vector<std::unique_ptr<Command>> makeCommands();
+
+}  // namespace clipworks::app

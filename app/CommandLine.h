@@ -1,0 +1,39 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <CLI/App.hpp>
+
+#include <app/Command.h>
+#include <app/Failure.h>
+#include <app/Options.h>
+
+namespace clipworks::app {
+
+/// The program's arguments: the options that hold for every command, and one command with its own.
+class CommandLine {
+ public:
+  CommandLine();
+  CommandLine(const CommandLine&) = delete;
+  CommandLine& operator=(const CommandLine&) = delete;
+
+  /// What was asked for: a command, or none, when a text was asked for and printed (help, version, licences). Fails
+  /// with wrong use.
+  [[nodiscard]] Result<Command*, Failure> parse(int argc, const char* const* argv);
+
+  /// As far as they were understood.
+  [[nodiscard]] const Options& options() const { return options_; }
+
+ private:
+  void addOptions();
+  void addCommands();
+
+  Options options_;
+  CLI::App parser_;
+  std::vector<std::unique_ptr<Command>> commands_;
+};
+
+}  // namespace clipworks::app

@@ -1,0 +1,44 @@
+#include <app/EditingCommand.h>
+
+#include <clipworks/media/asset/AVAsset.h>
+#include <clipworks/media/export/AVAssetExportSession.h>
+#include <clipworks/media/export/EncoderAvailability.h>
+
+namespace clipworks::app {
+namespace {
+
+bool holdsHEVC(const std::filesystem::path& file) {
+  const auto tracks = AVAsset::make(URL(file))->tracks(AVMediaTypeVideo);
+  return !tracks.empty() && tracks.front()->codecName() == "hevc";
+}
+
+/// Operations choose HEVC whenever there is an encoder for it, so the choice is which encoders they see.
+Outcome applyCodec(CodecChoice choice, const std::filesystem::path& firstInput) {
+  switch (choice) {
+    case CodecChoice::automatic:
+      if (!holdsHEVC(firstInput)) EncoderAvailability::withhold(VideoCodecKind::hevc);
+      return {};
+    case CodecChoice::h264:
+      EncoderAvailability::withhold(VideoCodecKind::hevc);
+      return {};
+    case CodecChoice::hevc:
+      if (!EncoderAvailability::isAvailable(VideoCodecKind::hevc)) return failed("no encoder for HEVC is available");
+      return {};
+  }
+  return {};
+}
+
+}  // namespace
+
+Outcome EditingCommand::run(const Program& program) {
+  if (const Outcome checked = check(); !checked) return checked;
+  if (const Outcome applied = applyCodec(program.options.codec, inputs().front()); !applied) return applied;
+  AVAssetExportSession::setKeepsRecordingMetadataByDefault(!program.options.stripMetadata);
+  const auto bench = Workbench::make(program, inputs());
+  if (!bench) return failure(bench.error());
+  const Outcome edited = edit(**bench);
+  if (edited) program.reporter.done();
+  return edited;
+}
+
+}  // namespace clipworks::app

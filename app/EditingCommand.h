@@ -1,0 +1,26 @@
+#pragma once
+
+#include <filesystem>
+#include <vector>
+
+#include <app/Command.h>
+#include <app/Workbench.h>
+
+namespace clipworks::app {
+
+/// A command that makes files out of files.
+class EditingCommand : public Command {
+ public:
+  /// Checks, chooses the codec, edits, and tells the results.
+  [[nodiscard]] Outcome run(const Program& program) final;
+
+ protected:
+  /// The files that are read, and never overwritten. The first one decides the codec.
+  [[nodiscard]] virtual std::vector<std::filesystem::path> inputs() const = 0;
+  /// Finds wrong use and unsuitable files, by looking only; nothing has been made yet.
+  [[nodiscard]] virtual Outcome check() = 0;
+  /// Runs the operation and delivers its files.
+  [[nodiscard]] virtual Outcome edit(Workbench& bench) = 0;
+};
+
+}  // namespace clipworks::app

@@ -1,0 +1,26 @@
+#include <app/Licenses.h>
+
+namespace clipworks::app {
+
+std::string licenses() {
+  return R"(Clipworks' own code is under the MIT License.
+Copyright (c) 2026 The Clipworks authors
+
+A build against Debian's FFmpeg uses its GPL parts and the encoders x264 and
+x265, so the program and the library built that way are distributed under the
+GNU General Public License, version 2 or later.
+
+Libraries that the program runs on:
+  FFmpeg               LGPL 2.1 or later; as Debian builds it, GPL 2 or later
+  x264, x265           GPL 2 or later (through FFmpeg)
+  zimg                 WTFPL 2
+  libyuv               BSD 3-Clause
+  {fmt}                MIT, with an exception for object code
+Header libraries that are compiled into it:
+  CLI11                BSD 3-Clause
+  JSON for Modern C++  MIT
+  tl::expected         CC0 1.0
+Their full texts are in /usr/share/doc/PACKAGE/copyright on Debian.)";
+}
+
+}  // namespace clipworks::app

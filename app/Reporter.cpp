@@ -1,0 +1,126 @@
+#include <app/Reporter.h>
+
+#include <unistd.h>
+
+#include <cstdio>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <app/ProgressLine.h>
+
+namespace clipworks::app {
+namespace {
+
+constexpr double progressStep = 0.001;
+
+/// One line. Paths need not be UTF-8; what is not becomes a replacement character.
+std::string jsonLine(const nlohmann::ordered_json& event) {
+  return event.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
+}
+
+void writeError(std::string_view text) {
+  // Nowhere is left to tell that standard error cannot be written.
+  (void)std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+}  // namespace
+
+std::string printable(std::string_view text) {
+  std::string line(text);
+  for (char& c : line) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 0x20 || byte == 0x7f) c = ' ';
+  }
+  return line;
+}
+
+Reporter::Reporter(const Options& options)
+    : json_(options.json), verbose_(options.verbose), showsBar_(!options.json && ::isatty(STDERR_FILENO) == 1) {}
+
+void Reporter::log(std::string_view line) {
+  if (!verbose_) return;
+  const std::lock_guard lock(mutex_);
+  clearBar();
+  writeOut(json_ ? jsonLine({{"event", "log"}, {"line", line}}) : std::string(line) + '\n');
+}
+
+void Reporter::progress(double value) {
+  const std::lock_guard lock(mutex_);
+  if (value < shownProgress_ + progressStep && !(value >= 1 && shownProgress_ < 1)) {
+    // The bar's time left runs on between two steps.
+    if (!barIsShown_) return;
+    value = shownProgress_;
+  }
+  const bool isNew = value > shownProgress_;
+  shownProgress_ = value;
+  if (json_ && isNew) {
+    writeOut(jsonLine({{"event", "progress"}, {"value", value}}));
+  } else if (showsBar_) {
+    const auto elapsed = std::chrono::steady_clock::now() - start_;
+    writeError("\r" + progressLine(value, std::chrono::duration_cast<std::chrono::milliseconds>(elapsed)) + "\x1b[K");
+    barIsShown_ = true;
+  }
+}
+
+void Reporter::output(const std::filesystem::path& path) {
+  const std::lock_guard lock(mutex_);
+  clearBar();
+  outputs_.push_back(path);
+  if (!json_) writeOut(path.string() + '\n');
+}
+
+void Reporter::done() {
+  const std::lock_guard lock(mutex_);
+  clearBar();
+  if (!json_) return;
+  auto outputs = nlohmann::ordered_json::array();
+  for (const auto& path : outputs_) outputs.push_back(path.string());
+  writeOut(jsonLine({{"event", "done"}, {"outputs", outputs}}));
+}
+
+void Reporter::failed(const Failure& failure) {
+  const std::lock_guard lock(mutex_);
+  clearBar();
+  writeSentence(failure.sentence);
+  if (json_ && hasEvents_) writeOut(jsonLine({{"event", "error"}, {"message", printable(failure.sentence)}}));
+}
+
+void Reporter::warning(std::string_view sentence) {
+  const std::lock_guard lock(mutex_);
+  clearBar();
+  writeSentence(sentence);
+}
+
+void Reporter::text(std::string_view text) {
+  const std::lock_guard lock(mutex_);
+  clearBar();
+  writeOut(text);
+}
+
+void Reporter::keepEventsOff() {
+  const std::lock_guard lock(mutex_);
+  hasEvents_ = false;
+}
+
+bool Reporter::isWritten() const {
+  const std::lock_guard lock(mutex_);
+  return isWritten_;
+}
+
+void Reporter::writeOut(std::string_view text) {
+  const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+  isWritten_ = isWritten_ && written;
+}
+
+void Reporter::writeSentence(std::string_view sentence) {
+  writeError(fmt::format("clipworks: {}\n", printable(sentence)));
+}
+
+void Reporter::clearBar() {
+  if (!barIsShown_) return;
+  writeError("\r\x1b[K");
+  barIsShown_ = false;
+}
+
+}  // namespace clipworks::app

@@ -1,0 +1,59 @@
+#pragma once
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <app/Awaited.h>
+#include <app/Command.h>
+#include <app/PrivateDirectories.h>
+#include <app/SessionWatch.h>
+#include <clipworks/media/base/URL.h>
+
+namespace clipworks::app {
+
+/// What an editing command works with: it waits for operations, shows how far they are, and brings their files into
+/// place. Used on the main thread, which it makes the main queue's.
+class Workbench {
+ public:
+  /// Points the library at private directories. Fails with a sentence when they cannot be made.
+  [[nodiscard]] static Result<std::unique_ptr<Workbench>, Failure> make(const Program& program,
+                                                                        std::vector<std::filesystem::path> inputs);
+  Workbench(const Workbench&) = delete;
+  Workbench& operator=(const Workbench&) = delete;
+
+  /// Waits until the operation that holds `awaited`'s closure has reported or dropped it. Its value; or, when it
+  /// failed, said nothing or was interrupted, why: `what` ("a.mp4 could not be looped") with the reason behind it.
+  template <class Value, class Error>
+  [[nodiscard]] Result<Value, Failure> wait(const Awaited<Result<Value, Error>>& awaited, const std::string& what) {
+    pumpUntil([&awaited] { return awaited.isOver(); });
+    if (interruption_.isRequested()) return failure(interrupted());
+    const auto reported = awaited.value();
+    if (!reported) return failure(silence(what));
+    if (!*reported) return failure(failureWithReason(what));
+    reporter_.progress(1);
+    return **reported;
+  }
+
+  /// Checks that the file can be read, moves it into place and tells its path.
+  [[nodiscard]] Outcome deliver(const URL& made);
+
+ private:
+  Workbench(const Program& program, std::vector<std::filesystem::path> inputs,
+            std::unique_ptr<PrivateDirectories> directories);
+
+  void pumpUntil(const std::function<bool()>& isOver);
+  [[nodiscard]] static Failure interrupted();
+  [[nodiscard]] Failure failureWithReason(const std::string& what) const;
+  [[nodiscard]] static Failure silence(const std::string& what);
+
+  Reporter& reporter_;
+  Interruption& interruption_;
+  std::vector<std::filesystem::path> inputs_;
+  std::unique_ptr<PrivateDirectories> directories_;
+  SessionWatch watch_;
+};
+
+}  // namespace clipworks::app

@@ -1,0 +1,60 @@
+#include <string>
+#include <vector>
+
+#include <fmt/format.h>
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <app/AssetDescription.h>
+#include <app/Command.h>
+
+namespace clipworks::app {
+namespace {
+
+class InfoCommand final : public Command {
+ public:
+  std::string name() const override { return "info"; }
+  std::string purpose() const override { return "Tell what files hold: length, tracks, orientation, edits"; }
+  std::string notes() const override {
+    return "A file that cannot be read is named on standard error; the others are still told.\n"
+           "With --json one object is printed, with all figures.\n\n"
+           "Examples: clipworks info clip.mp4 voice.m4a\n"
+           "          clipworks --json info clip.mp4\n"
+           "\"clipworks --help\" tells the options that hold for every command, and the exit codes.";
+  }
+  void configure(CLI::App& parser) override {
+    parser.add_option("FILE", files_, "The files")->type_name("")->required();
+  }
+
+  Outcome run(const Program& program) override {
+    if (program.options.json) program.reporter.keepEventsOff();
+    auto objects = nlohmann::ordered_json::array();
+    std::vector<std::string> errors;
+    for (const auto& file : files_) {
+      const auto asset = AVAsset::make(URL(file));
+      const std::string error = asset->loadError();
+      if (!error.empty()) errors.push_back(error);
+      if (program.options.json) {
+        objects.push_back(describedForPrograms(file, *asset));
+      } else if (error.empty()) {
+        program.reporter.text(describedForPeople(file, *asset));
+      }
+    }
+    if (program.options.json) {
+      const nlohmann::ordered_json object{{"files", objects}};
+      // Paths and metadata need not be UTF-8; what is not becomes a replacement character.
+      program.reporter.text(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n');
+    }
+    if (errors.empty()) return {};
+    for (std::size_t i = 0; i + 1 < errors.size(); ++i) program.reporter.warning(errors[i]);
+    return failed(errors.back());
+  }
+
+ private:
+  std::vector<std::string> files_;
+};
+
+const RegisteredCommand<InfoCommand> registration;
+
+}  // namespace
+}  // namespace clipworks::app

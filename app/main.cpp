@@ -1,0 +1,55 @@
+// The program `clipworks`: parses its arguments, runs one command, and turns what became of it into an exit code.
+
+#include <cstdio>
+#include <exception>
+#include <new>
+
+#include <app/Command.h>
+#include <app/CommandLine.h>
+#include <app/Failure.h>
+#include <app/Interruption.h>
+#include <app/Reporter.h>
+
+namespace clipworks::app {
+namespace {
+
+Outcome runCommand(Command& command, const Program& program) {
+  try {
+    return command.run(program);
+  } catch (const std::bad_alloc&) {
+    return failed("out of memory");
+  } catch (const std::exception& thrown) {
+    return failed(thrown.what());
+  }
+}
+
+int runProgram(int argc, const char* const* argv) {
+  CommandLine commandLine;
+  const auto command = commandLine.parse(argc, argv);
+  Reporter reporter(commandLine.options());
+  if (!command) {
+    reporter.failed(command.error());
+    return static_cast<int>(command.error().code);
+  }
+  if (*command == nullptr) return static_cast<int>(ExitCode::done);
+
+  Interruption interruption([&reporter] { reporter.failed({ExitCode::interrupted, "interrupted"}); });
+  Outcome outcome = runCommand(**command, {commandLine.options(), reporter, interruption});
+  if (outcome && !reporter.isWritten()) outcome = failed("standard output cannot be written");
+  if (outcome) return static_cast<int>(ExitCode::done);
+  reporter.failed(outcome.error());
+  return static_cast<int>(outcome.error().code);
+}
+
+}  // namespace
+}  // namespace clipworks::app
+
+int main(int argc, char** argv) {
+  try {
+    return clipworks::app::runProgram(argc, argv);
+  } catch (const std::exception& thrown) {
+    // Before there was anything to report with.
+    (void)std::fprintf(stderr, "clipworks: %s\n", thrown.what());
+    return static_cast<int>(clipworks::app::ExitCode::failed);
+  }
+}

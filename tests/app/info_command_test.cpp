@@ -1,0 +1,118 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include <tests/app/ProgramUnderTest.h>
+#include <tests/support/BarCodeClip.h>
+#include <tests/support/TemporaryDirectory.h>
+
+namespace clipworks::test {
+namespace {
+
+using nlohmann::json;
+using testing::AllOf;
+using testing::HasSubstr;
+
+/// Two seconds, turned, dated, with an empty edit before the pictures.
+std::filesystem::path phoneClip() {
+  ClipOptions options;
+  options.frameTimes = {};
+  for (int i = 0; i < 60; ++i) options.frameTimes.push_back(15 + i);
+  options.timescale = 30;
+  options.rotation = 90;
+  options.outputArguments = {"-metadata", "creation_time=2024-05-06T07:08:09Z"};
+  return BarCodeClip(options).path();
+}
+
+std::filesystem::path soundAlone() {
+  ClipOptions options;
+  options.frames = 0;
+  options.audioSeconds = 2;
+  options.channels = 1;
+  options.extension = ".m4a";
+  return BarCodeClip(options).path();
+}
+
+TEST(Info, TellsPeopleWhatAFileHolds) {
+  const auto result = runClipworks({"info", phoneClip()});
+  EXPECT_EQ(result.exitCode, 0) << result;
+  EXPECT_EQ(result.standardError, "");
+  EXPECT_THAT(
+      result.standardOutput,
+      AllOf(HasSubstr("2.500 s"), HasSubstr("video  h264  320 × 180  rotated 90°  30 fps"),
+            HasSubstr("audio  aac   stereo"), HasSubstr("0.000 s – 0.500 s"), HasSubstr("2024-05-06T07:08:09")));
+}
+
+TEST(Info, TellsProgramsEveryFigure) {
+  const auto result = runClipworks({"--json", "info", phoneClip()});
+  ASSERT_EQ(result.exitCode, 0) << result;
+  const auto events = eventsOf(result);
+  ASSERT_EQ(events.size(), 1U) << result;
+  const json& file = events.front().at("files").at(0);
+  EXPECT_EQ(file.at("path"), phoneClip().string());
+  EXPECT_NEAR(file.at("duration").at("seconds").get<double>(), 2.5, 0.001);
+  ASSERT_EQ(file.at("tracks").size(), 2U);
+
+  const json& video = file.at("tracks").at(0);
+  EXPECT_EQ(video.at("type"), "video");
+  EXPECT_EQ(video.at("width"), 320);
+  EXPECT_EQ(video.at("height"), 180);
+  EXPECT_EQ(video.at("transform"), json({0, 1, -1, 0, 180, 0}));
+  EXPECT_NEAR(video.at("frameRate").get<double>(), 30, 0.01);
+  EXPECT_GT(video.at("dataRate").get<double>(), 1000);
+  ASSERT_EQ(video.at("segments").size(), 2U);
+  EXPECT_EQ(video.at("segments").at(0).at("empty"), true);
+  EXPECT_EQ(video.at("segments").at(1).at("empty"), false);
+  EXPECT_NEAR(video.at("segments").at(1).at("target").at("start").at("seconds").get<double>(), 0.5, 0.001);
+
+  const json& audio = file.at("tracks").at(1);
+  EXPECT_EQ(audio.at("type"), "audio");
+  EXPECT_EQ(audio.at("codec"), "aac");
+  EXPECT_EQ(audio.at("channels"), 2);
+  EXPECT_EQ(audio.at("sampleRate"), 48000);
+}
+
+TEST(Info, ShowsTheOthersOfAListWhenOneCannotBeRead) {
+  const TemporaryDirectory directory;
+  std::ofstream(directory.file("note.mp4")) << "no media\n";
+  const Arguments files{phoneClip(), directory.file("note.mp4"), soundAlone()};
+
+  const auto shown = runClipworks({"info", files[0], files[1], files[2]});
+  EXPECT_EQ(shown.exitCode, 1) << shown;
+  EXPECT_THAT(shown.standardError, testing::StartsWith("clipworks: note.mp4 "));
+  EXPECT_THAT(shown.standardOutput, AllOf(HasSubstr(files[0]), HasSubstr(files[2]), HasSubstr("mono")));
+
+  const auto told = runClipworks({"info", "--json", files[0], files[1], files[2]});
+  EXPECT_EQ(told.exitCode, 1) << told;
+  const json told3 = json::parse(told.standardOutput).at("files");
+  ASSERT_EQ(told3.size(), 3U);
+  EXPECT_EQ(told3.at(1).at("tracks"), json::array());
+  EXPECT_THAT(told3.at(1).at("error").get<std::string>(), HasSubstr("note.mp4"));
+  EXPECT_EQ(told3.at(2).at("tracks").at(0).at("type"), "audio");
+}
+
+TEST(Program, ExplainsItself) {
+  struct {
+    Arguments arguments;
+    std::vector<std::string> says;
+  } const cases[] = {
+      {{"--version"}, {"clipworks 0."}},
+      {{"--help"}, {"loop", "info", "--outputs", "Exit codes", "130"}},
+      {{"loop", "--help"}, {"--count", "Example"}},
+      {{"info", "--help"}, {"FILE", "Example"}},
+      {{"--licenses"}, {"MIT License", "GPL", "GNU General Public License", "x264", "CLI11"}},
+  };
+  for (const auto& [arguments, says] : cases) {
+    const auto result = runClipworks(arguments);
+    EXPECT_EQ(result.exitCode, 0) << result;
+    EXPECT_EQ(result.standardError, "");
+    for (const auto& text : says) EXPECT_THAT(result.standardOutput, HasSubstr(text));
+  }
+}
+
+}  // namespace
+}  // namespace clipworks::test

@@ -1,0 +1,153 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include <tests/app/ProgramUnderTest.h>
+#include <tests/support/BarCodeClip.h>
+#include <tests/support/MediaJudge.h>
+#include <tests/support/TemporaryDirectory.h>
+
+namespace clipworks::test {
+namespace {
+
+using nlohmann::json;
+using testing::MatchesRegex;
+
+std::filesystem::path datedClip() {
+  ClipOptions options;
+  options.outputArguments = {"-metadata", "creation_time=2024-05-06T07:08:09Z"};
+  return BarCodeClip(options).path();
+}
+
+/// The one file that standard output names.
+std::filesystem::path outputOf(const ProgramResult& result) {
+  EXPECT_EQ(result.exitCode, 0) << result;
+  EXPECT_THAT(result.standardOutput, MatchesRegex("[^\n]+\\.mp4\n"));
+  return result.standardOutput.substr(0, result.standardOutput.find('\n'));
+}
+
+TEST(Loop, PlaysTheClipThreeTimes) {
+  const TemporaryDirectory outputs;
+  const BarCodeClip clip;
+  const auto result = runClipworks({"--outputs", outputs.path(), "loop", clip.path(), "--count", "3"});
+  EXPECT_EQ(result.standardError, "");
+  const auto output = outputOf(result);
+  EXPECT_EQ(namesIn(outputs.path()), std::set<std::string>{output.filename()});
+
+  const auto pictures = MediaJudge(output).pictures();
+  ASSERT_EQ(pictures.size(), 180U);
+  for (std::size_t i = 0; i < pictures.size(); ++i) {
+    EXPECT_EQ(pictures[i].number, static_cast<int>(i % 60));
+    EXPECT_NEAR(pictures[i].seconds, static_cast<double>(i) / 30, 0.002);
+  }
+  const Sound sound = MediaJudge(output).sound();
+  for (int second = 0; second < 6; ++second) EXPECT_EQ(toneSecondAt(sound, second + 0.5), second % 2) << second;
+}
+
+TEST(Loop, WritesToTheCurrentDirectoryByDefault) {
+  const TemporaryDirectory current;
+  const TemporaryDirectory temp;
+  const auto result = runClipworks({"--temp", temp.path(), "loop", BarCodeClip().path(), "--count", "1"},
+                                   {.workingDirectory = current.path()});
+  const auto output = outputOf(result);
+  EXPECT_FALSE(output.has_parent_path()) << output;
+  EXPECT_EQ(namesIn(current.path()), std::set<std::string>{output});
+  EXPECT_EQ(namesIn(temp.path()), std::set<std::string>{});
+}
+
+TEST(Loop, TellsProgramsHowFarItIs) {
+  const TemporaryDirectory outputs;
+  const auto result =
+      runClipworks({"--json", "--verbose", "--outputs", outputs.path(), "loop", BarCodeClip().path(), "--count", "2"});
+  ASSERT_EQ(result.exitCode, 0) << result;
+  EXPECT_EQ(result.standardError, "");
+
+  std::vector<double> values;
+  for (const auto& event : eventsOf(result, "progress")) values.push_back(event.at("value"));
+  ASSERT_GE(values.size(), 2U) << result;
+  EXPECT_TRUE(std::is_sorted(values.begin(), values.end())) << result;
+  EXPECT_EQ(values.front(), 0);
+  EXPECT_EQ(values.back(), 1);
+
+  const auto lines = eventsOf(result, "log");
+  ASSERT_EQ(lines.size(), 1U) << result;
+  EXPECT_THAT(lines.front().at("line").get<std::string>(), MatchesRegex("Current capacity: [0-9]+"));
+
+  const json last = eventsOf(result).back();
+  EXPECT_EQ(last.at("event"), "done");
+  ASSERT_EQ(last.at("outputs").size(), 1U);
+  EXPECT_TRUE(std::filesystem::exists(last.at("outputs").at(0).get<std::string>()));
+}
+
+TEST(Loop, ShowsTheLibrarysLinesWhenAsked) {
+  const TemporaryDirectory outputs;
+  const auto result =
+      runClipworks({"--verbose", "--outputs", outputs.path(), "loop", BarCodeClip().path(), "--count", "2"});
+  EXPECT_EQ(result.exitCode, 0) << result;
+  EXPECT_THAT(result.standardOutput, MatchesRegex("Current capacity: [0-9]+\n[^\n]+\\.mp4\n"));
+}
+
+TEST(Loop, RunsAtTheSameTimeKeepApart) {
+  const TemporaryDirectory outputs;
+  const auto command = clipworksCommand({"--outputs", outputs.path(), "loop", BarCodeClip().path(), "--count", "2"});
+  RunningProgram first(command);
+  RunningProgram second(command);
+  const auto a = outputOf(first.wait());
+  const auto b = outputOf(second.wait());
+  EXPECT_NE(a, b);
+  EXPECT_EQ(namesIn(outputs.path()), (std::set<std::string>{a.filename(), b.filename()}));
+}
+
+struct CodecCase {
+  std::string name;
+  std::string sourceEncoder;
+  Arguments option;
+  std::string codec;
+
+  friend std::ostream& operator<<(std::ostream& out, const CodecCase& c) { return out << c.name; }
+};
+
+class LoopCodec : public testing::TestWithParam<CodecCase> {};
+
+TEST_P(LoopCodec, IsTheOneAskedFor) {
+  ClipOptions options;
+  options.videoCodec = GetParam().sourceEncoder;
+  if (options.videoCodec == "libx265") options.outputArguments = {"-tag:v", "hvc1"};
+  options.preset = "ultrafast";
+  options.frames = 30;
+  const BarCodeClip clip(options);
+  const TemporaryDirectory outputs;
+  Arguments arguments{"--outputs", outputs.path()};
+  arguments.insert(arguments.end(), GetParam().option.begin(), GetParam().option.end());
+  arguments.insert(arguments.end(), {"loop", clip.path(), "--count", "2"});
+  const auto output = outputOf(runClipworks(arguments));
+  EXPECT_EQ(MediaJudge(output).stream("video").codec, GetParam().codec);
+  EXPECT_EQ(MediaJudge(output).pictures().size(), 60U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Choices, LoopCodec,
+    testing::Values(CodecCase{"H264_stays_H264", "libx264", {}, "h264"},
+                    CodecCase{"HEVC_stays_HEVC", "libx265", {"--codec", "auto"}, "hevc"},
+                    CodecCase{"HEVC_becomes_H264_on_request", "libx265", {"--codec", "h264"}, "h264"},
+                    CodecCase{"H264_becomes_HEVC_on_request", "libx264", {"--codec", "hevc"}, "hevc"}),
+    [](const auto& info) { return info.param.name; });
+
+TEST(Loop, KeepsTheRecordingsDateUnlessToldOtherwise) {
+  const TemporaryDirectory outputs;
+  const auto dateOf = [](const std::filesystem::path& file) {
+    return runProgram({"ffprobe", "-v", "error", "-show_entries", "format_tags", "-of", "json", file}).standardOutput;
+  };
+  const auto kept = runClipworks({"--outputs", outputs.path(), "loop", datedClip(), "--count", "2"});
+  EXPECT_THAT(dateOf(outputOf(kept)), testing::HasSubstr("2024-05-06T07:08:09"));
+  const auto stripped =
+      runClipworks({"--outputs", outputs.path(), "--strip-metadata", "loop", datedClip(), "--count", "2"});
+  EXPECT_THAT(dateOf(outputOf(stripped)), testing::Not(testing::HasSubstr("2024")));
+}
+
+}  // namespace
+}  // namespace clipworks::test

@@ -1,0 +1,186 @@
+#include <clipworks/media/asset/AVAsset.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <tests/support/BarCodeClip.h>
+#include <tests/support/RunProgram.h>
+#include <tests/support/TemporaryDirectory.h>
+
+namespace clipworks::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+using testing::Not;
+
+struct NoMedia {
+  const char* sentence;
+  const char* name;
+  std::function<void(const fs::path&)> make;
+};
+void PrintTo(const NoMedia& c, std::ostream* out) { *out << c.sentence; }
+
+void write(const fs::path& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
+
+class AssetWithoutMedia : public testing::TestWithParam<NoMedia> {};
+
+TEST_P(AssetWithoutMedia, HasNoTracksAndNoLengthAndSaysWhy) {
+  const auto& c = GetParam();
+  const TemporaryDirectory directory;
+  c.make(directory.file(c.name));
+  const auto asset = AVAsset::make(URL(directory.file(c.name)));
+  EXPECT_TRUE(asset->tracks().empty());
+  EXPECT_EQ(asset->duration(), kCMTimeZero);
+  EXPECT_TRUE(asset->metadata().empty());
+  EXPECT_THAT(asset->loadError(), HasSubstr(c.name));
+  EXPECT_THAT(asset->loadError(), Not(HasSubstr("\n")));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, AssetWithoutMedia,
+    testing::Values(
+        NoMedia{"a missing file", "missing.mp4", [](const fs::path&) {}},
+        NoMedia{"an empty file", "empty.mp4", [](const fs::path& path) { write(path, ""); }},
+        NoMedia{"a text with a movie's name", "text.mp4",
+                [](const fs::path& path) { write(path, "Dear diary, today I shot no video.\n"); }},
+        NoMedia{"a directory", "directory.mp4", [](const fs::path& path) { fs::create_directory(path); }},
+        NoMedia{"a list of other files", "list.mp4",
+                [](const fs::path& path) {
+                  write(path, "ffconcat version 1.0\nfile '" + BarCodeClip().path().string() + "'\n");
+                }},
+        NoMedia{"a movie that ends before its index", "cut.mp4", [](const fs::path& path) {
+                  fs::copy_file(BarCodeClip().path(), path);
+                  fs::resize_file(path, fs::file_size(path) / 2);
+                }}));
+
+TEST(Asset, ReadsAMovieByItsContent) {
+  const BarCodeClip clip({.frames = 75, .timescale = 30, .sampleRate = 44'100, .channels = 1});
+  const TemporaryDirectory directory;
+  fs::copy_file(clip.path(), directory.file("holiday.txt"));
+  const auto asset = AVAsset::make(URL(directory.file("holiday.txt")));
+  EXPECT_EQ(asset->loadError(), "");
+  EXPECT_NEAR(asset->duration().seconds(), 2.5, 0.05);
+  ASSERT_EQ(asset->tracks().size(), 2U);
+
+  const auto video = asset->tracks(AVMediaTypeVideo).at(0);
+  EXPECT_EQ(video->mediaType(), AVMediaType::video);
+  EXPECT_EQ(video->codecName(), "h264");
+  EXPECT_EQ(video->naturalSize(), (CGSize{320, 180}));
+  EXPECT_EQ(video->preferredTransform(), CGAffineTransformIdentity);
+  EXPECT_FLOAT_EQ(video->nominalFrameRate(), 30);
+  EXPECT_NEAR(video->timeRange().duration.seconds(), 2.5, 0.0005);
+  EXPECT_EQ(video->channelCount(), 0);
+
+  const auto audio = asset->tracks(AVMediaTypeAudio).at(0);
+  EXPECT_EQ(audio->mediaType(), AVMediaType::audio);
+  EXPECT_EQ(audio->codecName(), "aac");
+  EXPECT_EQ(audio->channelCount(), 1);
+  EXPECT_EQ(audio->sampleRate(), 44'100);
+  EXPECT_NE(audio->trackID(), video->trackID());
+}
+
+TEST(Asset, KeepsLookingAtTheFileItOpened) {
+  const TemporaryDirectory directory;
+  fs::copy_file(BarCodeClip().path(), directory.file("clip.mp4"));
+  const auto asset = AVAsset::make(URL(directory.file("clip.mp4")));
+  ASSERT_EQ(asset->tracks().size(), 2U);
+  fs::remove(directory.file("clip.mp4"));
+  EXPECT_EQ(asset->tracks().size(), 2U);
+  EXPECT_GT(asset->duration().seconds(), 1.9);
+}
+
+struct Turned {
+  const char* sentence;
+  int degrees;
+  CGAffineTransform transform;
+};
+void PrintTo(const Turned& c, std::ostream* out) { *out << c.sentence; }
+
+class TurnedAsset : public testing::TestWithParam<Turned> {};
+
+TEST_P(TurnedAsset, TellsTheTransformWithItsTranslationAndTheSizeBeforeIt) {
+  const BarCodeClip clip({.rotation = GetParam().degrees, .audioCodec = ""});
+  const auto asset = AVAsset::make(URL(clip.path()));
+  ASSERT_EQ(asset->tracks().size(), 1U);
+  EXPECT_EQ(asset->tracks().front()->preferredTransform(), GetParam().transform);
+  EXPECT_EQ(asset->tracks().front()->naturalSize(), (CGSize{320, 180}));
+}
+
+INSTANTIATE_TEST_SUITE_P(Rotations, TurnedAsset,
+                         testing::Values(Turned{"a quarter turn", 90, {0, 1, -1, 0, 180, 0}},
+                                         Turned{"a half turn", 180, {-1, 0, 0, -1, 320, 180}},
+                                         Turned{"three quarters of a turn", 270, {0, -1, 1, 0, 0, 320}}));
+
+TEST(Asset, CountsWidePixelsInTheNaturalSize) {
+  const BarCodeClip clip(
+      {.width = 360, .height = 288, .audioCodec = "", .outputArguments = {"-bsf:v", "h264_metadata=sample_aspect_ratio=16/15",
+                                                                         "-aspect", "4:3"}});
+  const auto asset = AVAsset::make(URL(clip.path()));
+  ASSERT_EQ(asset->tracks().size(), 1U);
+  EXPECT_EQ(asset->tracks().front()->naturalSize().height, 288);
+  EXPECT_NEAR(asset->tracks().front()->naturalSize().width, 384, 0.01);
+}
+
+TEST(Asset, TurnsAnEmptyEditIntoAHeldStart) {
+  const BarCodeClip clip({.frameTimes = {15'000, 18'000, 21'000, 24'000}, .timescale = 30'000, .audioDelay = 0});
+  const auto asset = AVAsset::make(URL(clip.path()));
+  const auto segments = asset->tracks(AVMediaTypeVideo).at(0)->segments();
+  ASSERT_EQ(segments.size(), 2U);
+  EXPECT_EQ(segments[0].gap, SegmentGap::hold);
+  EXPECT_NEAR(segments[0].target.duration.seconds(), 0.5, 0.001);
+  EXPECT_NEAR(asset->tracks(AVMediaTypeVideo).at(0)->timeRange().start.seconds(), 0.5, 0.001);
+}
+
+TEST(Asset, LeavesTheEncoderDelayOutOfTheSound) {
+  const BarCodeClip clip({.frames = 60});
+  const auto segments = AVAsset::make(URL(clip.path()))->tracks(AVMediaTypeAudio).at(0)->segments();
+  ASSERT_EQ(segments.size(), 1U);
+  EXPECT_EQ(segments[0].source.start, CMTime(1024, 48'000)) << "the delay of the encoder that made the clip";
+  EXPECT_NEAR(segments[0].target.duration.seconds(), 2, 0.001);
+}
+
+TEST(Asset, LeavesTheDelayOutThatQuickTimeMoviesDoNotTell) {
+  // Sound of 2112 samples more than the edit shows, from the media's start on: as cameras' movies have it.
+  const BarCodeClip plain({.frames = 60, .extension = ".mov"});
+  const TemporaryDirectory directory;
+  std::ifstream in(plain.path(), std::ios::binary);
+  std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  const std::size_t sound = bytes.find("elst", bytes.find("elst") + 4);
+  ASSERT_NE(sound, std::string::npos);
+  // Version 0, one entry: length in milliseconds at 12, the media's time at 16.
+  const auto put = [&](std::size_t at, unsigned value) {
+    for (const unsigned shift : {24U, 16U, 8U, 0U}) bytes[at++] = static_cast<char>(value >> shift & 0xFFU);
+  };
+  ASSERT_EQ(bytes[sound + 4], 0);
+  ASSERT_EQ(bytes[sound + 11], 1);
+  put(sound + 12, 1900);
+  put(sound + 16, 0);
+  write(directory.file("camera.mov"), bytes);
+  const auto segments = AVAsset::make(URL(directory.file("camera.mov")))->tracks(AVMediaTypeAudio).at(0)->segments();
+  ASSERT_EQ(segments.size(), 1U);
+  EXPECT_EQ(segments[0].source.start, CMTime(2112, 48'000));
+  EXPECT_EQ(segments[0].target.duration, CMTime(1900, 1000));
+}
+
+TEST(Asset, ListsNoCoverArt) {
+  const BarCodeClip clip({.frames = 30});
+  const TemporaryDirectory directory;
+  const ProgramResult made = runProgram({"ffmpeg", "-nostdin", "-v", "error", "-i", clip.path(), "-f", "lavfi", "-i",
+                                         "color=red:size=64x64:rate=1:duration=1", "-map", "0", "-map", "1", "-c",
+                                         "copy", "-c:v:1", "png", "-frames:v:1", "1", "-disposition:v:1",
+                                         "attached_pic", directory.file("cover.mp4")});
+  ASSERT_TRUE(made.succeeded()) << made;
+  EXPECT_EQ(AVAsset::make(URL(directory.file("cover.mp4")))->tracks().size(), 2U);
+}
+
+}  // namespace
+}  // namespace clipworks::test

@@ -1,0 +1,315 @@
+#include <clipworks/media/export/AVAssetExportSession.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <ostream>
+#include <regex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <tests/support/BarCodeClip.h>
+#include <tests/support/MediaJudge.h>
+#include <tests/support/RunProgram.h>
+#include <tests/support/TemporaryDirectory.h>
+
+#include "ExportTesting.h"
+
+// Exports whose pictures cannot stay as they are coded.
+
+namespace clipworks::test {
+namespace {
+
+using testing::Each;
+using testing::Gt;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+/// How alike the pictures of `output` and, in front, of `source` are: structural similarity of Y, Cb and Cr, 1 for
+/// equal ones. `filter` brings the source's pictures to the size of the output's.
+std::vector<double> similarity(const std::filesystem::path& output, const std::filesystem::path& source, int pictures,
+                               const std::string& filter) {
+  const std::string graph = "[0:v]trim=end_frame=" + std::to_string(pictures) +
+                            ",settb=1/1000,setpts=N,format=yuv444p[a];[1:v]settb=1/1000,setpts=N," + filter +
+                            "format=yuv444p[b];[b][a]scale2ref=flags=bicubic[c][d];[c][d]ssim=shortest=1";
+  const ProgramResult result = runProgram({"ffmpeg", "-nostdin", "-hide_banner", "-noautorotate", "-i", output,
+                                           "-noautorotate", "-i", source, "-an", "-lavfi", graph, "-f", "null", "-"});
+  static const std::regex line(R"(SSIM Y:([0-9.]+).* U:([0-9.]+).* V:([0-9.]+))");
+  std::smatch match;
+  if (!std::regex_search(result.standardError, match, line)) {
+    ADD_FAILURE() << result;
+    return {};
+  }
+  return {std::stod(match[1]), std::stod(match[2]), std::stod(match[3])};
+}
+
+struct Encoding {
+  const char* sentence;
+  ClipOptions options;
+  std::string_view preset;
+  const char* encoder;
+  const char* pixelFormat;
+  int width;
+  int height;
+  /// Of structure, for each plane; lower where the size changes.
+  double likeness = 0.97;
+};
+void PrintTo(const Encoding& c, std::ostream* out) { *out << c.sentence; }
+
+ClipOptions sized(int width, int height, ClipOptions options) {
+  options.width = width;
+  options.height = height;
+  if (options.frameTimes.empty()) options.frames = 24;
+  if (options.videoCodec == "libx265") options.preset = "ultrafast";
+  return options;
+}
+
+class EncodedLoop : public testing::TestWithParam<Encoding> {};
+
+TEST_P(EncodedLoop, ShowsEveryPictureAgainFromOneEncoding) {
+  const auto& c = GetParam();
+  const BarCodeClip clip(c.options);
+  const double length = lengthOf(clip.path());
+  const TemporaryDirectory directory;
+  constexpr int count = 3;
+  const auto exported = exportAsset(loopOf(clip.path(), count), c.preset, directory.file("loop.mp4"));
+  ASSERT_EQ(exported.failure(), "");
+  EXPECT_FALSE(exported.tracks.at(0).copied);
+  EXPECT_EQ(exported.tracks.at(0).encoder, c.encoder);
+  EXPECT_THAT(exported.tracks.at(0).remark, HasSubstr("encoded"));
+
+  const MediaJudge output(directory.file("loop.mp4"));
+  expectPictures(output.pictures(), loopedPictures(clip.times(), length, count), 0.0001);
+  const StreamFacts video = output.stream("video");
+  const StreamFacts source = MediaJudge(clip.path()).stream("video");
+  EXPECT_EQ(video.tag, std::string_view(c.encoder) == "libx265" ? "hvc1" : "avc1");
+  EXPECT_EQ(video.pixelFormat, c.pixelFormat);
+  EXPECT_EQ(video.width, c.width);
+  EXPECT_EQ(video.height, c.height);
+  EXPECT_EQ(video.matrix, source.matrix);
+  EXPECT_EQ(output.warnings(), "");
+
+  std::vector<std::string> hashes;
+  for (const auto& sample : output.codedSamples("video")) hashes.push_back(sample.hash);
+  const std::size_t once = clip.times().size();
+  ASSERT_EQ(hashes.size(), count * once);
+  for (std::size_t i = once; i < hashes.size(); ++i) {
+    ASSERT_EQ(hashes[i], hashes[i - once]) << "sample " << i << " was encoded again";
+  }
+  EXPECT_THAT(similarity(directory.file("loop.mp4"), clip.path(), static_cast<int>(once), ""),
+              testing::AllOf(testing::SizeIs(3), Each(Gt(c.likeness))));
+}
+
+const std::vector<std::int64_t> unevenTimes{0,      1001,   2002,   4004,   5005,   9000,   10'000, 10'500, 28'500,
+                                            29'500, 30'500, 32'502, 33'503, 35'000, 36'001, 38'000, 39'001, 41'003};
+
+INSTANTIATE_TEST_SUITE_P(
+    Sources, EncodedLoop,
+    testing::Values(
+        Encoding{"HEVC to H.264", sized(320, 180, {.videoCodec = "libx265"}), AVAssetExportPresetHighestQuality, "libx264",
+                 "yuv420p", 320, 180},
+        Encoding{"H.264 to HEVC", sized(320, 180, {}), AVAssetExportPresetHEVCHighestQuality, "libx265", "yuv420p", 320, 180},
+        Encoding{"H.264 at a variable rate to HEVC",
+                 sized(320, 180, {.frameTimes = unevenTimes, .lastFrameLength = 3000, .timescale = 30'000}),
+                 AVAssetExportPresetHEVCHighestQuality, "libx265", "yuv420p", 320, 180},
+        Encoding{"H.264 turned a quarter to HEVC", sized(320, 180, {.rotation = 90}), AVAssetExportPresetHEVCHighestQuality,
+                 "libx265", "yuv420p", 320, 180},
+        Encoding{"MPEG-4 to H.264", sized(320, 180, {.videoCodec = "mpeg4"}), AVAssetExportPresetHighestQuality, "libx264",
+                 "yuv420p", 320, 180},
+        Encoding{"MPEG-4 of odd sides to H.264", sized(161, 121, {.videoCodec = "mpeg4"}), AVAssetExportPresetHighestQuality,
+                 "libx264", "yuv420p", 162, 122, 0.8},
+        Encoding{"H.264 in 4:2:2 to H.264", sized(320, 180, {.pixelFormat = "yuv422p"}), AVAssetExportPresetHighestQuality,
+                 "libx264", "yuv420p", 320, 180},
+        Encoding{"H.264 in 4:4:4 to HEVC", sized(320, 180, {.pixelFormat = "yuv444p"}),
+                 AVAssetExportPresetHEVCHighestQuality, "libx265", "yuv420p", 320, 180},
+        Encoding{"H.264 of 10 bits to H.264 of 8", sized(320, 180, {.pixelFormat = "yuv420p10le"}),
+                 AVAssetExportPresetHighestQuality, "libx264", "yuv420p", 320, 180},
+        Encoding{"H.264 of 10 bits to HEVC of 10", sized(320, 180, {.pixelFormat = "yuv420p10le"}),
+                 AVAssetExportPresetHEVCHighestQuality, "libx265", "yuv420p10le", 320, 180},
+        Encoding{"H.264 of full range to HEVC of full range", sized(320, 180, {.pixelFormat = "yuvj420p"}),
+                 AVAssetExportPresetHEVCHighestQuality, "libx265", "yuvj420p", 320, 180},
+        Encoding{"large H.264 to low quality", sized(1280, 720, {}), AVAssetExportPresetLowQuality, "libx264", "yuv420p",
+                 480, 270, 0.85},
+        Encoding{"tall H.264 to low quality", sized(360, 720, {}), AVAssetExportPresetLowQuality, "libx264", "yuv420p", 240,
+                 480, 0.85},
+        Encoding{"small H.264 to low quality, not enlarged", sized(160, 90, {}), AVAssetExportPresetLowQuality, "libx264",
+                 "yuv420p", 160, 90, 0.85}));
+
+TEST(LowQuality, KeepsToItsBitRates) {
+  const BarCodeClip clip({.width = 1280, .height = 720, .frames = 120, .preset = "ultrafast"});
+  const TemporaryDirectory directory;
+  const auto exported =
+      exportAsset(AVAsset::make(URL(clip.path())), AVAssetExportPresetLowQuality, directory.file("low.mp4"));
+  ASSERT_EQ(exported.failure(), "");
+  const MediaJudge output(directory.file("low.mp4"));
+  EXPECT_LE(output.stream("video").bitRate, 500'000);
+  EXPECT_GE(output.stream("video").bitRate, 100'000) << "nor far below what the pictures may take";
+  EXPECT_NEAR(static_cast<double>(output.stream("audio").bitRate), 128'000, 20'000);
+  EXPECT_EQ(output.stream("audio").codec, "aac");
+}
+
+CMTime at(std::int64_t milliseconds) { return {milliseconds, 1000}; }
+CMTimeRange span(std::int64_t from, std::int64_t to) { return {at(from), at(to - from)}; }
+
+std::shared_ptr<AVAssetTrack> picturesOf(const std::filesystem::path& clip) {
+  return AVAsset::make(URL(clip))->tracks(AVMediaTypeVideo).at(0);
+}
+
+/// One picture for each of `numbers`: the first at `start`, the others where the clip of 30 a second shows them when
+/// its time `sourceStart` is at `start`. All in milliseconds.
+std::vector<SeenPicture> shown(double start, double sourceStart, const std::vector<int>& numbers) {
+  std::vector<SeenPicture> pictures;
+  for (const int number : numbers) {
+    const double time = std::max(start, start + number * 1000.0 / 30 - sourceStart);
+    pictures.push_back({time / 1000, number, {}});
+  }
+  return pictures;
+}
+
+std::vector<int> numbers(int first, int last) {
+  std::vector<int> all;
+  for (int number = first; number <= last; ++number) all.push_back(number);
+  return all;
+}
+
+struct Cut {
+  const char* sentence;
+  std::int64_t from;
+  std::int64_t to;
+  int first;
+  int last;
+  bool copied;
+};
+void PrintTo(const Cut& c, std::ostream* out) { *out << c.sentence; }
+
+class CutClip : public testing::TestWithParam<Cut> {};
+
+TEST_P(CutClip, ShowsItsPicturesFromTheExactInstant) {
+  const auto& c = GetParam();
+  const BarCodeClip clip({.width = 160, .height = 90, .frames = 90, .gop = 30});
+  const auto composition = AVMutableComposition::make();
+  const auto track = composition->addMutableTrack(AVMediaTypeVideo, kCMPersistentTrackID_Invalid);
+  const auto source = picturesOf(clip.path());
+  ASSERT_TRUE(track->insertTimeRange(span(c.from, c.to), source, kCMTimeZero));
+  ASSERT_TRUE(track->insertTimeRange(span(c.from, c.to), source, at(c.to - c.from)));
+  const TemporaryDirectory directory;
+  const auto exported = exportAsset(composition, AVAssetExportPresetHighestQuality, directory.file("cut.mp4"));
+  ASSERT_EQ(exported.failure(), "");
+  EXPECT_EQ(exported.tracks.at(0).copied, c.copied) << exported.tracks.at(0).remark;
+
+  const MediaJudge output(directory.file("cut.mp4"));
+  const auto from = static_cast<double>(c.from);
+  auto expected = shown(0, from, numbers(c.first, c.last));
+  const auto again = shown(static_cast<double>(c.to) - from, from, numbers(c.first, c.last));
+  expected.insert(expected.end(), again.begin(), again.end());
+  expectPictures(output.pictures(), expected, 0.0001);
+  EXPECT_NEAR(output.duration(), 2 * (static_cast<double>(c.to) - from) / 1000, 0.001);
+  EXPECT_EQ(output.warnings(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cuts, CutClip,
+    testing::Values(Cut{"whole groups of pictures", 1000, 2000, 30, 59, true},
+                    Cut{"a start inside a group", 500, 1500, 15, 44, false},
+                    Cut{"a start between two pictures, the first of which stays on screen", 510, 1500, 15, 44, false},
+                    Cut{"a start between two groups' pictures", 990, 2000, 29, 59, false},
+                    Cut{"an end inside a group", 1000, 1550, 30, 46, false},
+                    Cut{"a stretch within one picture", 505, 525, 15, 15, false},
+                    Cut{"the last picture to the end", 2967, 3000, 89, 89, false}));
+
+TEST(JoinedClips, AreEncodedIntoThePicturesOfTheFirst) {
+  const BarCodeClip one({.width = 160, .height = 90, .frames = 30});
+  const BarCodeClip two({.width = 320, .height = 240, .frames = 60, .videoCodec = "mpeg4"});
+  const auto composition = AVMutableComposition::make();
+  const auto track = composition->addMutableTrack(AVMediaTypeVideo, kCMPersistentTrackID_Invalid);
+  ASSERT_TRUE(track->insertTimeRange(span(0, 1000), picturesOf(one.path()), kCMTimeZero));
+  ASSERT_TRUE(track->insertTimeRange(span(1000, 1500), picturesOf(two.path()), at(1000)));
+  ASSERT_TRUE(track->insertTimeRange(span(0, 500), picturesOf(one.path()), at(1500)));
+  const TemporaryDirectory directory;
+  const auto exported = exportAsset(composition, AVAssetExportPresetHighestQuality, directory.file("joined.mp4"));
+  ASSERT_EQ(exported.failure(), "");
+  const MediaJudge output(directory.file("joined.mp4"));
+  auto expected = shown(0, 0, numbers(0, 29));
+  for (const auto& picture : shown(1000, 1000, numbers(30, 44))) expected.push_back(picture);
+  for (const auto& picture : shown(1500, 0, numbers(0, 14))) expected.push_back(picture);
+  expectPictures(output.pictures(), expected, 0.0001);
+  EXPECT_EQ(output.stream("video").width, 160);
+  EXPECT_EQ(output.stream("video").height, 90);
+  EXPECT_EQ(output.warnings(), "");
+}
+
+TEST(EmptyRange, IsBlackAndSilent) {
+  const BarCodeClip clip({.width = 160, .height = 90, .frames = 60});
+  const auto asset = AVAsset::make(URL(clip.path()));
+  const auto composition = AVMutableComposition::make();
+  for (const auto type : {AVMediaTypeVideo, AVMediaTypeAudio}) {
+    const auto track = composition->addMutableTrack(type, kCMPersistentTrackID_Invalid);
+    const auto source = asset->tracks(type).at(0);
+    ASSERT_TRUE(track->insertTimeRange(span(0, 1000), source, kCMTimeZero));
+    track->insertEmptyTimeRange(span(1000, 1400));
+    ASSERT_TRUE(track->insertTimeRange(span(1000, 2000), source, at(1400)));
+  }
+  const TemporaryDirectory directory;
+  const auto exported = exportAsset(composition, AVAssetExportPresetHighestQuality, directory.file("hole.mp4"));
+  ASSERT_EQ(exported.failure(), "");
+  const MediaJudge output(directory.file("hole.mp4"));
+  auto expected = shown(0, 0, numbers(0, 29));
+  expected.push_back({1.0, -1, {}});
+  for (const auto& picture : shown(1400, 1000, numbers(30, 59))) expected.push_back(picture);
+  expectPictures(output.pictures(), expected, 0.0001);
+
+  const ProgramResult seen = runProgram({"ffmpeg", "-nostdin", "-hide_banner", "-i", directory.file("hole.mp4"), "-an", "-vf",
+                                         "blackdetect=d=0.3:pic_th=1:pix_th=0.02", "-f", "null", "-"});
+  EXPECT_THAT(seen.standardError, HasSubstr("black_start:1 black_end:1.4 ")) << "not black, or not as long";
+  const Sound sound = output.sound();
+  EXPECT_EQ(toneSecondAt(sound, 0.9), 0);
+  EXPECT_LT(sound.part(1.03, 1.37).level(), 0.003);
+  EXPECT_EQ(toneSecondAt(sound, 1.45), 1);
+}
+
+TEST(Passthrough, RefusesWhatItCannotCopy) {
+  const BarCodeClip clip({.width = 160, .height = 90, .frames = 60});
+  const auto composition = AVMutableComposition::make();
+  const auto track = composition->addMutableTrack(AVMediaTypeVideo, kCMPersistentTrackID_Invalid);
+  ASSERT_TRUE(track->insertTimeRange(span(500, 1500), picturesOf(clip.path()), kCMTimeZero));
+  const TemporaryDirectory directory;
+  const auto exported = exportAsset(composition, AVAssetExportPresetPassthrough, directory.file("cut.mp4"));
+  EXPECT_EQ(exported.status, AVAssetExportSessionStatus::failed);
+  ASSERT_TRUE(exported.error);
+  EXPECT_EQ(exported.error->code(), static_cast<int>(AVError::operationNotSupportedForAsset));
+  EXPECT_THAT(exported.error->localizedDescription(), HasSubstr("inside a group"));
+  EXPECT_THAT(filesIn(directory.path()), IsEmpty());
+}
+
+TEST(TwoTracksOfSound, AreMixed) {
+  const BarCodeClip one({.width = 160, .height = 90, .frames = 60, .audioSeconds = 0.9});
+  const BarCodeClip two({.frames = 0, .audioSeconds = 2, .extension = ".m4a"});
+  const auto composition = AVMutableComposition::make();
+  const auto add = [&](AVMediaType type, const std::filesystem::path& path, const CMTimeRange& range, const CMTime& target) {
+    const auto track = composition->addMutableTrack(type, kCMPersistentTrackID_Invalid);
+    EXPECT_TRUE(track->insertTimeRange(range, AVAsset::make(URL(path))->tracks(type).at(0), target));
+  };
+  add(AVMediaTypeVideo, one.path(), span(0, 2000), kCMTimeZero);
+  add(AVMediaTypeAudio, one.path(), span(0, 900), kCMTimeZero);
+  add(AVMediaTypeAudio, two.path(), span(1000, 2000), at(900));
+  const TemporaryDirectory directory;
+  const auto exported = exportAsset(composition, AVAssetExportPresetPassthrough, directory.file("mix.mp4"));
+  ASSERT_EQ(exported.failure(), "");
+  ASSERT_EQ(exported.tracks.size(), 2U);
+  EXPECT_TRUE(exported.tracks[0].copied);
+  EXPECT_FALSE(exported.tracks[1].copied);
+  EXPECT_EQ(exported.tracks[1].encoder, "aac");
+  const Sound sound = MediaJudge(directory.file("mix.mp4")).sound();
+  EXPECT_EQ(toneSecondAt(sound, 0.5), 0);
+  EXPECT_EQ(toneSecondAt(sound, 1.2), 1);
+  const auto lag = lagMilliseconds(makeTone(16'000, 1, 0.9), sound.part(0.9, 1.8));
+  ASSERT_TRUE(lag);
+  EXPECT_NEAR(*lag, 0, 0.1);
+}
+
+}  // namespace
+}  // namespace clipworks::test
