@@ -43,7 +43,6 @@ std::string notEmpty(const std::string& text) { return text.empty() ? "takes the
 }  // namespace
 
 CommandLine::CommandLine() : parser_(purpose, "clipworks") {
-  parser_.require_subcommand(1);
   parser_.get_formatter()->column_width(30);
   parser_.get_formatter()->label("REQUIRED", "(needed)");
   parser_.get_formatter()->label("SUBCOMMAND", "COMMAND");
@@ -79,8 +78,8 @@ void CommandLine::addOptions() {
   parser_.add_flag("--strip-metadata", options_.stripMetadata,
                    "Leave out the date, place and device of the recording,\nwhich are kept otherwise");
   parser_.set_version_flag("--version", "clipworks " CLIPWORKS_VERSION, "Print the version");
-  parser_.set_version_flag(
-      "--licenses", [] { return licenses(); }, "Print the licences that hold for this program");
+  parser_.add_flag_callback(
+      "--licenses", [] { throw CLI::CallForVersion(licenses(), 0); }, "Print the licences that hold for this program");
   parser_.set_help_flag("-h,--help", "Print this help");
 }
 
@@ -95,6 +94,15 @@ void CommandLine::addCommands() {
   }
 }
 
+std::string CommandLine::sentenceFor(const CLI::ParseError& error) const {
+  const auto unknown = parser_.remaining();
+  // Without a command nothing else was understood either; the first such word is what people mistyped.
+  if (error.get_name() == "RequiredError" && parser_.get_subcommands().empty()) {
+    return unknown.empty() ? "a command is required" : "\"" + unknown.front() + "\" is not known";
+  }
+  return error.what();
+}
+
 Result<Command*, Failure> CommandLine::parse(int argc, const char* const* argv) {
   try {
     parser_.parse(argc, argv);
@@ -103,8 +111,9 @@ Result<Command*, Failure> CommandLine::parse(int argc, const char* const* argv) 
     return nullptr;
   } catch (const CLI::ParseError& error) {
     options_.json = asksForJson(argc, argv);
-    return wrongUse(std::string(error.what()) + "; \"clipworks --help\" tells more");
+    return wrongUse(sentenceFor(error) + "; \"clipworks --help\" tells more");
   }
+  if (parser_.get_subcommands().empty()) return wrongUse("a command is needed; \"clipworks --help\" lists them");
   const std::string name = parser_.get_subcommands().front()->get_name();
   const auto chosen = std::find_if(commands_.begin(), commands_.end(),
                                    [&name](const auto& command) { return command->name() == name; });

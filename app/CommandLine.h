@@ -30,6 +30,7 @@ class CommandLine {
  private:
   void addOptions();
   void addCommands();
+  [[nodiscard]] std::string sentenceFor(const CLI::ParseError& error) const;
 
   Options options_;
   CLI::App parser_;

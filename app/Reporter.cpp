@@ -58,7 +58,8 @@ void Reporter::progress(double value) {
     writeOut(jsonLine({{"event", "progress"}, {"value", value}}));
   } else if (showsBar_) {
     const auto elapsed = std::chrono::steady_clock::now() - start_;
-    writeError("\r" + progressLine(value, std::chrono::duration_cast<std::chrono::milliseconds>(elapsed)) + "\x1b[K");
+    const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(elapsed);
+    writeError(fmt::format("\r{}\x1b[K", progressLine(value, milliseconds)));
     barIsShown_ = true;
   }
 }

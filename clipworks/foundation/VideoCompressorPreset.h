@@ -85,11 +85,17 @@ struct ValuesFullHD {
 
 }  // namespace presets
 
+/// 144 lines, 100 kb/s.
 using Quality144p = FixedPreset<presets::Values144p>;
+/// 360 lines, 500 kb/s.
 using Quality360p = FixedPreset<presets::Values360p>;
+/// 480 lines, 1,000 kb/s.
 using Quality480p = FixedPreset<presets::Values480p>;
+/// 540 lines, 1,500 kb/s.
 using Quality540p = FixedPreset<presets::Values540p>;
+/// 720 lines, 2,500 kb/s.
 using QualityHD = FixedPreset<presets::ValuesHD>;
+/// 1,080 lines, 4,000 kb/s.
 using QualityFullHD = FixedPreset<presets::ValuesFullHD>;
 
 }  // namespace clipworks

@@ -19,8 +19,10 @@ enum class VideoLooperError { generic };
 /// The two must not run at once on one object.
 class CLIPWORKS_API VideoLooperUtils : public std::enable_shared_from_this<VideoLooperUtils> {
  public:
+  /// Takes the composition, or the failure.
   using CompositionCompletion =
       std::function<void(Result<std::shared_ptr<AVMutableComposition>, VideoLooperError>)>;
+  /// Takes the new file's location, or the failure.
   using ExportCompletion = std::function<void(Result<URL, VideoLooperError>)>;
 
   /// `init(videoURL:)`. Touches no file.

@@ -21,13 +21,22 @@ Arguments slowLoop(const std::filesystem::path& outputs) {
   return clipworksCommand({"--json", "--outputs", outputs, "--codec", "hevc", "loop", slowClip(), "--count", "3"});
 }
 
-class EndingSignal : public testing::TestWithParam<int> {};
+struct EndingCase {
+  std::string name;
+  int signal;
+  /// What the program has printed by then.
+  std::string moment;
+
+  friend std::ostream& operator<<(std::ostream& out, const EndingCase& ending) { return out << ending.name; }
+};
+
+class EndingSignal : public testing::TestWithParam<EndingCase> {};
 
 TEST_P(EndingSignal, LeavesNothingAndSaysSo) {
   const TemporaryDirectory outputs;
   RunningProgram program(slowLoop(outputs.path()), {.deadline = deadline});
-  ASSERT_TRUE(program.waitForText(underWay)) << program.wait();
-  program.send(GetParam());
+  ASSERT_TRUE(program.waitForText(GetParam().moment)) << program.wait();
+  program.send(GetParam().signal);
   const auto result = program.wait();
   EXPECT_EQ(result.exitCode, 130) << result;
   EXPECT_EQ(result.standardError, "clipworks: interrupted\n");
@@ -35,25 +44,21 @@ TEST_P(EndingSignal, LeavesNothingAndSaysSo) {
   EXPECT_EQ(namesIn(outputs.path()), std::set<std::string>{});
 }
 
-INSTANTIATE_TEST_SUITE_P(Signals, EndingSignal, testing::Values(SIGINT, SIGTERM, SIGHUP),
-                         [](const auto& info) { return std::string("SIG") + sigabbrev_np(info.param); });
+INSTANTIATE_TEST_SUITE_P(Signals, EndingSignal,
+                         testing::Values(EndingCase{"SIGINT_in_the_middle", SIGINT, underWay},
+                                         EndingCase{"SIGINT_at_the_start", SIGINT, "progress"},
+                                         EndingCase{"SIGTERM_at_the_start", SIGTERM, "progress"},
+                                         EndingCase{"SIGHUP_at_the_start", SIGHUP, "progress"}),
+                         [](const auto& testCase) { return testCase.param.name; });
 
-TEST(Interruption, ComesBeforeAnyProgress) {
+TEST(Interruption, SecondSignalEndsTheSameWay) {
   const TemporaryDirectory outputs;
   RunningProgram program(slowLoop(outputs.path()), {.deadline = deadline});
   ASSERT_TRUE(program.waitForText("progress")) << program.wait();
   program.send(SIGINT);
+  program.send(SIGTERM);
   const auto result = program.wait();
   EXPECT_EQ(result.exitCode, 130) << result;
-  EXPECT_EQ(namesIn(outputs.path()), std::set<std::string>{});
-}
-
-TEST(Interruption, SecondOneNeedNotWait) {
-  const TemporaryDirectory outputs;
-  RunningProgram program(slowLoop(outputs.path()), {.deadline = deadline});
-  ASSERT_TRUE(program.waitForText(underWay)) << program.wait();
-  for (int i = 0; i < 2; ++i) program.send(SIGINT);
-  EXPECT_EQ(program.wait().exitCode, 130);
 }
 
 TEST(Kill, LeavesNoFileThatCouldBeTakenForAResult) {

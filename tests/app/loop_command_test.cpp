@@ -135,7 +135,7 @@ INSTANTIATE_TEST_SUITE_P(
                     CodecCase{"HEVC_stays_HEVC", "libx265", {"--codec", "auto"}, "hevc"},
                     CodecCase{"HEVC_becomes_H264_on_request", "libx265", {"--codec", "h264"}, "h264"},
                     CodecCase{"H264_becomes_HEVC_on_request", "libx264", {"--codec", "hevc"}, "hevc"}),
-    [](const auto& info) { return info.param.name; });
+    [](const auto& testCase) { return testCase.param.name; });
 
 TEST(Loop, KeepsTheRecordingsDateUnlessToldOtherwise) {
   const TemporaryDirectory outputs;

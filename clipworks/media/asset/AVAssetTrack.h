@@ -23,7 +23,9 @@ class CLIPWORKS_API AVAssetTrack {
   AVAssetTrack(const AVAssetTrack&) = delete;
   AVAssetTrack& operator=(const AVAssetTrack&) = delete;
 
+  /// Pictures or sound.
   [[nodiscard]] virtual AVMediaType mediaType() const = 0;
+  /// The track's number in its asset, from 1 on.
   [[nodiscard]] virtual CMPersistentTrackID trackID() const = 0;
   /// From the start of the timeline, or of the first segment with media, to the end of the last.
   [[nodiscard]] virtual CMTimeRange timeRange() const = 0;
@@ -35,6 +37,7 @@ class CLIPWORKS_API AVAssetTrack {
   [[nodiscard]] virtual float nominalFrameRate() const = 0;
   /// Bits a second, on average over the track.
   [[nodiscard]] virtual float estimatedDataRate() const = 0;
+  /// Ticks a second of the media's own clock.
   [[nodiscard]] virtual std::int32_t naturalTimeScale() const = 0;
   /// In order of presentation, from time zero, without holes.
   [[nodiscard]] virtual std::vector<AVAssetTrackSegment> segments() const = 0;

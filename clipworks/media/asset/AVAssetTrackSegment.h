@@ -26,6 +26,7 @@ struct CLIPWORKS_API AVAssetTrackSegment {
   CMTimeRange target;
   SegmentGap gap = SegmentGap::none;
 
+  /// Whether there is no media: a gap of either kind.
   [[nodiscard]] bool isEmpty() const { return gap != SegmentGap::none; }
 };
 

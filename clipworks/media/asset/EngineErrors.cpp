@@ -18,6 +18,7 @@ AVError codeFor(const engine::Error& error) {
     case engine::ErrorKind::noEncoder:
       return AVError::encoderNotFound;
     case engine::ErrorKind::unwritable:
+      if (error.posixCode == EEXIST) return AVError::fileAlreadyExists;
       return error.posixCode == ENOSPC || error.posixCode == EDQUOT ? AVError::diskFull : AVError::exportFailed;
     case engine::ErrorKind::lengthLimit:
       return AVError::maximumFileSizeReached;

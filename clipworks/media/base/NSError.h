@@ -12,10 +12,14 @@ namespace clipworks {
 class CLIPWORKS_API NSError {
  public:
   NSError() = default;
+  /// An error on its own. `sentence` is for people, on one line.
   NSError(std::string domain, int code, std::string sentence);
+  /// An error that another one led to.
   NSError(std::string domain, int code, std::string sentence, const NSError& underlyingError);
 
+  /// Whose codes these are.
   [[nodiscard]] const std::string& domain() const { return domain_; }
+  /// Which failure it is, within the domain.
   [[nodiscard]] int code() const { return code_; }
 
   /// The sentence for people, on one line.

@@ -21,7 +21,9 @@ class DispatchQueue;
 /// `setExecutor` may be called on any thread. An exception that escapes an item ends the process with a sentence.
 class CLIPWORKS_API DispatchMainQueue {
  public:
+  /// An item of work.
   using Work = std::function<void()>;
+  /// What runs items for a host that has an event loop of its own.
   using Executor = std::function<void(Work work)>;
 
   DispatchMainQueue(const DispatchMainQueue&) = delete;

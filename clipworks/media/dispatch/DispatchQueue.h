@@ -17,6 +17,7 @@ namespace clipworks {
 /// The end of the process waits for no item: those that still run or block then are cut off.
 class CLIPWORKS_API DispatchQueue {
  public:
+  /// An item of work.
   using Work = std::function<void()>;
 
   /// The host's queue. **No pump, no result:** see `DispatchMainQueue`.

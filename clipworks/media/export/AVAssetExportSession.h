@@ -93,11 +93,13 @@ class CLIPWORKS_API AVAssetExportSession : public std::enable_shared_from_this<A
   /// the start: the export then ends at once as cancelled.
   virtual void cancelExport() = 0;
 
+  /// Where the export stands; see the diagram above.
   [[nodiscard]] virtual AVAssetExportSessionStatus status() const = 0;
   /// The reason while `status()` is failed, or that the export was cancelled.
   [[nodiscard]] virtual std::optional<NSError> error() const = 0;
   /// From 0 to 1, never falling; 1 only once completed.
   [[nodiscard]] virtual float progress() const = 0;
+  /// The preset that the session was made with.
   [[nodiscard]] virtual std::string presetName() const = 0;
   /// Known once completed.
   [[nodiscard]] virtual std::vector<ExportedTrack> exportedTracks() const = 0;

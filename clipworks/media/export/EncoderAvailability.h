@@ -4,6 +4,7 @@
 
 namespace clipworks {
 
+/// A codec that pictures can be encoded with.
 enum class VideoCodecKind { h264, hevc };
 
 /// Which video encoders the platform offers. A host that wants one left alone (because its users' players lack the

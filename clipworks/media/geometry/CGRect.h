@@ -11,7 +11,9 @@ struct CGRect {
   CGSize size;
 
   constexpr CGRect() = default;
+  /// From a corner and a size.
   constexpr CGRect(const CGPoint& origin_, const CGSize& size_) : origin(origin_), size(size_) {}
+  /// From the corner's and the size's numbers.
   constexpr CGRect(double x, double y, double width, double height) : origin{x, y}, size{width, height} {}
 
   friend constexpr bool operator==(const CGRect&, const CGRect&) = default;

@@ -24,6 +24,7 @@ enum class CMTimeRoundingMethod {
 /// Operations with an invalid operand are invalid; a number whose time scale is not positive counts as invalid in all
 /// of them. Nothing here allocates or throws.
 struct CLIPWORKS_API CMTime {
+  /// Bits of `flags`.
   enum Flags : std::uint32_t {
     valid = 1U << 0,
     hasBeenRounded = 1U << 1,
@@ -39,6 +40,7 @@ struct CLIPWORKS_API CMTime {
   std::int64_t epoch = 0;
 
   constexpr CMTime() = default;
+  /// The four fields as they are.
   constexpr CMTime(std::int64_t value_, std::int32_t timescale_, std::uint32_t flags_, std::int64_t epoch_)
       : value(value_), timescale(timescale_), flags(flags_), epoch(epoch_) {}
   /// `CMTimeMake`: valid when the time scale is positive.
@@ -53,11 +55,17 @@ struct CLIPWORKS_API CMTime {
   /// NaN and a scale that is not positive give an invalid time, infinities the infinite ones.
   CMTime(double seconds, std::int32_t preferredTimescale);
 
+  /// It is a number, infinite or indefinite, rather than nothing at all.
   [[nodiscard]] constexpr bool isValid() const { return (flags & valid) != 0; }
+  /// It is a number.
   [[nodiscard]] constexpr bool isNumeric() const { return (flags & (valid | impliedValueMask)) == valid; }
+  /// It is later than every number.
   [[nodiscard]] constexpr bool isPositiveInfinity() const { return isValid() && (flags & positiveInfinity) != 0; }
+  /// It is earlier than every number.
   [[nodiscard]] constexpr bool isNegativeInfinity() const { return isValid() && (flags & negativeInfinity) != 0; }
+  /// It is a time that is not known, as the length of a live stream.
   [[nodiscard]] constexpr bool isIndefinite() const { return isValid() && (flags & indefinite) != 0; }
+  /// An operation on the way to it lost something.
   [[nodiscard]] constexpr bool wasRounded() const { return isValid() && (flags & hasBeenRounded) != 0; }
 
   /// Seconds as a double; NaN when invalid or indefinite, ± infinity when infinite.

@@ -87,9 +87,19 @@ class CopiedLoops : public testing::TestWithParam<std::tuple<Clip, int>> {
     for (int copy = 0; copy < count; ++copy) {
       for (const auto& sample : source.codedSamples("video")) expected.push_back(sample.hash);
     }
+    const auto samples = output.codedSamples("video");
     std::vector<std::string> hashes;
-    for (const auto& sample : output.codedSamples("video")) hashes.push_back(sample.hash);
+    for (const auto& sample : samples) hashes.push_back(sample.hash);
     EXPECT_EQ(hashes, expected) << "coded pictures are copied byte by byte";
+    for (std::size_t i = 0; i < samples.size(); ++i) {
+      ASSERT_LE(samples[i].decode, samples[i].presentation) << "sample " << i;
+      if (i > 0) {
+        ASSERT_LT(samples[i - 1].decode, samples[i].decode) << "sample " << i;
+      }
+      if (i % (samples.size() / static_cast<std::size_t>(count)) == 0) {
+        ASSERT_TRUE(samples[i].isAccessPoint) << "every copy can be jumped to";
+      }
+    }
   }
 
   /// Each join's neighbourhood sounds like the end of the clip and its start put together.

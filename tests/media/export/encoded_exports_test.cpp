@@ -183,14 +183,15 @@ struct Cut {
   int first;
   int last;
   bool copied;
+  GroupOfPictures groups = GroupOfPictures::closed;
 };
 void PrintTo(const Cut& c, std::ostream* out) { *out << c.sentence; }
 
-class CutClip : public testing::TestWithParam<Cut> {};
+class CutClips : public testing::TestWithParam<Cut> {};
 
-TEST_P(CutClip, ShowsItsPicturesFromTheExactInstant) {
+TEST_P(CutClips, ShowsItsPicturesFromTheExactInstant) {
   const auto& c = GetParam();
-  const BarCodeClip clip({.width = 160, .height = 90, .frames = 90, .gop = 30});
+  const BarCodeClip clip({.width = 160, .height = 90, .frames = 90, .timescale = 30, .gop = 30, .groups = c.groups});
   const auto composition = AVMutableComposition::make();
   const auto track = composition->addMutableTrack(AVMediaTypeVideo, kCMPersistentTrackID_Invalid);
   const auto source = picturesOf(clip.path());
@@ -212,14 +213,57 @@ TEST_P(CutClip, ShowsItsPicturesFromTheExactInstant) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Cuts, CutClip,
+    Cuts, CutClips,
     testing::Values(Cut{"whole groups of pictures", 1000, 2000, 30, 59, true},
                     Cut{"a start inside a group", 500, 1500, 15, 44, false},
                     Cut{"a start between two pictures, the first of which stays on screen", 510, 1500, 15, 44, false},
                     Cut{"a start between two groups' pictures", 990, 2000, 29, 59, false},
+                    Cut{"an open group of pictures", 1000, 2000, 30, 59, false, GroupOfPictures::open},
                     Cut{"an end inside a group", 1000, 1550, 30, 46, false},
-                    Cut{"a stretch within one picture", 505, 525, 15, 15, false},
-                    Cut{"the last picture to the end", 2967, 3000, 89, 89, false}));
+                    Cut{"the last two pictures, to the end", 2950, 3000, 88, 89, false}));
+
+TEST(CutClip, AnOpenGroupWithoutLeadingPicturesIsNotCopied) {
+  // Its first picture decodes by itself, but its numbering goes on from the group before: a repeat would fall back.
+  const BarCodeClip clip({.width = 160,
+                          .height = 90,
+                          .frames = 60,
+                          .timescale = 30,
+                          .videoCodec = "libx265",
+                          .preset = "ultrafast",
+                          .bFrames = 0,
+                          .gop = 30,
+                          .groups = GroupOfPictures::open});
+  const auto composition = AVMutableComposition::make();
+  const auto track = composition->addMutableTrack(AVMediaTypeVideo, kCMPersistentTrackID_Invalid);
+  const auto source = picturesOf(clip.path());
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(track->insertTimeRange(span(1000, 2000), source, at(1000 * i)));
+  const TemporaryDirectory directory;
+  const auto exported = exportAsset(composition, AVAssetExportPresetHEVCHighestQuality, directory.file("open.mp4"));
+  ASSERT_EQ(exported.failure(), "");
+  EXPECT_FALSE(exported.tracks.at(0).copied);
+  EXPECT_THAT(exported.tracks.at(0).remark, HasSubstr("open group"));
+  const MediaJudge output(directory.file("open.mp4"));
+  auto expected = shown(0, 1000, numbers(30, 59));
+  for (const double start : {1000.0, 2000.0}) {
+    for (const auto& picture : shown(start, 1000, numbers(30, 59))) expected.push_back(picture);
+  }
+  expectPictures(output.pictures(), expected, 0.0001);
+  EXPECT_EQ(output.warnings(), "");
+}
+
+TEST(CutClip, WithinOnePictureShowsItOnceHoweverOftenItPlays) {
+  const BarCodeClip clip({.width = 160, .height = 90, .frames = 90, .timescale = 30, .gop = 30});
+  const auto composition = AVMutableComposition::make();
+  const auto track = composition->addMutableTrack(AVMediaTypeVideo, kCMPersistentTrackID_Invalid);
+  const auto source = picturesOf(clip.path());
+  for (int i = 0; i < 3; ++i) ASSERT_TRUE(track->insertTimeRange(span(505, 525), source, at(20 * i)));
+  const TemporaryDirectory directory;
+  const auto exported = exportAsset(composition, AVAssetExportPresetHighestQuality, directory.file("still.mp4"));
+  ASSERT_EQ(exported.failure(), "");
+  const MediaJudge output(directory.file("still.mp4"));
+  EXPECT_EQ(numbersOf(output.pictures()), std::vector<int>{15});
+  EXPECT_NEAR(output.duration(), 0.06, 0.001);
+}
 
 TEST(JoinedClips, AreEncodedIntoThePicturesOfTheFirst) {
   const BarCodeClip one({.width = 160, .height = 90, .frames = 30});
@@ -269,6 +313,47 @@ TEST(EmptyRange, IsBlackAndSilent) {
   EXPECT_EQ(toneSecondAt(sound, 0.9), 0);
   EXPECT_LT(sound.part(1.03, 1.37).level(), 0.003);
   EXPECT_EQ(toneSecondAt(sound, 1.45), 1);
+}
+
+TEST(ScaledRange, ShowsTheSamePicturesForLonger) {
+  const BarCodeClip clip({.width = 160, .height = 90, .frames = 60, .timescale = 30, .gop = 30});
+  const auto composition = AVMutableComposition::make();
+  const auto track = composition->addMutableTrack(AVMediaTypeVideo, kCMPersistentTrackID_Invalid);
+  ASSERT_TRUE(track->insertTimeRange(span(0, 2000), picturesOf(clip.path()), kCMTimeZero));
+  track->scaleTimeRange(span(500, 1500), at(2500));
+  const TemporaryDirectory directory;
+  const auto exported = exportAsset(composition, AVAssetExportPresetHighestQuality, directory.file("slow.mp4"));
+  ASSERT_EQ(exported.failure(), "");
+  const MediaJudge output(directory.file("slow.mp4"));
+  std::vector<SeenPicture> expected;
+  for (int number = 0; number < 60; ++number) {
+    const double time = number / 30.0;
+    const double shownAt = time < 0.5 ? time : time < 1.5 ? 0.5 + (time - 0.5) * 2.5 : time + 1.5;
+    expected.push_back({shownAt, number, {}});
+  }
+  expectPictures(output.pictures(), expected, 0.0001);
+  EXPECT_NEAR(output.duration(), 3.5, 0.001);
+  EXPECT_EQ(output.warnings(), "");
+}
+
+TEST(SoundAlone, MakesAFileWithoutPictures) {
+  const BarCodeClip clip({.frames = 0, .sampleRate = 44'100, .audioSeconds = 2.2, .extension = ".m4a"});
+  const TemporaryDirectory directory;
+  for (const int count : {1, 3}) {
+    const auto path = directory.file(std::to_string(count) + ".mp4");
+    const auto exported = exportAsset(loopOf(clip.path(), count), AVAssetExportPresetHighestQuality, path);
+    ASSERT_EQ(exported.failure(), "");
+    ASSERT_EQ(exported.tracks.size(), 1U);
+    EXPECT_EQ(exported.tracks.front().copied, count == 1);
+    const MediaJudge output(path);
+    EXPECT_EQ(output.streams().size(), 1U);
+    EXPECT_NEAR(output.duration(), count * 2.2, 0.03);
+    EXPECT_EQ(output.warnings(), "");
+    const double start = (count - 1) * MediaJudge(clip.path()).duration();
+    const auto lag = lagMilliseconds(makeTone(16'000, 0, 2), output.sound().part(start, start + 2));
+    ASSERT_TRUE(lag);
+    EXPECT_NEAR(*lag, 0, count == 1 ? 0.1 : 1);
+  }
 }
 
 TEST(Passthrough, RefusesWhatItCannotCopy) {
