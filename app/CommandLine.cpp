@@ -48,6 +48,7 @@ CommandLine::CommandLine() : parser_(purpose, "clipworks") {
   parser_.get_formatter()->label("SUBCOMMAND", "COMMAND");
   parser_.get_formatter()->label("Positionals", "Arguments");
   parser_.footer(notes);
+  parser_.require_subcommand(0, 1);
   addOptions();
   addCommands();
 }
@@ -97,9 +98,7 @@ void CommandLine::addCommands() {
 std::string CommandLine::sentenceFor(const CLI::ParseError& error) const {
   const auto unknown = parser_.remaining();
   // Without a command nothing else was understood either; the first such word is what people mistyped.
-  if (error.get_name() == "RequiredError" && parser_.get_subcommands().empty()) {
-    return unknown.empty() ? "a command is required" : "\"" + unknown.front() + "\" is not known";
-  }
+  if (parser_.get_subcommands().empty() && !unknown.empty()) return "\"" + unknown.front() + "\" is not known";
   return error.what();
 }
 

@@ -145,7 +145,7 @@ INSTANTIATE_TEST_SUITE_P(
         WrongUse{"option_unknown", {"--quick", "loop", "CLIP", "--count", "3"}, "--quick"},
         WrongUse{"codec_unknown", {"--codec", "av1", "loop", "CLIP", "--count", "3"}, "not \"av1\""},
         WrongUse{"command_unknown", {"juggle", "CLIP"}, "\"juggle\" is not known"},
-        WrongUse{"command_missing", {}, "a command is required"}),
+        WrongUse{"command_missing", {}, "a command is needed"}),
     [](const auto& testCase) { return testCase.param.name; });
 
 TEST(TooLongLoop, IsRefusedByItsLength) {

@@ -113,11 +113,12 @@ TEST_P(DecodeTimesOfRepeatedRuns, RiseAndNeverPassThePresentation) {
   }
 }
 
-const std::vector<std::int64_t> gapInTheMiddle{0,      3000,   6000,   9000,   12'000, 192'000, 195'000,
+const std::vector<std::int64_t> gapInTheMiddle{0,       3000,    6000,    9000,    12'000,  192'000, 195'000,
                                                198'000, 201'000, 204'000, 207'000, 210'000, 213'000};
 const std::vector<std::int64_t> uneven{0, 3003, 5900, 9100, 12'020, 14'500, 18'100, 21'000, 29'000};
 const std::vector<std::int64_t> burst{0, 9000, 9001, 9002, 9003, 9004, 9005, 9006, 18'000};
-const std::vector<std::int64_t> twoRates{0, 750, 1500, 2250, 3000, 6000, 9000, 12'000, 15'000, 18'000, 21'000, 24'000, 27'000};
+const std::vector<std::int64_t> twoRates{0,      750,    1500,   2250,   3000,   6000,  9000,
+                                         12'000, 15'000, 18'000, 21'000, 24'000, 27'000};
 
 INSTANTIATE_TEST_SUITE_P(
     Runs, DecodeTimesOfRepeatedRuns,

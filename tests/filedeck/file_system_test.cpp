@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 struct Variables {
   const char* sentence;
-  const char* dataHome;   // null: unset; "/" in front: below the test's directory
+  const char* dataHome;  // null: unset; "/" in front: below the test's directory
   const char* cacheHome;
   const char* outputs;
   const char* temp;

@@ -198,8 +198,8 @@ TEST_F(Looper, AnExportThatFailsSaysWhy) {
   const auto result = exportLoop(*looper);
   ASSERT_TRUE(result);
   EXPECT_FALSE(*result);
-  EXPECT_THAT(printed.lines(), ElementsAre(StartsWith("Current capacity: "),
-                                           MatchesRegex("FAILED: Optional\\(.*Code=-11807 .*\\)")));
+  EXPECT_THAT(printed.lines(),
+              ElementsAre(StartsWith("Current capacity: "), MatchesRegex("FAILED: Optional\\(.*Code=-11807 .*\\)")));
 }
 
 TEST_F(Looper, ExportsWhatTheHostPlacesThereAndNeedsNotLiveOn) {

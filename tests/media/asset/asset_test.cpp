@@ -47,20 +47,19 @@ TEST_P(AssetWithoutMedia, HasNoTracksAndNoLengthAndSaysWhy) {
 
 INSTANTIATE_TEST_SUITE_P(
     Files, AssetWithoutMedia,
-    testing::Values(
-        NoMedia{"a missing file", "missing.mp4", [](const fs::path&) {}},
-        NoMedia{"an empty file", "empty.mp4", [](const fs::path& path) { write(path, ""); }},
-        NoMedia{"a text with a movie's name", "text.mp4",
-                [](const fs::path& path) { write(path, "Dear diary, today I shot no video.\n"); }},
-        NoMedia{"a directory", "directory.mp4", [](const fs::path& path) { fs::create_directory(path); }},
-        NoMedia{"a list of other files", "list.mp4",
-                [](const fs::path& path) {
-                  write(path, "ffconcat version 1.0\nfile '" + BarCodeClip().path().string() + "'\n");
-                }},
-        NoMedia{"a movie that ends before its index", "cut.mp4", [](const fs::path& path) {
-                  fs::copy_file(BarCodeClip().path(), path);
-                  fs::resize_file(path, fs::file_size(path) / 2);
-                }}));
+    testing::Values(NoMedia{"a missing file", "missing.mp4", [](const fs::path&) {}},
+                    NoMedia{"an empty file", "empty.mp4", [](const fs::path& path) { write(path, ""); }},
+                    NoMedia{"a text with a movie's name", "text.mp4",
+                            [](const fs::path& path) { write(path, "Dear diary, today I shot no video.\n"); }},
+                    NoMedia{"a directory", "directory.mp4", [](const fs::path& path) { fs::create_directory(path); }},
+                    NoMedia{"a list of other files", "list.mp4",
+                            [](const fs::path& path) {
+                              write(path, "ffconcat version 1.0\nfile '" + BarCodeClip().path().string() + "'\n");
+                            }},
+                    NoMedia{"a movie that ends before its index", "cut.mp4", [](const fs::path& path) {
+                              fs::copy_file(BarCodeClip().path(), path);
+                              fs::resize_file(path, fs::file_size(path) / 2);
+                            }}));
 
 TEST(Asset, ReadsAMovieByItsContent) {
   const BarCodeClip clip({.frames = 75, .timescale = 30, .sampleRate = 44'100, .channels = 1});
@@ -121,9 +120,10 @@ INSTANTIATE_TEST_SUITE_P(Rotations, TurnedAsset,
                                          Turned{"three quarters of a turn", 270, {0, -1, 1, 0, 0, 320}}));
 
 TEST(Asset, CountsWidePixelsInTheNaturalSize) {
-  const BarCodeClip clip(
-      {.width = 360, .height = 288, .audioCodec = "", .outputArguments = {"-bsf:v", "h264_metadata=sample_aspect_ratio=16/15",
-                                                                         "-aspect", "4:3"}});
+  const BarCodeClip clip({.width = 360,
+                          .height = 288,
+                          .audioCodec = "",
+                          .outputArguments = {"-bsf:v", "h264_metadata=sample_aspect_ratio=16/15", "-aspect", "4:3"}});
   const auto asset = AVAsset::make(URL(clip.path()));
   ASSERT_EQ(asset->tracks().size(), 1U);
   EXPECT_EQ(asset->tracks().front()->naturalSize().height, 288);
@@ -174,10 +174,29 @@ TEST(Asset, LeavesTheDelayOutThatQuickTimeMoviesDoNotTell) {
 TEST(Asset, ListsNoCoverArt) {
   const BarCodeClip clip({.frames = 30});
   const TemporaryDirectory directory;
-  const ProgramResult made = runProgram({"ffmpeg", "-nostdin", "-v", "error", "-i", clip.path(), "-f", "lavfi", "-i",
-                                         "color=red:size=64x64:rate=1:duration=1", "-map", "0", "-map", "1", "-c",
-                                         "copy", "-c:v:1", "png", "-frames:v:1", "1", "-disposition:v:1",
-                                         "attached_pic", directory.file("cover.mp4")});
+  const ProgramResult made = runProgram({"ffmpeg",
+                                         "-nostdin",
+                                         "-v",
+                                         "error",
+                                         "-i",
+                                         clip.path(),
+                                         "-f",
+                                         "lavfi",
+                                         "-i",
+                                         "color=red:size=64x64:rate=1:duration=1",
+                                         "-map",
+                                         "0",
+                                         "-map",
+                                         "1",
+                                         "-c",
+                                         "copy",
+                                         "-c:v:1",
+                                         "png",
+                                         "-frames:v:1",
+                                         "1",
+                                         "-disposition:v:1",
+                                         "attached_pic",
+                                         directory.file("cover.mp4")});
   ASSERT_TRUE(made.succeeded()) << made;
   EXPECT_EQ(AVAsset::make(URL(directory.file("cover.mp4")))->tracks().size(), 2U);
 }

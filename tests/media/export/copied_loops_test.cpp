@@ -46,8 +46,9 @@ ClipOptions small(ClipOptions options) {
 }
 
 /// 1.6 seconds, a hole of 0.6 among them.
-const std::vector<std::int64_t> unevenTimes{0,      1001,   2002,   4004,   5005,   9000,   10'000, 10'500, 28'500, 29'500,
-                                            30'500, 32'502, 33'503, 35'000, 36'001, 38'000, 39'001, 41'003, 44'000, 46'000};
+const std::vector<std::int64_t> unevenTimes{0,      1001,   2002,   4004,   5005,   9000,   10'000,
+                                            10'500, 28'500, 29'500, 30'500, 32'502, 33'503, 35'000,
+                                            36'001, 38'000, 39'001, 41'003, 44'000, 46'000};
 const std::vector<std::int64_t> lateTimes{12'000, 13'000, 14'000, 15'000, 16'000, 17'000, 18'000, 19'000,
                                           20'000, 21'000, 22'000, 23'000, 24'000, 25'000, 26'000, 27'000};
 
@@ -58,14 +59,16 @@ const Clip variableRate{"a variable rate with B pictures and a hole",
 const Clip shortSound{"sound that is shorter than the pictures", small({.frames = 50, .audioSeconds = 1.2})};
 const Clip longSound{"sound that is longer than the pictures", small({.frames = 30, .audioSeconds = 1.4})};
 const Clip lateSound{"sound that starts late", small({.frames = 45, .audioDelay = 0.3})};
-const Clip latePictures{"pictures that start late",
-                        small({.frameTimes = lateTimes, .lastFrameLength = 1000, .timescale = 30'000, .audioSeconds = 0.93})};
+const Clip latePictures{
+    "pictures that start late",
+    small({.frameTimes = lateTimes, .lastFrameLength = 1000, .timescale = 30'000, .audioSeconds = 0.93})};
 const Clip mono{"mono sound at 22,050 Hz", small({.frames = 40, .sampleRate = 22'050, .channels = 1})};
 const Clip telephone{"sound at 8,000 Hz", small({.frames = 40, .sampleRate = 8'000, .channels = 1})};
 const Clip surround{"5.1 sound", small({.frames = 40, .channels = 6})};
-const Clip openHEVC{"HEVC with open groups",
-                    small({.frames = 40, .videoCodec = "libx265", .preset = "ultrafast", .gop = 10, .groups = GroupOfPictures::open}),
-                    AVAssetExportPresetHEVCHighestQuality};
+const Clip openHEVC{
+    "HEVC with open groups",
+    small({.frames = 40, .videoCodec = "libx265", .preset = "ultrafast", .gop = 10, .groups = GroupOfPictures::open}),
+    AVAssetExportPresetHEVCHighestQuality};
 const Clip deepHEVC{"HEVC of 10 bits",
                     small({.frames = 30, .videoCodec = "libx265", .preset = "ultrafast", .pixelFormat = "yuv420p10le"}),
                     AVAssetExportPresetHEVCHighestQuality};
@@ -75,7 +78,8 @@ const Clip halfTurn{"pictures turned half round", small({.frames = 30, .rotation
 const Clip threeQuarters{"pictures turned three quarters", small({.frames = 30, .rotation = 270})};
 const Clip matroska{"a Matroska file with FLAC", small({.frames = 40, .audioCodec = "flac", .extension = ".mkv"}),
                     AVAssetExportPresetHighestQuality, millisecondClock};
-const Clip quickTime{"a QuickTime movie with PCM", small({.frames = 40, .audioCodec = "pcm_s16le", .extension = ".mov"})};
+const Clip quickTime{"a QuickTime movie with PCM",
+                     small({.frames = 40, .audioCodec = "pcm_s16le", .extension = ".mov"})};
 const Clip untouchedMPEG4{"MPEG-4 pictures, passed through", small({.frames = 40, .videoCodec = "mpeg4"}),
                           AVAssetExportPresetPassthrough};
 const Clip silent{"no sound at all", small({.frames = 40, .audioCodec = ""})};

@@ -109,35 +109,35 @@ const std::vector<std::int64_t> unevenTimes{0,      1001,   2002,   4004,   5005
 
 INSTANTIATE_TEST_SUITE_P(
     Sources, EncodedLoop,
-    testing::Values(
-        Encoding{"HEVC to H.264", sized(320, 180, {.videoCodec = "libx265"}), AVAssetExportPresetHighestQuality, "libx264",
-                 "yuv420p", 320, 180},
-        Encoding{"H.264 to HEVC", sized(320, 180, {}), AVAssetExportPresetHEVCHighestQuality, "libx265", "yuv420p", 320, 180},
-        Encoding{"H.264 at a variable rate to HEVC",
-                 sized(320, 180, {.frameTimes = unevenTimes, .lastFrameLength = 3000, .timescale = 30'000}),
-                 AVAssetExportPresetHEVCHighestQuality, "libx265", "yuv420p", 320, 180},
-        Encoding{"H.264 turned a quarter to HEVC", sized(320, 180, {.rotation = 90}), AVAssetExportPresetHEVCHighestQuality,
-                 "libx265", "yuv420p", 320, 180},
-        Encoding{"MPEG-4 to H.264", sized(320, 180, {.videoCodec = "mpeg4"}), AVAssetExportPresetHighestQuality, "libx264",
-                 "yuv420p", 320, 180},
-        Encoding{"MPEG-4 of odd sides to H.264", sized(161, 121, {.videoCodec = "mpeg4"}), AVAssetExportPresetHighestQuality,
-                 "libx264", "yuv420p", 162, 122, 0.8},
-        Encoding{"H.264 in 4:2:2 to H.264", sized(320, 180, {.pixelFormat = "yuv422p"}), AVAssetExportPresetHighestQuality,
-                 "libx264", "yuv420p", 320, 180},
-        Encoding{"H.264 in 4:4:4 to HEVC", sized(320, 180, {.pixelFormat = "yuv444p"}),
-                 AVAssetExportPresetHEVCHighestQuality, "libx265", "yuv420p", 320, 180},
-        Encoding{"H.264 of 10 bits to H.264 of 8", sized(320, 180, {.pixelFormat = "yuv420p10le"}),
-                 AVAssetExportPresetHighestQuality, "libx264", "yuv420p", 320, 180},
-        Encoding{"H.264 of 10 bits to HEVC of 10", sized(320, 180, {.pixelFormat = "yuv420p10le"}),
-                 AVAssetExportPresetHEVCHighestQuality, "libx265", "yuv420p10le", 320, 180},
-        Encoding{"H.264 of full range to HEVC of full range", sized(320, 180, {.pixelFormat = "yuvj420p"}),
-                 AVAssetExportPresetHEVCHighestQuality, "libx265", "yuvj420p", 320, 180},
-        Encoding{"large H.264 to low quality", sized(1280, 720, {}), AVAssetExportPresetLowQuality, "libx264", "yuv420p",
-                 480, 270, 0.85},
-        Encoding{"tall H.264 to low quality", sized(360, 720, {}), AVAssetExportPresetLowQuality, "libx264", "yuv420p", 240,
-                 480, 0.85},
-        Encoding{"small H.264 to low quality, not enlarged", sized(160, 90, {}), AVAssetExportPresetLowQuality, "libx264",
-                 "yuv420p", 160, 90, 0.85}));
+    testing::Values(Encoding{"HEVC to H.264", sized(320, 180, {.videoCodec = "libx265"}),
+                             AVAssetExportPresetHighestQuality, "libx264", "yuv420p", 320, 180},
+                    Encoding{"H.264 to HEVC", sized(320, 180, {}), AVAssetExportPresetHEVCHighestQuality, "libx265",
+                             "yuv420p", 320, 180},
+                    Encoding{"H.264 at a variable rate to HEVC",
+                             sized(320, 180, {.frameTimes = unevenTimes, .lastFrameLength = 3000, .timescale = 30'000}),
+                             AVAssetExportPresetHEVCHighestQuality, "libx265", "yuv420p", 320, 180},
+                    Encoding{"H.264 turned a quarter to HEVC", sized(320, 180, {.rotation = 90}),
+                             AVAssetExportPresetHEVCHighestQuality, "libx265", "yuv420p", 320, 180},
+                    Encoding{"MPEG-4 to H.264", sized(320, 180, {.videoCodec = "mpeg4"}),
+                             AVAssetExportPresetHighestQuality, "libx264", "yuv420p", 320, 180},
+                    Encoding{"MPEG-4 of odd sides to H.264", sized(161, 121, {.videoCodec = "mpeg4"}),
+                             AVAssetExportPresetHighestQuality, "libx264", "yuv420p", 162, 122, 0.8},
+                    Encoding{"H.264 in 4:2:2 to H.264", sized(320, 180, {.pixelFormat = "yuv422p"}),
+                             AVAssetExportPresetHighestQuality, "libx264", "yuv420p", 320, 180},
+                    Encoding{"H.264 in 4:4:4 to HEVC", sized(320, 180, {.pixelFormat = "yuv444p"}),
+                             AVAssetExportPresetHEVCHighestQuality, "libx265", "yuv420p", 320, 180},
+                    Encoding{"H.264 of 10 bits to H.264 of 8", sized(320, 180, {.pixelFormat = "yuv420p10le"}),
+                             AVAssetExportPresetHighestQuality, "libx264", "yuv420p", 320, 180},
+                    Encoding{"H.264 of 10 bits to HEVC of 10", sized(320, 180, {.pixelFormat = "yuv420p10le"}),
+                             AVAssetExportPresetHEVCHighestQuality, "libx265", "yuv420p10le", 320, 180},
+                    Encoding{"H.264 of full range to HEVC of full range", sized(320, 180, {.pixelFormat = "yuvj420p"}),
+                             AVAssetExportPresetHEVCHighestQuality, "libx265", "yuvj420p", 320, 180},
+                    Encoding{"large H.264 to low quality", sized(1280, 720, {}), AVAssetExportPresetLowQuality,
+                             "libx264", "yuv420p", 480, 270, 0.85},
+                    Encoding{"tall H.264 to low quality", sized(360, 720, {}), AVAssetExportPresetLowQuality, "libx264",
+                             "yuv420p", 240, 480, 0.85},
+                    Encoding{"small H.264 to low quality, not enlarged", sized(160, 90, {}),
+                             AVAssetExportPresetLowQuality, "libx264", "yuv420p", 160, 90, 0.85}));
 
 TEST(LowQuality, KeepsToItsBitRates) {
   const BarCodeClip clip({.width = 1280, .height = 720, .frames = 120, .preset = "ultrafast"});
@@ -306,8 +306,8 @@ TEST(EmptyRange, IsBlackAndSilent) {
   for (const auto& picture : shown(1400, 1000, numbers(30, 59))) expected.push_back(picture);
   expectPictures(output.pictures(), expected, 0.0001);
 
-  const ProgramResult seen = runProgram({"ffmpeg", "-nostdin", "-hide_banner", "-i", directory.file("hole.mp4"), "-an", "-vf",
-                                         "blackdetect=d=0.3:pic_th=1:pix_th=0.02", "-f", "null", "-"});
+  const ProgramResult seen = runProgram({"ffmpeg", "-nostdin", "-hide_banner", "-i", directory.file("hole.mp4"), "-an",
+                                         "-vf", "blackdetect=d=0.3:pic_th=1:pix_th=0.02", "-f", "null", "-"});
   EXPECT_THAT(seen.standardError, HasSubstr("black_start:1 black_end:1.4 ")) << "not black, or not as long";
   const Sound sound = output.sound();
   EXPECT_EQ(toneSecondAt(sound, 0.9), 0);
@@ -374,7 +374,8 @@ TEST(TwoTracksOfSound, AreMixed) {
   const BarCodeClip one({.width = 160, .height = 90, .frames = 60, .audioSeconds = 0.9});
   const BarCodeClip two({.frames = 0, .audioSeconds = 2, .extension = ".m4a"});
   const auto composition = AVMutableComposition::make();
-  const auto add = [&](AVMediaType type, const std::filesystem::path& path, const CMTimeRange& range, const CMTime& target) {
+  const auto add = [&](AVMediaType type, const std::filesystem::path& path, const CMTimeRange& range,
+                       const CMTime& target) {
     const auto track = composition->addMutableTrack(type, kCMPersistentTrackID_Invalid);
     EXPECT_TRUE(track->insertTimeRange(range, AVAsset::make(URL(path))->tracks(type).at(0), target));
   };

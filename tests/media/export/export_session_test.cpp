@@ -142,7 +142,8 @@ TEST(ExportSession, SeveralAtATimeDoNotMix) {
     });
   }
   threads.clear();
-  EXPECT_EQ(contents(directory.file("0.mp4")), contents(directory.file("2.mp4"))) << "the same work gives the same bytes";
+  EXPECT_EQ(contents(directory.file("0.mp4")), contents(directory.file("2.mp4")))
+      << "the same work gives the same bytes";
   EXPECT_NEAR(MediaJudge(directory.file("1.mp4")).duration(), 4, 0.03);
   EXPECT_NEAR(MediaJudge(directory.file("3.mp4")).duration(), 4, 0.03);
 }
@@ -269,15 +270,15 @@ INSTANTIATE_TEST_SUITE_P(
                 }},
         Failure{"a directory that is a file", AVError::exportFailed, "nothing can be written to", smallLoop,
                 [](AVAssetExportSession& session, const fs::path&) { session.setOutputURL(URL("/dev/null/out.mp4")); }},
-        Failure{"a type of file that is not written", AVError::exportFailed, "public.mpeg-2-video", smallLoop,
-                [](AVAssetExportSession& session, const fs::path&) {
-                  session.setOutputFileType("public.mpeg-2-video");
-                }},
+        Failure{
+            "a type of file that is not written", AVError::exportFailed, "public.mpeg-2-video", smallLoop,
+            [](AVAssetExportSession& session, const fs::path&) { session.setOutputFileType("public.mpeg-2-video"); }},
         Failure{"a file that would grow longer than its limit", AVError::maximumFileSizeReached, "out.mp4", smallLoop,
                 [](AVAssetExportSession& session, const fs::path&) { session.setFileLengthLimit(20'000); }},
         Failure{"a source whose samples end early", AVError::invalidSourceMedia, "cut.mp4",
                 [](const fs::path& scratch) {
-                  return loopOfCutFile(scratch, {.width = 160, .height = 90, .outputArguments = {"-movflags", "+faststart"}});
+                  return loopOfCutFile(scratch,
+                                       {.width = 160, .height = 90, .outputArguments = {"-movflags", "+faststart"}});
                 }}));
 
 TEST(FailingExport, ALimitCountsEveryByte) {

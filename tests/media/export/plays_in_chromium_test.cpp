@@ -48,12 +48,12 @@ TEST(PlaysInChromium, ALoopHasItsLengthItsSizeAndPicturesToTheEnd) {
   html.replace(html.find("JUMP"), 4, "5.50");
   std::ofstream(directory.file("page.html")) << html;
 
-  RunningProgram browser({chromium, "--headless", "--no-sandbox", "--disable-gpu", "--no-first-run",
-                          "--disable-dev-shm-usage", "--disable-background-networking", "--disable-component-update",
-                          "--disable-sync", "--user-data-dir=" + directory.file("profile").string(),
-                          "--enable-logging=stderr", "--remote-debugging-port=0",
-                          "file://" + directory.file("page.html").string()},
-                         {.deadline = std::chrono::seconds(80)});
+  RunningProgram browser(
+      {chromium, "--headless", "--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-dev-shm-usage",
+       "--disable-background-networking", "--disable-component-update", "--disable-sync",
+       "--user-data-dir=" + directory.file("profile").string(), "--enable-logging=stderr", "--remote-debugging-port=0",
+       "file://" + directory.file("page.html").string()},
+      {.deadline = std::chrono::seconds(80)});
   const bool told = browser.waitForText(" END");
   browser.send(SIGKILL);
   const ProgramResult shown = browser.wait();
