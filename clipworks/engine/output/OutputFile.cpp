@@ -22,6 +22,11 @@ Error unwritable(const std::string& what, int code) {
 Expected<std::unique_ptr<OutputFile>> OutputFile::create(const std::filesystem::path& path, std::int64_t lengthLimit) {
   const std::filesystem::path directory = path.has_parent_path() ? path.parent_path() : std::filesystem::path(".");
   const std::string what = "nothing can be written to " + directory.string();
+  // Found again when the file gets its name; said here, it costs nobody an export.
+  struct stat facts {};
+  if (::lstat(path.c_str(), &facts) == 0) {
+    return tl::make_unexpected(unwritable(path.filename().string() + " cannot be put in place", EEXIST));
+  }
   int descriptor = ::open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, newFileMode);
   std::optional<std::filesystem::path> hidden;
   // EISDIR and ENOENT come from kernels and file systems that take O_TMPFILE for a plain open of the directory.

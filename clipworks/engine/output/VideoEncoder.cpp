@@ -96,6 +96,7 @@ Expected<void> VideoEncoder::push(const Frame& picture, std::int64_t time, bool 
   frame->pict_type = startsAnew ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
   frame->key_frame = 0;
   frame->interlaced_frame = 0;
+  frame->reordered_opaque = 0;  // libx265's wrapper copies any other value, and loses the copies of a run cut short
   if (const int code = avcodec_send_frame(context_.get(), frame.get()); code < 0) {
     return tl::make_unexpected(libraryError(code, "a picture cannot be encoded", ErrorKind::internal));
   }
