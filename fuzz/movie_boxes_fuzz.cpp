@@ -1,6 +1,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -34,24 +35,26 @@ int fileOf(const std::uint8_t* data, std::size_t size) {
   return fd;
 }
 
-void checkRuns(const std::vector<MovieBoxes::Run>& runs, std::size_t fileSize) {
+std::uint64_t checkRuns(const std::vector<MovieBoxes::Run>& runs, std::size_t fileSize) {
   require(runs.size() * 8 <= fileSize, "runs come from the file");
   std::uint64_t samples = 0;
   for (const auto& run : runs) {
     require(run.count > 0, "no run is empty");
     samples += run.count;
   }
-  require(samples <= limits::maxSamples, "runs keep to the limit");
+  return samples;
 }
 
 void checkTrack(const MovieBoxes::Track& track, std::size_t fileSize) {
-  checkRuns(track.sampleLengths, fileSize);
-  checkRuns(track.pictureOffsets, fileSize);
+  const std::uint64_t lengths = checkRuns(track.sampleLengths, fileSize);
+  const std::uint64_t offsets = checkRuns(track.pictureOffsets, fileSize);
+  const bool isPCM = track.sampleLengths.size() == 1 && track.sampleLengths.front().value == 1;
+  require(isPCM || std::max(lengths, offsets) <= limits::maxSamples, "runs keep to the limit");
   require(track.edits.size() <= limits::maxEdits && track.edits.size() * 12 <= fileSize, "edits come from the file");
   require(track.syncSamples.size() * 4 <= fileSize, "access points come from the file");
   require(track.syncSamples.empty() || track.hasSyncTable, "access points come from a table");
   require(track.sampleDescriptions * 8ULL <= fileSize, "sample descriptions come from the file");
-  require(track.sampleCount <= limits::maxSamples, "the count of samples keeps to the limit");
+  require(isPCM || track.sampleCount <= limits::maxSamples, "the count of samples keeps to the limit");
 }
 
 }  // namespace
