@@ -1,0 +1,31 @@
+#pragma once
+
+#include <memory>
+
+#include <clipworks/engine/Error.h>
+#include <clipworks/engine/Handles.h>
+
+namespace clipworks::engine {
+
+/// Whether a picture's transfer characteristic is PQ (SMPTE ST 2084) or HLG (ARIB STD-B67).
+[[nodiscard]] bool isHighDynamicRange(AVColorTransferCharacteristic transfer);
+
+/// Turns pictures of high dynamic range into 8-bit 4:2:0 ones of BT.709, video range, by the curve of BT.2390: a white
+/// sheet of paper (203 cd/m², BT.2408) becomes nearly white, greys keep their order, hues stay. One thread at a time.
+class ToneMapper {
+ public:
+  ToneMapper();
+  ToneMapper(ToneMapper&&) noexcept;
+  ToneMapper& operator=(ToneMapper&&) noexcept;
+  ~ToneMapper();
+
+  /// A new picture of the same size, tagged BT.709; times and side data of `picture` are kept but for HDR metadata.
+  /// Fails with `unsupported` for pixels that are not YUV.
+  [[nodiscard]] Expected<Frame> map(const Frame& picture);
+
+ private:
+  struct Table;
+  std::unique_ptr<Table> table_;
+};
+
+}  // namespace clipworks::engine
