@@ -20,10 +20,10 @@ LAYERS = [
     ["clipworks/media/time", "clipworks/media/geometry", "clipworks/media/dispatch"],
     ["clipworks/media/asset"],
     ["clipworks/media/composition"],
-    ["clipworks/media/export", "clipworks/media/samples"],
-    ["clipworks/filedeck"],
+    ["clipworks/media/export", "clipworks/media/images", "clipworks/media/samples"],
+    ["clipworks/filedeck", "clipworks/stillpress"],
     ["clipworks/foundation"],
-    ["clipworks/looper"],
+    ["clipworks/looper", "clipworks/tophoto"],
     ["clipworks"],  # the header that includes all operations
     ["app"],
 ]
