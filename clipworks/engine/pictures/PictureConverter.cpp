@@ -1,66 +1,12 @@
 #include <clipworks/engine/pictures/PictureConverter.h>
 
-#include <zimg++.hpp>
-
 #include <algorithm>
 #include <cstdlib>
-#include <optional>
 
 #include <clipworks/engine/pictures/FramePadding.h>
+#include <clipworks/engine/pictures/ZimgPictures.h>
 
 namespace clipworks::engine {
-namespace {
-
-constexpr std::uintptr_t vectorAlignment = 64;
-
-// The "J" formats say their range by their name; here the range is a field.
-AVPixelFormat withoutRange(int format) {
-  switch (format) {
-    case AV_PIX_FMT_YUVJ420P:
-      return AV_PIX_FMT_YUV420P;
-    case AV_PIX_FMT_YUVJ422P:
-      return AV_PIX_FMT_YUV422P;
-    case AV_PIX_FMT_YUVJ444P:
-      return AV_PIX_FMT_YUV444P;
-    case AV_PIX_FMT_YUVJ440P:
-      return AV_PIX_FMT_YUV440P;
-    default:
-      return static_cast<AVPixelFormat>(format);
-  }
-}
-
-bool isAligned(const AVFrame& frame) {
-  for (int plane = 0; plane < 3; ++plane) {
-    if (reinterpret_cast<std::uintptr_t>(frame.data[plane]) % vectorAlignment != 0) return false;
-    if (frame.linesize[plane] <= 0 || static_cast<std::uintptr_t>(frame.linesize[plane]) % vectorAlignment != 0) return false;
-  }
-  return true;
-}
-
-// Nothing for pixels that are not planar YUV of 8 to 16 bits.
-std::optional<zimgxx::zimage_format> describe(AVPixelFormat format, int width, int height, bool fullRange,
-                                              AVChromaLocation location) {
-  const AVPixFmtDescriptor* pixels = av_pix_fmt_desc_get(format);
-  if (pixels == nullptr || pixels->nb_components < 3 || av_pix_fmt_count_planes(format) < 3) return std::nullopt;
-  constexpr std::uint64_t unfit =
-      AV_PIX_FMT_FLAG_RGB | AV_PIX_FMT_FLAG_BE | AV_PIX_FMT_FLAG_FLOAT | AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_PAL;
-  if ((pixels->flags & unfit) != 0) return std::nullopt;
-  zimgxx::zimage_format image;
-  image.width = static_cast<unsigned>(width);
-  image.height = static_cast<unsigned>(height);
-  image.depth = static_cast<unsigned>(pixels->comp[0].depth);
-  image.pixel_type = image.depth > 8 ? ZIMG_PIXEL_WORD : ZIMG_PIXEL_BYTE;
-  image.subsample_w = static_cast<unsigned>(pixels->log2_chroma_w);
-  image.subsample_h = static_cast<unsigned>(pixels->log2_chroma_h);
-  image.color_family = ZIMG_COLOR_YUV;
-  image.pixel_range = fullRange ? ZIMG_RANGE_FULL : ZIMG_RANGE_LIMITED;
-  const bool known = location >= AVCHROMA_LOC_LEFT && location <= AVCHROMA_LOC_BOTTOM;
-  image.chroma_location = known ? static_cast<zimg_chroma_location_e>(location - 1) : ZIMG_CHROMA_LEFT;
-  return image;
-}
-
-}  // namespace
-
 struct PictureConverter::Graph {
   zimgxx::FilterGraph filter;
   std::unique_ptr<void, decltype(&std::free)> scratch{nullptr, &std::free};
@@ -83,7 +29,7 @@ Expected<Frame> PictureConverter::convert(const Frame& picture) {
     source->format = format;
     source->color_range = AVCOL_RANGE_JPEG;
   }
-  if (!describe(format, source->width, source->height, false, AVCHROMA_LOC_LEFT)) {
+  if (!describeForZimg(format, source->width, source->height, false, AVCHROMA_LOC_LEFT)) {
     const char* name = av_get_pix_fmt_name(format);
     return failed(ErrorKind::unsupported, std::string("pictures of the kind ") + (name ? name : "unknown") + " are not read");
   }
@@ -97,7 +43,7 @@ Expected<Frame> PictureConverter::convert(const Frame& picture) {
   }
   if (source->width == width_ && source->height == height_ && format == format_) return source;
 
-  if (!isAligned(*source)) {
+  if (!isAlignedForZimg(*source)) {
     auto aligned = padFrame(source, source->width, source->height);
     if (!aligned) return aligned;
     source = std::move(*aligned);
@@ -106,19 +52,8 @@ Expected<Frame> PictureConverter::convert(const Frame& picture) {
   auto result = allocateFrame(width_, height_, format_);
   if (!result) return result;
   av_frame_copy_props(result->get(), source.get());
-  zimgxx::zimage_buffer_const from;
-  zimgxx::zimage_buffer to;
-  for (int plane = 0; plane < 3; ++plane) {
-    const auto p = static_cast<unsigned>(plane);
-    from.data(p) = source->data[plane];
-    from.stride(p) = source->linesize[plane];
-    from.mask(p) = ZIMG_BUFFER_MAX;
-    to.data(p) = (*result)->data[plane];
-    to.stride(p) = (*result)->linesize[plane];
-    to.mask(p) = ZIMG_BUFFER_MAX;
-  }
   try {
-    graph_->filter.process(from, to, graph_->scratch.get());
+    graph_->filter.process(readByZimg(*source), writtenByZimg(**result), graph_->scratch.get());
   } catch (const zimgxx::zerror& error) {
     return failed(ErrorKind::internal, std::string("a picture cannot be converted: ") + error.msg);
   }
@@ -131,8 +66,8 @@ Expected<void> PictureConverter::prepare(const AVFrame& from) {
     return {};
   }
   const bool fullRange = from.color_range == AVCOL_RANGE_JPEG;
-  const auto source = describe(static_cast<AVPixelFormat>(from.format), from.width, from.height, fullRange, from.chroma_location);
-  const auto target = describe(format_, width_, height_, fullRange, from.chroma_location);
+  const auto source = describeForZimg(static_cast<AVPixelFormat>(from.format), from.width, from.height, fullRange, from.chroma_location);
+  const auto target = describeForZimg(format_, width_, height_, fullRange, from.chroma_location);
   if (!source || !target) return failed(ErrorKind::unsupported, "pictures of this kind are not read");
   try {
     zimgxx::zfilter_graph_builder_params parameters;
@@ -141,8 +76,8 @@ Expected<void> PictureConverter::prepare(const AVFrame& from) {
     parameters.dither_type = target->depth < source->depth ? ZIMG_DITHER_ERROR_DIFFUSION : ZIMG_DITHER_NONE;
     auto graph = std::make_unique<Graph>();
     graph->filter = zimgxx::FilterGraph::build(*source, *target, &parameters);
-    const std::size_t bytes = (graph->filter.get_tmp_size() + vectorAlignment) / vectorAlignment * vectorAlignment;
-    graph->scratch.reset(std::aligned_alloc(vectorAlignment, bytes));
+    const std::size_t bytes = (graph->filter.get_tmp_size() + zimgAlignment) / zimgAlignment * zimgAlignment;
+    graph->scratch.reset(std::aligned_alloc(zimgAlignment, bytes));
     if (graph->scratch == nullptr) return failed(ErrorKind::outOfMemory, "out of memory for a picture");
     graph->fromWidth = from.width;
     graph->fromHeight = from.height;

@@ -1,0 +1,160 @@
+#include <clipworks/engine/pictures/StillMaker.h>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+#include <clipworks/engine/Limits.h>
+#include <clipworks/engine/output/VideoEncoder.h>
+#include <clipworks/engine/pictures/AffineResampling.h>
+#include <clipworks/engine/pictures/FramePadding.h>
+#include <clipworks/engine/pictures/ZimgPictures.h>
+
+namespace clipworks::engine {
+namespace {
+
+int wholePixels(double side) {
+  return static_cast<int>(std::lround(std::clamp(side, 1.0, static_cast<double>(limits::maxPictureSide))));
+}
+
+std::array<double, 4> usable(const std::array<double, 4>& transform) {
+  constexpr double leastArea = 1e-9;
+  const auto& [a, b, c, d] = transform;
+  const bool isUsable = std::isfinite(a) && std::isfinite(b) && std::isfinite(c) && std::isfinite(d) &&
+                        std::fabs(a * d - b * c) > leastArea;
+  return isUsable ? transform : std::array<double, 4>{1, 0, 0, 1};
+}
+
+double fittingFactor(double width, double height, const StillSettings& settings) {
+  const auto factor = [](double limit, double side) { return limit > 0 && side > limit ? limit / side : 1.0; };
+  constexpr double most = limits::maxPictureSide;
+  return std::min({factor(settings.maxWidth, width), factor(settings.maxHeight, height), factor(most, width), factor(most, height)});
+}
+
+/// The pixels of a still: 8 bits, chroma as it is coded. Where a resampled side is odd, or the layout cannot be turned,
+/// chroma gets all pixels.
+AVPixelFormat stillFormat(const AVPixFmtDescriptor& coded, bool isResampled, int width, int height) {
+  const int x = coded.log2_chroma_w;
+  const int y = coded.log2_chroma_h;
+  if (x > 1 || y > 1 || (isResampled && ((x == 1 && width % 2 != 0) || (y == 1 && height % 2 != 0)))) return AV_PIX_FMT_YUV444P;
+  if (x == 1) return y == 1 ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_YUV422P;
+  return y == 1 ? AV_PIX_FMT_YUV440P : AV_PIX_FMT_YUV444P;
+}
+
+AVPixelFormat tenBitsOf(AVPixelFormat format) {
+  switch (format) {
+    case AV_PIX_FMT_YUV420P:
+      return AV_PIX_FMT_YUV420P10;
+    case AV_PIX_FMT_YUV422P:
+      return AV_PIX_FMT_YUV422P10;
+    case AV_PIX_FMT_YUV440P:
+      return AV_PIX_FMT_YUV440P10;
+    default:
+      return AV_PIX_FMT_YUV444P10;
+  }
+}
+
+Region wholeOf(const AVFrame& frame) {
+  return {0, 0, static_cast<double>(frame.width), static_cast<double>(frame.height)};
+}
+
+}  // namespace
+
+StillGeometry stillGeometry(const Region& part, double naturalWidth, double naturalHeight, const StillSettings& settings) {
+  const auto [a, b, c, d] = usable(settings.transform);
+  const double uprightWidth = std::fabs(a) * naturalWidth + std::fabs(c) * naturalHeight;
+  const double uprightHeight = std::fabs(b) * naturalWidth + std::fabs(d) * naturalHeight;
+  const double fit = fittingFactor(uprightWidth, uprightHeight, settings);
+  StillGeometry geometry;
+  geometry.part = part;
+  geometry.width = wholePixels(uprightWidth * fit);
+  geometry.height = wholePixels(uprightHeight * fit);
+  if (const auto turn = turnOf(a, b, c, d)) {
+    geometry.turn = *turn;
+    geometry.scaledWidth = turn->swapsAxes ? geometry.height : geometry.width;
+    geometry.scaledHeight = turn->swapsAxes ? geometry.width : geometry.height;
+    return geometry;
+  }
+  // The scale of each axis is for the resampler that averages; turning and shearing are left.
+  geometry.scaledWidth = wholePixels(naturalWidth * fit * std::hypot(a, b));
+  geometry.scaledHeight = wholePixels(naturalHeight * fit * std::hypot(c, d));
+  const double x = naturalWidth * fit / geometry.scaledWidth;
+  const double y = naturalHeight * fit / geometry.scaledHeight;
+  geometry.rest = {a * x, b * x, c * y, d * y};
+  geometry.hasRest = true;
+  return geometry;
+}
+
+StillMaker::StillMaker(std::shared_ptr<const MediaFile> file, int stream, const StillSettings& settings)
+    : file_(std::move(file)), stream_(stream), settings_(settings) {}
+
+Expected<std::shared_ptr<const StillImage>> StillMaker::make(const Frame& picture) {
+  Frame frame = shareFrame(picture);
+  completeColours(*frame);
+  auto whole = scaled(frame);
+  if (!whole) return tl::make_unexpected(whole.error());
+  auto result = upright(std::move(*whole));
+  if (!result) return tl::make_unexpected(result.error());
+  (*result)->sample_aspect_ratio = {1, 1};
+  av_frame_remove_side_data(result->get(), AV_FRAME_DATA_DISPLAYMATRIX);
+  auto still = std::make_shared<StillImage>();
+  still->frame = std::move(*result);
+  still->metadata = file_->metadata();
+  return still;
+}
+
+void StillMaker::completeColours(AVFrame& frame) const {
+  if (const AVPixelFormat plain = withoutRange(frame.format); plain != frame.format) {
+    frame.format = plain;
+    frame.color_range = AVCOL_RANGE_JPEG;
+  }
+  const Colour colour = completeColour(file_->parameters(stream_));
+  if (frame.color_primaries == AVCOL_PRI_UNSPECIFIED) frame.color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
+  if (frame.color_trc == AVCOL_TRC_UNSPECIFIED) frame.color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
+  if (frame.colorspace == AVCOL_SPC_UNSPECIFIED) frame.colorspace = static_cast<AVColorSpace>(colour.matrix);
+  if (frame.color_range == AVCOL_RANGE_UNSPECIFIED) frame.color_range = colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+  if (frame.chroma_location == AVCHROMA_LOC_UNSPECIFIED) frame.chroma_location = AVCHROMA_LOC_LEFT;
+}
+
+// The part that is shown, at its final size before it is turned, in 8 bits.
+Expected<Frame> StillMaker::scaled(const Frame& picture) {
+  const StreamFacts& facts = file_->stream(stream_);
+  const bool isAsDescribed = picture->width == facts.codedWidth && picture->height == facts.codedHeight;
+  const Region part = isAsDescribed ? facts.shown : wholeOf(*picture);
+  const StillGeometry geometry = stillGeometry(part, facts.naturalWidth, facts.naturalHeight, settings_);
+  const AVPixFmtDescriptor* pixels = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(picture->format));
+  if (pixels == nullptr) return failed(ErrorKind::unsupported, file_->name() + " has pictures of an unknown kind");
+  const bool liesOnChroma = std::fmod(part.left, 1 << pixels->log2_chroma_w) == 0 && std::fmod(part.top, 1 << pixels->log2_chroma_h) == 0;
+  const bool isResampled = part.width != geometry.scaledWidth || part.height != geometry.scaledHeight || !liesOnChroma ||
+                           pixels->comp[0].depth > 8;
+  const AVPixelFormat format = stillFormat(*pixels, isResampled, geometry.scaledWidth, geometry.scaledHeight);
+  if (!isHighDynamicRange(picture->color_trc)) return scaler_.scale(picture, part, geometry.scaledWidth, geometry.scaledHeight, format);
+  const bool isDeep = pixels->comp[0].depth > 8;
+  auto deep = scaler_.scale(picture, part, geometry.scaledWidth, geometry.scaledHeight, isDeep ? tenBitsOf(format) : format);
+  if (!deep) return deep;
+  return toneMapper_.map(*deep);
+}
+
+Expected<Frame> StillMaker::upright(Frame frame) {
+  const StreamFacts& facts = file_->stream(stream_);
+  const StillGeometry geometry = stillGeometry(facts.shown, facts.naturalWidth, facts.naturalHeight, settings_);
+  if (!geometry.hasRest) return turned(frame, geometry.turn);
+  auto full = second_.scale(frame, wholeOf(*frame), frame->width, frame->height, AV_PIX_FMT_YUV444P);
+  if (!full) return full;
+  return transformed(*full, geometry.rest, geometry.width, geometry.height);
+}
+
+Expected<std::shared_ptr<const StillImage>> blackStill(double naturalWidth, double naturalHeight, const StillSettings& settings) {
+  const StillGeometry geometry = stillGeometry({}, naturalWidth, naturalHeight, settings);
+  auto still = std::make_shared<StillImage>();
+  auto frame = blackFrame(geometry.width, geometry.height, AV_PIX_FMT_YUV420P, false);
+  if (!frame) return tl::make_unexpected(frame.error());
+  (*frame)->color_primaries = AVCOL_PRI_BT709;
+  (*frame)->color_trc = AVCOL_TRC_BT709;
+  (*frame)->colorspace = AVCOL_SPC_BT709;
+  (*frame)->chroma_location = AVCHROMA_LOC_LEFT;
+  still->frame = std::move(*frame);
+  return still;
+}
+
+}  // namespace clipworks::engine
