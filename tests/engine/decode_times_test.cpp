@@ -100,18 +100,6 @@ TEST(DecodeTimes, AreEvenForEvenPicturesAtTheJoinsToo) {
   }
 }
 
-TEST(DecodeTimes, RiseAndNeverPassThePresentationOfUnevenRuns) {
-  const std::vector<std::int64_t> ticksApart{0, 9000, 9001, 9002, 9003, 9004, 9005, 9006, 18'000};
-  const std::vector<std::int64_t> slowAfterFast{0, 750, 1500, 2250, 3000, 6000, 9000, 12'000, 15'000};
-  const std::vector<std::int64_t> gapInTheMiddle{0, 3000, 6000, 9000, 192'000, 195'000, 198'000, 201'000, 204'000};
-  for (const auto& times : {ticksApart, slowAfterFast, gapInTheMiddle}) {
-    SCOPED_TRACE(testing::PrintToString(times));
-    const SourceRun run{times, pyramid(times.size())};
-    const std::int64_t length = times.back() + 1;  // the last picture lasts one tick
-    expectPlayable(stamp({run, run, run}, {length, length, length}));
-  }
-}
-
 TEST(DecodeTimes, HoldForAnyOrderAndSpacingOfDifferentRuns) {
   std::mt19937 random(20'240'513);
   const auto upTo = [&](std::int64_t most) { return std::uniform_int_distribution<std::int64_t>(1, most)(random); };
@@ -124,7 +112,7 @@ TEST(DecodeTimes, HoldForAnyOrderAndSpacingOfDifferentRuns) {
       std::int64_t at = upTo(2) == 1 ? 0 : upTo(500);
       for (std::int64_t pictures = upTo(20); pictures > 0; --pictures) {
         run.times.push_back(at);
-        at += upTo(6) == 1 ? upTo(200'000) : upTo(4000);
+        at += upTo(6) == 1 ? upTo(200'000) : upTo(4) == 1 ? 1 : upTo(4000);
       }
       run.decodingOrder = inOrder(run.times.size());
       // Coded orders mix pictures that are near each other; the first stays the first, as in any closed group.

@@ -20,7 +20,6 @@
 #include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
 #include <tests/support/PrintedLinesCapture.h>
-#include <tests/support/SmallFileSystem.h>
 #include <tests/support/TemporaryDirectory.h>
 
 namespace clipworks::test {
@@ -134,7 +133,8 @@ TEST_F(Looper, ACountOfZeroGivesAnEmptyCompositionThatDoesNotExport) {
   ASSERT_TRUE(result);
   ASSERT_FALSE(*result);
   EXPECT_EQ(result->error(), VideoLooperError::generic);
-  EXPECT_THAT(printed.lines(), ElementsAre(StartsWith("Current capacity: "), MatchesRegex("FAILED: Optional\\(.+\\)")));
+  EXPECT_THAT(printed.lines(),
+              ElementsAre(StartsWith("Current capacity: "), MatchesRegex("FAILED: Optional\\(.*Code=-[0-9]+ .*\\)")));
   EXPECT_TRUE(fs::is_empty(outputs_.path()));
 }
 
@@ -175,20 +175,6 @@ TEST_F(Looper, ACancelledExportFailsWithoutALine) {
   EXPECT_FALSE(*got);
   EXPECT_THAT(printed.lines(), ElementsAre(StartsWith("Current capacity: ")));
   EXPECT_TRUE(fs::is_empty(outputs_.path()));
-}
-
-TEST_F(Looper, AnExportThatFailsSaysWhy) {
-  const SmallFileSystem small(16);
-  if (!small.isMounted()) GTEST_SKIP() << small.whyNot();
-  FileSystem::shared().setOutputsURL(URL(small.path()));
-  const PrintedLinesCapture printed;
-  const auto looper = VideoLooperUtils::make(URL(clip().path()));
-  ASSERT_NE(createLoop(*looper, 3), nullptr);
-  const auto result = exportLoop(*looper);
-  ASSERT_TRUE(result);
-  EXPECT_FALSE(*result);
-  EXPECT_THAT(printed.lines(),
-              ElementsAre(StartsWith("Current capacity: "), MatchesRegex("FAILED: Optional\\(.*Code=-11807 .*\\)")));
 }
 
 TEST_F(Looper, ExportsWhatTheHostPlacesThereAndNeedsNotLiveOn) {
