@@ -368,13 +368,18 @@ TEST(MovieBoxesReader, RefusesAnIndexBeyondTheLimit) {
 
 TEST(MovieBoxesReader, ReportsWhatTheSystemSays) {
   const int directory = ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  for (const auto& [fd, code] : {std::pair{-1, EBADF}, std::pair{directory, EISDIR}}) {
+  std::array<int, 2> pipe{};
+  ASSERT_EQ(::pipe(pipe.data()), 0);
+  const TestFile file(box("moov", plainMovie));
+  const int writeOnly = ::open(("/proc/self/fd/" + std::to_string(file.fd())).c_str(), O_WRONLY | O_CLOEXEC);
+  const std::pair<int, int> cases[] = {{-1, EBADF}, {directory, EISDIR}, {pipe[0], ESPIPE}, {writeOnly, EBADF}};
+  for (const auto& [fd, code] : cases) {
     const auto movie = readMovieBoxes(fd);
     ASSERT_FALSE(movie);
     EXPECT_EQ(movie.error().kind, ErrorKind::unreadable);
     EXPECT_EQ(movie.error().posixCode, code);
   }
-  ::close(directory);
+  for (const int fd : {directory, pipe[0], pipe[1], writeOnly}) ::close(fd);
 }
 
 }  // namespace

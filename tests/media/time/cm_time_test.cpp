@@ -95,6 +95,8 @@ INSTANTIATE_TEST_SUITE_P(
         ResultCase{"a float that is rounded", CMTimeMultiplyByFloat64({600, 600}, 1.0 / 3), rounded(25'600, 76'800)},
         ResultCase{"a float that overflows", CMTimeMultiplyByFloat64({most, 2}, 2.5), positive},
         ResultCase{"zero times infinity", CMTimeMultiplyByFloat64(kCMTimeZero, HUGE_VAL), kCMTimeInvalid},
+        ResultCase{"infinity times a negative", CMTimeMultiply(positive, -2), negative},
+        ResultCase{"the absolute value", CMTimeAbsoluteValue({-3, 7}), {3, 7}},
         ResultCase{"the maximum with an invalid time", CMTimeMaximum(positive, kCMTimeInvalid), kCMTimeInvalid},
         ResultCase{"of equivalent times the first", CMTimeMinimum({2, 4}, {1, 2}), {2, 4}}));
 
