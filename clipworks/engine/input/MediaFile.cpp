@@ -36,6 +36,15 @@ std::array<double, 6> transformFromMatrix(const std::array<std::int32_t, 9>& m) 
   return {fixed(m[0]), fixed(m[1]), fixed(m[3]), fixed(m[4]), fixed(m[6]), fixed(m[7])};
 }
 
+/// Some recorders write a turn without the shift that it needs, which would show the picture beside the screen: a matrix
+/// without any shift gets the one that brings the picture's corner to the origin.
+void bringIntoView(StreamFacts& facts) {
+  auto& [a, b, c, d, tx, ty] = facts.transform;
+  if (tx != 0 || ty != 0) return;
+  tx = std::max(0.0, -a * facts.naturalWidth) + std::max(0.0, -c * facts.naturalHeight);
+  ty = std::max(0.0, -b * facts.naturalWidth) + std::max(0.0, -d * facts.naturalHeight);
+}
+
 void describePictures(StreamFacts& facts, const AVStream& stream, const MovieBoxes::Track* track) {
   const AVCodecParameters& p = *stream.codecpar;
   facts.codedWidth = p.width;
@@ -74,6 +83,7 @@ void describePictures(StreamFacts& facts, const AVStream& stream, const MovieBox
     std::memcpy(m.data(), matrix, sizeof m);
     facts.transform = transformFromMatrix(m);
   }
+  bringIntoView(facts);
 }
 
 // The edit says where the sound proper begins; where none does, iTunSMPB or the implicit delay does.

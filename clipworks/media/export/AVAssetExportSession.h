@@ -13,6 +13,7 @@
 #include <clipworks/media/base/NSError.h>
 #include <clipworks/media/base/URL.h>
 #include <clipworks/media/composition/AVMutableAudioMix.h>
+#include <clipworks/media/composition/AVMutableVideoComposition.h>
 
 namespace clipworks {
 
@@ -80,6 +81,10 @@ class CLIPWORKS_API AVAssetExportSession : public std::enable_shared_from_this<A
   /// that ask for it.
   virtual void setShouldOptimizeForNetworkUse(bool shouldOptimizeForNetworkUse) = 0;
   [[nodiscard]] virtual bool shouldOptimizeForNetworkUse() const = 0;
+  /// How the tracks of pictures are put together to one of a constant rate; null, the default, keeps every picture's own
+  /// time, and its size and orientation. Copied when the export starts.
+  virtual void setVideoComposition(std::shared_ptr<const AVMutableVideoComposition> videoComposition) = 0;
+  [[nodiscard]] virtual std::shared_ptr<const AVMutableVideoComposition> videoComposition() const = 0;
   /// How loud each track of sound is; null, the default, leaves all as they are. Read when the export starts.
   virtual void setAudioMix(std::shared_ptr<const AVMutableAudioMix> audioMix) = 0;
   [[nodiscard]] virtual std::shared_ptr<const AVMutableAudioMix> audioMix() const = 0;

@@ -9,6 +9,7 @@
 #include <clipworks/media/asset/AVAsset.h>
 #include <clipworks/media/base/NSError.h>
 #include <clipworks/media/base/Result.h>
+#include <clipworks/media/composition/AVMutableVideoComposition.h>
 #include <clipworks/media/composition/SegmentMapping.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
 #include <clipworks/media/export/ExportPreset.h>
@@ -22,6 +23,7 @@ struct ExportTrack {
   std::vector<MediaSegment> segments;
   float volume = 1.0F;            ///< of sound
   CMTime volumeTime = kCMTimeZero;  ///< from when on
+  CMPersistentTrackID trackID = kCMPersistentTrackID_Invalid;
 };
 
 /// The tracks of `asset` that have something to show or to play, as loud as `audioMix`, which may be null, says.
@@ -34,8 +36,10 @@ struct ExportPlan {
 };
 
 /// Decides for every track whether it is copied or encoded, and lays its pictures and sound out on the output's
-/// timeline. `job.path` and the limit are left to the caller.
-[[nodiscard]] Result<ExportPlan, NSError> planExport(const std::vector<ExportTrack>& tracks, const ExportPreset& preset,
-                                                     bool keepsRecordingMetadata);
+/// timeline; with a video composition the pictures are rendered as it says. `job.path` and the limit are left to the
+/// caller.
+[[nodiscard]] Result<ExportPlan, NSError> planExport(const std::vector<ExportTrack>& tracks,
+                                                     const AVMutableVideoComposition* videoComposition,
+                                                     const ExportPreset& preset, bool keepsRecordingMetadata);
 
 }  // namespace clipworks
