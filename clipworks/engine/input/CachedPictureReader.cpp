@@ -201,7 +201,9 @@ Expected<CachedPictureReader::Outcome> CachedPictureReader::run(const Pass& pass
 }
 
 void CachedPictureReader::keep(const PictureDecoder::Picture& picture, const Pass& pass, std::uint32_t wanted) {
-  if (!pass.keepsAll && picture.sample != wanted && !pass.kept.contains(picture.sample)) return;
+  // With some left out, the others on the way would not serve a step back either.
+  const bool isAside = !pass.keepsAll || (decoder_.leftPicturesOut() && timeOf(picture.sample) < timeOf(wanted));
+  if (isAside && picture.sample != wanted && !pass.kept.contains(picture.sample)) return;
   if (kept_.contains(picture.sample)) return;
   pictureBytes_ = std::max<std::size_t>(bytesOf(*picture.frame), 1);
   if (!pass.keepsAll) forgetServed(pass);

@@ -52,6 +52,15 @@ Region cleanAperture(const std::array<std::int32_t, 8>& clap, double width, doub
   return region;
 }
 
+/// Some recorders write a turn without the shift that it needs, which would show the picture beside the screen: a matrix
+/// without any shift gets the one that brings the picture's corner to the origin.
+void bringIntoView(StreamFacts& facts) {
+  auto& [a, b, c, d, tx, ty] = facts.transform;
+  if (tx != 0 || ty != 0) return;
+  tx = std::max(0.0, -a * facts.naturalWidth) + std::max(0.0, -c * facts.naturalHeight);
+  ty = std::max(0.0, -b * facts.naturalWidth) + std::max(0.0, -d * facts.naturalHeight);
+}
+
 void describePictures(StreamFacts& facts, const AVStream& stream, const MovieBoxes::Track* track) {
   const AVCodecParameters& p = *stream.codecpar;
   facts.codedWidth = p.width;
@@ -84,6 +93,7 @@ void describePictures(StreamFacts& facts, const AVStream& stream, const MovieBox
     std::memcpy(m.data(), matrix, sizeof m);
     facts.transform = transformFromMatrix(m);
   }
+  bringIntoView(facts);
 }
 
 // The edit says where the sound proper begins; where none does, iTunSMPB or the implicit delay does.

@@ -2,13 +2,14 @@
 
 #include <algorithm>
 #include <cmath>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include <clipworks/engine/Limits.h>
 #include <clipworks/engine/output/VideoEncoder.h>
-#include <clipworks/engine/pictures/AffineResampling.h>
 #include <clipworks/engine/pictures/FramePadding.h>
-#include <clipworks/engine/pictures/ZimgPictures.h>
+#include <clipworks/engine/pictures/PictureRenderer.h>
 
 namespace clipworks::engine {
 namespace {
@@ -54,6 +55,27 @@ AVPixelFormat tenBitsOf(AVPixelFormat format) {
   }
 }
 
+std::pair<int, int> scaledSize(const StillGeometry& geometry) { return {geometry.scaledWidth, geometry.scaledHeight}; }
+
+/// The part begins on pixels that share no chroma with those outside.
+bool startsOnChroma(const Region& part, const AVPixFmtDescriptor& pixels) {
+  return std::fmod(part.left, 1 << pixels.log2_chroma_w) == 0 && std::fmod(part.top, 1 << pixels.log2_chroma_h) == 0;
+}
+
+/// The part, which starts on chroma, in the same buffers.
+Frame view(const Frame& picture, const Region& part, const AVPixFmtDescriptor& pixels) {
+  Frame result = shareFrame(picture);
+  const int bytes = pixels.comp[0].depth > 8 ? 2 : 1;
+  for (int plane = 0; plane < 3; ++plane) {
+    const int x = static_cast<int>(part.left) >> (plane > 0 ? pixels.log2_chroma_w : 0);
+    const int y = static_cast<int>(part.top) >> (plane > 0 ? pixels.log2_chroma_h : 0);
+    result->data[plane] += static_cast<std::ptrdiff_t>(y) * result->linesize[plane] + static_cast<std::ptrdiff_t>(x) * bytes;
+  }
+  result->width = static_cast<int>(part.width);
+  result->height = static_cast<int>(part.height);
+  return result;
+}
+
 Region wholeOf(const AVFrame& frame) {
   return {0, 0, static_cast<double>(frame.width), static_cast<double>(frame.height)};
 }
@@ -89,7 +111,7 @@ StillMaker::StillMaker(std::shared_ptr<const MediaFile> file, int stream, const 
     : file_(std::move(file)), stream_(stream), settings_(settings) {}
 
 Expected<std::shared_ptr<const StillImage>> StillMaker::make(const Frame& picture) {
-  Frame frame = shareFrame(picture);
+  Frame frame = withPlainKind(picture);
   completeColours(*frame);
   auto whole = scaled(frame);
   if (!whole) return tl::make_unexpected(whole.error());
@@ -104,10 +126,6 @@ Expected<std::shared_ptr<const StillImage>> StillMaker::make(const Frame& pictur
 }
 
 void StillMaker::completeColours(AVFrame& frame) const {
-  if (const AVPixelFormat plain = withoutRange(frame.format); plain != frame.format) {
-    frame.format = plain;
-    frame.color_range = AVCOL_RANGE_JPEG;
-  }
   const Colour colour = completeColour(file_->parameters(stream_));
   if (frame.color_primaries == AVCOL_PRI_UNSPECIFIED) frame.color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
   if (frame.color_trc == AVCOL_TRC_UNSPECIFIED) frame.color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
@@ -119,29 +137,52 @@ void StillMaker::completeColours(AVFrame& frame) const {
 // The part that is shown, at its final size before it is turned, in 8 bits.
 Expected<Frame> StillMaker::scaled(const Frame& picture) {
   const StreamFacts& facts = file_->stream(stream_);
+  const auto kind = static_cast<AVPixelFormat>(picture->format);
+  if (!isResampled(kind)) {
+    const char* name = av_get_pix_fmt_name(kind);
+    return failed(ErrorKind::unsupported, std::string("pictures of the kind ") + (name ? name : "unknown") + " are not read");
+  }
+  const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(kind);
   const bool isAsDescribed = picture->width == facts.codedWidth && picture->height == facts.codedHeight;
   const Region part = isAsDescribed ? facts.shown : wholeOf(*picture);
-  const StillGeometry geometry = stillGeometry(part, facts.naturalWidth, facts.naturalHeight, settings_);
-  const AVPixFmtDescriptor* pixels = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(picture->format));
-  if (pixels == nullptr) return failed(ErrorKind::unsupported, file_->name() + " has pictures of an unknown kind");
-  const bool liesOnChroma = std::fmod(part.left, 1 << pixels->log2_chroma_w) == 0 && std::fmod(part.top, 1 << pixels->log2_chroma_h) == 0;
-  const bool isResampled = part.width != geometry.scaledWidth || part.height != geometry.scaledHeight || !liesOnChroma ||
-                           pixels->comp[0].depth > 8;
-  const AVPixelFormat format = stillFormat(*pixels, isResampled, geometry.scaledWidth, geometry.scaledHeight);
-  if (!isHighDynamicRange(picture->color_trc)) return scaler_.scale(picture, part, geometry.scaledWidth, geometry.scaledHeight, format);
-  const bool isDeep = pixels->comp[0].depth > 8;
-  auto deep = scaler_.scale(picture, part, geometry.scaledWidth, geometry.scaledHeight, isDeep ? tenBitsOf(format) : format);
-  if (!deep) return deep;
-  return toneMapper_.map(*deep);
+  const auto [width, height] = scaledSize(stillGeometry(facts.shown, facts.naturalWidth, facts.naturalHeight, settings_));
+  const bool isDeep = pixels.comp[0].depth > 8;
+  const bool isMovedOnly = part.width == width && part.height == height && startsOnChroma(part, pixels);
+  const AVPixelFormat format = stillFormat(pixels, !isMovedOnly || isDeep, width, height);
+  const bool isBright = isHighDynamicRange(picture->color_trc);
+  const AVPixelFormat scaledFormat = isBright && isDeep ? tenBitsOf(format) : format;
+  auto result = isMovedOnly && kind == scaledFormat ? view(picture, part, pixels) : resampled(picture, part, width, height, scaledFormat);
+  return result && isBright ? toneMapper_.map(*result) : std::move(result);
+}
+
+Expected<Frame> StillMaker::resampled(const Frame& picture, const Region& part, int width, int height, AVPixelFormat format) {
+  const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(picture->format));
+  // Behind the last pixel of an odd side lies half a chroma sample.
+  const int roomWidth = AV_CEIL_RSHIFT(picture->width, pixels.log2_chroma_w) << pixels.log2_chroma_w;
+  const int roomHeight = AV_CEIL_RSHIFT(picture->height, pixels.log2_chroma_h) << pixels.log2_chroma_h;
+  auto source = roomWidth == picture->width && roomHeight == picture->height ? Expected<Frame>(shareFrame(picture))
+                                                                             : padFrame(picture, roomWidth, roomHeight);
+  if (!source) return source;
+  return resampler_.resample(*source, {part.left, part.top, part.width, part.height}, width, height, format);
 }
 
 Expected<Frame> StillMaker::upright(Frame frame) {
   const StreamFacts& facts = file_->stream(stream_);
   const StillGeometry geometry = stillGeometry(facts.shown, facts.naturalWidth, facts.naturalHeight, settings_);
   if (!geometry.hasRest) return turned(frame, geometry.turn);
-  auto full = second_.scale(frame, wholeOf(*frame), frame->width, frame->height, AV_PIX_FMT_YUV444P);
+  auto room = padFrame(frame, frame->width + frame->width % 2, frame->height + frame->height % 2);
+  if (!room) return room;
+  const PictureWindow whole{0, 0, static_cast<double>((*room)->width), static_cast<double>((*room)->height)};
+  auto full = chromaResampler_.resample(*room, whole, (*room)->width, (*room)->height, AV_PIX_FMT_YUV444P);
   if (!full) return full;
-  return transformed(*full, geometry.rest, geometry.width, geometry.height);
+  (*full)->width = frame->width;
+  (*full)->height = frame->height;
+  const auto& [a, b, c, d] = geometry.rest;
+  const AffineMap aboutTheMiddle{a, b, c, d, (geometry.width - a * frame->width - c * frame->height) / 2,
+                                 (geometry.height - b * frame->width - d * frame->height) / 2};
+  std::vector<PictureLayer> layers;
+  layers.push_back({std::move(*full), aboutTheMiddle, 1});
+  return PictureRenderer(geometry.width, geometry.height, AV_PIX_FMT_YUV444P).render(layers);
 }
 
 Expected<std::shared_ptr<const StillImage>> blackStill(double naturalWidth, double naturalHeight, const StillSettings& settings) {

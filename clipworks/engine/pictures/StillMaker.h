@@ -6,8 +6,8 @@
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/input/MediaFile.h>
+#include <clipworks/engine/pictures/PictureResampler.h>
 #include <clipworks/engine/pictures/PlaneTurns.h>
-#include <clipworks/engine/pictures/RegionScaler.h>
 #include <clipworks/engine/pictures/StillImage.h>
 #include <clipworks/engine/pictures/ToneMapper.h>
 
@@ -55,13 +55,14 @@ class StillMaker {
  private:
   void completeColours(AVFrame& frame) const;
   Expected<Frame> scaled(const Frame& picture);
+  Expected<Frame> resampled(const Frame& picture, const Region& part, int width, int height, AVPixelFormat format);
   Expected<Frame> upright(Frame frame);
 
   std::shared_ptr<const MediaFile> file_;
   int stream_;
   StillSettings settings_;
-  RegionScaler scaler_;
-  RegionScaler second_;  // for what follows tone mapping or precedes turning
+  PictureResampler resampler_;
+  PictureResampler chromaResampler_;  // before a transform that moves no whole samples
   ToneMapper toneMapper_;
 };
 
