@@ -9,3 +9,4 @@
 #include <clipworks/looper/VideoLooperUtils.h>
 #include <clipworks/media/dispatch/DispatchQueue.h>
 #include <clipworks/rotate/VideoRotateUtils.h>
+#include <clipworks/tophoto/VideoToPhotoUtils.h>

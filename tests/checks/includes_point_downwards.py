@@ -20,10 +20,11 @@ LAYERS = [
     ["clipworks/media/time", "clipworks/media/geometry", "clipworks/media/dispatch"],
     ["clipworks/media/asset"],
     ["clipworks/media/composition"],
+    ["clipworks/media/images"],
     ["clipworks/media/export"],
-    ["clipworks/filedeck"],
+    ["clipworks/filedeck", "clipworks/stillpress"],
     ["clipworks/foundation"],
-    ["clipworks/looper"],
+    ["clipworks/looper", "clipworks/tophoto"],
     ["clipworks"],  # the header that includes all operations
     ["app"],
 ]
