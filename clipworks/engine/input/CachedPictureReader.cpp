@@ -1,6 +1,7 @@
 #include <clipworks/engine/input/CachedPictureReader.h>
 
 #include <algorithm>
+#include <iterator>
 #include <tuple>
 #include <utility>
 
@@ -12,6 +13,9 @@ constexpr std::size_t longestStepBack = 8;
 
 // A pass looks through the known requests until so many in a row are none that it can serve.
 constexpr int longestStray = 64;
+
+// Pictures that were used so lately are not dropped without need.
+constexpr std::uint64_t recentUses = 8;
 
 std::size_t bytesOf(const AVFrame& frame) {
   std::size_t bytes = 0;
@@ -62,6 +66,12 @@ Expected<Frame> CachedPictureReader::decode(std::size_t picture, std::span<const
     if (Frame frame = fromMemory(sample)) return frame;
     auto outcome = run(plan(picture, upcoming), picture, stop);
     if (!outcome) return tl::make_unexpected(outcome.error());
+    if (outcome->isInDoubt) {
+      kept_.clear();
+      bytesKept_ = 0;
+      decoder_.stop();
+      continue;
+    }
     if (outcome->frame != nullptr) return std::move(outcome->frame);
     if (!isLacking(picture)) return replacementFor(picture, stop);
   }
@@ -111,9 +121,8 @@ CachedPictureReader::Pass CachedPictureReader::plan(std::size_t picture, std::sp
   Pass pass;
   pass.access = table().accessPointFor(picture);
   pass.last = wanted;
-  const bool isAhead = wanted >= decoder_.nextSample() || decoder_.isUnderWay(wanted);
   // Starting again pays only where an access point lies beyond what the decoder has.
-  pass.goesOn = decoder_.isRunning() && isAhead && pass.access <= decoder_.nextSample();
+  pass.goesOn = decoder_.reaches(wanted) && pass.access <= decoder_.nextSample();
   if (!upcoming.empty()) {
     planForRequests(pass, picture, upcoming);
   } else if (isStepBack(picture)) {
@@ -128,16 +137,17 @@ void CachedPictureReader::planForRequests(Pass& pass, std::size_t picture, std::
   pass.keepsAll = false;
   pass.endsThere = true;
   int stray = 0;
-  for (std::size_t i = 0; i < upcoming.size() && pass.kept.size() + 1 < room && stray < longestStray; ++i, ++stray) {
+  for (std::size_t i = 0; i < upcoming.size() && stray < longestStray; ++i, ++stray) {
     const std::uint32_t sample = table().sampleOfPicture(upcoming[i]);
     const std::uint32_t access = table().accessPointFor(upcoming[i]);
+    if (upcoming[i] > picture && access <= reach) pass.endsThere = false;
     const bool isOnTheWay = upcoming[i] < picture && access == pass.access;
+    if (pass.kept.size() + 1 >= room) continue;
     if (isOnTheWay) pass.last = std::max(pass.last, sample);
     if (isOnTheWay || kept_.contains(sample)) {
       pass.kept.try_emplace(sample, i);
       stray = 0;
     }
-    if (upcoming[i] > picture && access <= reach) pass.endsThere = false;
   }
 }
 
@@ -185,17 +195,30 @@ Expected<CachedPictureReader::Outcome> CachedPictureReader::run(const Pass& pass
     if (timeOf((*next)->sample) > time) break;
     outcome.before = std::move(**next);
   }
-  if (pass.endsThere || !decoder_.isRunning()) decoder_.stop();
+  outcome.isInDoubt = decoder_.isInDoubt();
+  if (pass.endsThere) decoder_.stop();
   return outcome;
 }
 
 void CachedPictureReader::keep(const PictureDecoder::Picture& picture, const Pass& pass, std::uint32_t wanted) {
-  if (!pass.keepsAll && picture.sample != wanted && !pass.kept.contains(picture.sample)) return;
+  // With some left out, the others on the way would not serve a step back either.
+  const bool isAside = !pass.keepsAll || (decoder_.leftPicturesOut() && timeOf(picture.sample) < timeOf(wanted));
+  if (isAside && picture.sample != wanted && !pass.kept.contains(picture.sample)) return;
   if (kept_.contains(picture.sample)) return;
   pictureBytes_ = std::max<std::size_t>(bytesOf(*picture.frame), 1);
+  if (!pass.keepsAll) forgetServed(pass);
   makeRoom(pictureBytes_, pass, wanted);
   kept_[picture.sample] = Kept{shareFrame(picture.frame), pictureBytes_, ++uses_};
   bytesKept_ += pictureBytes_;
+}
+
+// Where requests are known, what was handed out and is not among them will hardly be asked for again.
+void CachedPictureReader::forgetServed(const Pass& pass) {
+  for (auto entry = kept_.begin(); entry != kept_.end();) {
+    const bool isServed = entry->second.lastUse + recentUses < uses_ && !pass.kept.contains(entry->first);
+    if (isServed) bytesKept_ -= entry->second.bytes;
+    entry = isServed ? kept_.erase(entry) : std::next(entry);
+  }
 }
 
 // Pictures that are not known to be asked for go first, the least recently used before others; then those that will be

@@ -64,6 +64,7 @@ class CachedPictureReader {
   struct Outcome {
     Frame frame;                                   // the wanted picture; null when it did not come
     std::optional<PictureDecoder::Picture> before;  // the last one before it that did
+    bool isInDoubt = false;                        // see PictureDecoder
   };
 
   CachedPictureReader(PictureDecoder decoder, std::size_t pictureBytes, std::size_t cacheLimit)
@@ -76,6 +77,7 @@ class CachedPictureReader {
   void planForStepBack(Pass& pass, std::size_t picture) const;
   Expected<Outcome> run(const Pass& pass, std::size_t picture, const std::stop_token& stop);
   void keep(const PictureDecoder::Picture& picture, const Pass& pass, std::uint32_t wanted);
+  void forgetServed(const Pass& pass);
   void makeRoom(std::size_t bytes, const Pass& pass, std::uint32_t wanted);
   Frame fromMemory(std::uint32_t sample);
   [[nodiscard]] bool isStepBack(std::size_t picture) const;

@@ -59,7 +59,8 @@ void PictureDecoder::drain() {
   avcodec_send_packet(decoder_.get(), nullptr);
 }
 
-bool PictureDecoder::isUnderWay(std::uint32_t sample) const {
+bool PictureDecoder::reaches(std::uint32_t sample) const {
+  if (running_ && !drained_ && sample >= nextSample_) return true;
   return std::find(underWay_.begin(), underWay_.end(), sample) != underWay_.end();
 }
 
@@ -77,6 +78,7 @@ Expected<std::optional<PictureDecoder::Picture>> PictureDecoder::next(std::uint3
       }
       continue;
     }
+    sawDamage_ = sawDamage_ || code != 0 || frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0;
     if (code != 0) continue;  // one broken picture
     if (frame->width > limits::maxPictureSide || frame->height > limits::maxPictureSide) {
       return failed(ErrorKind::tooLarge, name() + " has pictures that are too large");
@@ -94,15 +96,16 @@ Expected<void> PictureDecoder::feed(const IsNotNeeded& isNotNeeded) {
   if (!packet) return tl::make_unexpected(packet.error());
   const std::uint32_t sample = nextSample_++;
   // Asked about every picture, since parameter sets on the way count.
-  if (disposable_.isDisposable(**packet) && isNotNeeded(sample)) {
+  if (disposable_.isDisposable(**packet) && !sawDamage_ && isNotNeeded(sample)) {
     leftOut_ = true;
     return {};
   }
   (*packet)->pos = sample;  // comes back as the picture's pkt_pos
   const int code = avcodec_send_packet(decoder_.get(), packet->get());
   if (code == AVERROR(ENOMEM)) return tl::make_unexpected(libraryError(code, name() + " cannot be decoded"));
+  sawDamage_ = sawDamage_ || code < 0;  // which costs this picture only
   if (code >= 0) underWay_.push_back(sample);
-  return {};  // other failures cost this picture only
+  return {};
 }
 
 std::optional<std::uint32_t> PictureDecoder::sampleOf(const AVFrame& frame) const {

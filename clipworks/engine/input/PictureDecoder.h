@@ -39,14 +39,15 @@ class PictureDecoder {
   /// No further sample is read: `next` gives what is still in the decoder.
   void drain();
 
-  /// Whether there was a start, and no stop or end since.
-  [[nodiscard]] bool isRunning() const { return running_ && !drained_; }
   /// The sample that is read next. All before it, from the start on, were decoded or left out.
   [[nodiscard]] std::uint32_t nextSample() const { return nextSample_; }
-  /// Whether the sample was read, and its picture is still in the decoder.
-  [[nodiscard]] bool isUnderWay(std::uint32_t sample) const;
-  /// Whether any picture was left out since the start.
+  /// Whether the picture of the sample is still to come without another start.
+  [[nodiscard]] bool reaches(std::uint32_t sample) const;
+  /// Whether pictures were left out since the start.
   [[nodiscard]] bool leftPicturesOut() const { return leftOut_; }
+  /// Whether pictures were left out since the start, and then some turned out to be damaged: what conceals the damage
+  /// may depend on them. From the first damage on, nothing is left out any more; starting again makes it good.
+  [[nodiscard]] bool isInDoubt() const { return leftOut_ && sawDamage_; }
 
   /// The next picture in the order of presentation; nothing after the last of those before sample `end`. A broken
   /// picture is passed over. Fails when a sample cannot be read, which is then `nextSample()`.
@@ -72,7 +73,8 @@ class PictureDecoder {
   std::uint32_t nextSample_ = 0;
   bool running_ = false;
   bool drained_ = false;  // the end was signalled to the decoder
-  bool leftOut_ = false;
+  bool leftOut_ = false;    // since the start
+  bool sawDamage_ = false;  // ever
   std::vector<std::uint32_t> underWay_;  // samples in the decoder
 };
 

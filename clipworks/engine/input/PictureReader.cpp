@@ -34,9 +34,10 @@ Expected<bool> PictureReader::jumpTo(std::size_t picture, std::uint32_t accessPo
   };
   start(accessPoint);
   auto found = advanceTo(picture, true);
-  if (!found || *found) return found;
-  // It is broken, or it refers to what lies further back: once more, with all that comes before.
-  start(table().accessPointBefore(accessPoint));
+  const bool isInDoubt = decoder_.isInDoubt();
+  if (!found || (*found && !isInDoubt)) return found;
+  // It is broken, or refers to what lies further back, or depends on what was left out: once more, with all before it.
+  start(*found ? accessPoint : table().accessPointBefore(accessPoint));
   return advanceTo(picture, false);
 }
 

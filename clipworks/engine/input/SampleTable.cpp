@@ -52,4 +52,10 @@ std::uint32_t SampleTable::accessPointBefore(std::uint32_t accessPoint) const {
   return at == accessPoints_.begin() ? 0 : *(at - 1);
 }
 
+std::optional<std::uint32_t> SampleTable::accessPointAfter(std::uint32_t sample) const {
+  const auto at = std::upper_bound(accessPoints_.begin(), accessPoints_.end(), sample);
+  if (at == accessPoints_.end()) return std::nullopt;
+  return *at;
+}
+
 }  // namespace clipworks::engine

@@ -44,6 +44,8 @@ class SampleTable {
   [[nodiscard]] std::uint32_t accessPointFor(std::size_t picture) const;
   /// The access point before sample `accessPoint`; 0 where there is none.
   [[nodiscard]] std::uint32_t accessPointBefore(std::uint32_t accessPoint) const;
+  /// The first access point behind sample `sample`.
+  [[nodiscard]] std::optional<std::uint32_t> accessPointAfter(std::uint32_t sample) const;
 
   [[nodiscard]] std::int64_t trackEnd() const { return trackEnd_; }
   [[nodiscard]] std::int64_t totalBytes() const { return totalBytes_; }
