@@ -23,7 +23,7 @@ LAYERS = [
     ["clipworks/media/export", "clipworks/media/images", "clipworks/media/samples"],
     ["clipworks/filedeck", "clipworks/stillpress"],
     ["clipworks/foundation"],
-    ["clipworks/looper", "clipworks/tophoto"],
+    ["clipworks/looper", "clipworks/reverse", "clipworks/tophoto"],
     ["clipworks"],  # the header that includes all operations
     ["app"],
 ]
