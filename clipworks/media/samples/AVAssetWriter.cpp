@@ -1,28 +1,53 @@
 #include <clipworks/media/samples/AVAssetWriter.h>
 
-#include <exception>
+#include <mutex>
 #include <thread>
 #include <utility>
 
 #include <clipworks/engine/pipeline/SharedMovie.h>
 #include <clipworks/media/asset/EngineErrors.h>
+#include <clipworks/media/asset/FileTypes.h>
 #include <clipworks/media/samples/TrackWriting.h>
 #include <clipworks/media/samples/WritingState.h>
 
 namespace clipworks {
 namespace {
 
-std::optional<engine::MovieContainer> containerOf(AVFileType fileType) {
-  if (fileType == AVFileTypeMPEG4) return engine::MovieContainer::mpeg4;
-  if (fileType == AVFileTypeQuickTimeMovie) return engine::MovieContainer::quickTime;
-  if (fileType == AVFileTypeAppleM4A) return engine::MovieContainer::m4a;
-  return std::nullopt;
-}
+/// The writers between start and end.
+class LiveWriters {
+ public:
+  static LiveWriters& shared() {
+    // Never destroyed: writers may outlive the end of main().
+    static auto* instance = new LiveWriters();
+    return *instance;
+  }
+  void add(const std::shared_ptr<AVAssetWriter>& writer) {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(writers_, [](const auto& live) { return live.expired(); });
+    writers_.push_back(writer);
+  }
+  void remove(const AVAssetWriter* writer) {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(writers_, [writer](const auto& live) { return live.lock().get() == writer; });
+  }
+  std::vector<std::shared_ptr<AVAssetWriter>> all() {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::shared_ptr<AVAssetWriter>> writers;
+    for (const auto& live : writers_) {
+      if (auto writer = live.lock()) writers.push_back(std::move(writer));
+    }
+    return writers;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::weak_ptr<AVAssetWriter>> writers_;  // guarded by mutex_
+};
 
 }  // namespace
 
 Result<std::shared_ptr<AVAssetWriter>, NSError> AVAssetWriter::make(const URL& outputURL, AVFileType fileType) {
-  const auto container = containerOf(fileType);
+  const auto container = movieContainer(fileType);
   if (!container) {
     return failure(makeError(AVError::operationNotSupportedForAsset,
                              "files of the type " + std::string(fileType) + " are not written"));
@@ -55,6 +80,7 @@ void AVAssetWriter::add(std::shared_ptr<AVAssetWriterInput> input) { inputs_.pus
 
 bool AVAssetWriter::startWriting() {
   if (!state_->start()) return false;
+  LiveWriters::shared().add(shared_from_this());
   if (inputs_.empty()) state_->fail(makeError(AVError::unknown, "a writer needs an input"));
   movie_->setMetadata(metadata_);
   for (const auto& input : inputs_) {
@@ -78,6 +104,7 @@ void AVAssetWriter::finishWriting(std::function<void()> completionHandler) {
     self->finish();
     handler();
     handler = nullptr;
+    LiveWriters::shared().remove(self.get());
   }).detach();
 }
 
@@ -95,6 +122,8 @@ void AVAssetWriter::cancelWriting() {
   state_->cancel();
   movie_->cancel();
 }
+
+std::vector<std::shared_ptr<AVAssetWriter>> AVAssetWriter::liveWriters() { return LiveWriters::shared().all(); }
 
 AVAssetWriterStatus AVAssetWriter::status() const { return state_->status(); }
 std::optional<NSError> AVAssetWriter::error() const { return state_->error(); }
