@@ -63,6 +63,7 @@ struct SoundLane {
   std::shared_ptr<const MediaFile> file;
   int stream = 0;
   std::vector<SoundPiece> pieces;  ///< with rising targets, not overlapping
+  float volume = 1.0F;             ///< factor of the level, from 0 on
 };
 
 /// One track of sound to be written.

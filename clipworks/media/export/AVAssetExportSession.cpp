@@ -56,6 +56,8 @@ class ExportSession final : public AVAssetExportSession {
   std::int64_t fileLengthLimit() const override { return fileLengthLimit_; }
   void setShouldOptimizeForNetworkUse(bool optimize) override { optimizes_ = optimize; }
   bool shouldOptimizeForNetworkUse() const override { return optimizes_; }
+  void setAudioMix(std::shared_ptr<const AVMutableAudioMix> audioMix) override { audioMix_ = std::move(audioMix); }
+  std::shared_ptr<const AVMutableAudioMix> audioMix() const override { return audioMix_; }
   void setKeepsRecordingMetadata(bool keeps) override { keepsMetadata_ = keeps; }
   std::string presetName() const override { return presetName_; }
 
@@ -81,6 +83,7 @@ class ExportSession final : public AVAssetExportSession {
   std::string outputFileType_{AVFileTypeMPEG4};
   std::int64_t fileLengthLimit_ = 0;
   bool optimizes_ = false;
+  std::shared_ptr<const AVMutableAudioMix> audioMix_;
   bool keepsMetadata_ = keepsMetadataByDefault;
 
   mutable std::mutex mutex_;
@@ -101,7 +104,8 @@ void ExportSession::exportAsynchronously(std::function<void()> completionHandler
   }
   LiveSessions::shared().add(shared_from_this());
   // The composition may change once this returns, so what it shows now is taken here.
-  std::thread([self = std::static_pointer_cast<ExportSession>(shared_from_this()), tracks = snapshotTracks(*asset_),
+  std::thread([self = std::static_pointer_cast<ExportSession>(shared_from_this()),
+               tracks = snapshotTracks(*asset_, audioMix_.get()),
                handler = std::move(completionHandler)]() mutable {
     self->finish(self->carryOut(tracks));
     tracks.clear();

@@ -67,10 +67,11 @@ Result<void, NSError> planPictures(const std::vector<const ExportTrack*>& tracks
 
 }  // namespace
 
-std::vector<ExportTrack> snapshotTracks(const AVAsset& asset) {
+std::vector<ExportTrack> snapshotTracks(const AVAsset& asset, const AVMutableAudioMix* audioMix) {
   std::vector<ExportTrack> tracks;
   for (const auto& track : asset.tracks()) {
     ExportTrack snapshot{track->mediaType(), track->preferredTransform(), resolveToMedia(*track)};
+    if (audioMix != nullptr) applyAudioMix(*audioMix, track->trackID(), snapshot);
     const bool hasMedia = std::any_of(snapshot.segments.begin(), snapshot.segments.end(),
                                       [](const MediaSegment& segment) { return segment.mediaTrack != nullptr; });
     if (hasMedia) tracks.push_back(std::move(snapshot));

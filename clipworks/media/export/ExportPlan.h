@@ -20,10 +20,12 @@ struct ExportTrack {
   AVMediaType mediaType = AVMediaType::video;
   CGAffineTransform transform;
   std::vector<MediaSegment> segments;
+  float volume = 1.0F;            ///< of sound
+  CMTime volumeTime = kCMTimeZero;  ///< from when on
 };
 
-/// The tracks of `asset` that have something to show or to play.
-[[nodiscard]] std::vector<ExportTrack> snapshotTracks(const AVAsset& asset);
+/// The tracks of `asset` that have something to show or to play, as loud as `audioMix`, which may be null, says.
+[[nodiscard]] std::vector<ExportTrack> snapshotTracks(const AVAsset& asset, const AVMutableAudioMix* audioMix);
 
 /// All that is decided about an export before its first sample is read.
 struct ExportPlan {
