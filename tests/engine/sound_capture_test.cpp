@@ -1,0 +1,142 @@
+// The machine's sources: a real sound server without hardware, ALSA without a device, and neither.
+
+#include <clipworks/engine/capture/SoundCapture.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <future>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <clipworks/engine/capture/SoundRecording.h>
+
+#include <tests/support/PrivateSoundServer.h>
+#include <tests/support/RecordedSound.h>
+#include <tests/support/TemporaryDirectory.h>
+
+namespace clipworks::test {
+namespace {
+
+using engine::CaptureClock;
+using engine::ErrorKind;
+using engine::Expected;
+using engine::SoundRecording;
+
+constexpr engine::PcmFormat format{};
+constexpr std::chrono::seconds patience{30};
+// A sample may be this far from the moment that it belongs to. The feeder and the server are threads of a machine that may
+// be busy; on an idle one it is a millisecond.
+constexpr double mostMilliseconds = 15;
+
+class Server : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!server_.isRunning()) GTEST_SKIP() << server_.whyNot();
+    server_.enter();
+  }
+
+  /// Records until `count` bursts more were given to the server.
+  Expected<void> recordBursts(SoundRecording& recording, std::size_t count) {
+    std::promise<Expected<void>> ended;
+    recording.start(start_ = CaptureClock::now(), [&](const Expected<void>& outcome) { ended.set_value(outcome); });
+    EXPECT_TRUE(server_.waitForBursts(count));
+    recording.stop(stop_ = CaptureClock::now() + std::chrono::milliseconds(20));
+    auto outcome = ended.get_future();
+    if (outcome.wait_for(patience) == std::future_status::ready) return outcome.get();
+    return engine::failed(ErrorKind::internal, "the recording does not end");
+  }
+
+  PrivateSoundServer server_;
+  TemporaryDirectory directory_;
+  CaptureClock::time_point start_;
+  CaptureClock::time_point stop_;
+};
+
+TEST_F(Server, PlacesSoundAtTheMomentOfTheStart) {
+  auto recording = SoundRecording::prepare(directory_.file("piece.m4a"), format);
+  ASSERT_TRUE(recording) << recording.error().sentence;
+  const Expected<void> outcome = recordBursts(**recording, 5);
+  ASSERT_TRUE(outcome) << outcome.error().sentence;
+
+  const auto samples = recordedSamples(directory_.file("piece.m4a"));
+  const double wanted = std::chrono::duration<double>(stop_ - start_).count() * format.sampleRate;
+  EXPECT_NEAR(static_cast<double>(samples.size()), wanted, 1);
+  const auto onsets = onsetsIn(samples, format.sampleRate);
+  const auto bursts = server_.bursts();
+  ASSERT_GE(onsets.size(), 4U);
+  ASSERT_GE(bursts.size(), onsets.size());
+  // The last one is always in it; the first may have begun before the start, and then begins with the file.
+  std::vector<double> errors;
+  for (std::size_t i = 0; i < 4; ++i) {
+    const std::chrono::duration<double> truth = bursts[bursts.size() - 1 - i] - start_;
+    const double placed = static_cast<double>(onsets[onsets.size() - 1 - i]) / format.sampleRate;
+    errors.push_back((placed - truth.count()) * 1000);
+  }
+  std::sort(errors.begin(), errors.end());
+  const double middle = (errors[1] + errors[2]) / 2;
+  std::cout << "placement error: " << middle << " ms (" << errors.front() << " to " << errors.back() << ")\n";
+  EXPECT_NEAR(middle, 0, mostMilliseconds);
+}
+
+TEST_F(Server, ThatIsKilledEndsTheRecordingUnsuccessfully) {
+  auto recording = SoundRecording::prepare(directory_.file("piece.m4a"), format);
+  ASSERT_TRUE(recording) << recording.error().sentence;
+  std::promise<Expected<void>> ended;
+  (*recording)->start(CaptureClock::now(), [&](const Expected<void>& outcome) { ended.set_value(outcome); });
+  ASSERT_TRUE(server_.waitForBursts(3));
+  server_.kill();
+  auto outcome = ended.get_future();
+  ASSERT_EQ(outcome.wait_for(patience), std::future_status::ready) << "the recording goes on";
+  const Expected<void> result = outcome.get();
+  ASSERT_FALSE(result);
+  EXPECT_EQ(result.error().kind, ErrorKind::deviceLost) << result.error().sentence;
+  EXPECT_GT(recordedSamples(directory_.file("piece.m4a")).size(), 40'000U) << "what came before is kept";
+}
+
+/// ALSA's configuration for this process.
+class Alsa : public testing::Test {
+ protected:
+  void configure(const std::string& configuration) {
+    std::ofstream(directory_.file("asound.conf")) << configuration;
+    ::setenv("ALSA_CONFIG_PATH", directory_.file("asound.conf").c_str(), 1);
+    ::setenv("PULSE_SERVER", "unix:/nowhere/native", 1);
+  }
+
+  TemporaryDirectory directory_;
+};
+
+TEST_F(Alsa, ServesWhereNoServerAnswers) {
+  std::vector<std::int16_t> samples;
+  for (int i = 0; i < 44'100; ++i) samples.insert(samples.end(), 2, static_cast<std::int16_t>(i % 30'000 + 1));
+  std::ofstream(directory_.file("input.raw"), std::ios::binary)
+      .write(reinterpret_cast<const char*>(samples.data()), static_cast<std::streamsize>(samples.size() * 2));
+  configure("pcm.null { type null }\npcm.!default { type file slave.pcm null file /dev/null infile \"" +
+            directory_.file("input.raw").string() + "\" format raw }\n");
+  auto capture = engine::openSoundCapture(format);
+  ASSERT_TRUE(capture) << capture.error().sentence;
+  ASSERT_TRUE((*capture)->start());
+  std::vector<std::int16_t> got;
+  const auto end = CaptureClock::now() + patience;
+  while (got.size() < samples.size() && CaptureClock::now() < end) {
+    const auto sound = (*capture)->read(std::chrono::milliseconds(100));
+    ASSERT_TRUE(sound) << sound.error().sentence;
+    got.insert(got.end(), sound->samples.begin(), sound->samples.end());
+  }
+  got.resize(samples.size());
+  EXPECT_EQ(got, samples);
+}
+
+TEST_F(Alsa, WithoutADeviceThereIsNoMicrophone) {
+  configure("");
+  const auto capture = engine::openSoundCapture(format);
+  ASSERT_FALSE(capture);
+  EXPECT_EQ(capture.error().kind, ErrorKind::noDevice);
+  std::cout << capture.error().sentence << '\n';
+}
+
+}  // namespace
+}  // namespace clipworks::test
