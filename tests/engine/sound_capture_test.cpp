@@ -7,6 +7,7 @@
 #include <fstream>
 #include <future>
 #include <iostream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -50,6 +51,21 @@ class Server : public testing::Test {
     return engine::failed(ErrorKind::internal, "the recording does not end");
   }
 
+  /// By how many milliseconds each burst that begins in `samples` lies too late, when they begin at `begin`; sorted.
+  [[nodiscard]] std::vector<double> placementErrors(const std::vector<std::int16_t>& samples,
+                                                    CaptureClock::time_point begin) const {
+    std::vector<double> errors;
+    const auto bursts = server_.bursts();
+    for (const auto onset : onsetsIn(samples, format.sampleRate)) {
+      if (onset == 0) continue;  // it had begun before
+      const auto burst = static_cast<std::size_t>(samples[static_cast<std::size_t>(onset)] - server_.levelOf(0));
+      const std::chrono::duration<double> truth = bursts.at(burst) - begin;
+      errors.push_back((static_cast<double>(onset) / format.sampleRate - truth.count()) * 1000);
+    }
+    std::sort(errors.begin(), errors.end());
+    return errors;
+  }
+
   PrivateSoundServer server_;
   TemporaryDirectory directory_;
   CaptureClock::time_point start_;
@@ -65,21 +81,32 @@ TEST_F(Server, PlacesSoundAtTheMomentOfTheStart) {
   const auto samples = recordedSamples(directory_.file("piece.m4a"));
   const double wanted = std::chrono::duration<double>(stop_ - start_).count() * format.sampleRate;
   EXPECT_NEAR(static_cast<double>(samples.size()), wanted, 1);
-  const auto onsets = onsetsIn(samples, format.sampleRate);
-  const auto bursts = server_.bursts();
-  ASSERT_GE(onsets.size(), 4U);
-  ASSERT_GE(bursts.size(), onsets.size());
-  // The last one is always in it; the first may have begun before the start, and then begins with the file.
-  std::vector<double> errors;
-  for (std::size_t i = 0; i < 4; ++i) {
-    const std::chrono::duration<double> truth = bursts[bursts.size() - 1 - i] - start_;
-    const double placed = static_cast<double>(onsets[onsets.size() - 1 - i]) / format.sampleRate;
-    errors.push_back((placed - truth.count()) * 1000);
-  }
-  std::sort(errors.begin(), errors.end());
-  const double middle = (errors[1] + errors[2]) / 2;
+  const auto errors = placementErrors(samples, start_);
+  ASSERT_GE(errors.size(), 4U);
+  const double middle = errors[errors.size() / 2];
   std::cout << "placement error: " << middle << " ms (" << errors.front() << " to " << errors.back() << ")\n";
   EXPECT_NEAR(middle, 0, mostMilliseconds);
+}
+
+TEST_F(Server, TellsWhenSoundSoundedThatIsReadMuchLater) {
+  auto capture = engine::openSoundCapture(format);
+  ASSERT_TRUE(capture) << capture.error().sentence;
+  ASSERT_TRUE(server_.waitForBursts(1));
+  ASSERT_TRUE((*capture)->start());
+  ASSERT_TRUE(server_.waitForBursts(2));  // nothing is read meanwhile: half a second of latency, and more
+  std::vector<std::int16_t> samples;
+  std::optional<CaptureClock::time_point> begin;
+  const auto end = CaptureClock::now() + patience;
+  while (samples.size() < format.sampleRate && CaptureClock::now() < end) {
+    const auto sound = (*capture)->read(std::chrono::milliseconds(100));
+    ASSERT_TRUE(sound) << sound.error().sentence;
+    if (!begin && !sound->samples.empty()) begin = sound->begin;
+    for (std::size_t i = 0; i < sound->samples.size(); i += 2) samples.push_back(sound->samples[i]);
+  }
+  const auto errors = placementErrors(samples, *begin);
+  ASSERT_FALSE(errors.empty());
+  std::cout << "read late: " << errors.front() << " ms off\n";
+  EXPECT_NEAR(errors.front(), 0, mostMilliseconds);
 }
 
 TEST_F(Server, ThatIsKilledEndsTheRecordingUnsuccessfully) {

@@ -11,11 +11,11 @@ namespace clipworks::test {
 namespace {
 
 constexpr int sampleRate = 44'100;
-constexpr std::chrono::milliseconds block{10};
-constexpr std::size_t framesPerBlock = sampleRate / 100;
-constexpr int blocksPerBurst = 5;
-constexpr int blocksBetweenBursts = 50;
-constexpr std::int16_t burstLevel = 8'000;
+// Short, since the server knows no more of a sample's moment than when its block came.
+using Blocks = std::chrono::duration<std::int64_t, std::ratio<1, 300>>;
+constexpr std::size_t framesPerBlock = sampleRate / 300;
+constexpr int blocksPerBurst = 15;
+constexpr int blocksBetweenBursts = 150;
 constexpr std::chrono::seconds patience{10};
 
 }  // namespace
@@ -24,9 +24,14 @@ PrivateSoundServer::PrivateSoundServer() {
   std::signal(SIGPIPE, SIG_IGN);  // feeding a server that was killed
   const auto script = directory_.file("server.pa");
   const auto microphone = directory_.file("microphone");
-  std::ofstream(script) << "load-module module-native-protocol-unix auth-anonymous=1 socket=" << directory_.file("native").string()
+  // The loopback keeps the microphone running as hardware does: idle, it would leave old sound in the pipe.
+  std::ofstream(script) << "load-module module-native-protocol-unix auth-anonymous=1 socket="
+                        << directory_.file("native").string()
                         << "\nload-module module-pipe-source source_name=microphone format=s16le rate=44100 channels=2 file="
-                        << microphone.string() << "\nset-default-source microphone\n";
+                        << microphone.string()
+                        << "\nload-module module-null-sink sink_name=nowhere\n"
+                           "load-module module-loopback source=microphone sink=nowhere\n"
+                           "set-default-source microphone\n";
   server_ = std::make_unique<RunningProgram>(
       std::vector<std::string>{"pulseaudio", "-n", "-F", script, "--system=false", "--daemonize=no", "--use-pid-file=no",
                                "--exit-idle-time=-1", "--realtime=no", "--high-priority=no", "--log-target=stderr",
@@ -69,15 +74,14 @@ std::vector<std::string> PrivateSoundServer::noSoundEnvironment() {
 // Blocks at their times by the clock, so that a late one delays no other.
 void PrivateSoundServer::feed() {
   const std::vector<std::int16_t> silence(2 * framesPerBlock, 0);
-  const std::vector<std::int16_t> sound(2 * framesPerBlock, burstLevel);
   const auto start = Clock::now();
   std::unique_lock lock(mutex_);
-  for (int i = 0; !changed_.wait_until(lock, start + i * block, [this] { return isOver_; }); ++i) {
-    const int phase = i % blocksBetweenBursts;
+  for (std::int64_t i = 0; !changed_.wait_until(lock, start + Blocks(i), [this] { return isOver_; }); ++i) {
+    const auto phase = i % blocksBetweenBursts;
+    const std::vector<std::int16_t> sound(2 * framesPerBlock, levelOf(static_cast<std::size_t>(i / blocksBetweenBursts)));
     const auto& samples = phase < blocksPerBurst ? sound : silence;
     if (phase == 0) bursts_.push_back(Clock::now());
-    // A full pipe means that the server has gone.
-    if (::write(microphone_, samples.data(), samples.size() * sizeof samples[0]) < 0) return;
+    if (::write(microphone_, samples.data(), samples.size() * sizeof samples[0]) < 0) return;  // the server has gone
     if (phase == 0) changed_.notify_all();
   }
 }

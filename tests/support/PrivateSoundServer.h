@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -36,6 +38,8 @@ class PrivateSoundServer {
   /// What a program needs to find neither server nor device.
   [[nodiscard]] static std::vector<std::string> noSoundEnvironment();
 
+  /// The level of the burst's samples, which tells one burst from another.
+  [[nodiscard]] static std::int16_t levelOf(std::size_t burst) { return static_cast<std::int16_t>(1'000 + burst); }
   /// When the bursts sounded: the moment at which each one's first sample was given to the server.
   [[nodiscard]] std::vector<Clock::time_point> bursts() const;
   /// Waits until `count` bursts more have sounded. False when they do not come.
