@@ -20,7 +20,7 @@ LAYERS = [
     ["clipworks/media/time", "clipworks/media/geometry", "clipworks/media/dispatch"],
     ["clipworks/media/asset"],
     ["clipworks/media/composition"],
-    ["clipworks/media/export"],
+    ["clipworks/media/audio", "clipworks/media/export"],
     ["clipworks/filedeck"],
     ["clipworks/foundation"],
     ["clipworks/looper"],
