@@ -23,7 +23,7 @@ LAYERS = [
     ["clipworks/media/audio", "clipworks/media/export"],
     ["clipworks/filedeck"],
     ["clipworks/foundation"],
-    ["clipworks/looper"],
+    ["clipworks/looper", "clipworks/narration"],
     ["clipworks"],  # the header that includes all operations
     ["app"],
 ]
