@@ -10,6 +10,7 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat>=59 libavcodec>=59 libavutil>=57 libswresample>=4
                   libavfilter>=8)
 pkg_check_modules(ZIMG REQUIRED IMPORTED_TARGET zimg>=3.0)
+pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET rubberband>=3.0)
 
 # Debian's libyuv-dev brings neither a pkg-config file nor a CMake package.
 find_path(CLIPWORKS_LIBYUV_INCLUDE_DIR libyuv.h)
@@ -23,7 +24,7 @@ set_target_properties(
   clipworks_libyuv PROPERTIES IMPORTED_LOCATION ${CLIPWORKS_LIBYUV_LIBRARY} INTERFACE_INCLUDE_DIRECTORIES
                                                                             ${CLIPWORKS_LIBYUV_INCLUDE_DIR})
 
-set(CLIPWORKS_MEDIA_LIBRARIES PkgConfig::FFMPEG PkgConfig::ZIMG clipworks_libyuv)
+set(CLIPWORKS_MEDIA_LIBRARIES PkgConfig::FFMPEG PkgConfig::ZIMG PkgConfig::RUBBERBAND clipworks_libyuv)
 
 if(CLIPWORKS_BUILD_PROGRAM)
   find_package(CLI11 REQUIRED)
