@@ -8,3 +8,4 @@
 #include <clipworks/foundation/VideoCompressorPreset.h>
 #include <clipworks/looper/VideoLooperUtils.h>
 #include <clipworks/media/dispatch/DispatchQueue.h>
+#include <clipworks/speed/VideoSpeedConverter.h>

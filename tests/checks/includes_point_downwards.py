@@ -23,7 +23,7 @@ LAYERS = [
     ["clipworks/media/export"],
     ["clipworks/filedeck"],
     ["clipworks/foundation"],
-    ["clipworks/looper"],
+    ["clipworks/looper", "clipworks/speed"],
     ["clipworks"],  # the header that includes all operations
     ["app"],
 ]
