@@ -9,3 +9,4 @@
 #include <clipworks/looper/VideoLooperUtils.h>
 #include <clipworks/media/dispatch/DispatchQueue.h>
 #include <clipworks/narration/VideoNarrationUtils.h>
+#include <clipworks/speed/VideoSpeedConverter.h>

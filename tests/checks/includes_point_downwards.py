@@ -23,7 +23,7 @@ LAYERS = [
     ["clipworks/media/audio", "clipworks/media/export"],
     ["clipworks/filedeck"],
     ["clipworks/foundation"],
-    ["clipworks/looper", "clipworks/narration"],
+    ["clipworks/looper", "clipworks/narration", "clipworks/speed"],
     ["clipworks"],  # the header that includes all operations
     ["app"],
 ]
