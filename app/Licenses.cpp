@@ -14,6 +14,8 @@ Libraries that the program runs on:
   FFmpeg               LGPL 2.1 or later; as Debian builds it, GPL 2 or later
   x264, x265           GPL 2 or later (through FFmpeg)
   Rubber Band          GPL 2 or later
+  PulseAudio's client  LGPL 2.1 or later
+  ALSA's library       LGPL 2.1 or later
   zimg                 WTFPL 2
   libyuv               BSD 3-Clause
   {fmt}                MIT, with an exception for object code

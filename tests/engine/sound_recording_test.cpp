@@ -44,9 +44,10 @@ class Placement : public testing::TestWithParam<PlacementCase> {};
 
 TEST_P(Placement, PutsEverySampleAtTheMomentAtWhichItSounded) {
   const TemporaryDirectory directory;
-  const ScriptedMicrophone microphone(GetParam().steps);
+  const auto origin = CaptureClock::now();
+  const ScriptedMicrophone microphone(GetParam().steps, origin);
   const auto momentOf = [&](std::int64_t frame) {
-    return ScriptedCapture::momentOf(microphone.origin(), frame, format.sampleRate);
+    return ScriptedCapture::momentOf(origin, frame, format.sampleRate);
   };
   auto recording = SoundRecording::prepare(directory.file("piece.m4a"), format);
   ASSERT_TRUE(recording) << recording.error().sentence;
@@ -88,12 +89,12 @@ TEST(Recording, EndsWithoutAWordWhenItIsReleased) {
   bool isTold = false;
   auto recording = SoundRecording::prepare(directory.file("piece.m4a"), format);
   ASSERT_TRUE(recording);
-  (*recording)->start(microphone.origin(), [&](const Expected<void>&) { isTold = true; });
+  (*recording)->start(CaptureClock::now(), [&](const Expected<void>&) { isTold = true; });
   const auto end = CaptureClock::now() + patience;
   while ((*recording)->seconds() < 1 && CaptureClock::now() < end) std::this_thread::yield();
   recording->reset();
   EXPECT_FALSE(isTold);
-  EXPECT_EQ(recordedSamples(directory.file("piece.m4a")).size(), 44'100U);
+  EXPECT_GE(recordedSamples(directory.file("piece.m4a")).size(), 44'100U);
 }
 
 TEST(Recording, LeavesNoFileWhenItNeverStarts) {

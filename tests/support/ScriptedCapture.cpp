@@ -8,6 +8,11 @@ engine::CaptureClock::time_point ScriptedCapture::momentOf(engine::CaptureClock:
   return origin + std::chrono::duration_cast<engine::CaptureClock::duration>(seconds);
 }
 
+engine::Expected<void> ScriptedCapture::start() {
+  if (!origin_) origin_ = engine::CaptureClock::now();
+  return {};
+}
+
 engine::Expected<engine::CapturedSound> ScriptedCapture::read(std::chrono::milliseconds patience) {
   if (next_ == steps_.size()) {
     std::unique_lock lock(mutex_);
@@ -22,7 +27,7 @@ engine::Expected<engine::CapturedSound> ScriptedCapture::read(std::chrono::milli
     samples_.insert(samples_.end(), static_cast<std::size_t>(format_.channels), codeOf(frame));
   }
   return engine::CapturedSound{
-      samples_, momentOf(origin_, step.claimedFirst.value_or(step.first), format_.sampleRate), step.followsGap};
+      samples_, momentOf(*origin_, step.claimedFirst.value_or(step.first), format_.sampleRate), step.followsGap};
 }
 
 void ScriptedCapture::wake() noexcept {
@@ -31,8 +36,9 @@ void ScriptedCapture::wake() noexcept {
   woken_.notify_all();
 }
 
-ScriptedMicrophone::ScriptedMicrophone(std::vector<ScriptedCapture::Step> steps) {
-  engine::setSoundCaptureOpener([steps = std::move(steps), origin = origin_](const engine::PcmFormat& format)
+ScriptedMicrophone::ScriptedMicrophone(std::vector<ScriptedCapture::Step> steps,
+                                       std::optional<engine::CaptureClock::time_point> origin) {
+  engine::setSoundCaptureOpener([steps = std::move(steps), origin](const engine::PcmFormat& format)
                                     -> engine::Expected<std::unique_ptr<engine::SoundCapture>> {
     return std::make_unique<ScriptedCapture>(steps, format, origin);
   });

@@ -25,8 +25,9 @@ class ScriptedCapture final : public engine::SoundCapture {
     bool fails = false;
   };
 
-  /// Frame 0 sounds at `origin`.
-  ScriptedCapture(std::vector<Step> steps, const engine::PcmFormat& format, engine::CaptureClock::time_point origin)
+  /// Frame 0 sounds at `origin`, or when the capture starts.
+  ScriptedCapture(std::vector<Step> steps, const engine::PcmFormat& format,
+                  std::optional<engine::CaptureClock::time_point> origin)
       : steps_(std::move(steps)), format_(format), origin_(origin) {}
 
   /// Never 0, so that it differs from silence.
@@ -35,14 +36,14 @@ class ScriptedCapture final : public engine::SoundCapture {
   [[nodiscard]] static engine::CaptureClock::time_point momentOf(engine::CaptureClock::time_point origin,
                                                                  std::int64_t frame, int sampleRate);
 
-  [[nodiscard]] engine::Expected<void> start() override { return {}; }
+  [[nodiscard]] engine::Expected<void> start() override;
   [[nodiscard]] engine::Expected<engine::CapturedSound> read(std::chrono::milliseconds patience) override;
   void wake() noexcept override;
 
  private:
   std::vector<Step> steps_;
   engine::PcmFormat format_;
-  engine::CaptureClock::time_point origin_;
+  std::optional<engine::CaptureClock::time_point> origin_;
   std::size_t next_ = 0;
   std::vector<std::int16_t> samples_;
   std::mutex mutex_;
@@ -53,16 +54,11 @@ class ScriptedCapture final : public engine::SoundCapture {
 /// Lets every recording of the process read `steps`, as long as it lives.
 class ScriptedMicrophone {
  public:
-  explicit ScriptedMicrophone(std::vector<ScriptedCapture::Step> steps);
+  explicit ScriptedMicrophone(std::vector<ScriptedCapture::Step> steps,
+                              std::optional<engine::CaptureClock::time_point> origin = std::nullopt);
   ~ScriptedMicrophone();
   ScriptedMicrophone(const ScriptedMicrophone&) = delete;
   ScriptedMicrophone& operator=(const ScriptedMicrophone&) = delete;
-
-  /// When frame 0 sounds.
-  [[nodiscard]] engine::CaptureClock::time_point origin() const { return origin_; }
-
- private:
-  engine::CaptureClock::time_point origin_ = engine::CaptureClock::now();
 };
 
 }  // namespace clipworks::test
