@@ -17,7 +17,8 @@ bool EnterKey::wasPressed() {
   std::array<char, 256> bytes{};
   const ssize_t count = ::read(STDIN_FILENO, bytes.data(), bytes.size());
   isOpen_ = count > 0;
-  return isOpen_ && std::string_view(bytes.data(), static_cast<std::size_t>(count)).find('\n') != std::string_view::npos;
+  return isOpen_ &&
+         std::string_view(bytes.data(), static_cast<std::size_t>(count)).find('\n') != std::string_view::npos;
 }
 
 }  // namespace clipworks::app

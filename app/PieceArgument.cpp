@@ -33,7 +33,8 @@ std::optional<PieceArgument> PieceArgument::parse(std::string_view text) {
 
 std::string shellWord(std::string_view text) {
   const auto isPlain = [](char c) {
-    return std::isalnum(static_cast<unsigned char>(c)) != 0 || std::string_view("@%+=:,./_-").find(c) != std::string_view::npos;
+    return std::isalnum(static_cast<unsigned char>(c)) != 0 ||
+           std::string_view("@%+=:,./_-").find(c) != std::string_view::npos;
   };
   if (!text.empty() && std::all_of(text.begin(), text.end(), isPlain)) return std::string(text);
   std::string word = "'";

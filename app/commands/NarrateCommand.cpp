@@ -25,21 +25,25 @@ class NarrateCommand final : public EditingCommand {
   std::string purpose() const override { return "Lay recordings over a clip's own sound, in one new MP4 file"; }
   std::string notes() const override {
     return "The clip needs pictures and sound. A piece is any audio file, or the sound of a video; it plays from\n"
-           "second S of the clip on, at VOLUME (1 leaves its level as it is). Pieces may overlap. \"record\" makes them.\n\n"
+           "second S of the clip on, at VOLUME (1 leaves its level as it is). Pieces may overlap. \"record\" makes "
+           "them.\n\n"
            "Example: clipworks narrate clip.mp4 --piece hello.m4a@2 --piece music.mp3@0:0.3 --base-volume 0.5\n"
            "\"clipworks --help\" tells the options that hold for every command, and the exit codes.";
   }
   void configure(CLI::App& parser) override {
     parser.add_option("FILE", file_, "The clip")->type_name("")->required();
-    parser.add_option("--piece", pieceTexts_, "A recording, the second at which it starts, and how\nloud it is; as often as needed")
+    parser
+        .add_option("--piece", pieceTexts_,
+                    "A recording, the second at which it starts, and how\nloud it is; as often as needed")
         ->type_name("AUDIO@S[:VOLUME]")
         ->allow_extra_args(false)
         ->required();
     parser.add_option("--base-volume", baseVolumeText_, "How loud the clip's own sound is; 1 when not given")
         ->type_name("V");
     parser
-        .add_option("--quality", qualityText_,
-                    "low (small pictures), highCompressed, the default,\nor highLossless (the clip's own coded pictures)")
+        .add_option(
+            "--quality", qualityText_,
+            "low (small pictures), highCompressed, the default,\nor highLossless (the clip's own coded pictures)")
         ->type_name("low|highCompressed|highLossless")
         ->check([](const std::string& text) {
           return exportQuality(text) ? "" : "takes low, highCompressed or highLossless, not \"" + text + "\"";
@@ -70,7 +74,8 @@ class NarrateCommand final : public EditingCommand {
   Outcome edit(Workbench& bench) override {
     std::vector<NarrationPiece> narrations;
     for (const auto& piece : pieces_) {
-      narrations.emplace_back(CMTime(piece.seconds, startTimescale), URL(piece.audio), static_cast<float>(piece.volume));
+      narrations.emplace_back(CMTime(piece.seconds, startTimescale), URL(piece.audio),
+                              static_cast<float>(piece.volume));
     }
     const std::string what = clipName() + " could not be narrated";
     const auto narration = VideoNarrationUtils::make();

@@ -29,7 +29,8 @@ class NarrationMix {
 
  private:
   explicit NarrationMix(std::int32_t timescale) : timescale_(timescale) {}
-  void addParameters(const std::shared_ptr<AVAssetTrack>& source, const AVMutableCompositionTrack* target, float volume);
+  void addParameters(const std::shared_ptr<AVAssetTrack>& source, const AVMutableCompositionTrack* target,
+                     float volume);
 
   std::int32_t timescale_;  // of the video's duration; pieces are measured in it, too
   std::shared_ptr<AVMutableComposition> composition_ = AVMutableComposition::make();

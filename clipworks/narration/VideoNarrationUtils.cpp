@@ -20,7 +20,7 @@ namespace {
 
 /// 16-bit little-endian integers, stereo, 44.1 kHz.
 SettingsDictionary recorderSettings() {
-  return {{AVFormatIDKey, kAudioFormatLinearPCM}, {AVSampleRateKey, 44100},          {AVNumberOfChannelsKey, 2},
+  return {{AVFormatIDKey, kAudioFormatLinearPCM}, {AVSampleRateKey, 44100},           {AVNumberOfChannelsKey, 2},
           {AVLinearPCMBitDepthKey, 16},           {AVLinearPCMIsBigEndianKey, false}, {AVLinearPCMIsFloatKey, false}};
 }
 

@@ -31,8 +31,7 @@ class CLIPWORKS_API VideoNarrationUtils : public AVAudioRecorderDelegate,
                                           public std::enable_shared_from_this<VideoNarrationUtils> {
  public:
   /// Takes the composition, or the failure.
-  using CompositionCompletion =
-      std::function<void(Result<std::shared_ptr<AVMutableComposition>, NarrationError>)>;
+  using CompositionCompletion = std::function<void(Result<std::shared_ptr<AVMutableComposition>, NarrationError>)>;
   /// Takes the new file's location, or the failure.
   using ExportCompletion = std::function<void(Result<URL, NarrationError>)>;
 
@@ -49,9 +48,9 @@ class CLIPWORKS_API VideoNarrationUtils : public AVAudioRecorderDelegate,
 
   /// `startNarration(at:delegate:)`. Starts recording what belongs to the moment `at` of the video, into a new file in
   /// the outputs directory: 16-bit stereo linear PCM at 44.1 kHz, under a name that ends in ".m4a". False when the
-  /// microphone or the file cannot be had; the delegate is told nothing then. `delegate` (held weakly) and `at` hold for
-  /// whatever recording finishes next, even after a failure. While a recording runs, a new one replaces it: the former
-  /// file is closed and stays, and nobody is told of it.
+  /// microphone or the file cannot be had; the delegate is told nothing then. `delegate` (held weakly) and `at` hold
+  /// for whatever recording finishes next, even after a failure. While a recording runs, a new one replaces it: the
+  /// former file is closed and stays, and nobody is told of it.
   bool startNarration(const CMTime& at, const std::weak_ptr<VideoNarrationUtilsDelegate>& delegate);
 
   /// `finishNarration()`. Ends the recording; the delegate then hears of it. Nothing happens when none runs.
@@ -72,11 +71,11 @@ class CLIPWORKS_API VideoNarrationUtils : public AVAudioRecorderDelegate,
   /// The mix that belongs to it.
   [[nodiscard]] const std::shared_ptr<AVMutableAudioMix>& currentAudioMix() const { return currentAudioMix_; }
 
-  /// `createComposition(videoURL:narrations:baseVolume:onComplete:)`. Builds on the calling thread and calls `onComplete`
-  /// once before it returns: the composition, which replaces the kept one together with its mix, or `generic` when the
-  /// video lacks pictures or sound (a silent video cannot be narrated), which leaves both alone. Volumes are factors of
-  /// a level: 1 leaves it as it is. A piece that cannot be read or has no sound is left out without a word; one that
-  /// runs past the end of the video makes the sound longer than the pictures.
+  /// `createComposition(videoURL:narrations:baseVolume:onComplete:)`. Builds on the calling thread and calls
+  /// `onComplete` once before it returns: the composition, which replaces the kept one together with its mix, or
+  /// `generic` when the video lacks pictures or sound (a silent video cannot be narrated), which leaves both alone.
+  /// Volumes are factors of a level: 1 leaves it as it is. A piece that cannot be read or has no sound is left out
+  /// without a word; one that runs past the end of the video makes the sound longer than the pictures.
   void createComposition(const URL& videoURL, const std::vector<NarrationPiece>& narrations, float baseVolume,
                          const CompositionCompletion& onComplete);
 
@@ -92,9 +91,9 @@ class CLIPWORKS_API VideoNarrationUtils : public AVAudioRecorderDelegate,
 
   AVAudioSession& recordingSession_ = AVAudioSession::sharedInstance();
 
-  mutable std::mutex mutex_;                            // the recorder answers on another thread
-  std::shared_ptr<AVAudioRecorder> audioRecorder_;      // guarded by mutex_
-  std::optional<CMTime> startTime_;                     // guarded by mutex_
+  mutable std::mutex mutex_;                             // the recorder answers on another thread
+  std::shared_ptr<AVAudioRecorder> audioRecorder_;       // guarded by mutex_
+  std::optional<CMTime> startTime_;                      // guarded by mutex_
   std::weak_ptr<VideoNarrationUtilsDelegate> delegate_;  // guarded by mutex_
 
   std::shared_ptr<AVMutableComposition> currentComposition_;

@@ -22,7 +22,8 @@ const double foldGain = std::sqrt(2);
 
 /// The test tone on its own, in whatever the ending asks for.
 fs::path toneFile(const std::string& encoder, const std::string& ending, int rate = 48'000) {
-  return BarCodeClip({.frames = 0, .audioCodec = encoder, .sampleRate = rate, .audioSeconds = 1, .extension = ending}).path();
+  return BarCodeClip({.frames = 0, .audioCodec = encoder, .sampleRate = rate, .audioSeconds = 1, .extension = ending})
+      .path();
 }
 
 fs::path silentClip() { return BarCodeClip({.frames = 10, .audioCodec = ""}).path(); }
@@ -45,8 +46,9 @@ TEST_P(NarratePiece, IsHeardWhereItWasAsked) {
   const fs::path piece = pieces.file("a@b: c" + ending);
   fs::copy_file(toneFile(encoder, ending, rate), piece);
   const BarCodeClip clip({.frames = 120});
-  const auto result = runClipworks({"--outputs", outputs.path(), "narrate", clip.path(), "--piece", piece.string() + "@2.25:0.5",
-                                    "--base-volume", "0", "--piece", piece.string() + "@0.5"});
+  const auto result =
+      runClipworks({"--outputs", outputs.path(), "narrate", clip.path(), "--piece", piece.string() + "@2.25:0.5",
+                    "--base-volume", "0", "--piece", piece.string() + "@0.5"});
   ASSERT_EQ(result.exitCode, 0) << result;
   EXPECT_EQ(result.standardError, "");
   ASSERT_THAT(result.standardOutput, MatchesRegex("[^\n]+\\.mp4\n"));

@@ -76,7 +76,8 @@ TEST_F(Record, ForATimeTellsTheFileAndTheArgumentForNarrate) {
 
   const BarCodeClip clip({.frames = 120});
   const TemporaryDirectory narrated;
-  const auto mixed = runClipworks({"--outputs", narrated.path(), "narrate", clip.path(), "--piece", file.string() + "@1.5"});
+  const auto mixed =
+      runClipworks({"--outputs", narrated.path(), "narrate", clip.path(), "--piece", file.string() + "@1.5"});
   EXPECT_EQ(mixed.exitCode, 0) << mixed;
 }
 
@@ -136,7 +137,8 @@ TEST(RecordWithoutSound, SaysThatThereIsNoMicrophone) {
   const auto result = runClipworks({"--outputs", outputs.path(), "record", "--at", "0", "--for", "1"},
                                    {.environment = PrivateSoundServer::noSoundEnvironment()});
   EXPECT_EQ(result.exitCode, 1) << result;
-  EXPECT_THAT(result.standardError, MatchesRegex("clipworks: nothing can be recorded: no microphone can be opened: [^\n]+\n"));
+  EXPECT_THAT(result.standardError,
+              MatchesRegex("clipworks: nothing can be recorded: no microphone can be opened: [^\n]+\n"));
   EXPECT_EQ(namesIn(outputs.path()), std::set<std::string>{});
 }
 
@@ -163,8 +165,10 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(WrongCase{"a_negative_start", {"record", "--at", "-1"}, "--at takes seconds"},
                     WrongCase{"a_start_that_is_no_number", {"record", "--at", "nan"}, "--at takes seconds"},
                     WrongCase{"no_length", {"record", "--at", "0", "--for", "0"}, "--for takes seconds"},
-                    WrongCase{"no_outputs_directory", {"--outputs", "/nowhere", "record", "--at", "0"},
-                              "the outputs directory /nowhere does not exist", 1}),
+                    WrongCase{"no_outputs_directory",
+                              {"--outputs", "/nowhere", "record", "--at", "0"},
+                              "the outputs directory /nowhere does not exist",
+                              1}),
     [](const auto& testCase) { return testCase.param.name; });
 
 }  // namespace

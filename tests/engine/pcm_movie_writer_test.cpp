@@ -106,14 +106,14 @@ TEST_P(PcmFile, CanBeReadWhileItGrows) {
   EXPECT_EQ(MediaJudge(killed).warnings(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Lengths, PcmFile,
-    testing::Values(WriteCase{"less_than_is_stored_at_once", {44'100, 2}, 1'000, 100},
-                    WriteCase{"stereo_in_pieces_that_divide_nothing", {44'100, 2}, 100'001, 441},
-                    WriteCase{"mono_in_one_piece", {48'000, 1}, 72'123, 72'123},
-                    WriteCase{"more_than_one_chunk_of_the_index", {44'100, 2}, 44'100 * 20, 44'100},
-                    WriteCase{"a_rate_beyond_16_bits", {96'000, 2}, 100'000, 4'800}),
-    [](const auto& testCase) { return testCase.param.name; });
+INSTANTIATE_TEST_SUITE_P(Lengths, PcmFile,
+                         testing::Values(WriteCase{"less_than_is_stored_at_once", {44'100, 2}, 1'000, 100},
+                                         WriteCase{"stereo_in_pieces_that_divide_nothing", {44'100, 2}, 100'001, 441},
+                                         WriteCase{"mono_in_one_piece", {48'000, 1}, 72'123, 72'123},
+                                         WriteCase{
+                                             "more_than_one_chunk_of_the_index", {44'100, 2}, 44'100 * 20, 44'100},
+                                         WriteCase{"a_rate_beyond_16_bits", {96'000, 2}, 100'000, 4'800}),
+                         [](const auto& testCase) { return testCase.param.name; });
 
 TEST(PcmFileFailure, ADiskThatFillsUpLeavesWhatWasWritten) {
   const SmallFileSystem small(512);
@@ -132,14 +132,6 @@ TEST(PcmFileFailure, ADiskThatFillsUpLeavesWhatWasWritten) {
   ASSERT_GT(stored, 0);
   EXPECT_EQ(AVAsset::make(URL(path))->duration(), CMTime(stored * 22'050, 44'100));
   EXPECT_EQ(recordedSamples(path).size(), static_cast<std::size_t>(stored * 22'050));
-}
-
-TEST(PcmFileFailure, SaysWhereNothingCanBeMade) {
-  const TemporaryDirectory directory;
-  const auto writer = PcmMovieWriter::create(directory.file("missing") / "sound.m4a", {});
-  ASSERT_FALSE(writer);
-  EXPECT_EQ(writer.error().kind, engine::ErrorKind::unwritable);
-  EXPECT_EQ(writer.error().posixCode, ENOENT);
 }
 
 }  // namespace

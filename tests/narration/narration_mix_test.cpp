@@ -152,7 +152,8 @@ TEST_P(NarrationQuality, PlacesThePieceOverTheVideo) {
   }
   EXPECT_NE(paths[0], paths[1]) << "each export has a name of its own";
   EXPECT_THAT(paths[0].filename().string(), MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.mp4"));
-  const std::string line = std::string("Has HEVC support: ") + (HEVCSupport::hasHEVCHardwareEncoder() ? "true" : "false");
+  const std::string line =
+      std::string("Has HEVC support: ") + (HEVCSupport::hasHEVCHardwareEncoder() ? "true" : "false");
   EXPECT_THAT(printed.lines(), ElementsAre(line, line));
 
   const MediaJudge output(paths[0]);
@@ -197,18 +198,6 @@ TEST_F(Narration, AnExportThatFailsSaysWhy) {
   EXPECT_FALSE(*result);
   EXPECT_THAT(printed.lines(), ElementsAre(MatchesRegex("Has HEVC support: (true|false)"),
                                            MatchesRegex("Failed: Optional\\(.*Code=-11807 .*\\)")));
-}
-
-TEST_F(Narration, ACancelledExportFailsWithoutALine) {
-  ASSERT_NE(compose(clip().path(), {}), nullptr);
-  const PrintedLinesCapture printed;
-  std::optional<ExportResult> got;
-  narration_->exportComposition(ExportQuality::highCompressed, [&](const ExportResult& result) { got = result; });
-  for (const auto& session : AVAssetExportSession::liveSessions()) session->cancelExport();
-  ASSERT_TRUE(DispatchQueue::main().runOne(patience)) << "no result came to the main queue";
-  ASSERT_TRUE(got);
-  EXPECT_FALSE(*got);
-  EXPECT_THAT(printed.lines(), SizeIs(1));
 }
 
 }  // namespace

@@ -125,11 +125,6 @@ TEST_F(NarrationRecording, WithoutAListenerLeavesTheFile) {
   EXPECT_GT(recordedSamples(recorder->url().path()).size(), 40'000U);
 }
 
-TEST_F(NarrationRecording, FinishingNothingDoesNothing) {
-  narration_->finishNarration();
-  EXPECT_TRUE(fs::is_empty(outputs_.path()));
-}
-
 TEST_F(NarrationRecording, DoesNotStartWithoutAMicrophoneButKeepsTheTime) {
   engine::setSoundCaptureOpener(
       [](const engine::PcmFormat&) -> engine::Expected<std::unique_ptr<engine::SoundCapture>> {

@@ -25,17 +25,17 @@ PrivateSoundServer::PrivateSoundServer() {
   const auto script = directory_.file("server.pa");
   const auto microphone = directory_.file("microphone");
   // The loopback keeps the microphone running as hardware does: idle, it would leave old sound in the pipe.
-  std::ofstream(script) << "load-module module-native-protocol-unix auth-anonymous=1 socket="
-                        << directory_.file("native").string()
-                        << "\nload-module module-pipe-source source_name=microphone format=s16le rate=44100 channels=2 file="
-                        << microphone.string()
-                        << "\nload-module module-null-sink sink_name=nowhere\n"
-                           "load-module module-loopback source=microphone sink=nowhere\n"
-                           "set-default-source microphone\n";
+  std::ofstream(script)
+      << "load-module module-native-protocol-unix auth-anonymous=1 socket=" << directory_.file("native").string()
+      << "\nload-module module-pipe-source source_name=microphone format=s16le rate=44100 channels=2 file="
+      << microphone.string()
+      << "\nload-module module-null-sink sink_name=nowhere\n"
+         "load-module module-loopback source=microphone sink=nowhere\n"
+         "set-default-source microphone\n";
   server_ = std::make_unique<RunningProgram>(
-      std::vector<std::string>{"pulseaudio", "-n", "-F", script, "--system=false", "--daemonize=no", "--use-pid-file=no",
-                               "--exit-idle-time=-1", "--realtime=no", "--high-priority=no", "--log-target=stderr",
-                               "--log-level=info"},
+      std::vector<std::string>{"pulseaudio", "-n", "-F", script, "--system=false", "--daemonize=no",
+                               "--use-pid-file=no", "--exit-idle-time=-1", "--realtime=no", "--high-priority=no",
+                               "--log-target=stderr", "--log-level=info"},
       ProgramOptions{.deadline = std::chrono::minutes(5), .environment = environment()});
   if (!server_->waitForText("Daemon startup complete")) {
     whyNot_ = "no private PulseAudio server can be started here: " + server_->wait().standardError;
@@ -62,7 +62,8 @@ PrivateSoundServer::~PrivateSoundServer() {
 
 std::vector<std::string> PrivateSoundServer::environment() const {
   const std::string home = directory_.path();
-  return {"PULSE_SERVER=" + socket(), "HOME=" + home, "XDG_RUNTIME_DIR=" + home, "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/none"};
+  return {"PULSE_SERVER=" + socket(), "HOME=" + home, "XDG_RUNTIME_DIR=" + home,
+          "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/none"};
 }
 
 void PrivateSoundServer::enter() const { ::setenv("PULSE_SERVER", socket().c_str(), 1); }
@@ -78,7 +79,8 @@ void PrivateSoundServer::feed() {
   std::unique_lock lock(mutex_);
   for (std::int64_t i = 0; !changed_.wait_until(lock, start + Blocks(i), [this] { return isOver_; }); ++i) {
     const auto phase = i % blocksBetweenBursts;
-    const std::vector<std::int16_t> sound(2 * framesPerBlock, levelOf(static_cast<std::size_t>(i / blocksBetweenBursts)));
+    const std::vector<std::int16_t> sound(2 * framesPerBlock,
+                                          levelOf(static_cast<std::size_t>(i / blocksBetweenBursts)));
     const auto& samples = phase < blocksPerBurst ? sound : silence;
     if (phase == 0) bursts_.push_back(Clock::now());
     if (::write(microphone_, samples.data(), samples.size() * sizeof samples[0]) < 0) return;  // the server has gone

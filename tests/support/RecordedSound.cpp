@@ -8,8 +8,7 @@
 namespace clipworks::test {
 
 std::vector<std::int16_t> recordedSamples(const std::filesystem::path& file) {
-  const auto result =
-      runProgram({"ffmpeg", "-v", "error", "-i", file, "-af", "pan=mono|c0=c0", "-f", "s16le", "-"});
+  const auto result = runProgram({"ffmpeg", "-v", "error", "-i", file, "-af", "pan=mono|c0=c0", "-f", "s16le", "-"});
   if (!result.succeeded()) throw std::runtime_error(result.standardError);
   std::vector<std::int16_t> samples(result.standardOutput.size() / sizeof(std::int16_t));
   std::memcpy(samples.data(), result.standardOutput.data(), samples.size() * sizeof(std::int16_t));

@@ -26,8 +26,8 @@ engine::Expected<engine::CapturedSound> ScriptedCapture::read(std::chrono::milli
   for (std::int64_t frame = step.first; frame < step.first + step.count; ++frame) {
     samples_.insert(samples_.end(), static_cast<std::size_t>(format_.channels), codeOf(frame));
   }
-  return engine::CapturedSound{
-      samples_, momentOf(*origin_, step.claimedFirst.value_or(step.first), format_.sampleRate), step.followsGap};
+  return engine::CapturedSound{samples_, momentOf(*origin_, step.claimedFirst.value_or(step.first), format_.sampleRate),
+                               step.followsGap};
 }
 
 void ScriptedCapture::wake() noexcept {
@@ -38,10 +38,11 @@ void ScriptedCapture::wake() noexcept {
 
 ScriptedMicrophone::ScriptedMicrophone(std::vector<ScriptedCapture::Step> steps,
                                        std::optional<engine::CaptureClock::time_point> origin) {
-  engine::setSoundCaptureOpener([steps = std::move(steps), origin](const engine::PcmFormat& format)
-                                    -> engine::Expected<std::unique_ptr<engine::SoundCapture>> {
-    return std::make_unique<ScriptedCapture>(steps, format, origin);
-  });
+  engine::setSoundCaptureOpener(
+      [steps = std::move(steps),
+       origin](const engine::PcmFormat& format) -> engine::Expected<std::unique_ptr<engine::SoundCapture>> {
+        return std::make_unique<ScriptedCapture>(steps, format, origin);
+      });
 }
 
 ScriptedMicrophone::~ScriptedMicrophone() { engine::setSoundCaptureOpener({}); }

@@ -72,10 +72,10 @@ Expected<CapturedSound> AlsaCapture::read(std::chrono::milliseconds patience) {
   if (count < 0) return recover(static_cast<int>(count));
   const std::chrono::duration<double> seconds(static_cast<double>(std::max<snd_pcm_sframes_t>(age, 0)) /
                                               format_.sampleRate);
-  return CapturedSound{
-      .samples = std::span(samples_).first(static_cast<std::size_t>(count) * static_cast<std::size_t>(format_.channels)),
-      .begin = now - std::chrono::duration_cast<CaptureClock::duration>(seconds),
-      .followsGap = std::exchange(lostSound_, false)};
+  return CapturedSound{.samples = std::span(samples_).first(static_cast<std::size_t>(count) *
+                                                            static_cast<std::size_t>(format_.channels)),
+                       .begin = now - std::chrono::duration_cast<CaptureClock::duration>(seconds),
+                       .followsGap = std::exchange(lostSound_, false)};
 }
 
 // An overrun loses sound and no more; everything else means that the device is gone.

@@ -11,8 +11,8 @@
 
 namespace clipworks::engine {
 
-/// The default source of a PulseAudio server, or of PipeWire in its place. No thread of its own: the loop runs within the
-/// calls. The stream stays with its device; when that is unplugged, capture ends instead of going on elsewhere.
+/// The default source of a PulseAudio server, or of PipeWire in its place. No thread of its own: the loop runs within
+/// the calls. The stream stays with its device; when that is unplugged, capture ends instead of going on elsewhere.
 class PulseCapture final : public SoundCapture {
  public:
   /// Fails with `noDevice` when a server answers and has no source, with `unreadable` when none answers.

@@ -26,8 +26,8 @@ Expected<std::unique_ptr<SoundCapture>> openMachineSource(const PcmFormat& forma
   if (pulse || pulse.error().kind == ErrorKind::noDevice) return pulse;
   auto alsa = AlsaCapture::open(format);
   if (alsa) return alsa;
-  return failed(ErrorKind::noDevice, "no microphone can be opened: " + pulse.error().sentence + "; " +
-                                         alsa.error().sentence);
+  return failed(ErrorKind::noDevice,
+                "no microphone can be opened: " + pulse.error().sentence + "; " + alsa.error().sentence);
 }
 
 }  // namespace

@@ -31,8 +31,8 @@ class SoundMeter {
 
   const std::size_t channels_;
   std::mutex mutex_;
-  std::vector<Sums> sums_;     // guarded by mutex_; one a channel
-  std::int64_t frames_ = 0;    // guarded by mutex_
+  std::vector<Sums> sums_;   // guarded by mutex_; one a channel
+  std::int64_t frames_ = 0;  // guarded by mutex_
 };
 
 }  // namespace clipworks::engine

@@ -17,9 +17,9 @@
 
 namespace clipworks::engine {
 
-/// Brings sound from a source into a file, on a thread of its own. The file's first sample is what sounded at the moment
-/// of the start, its last what sounded at the moment of the stop: what a source delivered late, or from before, is
-/// placed by the moment at which it sounded. Where a source needs time to begin, or loses sound, there is silence.
+/// Brings sound from a source into a file, on a thread of its own. The file's first sample is what sounded at the
+/// moment of the start, its last what sounded at the moment of the stop: what a source delivered late, or from before,
+/// is placed by the moment at which it sounded. Where a source needs time to begin, or loses sound, there is silence.
 ///
 ///     prepared ── start ──> recording ── stop, or the source fails ──> ended
 ///

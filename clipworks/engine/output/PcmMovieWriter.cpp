@@ -26,8 +26,8 @@ namespace {
 
 constexpr int ioBufferBytes = 256 * 1024;
 constexpr mode_t newFileMode = 0666;  // less the process's mask
-// The muxer's index takes about 700 bytes and four (beyond 4 GiB: eight) for each MiB of sound, so this is enough for 13
-// hours of stereo at 44.1 kHz. What is longer keeps the provisional index, which counts up to 2^32 frames.
+// The muxer's index takes about 700 bytes and four (beyond 4 GiB: eight) for each MiB of sound, so this is enough for
+// 13 hours of stereo at 44.1 kHz. What is longer keeps the provisional index, which counts up to 2^32 frames.
 constexpr int indexRoom = 64 * 1024;
 
 AVFormatContext* makeMuxer(AVIOContext* io, const PcmFormat& format) {
@@ -116,7 +116,9 @@ std::uint32_t bigEndianAt(const std::uint8_t* at) {
 }  // namespace
 
 Expected<PcmMovieWriter::ProvisionalIndex> PcmMovieWriter::makeProvisionalIndex(const PcmFormat& format) {
-  const auto unknown = [] { return failed(ErrorKind::internal, "the muxer's index is not the one that is known here"); };
+  const auto unknown = [] {
+    return failed(ErrorKind::internal, "the muxer's index is not the one that is known here");
+  };
   const auto file = muxOneFrame(format);
   const auto bytes = std::as_bytes(std::span(file));
   ProvisionalIndex index;
@@ -128,13 +130,13 @@ Expected<PcmMovieWriter::ProvisionalIndex> PcmMovieWriter::makeProvisionalIndex(
     const auto* begin = file.data() + index.offset;
     index.bytes.assign(begin, begin + headBytes + box->content.size());
     constexpr auto trak = fourCC("trak"), mdia = fourCC("mdia"), minf = fourCC("minf"), stbl = fourCC("stbl");
-    // ISO/IEC 14496-12, the boxes' version 0: 8.2.2, 8.3.2, 8.4.2; 8.6.1.2 (count of the one run of equal lengths), 8.7.4
-    // (samples in the one chunk), 8.7.3.2 (count of samples of equal size).
-    for (const CountField& field : {CountField{{fourCC("mvhd")}, 16}, CountField{{trak, fourCC("tkhd")}, 20},
-                                    CountField{{trak, mdia, fourCC("mdhd")}, 16},
-                                    CountField{{trak, mdia, minf, stbl, fourCC("stts")}, 8},
-                                    CountField{{trak, mdia, minf, stbl, fourCC("stsc")}, 12},
-                                    CountField{{trak, mdia, minf, stbl, fourCC("stsz")}, 8}}) {
+    // ISO/IEC 14496-12, the boxes' version 0: 8.2.2, 8.3.2, 8.4.2; 8.6.1.2 (count of the one run of equal
+    // lengths), 8.7.4 (samples in the one chunk), 8.7.3.2 (count of samples of equal size).
+    for (const CountField& field :
+         {CountField{{fourCC("mvhd")}, 16}, CountField{{trak, fourCC("tkhd")}, 20},
+          CountField{{trak, mdia, fourCC("mdhd")}, 16}, CountField{{trak, mdia, minf, stbl, fourCC("stts")}, 8},
+          CountField{{trak, mdia, minf, stbl, fourCC("stsc")}, 12},
+          CountField{{trak, mdia, minf, stbl, fourCC("stsz")}, 8}}) {
       const auto content = findBox(box->content, field.path);
       if (!content || content->size() < field.place + 4 || (*content)[0] != std::byte{0}) return unknown();
       const auto place = static_cast<std::size_t>(content->data() - box->content.data()) + headBytes + field.place;

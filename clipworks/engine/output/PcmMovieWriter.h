@@ -24,9 +24,9 @@ struct PcmFormat {
 ///     ftyp | room for the index | mdat: the sound
 ///
 /// The muxer reserves the room and writes the index there at the end. Until then the room holds a provisional index,
-/// renewed with every half second of sound: the index that the muxer makes for one single sample, with the true count in
-/// its place. Whatever ends the process, the file is a plain one with all but the last half second in it.
-/// The file has its name from the start, whatever its ending. One thread at a time.
+/// renewed with every half second of sound: the index that the muxer makes for one single sample, with the true count
+/// in its place. Whatever ends the process, the file is a plain one with all but the last half second in it. The file
+/// has its name from the start, whatever its ending. One thread at a time.
 class PcmMovieWriter {
  public:
   /// Makes the file; one of that name is replaced. Fails with `unwritable`.

@@ -56,9 +56,8 @@ bool MicrophoneRecorder::record() {
   recording_->start(moment, [weak = weak_from_this()](const engine::Expected<void>& outcome) {
     // Moved on to the queue, so that it is never released here, on the thread that it would wait for.
     if (auto self = weak.lock()) {
-      audioQueue().async([self = std::move(self), outcome] {
-        static_cast<MicrophoneRecorder&>(*self).takeEnd(outcome);
-      });
+      audioQueue().async(
+          [self = std::move(self), outcome] { static_cast<MicrophoneRecorder&>(*self).takeEnd(outcome); });
     }
   });
   return true;

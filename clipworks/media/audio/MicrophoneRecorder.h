@@ -42,11 +42,11 @@ class MicrophoneRecorder final : public AVAudioRecorder {
   const engine::PcmFormat format_;
 
   mutable std::mutex mutex_;
-  State state_ = State::idle;                      // guarded by mutex_
+  State state_ = State::idle;                        // guarded by mutex_
   std::weak_ptr<AVAudioRecorderDelegate> delegate_;  // guarded by mutex_
-  std::optional<NSError> error_;                   // guarded by mutex_
-  std::vector<engine::SoundLevel> levels_;         // guarded by mutex_
-  std::shared_ptr<AVAudioRecorder> keptAlive_;     // guarded by mutex_; this, while closing
+  std::optional<NSError> error_;                     // guarded by mutex_
+  std::vector<engine::SoundLevel> levels_;           // guarded by mutex_
+  std::shared_ptr<AVAudioRecorder> keptAlive_;       // guarded by mutex_; this, while closing
   // Guarded by mutex_. The last member: its thread ends before anything that it uses goes.
   std::unique_ptr<engine::SoundRecording> recording_;
 };

@@ -27,18 +27,28 @@ class CLIPWORKS_API SettingsValue {
   /// Bytes of any meaning, such as a channel layout.
   using Data = std::vector<std::byte>;
 
-  SettingsValue(bool value) : value_(value) {}                            // NOLINT(google-explicit-constructor)
+  // Conversions, so that dictionaries can be written down as lists of keys and values.
+  // NOLINTBEGIN(google-explicit-constructor)
+
+  /// A truth value.
+  SettingsValue(bool value) : value_(value) {}
+  /// An integer of any size; those beyond 64 bits with sign wrap around.
   template <std::integral Integer>
     requires(!std::same_as<Integer, bool>)
-  SettingsValue(Integer value)                                            // NOLINT(google-explicit-constructor)
-      : value_(static_cast<std::int64_t>(value)) {}
+  SettingsValue(Integer value) : value_(static_cast<std::int64_t>(value)) {}
+  /// A floating-point number of either precision.
   template <std::floating_point Number>
-  SettingsValue(Number value) : value_(static_cast<double>(value)) {}     // NOLINT(google-explicit-constructor)
-  SettingsValue(std::string value) : value_(std::move(value)) {}          // NOLINT(google-explicit-constructor)
-  SettingsValue(std::string_view value) : value_(std::string(value)) {}   // NOLINT(google-explicit-constructor)
-  SettingsValue(const char* value) : value_(std::string(value)) {}        // NOLINT(google-explicit-constructor)
-  SettingsValue(Data value) : value_(std::move(value)) {}                 // NOLINT(google-explicit-constructor)
-  SettingsValue(SettingsDictionary value);                                // NOLINT(google-explicit-constructor)
+  SettingsValue(Number value) : value_(static_cast<double>(value)) {}
+  /// A text, in any of three forms.
+  SettingsValue(std::string value) : value_(std::move(value)) {}
+  SettingsValue(std::string_view value) : value_(std::string(value)) {}
+  SettingsValue(const char* value) : value_(std::string(value)) {}
+  /// Bytes.
+  SettingsValue(Data value) : value_(std::move(value)) {}
+  /// A dictionary within a dictionary.
+  SettingsValue(SettingsDictionary value);
+
+  // NOLINTEND(google-explicit-constructor)
 
   /// As a number: a truth value is 0 or 1. Nothing for other kinds.
   [[nodiscard]] std::optional<double> number() const;

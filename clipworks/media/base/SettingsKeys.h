@@ -45,8 +45,7 @@ inline constexpr std::uint32_t kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange =
 /// Blue, green, red, alpha.
 inline constexpr std::uint32_t kCVPixelFormatType_32BGRA = fourCharacterCode("BGRA");
 
-// Attachments of pixel buffers: how their numbers are, or were, meant. Code points of ITU-T H.273, as integers.
-
+/// Attachments of pixel buffers: how their numbers are, or were, meant. Code points of ITU-T H.273, as integers.
 inline constexpr const char* kCVImageBufferYCbCrMatrixKey = "kCVImageBufferYCbCrMatrixKey";
 inline constexpr const char* kCVImageBufferColorPrimariesKey = "kCVImageBufferColorPrimariesKey";
 inline constexpr const char* kCVImageBufferTransferFunctionKey = "kCVImageBufferTransferFunctionKey";
