@@ -7,7 +7,8 @@
 namespace clipworks::app {
 namespace {
 
-constexpr std::string_view failedMark = "FAILED: ";
+// Operations differ in the case.
+constexpr std::string_view failedMarks[] = {"FAILED: ", "Failed: "};
 
 }  // namespace
 
@@ -23,9 +24,10 @@ SessionWatch::~SessionWatch() {
 void SessionWatch::takeLine(std::string_view line) {
   // The session that an operation tells of has ended, but is still listed while the operation prints.
   look();
-  if (line.starts_with(failedMark)) {
+  for (const auto mark : failedMarks) {
+    if (!line.starts_with(mark)) continue;
     const std::lock_guard lock(mutex_);
-    if (failedLine_.empty()) failedLine_ = line.substr(failedMark.size());
+    if (failedLine_.empty()) failedLine_ = line.substr(mark.size());
   }
   reporter_.log(line);
 }

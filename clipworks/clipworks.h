@@ -8,4 +8,6 @@
 #include <clipworks/foundation/VideoCompressorPreset.h>
 #include <clipworks/looper/VideoLooperUtils.h>
 #include <clipworks/media/dispatch/DispatchQueue.h>
+#include <clipworks/narration/VideoNarrationUtils.h>
 #include <clipworks/rotate/VideoRotateUtils.h>
+#include <clipworks/speed/VideoSpeedConverter.h>

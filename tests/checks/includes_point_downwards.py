@@ -20,10 +20,10 @@ LAYERS = [
     ["clipworks/media/time", "clipworks/media/geometry", "clipworks/media/dispatch"],
     ["clipworks/media/asset"],
     ["clipworks/media/composition"],
-    ["clipworks/media/export"],
+    ["clipworks/media/audio", "clipworks/media/export"],
     ["clipworks/filedeck"],
     ["clipworks/foundation"],
-    ["clipworks/looper"],
+    ["clipworks/looper", "clipworks/narration", "clipworks/speed"],
     ["clipworks"],  # the header that includes all operations
     ["app"],
 ]
