@@ -83,10 +83,10 @@ TEST_F(SpeedConverter, ScalesTheStretchInBothTracks) {
     EXPECT_EQ(composition->compositionTracks()[0]->preferredTransform(), (CGAffineTransform{0, 1, -1, 0, 64, 0}));
     for (const auto& track : composition->compositionTracks()) {
       const auto& segments = track->compositionSegments();
-      ASSERT_THAT(segments, SizeIs(3));
+      ASSERT_THAT(segments, SizeIs(testing::Ge(3U))) << "a shorter track has padding behind it";
       EXPECT_EQ(segments[1].source, CMTimeRange(CMTime(2, 1), CMTime(2, 1)));
       EXPECT_EQ(segments[1].target, CMTimeRange(CMTime(2, 1), CMTime(2 * ratio, 600)));
-      EXPECT_EQ(segments[2].target.duration, CMTime(6, 1));
+      EXPECT_EQ(segments[2].source.start, CMTime(4, 1));
     }
   }
 }

@@ -9,7 +9,20 @@ namespace clipworks::engine {
 namespace {
 
 constexpr std::size_t packetsUnderWay = 256;
-constexpr std::size_t mixedUnderWay = 64;  // half a megabyte; bridges what a decoder or a stretch makes at once
+
+// Mixing and encoding take turns at being the slower: a stretch takes longer than its encoding, a plain stretch of sound
+// less. Where there are both, mixing may run ahead by a minute or so.
+constexpr std::size_t mixedUnderWay = 64;
+constexpr std::size_t mixedBytesBesideStretches = 16 << 20;
+constexpr std::size_t usualBlock = 1024;  // samples
+
+std::size_t mixedCapacity(const SoundJob& job) {
+  const bool stretches = std::any_of(job.lanes.begin(), job.lanes.end(), [](const SoundLane& lane) {
+    return std::any_of(lane.pieces.begin(), lane.pieces.end(), [](const SoundPiece& piece) { return piece.isStretched(); });
+  });
+  if (!stretches) return mixedUnderWay;
+  return mixedBytesBesideStretches / (usualBlock * sizeof(float) * static_cast<std::size_t>(job.encoder.channels));
+}
 
 /// Carries out a stage, and ends its queue whichever way that went.
 template <class Item, class Stage>
@@ -26,7 +39,7 @@ void carryOut(BoundedQueue<Item>& queue, Stage stage) {
 
 }  // namespace
 
-CodedSound::CodedSound(const SoundJob& job) : job_(job), mixed_(mixedUnderWay), coded_(packetsUnderWay) {}
+CodedSound::CodedSound(const SoundJob& job) : job_(job), mixed_(mixedCapacity(job)), coded_(packetsUnderWay) {}
 
 CodedSound::~CodedSound() { abandon(); }
 

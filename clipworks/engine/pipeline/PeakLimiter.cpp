@@ -6,8 +6,8 @@
 namespace clipworks::engine {
 namespace {
 
-// This near to 1 a gain is inaudible, and becomes 1: going there ends.
-constexpr float nearlyOne = 0.9999F;
+// This near to 1 (0.004 dB) a gain is inaudible, and becomes 1: going there ends.
+constexpr double nearlyOne = 0.9995;
 
 std::size_t samplesOf(double seconds, int sampleRate) {
   return std::max<std::size_t>(1, static_cast<std::size_t>(std::lround(seconds * sampleRate)));
@@ -19,7 +19,7 @@ PeakLimiter::PeakLimiter(int sampleRate, int channels)
     : channels_(static_cast<std::size_t>(channels)),
       lookAhead_(samplesOf(lookAheadSeconds, sampleRate)),
       release_(1.0 - std::exp(-1.0 / static_cast<double>(samplesOf(releaseSeconds, sampleRate)))),
-      gains_(lookAhead_ + 1, 1.0F),
+      gains_(lookAhead_ + 1, 1.0),
       delayed_(lookAhead_ * channels_, 0.0F) {}
 
 /// The least of `wanted` and of what the samples of the look ahead before it wanted.
@@ -32,11 +32,11 @@ float PeakLimiter::leastWanted(float wanted) {
 
 /// The mean of the last gains, `gain` included. All that lay over a peak's sample are at most what it wanted, and so is
 /// their mean.
-double PeakLimiter::averaged(float gain) {
-  float& oldest = gains_[static_cast<std::size_t>(taken_) % gains_.size()];
-  if (oldest < 1.0F) --reduced_;
-  if (gain < 1.0F) ++reduced_;
-  sum_ += static_cast<double>(oldest) - static_cast<double>(gain);
+double PeakLimiter::averaged(double gain) {
+  double& oldest = gains_[static_cast<std::size_t>(taken_) % gains_.size()];
+  if (oldest < 1.0) --reduced_;
+  if (gain < 1.0) ++reduced_;
+  sum_ += oldest - gain;
   oldest = gain;
   if (reduced_ == 0) sum_ = 0;  // what rounding left
   return 1.0 - sum_ / static_cast<double>(gains_.size());
@@ -50,8 +50,8 @@ void PeakLimiter::process(float* samples, std::int64_t count) {
       peak = std::max(peak, std::fabs(samples[channel]));
     }
     const float least = leastWanted(peak > 1.0F ? 1.0F / peak : 1.0F);
-    held_ = std::min(least, static_cast<float>(held_ + (1.0 - held_) * release_));
-    if (held_ > nearlyOne && least >= 1.0F) held_ = 1.0F;
+    held_ = std::min(static_cast<double>(least), held_ + (1.0 - held_) * release_);
+    if (held_ > nearlyOne && least >= 1.0F) held_ = 1.0;
     const double gain = averaged(held_);
 
     float* delayed = delayed_.data() + static_cast<std::size_t>(taken_) % lookAhead_ * channels_;

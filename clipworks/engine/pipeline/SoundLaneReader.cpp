@@ -55,14 +55,20 @@ Expected<std::unique_ptr<SoundLaneReader>> SoundLaneReader::open(const SoundLane
   if (!reader) return tl::make_unexpected(reader.error());
   std::unique_ptr<SoundLaneReader> opened(new SoundLaneReader(lane, std::move(*reader), channels));
   if (auto ready = opened->prepareConverter(sampleRate); !ready) return tl::make_unexpected(ready.error());
-  if (auto cached = opened->cacheIfRepeated(); !cached) return tl::make_unexpected(cached.error());
+  if (auto cached = opened->prepareSource(); !cached) return tl::make_unexpected(cached.error());
   return opened;
 }
 
-Expected<void> SoundLaneReader::cacheIfRepeated() {
+Expected<void> SoundLaneReader::prepareSource() {
+  std::int64_t surroundings = 0;
+  for (const auto& piece : lane_.pieces) {
+    if (piece.isStretched()) surroundings = std::max(surroundings, SoundStretcher::surroundings(piece, reader_.sampleRate()));
+  }
+  if (surroundings > 0) {
+    recent_.emplace(reader_, 2 * surroundings + blockSamples);
+    return {};
+  }
   if (lane_.pieces.size() < 2) return {};
-  // What is stretched reads beyond its piece.
-  if (std::any_of(lane_.pieces.begin(), lane_.pieces.end(), [](const auto& piece) { return piece.isStretched(); })) return {};
   std::int64_t start = INT64_MAX;
   std::int64_t end = INT64_MIN;
   std::int64_t played = 0;
@@ -106,7 +112,9 @@ Expected<void> SoundLaneReader::readSource(std::int64_t position, std::int64_t c
   samples = std::fill_n(samples, before * reader_.channels(), 0.0F);
   position += before;
   count -= before;
-  if (cache_.empty()) return count == 0 ? Expected<void>() : reader_.read(position, count, samples);
+  if (count == 0) return {};
+  if (recent_) return recent_->read(position, count, samples);
+  if (cache_.empty()) return reader_.read(position, count, samples);
   const auto from = cache_.begin() + (position - cacheStart_) * reader_.channels();
   std::copy(from, from + count * reader_.channels(), samples);
   return {};

@@ -2,12 +2,14 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/input/SoundReader.h>
 #include <clipworks/engine/pipeline/ExportJob.h>
+#include <clipworks/engine/pipeline/RecentSound.h>
 #include <clipworks/engine/pipeline/SoundStretcher.h>
 
 namespace clipworks::engine {
@@ -33,12 +35,11 @@ class SoundLaneReader {
  private:
   SoundLaneReader(const SoundLane& lane, SoundReader reader, int channels)
       : lane_(lane), reader_(std::move(reader)), channels_(channels) {}
-  Expected<void> cacheIfRepeated();
+  Expected<void> prepareSource();
   Expected<void> prepareConverter(int sampleRate);
   Expected<void> readSource(std::int64_t position, std::int64_t count, float* samples);
   Expected<void> readPiece(std::int64_t offset, std::int64_t count, float* samples);
   Expected<void> beginPiece(std::size_t index);
-  Expected<void> readSeam(const SoundPiece& before);
   Expected<void> readPlaced(std::int64_t count, std::vector<float>& samples);
 
   const SoundLane& lane_;
@@ -49,7 +50,8 @@ class SoundLaneReader {
   std::size_t begun_ = SIZE_MAX;               // the piece that the members below belong to
   std::unique_ptr<SoundStretcher> stretcher_;  // null when it is not stretched
   std::vector<float> seam_;                    // how it begins, when faded into
-  std::vector<float> cache_;   // of the source, from cacheStart_ on
+  std::optional<RecentSound> recent_;  // where pieces are stretched: they read beyond their ends
+  std::vector<float> cache_;   // where they are not, and play again; of the source, from cacheStart_ on
   std::int64_t cacheStart_ = 0;
   Resampler converter_;        // null when neither rate nor layout changes
   std::vector<float> placed_;  // scratch

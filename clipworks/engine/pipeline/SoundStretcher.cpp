@@ -32,7 +32,7 @@ class PitchKeepingStretcher final : public SoundStretcher {
                  ratio_),
         planes_(channels_),
         planePointers_(channels_) {
-    const auto context = static_cast<std::int64_t>(std::ceil(contextSeconds * sampleRate * std::max(1.0, 1.0 / ratio_)));
+    const std::int64_t context = surroundings(piece, sampleRate);
     next_ = piece.source - context;
     end_ = piece.source + piece.sourceLength + context;
     toDrop_ = std::llround(static_cast<double>(context) * ratio_);
@@ -216,6 +216,11 @@ class PlainStretcher final : public SoundStretcher {
 };
 
 }  // namespace
+
+std::int64_t SoundStretcher::surroundings(const SoundPiece& piece, int sampleRate) {
+  const double pace = std::clamp(1.0 / ratioOf(piece), 1.0, greatestRatio);
+  return static_cast<std::int64_t>(std::ceil(contextSeconds * sampleRate * pace));
+}
 
 std::unique_ptr<SoundStretcher> SoundStretcher::make(const SoundPiece& piece, int sampleRate, int channels,
                                                      ReadSource readSource) {

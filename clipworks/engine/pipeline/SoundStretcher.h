@@ -30,6 +30,9 @@ class SoundStretcher {
   /// the source goes on there at the same pace.
   [[nodiscard]] virtual Expected<void> read(std::int64_t count, float* samples) = 0;
 
+  /// How far before and behind the piece's source it reads, at most; in samples.
+  [[nodiscard]] static std::int64_t surroundings(const SoundPiece& piece, int sampleRate);
+
   static constexpr double greatestRatio = 32;
   static constexpr double leastTail = 0.04;
 

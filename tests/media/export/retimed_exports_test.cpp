@@ -39,10 +39,12 @@ std::shared_ptr<AVMutableComposition> retimed(const BarCodeClip& clip, double ra
   return composition;
 }
 
+/// Where a second of the clip is presented; the stretch's new length is a whole count of the clip's 600ths.
 double mapped(double seconds, double ratio) {
+  const double length = std::round((stretchTo - stretchFrom) * ratio * 600) / 600;
   if (seconds <= stretchFrom) return seconds;
-  if (seconds <= stretchTo) return stretchFrom + (seconds - stretchFrom) * ratio;
-  return seconds + (stretchTo - stretchFrom) * (ratio - 1);
+  if (seconds <= stretchTo) return stretchFrom + (seconds - stretchFrom) * length / (stretchTo - stretchFrom);
+  return seconds - stretchTo + stretchFrom + length;
 }
 
 struct RatioCase {
@@ -67,15 +69,16 @@ TEST_P(RetimedExport, ShowsEachPictureAndPlaysTheSoundWhenTheTimeMapSays) {
   EXPECT_EQ(exported.tracks[0].copied, copied) << exported.tracks[0].remark;
 
   const auto pictures = MediaJudge(output).pictures();
-  if (copied) EXPECT_EQ(pictures.size(), clip.times().size());
+  EXPECT_TRUE(!copied || pictures.size() == clip.times().size()) << pictures.size();
   int last = -1;
   for (const auto& picture : pictures) {
     ASSERT_GT(picture.number, last) << "at " << picture.seconds;
     last = picture.number;
-    const double expected = mapped(clip.times()[static_cast<std::size_t>(last)], ratio);
     // Where the pace changes, a picture that was left out may come late, with the change.
-    if (picture.seconds > expected + 0.002) EXPECT_NEAR(picture.seconds, mapped(stretchTo, ratio), 0.002) << last;
-    else EXPECT_NEAR(picture.seconds, expected, 0.002) << last;
+    const double own = mapped(clip.times()[static_cast<std::size_t>(last)], ratio);
+    const double change = mapped(stretchTo, ratio);
+    const bool isLate = !copied && own < change && std::fabs(picture.seconds - change) < 0.002;
+    EXPECT_NEAR(picture.seconds, isLate ? change : own, 0.002) << last;
   }
   for (std::size_t i = 120; i < pictures.size(); ++i) {
     EXPECT_GT(pictures[i].seconds - pictures[i - 120].seconds, 0.98) << "more than 120 pictures a second";
@@ -95,9 +98,9 @@ TEST_P(RetimedExport, ShowsEachPictureAndPlaysTheSoundWhenTheTimeMapSays) {
   ASSERT_TRUE(lag);
   EXPECT_NEAR(*lag, 0, 0.1) << "after the stretch";
   // Within the stretch each second of the source keeps its pitch, where it is long enough to be heard.
+  if (ratio < 0.5) return;
   for (const double second : {1.6, 2.5, 3.2}) {
-    const int heard = toneSecondAt(sound, mapped(second, ratio) - 0.02);
-    if (ratio >= 0.5) EXPECT_EQ(heard, static_cast<int>(second)) << second;
+    EXPECT_EQ(toneSecondAt(sound, mapped(second, ratio) - 0.02), static_cast<int>(second)) << second;
   }
 }
 
