@@ -41,6 +41,8 @@ class CachedPictureReader {
   [[nodiscard]] Expected<Frame> picture(std::size_t picture, std::span<const std::uint32_t> upcoming = {},
                                         const std::stop_token& stop = {});
 
+  /// How many samples were decoded in all, some of them again.
+  [[nodiscard]] std::int64_t samplesDecoded() const { return decoder_.samplesDecoded(); }
   /// Bytes of pictures in the memory.
   [[nodiscard]] std::size_t bytesKept() const { return bytesKept_; }
 

@@ -100,6 +100,7 @@ Expected<void> PictureDecoder::feed(const IsNotNeeded& isNotNeeded) {
     leftOut_ = true;
     return {};
   }
+  ++samplesDecoded_;
   (*packet)->pos = sample;  // comes back as the picture's pkt_pos
   const int code = avcodec_send_packet(decoder_.get(), packet->get());
   if (code == AVERROR(ENOMEM)) return tl::make_unexpected(libraryError(code, name() + " cannot be decoded"));
