@@ -11,3 +11,4 @@
 #include <clipworks/narration/VideoNarrationUtils.h>
 #include <clipworks/rotate/VideoRotateUtils.h>
 #include <clipworks/speed/VideoSpeedConverter.h>
+#include <clipworks/tophoto/VideoToPhotoUtils.h>

@@ -8,7 +8,7 @@
 #include <tuple>
 #include <utility>
 
-#include <clipworks/engine/input/AccessPoints.h>
+#include <clipworks/engine/input/CodedUnits.h>
 #include <clipworks/engine/input/SampleReader.h>
 #include <clipworks/engine/pipeline/CodedPictures.h>
 #include <clipworks/media/asset/EngineErrors.h>

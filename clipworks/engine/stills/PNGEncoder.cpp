@@ -1,0 +1,119 @@
+#include <clipworks/engine/stills/PNGEncoder.h>
+
+#include <libyuv.h>
+#include <png.h>
+
+#include <array>
+#include <csetjmp>
+#include <cstdio>
+#include <new>
+#include <string>
+
+#include <clipworks/engine/stills/ExifBlock.h>
+#include <clipworks/engine/stills/StillPixels.h>
+
+namespace clipworks::engine {
+namespace {
+
+constexpr int compressionLevel = 3;
+constexpr int filter = PNG_FILTER_AVG;
+constexpr std::size_t compressionBuffer = std::size_t{256} << 10;  // bytes: the length of an IDAT chunk
+
+struct Output {
+  std::vector<std::uint8_t> bytes;
+  std::array<char, 128> words{};  // why it failed
+};
+
+void keep(png_structp context, png_bytep bytes, png_size_t length) {
+  auto* output = static_cast<Output*>(png_get_io_ptr(context));
+  bool isOutOfMemory = false;
+  try {
+    output->bytes.insert(output->bytes.end(), bytes, bytes + length);
+  } catch (const std::bad_alloc&) {
+    isOutOfMemory = true;
+  }
+  if (isOutOfMemory) png_error(context, "out of memory");
+}
+
+void leave(png_structp context, png_const_charp words) {
+  auto* output = static_cast<Output*>(png_get_error_ptr(context));
+  std::snprintf(output->words.data(), output->words.size(), "%s", words);
+  png_longjmp(context, 1);
+}
+
+void keepSilent(png_structp, png_const_charp) {}
+
+struct Input {
+  const AVFrame* planes;                     // GBRP
+  std::uint8_t* row;                         // room for one packed row
+  std::vector<std::uint8_t>* exif;           // may be empty
+  const std::vector<std::uint8_t>* profile;  // empty: sRGB
+};
+
+void writeHeader(png_structp context, png_infop info, const Input& input) {
+  png_set_IHDR(context, info, static_cast<png_uint_32>(input.planes->width), static_cast<png_uint_32>(input.planes->height),
+               8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  if (input.profile->empty()) {
+    png_set_sRGB_gAMA_and_cHRM(context, info, PNG_sRGB_INTENT_PERCEPTUAL);
+  } else {
+    png_set_iCCP(context, info, "ICC profile", PNG_COMPRESSION_TYPE_BASE, input.profile->data(),
+                 static_cast<png_uint_32>(input.profile->size()));
+  }
+  if (!input.exif->empty()) {
+    png_set_eXIf_1(context, info, static_cast<png_uint_32>(input.exif->size()), input.exif->data());
+  }
+  png_write_info(context, info);
+}
+
+void writeRows(png_structp context, const Input& input) {
+  const AVFrame& planes = *input.planes;
+  for (int y = 0; y < planes.height; ++y) {
+    const auto plane = [&](int i) { return planes.data[i] + static_cast<std::ptrdiff_t>(y) * planes.linesize[i]; };
+    libyuv::MergeRGBPlane(plane(2), 0, plane(0), 0, plane(1), 0, input.row, 0, planes.width, 1);
+    png_write_row(context, input.row);
+  }
+}
+
+/// Between `setjmp` and its return only plain values live. False with words in `output` when libpng failed.
+bool compress(const Input& input, Output& output) {
+  png_structp context = png_create_write_struct(PNG_LIBPNG_VER_STRING, &output, leave, keepSilent);
+  png_infop info = context != nullptr ? png_create_info_struct(context) : nullptr;
+  if (info == nullptr) {
+    png_destroy_write_struct(&context, nullptr);
+    return false;
+  }
+  if (setjmp(png_jmpbuf(context)) != 0) {
+    png_destroy_write_struct(&context, &info);
+    return false;
+  }
+  png_set_write_fn(context, &output, keep, nullptr);
+  png_set_compression_level(context, compressionLevel);
+  png_set_filter(context, PNG_FILTER_TYPE_BASE, filter);
+  png_set_compression_buffer_size(context, compressionBuffer);
+  writeHeader(context, info, input);
+  writeRows(context, input);
+  png_write_end(context, info);
+  png_destroy_write_struct(&context, &info);
+  return true;
+}
+
+}  // namespace
+
+Expected<std::vector<std::uint8_t>> encodePNG(const StillImage& still) {
+  if (auto fit = checkStill(*still.frame); !fit) return tl::make_unexpected(fit.error());
+  auto profile = profileFor(*still.frame);
+  if (!profile) return profile;
+  auto planes = planarRGB(still.frame);
+  if (!planes) return tl::make_unexpected(planes.error());
+  auto exif = exifBlock(still);
+  if (!exif) return exif;
+
+  std::vector<std::uint8_t> row(static_cast<std::size_t>(still.frame->width) * 3);
+  Output output;
+  if (!compress(Input{planes->get(), row.data(), &*exif, &*profile}, output)) {
+    return failed(ErrorKind::internal, std::string("the picture cannot be encoded as PNG: ") + output.words.data());
+  }
+  return std::move(output.bytes);
+}
+
+}  // namespace clipworks::engine

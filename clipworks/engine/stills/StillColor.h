@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include <clipworks/engine/Error.h>
+#include <clipworks/engine/Handles.h>
+
+namespace clipworks::engine {
+
+/// Whose red, green and blue a still's pixels mean.
+///
+/// All stills are read as sRGB would be. The curve of video (BT.709's) is not converted to that of sRGB, and the
+/// primaries of BT.601 count as those of BT.709: players show video that way, and a still shall look like its video.
+/// Wider primaries keep their numbers and get a profile, so that nothing is clipped and every colour is right.
+enum class StillGamut { sRGB, displayP3, bt2020 };
+
+[[nodiscard]] StillGamut gamutOf(const AVFrame& frame);
+
+/// The ICC profile (version 4) that a still's file needs: the picture's gamut with sRGB's curve, the same bytes every
+/// time. Empty for sRGB.
+[[nodiscard]] Expected<std::vector<std::uint8_t>> profileFor(const AVFrame& frame);
+
+/// What the samples of a YUV picture mean, with nothing left open.
+struct YUVMeaning {
+  /// As in ITU-T H.273; one that this engine converts.
+  AVColorSpace matrix = AVCOL_SPC_BT709;
+  bool isFullRange = false;
+  AVChromaLocation chromaLocation = AVCHROMA_LOC_LEFT;
+};
+
+/// Untagged pictures count as BT.709 from 720 lines on and as BT.601 below, in video range.
+[[nodiscard]] YUVMeaning meaningOf(const AVFrame& frame);
+
+/// The same format without a range in its name: the range of `yuvj420p` and its like is a field of `YUVMeaning`.
+[[nodiscard]] AVPixelFormat formatWithoutRange(const AVFrame& frame);
+
+}  // namespace clipworks::engine
