@@ -30,6 +30,13 @@ Outcome applyCodec(CodecChoice choice, const std::filesystem::path& firstInput) 
 
 }  // namespace
 
+Outcome EditingCommand::checkPictures(const std::filesystem::path& file, const std::string& work) {
+  const auto asset = AVAsset::make(URL(file));
+  if (asset->tracks().empty()) return failed(asset->loadError());
+  if (!asset->tracks(AVMediaTypeVideo).empty()) return {};
+  return failed(file.filename().string() + " has no video track; " + work + " needs one");
+}
+
 Outcome EditingCommand::run(const Program& program) {
   if (const Outcome checked = check(); !checked) return checked;
   if (const Outcome applied = applyCodec(program.options.codec, inputs().front()); !applied) return applied;

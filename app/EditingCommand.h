@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 #include <vector>
 
 #include <app/Command.h>
@@ -19,6 +20,8 @@ class EditingCommand : public Command {
   [[nodiscard]] virtual std::vector<std::filesystem::path> inputs() const = 0;
   /// Finds wrong use and unsuitable files, by looking only; nothing has been made yet.
   [[nodiscard]] virtual Outcome check() = 0;
+  /// Fails in words when `file` cannot be read or has no pictures, which `work` ("cropping it") needs.
+  [[nodiscard]] static Outcome checkPictures(const std::filesystem::path& file, const std::string& work);
   /// Runs the operation and delivers its files.
   [[nodiscard]] virtual Outcome edit(Workbench& bench) = 0;
 };

@@ -8,4 +8,5 @@
 #include <clipworks/foundation/VideoCompressorPreset.h>
 #include <clipworks/looper/VideoLooperUtils.h>
 #include <clipworks/media/dispatch/DispatchQueue.h>
+#include <clipworks/rotate/VideoRotateUtils.h>
 #include <clipworks/tophoto/VideoToPhotoUtils.h>

@@ -2,10 +2,6 @@
 
 #include <sstream>
 
-#include <nlohmann/json.hpp>
-
-#include <tests/support/BarCodeClip.h>
-
 namespace clipworks::test {
 
 Arguments clipworksCommand(const Arguments& arguments) {
@@ -37,12 +33,12 @@ std::set<std::string> namesIn(const std::filesystem::path& directory) {
   return names;
 }
 
-std::filesystem::path slowClip() {
-  ClipOptions options;
-  options.width = 1280;
-  options.height = 720;
-  options.frames = 300;
-  return BarCodeClip(options).path();
+std::filesystem::path soundAlone() {
+  return BarCodeClip({.frames = 0, .channels = 1, .audioSeconds = 2, .extension = ".m4a"}).path();
 }
+
+std::filesystem::path silentClip() { return BarCodeClip({.audioCodec = ""}).path(); }
+
+std::filesystem::path slowClip() { return BarCodeClip({.width = 1280, .height = 720, .frames = 300}).path(); }
 
 }  // namespace clipworks::test

@@ -5,9 +5,13 @@
 #include <string>
 #include <vector>
 
-#include <nlohmann/json_fwd.hpp>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
+#include <tests/support/BarCodeClip.h>
 #include <tests/support/RunProgram.h>
+#include <tests/support/TemporaryDirectory.h>
 
 namespace clipworks::test {
 
@@ -27,6 +31,10 @@ ProgramResult runClipworks(const Arguments& arguments, ProgramOptions options = 
 
 /// The names in a directory, hidden ones too.
 [[nodiscard]] std::set<std::string> namesIn(const std::filesystem::path& directory);
+
+/// A clip without pictures, and one without sound.
+[[nodiscard]] std::filesystem::path soundAlone();
+[[nodiscard]] std::filesystem::path silentClip();
 
 /// A clip whose loop as HEVC takes many seconds to encode.
 [[nodiscard]] std::filesystem::path slowClip();

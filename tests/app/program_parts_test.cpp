@@ -29,13 +29,6 @@ TEST(AwaitedCompletion, SeesThatItWillNeverCome) {
   EXPECT_EQ(awaited.value(), std::nullopt);
 }
 
-TEST(AwaitedCompletion, KeepsWhatItWasCalledWith) {
-  Awaited<int> awaited;
-  std::thread([closure = awaited.closure()] { closure(7); }).join();
-  EXPECT_TRUE(DispatchQueue::main().runOne(std::chrono::seconds(10))) << "the main queue was not woken";
-  EXPECT_EQ(awaited.value(), 7);
-}
-
 TEST(MovingIntoPlace, ReplacesOldResultsButNeverAnInput) {
   const TemporaryDirectory directory;
   std::ofstream(directory.file("a.mp4")) << "old";

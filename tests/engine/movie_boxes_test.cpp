@@ -4,9 +4,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <cctype>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -16,8 +14,8 @@
 #include <utility>
 #include <vector>
 
-#include <clipworks/engine/boxes/FourCC.h>
 #include <clipworks/engine/Limits.h>
+#include <clipworks/engine/boxes/FourCC.h>
 #include <clipworks/engine/boxes/MovieBoxes.h>
 
 namespace clipworks::engine {
@@ -31,9 +29,7 @@ using testing::ElementsAre;
 /// A big-endian number of `bytes` bytes; negative ones in two's complement.
 std::string number(std::uint64_t value, int bytes) {
   std::string text;
-  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) {
-    text += static_cast<char>(value >> shift & 0xff);
-  }
+  for (int shift = 8 * (bytes - 1); shift >= 0; shift -= 8) text += static_cast<char>(value >> shift & 0xff);
   return text;
 }
 std::string u32(std::uint64_t value) { return number(value, 4); }
@@ -136,9 +132,7 @@ Expected<MovieBoxes> readBytes(const std::string& file) { return readMovieBoxes(
 std::vector<std::pair<std::uint32_t, std::int64_t>> pairs(const std::vector<MovieBoxes::Run>& runs) {
   std::vector<std::pair<std::uint32_t, std::int64_t>> result;
   result.reserve(runs.size());
-  for (const auto& run : runs) {
-    result.emplace_back(run.count, run.value);
-  }
+  for (const auto& run : runs) result.emplace_back(run.count, run.value);
   return result;
 }
 
@@ -165,13 +159,11 @@ TEST_P(MovieBoxesOfVersion, AreReadInFull) {
   EXPECT_EQ(track.height, 1080U << 16);
   EXPECT_EQ(track.mediaTimescale, 17594U);
   EXPECT_EQ(track.mediaDuration, 88000U);
-  ASSERT_EQ(track.edits.size(), 2U);
-  EXPECT_EQ(track.edits[0].duration, 226U);
-  EXPECT_EQ(track.edits[0].mediaTime, -1);
-  EXPECT_EQ(track.edits[0].rate, 1 << 16);
-  EXPECT_EQ(track.edits[1].duration, 5002U);
-  EXPECT_EQ(track.edits[1].mediaTime, 4000);
-  EXPECT_EQ(track.edits[1].rate, 0);
+  std::vector<std::array<std::int64_t, 3>> edits;
+  for (const auto& edit : track.edits) {
+    edits.push_back({static_cast<std::int64_t>(edit.duration), edit.mediaTime, edit.rate});
+  }
+  EXPECT_THAT(edits, ElementsAre(std::array{226L, -1L, 65536L}, std::array{5002L, 4000L, 0L}));
   EXPECT_EQ(track.sampleDescriptions, 2U);
   EXPECT_THAT(pairs(track.sampleLengths), ElementsAre(std::pair(40, 25), std::pair(2, 0x80000000)));
   EXPECT_THAT(pairs(track.pictureOffsets), ElementsAre(std::pair(1, 75), std::pair(41, -50)));
@@ -191,27 +183,18 @@ struct FileCase {
   std::string file;
   std::optional<ErrorKind> error = {};
   bool fragmented = false;
-  std::size_t tracks = 1;
 };
 void PrintTo(const FileCase& c, std::ostream* out) { *out << c.name; }
 
-std::string nameOfCase(const auto& info) {
-  std::string name = info.param.name;
-  std::replace_if(
-      name.begin(), name.end(), [](unsigned char c) { return std::isalnum(c) == 0; }, '_');
-  return name;
-}
-
 std::string repeated(const std::string& piece, std::size_t times) {
   std::string result;
-  for (std::size_t i = 0; i < times; ++i) {
-    result += piece;
-  }
+  for (std::size_t i = 0; i < times; ++i) result += piece;
   return result;
 }
 
 const std::string plainMovie = movieHeader() + track(sampleTables());
 const std::string mediaData = box("mdat", "pictures");
+std::string movieWithTables(const std::string& tables) { return box("moov", movieHeader() + track(tables)); }
 
 class MovieBoxesInFile : public testing::TestWithParam<FileCase> {};
 
@@ -221,7 +204,6 @@ TEST_P(MovieBoxesInFile, AreFoundOrRefused) {
   if (movie) {
     EXPECT_EQ(movie->duration, 3623U);
     EXPECT_EQ(movie->fragmented, GetParam().fragmented);
-    EXPECT_EQ(movie->tracks.size(), GetParam().tracks);
   } else {
     EXPECT_FALSE(movie.error().sentence.empty());
   }
@@ -229,54 +211,33 @@ TEST_P(MovieBoxesInFile, AreFoundOrRefused) {
 
 INSTANTIATE_TEST_SUITE_P(
     Places, MovieBoxesInFile,
-    testing::Values(FileCase{"index first", fileType + box("moov", plainMovie) + mediaData},
-                    FileCase{"index last", fileType + box("wide", "") + mediaData + box("moov", plainMovie)},
-                    FileCase{"index with a 64 bit size",
-                             boxOf64BitSize("mdat", "x") + boxOf64BitSize("moov", plainMovie)},
-                    FileCase{"index to the end of the file", fileType + boxToTheEnd("moov", plainMovie)},
-                    FileCase{"index before cut off media", box("moov", plainMovie) + boxClaiming(9000, "mdat", "x")},
-                    FileCase{"the first of two indexes", box("moov", plainMovie) + box("moov", movieHeader(0, 1))},
-                    FileCase{"fragment behind", box("moov", plainMovie) + mediaData + box("moof", ""), {}, true},
-                    FileCase{"fragment before", box("moof", "") + box("moov", plainMovie), {}, true},
-                    FileCase{"no tracks", box("moov", movieHeader()), {}, false, 0},
-                    FileCase{"trailing bytes too short for a box", box("moov", plainMovie) + "1234567"}),
-    nameOfCase<testing::TestParamInfo<FileCase>>);
-
-INSTANTIATE_TEST_SUITE_P(
-    Refused, MovieBoxesInFile,
     testing::Values(
-        FileCase{"empty file", "", ErrorKind::notMedia},
-        FileCase{"text", "To whom it may concern: this is a letter.", ErrorKind::notMedia},
+        FileCase{"index last", fileType + box("wide", "") + mediaData + box("moov", plainMovie) + "1234567"},
+        FileCase{"64 bit sizes", boxOf64BitSize("mdat", "x") + boxOf64BitSize("moov", plainMovie)},
+        FileCase{"index to the end of the file", fileType + boxToTheEnd("moov", plainMovie)},
+        FileCase{"index before cut off media", box("moov", plainMovie) + boxClaiming(9000, "mdat", "x")},
+        FileCase{"the first of two indexes", box("moov", plainMovie) + box("moov", movieHeader(0, 1))},
+        FileCase{"fragment behind", box("moov", plainMovie) + mediaData + box("moof", ""), {}, true},
         FileCase{"no index", fileType + mediaData, ErrorKind::notMedia},
-        FileCase{"media to the end hides what follows", boxToTheEnd("mdat", box("moov", plainMovie)),
+        FileCase{"media to the end", boxToTheEnd("mdat", box("moov", plainMovie)), ErrorKind::notMedia},
+        FileCase{"a size that leads back", fileType + u32(1) + "free" + u64(-12) + box("moov", plainMovie),
                  ErrorKind::notMedia},
-        FileCase{"box whose size leads back to the start",
-                 fileType + u32(1) + "free" + u64(-12) + box("moov", plainMovie), ErrorKind::notMedia},
-        FileCase{"endless boxes before the index", repeated(box("free", ""), 5000) + box("moov", plainMovie),
-                 ErrorKind::tooLarge},
+        FileCase{"endless boxes", repeated(box("free", ""), 5000) + box("moov", plainMovie), ErrorKind::tooLarge},
         FileCase{"index smaller than its head", boxClaiming(7, "moov", plainMovie), ErrorKind::damaged},
         FileCase{"index longer than the file", boxClaiming(0x7fffffff, "moov", plainMovie), ErrorKind::damaged},
-        FileCase{"empty index", box("moov", ""), ErrorKind::damaged},
         FileCase{"no movie header", box("moov", track("")), ErrorKind::damaged},
-        FileCase{"cut off movie header", box("moov", fullBox("mvhd", u64(0) + u32(600) + "abc")), ErrorKind::damaged},
         FileCase{"movie header of version 2", box("moov", movieHeader(2)), ErrorKind::damaged},
         FileCase{"compressed index", box("moov", box("cmov", "x")), ErrorKind::unsupported},
         FileCase{"65 tracks", box("moov", movieHeader() + repeated(track(""), 65)), ErrorKind::tooLarge},
-        FileCase{
-            "too many edits",
-            box("moov",
-                movieHeader() +
-                    track("", box("edts", fullBox("elst", u32(100'001) + std::string(std::size_t{12} * 100'001, 0))))),
-            ErrorKind::tooLarge},
-        FileCase{
-            "too many samples by their lengths",
-            box("moov", movieHeader() + track(fullBox("stts", u32(2) + u32(20'000'000) + u32(1) + u32(1) + u32(1)))),
-            ErrorKind::tooLarge},
-        FileCase{"too many samples by picture offsets",
-                 box("moov", movieHeader() + track(fullBox("ctts", u32(1) + u32(-1) + u32(0)))), ErrorKind::tooLarge},
-        FileCase{"too many samples by their sizes",
-                 box("moov", movieHeader() + track(fullBox("stsz", u32(8) + u32(20'000'001)))), ErrorKind::tooLarge}),
-    nameOfCase<testing::TestParamInfo<FileCase>>);
+        FileCase{"too many edits",
+                 box("moov",
+                     movieHeader() + track("", box("edts", fullBox("elst", u32(100'001) + std::string(1'200'012, 0))))),
+                 ErrorKind::tooLarge},
+        FileCase{"too many lengths",
+                 movieWithTables(fullBox("stts", u32(2) + u32(20'000'000) + u32(1) + u32(1) + u32(1))),
+                 ErrorKind::tooLarge},
+        FileCase{"too many offsets", movieWithTables(fullBox("ctts", u32(1) + u32(-1) + u32(0))), ErrorKind::tooLarge},
+        FileCase{"too many sizes", movieWithTables(fullBox("stsz", u32(8) + u32(20'000'001))), ErrorKind::tooLarge}));
 
 struct TrackCase {
   std::string name;
@@ -319,7 +280,6 @@ const std::string oneEdit = u32(1) + u32(2) + u32(0x10000);
 INSTANTIATE_TEST_SUITE_P(
     Tracks, OddTrack,
     testing::Values(
-        TrackCase{"empty", box("trak", "")},
         TrackCase{"huge counts in tiny boxes",
                   track(hugeCounts, box("edts", fullBox("elst", u32(-1) + oneEdit + u64(0)))), 1, 1, 2, 1, 1, 2},
         TrackCase{"tables without a count", track(fullBox("stts", "") + fullBox("stss", "ab") + box("stsz", "") +
@@ -328,20 +288,13 @@ INSTANTIATE_TEST_SUITE_P(
         TrackCase{"sizes to the end of the parent",
                   boxToTheEnd("trak", boxToTheEnd("mdia", boxToTheEnd("minf", boxToTheEnd("stbl", sampleTables())))), 2,
                   2, 2, 2},
-        TrackCase{"boxes with 64 bit sizes",
-                  boxOf64BitSize("trak",
-                                 box("mdia", box("minf", box("stbl", boxOf64BitSize("stts", u32(0) + u32(1) + run))))),
-                  0, 1},
         TrackCase{"64 bit size smaller than its head", track(u32(1) + "free" + u64(15) + sampleTables())},
         TrackCase{"the first of boxes that occur twice",
                   track(fullBox("stts", u32(1) + run) + sampleTables(), box("edts", "") + editList()), 2, 1, 2, 2, 0},
-        TrackCase{"tables in the wrong place", box("trak", sampleTables() + box("mdia", sampleTables()))},
         TrackCase{"edits of an unknown version", track("", box("edts", fullBox("elst", u32(1) + oneEdit, 2)))},
         TrackCase{"sizes of 4 bits", track(fullBox("stz2", u32(4) + u32(5) + "abc")), 5},
         TrackCase{"sizes of 16 bits that are cut off", track(fullBox("stz2", u32(16) + u32(5) + "abcde")), 2},
-        TrackCase{"sizes of no bits", track(fullBox("stz2", u32(0) + u32(5) + "abc"))},
-        TrackCase{"samples of one size", track(fullBox("stsz", u32(8) + u32(20'000'000))), 20'000'000}),
-    nameOfCase<testing::TestParamInfo<TrackCase>>);
+        TrackCase{"sizes of no bits", track(fullBox("stz2", u32(0) + u32(5) + "abc"))}));
 
 TEST(MovieBoxesReader, TakesAnUnknownDurationForNone) {
   EXPECT_EQ(readBytes(box("moov", movieHeader(0, 0xffffffff)))->duration, 0U);
@@ -349,56 +302,20 @@ TEST(MovieBoxesReader, TakesAnUnknownDurationForNone) {
   EXPECT_EQ(readBytes(box("moov", movieHeader(1, std::uint64_t(-1))))->duration, 0U);
 }
 
-TEST(MovieBoxesReader, TakesMatrixAndSizeOnlyTogether) {
-  const std::string cutOff = fullBox("tkhd", u64(0) + u32(42) + u64(0) + std::string(16, 0) + quarterTurn + u32(1920));
-  const auto movie = readBytes(box("moov", movieHeader() + box("trak", cutOff)));
-  ASSERT_TRUE(movie);
-  EXPECT_EQ(movie->tracks[0].id, 42U);
-  EXPECT_THAT(movie->tracks[0].matrix, testing::Each(0));
-  EXPECT_EQ(movie->tracks[0].width, 0U);
-}
-
-struct GaplessCase {
-  std::string name;
-  std::string moov;
-  bool found = true;
-};
-void PrintTo(const GaplessCase& c, std::ostream* out) { *out << c.name; }
-
-class GaplessTag : public testing::TestWithParam<GaplessCase> {};
-
-TEST_P(GaplessTag, IsFoundWhereItMayLie) {
-  const auto movie = readBytes(box("moov", movieHeader() + GetParam().moov));
-  ASSERT_TRUE(movie);
-  ASSERT_EQ(movie->gapless.has_value(), GetParam().found);
-  if (movie->gapless) {
-    EXPECT_EQ(movie->gapless->delay, 2112U);
-    EXPECT_EQ(movie->gapless->samples, 4141558U);
+TEST(GaplessTag, IsFoundWhereItMayLieAndOnlyWhole) {
+  const auto isFound = [](const std::string& boxes) {
+    return readBytes(box("moov", movieHeader() + boxes))->gapless.has_value();
+  };
+  const auto tag = [](const std::string& text) { return box("meta", u32(0) + box("ilst", gaplessItem(text))); };
+  EXPECT_TRUE(isFound(box("trak", box("udta", box("meta", u32(0) + gaplessList)))));
+  EXPECT_TRUE(isFound(box("udta", box("meta", box("hdlr", "x") + gaplessList)))) << "the QuickTime way";
+  EXPECT_TRUE(isFound(box("meta", u32(0) + box("ilst", gaplessItem("none") + gaplessItem(gaplessText)))));
+  EXPECT_TRUE(isFound(tag("0 840 1ca 3F31F6"))) << "ending with the samples";
+  for (const char* text : {"", "0 840 1ca ", "0 84g 1ca 3F31F6", "0 -840 1ca 3F31F6", "0 100000840 1ca 3F31F6"}) {
+    EXPECT_FALSE(isFound(tag(text))) << text;
   }
+  EXPECT_FALSE(isFound(box("meta", "")));
 }
-
-std::string movieTag(const std::string& text) { return box("meta", u32(0) + box("ilst", gaplessItem(text))); }
-
-INSTANTIATE_TEST_SUITE_P(
-    Tags, GaplessTag,
-    testing::Values(GaplessCase{"in the index", box("meta", u32(0) + gaplessList)},
-                    GaplessCase{"in a track", box("trak", box("udta", box("meta", u32(0) + gaplessList)))},
-                    GaplessCase{"the QuickTime way", box("udta", box("meta", box("hdlr", "x") + gaplessList))},
-                    GaplessCase{"behind one that cannot be read",
-                                box("meta", u32(0) + box("ilst", gaplessItem("none") + gaplessItem(gaplessText)))},
-                    GaplessCase{"ending with the samples", movieTag("0 840 1ca 3F31F6")},
-                    GaplessCase{
-                        "of another name",
-                        box("meta", u32(0) + box("ilst", box("----", fullBox("name", "iTunNORM") +
-                                                                         fullBox("data", u32(0) + gaplessText)))),
-                        false},
-                    GaplessCase{"without text", movieTag(""), false},
-                    GaplessCase{"too few numbers", movieTag("0 840 1ca "), false},
-                    GaplessCase{"no hexadecimal digits", movieTag("0 84g 1ca 3F31F6"), false},
-                    GaplessCase{"a negative delay", movieTag("0 -840 1ca 3F31F6"), false},
-                    GaplessCase{"a delay of 33 bits", movieTag("0 100000840 1ca 3F31F6"), false},
-                    GaplessCase{"an empty meta", box("meta", ""), false}),
-    nameOfCase<testing::TestParamInfo<GaplessCase>>);
 
 // The sanitizers judge the next two; without them they still show that reading ends.
 TEST(HostileMovieBoxes, EndWhereverTheyAreCutOff) {
@@ -428,14 +345,16 @@ TEST(HostileMovieBoxes, EndWhicheverByteIsWrong) {
   }
 }
 
-TEST(MovieBoxesReader, ReadsAnIndexBehindFourGibibytes) {
+TEST(MovieBoxesReader, ReadsAnIndexBehindFourGibibytesAndLeavesTheOffsetAlone) {
   const off_t mediaBytes = off_t{5} << 30;
   const TestFile file(box("moov", plainMovie), mediaBytes);  // sparse
   const std::string head = u32(1) + "mdat" + u64(static_cast<std::uint64_t>(mediaBytes));
   ASSERT_EQ(::pwrite(file.fd(), head.data(), head.size(), 0), static_cast<ssize_t>(head.size()));
+  ASSERT_EQ(::lseek(file.fd(), 5, SEEK_SET), 5);
   const auto movie = readMovieBoxes(file.fd());
   ASSERT_TRUE(movie) << movie.error().sentence;
   EXPECT_EQ(movie->tracks.size(), 1U);
+  EXPECT_EQ(::lseek(file.fd(), 0, SEEK_CUR), 5);
 }
 
 TEST(MovieBoxesReader, RefusesAnIndexBeyondTheLimit) {
@@ -447,37 +366,20 @@ TEST(MovieBoxesReader, RefusesAnIndexBeyondTheLimit) {
   EXPECT_EQ(movie.error().kind, ErrorKind::tooLarge);
 }
 
-TEST(MovieBoxesReader, LeavesTheOffsetOfTheFileAlone) {
-  const TestFile file(fileType + box("moov", plainMovie));
-  ASSERT_EQ(::lseek(file.fd(), 5, SEEK_SET), 5);
-  ASSERT_TRUE(readMovieBoxes(file.fd()));
-  EXPECT_EQ(::lseek(file.fd(), 0, SEEK_CUR), 5);
-}
-
 TEST(MovieBoxesReader, ReportsWhatTheSystemSays) {
-  const auto errorOf = [](int fd) {
-    const auto movie = readMovieBoxes(fd);
-    return movie ? Error{} : movie.error();
-  };
-  EXPECT_EQ(errorOf(-1).kind, ErrorKind::unreadable);
-  EXPECT_EQ(errorOf(-1).posixCode, EBADF);
-
+  const int directory = ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   std::array<int, 2> pipe{};
   ASSERT_EQ(::pipe(pipe.data()), 0);
-  EXPECT_EQ(errorOf(pipe[0]).kind, ErrorKind::unreadable);
-  EXPECT_EQ(errorOf(pipe[0]).posixCode, ESPIPE);
-  ::close(pipe[0]);
-  ::close(pipe[1]);
-
-  const int directory = ::open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  EXPECT_EQ(errorOf(directory).posixCode, EISDIR);
-  ::close(directory);
-
   const TestFile file(box("moov", plainMovie));
   const int writeOnly = ::open(("/proc/self/fd/" + std::to_string(file.fd())).c_str(), O_WRONLY | O_CLOEXEC);
-  EXPECT_EQ(errorOf(writeOnly).kind, ErrorKind::unreadable);
-  EXPECT_EQ(errorOf(writeOnly).posixCode, EBADF);
-  ::close(writeOnly);
+  const std::pair<int, int> cases[] = {{-1, EBADF}, {directory, EISDIR}, {pipe[0], ESPIPE}, {writeOnly, EBADF}};
+  for (const auto& [fd, code] : cases) {
+    const auto movie = readMovieBoxes(fd);
+    ASSERT_FALSE(movie);
+    EXPECT_EQ(movie.error().kind, ErrorKind::unreadable);
+    EXPECT_EQ(movie.error().posixCode, code);
+  }
+  for (const int fd : {directory, pipe[0], pipe[1], writeOnly}) ::close(fd);
 }
 
 }  // namespace

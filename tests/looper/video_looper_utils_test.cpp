@@ -2,12 +2,12 @@
 
 #include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <regex>
 #include <string>
 #include <thread>
-#include <type_traits>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -20,7 +20,6 @@
 #include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
 #include <tests/support/PrintedLinesCapture.h>
-#include <tests/support/SmallFileSystem.h>
 #include <tests/support/TemporaryDirectory.h>
 
 namespace clipworks::test {
@@ -58,8 +57,9 @@ class Looper : public testing::Test {
     return results.empty() || !results.front() ? nullptr : *results.front();
   }
 
-  /// Exports and pumps the main queue until the result comes.
-  static std::optional<ExportResult> exportLoop(VideoLooperUtils& looper) {
+  /// Exports, lets `meanwhile` happen, and pumps the main queue until the result comes.
+  static std::optional<ExportResult> exportLoop(
+      VideoLooperUtils& looper, const std::function<void()>& meanwhile = [] {}) {
     std::optional<ExportResult> got;
     std::thread::id calledOn;
     looper.exportCurrentComposition([&](const ExportResult& result) {
@@ -68,6 +68,7 @@ class Looper : public testing::Test {
       calledOn = std::this_thread::get_id();
     });
     EXPECT_FALSE(got) << "not before the call returns";
+    meanwhile();
     EXPECT_TRUE(DispatchQueue::main().runOne(patience)) << "no result came to the main queue";
     EXPECT_EQ(calledOn, std::this_thread::get_id());
     return got;
@@ -76,8 +77,6 @@ class Looper : public testing::Test {
   TemporaryDirectory outputs_;
 };
 
-static_assert(!std::is_default_constructible_v<VideoLooperUtils>);
-
 TEST_F(Looper, PlacesTheCopiesAtMultiplesOfTheLength) {
   const auto looper = VideoLooperUtils::make(URL(clip(90).path()));
   EXPECT_EQ(looper->composition(), nullptr);
@@ -85,7 +84,6 @@ TEST_F(Looper, PlacesTheCopiesAtMultiplesOfTheLength) {
   ASSERT_NE(composition, nullptr);
   EXPECT_EQ(looper->composition(), composition);
   ASSERT_EQ(composition->compositionTracks().size(), 2U);
-  EXPECT_EQ(composition->compositionTracks()[0]->mediaType(), AVMediaType::video);
   EXPECT_EQ(composition->compositionTracks()[1]->mediaType(), AVMediaType::audio);
   EXPECT_EQ(composition->compositionTracks()[0]->preferredTransform(), (CGAffineTransform{0, 1, -1, 0, 90, 0}));
   EXPECT_EQ(composition->duration(), CMTime(4500, 600));
@@ -100,29 +98,20 @@ TEST_F(Looper, PlacesTheCopiesAtMultiplesOfTheLength) {
   }
 }
 
-TEST_F(Looper, OneCopyIsAsLongAsTheVideo) {
-  const auto composition = createLoop(*VideoLooperUtils::make(URL(clip().path())), 1);
-  ASSERT_NE(composition, nullptr);
-  EXPECT_EQ(composition->duration(), CMTime(1500, 600));
-}
-
 TEST_F(Looper, ExportsTwiceToTwoFilesOfNewNames) {
   const PrintedLinesCapture printed;
   const auto looper = VideoLooperUtils::make(URL(clip(90).path()));
   ASSERT_NE(createLoop(*looper, 3), nullptr);
-  std::vector<fs::path> paths;
-  for (int i = 0; i < 2; ++i) {
+  const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}\\.mp4");
+  for (int i = 1; i <= 2; ++i) {
     const auto result = exportLoop(*looper);
     ASSERT_TRUE(result && *result);
-    paths.push_back((*result)->path());
-    EXPECT_THAT(printed.lines(), SizeIs(i + 1)) << "one line for each export";
+    const fs::path path = (*result)->path();
+    EXPECT_THAT(printed.lines(), SizeIs(i)) << "one line for each export";
     EXPECT_THAT(printed.lines().back(), MatchesRegex("Current capacity: [1-9][0-9]*"));
-  }
-  EXPECT_NE(paths[0], paths[1]);
-  const std::regex uuid("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}\\.mp4");
-  for (const auto& path : paths) {
     EXPECT_EQ(path.parent_path(), outputs_.path());
     EXPECT_TRUE(std::regex_match(path.filename().string(), uuid)) << path;
+    EXPECT_EQ(std::distance(fs::directory_iterator(outputs_.path()), {}), i);
     const MediaJudge output(path);
     EXPECT_EQ(output.stream("video").codec, "hevc");
     EXPECT_EQ(output.stream("video").rotation, 90);
@@ -144,7 +133,8 @@ TEST_F(Looper, ACountOfZeroGivesAnEmptyCompositionThatDoesNotExport) {
   ASSERT_TRUE(result);
   ASSERT_FALSE(*result);
   EXPECT_EQ(result->error(), VideoLooperError::generic);
-  EXPECT_THAT(printed.lines(), ElementsAre(StartsWith("Current capacity: "), MatchesRegex("FAILED: Optional\\(.+\\)")));
+  EXPECT_THAT(printed.lines(),
+              ElementsAre(StartsWith("Current capacity: "), MatchesRegex("FAILED: Optional\\(.*Code=-[0-9]+ .*\\)")));
   EXPECT_TRUE(fs::is_empty(outputs_.path()));
 }
 
@@ -178,38 +168,20 @@ TEST_F(Looper, ACancelledExportFailsWithoutALine) {
   const PrintedLinesCapture printed;
   const auto looper = VideoLooperUtils::make(URL(clip().path()));
   ASSERT_NE(createLoop(*looper, 200), nullptr);
-  std::optional<ExportResult> got;
-  looper->exportCurrentComposition([&](const ExportResult& result) { got = result; });
-  for (const auto& session : AVAssetExportSession::liveSessions()) session->cancelExport();
-  ASSERT_TRUE(DispatchQueue::main().runOne(patience)) << "no result came to the main queue";
+  const auto got = exportLoop(*looper, [] {
+    for (const auto& session : AVAssetExportSession::liveSessions()) session->cancelExport();
+  });
   ASSERT_TRUE(got);
   EXPECT_FALSE(*got);
   EXPECT_THAT(printed.lines(), ElementsAre(StartsWith("Current capacity: ")));
   EXPECT_TRUE(fs::is_empty(outputs_.path()));
 }
 
-TEST_F(Looper, AnExportThatFailsSaysWhy) {
-  const SmallFileSystem small(16);
-  if (!small.isMounted()) GTEST_SKIP() << small.whyNot();
-  FileSystem::shared().setOutputsURL(URL(small.path()));
-  const PrintedLinesCapture printed;
-  const auto looper = VideoLooperUtils::make(URL(clip().path()));
-  ASSERT_NE(createLoop(*looper, 3), nullptr);
-  const auto result = exportLoop(*looper);
-  ASSERT_TRUE(result);
-  EXPECT_FALSE(*result);
-  EXPECT_THAT(printed.lines(),
-              ElementsAre(StartsWith("Current capacity: "), MatchesRegex("FAILED: Optional\\(.*Code=-11807 .*\\)")));
-}
-
 TEST_F(Looper, ExportsWhatTheHostPlacesThereAndNeedsNotLiveOn) {
   const PrintedLinesCapture printed;
   auto looper = VideoLooperUtils::make(URL("/nowhere/clip.mp4"));
   looper->setComposition(createLoop(*VideoLooperUtils::make(URL(clip().path())), 2));
-  std::optional<ExportResult> got;
-  looper->exportCurrentComposition([&](const ExportResult& result) { got = result; });
-  looper.reset();
-  ASSERT_TRUE(DispatchQueue::main().runOne(patience)) << "no result came to the main queue";
+  const auto got = exportLoop(*looper, [&] { looper.reset(); });
   ASSERT_TRUE(got && *got);
   EXPECT_NEAR(MediaJudge((*got)->path()).duration(), 5, 0.03);
 }

@@ -24,18 +24,14 @@ std::uint32_t crc8(std::uint32_t number) {
   std::uint32_t crc = 0xA5;  // not 0, so that number 0 is not all black
   for (const std::uint32_t byte : {number >> 8, number & 0xFF}) {
     crc ^= byte;
-    for (int bit = 0; bit < 8; ++bit) {
-      crc = (crc & 0x80) != 0 ? ((crc << 1) ^ 0x07) & 0xFF : crc << 1;
-    }
+    for (int bit = 0; bit < 8; ++bit) crc = (crc & 0x80) != 0 ? ((crc << 1) ^ 0x07) & 0xFF : crc << 1;
   }
   return crc;
 }
 
 /// Where the point (u, v) of the upright picture is seen; all in 0 … 1.
 std::pair<double, double> seenAt(double u, double v, const Orientation& orientation) {
-  if (orientation.mirrored) {
-    u = 1 - u;
-  }
+  if (orientation.mirrored) u = 1 - u;
   for (int i = 0; i < orientation.quarterTurns; ++i) {
     u = std::exchange(v, u);  // (u, v) becomes (1 - v, u)
     u = 1 - u;
@@ -60,9 +56,7 @@ double meanOfCell(const GreyPicture& picture, int column, int row, const Orienta
   const auto [top, bottom] = range(y0, y1, picture.height);
   double sum = 0;
   for (int y = top; y < bottom; ++y) {
-    for (int x = left; x < right; ++x) {
-      sum += picture.at(x, y);
-    }
+    for (int x = left; x < right; ++x) sum += picture.at(x, y);
   }
   return sum / ((right - left) * (bottom - top));
 }
@@ -81,13 +75,9 @@ bool level(Cells& cells) {
   }
   white /= whites;
   black /= 2 * BarCode::columns - whites;
-  if (white - black < leastContrast) {
-    return false;
-  }
+  if (white - black < leastContrast) return false;
   for (auto& row : cells) {
-    for (double& cell : row) {
-      cell = (cell - black) / (white - black);
-    }
+    for (double& cell : row) cell = (cell - black) / (white - black);
   }
   return true;
 }
@@ -95,18 +85,14 @@ bool level(Cells& cells) {
 std::optional<int> numberOf(const Cells& cells) {
   std::uint32_t bits = 0;
   for (std::size_t row = 1; row + 1 < BarCode::rows; ++row) {
-    for (const double cell : cells[row]) {
-      bits = bits << 1 | (cell > 0.5 ? 1U : 0U);
-    }
+    for (const double cell : cells[row]) bits = bits << 1 | (cell > 0.5 ? 1U : 0U);
   }
   const std::uint32_t number = bits >> 8;
   for (std::size_t row = 0; row < BarCode::rows; ++row) {
     for (std::size_t column = 0; column < BarCode::columns; ++column) {
       const bool white = BarCode::isWhite(static_cast<int>(number), static_cast<int>(column), static_cast<int>(row));
       const double distance = white ? 1 - cells[row][column] : cells[row][column];
-      if (distance > tolerance) {
-        return std::nullopt;
-      }
+      if (distance > tolerance) return std::nullopt;
     }
   }
   return static_cast<int>(number);
@@ -119,9 +105,7 @@ std::ostream& operator<<(std::ostream& out, const Orientation& orientation) {
 }
 
 bool BarCode::isWhite(int number, int column, int row) {
-  if (row == 0 || row == rows - 1) {
-    return (row == 0 ? firstRow : lastRow)[static_cast<std::size_t>(column)] == '#';
-  }
+  if (row == 0 || row == rows - 1) return (row == 0 ? firstRow : lastRow)[static_cast<std::size_t>(column)] == '#';
   const auto value = static_cast<std::uint32_t>(number);
   const std::uint32_t bits = value << 8 | crc8(value);
   return (bits >> (3 * columns - 1 - ((row - 1) * columns + column)) & 1) != 0;
@@ -137,12 +121,8 @@ std::optional<BarCode> BarCode::read(const GreyPicture& picture) {
           cells[row][column] = meanOfCell(picture, static_cast<int>(column), static_cast<int>(row), orientation);
         }
       }
-      if (!level(cells)) {
-        continue;
-      }
-      if (const std::optional<int> number = numberOf(cells)) {
-        return BarCode{*number, orientation};
-      }
+      if (!level(cells)) continue;
+      if (const std::optional<int> number = numberOf(cells)) return BarCode{*number, orientation};
     }
   }
   return std::nullopt;

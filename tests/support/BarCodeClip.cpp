@@ -2,13 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
+#include <deque>
 #include <fstream>
 #include <iterator>
-#include <map>
-#include <memory>
 #include <sstream>
 #include <stdexcept>
+#include <utility>
 
 #include <tests/support/BarCode.h>
 #include <tests/support/RunProgram.h>
@@ -34,20 +33,14 @@ struct Timing {
     if (options.frameTimes.empty()) {
       timescale = options.rate.num;
       lastLength = options.rate.den;
-      for (int i = 0; i < options.frames; ++i) {
-        times.push_back(std::int64_t{i} * options.rate.den);
-      }
+      for (int i = 0; i < options.frames; ++i) times.push_back(std::int64_t{i} * options.rate.den);
       return;
     }
-    if (options.timescale <= 0) {
-      throw std::invalid_argument("explicit picture times need a time scale");
-    }
+    if (options.timescale <= 0) throw std::invalid_argument("explicit picture times need a time scale");
     timescale = options.timescale;
     times = options.frameTimes;
     lastLength = options.lastFrameLength;
-    if (lastLength == 0) {
-      lastLength = times.size() > 1 ? times.back() - times[times.size() - 2] : timescale;
-    }
+    if (lastLength == 0) lastLength = times.size() > 1 ? times.back() - times[times.size() - 2] : timescale;
   }
 
   [[nodiscard]] double seconds(std::int64_t ticks) const { return static_cast<double>(ticks) / timescale; }
@@ -55,9 +48,7 @@ struct Timing {
 };
 
 void appendLittleEndian(std::string& to, std::uint64_t value, int bytes) {
-  for (int i = 0; i < bytes; ++i) {
-    to.push_back(static_cast<char>(value >> (8 * i) & 0xFF));
-  }
+  for (int i = 0; i < bytes; ++i) to.push_back(static_cast<char>(value >> (8 * i) & 0xFF));
 }
 
 /// 0 … 127 … 0 over 256 steps: moves without sharp edges.
@@ -101,21 +92,17 @@ class PictureStream {
   }
 
   [[nodiscard]] std::string paint(int number) const {
-    const int chromaWidth = (width_ + 1) / 2;
-    const int chromaHeight = (height_ + 1) / 2;
     std::string planes;
-    for (int y = 0; y < height_; ++y) {
-      for (int x = 0; x < width_; ++x) {
-        const int cell = cellAt(number, x, y, width_, height_);
-        planes.push_back(static_cast<char>(cell >= 0 ? cell : 40 + wave(2 * x + y + 4 * number)));
-      }
-    }
-    for (const int plane : {0, 1}) {
-      for (int y = 0; y < chromaHeight; ++y) {
-        for (int x = 0; x < chromaWidth; ++x) {
-          const bool inPanel = cellAt(number, x, y, chromaWidth, chromaHeight) >= 0;
-          const int colour = plane == 0 ? 90 + wave(x + 3 * number) / 2 : 100 + wave(2 * y - 2 * number) / 2;
-          planes.push_back(static_cast<char>(inPanel ? 128 : colour));
+    for (const int plane : {0, 1, 2}) {
+      const int width = plane == 0 ? width_ : (width_ + 1) / 2;
+      const int height = plane == 0 ? height_ : (height_ + 1) / 2;
+      for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+          const int cell = cellAt(number, x, y, width, height);
+          const int background = plane == 0   ? 40 + wave(2 * x + y + 4 * number)
+                                 : plane == 1 ? 90 + wave(x + 3 * number) / 2
+                                              : 100 + wave(2 * y - 2 * number) / 2;
+          planes.push_back(static_cast<char>(cell < 0 ? background : plane == 0 ? cell : 128));
         }
       }
     }
@@ -126,9 +113,7 @@ class PictureStream {
   static int cellAt(int number, int x, int y, int width, int height) {
     const double u = ((x + 0.5) / width - BarCode::panelStart) / BarCode::panelLength;
     const double v = ((y + 0.5) / height - BarCode::panelStart) / BarCode::panelLength;
-    if (u < 0 || u >= 1 || v < 0 || v >= 1) {
-      return -1;
-    }
+    if (u < 0 || u >= 1 || v < 0 || v >= 1) return -1;
     const int column = static_cast<int>(u * BarCode::columns);
     const int row = static_cast<int>(v * BarCode::rows);
     return BarCode::isWhite(number, column, row) ? white : black;
@@ -147,6 +132,15 @@ void append(std::vector<std::string>& to, std::initializer_list<std::string> mor
 
 bool isMovie(const ClipOptions& options) { return options.extension == ".mp4" || options.extension == ".mov"; }
 
+/// Ticks a second in the file: as the muxer of movies chooses them, or the milliseconds of Matroska.
+int trackTimescale(const ClipOptions& options, const Timing& timing) {
+  if (!isMovie(options)) return 1000;
+  if (options.timescale > 0) return options.timescale;
+  int scale = timing.timescale;
+  while (scale < 10'000) scale *= 2;
+  return scale;
+}
+
 void appendVideoArguments(std::vector<std::string>& argv, const ClipOptions& options, const Timing& timing) {
   const bool open = options.groups == GroupOfPictures::open;
   const std::string gop = std::to_string(options.gop);
@@ -161,15 +155,14 @@ void appendVideoArguments(std::vector<std::string>& argv, const ClipOptions& opt
     append(argv,
            {"-x265-params", "log-level=error:frame-threads=1:scenecut=0:keyint=" + gop + ":min-keyint=" + gop +
                                 ":bframes=" + std::to_string(options.bFrames) + ":open-gop=" + (open ? "1" : "0")});
-    if (isMovie(options)) {
-      append(argv, {"-tag:v", "hvc1"});
-    }
+    if (isMovie(options)) append(argv, {"-tag:v", "hvc1"});
   }
-  // The encoder forgets the last picture's length; the times are passed on, since this filter's default is not to.
-  append(argv, {"-bsf:v", "setts=pts=PTS:dts=DTS:duration=" + std::to_string(timing.lastLength)});
-  if (options.timescale > 0 && isMovie(options)) {
-    append(argv, {"-video_track_timescale", std::to_string(options.timescale)});
-  }
+  // The encoder forgets the last picture's length, which this filter takes in the track's ticks (its TB are those of
+  // the encoder); the times are passed on, since its default is not to.
+  const std::int64_t scale = trackTimescale(options, timing);
+  const std::string length = std::to_string((timing.lastLength * scale + timing.timescale / 2) / timing.timescale);
+  append(argv, {"-bsf:v", "setts=pts=PTS:dts=DTS:duration=" + length});
+  if (isMovie(options)) append(argv, {"-video_track_timescale", std::to_string(scale)});
 }
 
 /// Writes the tone as raw samples and appends them as an input.
@@ -205,9 +198,7 @@ void writeRotation(const fs::path& path, const ClipOptions& options) {
   }
   std::size_t at = box + (bytes[box + 4] == 1 ? 56 : 44);
   for (const int value : {a << 16, b << 16, 0, c << 16, d << 16, 0, tx << 16, ty << 16, 1 << 30}) {
-    for (const int shift : {24, 16, 8, 0}) {
-      bytes[at++] = static_cast<char>(value >> shift & 0xFF);
-    }
+    for (const int shift : {24, 16, 8, 0}) bytes[at++] = static_cast<char>(value >> shift & 0xFF);
   }
   std::ofstream(path, std::ios::binary) << bytes;
 }
@@ -217,15 +208,9 @@ void makeClip(const ClipOptions& options, const fs::path& path) {
   const fs::path rawFile = path.string() + ".raw";
   // -copyts: pictures that start after zero stay there.
   std::vector<std::string> argv{"ffmpeg", "-v", "error", "-y", "-copyts"};
-  if (!timing.times.empty()) {
-    append(argv, {"-f", "ivf", "-i", "pipe:0"});
-  }
-  if (!options.audioCodec.empty()) {
-    appendSoundInput(argv, options, timing.end(), rawFile);
-  }
-  if (!timing.times.empty()) {
-    appendVideoArguments(argv, options, timing);
-  }
+  if (!timing.times.empty()) append(argv, {"-f", "ivf", "-i", "pipe:0"});
+  if (!options.audioCodec.empty()) appendSoundInput(argv, options, timing.end(), rawFile);
+  if (!timing.times.empty()) appendVideoArguments(argv, options, timing);
   if (!options.audioCodec.empty()) {
     append(argv, {"-map", timing.times.empty() ? "0:a" : "1:a", "-c:a", options.audioCodec});
   }
@@ -244,52 +229,24 @@ void makeClip(const ClipOptions& options, const fs::path& path) {
     message << "ffmpeg made no clip: " << result;
     throw std::runtime_error(message.str());
   }
-  if (options.rotation != 0) {
-    writeRotation(path, options);
-  }
-}
-
-/// All options in one line.
-std::string keyOf(const ClipOptions& o) {
-  std::ostringstream key;
-  key << o.width << ' ' << o.height << ' ' << o.frames << ' ' << o.rate.num << '/' << o.rate.den << ' ';
-  for (const std::int64_t time : o.frameTimes) {
-    key << time << ',';
-  }
-  key << ' ' << o.lastFrameLength << ' ' << o.timescale << ' ' << o.videoCodec << ' ' << o.preset << ' ' << o.bFrames
-      << ' ' << o.gop << ' ' << static_cast<int>(o.groups) << ' ' << o.pixelFormat << ' ' << o.rotation << ' '
-      << o.audioCodec << ' ' << o.sampleRate << ' ' << o.channels << ' ' << o.audioSeconds << ' ' << o.audioDelay << ' '
-      << o.extension;
-  for (const std::string& argument : o.outputArguments) {
-    key << '\n' << argument;
-  }
-  return key.str();
+  if (options.rotation != 0) writeRotation(path, options);
 }
 
 fs::path cachedClip(const ClipOptions& options) {
   static const TemporaryDirectory directory;
-  static std::map<std::string, fs::path> clips;
-  const auto [entry, isNew] = clips.try_emplace(keyOf(options));
-  if (isNew) {
-    const fs::path path = directory.file("clip" + std::to_string(clips.size()) + options.extension);
-    try {
-      makeClip(options, path);
-    } catch (...) {
-      clips.erase(entry);
-      throw;
-    }
-    entry->second = path;
-  }
-  return entry->second;
+  static std::deque<std::pair<ClipOptions, fs::path>> clips;
+  const auto made = std::find_if(clips.begin(), clips.end(), [&](const auto& clip) { return clip.first == options; });
+  if (made != clips.end()) return made->second;
+  const fs::path path = directory.file("clip" + std::to_string(clips.size()) + options.extension);
+  makeClip(options, path);
+  return clips.emplace_back(options, path).second;
 }
 
 }  // namespace
 
 BarCodeClip::BarCodeClip(const ClipOptions& options) : path_(cachedClip(options)) {
   const Timing timing(options);
-  for (const std::int64_t time : timing.times) {
-    times_.push_back(timing.seconds(time));
-  }
+  for (const std::int64_t time : timing.times) times_.push_back(timing.seconds(time));
   videoEnd_ = timing.end();
   if (!options.audioCodec.empty()) {
     audioEnd_ = options.audioSeconds >= 0 ? options.audioDelay + options.audioSeconds : videoEnd_;

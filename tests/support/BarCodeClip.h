@@ -10,6 +10,7 @@ namespace clipworks::test {
 struct Rational {
   int num = 0;
   int den = 1;
+  friend bool operator==(const Rational&, const Rational&) = default;
 };
 
 enum class GroupOfPictures { closed, open };
@@ -54,6 +55,8 @@ struct ClipOptions {
   std::string extension = ".mp4";
   /// More arguments for the ffmpeg program, before the output's name.
   std::vector<std::string> outputArguments{};
+
+  friend bool operator==(const ClipOptions&, const ClipOptions&) = default;
 };
 
 /// A clip made at test time by the `ffmpeg` program: each picture carries its number as a `BarCode` over a moving

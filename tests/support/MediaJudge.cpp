@@ -8,7 +8,6 @@
 #include <regex>
 #include <sstream>
 #include <stdexcept>
-#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -51,9 +50,7 @@ std::string text(const json& object, const char* key) {
 /// ffprobe prints some numbers as numbers, others as strings.
 double number(const json& object, const char* key) {
   const auto found = object.find(key);
-  if (found == object.end()) {
-    return 0;
-  }
+  if (found == object.end()) return 0;
   return found->is_number() ? found->get<double>() : std::atof(text(object, key).c_str());
 }
 
@@ -63,20 +60,13 @@ double ratio(const std::string& fraction) {
   return den != 0 ? std::atof(fraction.c_str()) / den : 0;
 }
 
-/// Lines such as "00000000:            0       65536           0".
+/// From lines such as "00000000:            0       65536           0".
 std::optional<std::array<std::int64_t, 9>> matrixOf(const std::string& dump) {
   std::array<std::int64_t, 9> matrix{};
-  std::istringstream lines(dump);
   std::size_t next = 0;
-  for (std::string line; std::getline(lines, line);) {
-    const std::size_t colon = line.find(':');
-    if (colon == std::string::npos) {
-      continue;
-    }
-    std::istringstream values(line.substr(colon + 1));
-    for (std::int64_t value = 0; next < matrix.size() && values >> value;) {
-      matrix[next++] = value;
-    }
+  std::istringstream words(dump);
+  for (std::string word; words >> word;) {
+    if (word.back() != ':' && next < matrix.size()) matrix[next++] = std::stoll(word);
   }
   return next == matrix.size() ? std::optional(matrix) : std::nullopt;
 }
@@ -148,17 +138,13 @@ std::uint64_t bigEndian(const std::string& bytes, std::size_t at, int count) {
 std::vector<StreamFacts> MediaJudge::streams() const {
   std::vector<StreamFacts> all;
   const json found = probe(path_, {"-show_streams"});
-  for (const json& stream : found.at("streams")) {
-    all.push_back(factsOf(stream));
-  }
+  for (const json& stream : found.at("streams")) all.push_back(factsOf(stream));
   return all;
 }
 
 StreamFacts MediaJudge::stream(const std::string& type) const {
   for (const StreamFacts& facts : streams()) {
-    if (facts.type == type) {
-      return facts;
-    }
+    if (facts.type == type) return facts;
   }
   throw std::runtime_error(path_.string() + " has no " + type + " stream");
 }
@@ -170,9 +156,7 @@ std::array<std::uint64_t, 2> MediaJudge::movieHeaderDuration() const {
   const std::string bytes{std::istreambuf_iterator<char>(in), {}};
   const std::size_t moov = bytes.find("moov");
   const std::size_t box = moov == std::string::npos ? moov : bytes.find("mvhd", moov);
-  if (box == std::string::npos) {
-    throw std::runtime_error(path_.string() + " has no movie header");
-  }
+  if (box == std::string::npos) throw std::runtime_error(path_.string() + " has no movie header");
   // ISO/IEC 14496-12, 8.2.2: version 1 has 64-bit times and duration.
   return bytes.at(box + 4) == 1 ? std::array{bigEndian(bytes, box + 28, 8), bigEndian(bytes, box + 24, 4)}
                                 : std::array{bigEndian(bytes, box + 20, 4), bigEndian(bytes, box + 16, 4)};
@@ -181,9 +165,7 @@ std::array<std::uint64_t, 2> MediaJudge::movieHeaderDuration() const {
 std::vector<SeenPicture> MediaJudge::pictures(PictureView view) const {
   const std::string side = std::to_string(readingSide);
   std::vector<std::string> argv{"ffmpeg", "-nostdin", "-hide_banner", "-copyts"};
-  if (view == PictureView::coded) {
-    argv.emplace_back("-noautorotate");
-  }
+  if (view == PictureView::coded) argv.emplace_back("-noautorotate");
   argv.insert(argv.end(), {"-i", path_, "-map", "0:v:0", "-vf",
                            "showinfo=checksum=0,scale=" + side + ":" + side + ":flags=area,format=gray", "-fps_mode",
                            "passthrough", "-f", "rawvideo", "-"});
@@ -211,9 +193,7 @@ std::vector<std::string> MediaJudge::pictureHashes() const {
   std::vector<std::string> hashes;
   std::istringstream lines(result.standardOutput);
   for (std::string line; std::getline(lines, line);) {
-    if (!line.starts_with('#')) {
-      hashes.push_back(line.substr(line.find_last_of(' ') + 1));
-    }
+    if (!line.starts_with('#')) hashes.push_back(line.substr(line.find_last_of(' ') + 1));
   }
   return hashes;
 }
@@ -264,24 +244,22 @@ std::string MediaJudge::warnings() const {
 
 std::vector<int> numbersOf(const std::vector<SeenPicture>& pictures) {
   std::vector<int> numbers;
-  std::transform(pictures.begin(), pictures.end(), std::back_inserter(numbers), [](const auto& p) { return p.number; });
+  for (const SeenPicture& picture : pictures) numbers.push_back(picture.number);
   return numbers;
-}
-
-std::vector<double> timesOf(const std::vector<SeenPicture>& pictures) {
-  std::vector<double> times;
-  std::transform(pictures.begin(), pictures.end(), std::back_inserter(times), [](const auto& p) { return p.seconds; });
-  return times;
 }
 
 int numberAt(const std::vector<SeenPicture>& pictures, double seconds) {
   int number = -1;
   for (const SeenPicture& picture : pictures) {
-    if (picture.seconds <= seconds) {
-      number = picture.number;
-    }
+    if (picture.seconds <= seconds) number = picture.number;
   }
   return number;
+}
+
+std::vector<std::string> hashesOf(const std::vector<CodedSample>& samples) {
+  std::vector<std::string> hashes;
+  for (const CodedSample& sample : samples) hashes.push_back(sample.hash);
+  return hashes;
 }
 
 }  // namespace clipworks::test

@@ -96,9 +96,9 @@ class MediaJudge {
   std::filesystem::path path_;
 };
 
-/// The numbers alone, and the times alone.
+/// The numbers alone, and the hashes alone.
 [[nodiscard]] std::vector<int> numbersOf(const std::vector<SeenPicture>& pictures);
-[[nodiscard]] std::vector<double> timesOf(const std::vector<SeenPicture>& pictures);
+[[nodiscard]] std::vector<std::string> hashesOf(const std::vector<CodedSample>& samples);
 /// The number of the picture on screen at `seconds`: the last that appears no later. -1 before the first one.
 [[nodiscard]] int numberAt(const std::vector<SeenPicture>& pictures, double seconds);
 

@@ -6,14 +6,14 @@
 #include <csignal>
 #include <cstring>
 #include <ostream>
-#include <stdexcept>
 #include <system_error>
 #include <utility>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <spawn.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -22,12 +22,6 @@ namespace clipworks::test {
 
 namespace {
 
-void check(int code, const char* what) {
-  if (code != 0) {
-    throw std::system_error(code, std::generic_category(), what);
-  }
-}
-
 std::vector<std::string> environmentWith(const std::vector<std::string>& changes) {
   std::vector<std::string> all = changes;
   for (char** entry = environ; *entry != nullptr; ++entry) {
@@ -35,9 +29,7 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& changes
     const std::string_view name = line.substr(0, line.find('=') + 1);
     const bool replaced =
         std::any_of(changes.begin(), changes.end(), [&](const auto& c) { return c.starts_with(name); });
-    if (!replaced) {
-      all.emplace_back(line);
-    }
+    if (!replaced) all.emplace_back(line);
   }
   return all;
 }
@@ -45,36 +37,35 @@ std::vector<std::string> environmentWith(const std::vector<std::string>& changes
 std::vector<char*> pointers(std::vector<std::string>& strings) {
   std::vector<char*> result;
   result.reserve(strings.size() + 1);
-  for (std::string& s : strings) {
-    result.push_back(s.data());
-  }
+  for (std::string& s : strings) result.push_back(s.data());
   result.push_back(nullptr);
   return result;
 }
 
-void closeFd(int& fd) {
-  if (fd >= 0) {
-    close(fd);
-    fd = -1;
-  }
+int checked(int value, const char* what) {
+  if (value < 0) throw std::system_error(errno, std::generic_category(), what);
+  return value;
 }
 
-/// Both ends of the three channels to a program. Standard input is a socket, since writing to one whose reader has gone
-/// can be told not to raise SIGPIPE.
-struct Channels {
-  std::array<int, 2> input{-1, -1};
-  std::array<int, 2> output{-1, -1};
-  std::array<int, 2> error{-1, -1};
+std::string contentsOf(int fd) {
+  struct stat file {};
+  checked(fstat(fd, &file), "fstat");
+  std::string bytes(static_cast<std::size_t>(file.st_size), '\0');
+  bytes.resize(static_cast<std::size_t>(checked(static_cast<int>(pread(fd, bytes.data(), bytes.size(), 0)), "pread")));
+  return bytes;
+}
 
-  Channels() {
-    check(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, input.data()) == 0 ? 0 : errno, "socketpair");
-    check(pipe2(output.data(), O_CLOEXEC) == 0 ? 0 : errno, "pipe");
-    check(pipe2(error.data(), O_CLOEXEC) == 0 ? 0 : errno, "pipe");
-    for (const int ours : {input[0], output[0], error[0]}) {
-      fcntl(ours, F_SETFL, fcntl(ours, F_GETFL) | O_NONBLOCK);
+/// Sends what `next` gives until it gives nothing more or nobody reads any more, and closes the socket.
+void feed(int socket, const std::function<std::string()>& next) {
+  for (std::string bytes = next(); !bytes.empty(); bytes = next()) {
+    for (std::string_view rest = bytes; !rest.empty();) {
+      const ssize_t sent = send(socket, rest.data(), rest.size(), MSG_NOSIGNAL);
+      if (sent <= 0) return void(close(socket));
+      rest.remove_prefix(static_cast<std::size_t>(sent));
     }
   }
-};
+  close(socket);
+}
 
 }  // namespace
 
@@ -90,48 +81,47 @@ std::ostream& operator<<(std::ostream& out, const ProgramResult& result) {
 }
 
 RunningProgram::RunningProgram(const std::vector<std::string>& argv, ProgramOptions options)
-    : options_(std::move(options)), end_(std::chrono::steady_clock::now() + options_.deadline) {
+    : options_(std::move(options)),
+      end_(std::chrono::steady_clock::now() + options_.deadline),
+      output_(checked(memfd_create("output", MFD_CLOEXEC), "memfd_create")),
+      error_(checked(memfd_create("error", MFD_CLOEXEC), "memfd_create")) {
   start(argv);
 }
 
-void RunningProgram::start(const std::vector<std::string>& argv) {
-  Channels channels;
+void RunningProgram::start(std::vector<std::string> argv) {
+  // A socket, since writing to one whose reader has gone can be told not to raise SIGPIPE.
+  std::array<int, 2> input{};
+  checked(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, input.data()), "socketpair");
   posix_spawn_file_actions_t actions;
   posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, channels.input[1], STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, channels.output[1], STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, channels.error[1], STDERR_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, input[1], STDIN_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, output_, STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions, error_, STDERR_FILENO);
   if (!options_.workingDirectory.empty()) {
     posix_spawn_file_actions_addchdir_np(&actions, options_.workingDirectory.c_str());
   }
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
-
-  std::vector<std::string> arguments = argv;
   std::vector<std::string> environment = environmentWith(options_.environment);
-  const int code = posix_spawnp(&pid_, argv.at(0).c_str(), &actions, &attributes, pointers(arguments).data(),
+  const int code = posix_spawnp(&pid_, argv.at(0).c_str(), &actions, &attributes, pointers(argv).data(),
                                 pointers(environment).data());
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
-  for (int* theirs : {&channels.input[1], &channels.output[1], &channels.error[1]}) {
-    closeFd(*theirs);
-  }
-  input_ = channels.input[0];
-  output_ = channels.output[0];
-  error_ = channels.error[0];
+  close(input[1]);
   if (code != 0) {
+    close(input[0]);
     pid_ = -1;
     result_.exitCode = 127;
     result_.standardError = argv.at(0) + " cannot be started: " + std::strerror(code);
-    closeAll();
     return;
   }
   // Not glibc 2.36's own function: its header forgets to say that it is a C function.
-  processFd_ = static_cast<int>(syscall(SYS_pidfd_open, pid_, 0));
-  if (processFd_ < 0) {
-    kill(-pid_, SIGKILL);
-    check(errno, "pidfd_open");
+  processFd_ = checked(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)), "pidfd_open");
+  if (options_.nextInput) {
+    feeder_ = std::jthread(feed, input[0], options_.nextInput);
+  } else {
+    close(input[0]);
   }
 }
 
@@ -140,34 +130,29 @@ RunningProgram::~RunningProgram() {
     kill(-pid_, SIGKILL);
     waitpid(pid_, nullptr, 0);
   }
-  closeAll();
+  for (const int fd : {output_, error_, processFd_}) close(fd);
 }
 
 void RunningProgram::send(int signal) const {
-  if (pid_ > 0) {
-    kill(pid_, signal);
-  }
+  if (pid_ > 0) kill(pid_, signal);
 }
 
 bool RunningProgram::waitForText(std::string_view text) {
-  const auto printed = [&] {
-    return result_.standardOutput.find(text) != std::string::npos ||
-           result_.standardError.find(text) != std::string::npos;
-  };
-  while (!printed()) {
-    if (timeLeft().count() <= 0 || !step(timeLeft())) {
-      return printed();
+  // Asked before looking, so that the last words of a program that has ended are seen.
+  for (bool isLast = false; !isLast;) {
+    isLast = hasEnded(std::min(timeLeft(), std::chrono::milliseconds(5))) || timeLeft().count() == 0;
+    for (const int fd : {output_, error_}) {
+      if (contentsOf(fd).find(text) != std::string::npos) return true;
     }
   }
-  return true;
+  return false;
 }
 
 ProgramResult RunningProgram::wait() {
-  while (pid_ > 0 && step(timeLeft())) {
-    if (timeLeft().count() <= 0) {
-      result_.timedOut = true;
-      kill(-pid_, SIGKILL);
-      end_ = std::chrono::steady_clock::time_point::max();
+  if (!hasEnded(timeLeft())) {
+    result_.timedOut = true;
+    kill(-pid_, SIGKILL);
+    while (!hasEnded(std::chrono::seconds(60))) {
     }
   }
   return result_;
@@ -175,77 +160,21 @@ ProgramResult RunningProgram::wait() {
 
 std::chrono::milliseconds RunningProgram::timeLeft() const {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - std::chrono::steady_clock::now());
-  return std::clamp(left, std::chrono::milliseconds(0), std::chrono::milliseconds(1'000'000));
+  return std::max(left, std::chrono::milliseconds(0));
 }
 
-bool RunningProgram::step(std::chrono::milliseconds patience) {
-  if (pid_ <= 0) {
-    return false;
-  }
-  feedInput();
-  std::array<pollfd, 4> fds{{{output_, POLLIN, 0}, {error_, POLLIN, 0}, {input_, POLLOUT, 0}, {processFd_, POLLIN, 0}}};
-  if (poll(fds.data(), fds.size(), static_cast<int>(patience.count())) < 0 && errno != EINTR) {
-    check(errno, "poll");
-  }
-  takeOutput(output_, result_.standardOutput);
-  takeOutput(error_, result_.standardError);
-  if ((fds[3].revents & POLLIN) == 0) {
-    return true;
-  }
-  // It has ended: what it printed is in the pipes by now. Its children may hold them open for longer; we don't wait.
-  takeOutput(output_, result_.standardOutput);
-  takeOutput(error_, result_.standardError);
+bool RunningProgram::hasEnded(std::chrono::milliseconds patience) {
+  if (pid_ <= 0) return true;
+  pollfd process{processFd_, POLLIN, 0};
+  if (poll(&process, 1, static_cast<int>(patience.count())) <= 0) return false;
   int status = 0;
   waitpid(pid_, &status, 0);
   pid_ = -1;
   result_.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   result_.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-  closeAll();
-  return false;
-}
-
-void RunningProgram::feedInput() {
-  while (input_ >= 0) {
-    if (inputSent_ == pendingInput_.size()) {
-      pendingInput_ = options_.nextInput ? options_.nextInput() : std::string();
-      inputSent_ = 0;
-    }
-    if (pendingInput_.empty()) {
-      closeFd(input_);
-      return;
-    }
-    const ssize_t sent =
-        ::send(input_, pendingInput_.data() + inputSent_, pendingInput_.size() - inputSent_, MSG_NOSIGNAL);
-    if (sent < 0 && (errno == EAGAIN || errno == EINTR)) {
-      return;
-    }
-    if (sent < 0) {
-      closeFd(input_);  // the program reads no more
-      return;
-    }
-    inputSent_ += static_cast<std::size_t>(sent);
-  }
-}
-
-void RunningProgram::takeOutput(int& fd, std::string& into) {
-  std::array<char, 65536> buffer;
-  // Bounded, so that a program that never stops printing cannot keep us from its deadline.
-  for (int i = 0; i < 64 && fd >= 0; ++i) {
-    const ssize_t got = read(fd, buffer.data(), buffer.size());
-    if (got > 0) {
-      into.append(buffer.data(), static_cast<std::size_t>(got));
-    } else if (got == 0) {
-      closeFd(fd);
-    } else {
-      return;  // nothing there yet
-    }
-  }
-}
-
-void RunningProgram::closeAll() {
-  for (int* fd : {&input_, &output_, &error_, &processFd_}) {
-    closeFd(*fd);
-  }
+  result_.standardOutput = contentsOf(output_);
+  result_.standardError = contentsOf(error_);
+  return true;
 }
 
 ProgramResult runProgram(const std::vector<std::string>& argv, ProgramOptions options) {

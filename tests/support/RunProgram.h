@@ -1,12 +1,12 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include <sys/types.h>
@@ -20,7 +20,7 @@ struct ProgramOptions {
   std::vector<std::string> environment{};
   /// Empty: the caller's.
   std::filesystem::path workingDirectory{};
-  /// Asked for the next bytes of standard input until it returns none. Null: standard input is empty.
+  /// Asked for the next bytes of standard input until it returns none, on a thread of its own. Null: there are none.
   std::function<std::string()> nextInput{};
 };
 
@@ -61,24 +61,19 @@ class RunningProgram {
   ProgramResult wait();
 
  private:
-  void start(const std::vector<std::string>& argv);
-  /// Moves what can be moved between us and the program, for at most `patience`. False once the program has ended.
-  bool step(std::chrono::milliseconds patience);
-  void feedInput();
-  void takeOutput(int& fd, std::string& into);
-  void closeAll();
+  void start(std::vector<std::string> argv);
+  /// Waits for the end for at most `patience`; false when it has not come.
+  bool hasEnded(std::chrono::milliseconds patience);
   [[nodiscard]] std::chrono::milliseconds timeLeft() const;
 
   ProgramOptions options_;
   std::chrono::steady_clock::time_point end_;
   ProgramResult result_;
-  std::string pendingInput_;
-  std::size_t inputSent_ = 0;
   pid_t pid_ = -1;
   int processFd_ = -1;
-  int input_ = -1;
-  int output_ = -1;
+  int output_ = -1;  ///< what it prints, in memory
   int error_ = -1;
+  std::jthread feeder_;
 };
 
 /// Runs a program to its end.

@@ -21,9 +21,7 @@ TemporaryDirectory::TemporaryDirectory() : owner_(getpid()) {
 }
 
 TemporaryDirectory::~TemporaryDirectory() {
-  if (getpid() != owner_) {
-    return;
-  }
+  if (getpid() != owner_) return;
   std::error_code ignored;
   fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add, ignored);
   for (fs::recursive_directory_iterator it(path_, fs::directory_options::skip_permission_denied, ignored), end;

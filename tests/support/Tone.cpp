@@ -5,7 +5,9 @@
 #include <cmath>
 #include <cstdint>
 #include <numbers>
+#include <numeric>
 #include <stdexcept>
+#include <utility>
 
 namespace clipworks::test {
 
@@ -45,29 +47,21 @@ double amplitudeOf(double frequency, const Sound& sound) {
   return 2 * std::hypot(re, im) / weights;
 }
 
-/// Sum of the products of `a` and `b` where `b` comes `lag` samples later; `norm` gets the energies of both there.
-double correlation(const Sound& a, const Sound& b, int lag, double& norm) {
-  const auto aSize = static_cast<std::int64_t>(a.samples.size());
-  const auto bSize = static_cast<std::int64_t>(b.samples.size());
-  const std::int64_t from = std::max<std::int64_t>(0, -lag);
-  const std::int64_t to = std::min(aSize, bSize - lag);
-  float sum = 0;
-  double total = 0;
+/// How alike `a` is to `b` where `b` comes `lag` samples later: -1 … 1.
+double likeness(const Sound& a, const Sound& b, int lag) {
+  const auto from = static_cast<std::size_t>(std::max(0, -lag));
+  double sum = 0;
   double aEnergy = 0;
   double bEnergy = 0;
-  for (std::int64_t i = from; i < to; ++i) {
-    const float x = a.samples[static_cast<std::size_t>(i)];
-    const float y = b.samples[static_cast<std::size_t>(i + lag)];
+  for (std::size_t i = from, j = from + static_cast<std::size_t>(lag); i < a.samples.size() && j < b.samples.size();
+       ++i, ++j) {
+    const auto x = static_cast<double>(a.samples[i]);
+    const auto y = static_cast<double>(b.samples[j]);
     sum += x * y;
-    aEnergy += static_cast<double>(x * x);
-    bEnergy += static_cast<double>(y * y);
-    if ((i & 1023) == 0) {
-      total += static_cast<double>(sum);
-      sum = 0;
-    }
+    aEnergy += x * x;
+    bEnergy += y * y;
   }
-  norm = std::sqrt(aEnergy * bEnergy);
-  return total + static_cast<double>(sum);
+  return aEnergy > 0 && bEnergy > 0 ? sum / std::sqrt(aEnergy * bEnergy) : 0;
 }
 
 }  // namespace
@@ -84,10 +78,7 @@ Sound Sound::part(double from, double to) const {
 }
 
 double Sound::level() const {
-  double sum = 0;
-  for (const float x : samples) {
-    sum += static_cast<double>(x) * static_cast<double>(x);
-  }
+  const double sum = std::inner_product(samples.begin(), samples.end(), samples.begin(), 0.0);
   return samples.empty() ? 0 : std::sqrt(sum / static_cast<double>(samples.size()));
 }
 
@@ -109,16 +100,13 @@ Sound makeTone(int rate, double fromSeconds, double lengthSeconds) {
 
 int toneSecondAt(const Sound& sound, double t) {
   const Sound window = sound.part(t, t + 0.08);
-  if (window.level() < silence) {
-    return -1;
-  }
+  if (window.level() < silence) return -1;
   std::array<double, tonePeriod> amplitudes{};
   for (std::size_t second = 0; second < amplitudes.size(); ++second) {
     amplitudes[second] = amplitudeOf(pitchOfSecond(static_cast<std::int64_t>(second)), window);
   }
   const auto best = std::max_element(amplitudes.begin(), amplitudes.end());
-  const double loudest = *best;
-  *best = 0;
+  const double loudest = std::exchange(*best, 0);
   const double next = *std::max_element(amplitudes.begin(), amplitudes.end());
   // A sine's amplitude is √2 times its level: most of what is heard must be this one pitch.
   const bool standsOut = loudest > window.level() && next < loudest / 4;
@@ -126,32 +114,22 @@ int toneSecondAt(const Sound& sound, double t) {
 }
 
 std::optional<double> lagMilliseconds(const Sound& reference, const Sound& got, double reach) {
-  if (reference.rate != got.rate) {
-    throw std::invalid_argument("the sounds to compare have different rates");
-  }
-  if (reference.level() < silence || got.level() < silence) {
-    return std::nullopt;
-  }
+  if (reference.rate != got.rate) throw std::invalid_argument("the sounds to compare have different rates");
+  if (reference.level() < silence || got.level() < silence) return std::nullopt;
   const int reachSamples = static_cast<int>(reach * reference.rate / 1000);
-  const auto likeness = [&](int lag) {
-    double norm = 0;
-    const double sum = correlation(reference, got, lag, norm);
-    return norm > 0 ? sum / norm : 0;
-  };
+  const auto at = [&](int lag) { return likeness(reference, got, lag); };
   int best = 0;
-  double highest = likeness(0);
+  double highest = at(0);
   for (int lag = -reachSamples; lag <= reachSamples; ++lag) {
-    if (const double value = likeness(lag); value > highest) {
+    if (const double value = at(lag); value > highest) {
       highest = value;
       best = lag;
     }
   }
-  if (highest < 0.5) {
-    return std::nullopt;
-  }
+  if (highest < 0.5) return std::nullopt;
   // The peak of the parabola through the best three.
-  const double before = likeness(best - 1);
-  const double after = likeness(best + 1);
+  const double before = at(best - 1);
+  const double after = at(best + 1);
   const double curvature = before - 2 * highest + after;
   const double fraction = curvature < 0 ? std::clamp(0.5 * (before - after) / curvature, -0.5, 0.5) : 0;
   return 1000 * (best + fraction) / reference.rate;

@@ -36,30 +36,49 @@ std::array<double, 6> transformFromMatrix(const std::array<std::int32_t, 9>& m) 
   return {fixed(m[0]), fixed(m[1]), fixed(m[3]), fixed(m[4]), fixed(m[6]), fixed(m[7])};
 }
 
+// Width, height, and how far its centre lies from the picture's: ISO/IEC 14496-12, 12.1.4.1. All of the picture where
+// that makes no sense.
+Region cleanAperture(const std::array<std::int32_t, 8>& clap, double width, double height) {
+  Region region{0, 0, width, height};
+  if (clap[0] <= 0 || clap[1] <= 0 || clap[2] <= 0 || clap[3] <= 0) return region;
+  const auto part = [&](int i) { return static_cast<double>(clap[i]) / clap[i + 1]; };
+  region.width = std::min(width, part(0));
+  region.height = std::min(height, part(2));
+  const auto start = [](double whole, double length, double offset) {
+    return std::clamp((whole - length) / 2 + offset, 0.0, whole - length);
+  };
+  region.left = start(width, region.width, clap[5] > 0 ? part(4) : 0);
+  region.top = start(height, region.height, clap[7] > 0 ? part(6) : 0);
+  return region;
+}
+
+/// Some recorders write a turn without the shift that it needs, which would show the picture beside the screen: a matrix
+/// without any shift gets the one that brings the picture's corner to the origin.
+void bringIntoView(StreamFacts& facts) {
+  auto& [a, b, c, d, tx, ty] = facts.transform;
+  if (tx != 0 || ty != 0) return;
+  tx = std::max(0.0, -a * facts.naturalWidth) + std::max(0.0, -c * facts.naturalHeight);
+  ty = std::max(0.0, -b * facts.naturalWidth) + std::max(0.0, -d * facts.naturalHeight);
+}
+
 void describePictures(StreamFacts& facts, const AVStream& stream, const MovieBoxes::Track* track) {
   const AVCodecParameters& p = *stream.codecpar;
   facts.codedWidth = p.width;
   facts.codedHeight = p.height;
   AVRational aspect = stream.sample_aspect_ratio.num > 0 ? stream.sample_aspect_ratio : p.sample_aspect_ratio;
-  double width = p.width;
-  double height = p.height;
+  facts.shown = {0, 0, static_cast<double>(p.width), static_cast<double>(p.height)};
   if (track != nullptr && track->pixelAspect && (*track->pixelAspect)[0] > 0 && (*track->pixelAspect)[1] > 0) {
     const auto& spacing = *track->pixelAspect;
     av_reduce(&aspect.num, &aspect.den, spacing[0], spacing[1], INT32_MAX);
   }
-  if (track != nullptr && track->cleanAperture) {
-    const auto& clap = *track->cleanAperture;
-    if (clap[0] > 0 && clap[1] > 0 && clap[2] > 0 && clap[3] > 0) {
-      width = std::min(width, static_cast<double>(clap[0]) / clap[1]);
-      height = std::min(height, static_cast<double>(clap[2]) / clap[3]);
-    }
-  }
+  if (track != nullptr && track->cleanAperture) facts.shown = cleanAperture(*track->cleanAperture, p.width, p.height);
+  double width = facts.shown.width;
   if (aspect.num > 0 && aspect.den > 0) {
     facts.pixelAspect = {aspect.num, aspect.den};
     width = width * aspect.num / aspect.den;
   }
   facts.naturalWidth = width;
-  facts.naturalHeight = height;
+  facts.naturalHeight = facts.shown.height;
   if (const auto* pixels = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(p.format))) {
     facts.bitDepth = pixels->comp[0].depth;
     facts.is420 = pixels->nb_components >= 3 && pixels->log2_chroma_w == 1 && pixels->log2_chroma_h == 1;
@@ -74,6 +93,7 @@ void describePictures(StreamFacts& facts, const AVStream& stream, const MovieBox
     std::memcpy(m.data(), matrix, sizeof m);
     facts.transform = transformFromMatrix(m);
   }
+  bringIntoView(facts);
 }
 
 // The edit says where the sound proper begins; where none does, iTunSMPB or the implicit delay does.

@@ -30,6 +30,16 @@ struct Fraction {
   }
 };
 
+/// A part of a picture, in pixels from its upper left corner; edges may lie between pixels.
+struct Region {
+  double left = 0;
+  double top = 0;
+  double width = 0;
+  double height = 0;
+
+  friend bool operator==(const Region&, const Region&) = default;
+};
+
 /// What a stream of a file is, in plain values.
 struct StreamFacts {
   int index = -1;              ///< of the demuxer
@@ -44,6 +54,7 @@ struct StreamFacts {
   // Pictures.
   int codedWidth = 0;          ///< as decoded, cropping applied
   int codedHeight = 0;
+  Region shown{};              ///< of the coded picture: its clean aperture, else all of it
   double naturalWidth = 0;     ///< after clean aperture and pixel aspect ratio
   double naturalHeight = 0;
   Fraction pixelAspect{1, 1};

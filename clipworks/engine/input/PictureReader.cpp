@@ -1,106 +1,63 @@
 #include <clipworks/engine/input/PictureReader.h>
 
-#include <clipworks/engine/LibraryErrors.h>
-#include <clipworks/engine/Limits.h>
+#include <limits>
+#include <utility>
 
 namespace clipworks::engine {
 
-Expected<CodecContext> openDecoder(const AVCodecParameters& parameters, AVRational timeBase, int threads,
-                                   const std::string& name) {
-  const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
-  if (codec == nullptr) {
-    return failed(ErrorKind::unsupported,
-                  name + " is coded as " + avcodec_get_name(parameters.codec_id) + ", which nothing here decodes");
-  }
-  CodecContext decoder = owned<CodecContext>(avcodec_alloc_context3(codec));
-  if (const int code = avcodec_parameters_to_context(decoder.get(), &parameters); code < 0) {
-    return tl::make_unexpected(libraryError(code, name + " cannot be decoded"));
-  }
-  decoder->pkt_timebase = timeBase;
-  decoder->thread_count = threads;
-  decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
-  decoder->max_pixels = limits::maxPixels;
-  decoder->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;  // encoder delay is taken off by our own segments
-  if (const int code = avcodec_open2(decoder.get(), codec, nullptr); code < 0) {
-    return tl::make_unexpected(libraryError(code, name + " cannot be decoded", ErrorKind::unsupported));
-  }
-  return decoder;
-}
-
 Expected<PictureReader> PictureReader::open(std::shared_ptr<const MediaFile> file, int stream) {
-  auto samples = SampleReader::open(file, stream);
-  if (!samples) return tl::make_unexpected(samples.error());
-  if (samples->table().pictureCount() == 0) return failed(ErrorKind::damaged, file->name() + " has no pictures");
-  auto decoder = openDecoder(file->parameters(stream), AVRational{1, file->stream(stream).timescale}, 0, file->name());
+  auto decoder = PictureDecoder::open(std::move(file), stream);
   if (!decoder) return tl::make_unexpected(decoder.error());
-  return PictureReader(std::move(file), stream, std::move(*samples), std::move(*decoder));
-}
-
-void PictureReader::startAt(std::uint32_t sample) {
-  if (running_ || drained_) avcodec_flush_buffers(decoder_.get());
-  nextSample_ = sample;
-  running_ = true;
-  drained_ = false;
-  current_.reset();
-  ahead_.reset();
-}
-
-std::int64_t PictureReader::shownTime(const Frame& frame) const {
-  return frame->pts != AV_NOPTS_VALUE ? frame->pts : frame->best_effort_timestamp;
+  return PictureReader(std::move(*decoder));
 }
 
 Expected<Frame> PictureReader::picture(std::size_t picture) {
-  const std::int64_t wanted = table().timeOfPicture(picture);
   const std::uint32_t access = table().accessPointFor(picture);
-  const bool behind = current_ != nullptr && shownTime(current_) > wanted;
-  // Samples up to nextSample_ are in the decoder already; starting again pays only where an access point lies beyond.
-  if (!running_ || behind || access > nextSample_) startAt(access);
+  const bool behind = started_ && picture < std::exchange(asked_, picture);
+  // Samples up to nextSample() are in the decoder already; starting again pays only where an access point lies beyond.
+  const bool jumps = !started_ || behind || access > decoder_.nextSample();
+  asked_ = picture;
+  auto found = jumps ? jumpTo(picture, access) : advanceTo(picture, false);
+  if (!found) return tl::make_unexpected(found.error());
+  if (!*found) ++replaced_;
+  const auto& shown = current_ ? current_ : ahead_;
+  if (!shown) return failed(ErrorKind::damaged, decoder_.name() + " holds pictures that cannot be decoded");
+  return shareFrame(shown->frame);
+}
 
-  while (ahead_ == nullptr || shownTime(ahead_) <= wanted) {
-    if (ahead_ != nullptr) current_ = std::move(ahead_);
-    if (current_ != nullptr && shownTime(current_) == wanted) break;
-    auto more = decodeMore();
+Expected<bool> PictureReader::jumpTo(std::size_t picture, std::uint32_t accessPoint) {
+  const auto start = [this](std::uint32_t sample) {
+    decoder_.startAt(sample);
+    started_ = true;
+    current_.reset();
+    ahead_.reset();
+  };
+  start(accessPoint);
+  auto found = advanceTo(picture, true);
+  const bool isInDoubt = decoder_.isInDoubt();
+  if (!found || (*found && !isInDoubt)) return found;
+  // It is broken, or refers to what lies further back, or depends on what was left out: once more, with all before it.
+  start(*found ? accessPoint : table().accessPointBefore(accessPoint));
+  return advanceTo(picture, false);
+}
+
+// Whether the picture itself came, as current_; else current_ is the one before it. Past pictures may be left out.
+Expected<bool> PictureReader::advanceTo(std::size_t picture, bool leavesOut) {
+  const std::uint32_t wanted = table().sampleOfPicture(picture);
+  const std::int64_t time = table().timeOfPicture(picture);
+  const auto isNotNeeded = [&](std::uint32_t sample) {
+    return leavesOut && table().samples()[sample].presentation < time;
+  };
+  const auto end = static_cast<std::uint32_t>(table().samples().size());
+  while (!ahead_ || timeOf(*ahead_) <= time) {
+    if (ahead_) current_ = std::exchange(ahead_, std::nullopt);
+    if (current_ && current_->sample == wanted) return true;
+    auto more = decoder_.next(end, isNotNeeded);
     if (!more) return tl::make_unexpected(more.error());
-    if (!*more) break;
+    if (!*more) return false;
+    ahead_ = std::move(*more);
   }
-  const Frame& shown = current_ != nullptr ? current_ : ahead_;
-  if (shown == nullptr) return failed(ErrorKind::damaged, file_->name() + " holds pictures that cannot be decoded");
-  if (shownTime(shown) != wanted) ++replaced_;
-  return shareFrame(shown);
-}
-
-// Brings the next decoded picture into ahead_; false at the end of the track.
-Expected<bool> PictureReader::decodeMore() {
-  Frame frame = makeFrame();
-  for (;;) {
-    const int code = avcodec_receive_frame(decoder_.get(), frame.get());
-    if (code == 0) {
-      if (frame->width > limits::maxPictureSide || frame->height > limits::maxPictureSide) {
-        return failed(ErrorKind::tooLarge, file_->name() + " has pictures that are too large");
-      }
-      ahead_ = std::move(frame);
-      return true;
-    }
-    if (code == AVERROR_EOF) return false;
-    if (code == AVERROR(ENOMEM)) return tl::make_unexpected(libraryError(code, file_->name() + " cannot be decoded"));
-    if (code != AVERROR(EAGAIN)) continue;  // one broken picture; its place is taken by the one before
-    if (auto fed = feed(); !fed) return tl::make_unexpected(fed.error());
-  }
-}
-
-Expected<void> PictureReader::feed() {
-  if (nextSample_ >= table().samples().size()) {
-    if (drained_) return {};
-    drained_ = true;
-    avcodec_send_packet(decoder_.get(), nullptr);
-    return {};
-  }
-  auto packet = samples_.read(nextSample_);
-  if (!packet) return tl::make_unexpected(packet.error());
-  ++nextSample_;
-  const int code = avcodec_send_packet(decoder_.get(), packet->get());
-  if (code == AVERROR(ENOMEM)) return tl::make_unexpected(libraryError(code, file_->name() + " cannot be decoded"));
-  return {};  // other failures cost this picture only
+  return current_ && current_->sample == wanted;
 }
 
 }  // namespace clipworks::engine

@@ -41,10 +41,21 @@ std::optional<std::size_t> SampleTable::pictureAt(std::int64_t ticks) const {
 
 std::uint32_t SampleTable::accessPointFor(std::size_t picture) const {
   const std::int64_t time = timeOfPicture(picture);
-  const auto after =
-      std::upper_bound(accessPoints_.begin(), accessPoints_.end(), time,
-                       [this](std::int64_t t, std::uint32_t i) { return t < samples_[i].presentation; });
+  auto after = std::upper_bound(accessPoints_.begin(), accessPoints_.end(), time,
+                                [this](std::int64_t t, std::uint32_t i) { return t < samples_[i].presentation; });
+  while (after != accessPoints_.begin() && *(after - 1) > pictures_[picture]) --after;
   return after == accessPoints_.begin() ? 0 : *(after - 1);
+}
+
+std::uint32_t SampleTable::accessPointBefore(std::uint32_t accessPoint) const {
+  const auto at = std::lower_bound(accessPoints_.begin(), accessPoints_.end(), accessPoint);
+  return at == accessPoints_.begin() ? 0 : *(at - 1);
+}
+
+std::optional<std::uint32_t> SampleTable::accessPointAfter(std::uint32_t sample) const {
+  const auto at = std::upper_bound(accessPoints_.begin(), accessPoints_.end(), sample);
+  if (at == accessPoints_.end()) return std::nullopt;
+  return *at;
 }
 
 }  // namespace clipworks::engine

@@ -39,8 +39,13 @@ class SampleTable {
   [[nodiscard]] std::size_t firstPictureFrom(std::int64_t ticks) const;
 
   /// Where decoding has to start to get picture number `picture`: the last access point in decoding order that is
-  /// shown no later (the leading pictures of a later one would lack their references). Index in `samples()`.
+  /// shown no later (the leading pictures of a later one would lack their references) and is not stored behind it. Index
+  /// in `samples()`; 0 where there is none.
   [[nodiscard]] std::uint32_t accessPointFor(std::size_t picture) const;
+  /// The access point before sample `accessPoint`; 0 where there is none.
+  [[nodiscard]] std::uint32_t accessPointBefore(std::uint32_t accessPoint) const;
+  /// The first access point behind sample `sample`.
+  [[nodiscard]] std::optional<std::uint32_t> accessPointAfter(std::uint32_t sample) const;
 
   [[nodiscard]] std::int64_t trackEnd() const { return trackEnd_; }
   [[nodiscard]] std::int64_t totalBytes() const { return totalBytes_; }

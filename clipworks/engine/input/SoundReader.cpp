@@ -4,7 +4,7 @@
 #include <cstdlib>
 
 #include <clipworks/engine/LibraryErrors.h>
-#include <clipworks/engine/input/PictureReader.h>
+#include <clipworks/engine/input/PictureDecoder.h>
 
 namespace clipworks::engine {
 namespace {

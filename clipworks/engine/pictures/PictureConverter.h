@@ -1,11 +1,8 @@
 #pragma once
 
-#include <cstdint>
-#include <memory>
-#include <string>
-
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/pictures/PictureResampler.h>
 
 namespace clipworks::engine {
 
@@ -17,24 +14,19 @@ class PictureConverter {
   /// Whether `scale` may change the size: without it, smaller pictures are padded to `width` × `height`.
   enum class Fit { pad, scale };
 
-  PictureConverter(int width, int height, AVPixelFormat format, Fit fit);
-  PictureConverter(PictureConverter&&) noexcept;
-  PictureConverter& operator=(PictureConverter&&) noexcept;
-  ~PictureConverter();
+  PictureConverter(int width, int height, AVPixelFormat format, Fit fit)
+      : width_(width), height_(height), format_(format), fit_(fit) {}
 
   /// Shares the input's buffers where nothing has to change. Fails with `unsupported` for kinds of pixels that phones
   /// and cameras do not record.
   [[nodiscard]] Expected<Frame> convert(const Frame& picture);
 
  private:
-  struct Graph;
-  Expected<void> prepare(const AVFrame& from);
-
   int width_;
   int height_;
   AVPixelFormat format_;
   Fit fit_;
-  std::unique_ptr<Graph> graph_;
+  PictureResampler resampler_;
 };
 
 }  // namespace clipworks::engine

@@ -11,7 +11,9 @@ namespace clipworks::engine {
 [[nodiscard]] bool isHighDynamicRange(AVColorTransferCharacteristic transfer);
 
 /// Turns pictures of high dynamic range into 8-bit 4:2:0 ones of BT.709, video range, by the curve of BT.2390: a white
-/// sheet of paper (203 cd/m², BT.2408) becomes nearly white, greys keep their order, hues stay. One thread at a time.
+/// sheet of paper (203 cd/m², BT.2408) becomes nearly white, greys keep their order, hues stay (exactly so in u'v').
+/// The brightness of a PQ programme is taken from its metadata, 1000 cd/m² where there is none. The table behind it is
+/// made with the first picture and made again when what pictures say of their colours changes. One thread at a time.
 class ToneMapper {
  public:
   ToneMapper();
@@ -20,11 +22,15 @@ class ToneMapper {
   ~ToneMapper();
 
   /// A new picture of the same size, tagged BT.709; times and side data of `picture` are kept but for HDR metadata.
-  /// Fails with `unsupported` for pixels that are not YUV.
+  /// Fails with `unsupported` for pixels that are not YUV, for a transfer other than PQ and HLG, and for a matrix or
+  /// primaries that nothing here knows.
   [[nodiscard]] Expected<Frame> map(const Frame& picture);
 
  private:
   struct Table;
+  [[nodiscard]] Expected<Frame> withHalvedChroma(const Frame& picture);
+  [[nodiscard]] Expected<void> prepare(const AVFrame& picture);
+
   std::unique_ptr<Table> table_;
 };
 

@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <exception>
 
-#include <clipworks/engine/input/PictureReader.h>
 #include <clipworks/engine/input/SampleReader.h>
-#include <clipworks/engine/pictures/FramePadding.h>
 #include <clipworks/engine/pipeline/DecodeTimes.h>
+#include <clipworks/engine/pipeline/WholePictures.h>
 
 namespace clipworks::engine {
 namespace {
@@ -18,6 +17,13 @@ constexpr std::size_t codedPicturesUnderWay = 32;
 Error asError(const std::exception& thrown) {
   if (dynamic_cast<const std::bad_alloc*>(&thrown) != nullptr) return {ErrorKind::outOfMemory, "out of memory", 0};
   return {ErrorKind::internal, thrown.what(), 0};
+}
+
+/// The tracks that a run's pictures come from; none for black.
+std::vector<RunLayer> layersOf(const PictureRun& run) {
+  if (!run.layers.empty()) return run.layers;
+  if (run.file == nullptr) return {};
+  return {RunLayer{run.file, run.stream, {}, {}, 1}};
 }
 
 }  // namespace
@@ -104,7 +110,7 @@ Expected<void> CodedPictures::openEncoder() {
 void CodedPictures::decodeRuns() {
   try {
     for (std::size_t i = 0; i < job_.runs.size(); ++i) {
-      if (auto decoded = decodeRun(job_.runs[i], runStarts_[i]); !decoded) return raw_.fail(decoded.error());
+      if (auto decoded = decodeRun(i); !decoded) return raw_.fail(decoded.error());
     }
     raw_.finish();
   } catch (const std::exception& thrown) {
@@ -112,27 +118,24 @@ void CodedPictures::decodeRuns() {
   }
 }
 
-Expected<void> CodedPictures::decodeRun(const PictureRun& run, std::int64_t start) {
-  const auto& settings = job_.encoder;
-  if (run.file == nullptr) {
-    auto black = blackFrame(settings.width, settings.height, encoder_->pixelFormat(), settings.colour.fullRange);
-    if (!black) return tl::make_unexpected(black.error());
-    if (!raw_.push({std::move(*black), start, true, false})) return failed(ErrorKind::cancelled, "cancelled");
-    return {};
+Expected<void> CodedPictures::decodeRun(std::size_t number) {
+  const PictureRun& run = job_.runs[number];
+  std::vector<WholePictures> readers;
+  for (const RunLayer& layer : layersOf(run)) {
+    auto reader = WholePictures::open(layer.file, layer.stream);
+    if (!reader) return tl::make_unexpected(reader.error());
+    readers.push_back(std::move(*reader));
   }
-  auto reader = PictureReader::open(run.file, run.stream);
-  if (!reader) return tl::make_unexpected(reader.error());
-  const bool interlaced = !run.file->stream(run.stream).progressive;
-  bool startsRun = true;
-  for (const auto& shown : run.pictures) {
-    auto frame = reader->picture(shown.picture);
-    if (!frame) return tl::make_unexpected(frame.error());
-    if (!raw_.push({std::move(*frame), start + shown.time, startsRun, interlaced})) {
-      return failed(ErrorKind::cancelled, "cancelled");
+  for (std::size_t i = 0; i < run.pictures.size(); ++i) {
+    RawPicture raw{{}, number, runStarts_[number] + run.pictures[i].time, i == 0};
+    for (std::size_t layer = 0; layer < readers.size(); ++layer) {
+      auto frame = readers[layer].picture(run.layers.empty() ? run.pictures[i].picture : run.layers[layer].pictures[i]);
+      if (!frame) return tl::make_unexpected(frame.error());
+      raw.frames.push_back(std::move(*frame));
     }
-    startsRun = false;
+    if (!raw_.push(std::move(raw))) return failed(ErrorKind::cancelled, "cancelled");
   }
-  replaced_ += reader->replacedPictures();
+  for (const auto& reader : readers) replaced_ += reader.replacedPictures();
   return {};
 }
 
@@ -150,60 +153,21 @@ void CodedPictures::encodePictures() {
 }
 
 Expected<void> CodedPictures::encodeAll() {
-  converter_.emplace(job_.encoder.width, job_.encoder.height, encoder_->pixelFormat(), job_.fit);
+  finish_.emplace(job_, encoder_->pixelFormat());
   for (;;) {
     auto raw = raw_.pop();
     if (!raw) return tl::make_unexpected(raw.error());
     if (!*raw) break;
-    if ((*raw)->startsRun) {
-      if (auto ended = endInterlacedRun(); !ended) return ended;
-    }
-    auto done = (*raw)->interlaced ? makeWhole(std::move(**raw)) : encode(**raw);
-    if (!done) return done;
+    if (auto encoded = encode(**raw); !encoded) return encoded;
   }
-  if (auto ended = endInterlacedRun(); !ended) return ended;
   if (auto finished = encoder_->finish(); !finished) return finished;
   if (auto passed = passOn(); !passed) return passed;
   if (passedRun_ != job_.runs.size()) return failed(ErrorKind::internal, "the encoder lost pictures");
   return {};
 }
 
-Expected<void> CodedPictures::makeWhole(RawPicture raw) {
-  if (!deinterlacer_) {
-    auto opened = Deinterlacer::open(*raw.frame);
-    if (!opened) return tl::make_unexpected(opened.error());
-    deinterlacer_.emplace(std::move(*opened));
-  }
-  if (auto pushed = deinterlacer_->push(raw.frame); !pushed) return pushed;
-  raw.frame.reset();
-  interlaced_.push_back(std::move(raw));
-  return encodeWhole();
-}
-
-Expected<void> CodedPictures::endInterlacedRun() {
-  if (!deinterlacer_) return {};
-  if (auto finished = deinterlacer_->finish(); !finished) return finished;
-  if (auto encoded = encodeWhole(); !encoded) return encoded;
-  deinterlacer_.reset();
-  if (!interlaced_.empty()) return failed(ErrorKind::internal, "deinterlacing lost pictures");
-  return {};
-}
-
-Expected<void> CodedPictures::encodeWhole() {
-  for (;;) {
-    auto whole = deinterlacer_->pull();
-    if (!whole) return tl::make_unexpected(whole.error());
-    if (!*whole) return {};
-    if (interlaced_.empty()) return failed(ErrorKind::internal, "deinterlacing made pictures up");
-    RawPicture picture = std::move(interlaced_.front());
-    interlaced_.pop_front();
-    picture.frame = std::move(**whole);
-    if (auto encoded = encode(picture); !encoded) return encoded;
-  }
-}
-
 Expected<void> CodedPictures::encode(const RawPicture& raw) {
-  auto picture = converter_->convert(raw.frame);
+  auto picture = finish_->finish(job_.runs[raw.run], raw.frames);
   if (!picture) return tl::make_unexpected(picture.error());
   if (auto pushed = encoder_->push(*picture, raw.time, raw.startsRun); !pushed) return pushed;
   return passOn();

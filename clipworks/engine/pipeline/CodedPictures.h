@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <optional>
 #include <string>
 #include <thread>
@@ -9,9 +8,9 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
-#include <clipworks/engine/pictures/Deinterlacer.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
 #include <clipworks/engine/pipeline/ExportJob.h>
+#include <clipworks/engine/pipeline/PictureFinish.h>
 
 namespace clipworks::engine {
 
@@ -47,22 +46,19 @@ class CodedPictures {
 
  private:
   struct RawPicture {
-    Frame frame;
+    std::vector<Frame> frames;  // one, or one for each layer of the run
+    std::size_t run = 0;
     std::int64_t time = 0;  // in ticks of the output
     bool startsRun = false;
-    bool interlaced = false;
   };
   Expected<void> openCopy();
   Expected<void> openEncoder();
   void copyRuns();
   Expected<void> copyRun(const PictureRun& run);
   void decodeRuns();
-  Expected<void> decodeRun(const PictureRun& run, std::int64_t start);
+  Expected<void> decodeRun(std::size_t number);
   void encodePictures();
   Expected<void> encodeAll();
-  Expected<void> makeWhole(RawPicture raw);
-  Expected<void> endInterlacedRun();
-  Expected<void> encodeWhole();
   Expected<void> encode(const RawPicture& picture);
   Expected<void> passOn();
 
@@ -72,9 +68,7 @@ class CodedPictures {
   std::optional<VideoEncoder> encoder_;
   std::int64_t replaced_ = 0;  // written by the decoding thread before it ends
   std::vector<std::int64_t> runStarts_;  // of the first placements
-  std::optional<PictureConverter> converter_;
-  std::optional<Deinterlacer> deinterlacer_;  // of the run under way, when it is interlaced
-  std::deque<RawPicture> interlaced_;         // pushed into it, frames left out
+  std::optional<PictureFinish> finish_;
   std::size_t passedRun_ = 0;            // the run whose samples the encoder gives now
   std::size_t passedOfRun_ = 0;
   BoundedQueue<RawPicture> raw_;

@@ -12,6 +12,7 @@
 #include <clipworks/engine/input/MediaFile.h>
 #include <clipworks/engine/output/SoundEncoder.h>
 #include <clipworks/engine/output/VideoEncoder.h>
+#include <clipworks/engine/pictures/AffineMap.h>
 #include <clipworks/engine/pictures/PictureConverter.h>
 
 namespace clipworks::engine {
@@ -23,13 +24,28 @@ struct ShownPicture {
   std::int64_t time = 0;
 };
 
-/// Pictures that are shown one after the other, from one track of a file; each is coded once, however often the run is
-/// placed.
+/// What one track gives to the pictures of a rendered run.
+struct RunLayer {
+  std::shared_ptr<const MediaFile> file;
+  int stream = 0;
+  std::vector<std::uint32_t> pictures;  ///< one number for each picture of the run, none lower than the one before
+  AffineMap map;                        ///< from the decoded picture to the canvas
+  double opacity = 1;
+};
+
+/// Pictures that are shown one after the other; each is coded once, however often the run is placed. They come from one
+/// track of a file, or are rendered from several.
 struct PictureRun {
-  std::shared_ptr<const MediaFile> file;  ///< null for black
+  std::shared_ptr<const MediaFile> file;  ///< null for black, and where layers are
   int stream = 0;
   std::vector<ShownPicture> pictures;     ///< with rising times; for black one, at 0
+  std::vector<RunLayer> layers;           ///< of a rendered run, from the back to the front; there `picture` says nothing
+};
 
+/// The canvas of rendered pictures, in pixels.
+struct Canvas {
+  int width = 0;
+  int height = 0;
 };
 
 /// Where a run plays: from `start` ticks of the output on.
@@ -46,6 +62,7 @@ struct PictureJob {
   std::int64_t end = 0;                  ///< where the last picture goes, in ticks
   std::optional<std::array<std::int32_t, 9>> matrix;  ///< of the track header; nothing for the identity
   bool copy = false;                     ///< coded samples as they are; else decoded and encoded
+  std::optional<Canvas> canvas;          ///< when rendered; else every picture stays what it is
   VideoEncoderSettings encoder;          ///< when not copied
   PictureConverter::Fit fit = PictureConverter::Fit::pad;
 };
@@ -63,6 +80,7 @@ struct SoundLane {
   std::shared_ptr<const MediaFile> file;
   int stream = 0;
   std::vector<SoundPiece> pieces;  ///< with rising targets, not overlapping
+  float volume = 1.0F;             ///< factor of the level, from 0 on
 };
 
 /// One track of sound to be written.

@@ -115,7 +115,7 @@ Expected<void> SoundLaneReader::addNext(std::int64_t count, float* mix) {
     if (made < 0) return tl::make_unexpected(libraryError(made, lane_.file->name() + ": the sound cannot be converted"));
     pending_.resize(had + static_cast<std::size_t>(made * channels_));
   }
-  for (std::size_t i = 0; i < wanted; ++i) mix[i] += pending_[i];
+  for (std::size_t i = 0; i < wanted; ++i) mix[i] += lane_.volume * pending_[i];
   pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(wanted));
   return {};
 }
@@ -123,6 +123,7 @@ Expected<void> SoundLaneReader::addNext(std::int64_t count, float* mix) {
 Expected<SoundMixer> SoundMixer::open(const SoundJob& job) {
   SoundMixer mixer(job.encoder.channels);
   for (const auto& lane : job.lanes) {
+    if (lane.volume == 0) continue;
     auto reader = SoundLaneReader::open(lane, job.encoder.sampleRate, job.encoder.channels);
     if (!reader) return tl::make_unexpected(reader.error());
     mixer.lanes_.push_back(std::move(*reader));

@@ -18,7 +18,7 @@ class SoundLaneReader {
  public:
   [[nodiscard]] static Expected<std::unique_ptr<SoundLaneReader>> open(const SoundLane& lane, int sampleRate, int channels);
 
-  /// Adds the next `count` samples to `mix`, interleaved.
+  /// Adds the next `count` samples at the lane's volume to `mix`, interleaved.
   [[nodiscard]] Expected<void> addNext(std::int64_t count, float* mix);
 
   static constexpr std::int64_t cachedBytes = 32LL << 20;

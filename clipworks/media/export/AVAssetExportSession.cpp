@@ -56,6 +56,12 @@ class ExportSession final : public AVAssetExportSession {
   std::int64_t fileLengthLimit() const override { return fileLengthLimit_; }
   void setShouldOptimizeForNetworkUse(bool optimize) override { optimizes_ = optimize; }
   bool shouldOptimizeForNetworkUse() const override { return optimizes_; }
+  void setVideoComposition(std::shared_ptr<const AVMutableVideoComposition> composition) override {
+    videoComposition_ = std::move(composition);
+  }
+  std::shared_ptr<const AVMutableVideoComposition> videoComposition() const override { return videoComposition_; }
+  void setAudioMix(std::shared_ptr<const AVMutableAudioMix> audioMix) override { audioMix_ = std::move(audioMix); }
+  std::shared_ptr<const AVMutableAudioMix> audioMix() const override { return audioMix_; }
   void setKeepsRecordingMetadata(bool keeps) override { keepsMetadata_ = keeps; }
   std::string presetName() const override { return presetName_; }
 
@@ -81,6 +87,8 @@ class ExportSession final : public AVAssetExportSession {
   std::string outputFileType_{AVFileTypeMPEG4};
   std::int64_t fileLengthLimit_ = 0;
   bool optimizes_ = false;
+  std::shared_ptr<const AVMutableVideoComposition> videoComposition_;
+  std::shared_ptr<const AVMutableAudioMix> audioMix_;
   bool keepsMetadata_ = keepsMetadataByDefault;
 
   mutable std::mutex mutex_;
@@ -100,8 +108,10 @@ void ExportSession::exportAsynchronously(std::function<void()> completionHandler
     status_ = AVAssetExportSessionStatus::waiting;
   }
   LiveSessions::shared().add(shared_from_this());
-  // The composition may change once this returns, so what it shows now is taken here.
-  std::thread([self = std::static_pointer_cast<ExportSession>(shared_from_this()), tracks = snapshotTracks(*asset_),
+  // The compositions may change once this returns, so what they show now is taken here.
+  if (videoComposition_ != nullptr) videoComposition_ = videoComposition_->copy();
+  std::thread([self = std::static_pointer_cast<ExportSession>(shared_from_this()),
+               tracks = snapshotTracks(*asset_, audioMix_.get()),
                handler = std::move(completionHandler)]() mutable {
     self->finish(self->carryOut(tracks));
     tracks.clear();
@@ -122,7 +132,7 @@ ExportSession::Outcome ExportSession::carryOut(const std::vector<ExportTrack>& t
     if (outputFileType_ != AVFileTypeMPEG4) {
       return failure(makeError(AVError::exportFailed, "files of the type " + outputFileType_ + " are not written"));
     }
-    auto plan = planExport(tracks, preset_, keepsMetadata_);
+    auto plan = planExport(tracks, videoComposition_.get(), preset_, keepsMetadata_);
     if (!plan) return failure(plan.error());
     plan->job.path = outputURL_->path();
     plan->job.fileLengthLimit = fileLengthLimit_;

@@ -12,6 +12,8 @@
 #include <clipworks/media/base/Export.h>
 #include <clipworks/media/base/NSError.h>
 #include <clipworks/media/base/URL.h>
+#include <clipworks/media/composition/AVMutableAudioMix.h>
+#include <clipworks/media/composition/AVMutableVideoComposition.h>
 
 namespace clipworks {
 
@@ -79,6 +81,13 @@ class CLIPWORKS_API AVAssetExportSession : public std::enable_shared_from_this<A
   /// that ask for it.
   virtual void setShouldOptimizeForNetworkUse(bool shouldOptimizeForNetworkUse) = 0;
   [[nodiscard]] virtual bool shouldOptimizeForNetworkUse() const = 0;
+  /// How the tracks of pictures are put together to one of a constant rate; null, the default, keeps every picture's own
+  /// time, and its size and orientation. Copied when the export starts.
+  virtual void setVideoComposition(std::shared_ptr<const AVMutableVideoComposition> videoComposition) = 0;
+  [[nodiscard]] virtual std::shared_ptr<const AVMutableVideoComposition> videoComposition() const = 0;
+  /// How loud each track of sound is; null, the default, leaves all as they are. Read when the export starts.
+  virtual void setAudioMix(std::shared_ptr<const AVMutableAudioMix> audioMix) = 0;
+  [[nodiscard]] virtual std::shared_ptr<const AVMutableAudioMix> audioMix() const = 0;
   /// Whether the date, place and device of the recording are kept (the default). They are taken from the asset of the
   /// first segment of pictures, else of sound.
   virtual void setKeepsRecordingMetadata(bool keepsRecordingMetadata) = 0;

@@ -4,6 +4,7 @@
 
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/export/PicturePlan.h>
+#include <clipworks/media/export/RenderPlan.h>
 #include <clipworks/media/export/SoundPlan.h>
 #include <clipworks/media/time/ExactTime.h>
 
@@ -22,8 +23,8 @@ std::map<std::string, std::string> recordingMetadata(const engine::ExportJob& jo
   std::map<std::string, std::string> metadata;
   if (job.pictures) {
     const auto& runs = job.pictures->runs;
-    const auto run = std::find_if(runs.begin(), runs.end(), [](const auto& r) { return r.file != nullptr; });
-    if (run != runs.end()) metadata = run->file->metadata();
+    const auto run = std::find_if(runs.begin(), runs.end(), [](const auto& r) { return r.file != nullptr || !r.layers.empty(); });
+    if (run != runs.end()) metadata = (run->file != nullptr ? run->file : run->layers.back().file)->metadata();
   } else if (job.sound) {
     metadata = job.sound->lanes.front().file->metadata();
   }
@@ -55,7 +56,7 @@ Result<void, NSError> planPictures(const std::vector<const ExportTrack*>& tracks
     if (!preset.videoCodec) {
       return failure(makeError(AVError::operationNotSupportedForAsset, "the pictures cannot be copied as they are: " + obstacle));
     }
-    chooseEncoding(**job, preset, *preset.videoCodec);
+    chooseEncoding(**job, preset);
     track.encoder = engine::VideoEncoder::libraryName(*preset.videoCodec);
     track.remark = "The pictures are encoded: " + obstacle + ".";
   }
@@ -65,12 +66,26 @@ Result<void, NSError> planPictures(const std::vector<const ExportTrack*>& tracks
   return {};
 }
 
+Result<void, NSError> planRenderedPictures(const std::vector<const ExportTrack*>& tracks,
+                                           const AVMutableVideoComposition& videoComposition, const CMTime& end,
+                                           const ExportPreset& preset, ExportPlan& plan) {
+  if (tracks.empty()) return {};
+  auto job = planRendering(tracks, videoComposition, end, preset);
+  if (!job) return failure(job.error());
+  plan.job.pictures = std::move(*job);
+  plan.tracks.push_back({AVMediaType::video, false, engine::VideoEncoder::libraryName(*preset.videoCodec),
+                         "The pictures are encoded: they are rendered anew."});
+  return {};
+}
+
 }  // namespace
 
-std::vector<ExportTrack> snapshotTracks(const AVAsset& asset) {
+std::vector<ExportTrack> snapshotTracks(const AVAsset& asset, const AVMutableAudioMix* audioMix) {
   std::vector<ExportTrack> tracks;
   for (const auto& track : asset.tracks()) {
     ExportTrack snapshot{track->mediaType(), track->preferredTransform(), resolveToMedia(*track)};
+    snapshot.trackID = track->trackID();
+    if (audioMix != nullptr) applyAudioMix(*audioMix, track->trackID(), snapshot);
     const bool hasMedia = std::any_of(snapshot.segments.begin(), snapshot.segments.end(),
                                       [](const MediaSegment& segment) { return segment.mediaTrack != nullptr; });
     if (hasMedia) tracks.push_back(std::move(snapshot));
@@ -78,14 +93,21 @@ std::vector<ExportTrack> snapshotTracks(const AVAsset& asset) {
   return tracks;
 }
 
-Result<ExportPlan, NSError> planExport(const std::vector<ExportTrack>& tracks, const ExportPreset& preset,
+Result<ExportPlan, NSError> planExport(const std::vector<ExportTrack>& tracks,
+                                       const AVMutableVideoComposition* videoComposition, const ExportPreset& preset,
                                        bool keepsRecordingMetadata) {
   ExportPlan plan;
   std::vector<const ExportTrack*> pictures;
   std::vector<const ExportTrack*> sound;
-  for (const auto& track : tracks) (track.mediaType == AVMediaType::video ? pictures : sound).push_back(&track);
+  CMTime end = kCMTimeZero;
+  for (const auto& track : tracks) {
+    (track.mediaType == AVMediaType::video ? pictures : sound).push_back(&track);
+    end = CMTimeMaximum(end, track.segments.back().target.end());
+  }
 
-  if (auto planned = planPictures(pictures, preset, plan); !planned) return failure(planned.error());
+  auto planned = videoComposition == nullptr ? planPictures(pictures, preset, plan)
+                                             : planRenderedPictures(pictures, *videoComposition, end, preset, plan);
+  if (!planned) return failure(planned.error());
   auto soundJob = planSound(sound, preset);
   if (!soundJob) return failure(soundJob.error());
   if (*soundJob) {

@@ -9,6 +9,7 @@
 #include <clipworks/media/asset/AVAsset.h>
 #include <clipworks/media/base/NSError.h>
 #include <clipworks/media/base/Result.h>
+#include <clipworks/media/composition/AVMutableVideoComposition.h>
 #include <clipworks/media/composition/SegmentMapping.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
 #include <clipworks/media/export/ExportPreset.h>
@@ -20,10 +21,13 @@ struct ExportTrack {
   AVMediaType mediaType = AVMediaType::video;
   CGAffineTransform transform;
   std::vector<MediaSegment> segments;
+  float volume = 1.0F;            ///< of sound
+  CMTime volumeTime = kCMTimeZero;  ///< from when on
+  CMPersistentTrackID trackID = kCMPersistentTrackID_Invalid;
 };
 
-/// The tracks of `asset` that have something to show or to play.
-[[nodiscard]] std::vector<ExportTrack> snapshotTracks(const AVAsset& asset);
+/// The tracks of `asset` that have something to show or to play, as loud as `audioMix`, which may be null, says.
+[[nodiscard]] std::vector<ExportTrack> snapshotTracks(const AVAsset& asset, const AVMutableAudioMix* audioMix);
 
 /// All that is decided about an export before its first sample is read.
 struct ExportPlan {
@@ -32,8 +36,10 @@ struct ExportPlan {
 };
 
 /// Decides for every track whether it is copied or encoded, and lays its pictures and sound out on the output's
-/// timeline. `job.path` and the limit are left to the caller.
-[[nodiscard]] Result<ExportPlan, NSError> planExport(const std::vector<ExportTrack>& tracks, const ExportPreset& preset,
-                                                     bool keepsRecordingMetadata);
+/// timeline; with a video composition the pictures are rendered as it says. `job.path` and the limit are left to the
+/// caller.
+[[nodiscard]] Result<ExportPlan, NSError> planExport(const std::vector<ExportTrack>& tracks,
+                                                     const AVMutableVideoComposition* videoComposition,
+                                                     const ExportPreset& preset, bool keepsRecordingMetadata);
 
 }  // namespace clipworks

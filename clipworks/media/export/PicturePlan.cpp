@@ -6,7 +6,7 @@
 #include <map>
 #include <tuple>
 
-#include <clipworks/engine/input/AccessPoints.h>
+#include <clipworks/engine/input/CodedUnits.h>
 #include <clipworks/engine/input/SampleReader.h>
 #include <clipworks/engine/pipeline/CodedPictures.h>
 #include <clipworks/media/asset/EngineErrors.h>
@@ -22,7 +22,7 @@ constexpr std::int32_t leastTimescale = 90'000;
 constexpr std::int32_t mostTimescale = 1'000'000;
 
 /// The time scale in which every picture and every join of the track falls on a whole tick, where there is one.
-std::int32_t outputTimescale(const std::vector<MediaSegment>& segments) {
+std::int32_t commonTimescaleOf(const std::vector<MediaSegment>& segments) {
   std::int32_t scale = 1;
   for (const auto& segment : segments) {
     std::vector<std::int32_t> wanted{segment.target.start.timescale, segment.target.duration.timescale};
@@ -31,7 +31,7 @@ std::int32_t outputTimescale(const std::vector<MediaSegment>& segments) {
       if (const std::int32_t common = commonTimescale(scale, one, mostTimescale); common != 0) scale = common;
     }
   }
-  return scale >= leastTimescale ? scale : scale * ((leastTimescale + scale - 1) / scale);
+  return outputTimescale(scale);
 }
 
 /// What makes two segments show the same pictures at the same distances.
@@ -113,7 +113,7 @@ class PictureLayout {
   std::size_t blackRun() {
     if (!black_) {
       black_ = job_.runs.size();
-      job_.runs.push_back({nullptr, 0, {{0, 0}}});
+      job_.runs.push_back({nullptr, 0, {{0, 0}}, {}});
     }
     return *black_;
   }
@@ -165,8 +165,12 @@ std::string obstacleInRun(const engine::PictureRun& run) {
 
 }  // namespace
 
+std::int32_t outputTimescale(std::int32_t timescale) {
+  return timescale >= leastTimescale ? timescale : timescale * ((leastTimescale + timescale - 1) / timescale);
+}
+
 Result<std::optional<engine::PictureJob>, NSError> layOutPictures(const ExportTrack& track) {
-  PictureLayout layout(outputTimescale(track.segments));
+  PictureLayout layout(commonTimescaleOf(track.segments));
   for (const auto& segment : track.segments) {
     if (auto added = layout.add(segment); !added) return failure(added.error());
   }
@@ -196,20 +200,20 @@ std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset&
   return {};
 }
 
-void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset, engine::VideoCodec codec) {
-  const auto* media = firstRunWithMedia(job);
-  const auto& facts = media->file->stream(media->stream);
-  auto& encoder = job.encoder;
-  encoder.codec = codec;
-  encoder.timescale = job.timescale;
+void applyPreset(engine::VideoEncoderSettings& encoder, const ExportPreset& preset, const MediaTrack& media) {
+  const auto& facts = media.facts();
+  encoder.codec = *preset.videoCodec;
   encoder.quality = preset.quality;
   encoder.speed = preset.speed;
   encoder.averageBitRate = preset.videoBitRate;
-  encoder.bitDepth = codec == engine::VideoCodec::hevc && facts.bitDepth > 8 ? 10 : 8;
+  encoder.bitDepth = encoder.codec == engine::VideoCodec::hevc && facts.bitDepth > 8 ? 10 : 8;
   encoder.pixelAspect = facts.pixelAspect;
-  encoder.colour = engine::completeColour(media->file->parameters(media->stream));
-  double width = facts.codedWidth;
-  double height = facts.codedHeight;
+  encoder.colour = engine::completeColour(media.file()->parameters(media.stream()));
+  // Eight bits do not carry a high dynamic range; pictures are tone-mapped for them.
+  if (encoder.bitDepth == 8 && facts.highDynamicRange) encoder.colour = {};
+}
+
+void setEncodedSize(engine::PictureJob& job, double width, double height, const ExportPreset& preset) {
   if (preset.largestSide > 0 && std::max(width, height) > preset.largestSide) {
     const double share = preset.largestSide / std::max(width, height);
     width *= share;
@@ -221,14 +225,22 @@ void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset, engine:
     const int whole = static_cast<int>(std::lround(side));
     return std::max(whole + whole % 2, engine::leastPictureSide);
   };
-  encoder.width = even(width);
-  encoder.height = even(height);
+  job.encoder.width = even(width);
+  job.encoder.height = even(height);
+}
 
-  const auto& pictures = media->pictures;
+void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset) {
+  const auto* first = firstRunWithMedia(job);
+  const MediaTrack media(first->file, first->stream);
+  applyPreset(job.encoder, preset, media);
+  job.encoder.timescale = job.timescale;
+  setEncodedSize(job, media.facts().codedWidth, media.facts().codedHeight, preset);
+
+  const auto& pictures = first->pictures;
   if (pictures.size() > 1) {
     const std::int64_t length = pictures.back().time - pictures.front().time;
     const double rate = static_cast<double>(pictures.size() - 1) * job.timescale / static_cast<double>(length);
-    encoder.frameRate = {std::lround(std::clamp(rate, 1.0, 1000.0) * 1000), 1000};
+    job.encoder.frameRate = {std::lround(std::clamp(rate, 1.0, 1000.0) * 1000), 1000};
   }
 }
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include <clipworks/engine/pipeline/ExportJob.h>
+#include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/base/NSError.h>
 #include <clipworks/media/base/Result.h>
 #include <clipworks/media/export/ExportPlan.h>
@@ -18,7 +19,16 @@ namespace clipworks {
 /// Why the coded pictures of a job cannot be copied into a file of `preset`, in a few words; empty when they can.
 [[nodiscard]] std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset& preset);
 
+/// A time scale for pictures whose times are whole ticks of `timescale`, fine enough for any player.
+[[nodiscard]] std::int32_t outputTimescale(std::int32_t timescale);
+
+/// Codec, quality, depth and colours, as `preset`, which names a codec, asks for pictures like those of `media`.
+void applyPreset(engine::VideoEncoderSettings& encoder, const ExportPreset& preset, const MediaTrack& media);
+
+/// The encoder's size for pictures of `width` × `height`: even, and no larger than the preset says.
+void setEncodedSize(engine::PictureJob& job, double width, double height, const ExportPreset& preset);
+
 /// The encoder's settings for a job whose pictures are encoded.
-void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset, engine::VideoCodec codec);
+void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset);
 
 }  // namespace clipworks

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <clipworks/media/asset/MediaTrack.h>
+#include <clipworks/media/base/PrintedText.h>
 #include <clipworks/media/time/ExactTime.h>
 
 namespace clipworks {
@@ -19,14 +20,27 @@ constexpr std::int64_t mostHiddenSamples = 8192;
 /// 44,100 and 48,000 stay, others go to the next of the two.
 int outputRate(int sourceRate) { return sourceRate <= lowRate ? lowRate : highRate; }
 
-engine::SoundLane& laneOf(std::vector<engine::SoundLane>& lanes, std::size_t firstOfTrack, const MediaTrack& media) {
+engine::SoundLane& laneOf(std::vector<engine::SoundLane>& lanes, std::size_t firstOfTrack, const MediaTrack& media,
+                          float volume) {
   const auto begin = lanes.begin() + static_cast<std::ptrdiff_t>(firstOfTrack);
   const auto known = std::find_if(begin, lanes.end(), [&](const engine::SoundLane& lane) {
     return lane.file == media.file() && lane.stream == media.stream();
   });
   if (known != lanes.end()) return *known;
-  lanes.push_back({media.file(), media.stream(), {}});
+  lanes.push_back({media.file(), media.stream(), {}, volume});
   return lanes.back();
+}
+
+std::optional<NSError> whyNotAudible(const ExportTrack& track) {
+  if (track.volumeTime > kCMTimeZero) {
+    return makeError(AVError::operationNotSupportedForAsset, "volumes that change in the course of a track are not supported");
+  }
+  // Written so that NaN fails too.
+  if (!(track.volume >= 0.0F && track.volume <= AVMutableAudioMixInputParameters::greatestVolume)) {
+    return makeError(AVError::operationNotSupportedForAsset,
+                     "a track's volume must be from 0 to 1000, not " + printedNumber(track.volume));
+  }
+  return std::nullopt;
 }
 
 /// Places a segment in samples at its own rate. Start and end are rounded each by itself, so no rounding adds up.
@@ -45,16 +59,26 @@ bool canBeCopied(const engine::SoundJob& job, const ExportPreset& preset, std::s
   }
   const auto& lane = job.lanes.front();
   const auto& piece = lane.pieces.front();
-  return lane.file->stream(lane.stream).codec == "aac" && piece.target == 0 && piece.source <= mostHiddenSamples;
+  return lane.file->stream(lane.stream).codec == "aac" && lane.volume == 1.0F && piece.target == 0 && piece.source <= mostHiddenSamples;
 }
 
 }  // namespace
+
+void applyAudioMix(const AVMutableAudioMix& audioMix, CMPersistentTrackID trackID, ExportTrack& track) {
+  for (const auto& parameters : audioMix.inputParameters()) {
+    if (parameters == nullptr || parameters->trackID() != trackID) continue;
+    track.volume = parameters->volume();
+    track.volumeTime = parameters->volumeTime();
+    return;
+  }
+}
 
 Result<std::optional<engine::SoundJob>, NSError> planSound(const std::vector<const ExportTrack*>& tracks,
                                                            const ExportPreset& preset) {
   engine::SoundJob job;
   CMTime end = kCMTimeZero;
   for (const auto* track : tracks) {
+    if (auto reason = whyNotAudible(*track)) return failure(std::move(*reason));
     const std::size_t firstOfTrack = job.lanes.size();
     for (const auto& segment : track->segments) {
       end = CMTimeMaximum(end, segment.target.end());
@@ -62,7 +86,7 @@ Result<std::optional<engine::SoundJob>, NSError> planSound(const std::vector<con
       if (!(segment.source.duration == segment.target.duration)) {
         return failure(makeError(AVError::operationNotSupportedForAsset, "sound cannot be played faster or slower"));
       }
-      laneOf(job.lanes, firstOfTrack, *segment.mediaTrack).pieces.push_back(pieceOf(segment));
+      laneOf(job.lanes, firstOfTrack, *segment.mediaTrack, track->volume).pieces.push_back(pieceOf(segment));
     }
   }
   if (job.lanes.empty()) return std::optional<engine::SoundJob>{};

@@ -19,4 +19,13 @@ struct CGRect {
   friend constexpr bool operator==(const CGRect&, const CGRect&) = default;
 };
 
+/// The width, never negative, whatever sign is stored.
+[[nodiscard]] constexpr double CGRectGetWidth(const CGRect& rect) {
+  return rect.size.width < 0 ? -rect.size.width : rect.size.width;
+}
+/// The height, never negative, whatever sign is stored.
+[[nodiscard]] constexpr double CGRectGetHeight(const CGRect& rect) {
+  return rect.size.height < 0 ? -rect.size.height : rect.size.height;
+}
+
 }  // namespace clipworks

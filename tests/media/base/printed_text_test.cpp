@@ -8,6 +8,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -16,37 +17,26 @@ namespace {
 
 constexpr double infinite = std::numeric_limits<double>::infinity();
 
-struct NumberCase {
-  const char* text;
-  double number;
-};
-
-std::ostream& operator<<(std::ostream& out, const NumberCase& c) { return out << c.text; }
-
-class PrintedDoubleTest : public testing::TestWithParam<NumberCase> {};
-
-TEST_P(PrintedDoubleTest, HasTheExpectedForm) { EXPECT_EQ(printedNumber(GetParam().number), GetParam().text); }
-
-INSTANTIATE_TEST_SUITE_P(
-    Numbers, PrintedDoubleTest,
-    testing::Values(NumberCase{"0.0", 0.0}, NumberCase{"-0.0", -0.0}, NumberCase{"1920.0", 1920},
-                    NumberCase{"-1080.0", -1080}, NumberCase{"100000.0", 1e5}, NumberCase{"1.5707963267948966", M_PI_2},
-                    NumberCase{"6.123233995736766e-17", 6.123233995736766e-17}, NumberCase{"0.1", 0.1},
-                    NumberCase{"0.0001", 1e-4}, NumberCase{"9.999999999999999e-05", std::nextafter(1e-4, 0)},
-                    NumberCase{"3e-05", 3e-5}, NumberCase{"9007199254740991.0", 0x1p53 - 1},
-                    NumberCase{"4503599627370495.5", 0x1p52 - 0.5}, NumberCase{"-9.007199254740992e+15", -0x1p53},
-                    NumberCase{"1e+16", 1e16}, NumberCase{"5e-324", 5e-324},
-                    NumberCase{"1.7976931348623157e+308", std::numeric_limits<double>::max()},
-                    NumberCase{"inf", infinite}, NumberCase{"-inf", -infinite},
-                    NumberCase{"nan", std::copysign(std::nan(""), -1.0)}));
+TEST(PrintedNumberTest, HasTheExpectedForm) {
+  const std::pair<double, const char*> cases[] = {{-0.0, "-0.0"},
+                                                  {1920, "1920.0"},
+                                                  {M_PI_2, "1.5707963267948966"},
+                                                  {1e-4, "0.0001"},
+                                                  {3e-5, "3e-05"},
+                                                  {0x1p53 - 1, "9007199254740991.0"},
+                                                  {-0x1p53, "-9.007199254740992e+15"},
+                                                  {1e16, "1e+16"},
+                                                  {5e-324, "5e-324"},
+                                                  {std::numeric_limits<double>::max(), "1.7976931348623157e+308"},
+                                                  {-infinite, "-inf"},
+                                                  {std::copysign(std::nan(""), -1.0), "nan"}};
+  for (const auto& [number, text] : cases) EXPECT_EQ(printedNumber(number), text);
+}
 
 TEST(PrintedNumberTest, SinglePrecisionHasItsOwnDigitsAndLimit) {
   EXPECT_EQ(printedNumber(0.1F), "0.1");
-  EXPECT_EQ(printedNumber(1e-4F), "0.0001");
-  EXPECT_EQ(printedNumber(std::nextafter(1e-4F, 0.0F)), "9.999999e-05");
   EXPECT_EQ(printedNumber(16'777'215.0F), "16777215.0");
   EXPECT_EQ(printedNumber(16'777'216.0F), "1.6777216e+07");
-  EXPECT_EQ(printedNumber(std::numeric_limits<float>::infinity()), "inf");
 }
 
 TEST(PrintedNumberTest, ReadsBackAndHasNoMoreDigitsThanTheCLibraryNeeds) {

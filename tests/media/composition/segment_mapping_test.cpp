@@ -15,59 +15,30 @@ namespace {
 using testing::ElementsAreArray;
 using Lines = std::vector<std::string>;
 
-// ---- One segment
-
-struct MappingCase {
-  const char* name;
-  AVAssetTrackSegment segment;
-  CMTime source;
-  CMTime target;  // with the time scale that is expected of mapToTarget
-  friend void PrintTo(const MappingCase& c, std::ostream* out) { *out << c.name; }
-};
-
-class MapBothWays : public testing::TestWithParam<MappingCase> {};
-
-TEST_P(MapBothWays, IsExactAndReverses) {
-  const auto& [name, segment, source, target] = GetParam();
-  const CMTime there = mapToTarget(segment, source);
-  EXPECT_EQ(there.value, target.value);
-  EXPECT_EQ(there.timescale, target.timescale);
-  EXPECT_FALSE(there.wasRounded());
-  EXPECT_EQ(text(mapToSource(segment, there)), text(source));
-}
-
-constexpr CMTime kYear{31'536'000, 1};
-
-std::vector<MappingCase> segments() {
-  return {
-      {"a shift keeps the finer scale", mediaAt(seconds(2, 5), seconds(10, 13)), {2500, 1000}, {10'500, 1000}},
-      {"the start of the source is the start of the target", mediaAt(seconds(2, 5), seconds(10, 16)), {2, 1}, {10, 1}},
-      {"the end of the source is the end of the target", mediaAt(seconds(2, 5), seconds(10, 17)), {5, 1}, {17, 1}},
-      {"a third of the rate needs thirds", mediaAt(seconds(0, 3), seconds(0, 1)), {1, 1}, {1, 3}},
-      {"scales of video, sound and movie meet at their common multiple",
-       mediaAt({{0, 1}, {44'100, 44'100}}, {{0, 600}, {1200, 600}}),
-       {1, 90'000},
-       {1, 45'000}},
-      {"the result's scale is a multiple of the target's",
-       mediaAt({{0, 1}, {44'100, 44'100}}, {{0, 600}, {1200, 600}}),
-       {1, 44'100},
-       {4, 88'200}},
-      {"before the segment the mapping goes on, below zero too",
-       mediaAt(seconds(2, 5), seconds(1, 7)),
-       {1, 1},
-       {-1, 1}},
-      {"fine counts of years stay exact",
-       mediaAt({kCMTimeZero, {kYear.value * 1'000'000'007, 1'000'000'007}}, {kYear, {kYear.value * 2, 1}}),
-       {kYear.value * 1'000'000'007 - 1, 1'000'000'007},
-       {kYear.value * 3 * 1'000'000'007 - 2, 1'000'000'007}},
-      {"an exact result in another scale is found where the common multiple is too large",
-       mediaAt(seconds(0, 3), {{0, 1 << 30}, {1 << 30, 1 << 30}}),
-       {1, 1},
-       {1, 3}},
+TEST(Map, IsExactBothWaysAtAMultipleOfTheTargetsScale) {
+  constexpr std::int64_t year = 31'536'000;
+  struct {
+    AVAssetTrackSegment segment;
+    CMTime source;
+    CMTime target;
+  } const cases[] = {
+      {mediaAt(seconds(2, 5), seconds(10, 13)), {2500, 1000}, {10'500, 1000}},
+      {mediaAt(seconds(2, 5), seconds(10, 17)), {5, 1}, {17, 1}},
+      {mediaAt(seconds(0, 3), seconds(0, 1)), {1, 1}, {1, 3}},
+      {mediaAt({{0, 1}, {44'100, 44'100}}, {{0, 600}, {1200, 600}}), {1, 44'100}, {4, 88'200}},
+      {mediaAt(seconds(2, 5), seconds(1, 7)), {1, 1}, {-1, 1}},
+      // Fine counts of years, and a common multiple that is too large.
+      {mediaAt({kCMTimeZero, {year * 1'000'000'007, 1'000'000'007}}, {{year, 1}, {year * 2, 1}}),
+       {year * 1'000'000'007 - 1, 1'000'000'007},
+       {year * 3 * 1'000'000'007 - 2, 1'000'000'007}},
+      {mediaAt(seconds(0, 3), {{0, 1 << 30}, {1 << 30, 1 << 30}}), {1, 1}, {1, 3}},
   };
+  for (const auto& [segment, source, target] : cases) {
+    const CMTime there = mapToTarget(segment, source);
+    EXPECT_TRUE(there.isIdenticalTo(target)) << text(there) << " instead of " << text(target);
+    EXPECT_EQ(text(mapToSource(segment, there)), text(source));
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Segments, MapBothWays, testing::ValuesIn(segments()));
 
 TEST(Map, RoundsHalfAwayFromZeroToTheFinestMultipleOfTheTargetsScale) {
   // 31 · 2^26 is the finest multiple of 2^26 that fits 31 bits.
@@ -92,11 +63,8 @@ TEST(Map, IsInvalidWhereItIsNotDefined) {
       {mediaAt(seconds(0, 1), seconds(1, 1)), {0, 1}},    // never shown
       {gapAt(SegmentGap::empty, seconds(0, 1)), {0, 1}},  // a gap
       {mediaAt(seconds(1, 0), seconds(0, 1)), {0, 1}},    // runs backwards
-      {mediaAt({{0, 1}, {1, 0, CMTime::valid, 0}}, seconds(0, 1)), {0, 1}},
       {sound, kCMTimeInvalid},
       {sound, kCMTimePositiveInfinity},
-      {sound, kCMTimeIndefinite},
-      {sound, CMTime(0, 1, CMTime::valid, 1)},
       {sound, CMTime(std::numeric_limits<std::int64_t>::min(), 1)},
   };
   for (std::size_t i = 0; i < cases.size(); ++i) {
@@ -108,8 +76,6 @@ TEST(Map, IsInvalidWhereItIsNotDefined) {
   EXPECT_EQ(text(mapToTarget(slow, CMTime(-2'000'000'000, 1))), "-inf");
 }
 
-// ---- Slices of lists
-
 /// Half a second of nothing, two edits (the second at double speed), a held picture, black.
 const std::vector<AVAssetTrackSegment> kEdited = {
     gapAt(SegmentGap::hold, fromTo({0, 2}, {1, 2})),    mediaAt(seconds(10, 12), fromTo({1, 2}, {5, 2})),
@@ -117,56 +83,28 @@ const std::vector<AVAssetTrackSegment> kEdited = {
     gapAt(SegmentGap::empty, fromTo({11, 2}, {13, 2})),
 };
 
-struct SliceCase {
-  const char* name;
-  std::vector<AVAssetTrackSegment> segments;
-  CMTimeRange range;
-  CMTime at;
-  Lines expected;
-  friend void PrintTo(const SliceCase& c, std::ostream* out) { *out << c.name; }
-};
-
-class Slice : public testing::TestWithParam<SliceCase> {};
-
-TEST_P(Slice, Holds) {
-  EXPECT_THAT(lines(sliceSegments(GetParam().segments, GetParam().range, GetParam().at)),
-              ElementsAreArray(GetParam().expected));
-}
-
-std::vector<SliceCase> lists() {
-  return {
-      {"the whole list, moved",
-       kEdited,
-       fromTo({0, 2}, {13, 2}),
-       {100, 1},
-       {"hold at 100..201/2", "media 10..12 at 201/2..205/2", "media 20..24 at 205/2..209/2",
-        "media 30..30 at 209/2..211/2", "empty at 211/2..213/2"}},
-      {"cuts within segments, the faster one by its rate",
-       kEdited,
-       seconds(1, 3),
-       {0, 1},
-       {"media 21/2..12 at 0..3/2", "media 20..21 at 3/2..2"}},
-      {"a part of one segment", kEdited, fromTo({11, 4}, {3, 1}), {7, 1}, {"media 41/2..21 at 7..29/4"}},
-      {"a held picture stays the same picture", kEdited, fromTo({19, 4}, {5, 1}), {0, 1}, {"media 30..30 at 0..1/4"}},
-      {"a gap keeps its kind", kEdited, seconds(6, 7), {0, 1}, {"empty at 0..1/2", "hold at 1/2..1"}},
-      {"padding before and after",
-       {mediaAt(seconds(0, 1), seconds(2, 3))},
-       seconds(0, 5),
-       {1, 1},
-       {"hold at 1..3", "media 0..1 at 3..4", "hold at 4..6"}},
-      {"wholly after the list", kEdited, seconds(20, 21), {0, 1}, {"hold at 0..1"}},
-      {"wholly before the list", {mediaAt(seconds(0, 1), seconds(5, 6))}, seconds(1, 2), {0, 1}, {"hold at 0..1"}},
-      {"of an empty list", {}, seconds(1, 3), {5, 1}, {"hold at 5..7"}},
-      {"an empty range", kEdited, seconds(1, 1), {0, 1}, {}},
-      {"a negative range", kEdited, seconds(2, 1), {0, 1}, {}},
-      {"an infinite range", kEdited, {kCMTimeZero, kCMTimePositiveInfinity}, {0, 1}, {}},
-      {"at no time", kEdited, seconds(0, 1), kCMTimeInvalid, {}},
+TEST(Slice, CutsWithinSegmentsAndPadsOutsideThem) {
+  const std::vector<AVAssetTrackSegment> late = {mediaAt(seconds(0, 1), seconds(2, 3))};
+  struct {
+    std::vector<AVAssetTrackSegment> segments;
+    CMTimeRange range;
+    CMTime at;
+    Lines expected;
+  } const cases[] = {
+      {kEdited, seconds(1, 3), {0, 1}, {"media 21/2..12 at 0..3/2", "media 20..21 at 3/2..2"}},
+      {kEdited, fromTo({19, 4}, {5, 1}), {7, 1}, {"media 30..30 at 7..29/4"}},
+      {kEdited, seconds(6, 7), {0, 1}, {"empty at 0..1/2", "hold at 1/2..1"}},
+      {late, seconds(0, 5), {1, 1}, {"hold at 1..3", "media 0..1 at 3..4", "hold at 4..6"}},
+      {kEdited, seconds(20, 21), {0, 1}, {"hold at 0..1"}},
+      {{}, seconds(1, 3), {5, 1}, {"hold at 5..7"}},
+      {kEdited, seconds(2, 1), {0, 1}, {}},
+      {kEdited, {kCMTimeZero, kCMTimePositiveInfinity}, {0, 1}, {}},
+      {kEdited, seconds(0, 1), kCMTimeInvalid, {}},
   };
+  for (const auto& [segments, range, at, expected] : cases) {
+    EXPECT_THAT(lines(sliceSegments(segments, range, at)), ElementsAreArray(expected)) << text(range);
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Lists, Slice, testing::ValuesIn(lists()));
-
-// ---- Resolving
 
 const auto kPlainTrack = plainTrack("A", {10, 1});
 const auto kEditedTrack = std::make_shared<FakeTrack>("E", kEdited);
@@ -193,17 +131,10 @@ std::vector<ResolveCase> compositions() {
   const auto nested = edited({insert(kPlainTrack, seconds(2, 12), {1, 1}), scale(seconds(1, 9), {4, 1})});
   const auto shortened = edited({insert(kPlainTrack, seconds(0, 10), {0, 1})});
   return {
-      {"no segments", {}, {}},
-      {"the source's own gaps, edits and held picture show, and the padding after them",
-       {insert(kEditedTrack, seconds(0, 7), {3, 1})},
-       {"empty at 0..3", "hold at 3..7/2", "E 10..12 at 7/2..11/2", "E 20..24 at 11/2..15/2", "E 30..30 at 15/2..17/2",
-        "empty at 17/2..19/2", "hold at 19/2..10"}},
-      {"a re-timed insertion multiplies the rates of the edits",
-       {insert(kEditedTrack, seconds(1, 5), {0, 1}), scale(seconds(0, 4), {8, 1})},
-       {"E 21/2..12 at 0..3", "E 20..24 at 3..7", "E 30..30 at 7..8"}},
-      {"a picture that the source holds is cut by its target",
-       {insert(kEditedTrack, fromTo({19, 4}, {21, 4}), {0, 1})},
-       {"E 30..30 at 0..1/2"}},
+      {"the source's own gaps, edits and held picture show, re-timed, and the padding after them",
+       {insert(kEditedTrack, seconds(1, 7), {3, 1}), scale(seconds(3, 9), {12, 1})},
+       {"empty at 0..3", "E 21/2..12 at 3..6", "E 20..24 at 6..10", "E 30..30 at 10..12", "empty at 12..14",
+        "hold at 14..15"}},
       {"edits that continue one another at one rate are joined, repeats are not",
        {insert(kCutTrack, seconds(0, 8), {0, 1})},
        {"C 5..8 at 0..3", "C 8..10 at 3..7", "C 9..10 at 7..8"}},
@@ -225,11 +156,6 @@ std::vector<ResolveCase> compositions() {
 }
 
 INSTANTIATE_TEST_SUITE_P(Compositions, Resolve, testing::ValuesIn(compositions()));
-
-TEST(Resolve, SeesAFilesTrackAsItsOwnSegmentsJoined) {
-  EXPECT_THAT(lines(resolveToMedia(*kCutTrack)),
-              ElementsAreArray({"C 5..8 at 0..3", "C 8..10 at 3..7", "C 9..10 at 7..8"}));
-}
 
 TEST(Resolve, GoesThroughDeepNestingAndSharedTracks) {
   std::shared_ptr<const AVAssetTrack> inner = plainTrack("A", {2, 1});

@@ -1,10 +1,13 @@
 #include <clipworks/media/dispatch/DispatchGroup.h>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include <clipworks/media/dispatch/DispatchQueue.h>
+#include <clipworks/media/dispatch/DispatchSemaphore.h>
 #include <gtest/gtest.h>
 
 namespace clipworks {
@@ -34,31 +37,6 @@ TEST(DispatchGroupTest, NotifiesOnceInOrderWhenTheLastLeaves) {
   EXPECT_EQ(queue.drain(), 1U) << "an empty group notifies at once";
 }
 
-TEST(DispatchGroupTest, JoinsTwoHalvesOnTheGlobalQueue) {
-  const auto group = DispatchGroup::make();
-  int first = 0;
-  int second = 0;
-  int sum = 0;
-  const auto outer = DispatchGroup::make();
-  outer->enter();
-  group->enter();
-  DispatchQueue::global().async([&, group] {
-    first = 40;
-    group->leave();
-  });
-  group->enter();
-  DispatchQueue::global().async([&, group] {
-    second = 2;
-    group->leave();
-  });
-  group->notify(DispatchQueue::global(DispatchQoS::userInitiated), [&] {
-    sum = first + second;
-    outer->leave();
-  });
-  ASSERT_TRUE(outer->wait(seconds(60))) << "the group did not notify";
-  EXPECT_EQ(sum, 42);
-}
-
 TEST(DispatchGroupTest, VanishesWithItsNotificationsWhileEntered) {
   auto group = DispatchGroup::make();
   const auto token = std::make_shared<int>(0);
@@ -68,6 +46,29 @@ TEST(DispatchGroupTest, VanishesWithItsNotificationsWhileEntered) {
   group.reset();
   EXPECT_EQ(token.use_count(), 1) << "the notification is still held";
   EXPECT_EQ(DispatchQueue::main().drain(), 0U);
+}
+
+TEST(DispatchSemaphoreTest, ExcludesThreadsFromOneAnotherAndLosesNoSignal) {
+  const auto gate = DispatchSemaphore::make(1);
+  int guarded = 0;  // without another lock
+  std::atomic<int> inside{0};
+  std::atomic<bool> overlapped{false};
+  {
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < 4; ++t) {
+      threads.emplace_back([&] {
+        for (int i = 0; i < 500; ++i) {
+          if (!gate->wait(seconds(60))) return;
+          if (++inside > 1) overlapped = true;
+          ++guarded;
+          --inside;
+          gate->signal();
+        }
+      });
+    }
+  }
+  EXPECT_FALSE(overlapped);
+  EXPECT_EQ(guarded, 2000) << "a wait ran out of time: a signal was lost";
 }
 
 TEST(DispatchGroupDeathTest, MayNotBeLeftMoreOftenThanEntered) {
@@ -80,6 +81,7 @@ TEST(DispatchGroupDeathTest, MayNotBeLeftMoreOftenThanEntered) {
         group->leave();
       },
       "left only as often as it was entered");
+  EXPECT_DEATH(static_cast<void>(DispatchSemaphore::make(-1)), "cannot start below 0");
 }
 
 }  // namespace

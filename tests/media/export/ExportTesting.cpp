@@ -1,7 +1,6 @@
 #include "ExportTesting.h"
 
-#include <cmath>
-#include <sstream>
+#include <map>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -53,6 +52,21 @@ std::shared_ptr<AVMutableComposition> loopOf(const std::filesystem::path& clip, 
       const auto inserted = track->insertTimeRange({kCMTimeZero, length}, sources.front(), CMTimeMultiply(length, i));
       EXPECT_TRUE(inserted) << inserted.error().description();
     }
+  }
+  return composition;
+}
+
+std::shared_ptr<AVMutableComposition> cutOf(const std::vector<Part>& parts, AVMediaType type) {
+  const auto composition = AVMutableComposition::make();
+  const auto track = composition->addMutableTrack(type, kCMPersistentTrackID_Invalid);
+  std::map<std::filesystem::path, std::shared_ptr<AVAsset>> assets;
+  CMTime end = kCMTimeZero;
+  for (const auto& [clip, from, to] : parts) {
+    auto& asset = assets[clip];
+    if (asset == nullptr) asset = AVAsset::make(URL(clip));
+    const CMTimeRange range(CMTime(from, 1000), CMTime(to - from, 1000));
+    EXPECT_TRUE(track->insertTimeRange(range, asset->tracks(type).at(0), end));
+    end = end + range.duration;
   }
   return composition;
 }

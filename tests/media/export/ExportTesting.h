@@ -10,10 +10,18 @@
 #include <string_view>
 #include <vector>
 
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
 #include <clipworks/media/composition/AVMutableComposition.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
 
+#include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
+#include <tests/support/RunProgram.h>
+#include <tests/support/TemporaryDirectory.h>
+
+// What tests of exports share, and the headers that all of them need.
 
 namespace clipworks::test {
 
@@ -53,6 +61,17 @@ struct Exported {
 /// The whole clip `count` times in a row: its first track of pictures with its transform, and its first of sound where
 /// there is one.
 [[nodiscard]] std::shared_ptr<AVMutableComposition> loopOf(const std::filesystem::path& clip, int count);
+
+/// A stretch of a clip, in milliseconds.
+struct Part {
+  std::filesystem::path clip;
+  std::int64_t from;
+  std::int64_t to;
+};
+
+/// The pictures of `parts` one after another on one track, or their sound.
+[[nodiscard]] std::shared_ptr<AVMutableComposition> cutOf(const std::vector<Part>& parts,
+                                                          AVMediaType type = AVMediaTypeVideo);
 
 /// The length of an MP4 or QuickTime file by its movie header, of others by ffprobe; in seconds.
 [[nodiscard]] double lengthOf(const std::filesystem::path& clip);

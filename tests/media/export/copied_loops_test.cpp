@@ -1,20 +1,8 @@
-#include <clipworks/media/export/AVAssetExportSession.h>
-
-#include <algorithm>
-#include <cmath>
-#include <functional>
 #include <ostream>
 #include <string>
 #include <string_view>
 #include <tuple>
 #include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <tests/support/BarCodeClip.h>
-#include <tests/support/MediaJudge.h>
-#include <tests/support/TemporaryDirectory.h>
 
 #include "ExportTesting.h"
 
@@ -24,7 +12,6 @@ namespace clipworks::test {
 namespace {
 
 using testing::Each;
-using testing::ElementsAreArray;
 using testing::Field;
 
 /// Of Matroska, which counts in milliseconds; other clips' pictures lie on whole ticks.
@@ -52,7 +39,6 @@ const std::vector<std::int64_t> unevenTimes{0,      1001,   2002,   4004,   5005
 const std::vector<std::int64_t> lateTimes{12'000, 13'000, 14'000, 15'000, 16'000, 17'000, 18'000, 19'000,
                                           20'000, 21'000, 22'000, 23'000, 24'000, 25'000, 26'000, 27'000};
 
-const Clip constantRate{"a constant rate", small({.frames = 40, .bFrames = 0, .gop = 12})};
 const Clip reordered{"a constant rate with B pictures", small({.frames = 40, .rate = {30'000, 1001}, .gop = 12})};
 const Clip variableRate{"a variable rate with B pictures and a hole",
                         small({.frameTimes = unevenTimes, .lastFrameLength = 2000, .timescale = 30'000, .gop = 9})};
@@ -63,19 +49,13 @@ const Clip latePictures{
     "pictures that start late",
     small({.frameTimes = lateTimes, .lastFrameLength = 1000, .timescale = 30'000, .audioSeconds = 0.93})};
 const Clip mono{"mono sound at 22,050 Hz", small({.frames = 40, .sampleRate = 22'050, .channels = 1})};
-const Clip telephone{"sound at 8,000 Hz", small({.frames = 40, .sampleRate = 8'000, .channels = 1})};
 const Clip surround{"5.1 sound", small({.frames = 40, .channels = 6})};
 const Clip openHEVC{
     "HEVC with open groups",
     small({.frames = 40, .videoCodec = "libx265", .preset = "ultrafast", .gop = 10, .groups = GroupOfPictures::open}),
     AVAssetExportPresetHEVCHighestQuality};
-const Clip deepHEVC{"HEVC of 10 bits",
-                    small({.frames = 30, .videoCodec = "libx265", .preset = "ultrafast", .pixelFormat = "yuv420p10le"}),
-                    AVAssetExportPresetHEVCHighestQuality};
 const Clip openH264{"H.264 with open groups", small({.frames = 40, .gop = 10, .groups = GroupOfPictures::open})};
 const Clip quarterTurn{"pictures turned a quarter", small({.frames = 30, .rotation = 90})};
-const Clip halfTurn{"pictures turned half round", small({.frames = 30, .rotation = 180})};
-const Clip threeQuarters{"pictures turned three quarters", small({.frames = 30, .rotation = 270})};
 const Clip matroska{"a Matroska file with FLAC", small({.frames = 40, .audioCodec = "flac", .extension = ".mkv"}),
                     AVAssetExportPresetHighestQuality, millisecondClock};
 const Clip quickTime{"a QuickTime movie with PCM",
@@ -87,14 +67,11 @@ const Clip silent{"no sound at all", small({.frames = 40, .audioCodec = ""})};
 class CopiedLoops : public testing::TestWithParam<std::tuple<Clip, int>> {
  protected:
   void expectSamplesOf(const MediaJudge& source, const MediaJudge& output, int count) {
+    const auto once = hashesOf(source.codedSamples("video"));
     std::vector<std::string> expected;
-    for (int copy = 0; copy < count; ++copy) {
-      for (const auto& sample : source.codedSamples("video")) expected.push_back(sample.hash);
-    }
+    for (int copy = 0; copy < count; ++copy) expected.insert(expected.end(), once.begin(), once.end());
     const auto samples = output.codedSamples("video");
-    std::vector<std::string> hashes;
-    for (const auto& sample : samples) hashes.push_back(sample.hash);
-    EXPECT_EQ(hashes, expected) << "coded pictures are copied byte by byte";
+    EXPECT_EQ(hashesOf(samples), expected) << "coded pictures are copied byte by byte";
     for (std::size_t i = 0; i < samples.size(); ++i) {
       ASSERT_LE(samples[i].decode, samples[i].presentation) << "sample " << i;
       if (i > 0) {
@@ -155,14 +132,12 @@ TEST_P(CopiedLoops, PlayEveryPictureAndSoundAgainInItsPlace) {
 }
 
 INSTANTIATE_TEST_SUITE_P(ThreeTimes, CopiedLoops,
-                         testing::Combine(testing::Values(constantRate, reordered, variableRate, shortSound, longSound,
-                                                          lateSound, latePictures, mono, telephone, surround, openHEVC,
-                                                          deepHEVC, openH264, quarterTurn, halfTurn, threeQuarters,
-                                                          matroska, quickTime, untouchedMPEG4, silent),
+                         testing::Combine(testing::Values(variableRate, shortSound, longSound, lateSound, mono,
+                                                          surround, openHEVC, openH264, quarterTurn, matroska,
+                                                          quickTime, untouchedMPEG4, silent),
                                           testing::Values(3)));
 INSTANTIATE_TEST_SUITE_P(FiftyTimes, CopiedLoops,
-                         testing::Combine(testing::Values(reordered, variableRate, lateSound, latePictures, mono,
-                                                          openHEVC, matroska),
+                         testing::Combine(testing::Values(reordered, latePictures, mono, openHEVC),
                                           testing::Values(50)));
 
 /// A clip of a single copy, whose sound needs no encoder either.
@@ -180,11 +155,7 @@ TEST_P(CopiedOnce, AClipStaysAsItIsCoded) {
   const MediaJudge source(clip.path());
   const MediaJudge output(directory.file("copy.mp4"));
   for (const char* type : {"video", "audio"}) {
-    std::vector<std::string> expected;
-    std::vector<std::string> hashes;
-    for (const auto& sample : source.codedSamples(type)) expected.push_back(sample.hash);
-    for (const auto& sample : output.codedSamples(type)) hashes.push_back(sample.hash);
-    EXPECT_THAT(hashes, ElementsAreArray(expected)) << type;
+    EXPECT_EQ(hashesOf(output.codedSamples(type)), hashesOf(source.codedSamples(type))) << type;
   }
   const auto lag = lagMilliseconds(source.sound(), output.sound());
   ASSERT_TRUE(lag);
@@ -192,8 +163,7 @@ TEST_P(CopiedOnce, AClipStaysAsItIsCoded) {
   EXPECT_EQ(output.warnings(), "");
 }
 
-INSTANTIATE_TEST_SUITE_P(Clips, CopiedOnce,
-                         testing::Values(reordered, mono, openHEVC, quarterTurn, untouchedMPEG4, shortSound));
+INSTANTIATE_TEST_SUITE_P(Clips, CopiedOnce, testing::Values(reordered, mono, untouchedMPEG4, shortSound));
 
 }  // namespace
 }  // namespace clipworks::test

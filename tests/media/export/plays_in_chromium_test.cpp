@@ -4,14 +4,6 @@
 #include <fstream>
 #include <string>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <tests/support/BarCodeClip.h>
-#include <tests/support/MediaJudge.h>
-#include <tests/support/RunProgram.h>
-#include <tests/support/TemporaryDirectory.h>
-
 #include "ExportTesting.h"
 
 // A player that shares no code with the judges' container reader says that our files play.

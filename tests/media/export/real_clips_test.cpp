@@ -24,7 +24,8 @@ std::vector<fs::path> realClips() {
   for (const auto& entry : fs::directory_iterator(folder)) {
     if (!entry.is_regular_file()) continue;
     const auto asset = AVAsset::make(URL(entry.path()));
-    if (!asset->tracks(AVMediaTypeVideo).empty() && !asset->tracks(AVMediaTypeAudio).empty()) clips.push_back(entry.path());
+    if (!asset->tracks(AVMediaTypeVideo).empty() && !asset->tracks(AVMediaTypeAudio).empty())
+      clips.push_back(entry.path());
   }
   std::sort(clips.begin(), clips.end());
   return clips;

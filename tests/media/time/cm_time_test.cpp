@@ -51,19 +51,14 @@ INSTANTIATE_TEST_SUITE_P(
                     ResultCase{"a decimal fraction that reads back is not rounded", {0.07, 100}, {7, 100}},
                     ResultCase{"a half goes up", {2.5, 1}, rounded(3, 1)},
                     ResultCase{"a negative half goes down", {-2.5, 1}, rounded(-3, 1)},
-                    ResultCase{"a third", {1.0 / 3, 600}, {200, 600}},
-                    ResultCase{"less than a half vanishes", {0.3, 1}, rounded(0, 1)},
                     ResultCase{"the scale is halved until the value fits", {0x1p61, 8}, {std::int64_t{1} << 62, 2}},
-                    ResultCase{"the least value fits", {-0x1p63, 1}, {least, 1}},
                     ResultCase{"too large at scale 1", {0x1p63, 600}, positive},
                     ResultCase{"infinity", {-std::numeric_limits<double>::infinity(), 600}, negative},
-                    ResultCase{"not a number", {std::nan(""), 600}, kCMTimeInvalid},
-                    ResultCase{"scale 0", {1.0, 0}, kCMTimeInvalid}));
+                    ResultCase{"not a number", {std::nan(""), 600}, kCMTimeInvalid}));
 
 INSTANTIATE_TEST_SUITE_P(
     Sums, CMTimeResultTest,
     testing::Values(
-        ResultCase{"the same scale stays", CMTime(1, 600) + CMTime(2, 600), {3, 600}},
         ResultCase{"the lowest common multiple", CMTime(1, 600) + CMTime(1, 44'100), {149, 88'200}},
         ResultCase{"the largest common scale is still exact", CMTime(1, finest) + CMTime(1, 1), {1LL + finest, finest}},
         ResultCase{"a common scale past 31 bits is cut to the finest one", CMTime(1, 90'001) + CMTime(1, 90'002),
@@ -71,19 +66,14 @@ INSTANTIATE_TEST_SUITE_P(
         ResultCase{"nothing lost at the finest scale is not rounded",
                    CMTime(90'001, 90'001) + CMTime(90'002, 90'002),
                    {2LL * finest, finest}},
-        ResultCase{"the rounded flag sticks", rounded(1, 2) + CMTime(1, 2), rounded(2, 2)},
         ResultCase{"overflow halves the scale", CMTime(most, 4) + CMTime(1, 4), {std::int64_t{1} << 62, 2}},
         ResultCase{"overflow halves the scale and rounds", CMTime(most, 4) + CMTime(2, 4),
                    rounded((std::int64_t{1} << 62) + 1, 2)},
-        ResultCase{"overflow at scale 1", CMTime(most, 1) + CMTime(1, 1), positive},
         ResultCase{"negative overflow at scale 1", CMTime(least, 1) - CMTime(1, 1), negative},
         ResultCase{"subtracting the least value", CMTime(-1, 1) - CMTime(least, 1), {most, 1}},
-        ResultCase{"negating the least value", -CMTime(least, 2), {std::int64_t{1} << 62, 1}},
         ResultCase{"infinity wins over numbers", CMTime(1, 1) - positive, negative},
-        ResultCase{"equal infinities", positive - negative, positive},
         ResultCase{"opposite infinities", positive + negative, kCMTimeInvalid},
         ResultCase{"infinity wins over indefinite", kCMTimeIndefinite + negative, negative},
-        ResultCase{"indefinite wins over numbers", CMTime(1, 1) - kCMTimeIndefinite, kCMTimeIndefinite},
         ResultCase{"an invalid operand", kCMTimeInvalid + positive, kCMTimeInvalid},
         ResultCase{"a scale of 0", CMTime(1, 0, CMTime::valid, 0) + CMTime(1, 1), kCMTimeInvalid},
         ResultCase{"a length added to a time in an epoch", inEpoch(0) + inEpoch(3), inEpoch(3, 2)},
@@ -93,25 +83,20 @@ INSTANTIATE_TEST_SUITE_P(
 INSTANTIATE_TEST_SUITE_P(
     Products, CMTimeResultTest,
     testing::Values(
-        ResultCase{"an integer", CMTimeMultiply({7, 600}, -3), {-21, 600}},
         ResultCase{"overflow", CMTimeMultiply({most, 1'000}, 500), rounded(most / 2 + 1, 1)},
         ResultCase{"a ratio at the time's own scale", CMTimeMultiplyByRatio({10, 600}, 1, 2), {5, 600}},
-        ResultCase{"a ratio at a multiple of the scale", CMTimeMultiplyByRatio({1, 600}, 2, 7), {2, 4'200}},
         ResultCase{"a ratio at another scale", CMTimeMultiplyByRatio({1 << 30, 1 << 30}, 1, 7), {1, 7}},
         ResultCase{"a ratio that no scale can hold", CMTimeMultiplyByRatio({1, 65'537}, 1, 65'539), rounded(0, finest)},
-        ResultCase{"a negative divisor", CMTimeMultiplyByRatio({6, 1}, 1, -3), {-2, 1}},
         ResultCase{"a divisor of 0", CMTimeMultiplyByRatio({6, 1}, 1, 0), kCMTimeInvalid},
         ResultCase{"the extremes of a ratio", CMTimeMultiplyByRatio({least, finest}, INT32_MIN, -finest),
                    rounded(-(most >> 1), finest / 2)},
         ResultCase{"a ratio that overflows", CMTimeMultiplyByRatio({least, 1}, INT32_MIN, 1), positive},
-        ResultCase{"an exact float", CMTimeMultiplyByFloat64({600, 600}, 0.5), {300, 600}},
         ResultCase{"a float that a doubled scale holds", CMTimeMultiplyByFloat64({1, 600}, 0.25), {1, 2'400}},
         ResultCase{"a float that is rounded", CMTimeMultiplyByFloat64({600, 600}, 1.0 / 3), rounded(25'600, 76'800)},
         ResultCase{"a float that overflows", CMTimeMultiplyByFloat64({most, 2}, 2.5), positive},
         ResultCase{"zero times infinity", CMTimeMultiplyByFloat64(kCMTimeZero, HUGE_VAL), kCMTimeInvalid},
         ResultCase{"infinity times a negative", CMTimeMultiply(positive, -2), negative},
         ResultCase{"the absolute value", CMTimeAbsoluteValue({-3, 7}), {3, 7}},
-        ResultCase{"the absolute value of an infinity", CMTimeAbsoluteValue(negative), positive},
         ResultCase{"the maximum with an invalid time", CMTimeMaximum(positive, kCMTimeInvalid), kCMTimeInvalid},
         ResultCase{"of equivalent times the first", CMTimeMinimum({2, 4}, {1, 2}), {2, 4}}));
 
@@ -119,7 +104,6 @@ using enum CMTimeRoundingMethod;
 INSTANTIATE_TEST_SUITE_P(
     Conversions, CMTimeResultTest,
     testing::Values(
-        ResultCase{"exact", CMTime(1, 2).convertScale(600, roundTowardZero), {300, 600}},
         ResultCase{"half away from zero", CMTime(-5, 2).convertScale(1, roundHalfAwayFromZero), rounded(-3, 1)},
         ResultCase{"towards zero", CMTime(-5, 2).convertScale(1, roundTowardZero), rounded(-2, 1)},
         ResultCase{"away from zero", CMTime(9, 4).convertScale(1, roundAwayFromZero), rounded(3, 1)},
@@ -128,9 +112,7 @@ INSTANTIATE_TEST_SUITE_P(
         ResultCase{"quick, coarser", CMTime(599, 600).convertScale(100, quickTime), rounded(99, 100)},
         ResultCase{"quick, finer", CMTime(1, 3).convertScale(100, quickTime), rounded(34, 100)},
         ResultCase{"the epoch stays", inEpoch(4, 3).convertScale(2, quickTime), CMTimeMakeWithEpoch(6, 2, 4)},
-        ResultCase{"too large", CMTime(least, 1).convertScale(2, quickTime), negative},
-        ResultCase{"to no scale", CMTime(1, 1).convertScale(0, quickTime), kCMTimeInvalid},
-        ResultCase{"infinity", positive.convertScale(600, quickTime), positive}));
+        ResultCase{"too large", CMTime(least, 1).convertScale(2, quickTime), negative}));
 
 TEST(CMTimeTest, OrdersAllKindsOfTimes) {
   const std::vector<CMTime> ascending{

@@ -1,5 +1,11 @@
 #include <clipworks/media/time/CMTimeRange.h>
 
+#include <cmath>
+#include <cstdint>
+#include <limits>
+
+#include <clipworks/media/time/ExactTime.h>
+
 #include <gtest/gtest.h>
 
 namespace clipworks {
@@ -51,27 +57,60 @@ INSTANTIATE_TEST_SUITE_P(
         PairCase{"an invalid one", between(0, 8), {}, false, kCMTimeRangeInvalid, kCMTimeRangeInvalid},
         PairCase{"other epochs", between(0, 8), inEpochOne, false, kCMTimeRangeZero, kCMTimeRangeInvalid}));
 
-TEST(CMTimeRangeTest, IsHalfOpen) {
-  const CMTimeRange range = between(2, 4);
-  EXPECT_EQ(range.end(), CMTime(4, 1));
-  EXPECT_TRUE(range.containsTime(CMTime(2, 1)));
-  EXPECT_TRUE(range.containsTime(CMTime(3'999'999, 1'000'000)));
-  EXPECT_FALSE(range.containsTime(CMTime(4, 1)));
-  EXPECT_FALSE(range.containsTime(kCMTimeInvalid));
-  EXPECT_FALSE(between(2, 2).containsTime(CMTime(2, 1)));
+TEST(CMTimeRangeTest, IsHalfOpenAndTellsInvalidEmptyAndIndefiniteApart) {
+  EXPECT_TRUE(between(2, 4).containsTime(CMTime(2, 1)));
+  EXPECT_FALSE(between(2, 4).containsTime(CMTime(4, 1)));
+  EXPECT_FALSE(between(2, 4).containsTime(kCMTimeInvalid));
   EXPECT_FALSE(inEpochOne.containsTime(CMTime(2, 1))) << "that time is in another epoch";
-}
-
-TEST(CMTimeRangeTest, TellsInvalidEmptyAndIndefiniteApart) {
-  EXPECT_FALSE(kCMTimeRangeInvalid.isValid());
   EXPECT_FALSE(between(4, 2).isValid()) << "its end comes first";
-  EXPECT_FALSE(CMTimeRange(kCMTimeZero, kCMTimeInvalid).isValid());
   EXPECT_FALSE(CMTimeRange(kCMTimeZero, CMTimeMakeWithEpoch(1, 1, 1)).isValid()) << "a length is in epoch 0";
   EXPECT_FALSE(kCMTimeRangeInvalid.isEmpty());
   EXPECT_TRUE(kCMTimeRangeZero.isEmpty());
   EXPECT_TRUE(CMTimeRange(CMTime(1, 1), kCMTimeIndefinite).isIndefinite());
   EXPECT_FALSE(endless.isIndefinite());
-  EXPECT_TRUE(CMTimeRange::fromTo(CMTimeMakeWithEpoch(1, 1, 7), CMTimeMakeWithEpoch(3, 1, 7)).isValid());
+}
+
+using enum CMTimeRoundingMethod;
+constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t least = std::numeric_limits<std::int64_t>::min();
+
+TEST(ExactTimeTest, MultipliesAndDividesWithoutOverflow) {
+  EXPECT_EQ(mulDiv(most, most, most), most);
+  EXPECT_EQ(mulDiv(least, least, least), least);
+  EXPECT_EQ(mulDiv(most, 2, 1), most) << "too large";
+  EXPECT_EQ(mulDiv(most, -2, 1), least) << "too small";
+  EXPECT_EQ(mulDiv(5, -1, 0), least);
+  EXPECT_EQ(mulDiv(0, 1, 0), 0);
+  EXPECT_EQ(mulDiv(7, 1, -2), -4) << "half away from zero";
+}
+
+TEST(ExactTimeTest, RoundingMethodsAgreeWithTheirDefinitions) {
+  for (const int value : {-7, -6, -5, -4, -3, -2, -1, 0, 1, 2, 3, 4, 5, 6, 7}) {
+    const double exact = value / 4.0;  // halves and quarters: floor and its kin are exact
+    EXPECT_EQ(mulDiv(value, 3, 12, roundTowardNegativeInfinity), std::floor(exact)) << exact;
+    EXPECT_EQ(mulDiv(value, -3, -12, roundTowardPositiveInfinity), std::ceil(exact)) << exact;
+    EXPECT_EQ(mulDiv(-value, 3, -12, roundTowardZero), std::trunc(exact)) << exact;
+    EXPECT_EQ(mulDiv(value, 3, 12, roundAwayFromZero), std::copysign(std::ceil(std::abs(exact)), exact)) << exact;
+    EXPECT_EQ(mulDiv(-value, -3, 12, roundHalfAwayFromZero), std::round(exact)) << exact;
+  }
+}
+
+TEST(ExactTimeTest, CountsTicksOfAnyTime) {
+  EXPECT_EQ(ticks(CMTime(1, 3), 48'000), 16'000);
+  EXPECT_EQ(ticks(CMTime(1, 1'000), 44'100), 44) << "44.1";
+  EXPECT_EQ(ticks(CMTime(-1, 1'000), 44'100, roundTowardNegativeInfinity), -45);
+  EXPECT_EQ(ticks(CMTime(1, 600), 90'001, quickTime), 151) << "150.0017, to a finer scale";
+  EXPECT_EQ(ticks(CMTime(most, 1), 600), most);
+  EXPECT_EQ(ticks(kCMTimeNegativeInfinity, 600), least);
+  EXPECT_EQ(ticks(kCMTimeInvalid, 600), 0);
+  EXPECT_EQ(ticks(CMTime(1, 1), 0), 0);
+}
+
+TEST(ExactTimeTest, FindsTheCommonTimeScaleUpToALimit) {
+  EXPECT_EQ(commonTimescale(600, 44'100), 88'200);
+  EXPECT_EQ(commonTimescale(600, 44'100, 88'199), 0);
+  EXPECT_EQ(commonTimescale(90'001, 90'002), 0);
+  EXPECT_EQ(commonTimescale(0, 600), 0);
 }
 
 }  // namespace

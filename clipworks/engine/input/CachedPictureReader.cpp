@@ -1,0 +1,256 @@
+#include <clipworks/engine/input/CachedPictureReader.h>
+
+#include <algorithm>
+#include <iterator>
+#include <tuple>
+#include <utility>
+
+namespace clipworks::engine {
+namespace {
+
+// How far a step back may reach into another group and still look like reading backwards.
+constexpr std::size_t longestStepBack = 8;
+
+// A pass looks through the known requests until so many in a row are none that it can serve.
+constexpr int longestStray = 64;
+
+// Pictures that were used so lately are not dropped without need.
+constexpr std::uint64_t recentUses = 8;
+
+std::size_t bytesOf(const AVFrame& frame) {
+  std::size_t bytes = 0;
+  for (const auto* buffer : frame.buf) bytes += buffer == nullptr ? 0 : buffer->size;
+  return bytes;
+}
+
+std::size_t estimatedBytes(const AVCodecParameters& parameters) {
+  const int bytes = av_image_get_buffer_size(static_cast<AVPixelFormat>(parameters.format), parameters.width,
+                                             parameters.height, 1);
+  return static_cast<std::size_t>(std::max(bytes, 1));
+}
+
+// Whether a sample is not in the file, or not readable there; what it holds is another matter.
+bool isLack(const Error& error) { return error.kind == ErrorKind::damaged || error.kind == ErrorKind::unreadable; }
+
+Error cancelledError() { return {ErrorKind::cancelled, "cancelled", 0}; }
+
+}  // namespace
+
+Expected<CachedPictureReader> CachedPictureReader::open(std::shared_ptr<const MediaFile> file, int stream,
+                                                        std::size_t cacheLimit) {
+  const std::size_t bytes = estimatedBytes(file->parameters(stream));
+  auto decoder = PictureDecoder::open(std::move(file), stream);
+  if (!decoder) return tl::make_unexpected(decoder.error());
+  return CachedPictureReader(std::move(*decoder), bytes, cacheLimit);
+}
+
+Expected<Frame> CachedPictureReader::picture(std::size_t picture, std::span<const std::uint32_t> upcoming,
+                                             const std::stop_token& stop) {
+  auto frame = decode(picture, upcoming, stop);
+  previous_ = picture;
+  return frame;
+}
+
+Expected<Frame> CachedPictureReader::decode(std::size_t picture, std::span<const std::uint32_t> upcoming,
+                                            const std::stop_token& stop) {
+  for (;;) {
+    while (isLacking(picture)) {
+      if (picture == 0) return firstThatDecodes(stop);
+      --picture;
+    }
+    std::uint32_t sample = table().sampleOfPicture(picture);
+    if (const auto instead = substitutes_.find(sample); instead != substitutes_.end()) {
+      sample = instead->second;
+      picture = *table().pictureAt(timeOf(sample));
+    }
+    if (Frame frame = fromMemory(sample)) return frame;
+    auto outcome = run(plan(picture, upcoming), picture, stop);
+    if (!outcome) return tl::make_unexpected(outcome.error());
+    if (outcome->isInDoubt) {
+      kept_.clear();
+      bytesKept_ = 0;
+      decoder_.stop();
+      continue;
+    }
+    if (outcome->frame != nullptr) return std::move(outcome->frame);
+    if (!isLacking(picture)) return replacementFor(picture, stop);
+  }
+}
+
+// The picture did not come from its own access point. It may refer to what lies further back (an access point that is
+// none), else the last one before it stands in for it: both are found from further back, with nothing left out.
+Expected<Frame> CachedPictureReader::replacementFor(std::size_t picture, const std::stop_token& stop) {
+  Pass pass;
+  pass.leavesOut = false;
+  pass.access = table().accessPointFor(picture);
+  do {
+    pass.access = table().accessPointBefore(pass.access);
+    auto outcome = run(pass, picture, stop);
+    if (!outcome) return tl::make_unexpected(outcome.error());
+    if (outcome->frame != nullptr) return std::move(outcome->frame);
+    if (outcome->before) {
+      substitutes_[table().sampleOfPicture(picture)] = outcome->before->sample;
+      return std::move(outcome->before->frame);
+    }
+  } while (pass.access != 0);
+  return firstThatDecodes(stop);
+}
+
+Expected<Frame> CachedPictureReader::firstThatDecodes(const std::stop_token& stop) {
+  const auto end = static_cast<std::uint32_t>(table().samples().size());
+  decoder_.startAt(0);
+  for (;;) {
+    if (stop.stop_requested()) return tl::make_unexpected(cancelledError());
+    auto next = decoder_.next(end, [](std::uint32_t) { return false; });
+    if (next && *next) return std::move((*next)->frame);
+    if (next) break;
+    if (!isLack(next.error())) return tl::make_unexpected(next.error());
+    decoder_.startAt(decoder_.nextSample() + 1);
+  }
+  return failed(ErrorKind::damaged, decoder_.name() + " holds pictures that cannot be decoded");
+}
+
+// Whether a sample that the picture may need is known to be missing in the file.
+bool CachedPictureReader::isLacking(std::size_t picture) const {
+  const auto lack = unreadable_.lower_bound(table().accessPointFor(picture));
+  return lack != unreadable_.end() && *lack <= table().sampleOfPicture(picture);
+}
+
+CachedPictureReader::Pass CachedPictureReader::plan(std::size_t picture, std::span<const std::uint32_t> upcoming) const {
+  const std::uint32_t wanted = table().sampleOfPicture(picture);
+  Pass pass;
+  pass.access = table().accessPointFor(picture);
+  pass.last = wanted;
+  // Starting again pays only where an access point lies beyond what the decoder has.
+  pass.goesOn = decoder_.reaches(wanted) && pass.access <= decoder_.nextSample();
+  if (!upcoming.empty()) {
+    planForRequests(pass, picture, upcoming);
+  } else if (isStepBack(picture)) {
+    planForStepBack(pass, picture);
+  }
+  return pass;
+}
+
+void CachedPictureReader::planForRequests(Pass& pass, std::size_t picture, std::span<const std::uint32_t> upcoming) const {
+  const std::uint32_t reach = table().sampleOfPicture(picture) + static_cast<std::uint32_t>(decoder_.delay());
+  const std::size_t room = bytesForMemory() / pictureBytes_;
+  pass.keepsAll = false;
+  pass.endsThere = true;
+  int stray = 0;
+  for (std::size_t i = 0; i < upcoming.size() && stray < longestStray; ++i, ++stray) {
+    const std::uint32_t sample = table().sampleOfPicture(upcoming[i]);
+    const std::uint32_t access = table().accessPointFor(upcoming[i]);
+    if (upcoming[i] > picture && access <= reach) pass.endsThere = false;
+    const bool isOnTheWay = upcoming[i] < picture && access == pass.access;
+    if (pass.kept.size() + 1 >= room) continue;
+    if (isOnTheWay) pass.last = std::max(pass.last, sample);
+    if (isOnTheWay || kept_.contains(sample)) {
+      pass.kept.try_emplace(sample, i);
+      stray = 0;
+    }
+  }
+}
+
+void CachedPictureReader::planForStepBack(Pass& pass, std::size_t picture) const {
+  const std::size_t room = bytesForMemory() / pictureBytes_;
+  pass.endsThere = true;
+  for (std::size_t back = 1; back <= picture && back < room; ++back) {
+    if (table().accessPointFor(picture - back) != pass.access) break;
+    const std::uint32_t sample = table().sampleOfPicture(picture - back);
+    pass.last = std::max(pass.last, sample);
+    pass.kept.try_emplace(sample, back);
+  }
+}
+
+bool CachedPictureReader::isStepBack(std::size_t picture) const {
+  if (!previous_ || picture >= *previous_) return false;
+  return *previous_ - picture <= longestStepBack || table().accessPointFor(*previous_) == table().accessPointFor(picture);
+}
+
+Expected<CachedPictureReader::Outcome> CachedPictureReader::run(const Pass& pass, std::size_t picture,
+                                                                const std::stop_token& stop) {
+  const std::uint32_t wanted = table().sampleOfPicture(picture);
+  const std::int64_t time = timeOf(wanted);
+  const auto end = pass.endsThere ? pass.last + 1 : static_cast<std::uint32_t>(table().samples().size());
+  const auto isNotNeeded = [&](std::uint32_t sample) {
+    return pass.leavesOut && timeOf(sample) < time && !pass.kept.contains(sample);
+  };
+  if (!pass.goesOn) decoder_.startAt(pass.access);
+  Outcome outcome;
+  for (;;) {
+    if (stop.stop_requested()) return tl::make_unexpected(cancelledError());
+    auto next = decoder_.next(end, isNotNeeded);
+    if (!next) {
+      if (!isLack(next.error())) return tl::make_unexpected(next.error());
+      unreadable_.insert(decoder_.nextSample());
+      decoder_.drain();
+      continue;
+    }
+    if (!*next) break;
+    keep(**next, pass, wanted);
+    if ((*next)->sample == wanted) {
+      outcome.frame = std::move((*next)->frame);
+      break;
+    }
+    if (timeOf((*next)->sample) > time) break;
+    outcome.before = std::move(**next);
+  }
+  outcome.isInDoubt = decoder_.isInDoubt();
+  if (pass.endsThere) decoder_.stop();
+  return outcome;
+}
+
+void CachedPictureReader::keep(const PictureDecoder::Picture& picture, const Pass& pass, std::uint32_t wanted) {
+  // With some left out, the others on the way would not serve a step back either.
+  const bool isAside = !pass.keepsAll || (decoder_.leftPicturesOut() && timeOf(picture.sample) < timeOf(wanted));
+  if (isAside && picture.sample != wanted && !pass.kept.contains(picture.sample)) return;
+  if (kept_.contains(picture.sample)) return;
+  pictureBytes_ = std::max<std::size_t>(bytesOf(*picture.frame), 1);
+  if (!pass.keepsAll) forgetServed(pass);
+  makeRoom(pictureBytes_, pass, wanted);
+  kept_[picture.sample] = Kept{shareFrame(picture.frame), pictureBytes_, ++uses_};
+  bytesKept_ += pictureBytes_;
+}
+
+// Where requests are known, what was handed out and is not among them will hardly be asked for again.
+void CachedPictureReader::forgetServed(const Pass& pass) {
+  for (auto entry = kept_.begin(); entry != kept_.end();) {
+    const bool isServed = entry->second.lastUse + recentUses < uses_ && !pass.kept.contains(entry->first);
+    if (isServed) bytesKept_ -= entry->second.bytes;
+    entry = isServed ? kept_.erase(entry) : std::next(entry);
+  }
+}
+
+// Pictures that are not known to be asked for go first, the least recently used before others; then those that will be
+// asked for last.
+void CachedPictureReader::makeRoom(std::size_t bytes, const Pass& pass, std::uint32_t wanted) {
+  const auto rank = [&](const auto& entry) {
+    const auto place = pass.kept.find(entry.first);
+    const bool isAskedFor = place != pass.kept.end();
+    return std::tuple(entry.first == wanted, isAskedFor, isAskedFor ? -static_cast<std::int64_t>(place->second) : 0,
+                      entry.second.lastUse);
+  };
+  const std::size_t limit = bytesForMemory();
+  while (!kept_.empty() && bytesKept_ + bytes > limit) {
+    const auto least = std::min_element(kept_.begin(), kept_.end(),
+                                        [&](const auto& a, const auto& b) { return rank(a) < rank(b); });
+    if (least->first == wanted) return;
+    bytesKept_ -= least->second.bytes;
+    kept_.erase(least);
+  }
+}
+
+Frame CachedPictureReader::fromMemory(std::uint32_t sample) {
+  const auto kept = kept_.find(sample);
+  if (kept == kept_.end()) return nullptr;
+  kept->second.lastUse = ++uses_;
+  return shareFrame(kept->second.frame);
+}
+
+// What the limit leaves beside the pictures that are in the decoder.
+std::size_t CachedPictureReader::bytesForMemory() const {
+  const std::size_t inDecoder = static_cast<std::size_t>(decoder_.delay() + 1) * pictureBytes_;
+  return cacheLimit_ > inDecoder + pictureBytes_ ? cacheLimit_ - inDecoder : pictureBytes_;
+}
+
+}  // namespace clipworks::engine

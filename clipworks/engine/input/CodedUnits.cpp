@@ -1,0 +1,141 @@
+#include <clipworks/engine/input/CodedUnits.h>
+
+#include <algorithm>
+
+namespace clipworks::engine {
+namespace {
+
+// nal_unit_type of H.264: ITU-T H.264, table 7-1.
+namespace avc {
+constexpr int slice = 1;
+constexpr int idrSlice = 5;
+constexpr int supplement = 6;
+constexpr int delimiter = 9;
+constexpr int filler = 12;
+}  // namespace avc
+
+// nal_unit_type of HEVC: ITU-T H.265, table 7-1.
+namespace hevc {
+constexpr int lastNonReference = 8;  // TRAIL_N, TSA_N, STSA_N, RADL_N, RASL_N are even
+constexpr int idrWithLeading = 19;
+constexpr int idr = 20;
+constexpr int firstNonPicture = 32;
+constexpr int sequenceParameters = 33;
+constexpr int delimiter = 35;
+constexpr int filler = 38;
+constexpr int supplementBefore = 39;
+constexpr int supplementAfter = 40;
+constexpr int firstUnspecified = 48;
+}  // namespace hevc
+
+constexpr int noLayer = 8;  // TemporalId is 6 at most
+
+bool isAvc(const AVCodecParameters& p) { return p.codec_id == AV_CODEC_ID_H264; }
+
+// Bytes of the length before each unit: ISO/IEC 14496-15, 5.3.3.1 (avcC) and 8.3.3.1 (hvcC). 0 when there is no such
+// record: the units then have start codes.
+int lengthBytes(const AVCodecParameters& p) {
+  if (!isAvc(p) && p.codec_id != AV_CODEC_ID_HEVC) return 0;
+  const int at = isAvc(p) ? 4 : 21;
+  if (p.extradata_size <= at || p.extradata[0] != 1) return 0;
+  return (p.extradata[at] & 3) + 1;
+}
+
+// sps_max_sub_layers_minus1: ITU-T H.265, 7.3.2.2.1.
+int highestLayerOf(const std::uint8_t* sequenceParameters) { return sequenceParameters[0] >> 1 & 7; }
+
+// The highest of all sequence parameter sets in the decoder configuration record (ISO/IEC 14496-15, 8.3.3.1).
+int highestLayerInRecord(const AVCodecParameters& p) {
+  constexpr int arraysAt = 22;
+  int highest = -1;
+  int at = arraysAt + 1;
+  const auto u16 = [&](int i) { return p.extradata[i] << 8 | p.extradata[i + 1]; };
+  for (int array = p.extradata_size > arraysAt ? p.extradata[arraysAt] : 0; array > 0 && at + 3 <= p.extradata_size; --array) {
+    const int type = p.extradata[at] & 0x3f;
+    int units = u16(at + 1);
+    for (at += 3; units > 0 && at + 2 <= p.extradata_size; --units) {
+      const int length = u16(at);
+      at += 2;
+      const bool whole = length >= 3 && at + length <= p.extradata_size;
+      if (type == hevc::sequenceParameters && whole) highest = std::max(highest, highestLayerOf(p.extradata + at + 2));
+      at += length;
+    }
+  }
+  return highest < 0 ? noLayer : highest;
+}
+
+}  // namespace
+
+CodedUnits::CodedUnits(const AVPacket& packet, const AVCodecParameters& parameters)
+    : data_(packet.data), size_(packet.size), prefix_(lengthBytes(parameters)), avc_(isAvc(parameters)) {}
+
+std::optional<CodedUnit> CodedUnits::next() {
+  const int head = avc_ ? 1 : 2;
+  while (prefix_ > 0 && at_ + prefix_ + head <= size_) {
+    std::int64_t length = 0;
+    for (int i = 0; i < prefix_; ++i) length = length << 8 | data_[at_ + i];
+    const std::uint8_t* unit = data_ + at_ + prefix_;
+    whole_ = whole_ && length >= head && length <= size_ - at_ - prefix_;
+    length = std::min(length, size_ - at_ - prefix_);
+    at_ += prefix_ + length;
+    if (length < head) continue;
+    CodedUnit result{.payload = unit + head, .payloadBytes = length - head};
+    if (avc_) {
+      result.type = unit[0] & 0x1f;
+      result.referenceIdc = unit[0] >> 5 & 3;
+    } else {
+      result.type = unit[0] >> 1 & 0x3f;
+      result.layer = (unit[0] & 1) << 5 | unit[1] >> 3;
+      result.temporalLayer = (unit[1] & 7) - 1;
+    }
+    return result;
+  }
+  return std::nullopt;
+}
+
+bool isClosedAccessPoint(const AVPacket& packet, const AVCodecParameters& parameters) {
+  if (!isAvc(parameters) && parameters.codec_id != AV_CODEC_ID_HEVC) return true;
+  CodedUnits units(packet, parameters);
+  while (const auto unit = units.next()) {
+    if (isAvc(parameters)) {
+      if (unit->type >= avc::slice && unit->type <= avc::idrSlice) return unit->type == avc::idrSlice;
+    } else if (unit->type < hevc::firstNonPicture) {
+      return unit->type == hevc::idrWithLeading || unit->type == hevc::idr;
+    }
+  }
+  return false;
+}
+
+DisposablePictures::DisposablePictures(const AVCodecParameters& parameters)
+    : parameters_(&parameters),
+      highestTemporalLayer_(lengthBytes(parameters) > 0 && !isAvc(parameters) ? highestLayerInRecord(parameters) : noLayer) {}
+
+bool DisposablePictures::isDisposable(const AVPacket& packet) {
+  CodedUnits units(packet, *parameters_);
+  bool any = false;
+  bool all = true;
+  while (const auto unit = units.next()) {
+    any = true;
+    all = isDisposableUnit(*unit) && all;
+  }
+  return any && all && units.isWhole();
+}
+
+bool DisposablePictures::isDisposableUnit(const CodedUnit& unit) {
+  if (isAvc(*parameters_)) {
+    if (unit.type == avc::slice) return unit.referenceIdc == 0;
+    return unit.type == avc::supplement || unit.type == avc::delimiter || unit.type == avc::filler;
+  }
+  if (unit.type == hevc::sequenceParameters && unit.payloadBytes > 0) {
+    const int layer = highestLayerOf(unit.payload);
+    highestTemporalLayer_ = highestTemporalLayer_ == noLayer ? layer : std::max(highestTemporalLayer_, layer);
+  }
+  if (unit.type < hevc::firstNonPicture) {
+    return unit.type <= hevc::lastNonReference && unit.type % 2 == 0 && unit.layer == 0 &&
+           unit.temporalLayer >= highestTemporalLayer_;
+  }
+  return unit.type == hevc::delimiter || unit.type == hevc::filler || unit.type == hevc::supplementBefore ||
+         unit.type == hevc::supplementAfter || unit.type >= hevc::firstUnspecified;
+}
+
+}  // namespace clipworks::engine

@@ -1,0 +1,88 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <clipworks/engine/Error.h>
+#include <clipworks/engine/Handles.h>
+#include <clipworks/engine/input/CodedUnits.h>
+#include <clipworks/engine/input/MediaFile.h>
+#include <clipworks/engine/input/SampleReader.h>
+
+namespace clipworks::engine {
+
+/// The one decode loop for pictures: decodes the samples of one track from any access point on and tells which sample
+/// each picture came from. What sits above it decides where to start, what to leave out and what to keep.
+/// One thread at a time; the decoder has threads of its own.
+class PictureDecoder {
+ public:
+  struct Picture {
+    std::uint32_t sample = 0;  ///< index in the track's table
+    Frame frame;
+  };
+  /// Asked in decoding order whether a picture need not be decoded; only those that nothing refers to are left out.
+  using IsNotNeeded = std::function<bool(std::uint32_t sample)>;
+
+  [[nodiscard]] static Expected<PictureDecoder> open(std::shared_ptr<const MediaFile> file, int stream);
+
+  [[nodiscard]] const SampleTable& table() const { return samples_.table(); }
+  [[nodiscard]] const std::string& name() const { return file_->name(); }
+
+  /// Forgets everything; the next sample is this one.
+  void startAt(std::uint32_t sample);
+  /// Forgets everything and holds no pictures until the next start.
+  void stop();
+  /// No further sample is read: `next` gives what is still in the decoder.
+  void drain();
+
+  /// The sample that is read next. All before it, from the start on, were decoded or left out.
+  [[nodiscard]] std::uint32_t nextSample() const { return nextSample_; }
+  /// Whether the picture of the sample is still to come without another start.
+  [[nodiscard]] bool reaches(std::uint32_t sample) const;
+  /// Whether pictures were left out since the start.
+  [[nodiscard]] bool leftPicturesOut() const { return leftOut_; }
+  /// Whether pictures were left out since the start, and then some turned out to be damaged: what conceals the damage
+  /// may depend on them. From the first damage on, nothing is left out any more; starting again makes it good.
+  [[nodiscard]] bool isInDoubt() const { return leftOut_ && sawDamage_; }
+
+  /// The next picture in the order of presentation; nothing after the last of those before sample `end`. A broken
+  /// picture is passed over. Fails when a sample cannot be read, which is then `nextSample()`.
+  [[nodiscard]] Expected<std::optional<Picture>> next(std::uint32_t end, const IsNotNeeded& isNotNeeded);
+
+  /// How many samples were decoded in all.
+  [[nodiscard]] std::int64_t samplesDecoded() const { return samplesDecoded_; }
+  /// About how many pictures are in the decoder at most that have not come out yet.
+  [[nodiscard]] int delay() const { return decoder_->has_b_frames + decoder_->thread_count; }
+
+ private:
+  PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, SampleReader samples, CodecContext decoder)
+      : file_(std::move(file)),
+        samples_(std::move(samples)),
+        decoder_(std::move(decoder)),
+        disposable_(file_->parameters(stream)) {}
+  Expected<void> feed(const IsNotNeeded& isNotNeeded);
+  std::optional<std::uint32_t> sampleOf(const AVFrame& frame) const;
+  void takeOut(std::uint32_t sample);
+
+  std::shared_ptr<const MediaFile> file_;
+  SampleReader samples_;
+  CodecContext decoder_;
+  DisposablePictures disposable_;
+  std::uint32_t nextSample_ = 0;
+  bool running_ = false;
+  bool drained_ = false;  // the end was signalled to the decoder
+  bool leftOut_ = false;    // since the start
+  bool sawDamage_ = false;  // ever
+  std::int64_t samplesDecoded_ = 0;
+  std::vector<std::uint32_t> underWay_;  // samples in the decoder
+};
+
+/// Opens a decoder for `parameters` that may use `threads` threads (0: as many as there are processors).
+[[nodiscard]] Expected<CodecContext> openDecoder(const AVCodecParameters& parameters, AVRational timeBase, int threads,
+                                                 const std::string& name);
+
+}  // namespace clipworks::engine

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <memory>
+
+#include <clipworks/engine/Error.h>
+#include <clipworks/engine/Handles.h>
+
+namespace clipworks::engine {
+
+/// The part of a picture that is resampled, in its own pixels; edges may lie between two.
+struct PictureWindow {
+  double left = 0;
+  double top = 0;
+  double width = 0;
+  double height = 0;
+  friend bool operator==(const PictureWindow&, const PictureWindow&) = default;
+};
+
+/// The same picture with its range in the field for it only, not in the name of its kind ("yuvj420p").
+[[nodiscard]] Frame withPlainKind(const Frame& picture);
+
+/// Whether pictures of this kind can be resampled: planar YUV of 8 to 16 bits.
+[[nodiscard]] bool isResampled(AVPixelFormat format);
+
+/// One precise step of zimg: a window of a picture becomes a whole picture of another size, chroma layout or depth, by
+/// bicubic filters (which leave whole shifts exact) and error-diffused rounding. Range and colours stay. One thread at
+/// a time; what it prepares serves the pictures that follow while they are of one kind.
+class PictureResampler {
+ public:
+  PictureResampler();
+  PictureResampler(PictureResampler&&) noexcept;
+  PictureResampler& operator=(PictureResampler&&) noexcept;
+  ~PictureResampler();
+
+  /// `window` of `picture`, inside it, as `width` × `height` pixels of `format`. Sizes are multiples of the format's
+  /// chroma steps. Properties of `picture` are kept. Fails with `unsupported` for kinds that are not resampled.
+  [[nodiscard]] Expected<Frame> resample(const Frame& picture, const PictureWindow& window, int width, int height,
+                                         AVPixelFormat format);
+
+ private:
+  struct Graph;
+  std::unique_ptr<Graph> graph_;
+};
+
+}  // namespace clipworks::engine

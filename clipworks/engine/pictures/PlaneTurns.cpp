@@ -1,0 +1,184 @@
+#include <clipworks/engine/pictures/PlaneTurns.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <utility>
+
+#include <libyuv/rotate.h>
+
+#include <clipworks/engine/pictures/FramePadding.h>
+
+namespace clipworks::engine {
+namespace {
+
+// Where chroma samples lie along an axis, in half pixels from the first of the pixels they stand for.
+struct ChromaPlace {
+  int x = 0;
+  int y = 1;
+};
+
+ChromaPlace placeOf(AVChromaLocation location) {
+  switch (location) {
+    case AVCHROMA_LOC_CENTER:
+      return {1, 1};
+    case AVCHROMA_LOC_TOPLEFT:
+      return {0, 0};
+    case AVCHROMA_LOC_TOP:
+      return {1, 0};
+    case AVCHROMA_LOC_BOTTOMLEFT:
+      return {0, 2};
+    case AVCHROMA_LOC_BOTTOM:
+      return {1, 2};
+    default:
+      return {0, 1};  // left, which is also what unspecified means
+  }
+}
+
+AVChromaLocation locationAt(ChromaPlace place) {
+  if (place.x == 0) {
+    return place.y == 0 ? AVCHROMA_LOC_TOPLEFT : place.y == 1 ? AVCHROMA_LOC_LEFT : AVCHROMA_LOC_BOTTOMLEFT;
+  }
+  if (place.x == 1) return place.y == 0 ? AVCHROMA_LOC_TOP : place.y == 1 ? AVCHROMA_LOC_CENTER : AVCHROMA_LOC_BOTTOM;
+  return AVCHROMA_LOC_CENTER;
+}
+
+// The same depth with the two subsampling factors exchanged.
+AVPixelFormat onItsSide(AVPixelFormat format, const AVPixFmtDescriptor& pixels) {
+  if (pixels.log2_chroma_w == pixels.log2_chroma_h || pixels.nb_components < 3) return format;
+  static constexpr std::pair<AVPixelFormat, AVPixelFormat> sides[] = {
+      {AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV440P},
+      {AV_PIX_FMT_YUVJ422P, AV_PIX_FMT_YUVJ440P},
+      {AV_PIX_FMT_YUV422P10, AV_PIX_FMT_YUV440P10},
+      {AV_PIX_FMT_YUV422P12, AV_PIX_FMT_YUV440P12},
+  };
+  for (const auto& [wide, high] : sides) {
+    if (format == wide) return high;
+    if (format == high) return wide;
+  }
+  return AV_PIX_FMT_NONE;
+}
+
+struct Plane {
+  std::uint8_t* data = nullptr;
+  std::ptrdiff_t stride = 0;  // in samples
+  int width = 0;
+  int height = 0;
+};
+
+Plane planeOf(const AVFrame& frame, const AVPixFmtDescriptor& pixels, int plane) {
+  const bool chroma = plane == 1 || plane == 2;
+  const int bytes = pixels.comp[0].depth > 8 ? 2 : 1;
+  return {frame.data[plane], frame.linesize[plane] / bytes,
+          chroma ? AV_CEIL_RSHIFT(frame.width, pixels.log2_chroma_w) : frame.width,
+          chroma ? AV_CEIL_RSHIFT(frame.height, pixels.log2_chroma_h) : frame.height};
+}
+
+// libyuv turns, and reads the rows from the last to the first where the height is negative: all eight ways.
+void turnPlane(const Plane& from, const Plane& to, PlaneTurn turn, bool wide) {
+  const bool fromBelow = turn.swapsAxes ? turn.reversesX == turn.reversesY : turn.reversesX != turn.reversesY;
+  libyuv::RotationMode mode = libyuv::kRotate0;
+  if (turn.swapsAxes) {
+    mode = turn.reversesY ? libyuv::kRotate270 : libyuv::kRotate90;
+  } else if (turn.reversesX) {
+    mode = libyuv::kRotate180;
+  }
+  const int height = fromBelow ? -from.height : from.height;
+  const auto fromStride = static_cast<int>(from.stride);
+  const auto toStride = static_cast<int>(to.stride);
+  if (wide) {
+    libyuv::RotatePlane_16(reinterpret_cast<const std::uint16_t*>(from.data), fromStride,
+                           reinterpret_cast<std::uint16_t*>(to.data), toStride, from.width, height, mode);
+  } else {
+    libyuv::RotatePlane(from.data, fromStride, to.data, toStride, from.width, height, mode);
+  }
+}
+
+// Moves the samples of a plane by `halves` half samples towards its start, in place; the last ones stay.
+template <class Sample>
+void shiftBack(const Plane& plane, bool alongX, int halves) {
+  auto* samples = reinterpret_cast<Sample*>(plane.data);
+  const std::ptrdiff_t step = alongX ? 1 : plane.stride;
+  const int last = (alongX ? plane.width : plane.height) - 1;
+  const int near = halves / 2;
+  const int far = (halves + 1) / 2;
+  for (int y = 0; y < (alongX ? plane.height : last + 1); ++y) {
+    for (int x = 0; x < (alongX ? last + 1 : plane.width); ++x) {
+      const int at = alongX ? x : y;
+      Sample* sample = samples + y * plane.stride + x;
+      const int sum = sample[std::min(near, last - at) * step] + sample[std::min(far, last - at) * step];
+      *sample = static_cast<Sample>((sum + 1) / 2);
+    }
+  }
+}
+
+void shiftChroma(AVFrame& frame, const AVPixFmtDescriptor& pixels, bool alongX, int halves) {
+  for (int plane = 1; plane <= 2; ++plane) {
+    const Plane chroma = planeOf(frame, pixels, plane);
+    if (pixels.comp[0].depth > 8) {
+      shiftBack<std::uint16_t>(chroma, alongX, halves);
+    } else {
+      shiftBack<std::uint8_t>(chroma, alongX, halves);
+    }
+  }
+}
+
+// Keeps chroma on its pixels, or says where it went. `frame` is turned already; its location is still the old one.
+void settleChroma(AVFrame& frame, PlaneTurn turn) {
+  const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
+  if (pixels.nb_components < 3 || (pixels.log2_chroma_w == 0 && pixels.log2_chroma_h == 0)) return;
+  ChromaPlace place = placeOf(frame.chroma_location);
+  if (turn.swapsAxes) std::swap(place.x, place.y);
+  const auto reverse = [&](int& at, int length, int log2, bool alongX) {
+    if (log2 == 0) return;
+    if (length % 2 == 0) {
+      at = 2 - at;
+    } else if (at > 0) {
+      shiftChroma(frame, pixels, alongX, at);
+    }
+  };
+  if (turn.reversesX) reverse(place.x, frame.width, pixels.log2_chroma_w, true);
+  if (turn.reversesY) reverse(place.y, frame.height, pixels.log2_chroma_h, false);
+  frame.chroma_location = locationAt(place);
+}
+
+}  // namespace
+
+std::optional<PlaneTurn> turnOf(double a, double b, double c, double d) {
+  constexpr double residue = 1e-6;
+  const double largest = std::max({std::fabs(a), std::fabs(b), std::fabs(c), std::fabs(d)});
+  if (!std::isfinite(largest) || largest <= 0) return std::nullopt;
+  const auto none = [&](double factor) { return std::fabs(factor) <= residue * largest; };
+  if (none(b) && none(c) && !none(a) && !none(d)) return PlaneTurn{false, a < 0, d < 0};
+  if (none(a) && none(d) && !none(b) && !none(c)) return PlaneTurn{true, c < 0, b < 0};
+  return std::nullopt;
+}
+
+Expected<Frame> turned(const Frame& frame, PlaneTurn turn) {
+  if (turn.isIdentity()) return shareFrame(frame);
+  const auto format = static_cast<AVPixelFormat>(frame->format);
+  const AVPixFmtDescriptor* pixels = av_pix_fmt_desc_get(format);
+  constexpr std::uint64_t unfit =
+      AV_PIX_FMT_FLAG_BE | AV_PIX_FMT_FLAG_FLOAT | AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_BITSTREAM;
+  const bool fit = pixels != nullptr && (pixels->flags & unfit) == 0 && pixels->log2_chroma_w <= 1 &&
+                   pixels->log2_chroma_h <= 1 && av_pix_fmt_count_planes(format) == pixels->nb_components;
+  const AVPixelFormat turnedFormat = !fit ? AV_PIX_FMT_NONE : turn.swapsAxes ? onItsSide(format, *pixels) : format;
+  if (turnedFormat == AV_PIX_FMT_NONE) {
+    const char* name = av_get_pix_fmt_name(format);
+    return failed(ErrorKind::unsupported, std::string("pictures of the kind ") + (name ? name : "unknown") + " are not turned");
+  }
+  auto result = allocateFrame(turn.swapsAxes ? frame->height : frame->width,
+                              turn.swapsAxes ? frame->width : frame->height, turnedFormat);
+  if (!result) return result;
+  av_frame_copy_props(result->get(), frame.get());
+  av_frame_remove_side_data(result->get(), AV_FRAME_DATA_DISPLAYMATRIX);
+  if (turn.swapsAxes) std::swap((*result)->sample_aspect_ratio.num, (*result)->sample_aspect_ratio.den);
+  for (int plane = 0; plane < av_pix_fmt_count_planes(format); ++plane) {
+    turnPlane(planeOf(*frame, *pixels, plane),
+              planeOf(**result, *av_pix_fmt_desc_get(turnedFormat), plane), turn, pixels->comp[0].depth > 8);
+  }
+  settleChroma(**result, turn);
+  return result;
+}
+
+}  // namespace clipworks::engine

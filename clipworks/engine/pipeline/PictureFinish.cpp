@@ -1,0 +1,69 @@
+#include <clipworks/engine/pipeline/PictureFinish.h>
+
+#include <algorithm>
+
+#include <clipworks/engine/pictures/FramePadding.h>
+
+namespace clipworks::engine {
+
+PictureFinish::PictureFinish(const PictureJob& job, AVPixelFormat format)
+    : job_(job),
+      format_(format),
+      keepsHighRange_(isHighDynamicRange(static_cast<AVColorTransferCharacteristic>(job.encoder.colour.transfer))),
+      converter_(job.encoder.width, job.encoder.height, format, job.fit) {
+  if (job.canvas) renderer_.emplace(job.canvas->width, job.canvas->height, format);
+}
+
+Expected<Frame> PictureFinish::finish(const PictureRun& run, const std::vector<Frame>& frames) {
+  const auto& encoder = job_.encoder;
+  if (frames.empty()) return blackFrame(encoder.width, encoder.height, format_, encoder.colour.fullRange);
+  if (isShownAgain(run, frames)) return shareFrame(last_);
+  auto picture = job_.canvas ? rendered(run, frames) : standardRange(frames.front());
+  if (!picture) return picture;
+  auto converted = converter_.convert(*picture);
+  if (!converted) return converted;
+  lastRun_ = &run;
+  lastFrames_.clear();
+  for (const auto& frame : frames) lastFrames_.push_back(shareFrame(frame));
+  last_ = shareFrame(*converted);
+  return converted;
+}
+
+bool PictureFinish::isShownAgain(const PictureRun& run, const std::vector<Frame>& frames) const {
+  return lastRun_ == &run && std::equal(frames.begin(), frames.end(), lastFrames_.begin(), lastFrames_.end(),
+                                        [](const Frame& a, const Frame& b) { return a->data[0] == b->data[0]; });
+}
+
+Expected<Frame> PictureFinish::standardRange(const Frame& frame) {
+  if (keepsHighRange_ || !isHighDynamicRange(frame->color_trc)) return shareFrame(frame);
+  return toneMapper_.map(frame);
+}
+
+Expected<Frame> PictureFinish::asEncoded(const Frame& frame, PictureResampler& resampler) const {
+  const Frame plain = withPlainKind(frame);
+  if (plain->format == format_) return shareFrame(plain);
+  // Whole chroma steps of the encoder's kind; what is repeated to fill them is not shown.
+  auto even = padFrame(plain, frame->width + frame->width % 2, frame->height + frame->height % 2);
+  if (!even) return even;
+  const PictureWindow whole{0, 0, static_cast<double>((*even)->width), static_cast<double>((*even)->height)};
+  auto picture = resampler.resample(*even, whole, (*even)->width, (*even)->height, format_);
+  if (!picture) return picture;
+  (*picture)->width = frame->width;
+  (*picture)->height = frame->height;
+  return picture;
+}
+
+Expected<Frame> PictureFinish::rendered(const PictureRun& run, const std::vector<Frame>& frames) {
+  layerConverters_.resize(std::max(layerConverters_.size(), frames.size()));
+  std::vector<PictureLayer> layers;
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    auto picture = standardRange(frames[i]);
+    if (!picture) return picture;
+    picture = asEncoded(*picture, layerConverters_[i]);
+    if (!picture) return picture;
+    layers.push_back({std::move(*picture), run.layers[i].map, run.layers[i].opacity});
+  }
+  return renderer_->render(layers);
+}
+
+}  // namespace clipworks::engine

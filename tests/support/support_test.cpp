@@ -1,0 +1,147 @@
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <tests/support/BarCodeClip.h>
+#include <tests/support/MediaJudge.h>
+#include <tests/support/RunProgram.h>
+#include <tests/support/TemporaryDirectory.h>
+#include <tests/support/Tone.h>
+
+// The judges judged: they see what a clip holds, and they can fail.
+
+namespace clipworks::test {
+namespace {
+
+using ::testing::Each;
+using ::testing::ElementsAreArray;
+using ::testing::Field;
+
+std::vector<int> upTo(std::size_t count) {
+  std::vector<int> numbers(count);
+  std::iota(numbers.begin(), numbers.end(), 0);
+  return numbers;
+}
+
+/// Runs `ffmpeg` on a clip: `-i CLIP arguments… OUTPUT`.
+std::filesystem::path processed(const TemporaryDirectory& directory, const BarCodeClip& clip,
+                                const std::vector<std::string>& arguments, const std::string& name = "out.mp4") {
+  std::vector<std::string> argv{"ffmpeg", "-nostdin", "-v", "error", "-y", "-i", clip.path()};
+  argv.insert(argv.end(), arguments.begin(), arguments.end());
+  argv.push_back(directory.file(name));
+  const ProgramResult result = runProgram(argv);
+  EXPECT_TRUE(result.succeeded()) << result;
+  return directory.file(name);
+}
+
+TEST(BarCodeClip, HoldsItsPicturesAtTheirTimesAndEndsWhereItSays) {
+  const ClipOptions forms[] = {
+      {.width = 48, .height = 32, .frames = 90, .audioCodec = ""},
+      {.width = 321, .height = 181, .rate = {30'000, 1001}, .pixelFormat = "yuv444p", .extension = ".mov"},
+      {.frames = 40, .videoCodec = "libx265", .preset = "ultrafast", .gop = 10, .groups = GroupOfPictures::open},
+      {.frameTimes = {150, 170, 203, 300}, .lastFrameLength = 44, .timescale = 600, .audioCodec = ""},
+      {.frames = 20, .audioCodec = "flac", .extension = ".mkv"},
+  };
+  for (const ClipOptions& options : forms) {
+    const BarCodeClip clip(options);
+    SCOPED_TRACE(clip.path());
+    const auto pictures = MediaJudge(clip.path()).pictures();
+    ASSERT_THAT(numbersOf(pictures), ElementsAreArray(upTo(clip.times().size())));
+    for (std::size_t i = 0; i < pictures.size(); ++i) EXPECT_NEAR(pictures[i].seconds, clip.times()[i], 0.0006) << i;
+    EXPECT_NEAR(MediaJudge(clip.path()).duration(), clip.videoEnd(), options.audioCodec.empty() ? 0.0011 : 0.025);
+  }
+}
+
+TEST(BarCodeClip, ItsSoundTellsTheMoviesSecondsAndItsMatrixTurnsIt) {
+  const BarCodeClip clip({.frames = 60, .rotation = 270, .audioSeconds = 1.2, .audioDelay = 0.4});
+  const MediaJudge judge(clip.path());
+  const Sound sound = judge.sound();
+  EXPECT_EQ(toneSecondAt(sound, 0.25), -1) << "silence before it";
+  EXPECT_EQ(toneSecondAt(sound, 0.5), 0);
+  EXPECT_EQ(toneSecondAt(sound, 1.2), 1);
+  EXPECT_NEAR(lagMilliseconds(makeTone(16'000, 0, 1.6).part(0.4, 1.6), sound.part(0.4, 1.6)).value(), 0, 1);
+  EXPECT_EQ(judge.stream("video").rotation, 270);
+  EXPECT_THAT(judge.pictures(PictureView::upright), Each(Field(&SeenPicture::orientation, Orientation{false, 3})));
+  EXPECT_EQ(judge.warnings(), "");
+}
+
+TEST(MediaJudge, TellsWrongPicturesFromRightOnes) {
+  const BarCodeClip clip({.frames = 30, .audioCodec = ""});
+  const TemporaryDirectory directory;
+  const auto seen = [&](const std::string& filter) {
+    return MediaJudge(processed(directory, clip, {"-vf", filter})).pictures();
+  };
+  EXPECT_EQ(numbersOf(seen("reverse")).front(), 29);
+  EXPECT_THAT(numbersOf(seen("tmix=frames=2:weights=1 1,trim=start_frame=1")), Each(-1)) << "blended neighbours";
+  const auto mirrored = seen("hflip");
+  EXPECT_THAT(mirrored, Each(Field(&SeenPicture::orientation, Orientation{true, 0})));
+  EXPECT_EQ(numberAt(mirrored, 0.499), 14);
+  EXPECT_EQ(numberAt(mirrored, 0.5), 15);
+  const MediaJudge source(clip.path());
+  const MediaJudge encoded(processed(directory, clip, {"-c:v", "libx264"}));
+  EXPECT_NE(encoded.pictureHashes(), source.pictureHashes());
+  EXPECT_NE(hashesOf(encoded.codedSamples("video")), hashesOf(source.codedSamples("video")));
+}
+
+TEST(MediaJudge, HearsAHoleOfAFewMilliseconds) {
+  const TemporaryDirectory directory;
+  const BarCodeClip clip({.frames = 60, .audioCodec = "pcm_s16le", .extension = ".mov"});
+  const auto late =
+      processed(directory, clip, {"-af", "asetpts='PTS+if(gte(T,1),0.02/TB,0)'", "-c:v", "copy", "-c:a", "pcm_s16le"},
+                "late.mkv");
+  const Sound source = MediaJudge(clip.path()).sound();
+  const Sound got = MediaJudge(late).sound();
+  EXPECT_NEAR(lagMilliseconds(source.part(0, 0.9), got.part(0, 0.9)).value(), 0, 0.6) << "Matroska's clock";
+  EXPECT_NEAR(lagMilliseconds(source.part(1.1, 1.9), got.part(1.1, 1.9)).value(), 20, 0.6);
+}
+
+TEST(MediaJudge, SaysWhatIsDamagedOrNoMedia) {
+  const BarCodeClip clip({.frames = 30, .audioCodec = ""});
+  const TemporaryDirectory directory;
+  std::filesystem::copy(clip.path(), directory.file("damaged.mp4"));
+  std::fstream file(directory.file("damaged.mp4"), std::ios::in | std::ios::out | std::ios::binary);
+  file.seekp(2000) << std::string(3000, '\x55') << std::flush;
+  EXPECT_NE(MediaJudge(directory.file("damaged.mp4")).warnings(), "");
+  EXPECT_ANY_THROW((void)MediaJudge(directory.file("absent.mp4")).pictures());
+  EXPECT_ANY_THROW(BarCodeClip({.videoCodec = "no-such-encoder"}));
+}
+
+TEST(Tone, ShiftsAreMeasuredToAFractionOfASampleAndMixesAreNoSecond) {
+  const Sound tone = makeTone(16'000, 0, 2);
+  for (const double shift : {-12.34, 0.03, 48.0}) {
+    EXPECT_NEAR(lagMilliseconds(tone, makeTone(16'000, -shift / 1000, 2)).value(), shift, 0.02);
+  }
+  EXPECT_FALSE(lagMilliseconds(tone, {16'000, std::vector<float>(32'000, 0.0F)})) << "silence";
+  Sound mix = tone;
+  const Sound other = makeTone(16'000, 3, 2);
+  std::transform(mix.samples.begin(), mix.samples.end(), other.samples.begin(), mix.samples.begin(), std::plus<>());
+  EXPECT_EQ(toneSecondAt(mix, 0.5), -1);
+}
+
+TEST(RunProgram, EndsAtItsDeadlineWithItsChildrenAndKeepsWhatWasPrinted) {
+  const auto result = runProgram({"sh", "-c", "echo begun; cat | wc -c; sleep 100 & sleep 100"},
+                                 {.deadline = std::chrono::milliseconds(500)});
+  EXPECT_TRUE(result.timedOut);
+  EXPECT_EQ(result.signal, SIGKILL);
+  EXPECT_EQ(result.standardOutput, "begun\n0\n");
+  EXPECT_EQ(runProgram({"no-such-program-here"}).exitCode, 127);
+}
+
+TEST(RunningProgram, CanBeSignalledOnceItHasPrintedSomething) {
+  RunningProgram program({"sh", "-c", "trap 'exit 7' TERM; echo ready >&2; while :; do sleep 0.05; done"});
+  ASSERT_TRUE(program.waitForText("ready"));
+  program.send(SIGTERM);
+  EXPECT_EQ(program.wait().exitCode, 7);
+  EXPECT_FALSE(RunningProgram({"true"}).waitForText("ready")) << "it ended without saying so";
+}
+
+}  // namespace
+}  // namespace clipworks::test
