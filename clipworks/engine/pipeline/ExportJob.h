@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <clipworks/engine/input/MediaFile.h>
+#include <clipworks/engine/output/MovieWriter.h>
 #include <clipworks/engine/output/SoundEncoder.h>
 #include <clipworks/engine/output/VideoEncoder.h>
 #include <clipworks/engine/pictures/AffineMap.h>
@@ -101,6 +102,7 @@ struct ExportJob {
   std::filesystem::path path;
   std::int64_t fileLengthLimit = 0;    ///< bytes; 0 is no limit
   std::int32_t movieTimescale = 1000;  ///< such that the lengths of both tracks come out whole
+  MovieContainer container = MovieContainer::mpeg4;
   std::map<std::string, std::string> metadata;
   std::optional<PictureJob> pictures;
   std::optional<SoundJob> sound;
