@@ -7,22 +7,12 @@
 #include <optional>
 
 #include <clipworks/engine/LibraryErrors.h>
+#include <clipworks/engine/pipeline/MixingGains.h>
 
 namespace clipworks::engine {
 namespace {
 
 constexpr std::int64_t blockSamples = 4096;
-
-// Gains from the source's channels (columns) to the output's (rows). Mono goes to both sides at unity, 5.1 folds down by
-// ITU-R BS.775-3, annex 4: centre and surrounds at -3 dB, no low frequencies. Nothing: the library's own matrix.
-std::optional<std::vector<double>> mixingGains(int from, int to) {
-  constexpr double minus3dB = 0.70710678118654752;
-  if (from == 1 && to == 2) return std::vector<double>{1.0, 1.0};
-  if (from == 6 && to == 2) {  // L R C LFE Ls Rs
-    return std::vector<double>{1.0, 0.0, minus3dB, 0.0, minus3dB, 0.0, 0.0, 1.0, minus3dB, 0.0, 0.0, minus3dB};
-  }
-  return std::nullopt;
-}
 
 /// Fades from `tail` into `head`, which becomes the result. Two sounds of one source at two paces are alike but not in
 /// phase; the fade keeps their power, whether they add up as amplitudes or as powers.
