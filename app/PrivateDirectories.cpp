@@ -31,7 +31,7 @@ Result<std::unique_ptr<PrivateDirectories>, Failure> PrivateDirectories::make(co
     if (!elsewhere) return failure(elsewhere.error());
     directories->elsewhere_ = *elsewhere;
   }
-  for (const auto& directory : {directories->outputs(), directories->temp()}) {
+  for (const auto& directory : {directories->outputs(), directories->documents(), directories->temp()}) {
     std::error_code error;
     std::filesystem::create_directory(directory, error);
     if (error) return failed("nothing can be written to " + directory.string() + ": " + error.message());
@@ -47,7 +47,7 @@ PrivateDirectories::~PrivateDirectories() {
 
 Result<std::filesystem::path, Failure> PrivateDirectories::moveIntoPlace(
     const std::filesystem::path& made, const std::vector<std::filesystem::path>& inputs) const {
-  const std::filesystem::path place = (results_ / made.filename()).lexically_normal();
+  const std::filesystem::path place = this->place(made.filename());
   if (const Outcome allowed = refuseToOverwrite(place, inputs); !allowed) return failure(allowed.error());
   std::error_code error;
   std::filesystem::rename(made, place, error);

@@ -22,7 +22,13 @@ class PrivateDirectories {
   PrivateDirectories& operator=(const PrivateDirectories&) = delete;
 
   [[nodiscard]] std::filesystem::path outputs() const { return besideResults_ / "outputs"; }
+  [[nodiscard]] std::filesystem::path documents() const { return besideResults_ / "documents"; }
   [[nodiscard]] std::filesystem::path temp() const { return elsewhere_.value_or(besideResults_) / "temp"; }
+
+  /// Where a result of that name goes.
+  [[nodiscard]] std::filesystem::path place(const std::filesystem::path& fileName) const {
+    return (results_ / fileName).lexically_normal();
+  }
 
   /// Moves `made` into the outputs directory under its own name and returns its new path; a file of that name is
   /// replaced in one step. Refused when that file is one of `inputs`.

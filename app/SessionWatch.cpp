@@ -1,13 +1,22 @@
 #include <app/SessionWatch.h>
 
 #include <algorithm>
+#include <array>
 
 #include <clipworks/media/base/PrintedLines.h>
 
 namespace clipworks::app {
 namespace {
 
-constexpr std::string_view failedMark = "FAILED: ";
+// What operations print before the reason of a failure.
+constexpr std::array<std::string_view, 2> failedMarks = {"FAILED: ", "Failed: "};
+
+template <class Live>
+void remember(std::vector<std::shared_ptr<Live>>& known, const std::vector<std::shared_ptr<Live>>& live) {
+  for (const auto& one : live) {
+    if (std::find(known.begin(), known.end(), one) == known.end()) known.push_back(one);
+  }
+}
 
 }  // namespace
 
@@ -21,21 +30,28 @@ SessionWatch::~SessionWatch() {
 }
 
 void SessionWatch::takeLine(std::string_view line) {
-  // The session that an operation tells of has ended, but is still listed while the operation prints.
+  // What an operation tells of has ended, but is still listed while the operation prints.
   look();
-  if (line.starts_with(failedMark)) {
+  for (const std::string_view mark : failedMarks) {
+    if (!line.starts_with(mark)) continue;
     const std::lock_guard lock(mutex_);
-    if (failedLine_.empty()) failedLine_ = line.substr(failedMark.size());
+    if (failedLine_.empty()) failedLine_ = line.substr(mark.size());
   }
   reporter_.log(line);
 }
 
 void SessionWatch::look() {
-  const auto live = AVAssetExportSession::liveSessions();
+  const auto liveSessions = AVAssetExportSession::liveSessions();
+  const auto liveWriters = AVAssetWriter::liveWriters();
   const std::lock_guard lock(mutex_);
-  for (const auto& session : live) {
-    if (std::find(sessions_.begin(), sessions_.end(), session) == sessions_.end()) sessions_.push_back(session);
-  }
+  remember(sessions_, liveSessions);
+  remember(writers_, liveWriters);
+}
+
+void SessionWatch::startAfresh() {
+  const std::lock_guard lock(mutex_);
+  sessions_.clear();
+  writers_.clear();
 }
 
 std::optional<double> SessionWatch::progress() const {
@@ -44,8 +60,10 @@ std::optional<double> SessionWatch::progress() const {
   return static_cast<double>(sessions_.back()->progress());
 }
 
-void SessionWatch::cancel() {
-  for (const auto& session : AVAssetExportSession::liveSessions()) session->cancelExport();
+bool SessionWatch::cancel() {
+  const auto live = AVAssetExportSession::liveSessions();
+  for (const auto& session : live) session->cancelExport();
+  return !live.empty();
 }
 
 std::string SessionWatch::reason() const {
@@ -53,6 +71,9 @@ std::string SessionWatch::reason() const {
   for (const auto& session : sessions_) {
     if (session->status() != AVAssetExportSessionStatus::failed) continue;
     if (const auto error = session->error()) return error->localizedDescription();
+  }
+  for (const auto& writer : writers_) {
+    if (const auto error = writer->error()) return error->localizedDescription();
   }
   return failedLine_;
 }

@@ -5,6 +5,7 @@
 
 #include <clipworks/filedeck/FileSystem.h>
 #include <clipworks/media/asset/AVAsset.h>
+#include <clipworks/media/base/FileManager.h>
 #include <clipworks/media/export/EncoderAvailability.h>
 
 namespace clipworks::app {
@@ -22,6 +23,7 @@ Result<std::unique_ptr<Workbench>, Failure> Workbench::make(const Program& progr
   if (!directories) return failure(directories.error());
   FileSystem::shared().setOutputsURL(URL((*directories)->outputs()));
   FileSystem::shared().setTempURL(URL((*directories)->temp()));
+  FileManager::default_().setDocumentDirectory(URL((*directories)->documents()));
   return std::unique_ptr<Workbench>(new Workbench(program, std::move(inputs), std::move(*directories)));
 }
 
@@ -33,13 +35,20 @@ Workbench::Workbench(const Program& program, std::vector<std::filesystem::path> 
       directories_(std::move(directories)),
       watch_(program.reporter) {}
 
+void Workbench::enterStage(double from, double to) {
+  stageStart_ = from;
+  stageEnd_ = to;
+  watch_.startAfresh();
+}
+
 void Workbench::pumpUntil(const std::function<bool()>& isOver) {
   reporter_.progress(0);
   while (!isOver()) {
     watch_.look();
-    // At every turn: an operation may start one session after the other.
-    if (interruption_.isRequested()) watch_.cancel();
-    if (const auto value = watch_.progress()) reporter_.progress(*value);
+    // At every turn: an operation may start one session after the other. Where there is none, nothing can be asked to
+    // stop; the end of the process stops it.
+    if (interruption_.isRequested() && !watch_.cancel()) return;
+    if (const auto value = watch_.progress()) reporter_.progress(stageStart_ + *value * (stageEnd_ - stageStart_));
     DispatchQueue::main().runOne(lookInterval);
   }
 }
@@ -57,6 +66,30 @@ Failure Workbench::silence(const std::string& what) {
     return {ExitCode::failed, what + ": no encoder for H.264 is available"};
   }
   return {ExitCode::failed, what + ": the export could not be set up"};
+}
+
+Outcome Workbench::checkName(const std::string& fileName) const {
+  return refuseToOverwrite(directories_->place(fileName), inputs_);
+}
+
+Result<URL, Failure> Workbench::withMetadataOf(const std::filesystem::path& recording, const URL& made,
+                                               const std::string& fileName) {
+  const std::string what = fileName + " could not be put together";
+  const URL place(directories_->outputs() / fileName);
+  const auto session = AVAssetExportSession::make(AVAsset::make(made), AVAssetExportPresetPassthrough);
+  if (session == nullptr) return failed(what);
+  const std::string extension = made.pathExtension();
+  session->setOutputFileType(extension == "mov"   ? AVFileTypeQuickTimeMovie
+                             : extension == "m4a" ? AVFileTypeAppleM4A
+                                                  : AVFileTypeMPEG4);
+  session->setOutputURL(place);
+  session->setMetadata(AVAsset::make(URL(recording))->metadata());
+  Awaited<Result<URL, NSError>> exported;
+  session->exportAsynchronously([session, place, report = exported.closure()] {
+    const auto error = session->error();
+    report(error ? Result<URL, NSError>(failure(*error)) : place);
+  });
+  return wait(exported, what);
 }
 
 Outcome Workbench::deliver(const URL& made) {

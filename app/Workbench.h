@@ -33,9 +33,22 @@ class Workbench {
     const auto reported = awaited.value();
     if (!reported) return failure(silence(what));
     if (!*reported) return failure(failureWithReason(what));
-    reporter_.progress(1);
+    reporter_.progress(stageEnd_);
     return **reported;
   }
+
+  /// What follows counts as the work from `from` to `to`; the whole is from 0 to 1, which is how it begins.
+  void enterStage(double from, double to);
+  /// Tells how far the work is where no export session does, from 0 to 1. Any thread.
+  void report(double progress) { reporter_.progress(progress); }
+
+  /// Refuses, as early as possible, a result of that name that would replace an input.
+  [[nodiscard]] Outcome checkName(const std::string& fileName) const;
+
+  /// A copy of what an operation made, as a file of that name, that carries what `recording` says of itself, unless no
+  /// result shall. Nothing is encoded again.
+  [[nodiscard]] Result<URL, Failure> withMetadataOf(const std::filesystem::path& recording, const URL& made,
+                                                    const std::string& fileName);
 
   /// Checks that the file can be read, moves it into place and tells its path.
   [[nodiscard]] Outcome deliver(const URL& made);
@@ -54,6 +67,8 @@ class Workbench {
   std::vector<std::filesystem::path> inputs_;
   std::unique_ptr<PrivateDirectories> directories_;
   SessionWatch watch_;
+  double stageStart_ = 0;
+  double stageEnd_ = 1;
 };
 
 }  // namespace clipworks::app

@@ -1,5 +1,7 @@
 // The program `clipworks`: parses its arguments, runs one command, and turns what became of it into an exit code.
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -38,6 +40,8 @@ int runProgram(int argc, const char* const* argv) {
   if (outcome && !reporter.isWritten()) outcome = failed("standard output cannot be written");
   if (outcome) return static_cast<int>(ExitCode::done);
   reporter.failed(outcome.error());
+  // What could not be asked to stop still runs: it must not see this process being taken apart.
+  if (outcome.error().code == ExitCode::interrupted) ::_exit(static_cast<int>(ExitCode::interrupted));
   return static_cast<int>(outcome.error().code);
 }
 

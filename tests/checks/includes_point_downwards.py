@@ -21,10 +21,11 @@ LAYERS = [
     ["clipworks/media/asset"],
     ["clipworks/media/composition"],
     ["clipworks/media/images"],
-    ["clipworks/media/export"],
+    ["clipworks/media/samples", "clipworks/media/audio", "clipworks/media/export"],
     ["clipworks/filedeck", "clipworks/stillpress"],
     ["clipworks/foundation"],
-    ["clipworks/looper", "clipworks/tophoto"],
+    ["clipworks/looper", "clipworks/narration", "clipworks/reverse", "clipworks/rotate", "clipworks/speed",
+     "clipworks/tophoto"],
     ["clipworks"],  # the header that includes all operations
     ["app"],
 ]

@@ -46,6 +46,18 @@ bool hasStartCodes(const AVCodecParameters& format) {
   return splits && format.extradata_size >= 4 && format.extradata[0] == 0 && format.extradata[1] == 0;
 }
 
+const char* muxerName(MovieContainer container) {
+  switch (container) {
+    case MovieContainer::quickTime:
+      return "mov";
+    case MovieContainer::m4a:
+      return "ipod";
+    case MovieContainer::mpeg4:
+      break;
+  }
+  return "mp4";
+}
+
 // Recordings that describe themselves by reverse-domain keys keep them as such (the `mdta` handler of the QuickTime file
 // format). The others keep the standard boxes, whose place (`loci`) goes only without those keys.
 bool needsKeyedMetadata(const AVDictionary* metadata) {
@@ -60,11 +72,12 @@ bool needsKeyedMetadata(const AVDictionary* metadata) {
 }  // namespace
 
 Expected<std::unique_ptr<MovieWriter>> MovieWriter::create(OutputFile& file, std::int32_t movieTimescale,
-                                                           const std::map<std::string, std::string>& metadata) {
+                                                           const std::map<std::string, std::string>& metadata,
+                                                           MovieContainer container) {
   quietLibraries();
   std::unique_ptr<MovieWriter> writer(new MovieWriter(file));
   writer->movieTimescale_ = movieTimescale;
-  if (avformat_alloc_output_context2(&writer->context_, nullptr, "mp4", nullptr) < 0) {
+  if (avformat_alloc_output_context2(&writer->context_, nullptr, muxerName(container), nullptr) < 0) {
     return failed(ErrorKind::outOfMemory, "out of memory while creating " + file.name());
   }
   writer->io_ = makeIo(1, writer.get(), nullptr, writeBytes, seekBytes);
@@ -92,7 +105,7 @@ Expected<int> MovieWriter::addTrack(const AVCodecParameters& format, std::int32_
     return failed(ErrorKind::outOfMemory, "out of memory while creating " + file_.name());
   }
   if (avformat_query_codec(context_->oformat, format.codec_id, FF_COMPLIANCE_NORMAL) != 1) {
-    return failed(ErrorKind::unsupported, std::string("an MP4 file cannot hold ") + avcodec_get_name(format.codec_id));
+    return failed(ErrorKind::unsupported, file_.name() + " cannot hold " + avcodec_get_name(format.codec_id));
   }
   stream->codecpar->codec_tag = format.codec_id == AV_CODEC_ID_HEVC ? MKTAG('h', 'v', 'c', '1') : 0;
   stream->sample_aspect_ratio = format.sample_aspect_ratio;

@@ -19,13 +19,17 @@ struct StoredSample {
   std::int32_t bytes = 0;
 };
 
-/// Writes an MP4 file with its index first. Samples are written in the order given, so the caller interleaves its
+/// Which kind of file: MPEG-4, QuickTime movie, or MPEG-4 with sound only under Apple's brand.
+enum class MovieContainer { mpeg4, quickTime, m4a };
+
+/// Writes an MP4 or QuickTime file with its index first. Samples are written in the order given, so the caller interleaves its
 /// tracks; they can be read back to be written again. One thread at a time.
 class MovieWriter {
  public:
   /// `movieTimescale` counts the edits' lengths; choose it so that they come out whole.
   [[nodiscard]] static Expected<std::unique_ptr<MovieWriter>> create(OutputFile& file, std::int32_t movieTimescale,
-                                                                     const std::map<std::string, std::string>& metadata);
+                                                                     const std::map<std::string, std::string>& metadata,
+                                                                     MovieContainer container = MovieContainer::mpeg4);
   MovieWriter(const MovieWriter&) = delete;
   MovieWriter& operator=(const MovieWriter&) = delete;
   ~MovieWriter();

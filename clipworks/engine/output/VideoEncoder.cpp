@@ -35,15 +35,27 @@ void applyOptions(const VideoEncoderSettings& settings, AVCodecContext& context)
 }  // namespace
 
 Colour completeColour(const AVCodecParameters& parameters) {
-  const bool high = parameters.height >= highDefinitionLines || parameters.width >= 1280;
-  const auto told = [](int value, int unspecified, int otherwise) { return value == unspecified ? otherwise : value; };
-  Colour colour;
-  colour.primaries = told(parameters.color_primaries, AVCOL_PRI_UNSPECIFIED, high ? AVCOL_PRI_BT709 : AVCOL_PRI_SMPTE170M);
-  colour.transfer = told(parameters.color_trc, AVCOL_TRC_UNSPECIFIED, high ? AVCOL_TRC_BT709 : AVCOL_TRC_SMPTE170M);
-  colour.matrix = told(parameters.color_space, AVCOL_SPC_UNSPECIFIED, high ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M);
+  return completeColour(parameters.width, parameters.height,
+                        {parameters.color_primaries, parameters.color_trc, parameters.color_space,
+                         parameters.color_range == AVCOL_RANGE_JPEG});
+}
+
+Colour completeColour(int width, int height, const Colour& told) {
+  const bool high = height >= highDefinitionLines || width >= 1280;
+  const auto known = [](int value, int unspecified, int otherwise) { return value == unspecified ? otherwise : value; };
+  Colour colour = told;
+  colour.primaries = known(told.primaries, AVCOL_PRI_UNSPECIFIED, high ? AVCOL_PRI_BT709 : AVCOL_PRI_SMPTE170M);
+  colour.transfer = known(told.transfer, AVCOL_TRC_UNSPECIFIED, high ? AVCOL_TRC_BT709 : AVCOL_TRC_SMPTE170M);
+  colour.matrix = known(told.matrix, AVCOL_SPC_UNSPECIFIED, high ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M);
   if (colour.matrix == AVCOL_SPC_RGB) colour.matrix = AVCOL_SPC_BT709;
-  colour.fullRange = parameters.color_range == AVCOL_RANGE_JPEG;
   return colour;
+}
+
+void tag(AVFrame& frame, const Colour& colour) {
+  frame.color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
+  frame.color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
+  frame.colorspace = static_cast<AVColorSpace>(colour.matrix);
+  frame.color_range = colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
 }
 
 std::string VideoEncoder::libraryName(VideoCodec codec) { return codec == VideoCodec::h264 ? "libx264" : "libx265"; }

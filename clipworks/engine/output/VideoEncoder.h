@@ -22,6 +22,10 @@ struct Colour {
 
 /// The colour of `parameters`, what is untold filled in as players do: BT.709 for high definition, BT.601 below.
 [[nodiscard]] Colour completeColour(const AVCodecParameters& parameters);
+/// The same for pictures of a size, of which `told` is known; the code point 2 stands for what is not.
+[[nodiscard]] Colour completeColour(int width, int height, const Colour& told);
+/// Writes `colour` on a frame.
+void tag(AVFrame& frame, const Colour& colour);
 
 struct VideoEncoderSettings {
   VideoCodec codec = VideoCodec::h264;

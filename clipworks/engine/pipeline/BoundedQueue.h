@@ -29,6 +29,12 @@ class BoundedQueue {
     return true;
   }
 
+  /// Whether `push` would return at once.
+  [[nodiscard]] bool hasRoom() const {
+    const std::lock_guard lock(mutex_);
+    return items_.size() < capacity_ || abandoned_;
+  }
+
   /// The next item; nothing at the end; the producer's failure after the items before it.
   [[nodiscard]] Expected<std::optional<T>> pop() {
     std::unique_lock lock(mutex_);
@@ -68,7 +74,7 @@ class BoundedQueue {
 
  private:
   const std::size_t capacity_;
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::condition_variable room_;
   std::condition_variable ready_;
   std::deque<T> items_;           // guarded by mutex_

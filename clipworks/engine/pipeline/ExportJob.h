@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <clipworks/engine/input/MediaFile.h>
+#include <clipworks/engine/output/MovieWriter.h>
 #include <clipworks/engine/output/SoundEncoder.h>
 #include <clipworks/engine/output/VideoEncoder.h>
 #include <clipworks/engine/pictures/AffineMap.h>
@@ -67,11 +68,15 @@ struct PictureJob {
   PictureConverter::Fit fit = PictureConverter::Fit::pad;
 };
 
-/// A stretch of a track's sound and where it plays, all in samples at the track's own rate.
+/// A stretch of a track's sound and where it plays, all in samples at the track's own rate. Lengths are 1 at least.
 struct SoundPiece {
-  std::int64_t source = 0;  ///< on the media's clock
-  std::int64_t target = 0;  ///< on the output's timeline
+  std::int64_t source = 0;        ///< on the media's clock
+  std::int64_t sourceLength = 0;
+  std::int64_t target = 0;        ///< on the output's timeline
   std::int64_t length = 0;
+
+  /// It plays slower or faster than it was recorded; its pitch stays (`SoundStretcher`).
+  [[nodiscard]] bool isStretched() const { return length != sourceLength; }
 };
 
 /// All that one track of a file gives to the sound. It is converted to the output's rate in one go, so that nothing
@@ -88,6 +93,7 @@ struct SoundJob {
   SoundEncoderSettings encoder;
   std::int64_t length = 0;  ///< in samples at the encoder's rate, or the track's own when copied
   std::vector<SoundLane> lanes;  ///< added up
+  bool limited = false;          ///< the sum is kept within full scale; else it comes out as it is
   bool copy = false;             ///< the one piece of the one lane, coded as it is
 };
 
@@ -96,6 +102,7 @@ struct ExportJob {
   std::filesystem::path path;
   std::int64_t fileLengthLimit = 0;    ///< bytes; 0 is no limit
   std::int32_t movieTimescale = 1000;  ///< such that the lengths of both tracks come out whole
+  MovieContainer container = MovieContainer::mpeg4;
   std::map<std::string, std::string> metadata;
   std::optional<PictureJob> pictures;
   std::optional<SoundJob> sound;

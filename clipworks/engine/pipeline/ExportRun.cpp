@@ -97,7 +97,7 @@ Expected<ExportReport> ExportRun::write() {
     if (job_.pictures) pictures_ = std::make_unique<CodedPictures>(*job_.pictures);
     if (job_.sound) sound_ = std::make_unique<CodedSound>(*job_.sound);
   }
-  auto movie = MovieWriter::create(*file_, job_.movieTimescale, job_.metadata);
+  auto movie = MovieWriter::create(*file_, job_.movieTimescale, job_.metadata, job_.container);
   if (!movie) return tl::make_unexpected(movie.error());
 
   std::optional<PictureTrackWriter> pictures;

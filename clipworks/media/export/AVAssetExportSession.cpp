@@ -8,6 +8,7 @@
 
 #include <clipworks/engine/pipeline/ExportRun.h>
 #include <clipworks/media/asset/EngineErrors.h>
+#include <clipworks/media/asset/FileTypes.h>
 #include <clipworks/media/base/PrintedLines.h>
 #include <clipworks/media/export/EncoderAvailability.h>
 #include <clipworks/media/export/ExportPlan.h>
@@ -63,6 +64,7 @@ class ExportSession final : public AVAssetExportSession {
   void setAudioMix(std::shared_ptr<const AVMutableAudioMix> audioMix) override { audioMix_ = std::move(audioMix); }
   std::shared_ptr<const AVMutableAudioMix> audioMix() const override { return audioMix_; }
   void setKeepsRecordingMetadata(bool keeps) override { keepsMetadata_ = keeps; }
+  void setMetadata(std::map<std::string, std::string> metadata) override { metadata_ = std::move(metadata); }
   std::string presetName() const override { return presetName_; }
 
   void exportAsynchronously(std::function<void()> completionHandler) override;
@@ -90,6 +92,7 @@ class ExportSession final : public AVAssetExportSession {
   std::shared_ptr<const AVMutableVideoComposition> videoComposition_;
   std::shared_ptr<const AVMutableAudioMix> audioMix_;
   bool keepsMetadata_ = keepsMetadataByDefault;
+  std::optional<std::map<std::string, std::string>> metadata_;
 
   mutable std::mutex mutex_;
   AVAssetExportSessionStatus status_ = AVAssetExportSessionStatus::unknown;  // guarded by mutex_
@@ -129,13 +132,16 @@ ExportSession::Outcome ExportSession::carryOut(const std::vector<ExportTrack>& t
       status_ = AVAssetExportSessionStatus::exporting;
     }
     if (!outputURL_) return failure(makeError(AVError::exportFailed, "the export was given no place for its file"));
-    if (outputFileType_ != AVFileTypeMPEG4) {
+    const auto container = movieContainer(outputFileType_);
+    if (!container) {
       return failure(makeError(AVError::exportFailed, "files of the type " + outputFileType_ + " are not written"));
     }
     auto plan = planExport(tracks, videoComposition_.get(), preset_, keepsMetadata_);
     if (!plan) return failure(plan.error());
     plan->job.path = outputURL_->path();
     plan->job.fileLengthLimit = fileLengthLimit_;
+    plan->job.container = *container;
+    if (metadata_ && keepsMetadata_) plan->job.metadata = withoutContainerKeys(*metadata_);
     auto report = startRun(std::move(plan->job))->run();
     if (!report) return failure(errorFromEngine(report.error()));
     if (report->replacedPictures > 0) {

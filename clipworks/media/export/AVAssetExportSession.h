@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -71,7 +72,7 @@ class CLIPWORKS_API AVAssetExportSession : public std::enable_shared_from_this<A
   /// Where the file goes. Its directory must exist; a file of that name must not.
   virtual void setOutputURL(const URL& outputURL) = 0;
   [[nodiscard]] virtual std::optional<URL> outputURL() const = 0;
-  /// Only `AVFileTypeMPEG4`; another type fails the export.
+  /// MPEG-4 (the default), QuickTime movie or M4A; another type fails the export.
   virtual void setOutputFileType(AVFileType outputFileType) = 0;
   /// The most bytes that the file may have; 0, the default, is no limit. An export that reaches it fails with
   /// `AVError::maximumFileSizeReached`.
@@ -91,6 +92,9 @@ class CLIPWORKS_API AVAssetExportSession : public std::enable_shared_from_this<A
   /// Whether the date, place and device of the recording are kept (the default). They are taken from the asset of the
   /// first segment of pictures, else of sound.
   virtual void setKeepsRecordingMetadata(bool keepsRecordingMetadata) = 0;
+  /// What the file says of itself, by the container's keys, in place of what its recording says. It counts only where
+  /// that is kept.
+  virtual void setMetadata(std::map<std::string, std::string> metadata) = 0;
   /// What sessions made from now on start with; true unless the host says otherwise.
   static void setKeepsRecordingMetadataByDefault(bool keepsRecordingMetadata);
 

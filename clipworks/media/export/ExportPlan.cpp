@@ -18,6 +18,15 @@ bool describesContainer(const std::string& key) {
   return key == "major_brand" || key == "minor_version" || key == "compatible_brands" || key == "encoder";
 }
 
+}  // namespace
+
+std::map<std::string, std::string> withoutContainerKeys(std::map<std::string, std::string> metadata) {
+  std::erase_if(metadata, [](const auto& entry) { return describesContainer(entry.first); });
+  return metadata;
+}
+
+namespace {
+
 /// What the recording says of itself, from the first picture's file, else the first sound's.
 std::map<std::string, std::string> recordingMetadata(const engine::ExportJob& job) {
   std::map<std::string, std::string> metadata;
@@ -28,8 +37,7 @@ std::map<std::string, std::string> recordingMetadata(const engine::ExportJob& jo
   } else if (job.sound) {
     metadata = job.sound->lanes.front().file->metadata();
   }
-  std::erase_if(metadata, [](const auto& entry) { return describesContainer(entry.first); });
-  return metadata;
+  return withoutContainerKeys(std::move(metadata));
 }
 
 /// The time scale in which the lengths of both tracks are whole, so that no edit is rounded.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,6 +35,9 @@ struct ExportPlan {
   engine::ExportJob job;
   std::vector<ExportedTrack> tracks;  ///< how each track comes into the file
 };
+
+/// `metadata` without what tells of the container rather than of the recording.
+[[nodiscard]] std::map<std::string, std::string> withoutContainerKeys(std::map<std::string, std::string> metadata);
 
 /// Decides for every track whether it is copied or encoded, and lays its pictures and sound out on the output's
 /// timeline; with a video composition the pictures are rendered as it says. `job.path` and the limit are left to the

@@ -5,6 +5,8 @@
 #include <clipworks/engine/Limits.h>
 #include <clipworks/engine/pictures/StillImage.h>
 #include <clipworks/engine/stills/BGRAPixels.h>
+#include <clipworks/engine/stills/StillColor.h>
+#include <clipworks/media/base/SettingsKeys.h>
 
 namespace clipworks {
 namespace {
@@ -32,5 +34,15 @@ std::size_t CGImage::height() const { return static_cast<std::size_t>(still_->fr
 std::size_t CGImage::bytesPerRow() const { return width() * bytesPerPixel; }
 
 std::vector<std::uint8_t> CGImage::copyData() const { return engine::copyBGRA(still_->frame); }
+
+SettingsDictionary CGImage::colorAttachments() const {
+  const AVFrame& frame = *still_->frame;
+  if (frame.colorspace == AVCOL_SPC_RGB) return {};
+  const engine::YUVMeaning meaning = engine::meaningOf(frame);
+  return {{kCVImageBufferYCbCrMatrixKey, static_cast<int>(meaning.matrix)},
+          {kCVImageBufferColorPrimariesKey, static_cast<int>(frame.color_primaries)},
+          {kCVImageBufferTransferFunctionKey, static_cast<int>(frame.color_trc)},
+          {kCVImageBufferFullRangeKey, meaning.isFullRange}};
+}
 
 }  // namespace clipworks

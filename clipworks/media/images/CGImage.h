@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <clipworks/media/base/Export.h>
+#include <clipworks/media/base/SettingsDictionary.h>
 
 namespace clipworks {
 
@@ -34,6 +35,10 @@ class CLIPWORKS_API CGImage {
   /// The pixels as rows of blue, green, red, alpha (255), by the picture's own matrix and range, from top to bottom.
   /// Fast, in integers: within two levels of the exact value. From any thread.
   [[nodiscard]] std::vector<std::uint8_t> copyData() const;
+
+  /// By which matrix and range `copyData` makes the pixels of the video's, and what its colours mean: the keys
+  /// `kCVImageBuffer…`, for a pixel buffer of them that shall become video again. Empty when there was no video.
+  [[nodiscard]] SettingsDictionary colorAttachments() const;
 
   /// The engine's picture. Within the platform only.
   [[nodiscard]] const std::shared_ptr<const engine::StillImage>& still() const { return still_; }

@@ -1,0 +1,131 @@
+#include <clipworks/media/samples/AVAssetWriter.h>
+
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include <clipworks/engine/pipeline/SharedMovie.h>
+#include <clipworks/media/asset/EngineErrors.h>
+#include <clipworks/media/asset/FileTypes.h>
+#include <clipworks/media/samples/TrackWriting.h>
+#include <clipworks/media/samples/WritingState.h>
+
+namespace clipworks {
+namespace {
+
+/// The writers between start and end.
+class LiveWriters {
+ public:
+  static LiveWriters& shared() {
+    // Never destroyed: writers may outlive the end of main().
+    static auto* instance = new LiveWriters();
+    return *instance;
+  }
+  void add(const std::shared_ptr<AVAssetWriter>& writer) {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(writers_, [](const auto& live) { return live.expired(); });
+    writers_.push_back(writer);
+  }
+  void remove(const AVAssetWriter* writer) {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(writers_, [writer](const auto& live) { return live.lock().get() == writer; });
+  }
+  std::vector<std::shared_ptr<AVAssetWriter>> all() {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::shared_ptr<AVAssetWriter>> writers;
+    for (const auto& live : writers_) {
+      if (auto writer = live.lock()) writers.push_back(std::move(writer));
+    }
+    return writers;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::weak_ptr<AVAssetWriter>> writers_;  // guarded by mutex_
+};
+
+}  // namespace
+
+Result<std::shared_ptr<AVAssetWriter>, NSError> AVAssetWriter::make(const URL& outputURL, AVFileType fileType) {
+  const auto container = movieContainer(fileType);
+  if (!container) {
+    return failure(makeError(AVError::operationNotSupportedForAsset,
+                             "files of the type " + std::string(fileType) + " are not written"));
+  }
+  auto file = engine::OutputFile::create(outputURL.path(), 0);
+  if (!file) return failure(errorFromEngine(file.error()));
+  auto movie = std::make_shared<engine::SharedMovie>(std::move(*file), *container);
+  return std::shared_ptr<AVAssetWriter>(new AVAssetWriter(outputURL, fileType, std::move(movie)));
+}
+
+AVAssetWriter::AVAssetWriter(URL outputURL, AVFileType fileType, std::shared_ptr<engine::SharedMovie> movie)
+    : outputURL_(std::move(outputURL)), fileType_(fileType), movie_(std::move(movie)),
+      state_(std::make_shared<WritingState>()) {}
+
+// Inputs may live on; what they are still given goes nowhere.
+AVAssetWriter::~AVAssetWriter() { cancelWriting(); }
+
+std::optional<NSError> AVAssetWriter::whyNotAddable(const AVAssetWriterInput& input) const {
+  if (fileType_ == AVFileTypeAppleM4A && input.mediaType() != AVMediaType::audio) {
+    return makeError(AVError::operationNotSupportedForAsset, "an M4A file holds sound only");
+  }
+  return input.whyNotWritable();
+}
+
+bool AVAssetWriter::canAdd(const AVAssetWriterInput& input) const {
+  return status() == AVAssetWriterStatus::unknown && !whyNotAddable(input);
+}
+
+void AVAssetWriter::add(std::shared_ptr<AVAssetWriterInput> input) { inputs_.push_back(std::move(input)); }
+
+bool AVAssetWriter::startWriting() {
+  if (!state_->start()) return false;
+  LiveWriters::shared().add(shared_from_this());
+  if (inputs_.empty()) state_->fail(makeError(AVError::unknown, "a writer needs an input"));
+  movie_->setMetadata(metadata_);
+  for (const auto& input : inputs_) {
+    if (const auto reason = whyNotAddable(*input)) state_->fail(*reason);
+    if (!state_->isWriting()) break;
+    if (auto begun = input->begin(movie_, state_); !begun) state_->fail(begun.error());
+  }
+  return state_->isWriting();
+}
+
+void AVAssetWriter::startSession(const CMTime& atSourceTime) {
+  if (!atSourceTime.isNumeric() || atSourceTime < kCMTimeZero) {
+    state_->fail(makeError(AVError::invalidTimeRange, "a writer's session has to start at zero or later"));
+    return;
+  }
+  for (const auto& input : inputs_) input->startSession(atSourceTime);
+}
+
+void AVAssetWriter::finishWriting(std::function<void()> completionHandler) {
+  std::thread([self = shared_from_this(), handler = std::move(completionHandler)]() mutable {
+    self->finish();
+    handler();
+    handler = nullptr;
+    LiveWriters::shared().remove(self.get());
+  }).detach();
+}
+
+void AVAssetWriter::finish() {
+  for (const auto& input : inputs_) input->markAsFinished();
+  for (const auto& input : inputs_) input->join();
+  if (state_->isWriting()) {
+    if (auto finished = movie_->finish(); !finished) state_->fail(errorFromEngine(finished.error()));
+    state_->complete();
+  }
+  movie_->cancel();
+}
+
+void AVAssetWriter::cancelWriting() {
+  state_->cancel();
+  movie_->cancel();
+}
+
+std::vector<std::shared_ptr<AVAssetWriter>> AVAssetWriter::liveWriters() { return LiveWriters::shared().all(); }
+
+AVAssetWriterStatus AVAssetWriter::status() const { return state_->status(); }
+std::optional<NSError> AVAssetWriter::error() const { return state_->error(); }
+
+}  // namespace clipworks

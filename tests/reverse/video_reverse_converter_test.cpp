@@ -1,0 +1,282 @@
+#include <clipworks/reverse/VideoReverseConverter.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <clipworks/filedeck/FileSystem.h>
+#include <clipworks/media/asset/AVAsset.h>
+#include <clipworks/media/base/FileManager.h>
+
+#include <tests/support/BarCodeClip.h>
+#include <tests/support/MediaJudge.h>
+#include <tests/support/PrintedLinesCapture.h>
+#include <tests/support/TemporaryDirectory.h>
+
+namespace clipworks::test {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::StartsWith;
+using testing::UnorderedElementsAre;
+constexpr std::chrono::seconds patience{100};
+using Outcome = Result<URL, VideoReverseConverter::ConversionError>;
+
+/// Waits for a completion; notices, too, that it will never come.
+class Awaited {
+ public:
+  VideoReverseConverter::Completion completion() {
+    return [promise = std::move(promise_)](const Outcome& outcome) { promise->set_value(outcome); };
+  }
+  /// Nothing when the completion was destroyed uncalled.
+  std::optional<Outcome> get() {
+    if (future_.wait_for(patience) != std::future_status::ready) {
+      ADD_FAILURE() << "the reversal did not end";
+      return std::nullopt;
+    }
+    try {
+      return future_.get();
+    } catch (const std::future_error&) {
+      return std::nullopt;
+    }
+  }
+
+ private:
+  std::shared_ptr<std::promise<Outcome>> promise_ = std::make_shared<std::promise<Outcome>>();
+  std::future<Outcome> future_ = promise_->get_future();
+};
+
+class ProgressLog final : public VideoReverseDelegate {
+ public:
+  void didUpdateReverseProgress(float progress) override {
+    const std::lock_guard lock(mutex_);
+    values_.push_back(progress);
+  }
+  std::vector<float> values() {
+    const std::lock_guard lock(mutex_);
+    return values_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<float> values_;  // guarded by mutex_
+};
+
+class Reverser : public testing::Test {
+ protected:
+  void SetUp() override {
+    FileSystem::shared().setTempURL(URL(temp_.path()));
+    FileManager::default_().setDocumentDirectory(URL(documents_.path()));
+  }
+  static std::vector<std::string> namesIn(const fs::path& directory) {
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(directory)) names.push_back(entry.path().filename());
+    return names;
+  }
+  /// The reversed file; fails the test without one.
+  static fs::path reversed(const fs::path& clip, const std::optional<std::string>& name = std::nullopt) {
+    const auto converter = VideoReverseConverter::make(URL(clip));
+    Awaited awaited;
+    converter->reverse(name, awaited.completion());
+    const auto outcome = awaited.get();
+    EXPECT_TRUE(outcome && *outcome) << "the reversal failed";
+    return outcome && *outcome ? (*outcome)->path() : fs::path();
+  }
+
+  TemporaryDirectory temp_;
+  TemporaryDirectory documents_;
+  PrintedLinesCapture printed_;
+};
+
+/// How alike two stretches of sound are: the cosine of the angle between them.
+double likeness(const Sound& a, const Sound& b) {
+  double product = 0;
+  double ofA = 0;
+  double ofB = 0;
+  for (std::size_t i = 0; i < std::min(a.samples.size(), b.samples.size()); ++i) {
+    product += static_cast<double>(a.samples[i]) * static_cast<double>(b.samples[i]);
+    ofA += static_cast<double>(a.samples[i]) * static_cast<double>(a.samples[i]);
+    ofB += static_cast<double>(b.samples[i]) * static_cast<double>(b.samples[i]);
+  }
+  return product / std::sqrt(ofA * ofB);
+}
+
+struct ClipCase {
+  std::string name;
+  ClipOptions options;
+  friend std::ostream& operator<<(std::ostream& out, const ClipCase& c) { return out << c.name; }
+};
+
+class ReverserClips : public Reverser, public testing::WithParamInterface<ClipCase> {};
+
+TEST_P(ReverserClips, PlayBackwards) {
+  ClipOptions options = GetParam().options;
+  // Counts samples at 44,100 and 48,000 Hz, so that the file tells to the sample where its sound ends.
+  options.outputArguments = {"-movie_timescale", "7056000"};
+  const BarCodeClip clip(options);
+  const fs::path file = reversed(clip.path());
+  const MediaJudge judge(file);
+  const MediaJudge source(clip.path());
+
+  const auto pictures = judge.pictures();
+  const std::size_t count = clip.times().size();
+  ASSERT_EQ(pictures.size(), count);
+  for (std::size_t i = 0; i < count; ++i) {
+    EXPECT_EQ(pictures[i].number, static_cast<int>(count - 1 - i)) << "picture " << i;
+    EXPECT_NEAR(pictures[i].seconds, clip.times()[i], 1e-3) << "picture " << i;
+  }
+  EXPECT_EQ(judge.stream("video").matrix, source.stream("video").matrix);
+  EXPECT_EQ(judge.warnings(), "");
+
+  const auto stream = judge.stream("audio");
+  EXPECT_EQ(stream.codec, "aac");
+  EXPECT_EQ(stream.sampleRate, 44'100);
+  EXPECT_EQ(stream.channels, 2);
+  Sound backwards = source.sound(options.sampleRate).part(0, clip.audioEnd());
+  std::reverse(backwards.samples.begin(), backwards.samples.end());
+  const Sound sound = judge.sound(options.sampleRate);
+  if (backwards.seconds() > 0.5) {
+    const auto lag = lagMilliseconds(backwards, sound);
+    ASSERT_TRUE(lag);
+    EXPECT_NEAR(*lag, 0, 0.05) << "starts with the pictures";
+    EXPECT_GE(likeness(backwards, sound), 0.99);
+  }
+  EXPECT_THAT(namesIn(documents_.path()), IsEmpty()) << "the halves are gone";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, ReverserClips,
+    testing::Values(
+        ClipCase{"a_constant_rate", {.frames = 70}},
+        ClipCase{"a_variable_rate",
+                 {.frameTimes = {0, 20, 100, 130, 210, 400, 410, 700, 720, 760, 800}, .timescale = 600, .audioSeconds = 1.4}},
+        ClipCase{"a_first_picture_after_zero", {.frameTimes = {300, 340, 380, 420, 460, 700}, .timescale = 600}},
+        ClipCase{"a_turned_recording", {.frames = 40, .rotation = 90}},
+        ClipCase{"a_single_picture", {.frames = 1}},
+        ClipCase{"HEVC_with_open_groups",
+                 {.frames = 50, .videoCodec = "libx265", .preset = "ultrafast", .gop = 12, .groups = GroupOfPictures::open}},
+        ClipCase{"mono_sound_at_22050", {.frames = 60, .sampleRate = 22'050, .channels = 1}},
+        ClipCase{"an_odd_size", {.width = 318, .height = 179, .frames = 12, .pixelFormat = "yuv444p"}}),
+    [](const auto& testCase) { return testCase.param.name; });
+
+TEST_F(Reverser, TellsItsProgressAndItsSteps) {
+  const BarCodeClip clip({.width = 160, .height = 90, .frameTimes = {0, 300, 600, 750}, .timescale = 600});
+  const auto converter = VideoReverseConverter::make(URL(clip.path()));
+  const auto log = std::make_shared<ProgressLog>();
+  converter->setDelegate(log);
+  Awaited awaited;
+  converter->reverseVideoOnly(awaited.completion());
+  const auto outcome = awaited.get();
+  ASSERT_TRUE(outcome && *outcome);
+  EXPECT_EQ((*outcome)->path(), documents_.path() / "reversed_video.mov");
+  EXPECT_THAT(log->values(), ElementsAre(0.25F, 0.5F, 0.75F, 1.0F));
+  EXPECT_THAT(printed_.lines(),
+              ElementsAre("Starting video reversing", "Reading samples to get timestamps", "Finishing first read",
+                          "Got image", "Append image at 1.25", "Got image", "Append image at 1.0", "Got image",
+                          "Append image at 0.5", "Got image", "Append image at 0.0", "Finished video reversing"));
+  EXPECT_TRUE(AVAsset::make(**outcome)->tracks(AVMediaTypeAudio).empty());
+}
+
+TEST_F(Reverser, LeavesTheSoundHalfWhereItIs) {
+  std::ofstream(documents_.path() / "reversed_audio.m4a") << "an older one";
+  const auto converter = VideoReverseConverter::make(URL(BarCodeClip().path()));
+  Awaited awaited;
+  converter->reverseAudioOnly(awaited.completion());
+  const auto outcome = awaited.get();
+  ASSERT_TRUE(outcome && *outcome);
+  EXPECT_EQ((*outcome)->path(), documents_.path() / "reversed_audio.m4a");
+  EXPECT_THAT(printed_.lines(), ElementsAre("Start reverse audio!", "Audio writing finished!", "Ended reverse audio!"));
+  const Sound sound = MediaJudge((*outcome)->path()).sound();
+  EXPECT_EQ(toneSecondAt(sound, 0.5), 1);
+  EXPECT_EQ(toneSecondAt(sound, 1.5), 0);
+}
+
+TEST_F(Reverser, ReplacesAnOlderFileOfTheName) {
+  std::ofstream(temp_.path() / "named.mp4") << "an older one";
+  EXPECT_EQ(reversed(BarCodeClip({.frames = 3}).path(), "named"), temp_.path() / "named.mp4");
+  EXPECT_GT(fs::file_size(temp_.path() / "named.mp4"), 100U);
+  const auto other = reversed(BarCodeClip({.frames = 3}).path());
+  EXPECT_THAT(other.filename().string(), testing::MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.mp4"));
+}
+
+struct FailureCase {
+  std::string name;
+  fs::path (*source)(const fs::path& directory);
+  std::vector<std::string> lines;
+  std::vector<std::string> left;  // in the documents directory
+  friend std::ostream& operator<<(std::ostream& out, const FailureCase& c) { return out << c.name; }
+};
+
+class ReverserFailure : public Reverser, public testing::WithParamInterface<FailureCase> {};
+
+TEST_P(ReverserFailure, IsGeneric) {
+  const TemporaryDirectory sources;
+  const auto converter = VideoReverseConverter::make(URL(GetParam().source(sources.path())));
+  Awaited awaited;
+  converter->reverse(std::nullopt, awaited.completion());
+  const auto outcome = awaited.get();
+  ASSERT_TRUE(outcome) << "it has to be called";
+  EXPECT_FALSE(*outcome);
+  for (const auto& line : GetParam().lines) EXPECT_THAT(printed_.lines(), Contains(line));
+  EXPECT_THAT(namesIn(documents_.path()), testing::UnorderedElementsAreArray(GetParam().left));
+  EXPECT_THAT(namesIn(temp_.path()), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    For, ReverserFailure,
+    testing::Values(FailureCase{"a_file_that_cannot_be_read",
+                                [](const fs::path& directory) { return directory / "missing.mp4"; },
+                                {"Start reverse audio!", "Starting video reversing", "could not initialize reader."},
+                                {}},
+                    FailureCase{"a_video_without_sound",
+                                [](const fs::path&) { return BarCodeClip({.frames = 5, .audioCodec = ""}).path(); },
+                                {"Finished video reversing"},
+                                {"reversed_video.mov"}},
+                    FailureCase{"sound_without_pictures",
+                                [](const fs::path&) {
+                                  return BarCodeClip({.frames = 0, .audioSeconds = 1, .extension = ".m4a"}).path();
+                                },
+                                {"could not retrieve the video track.", "Ended reverse audio!"},
+                                {"reversed_audio.m4a"}}),
+    [](const auto& testCase) { return testCase.param.name; });
+
+TEST_F(Reverser, FailsWhereTheHalvesCannotBeWritten) {
+  FileManager::default_().setDocumentDirectory(URL(documents_.path() / "missing"));
+  const auto converter = VideoReverseConverter::make(URL(BarCodeClip({.frames = 3}).path()));
+  Awaited awaited;
+  converter->reverse(std::nullopt, awaited.completion());
+  const auto outcome = awaited.get();
+  ASSERT_TRUE(outcome);
+  EXPECT_FALSE(*outcome);
+  EXPECT_THAT(printed_.lines(), Contains(StartsWith("Failed: nothing can be written to ")));
+}
+
+TEST_F(Reverser, FallsSilentWhenItIsLetGo) {
+  Awaited awaited;
+  auto converter = VideoReverseConverter::make(URL(BarCodeClip().path()));
+  converter->reverse(std::nullopt, awaited.completion());
+  converter.reset();
+  EXPECT_FALSE(awaited.get()) << "no completion";
+  EXPECT_THAT(namesIn(temp_.path()), IsEmpty());
+}
+
+static_assert(!std::is_default_constructible_v<VideoReverseConverter>);
+
+}  // namespace
+}  // namespace clipworks::test
