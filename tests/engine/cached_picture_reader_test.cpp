@@ -99,7 +99,8 @@ std::string firstDifference(CachedPictureReader& reader, const std::vector<std::
     const auto upcoming = requests == Requests::knownAhead ? all.subspan(i + 1) : all.first(0);
     const auto frame = reader.picture(order[i], upcoming);
     if (!frame) return frame.error().sentence;
-    if (hashOf(*frame) != linear[order[i]]) return "picture " + std::to_string(order[i]) + ", request " + std::to_string(i);
+    if (hashOf(*frame) != linear[order[i]])
+      return "picture " + std::to_string(order[i]) + ", request " + std::to_string(i);
   }
   return {};
 }
@@ -134,13 +135,21 @@ TEST_P(PictureReadersTest, GiveInAnyOrderWhatFfmpegDecodes) {
 
 INSTANTIATE_TEST_SUITE_P(
     Clips, PictureReadersTest,
-    testing::Values(ClipCase{"closed groups with references among the bidirectional pictures", {.preset = "medium", .bFrames = 3, .audioCodec = ""}},
+    testing::Values(ClipCase{"closed groups with references among the bidirectional pictures",
+                             {.preset = "medium", .bFrames = 3, .audioCodec = ""}},
                     ClipCase{"open groups of H.264", {.gop = 15, .groups = GroupOfPictures::open, .audioCodec = ""}},
                     ClipCase{"open groups of HEVC with leading pictures",
-                             {.videoCodec = "libx265", .preset = "ultrafast", .gop = 12, .groups = GroupOfPictures::open, .audioCodec = ""}},
+                             {.videoCodec = "libx265",
+                              .preset = "ultrafast",
+                              .gop = 12,
+                              .groups = GroupOfPictures::open,
+                              .audioCodec = ""}},
                     ClipCase{"fields of ten bits",
-                             {.pixelFormat = "yuv420p10le", .audioCodec = "", .outputArguments = {"-flags", "+ildct+ilme", "-x264-params", "tff=1"}}},
-                    ClipCase{"a container whose samples only the demuxer finds", {.audioCodec = "", .extension = ".mkv"}}));
+                             {.pixelFormat = "yuv420p10le",
+                              .audioCodec = "",
+                              .outputArguments = {"-flags", "+ildct+ilme", "-x264-params", "tff=1"}}},
+                    ClipCase{"a container whose samples only the demuxer finds",
+                             {.audioCodec = "", .extension = ".mkv"}}));
 
 TEST(PictureReadersTest, GiveInAnyOrderWhatRealClipsHold) {
   const char* folder = std::getenv("CLIPWORKS_MEDIA");
@@ -226,7 +235,8 @@ TEST(CachedPictureReaderTest, StopsOnRequest) {
 }
 
 TEST(WholePictureReaderTest, MakesInterlacedPicturesWholeAsAnExportDoes) {
-  const BarCodeClip clip({.frames = 30, .audioCodec = "", .outputArguments = {"-flags", "+ildct+ilme", "-x264-params", "tff=1"}});
+  const BarCodeClip clip(
+      {.frames = 30, .audioCodec = "", .outputArguments = {"-flags", "+ildct+ilme", "-x264-params", "tff=1"}});
   const auto file = opened(clip.path());
   const int stream = pictureStream(*file);
   ASSERT_FALSE(file->stream(stream).progressive);

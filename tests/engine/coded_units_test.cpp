@@ -15,7 +15,9 @@ namespace {
 using namespace std::string_literals;
 
 std::string unit(const std::string& bytes) { return std::string(3, '\0') + static_cast<char>(bytes.size()) + bytes; }
-std::string avc(int type, int referenceIdc) { return unit(std::string(1, static_cast<char>(referenceIdc << 5 | type)) + "xx"); }
+std::string avc(int type, int referenceIdc) {
+  return unit(std::string(1, static_cast<char>(referenceIdc << 5 | type)) + "xx");
+}
 std::string hevc(int type, int temporalLayer = 0) {
   return unit({static_cast<char>(type << 1), static_cast<char>(temporalLayer + 1), 'x', 'x'});
 }
@@ -63,7 +65,8 @@ constexpr AVCodecID h265 = AV_CODEC_ID_HEVC;
 INSTANTIATE_TEST_SUITE_P(
     Samples, DisposablePicturesTest,
     testing::Values(
-        DisposableCase{"a slice that is no reference, behind a delimiter", h264, avcRecord, {avc(9, 0) + avc(1, 0)}, true},
+        DisposableCase{
+            "a slice that is no reference, behind a delimiter", h264, avcRecord, {avc(9, 0) + avc(1, 0)}, true},
         DisposableCase{"a slice that is a reference", h264, avcRecord, {avc(1, 2)}, false},
         DisposableCase{"a field pair of which one is a reference", h264, avcRecord, {avc(1, 0) + avc(1, 1)}, false},
         DisposableCase{"parameter sets that later pictures need", h264, avcRecord, {avc(8, 3) + avc(1, 0)}, false},
@@ -73,7 +76,11 @@ INSTANTIATE_TEST_SUITE_P(
         DisposableCase{"a trailing reference", h265, hevcRecord(0), {hevc(1)}, false},
         DisposableCase{"a picture that a higher layer may refer to", h265, hevcRecord(2), {hevc(0, 1)}, false},
         DisposableCase{"a picture of the highest layer", h265, hevcRecord(2), {hevc(0, 2)}, true},
-        DisposableCase{"parameters on the way that add a layer", h265, hevcRecord(0), {unit(hevcParameters(1)) + hevc(19), hevc(0)}, false},
+        DisposableCase{"parameters on the way that add a layer",
+                       h265,
+                       hevcRecord(0),
+                       {unit(hevcParameters(1)) + hevc(19), hevc(0)},
+                       false},
         DisposableCase{"a record without parameters", h265, "\1"s + std::string(20, '\0') + "\3\0"s, {hevc(0)}, false},
         DisposableCase{"a record that is cut", h265, hevcRecord(0).substr(0, 27), {hevc(0)}, false},
         DisposableCase{"another codec", AV_CODEC_ID_VP9, "", {"xxxx"}, false}));

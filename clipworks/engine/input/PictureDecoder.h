@@ -74,7 +74,7 @@ class PictureDecoder {
   DisposablePictures disposable_;
   std::uint32_t nextSample_ = 0;
   bool running_ = false;
-  bool drained_ = false;  // the end was signalled to the decoder
+  bool drained_ = false;    // the end was signalled to the decoder
   bool leftOut_ = false;    // since the start
   bool sawDamage_ = false;  // ever
   std::int64_t samplesDecoded_ = 0;

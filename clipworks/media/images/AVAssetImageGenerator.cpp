@@ -57,7 +57,9 @@ class BatchPictures {
   }
 
  private:
-  [[nodiscard]] const MediaTrack* mediaOf(std::size_t i) const { return located_[i] ? located_[i]->media.get() : nullptr; }
+  [[nodiscard]] const MediaTrack* mediaOf(std::size_t i) const {
+    return located_[i] ? located_[i]->media.get() : nullptr;
+  }
 
   std::vector<Located> located_;
   std::vector<std::uint32_t> numbers_;
@@ -112,9 +114,9 @@ class ImageGenerator final : public AVAssetImageGenerator {
   ImageSource source_;  // guarded by sourceMutex_
 
   std::mutex mutex_;
-  ImageSettings settings_;                     // guarded by mutex_
+  ImageSettings settings_;                      // guarded by mutex_
   std::deque<std::shared_ptr<Batch>> batches_;  // guarded by mutex_; the first is under way while isWorking_
-  bool isWorking_ = false;                     // guarded by mutex_
+  bool isWorking_ = false;                      // guarded by mutex_
 };
 
 Result<Image, NSError> ImageGenerator::copyCGImage(const CMTime& at, CMTime* actualTime) {
@@ -136,9 +138,8 @@ void ImageGenerator::generateCGImagesAsynchronously(std::vector<CMTime> times, C
   const std::lock_guard lock(mutex_);
   batches_.push_back(std::make_shared<Batch>(Batch{std::move(times), std::move(completionHandler), settings_, {}}));
   if (std::exchange(isWorking_, true)) return;
-  DispatchQueue::global(DispatchQoS::userInitiated).async([self = std::static_pointer_cast<ImageGenerator>(shared_from_this())] {
-    self->work();
-  });
+  DispatchQueue::global(DispatchQoS::userInitiated)
+      .async([self = std::static_pointer_cast<ImageGenerator>(shared_from_this())] { self->work(); });
 }
 
 void ImageGenerator::cancelAllCGImageGeneration() {
@@ -172,12 +173,14 @@ void ImageGenerator::serve(const Batch& batch) {
   for (std::size_t i = 0; i < batch.times.size(); ++i) {
     const auto image = error ? Result<Image, NSError>(failure(*error)) : make(*pictures, i, batch);
     if (image) {
-      batch.handler(batch.times[i], *image, pictures->at(i)->since, AVAssetImageGeneratorResult::succeeded, std::nullopt);
+      batch.handler(batch.times[i], *image, pictures->at(i)->since, AVAssetImageGeneratorResult::succeeded,
+                    std::nullopt);
       continue;
     }
     const bool isCancelled = image.error().code() == static_cast<int>(AVError::operationCancelled);
     batch.handler(batch.times[i], nullptr, kCMTimeInvalid,
-                  isCancelled ? AVAssetImageGeneratorResult::cancelled : AVAssetImageGeneratorResult::failed, image.error());
+                  isCancelled ? AVAssetImageGeneratorResult::cancelled : AVAssetImageGeneratorResult::failed,
+                  image.error());
   }
 }
 
@@ -193,7 +196,8 @@ std::shared_ptr<const BatchPictures> ImageGenerator::look(const Batch& batch, st
 
 Result<Image, NSError> ImageGenerator::make(const BatchPictures& pictures, std::size_t i, const Batch& batch) {
   try {
-    if (batch.stop.stop_requested()) return failure(makeError(AVError::operationCancelled, "the request was cancelled"));
+    if (batch.stop.stop_requested())
+      return failure(makeError(AVError::operationCancelled, "the request was cancelled"));
     const Located& shown = pictures.at(i);
     if (!shown) return failure(shown.error());
     const std::lock_guard lock(sourceMutex_);

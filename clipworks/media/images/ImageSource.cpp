@@ -11,7 +11,8 @@ namespace clipworks {
 
 Result<void, NSError> ImageSource::look() {
   if (timeline_) return {};
-  const auto tracks = asset_ == nullptr ? std::vector<std::shared_ptr<AVAssetTrack>>{} : asset_->tracks(AVMediaType::video);
+  const auto tracks =
+      asset_ == nullptr ? std::vector<std::shared_ptr<AVAssetTrack>>{} : asset_->tracks(AVMediaType::video);
   if (tracks.empty()) {
     const std::string why = asset_ == nullptr ? "there is no asset" : asset_->loadError();
     return failure(makeError(AVError::invalidSourceMedia, why.empty() ? "the asset has no pictures" : why));
@@ -48,7 +49,8 @@ engine::StillSettings ImageSource::stillSettings(const ImageSettings& settings) 
 
 Result<std::shared_ptr<const CGImage>, NSError> ImageSource::image(const ScreenPicture& shown,
                                                                    std::span<const std::uint32_t> upcoming,
-                                                                   const ImageSettings& settings, const std::stop_token& stop) {
+                                                                   const ImageSettings& settings,
+                                                                   const std::stop_token& stop) {
   if (stop.stop_requested()) return failure(makeError(AVError::operationCancelled, "the request was cancelled"));
   const engine::StillSettings wanted = stillSettings(settings);
   if (lastImage_ != nullptr && lastShown_.showsTheSameAs(shown) && lastSettings_ == wanted) return lastImage_;
@@ -74,7 +76,8 @@ engine::Expected<std::shared_ptr<const engine::StillImage>> ImageSource::still(c
   return maker_->make(*frame);
 }
 
-engine::Expected<void> ImageSource::open(const std::shared_ptr<const MediaTrack>& media, const ImageSettings& settings) {
+engine::Expected<void> ImageSource::open(const std::shared_ptr<const MediaTrack>& media,
+                                         const ImageSettings& settings) {
   if (media_ != media) {
     media_.reset();
     reader_.reset();  // before the next one opens: one decoder and one memory

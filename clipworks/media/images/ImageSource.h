@@ -27,8 +27,8 @@ struct ImageSettings {
   std::size_t cacheLimit = std::size_t{256} << 20;  ///< bytes
 };
 
-/// Makes images of an asset's first track of pictures, as it is at the first request. Holds one decoder and one memory of
-/// pictures. One thread at a time; nothing is thrown but for want of memory.
+/// Makes images of an asset's first track of pictures, as it is at the first request. Holds one decoder and one memory
+/// of pictures. One thread at a time; nothing is thrown but for want of memory.
 class ImageSource {
  public:
   explicit ImageSource(std::shared_ptr<AVAsset> asset) : asset_(std::move(asset)) {}
@@ -38,14 +38,16 @@ class ImageSource {
   /// The image of a picture of this asset; `upcoming` are the pictures of the same media that will be asked for next.
   [[nodiscard]] Result<std::shared_ptr<const CGImage>, NSError> image(const ScreenPicture& shown,
                                                                       std::span<const std::uint32_t> upcoming,
-                                                                      const ImageSettings& settings, const std::stop_token& stop);
+                                                                      const ImageSettings& settings,
+                                                                      const std::stop_token& stop);
 
  private:
   Result<void, NSError> look();
   engine::StillSettings stillSettings(const ImageSettings& settings) const;
   engine::Expected<std::shared_ptr<const engine::StillImage>> still(const ScreenPicture& shown,
                                                                     std::span<const std::uint32_t> upcoming,
-                                                                    const ImageSettings& settings, const std::stop_token& stop);
+                                                                    const ImageSettings& settings,
+                                                                    const std::stop_token& stop);
   engine::Expected<void> open(const std::shared_ptr<const MediaTrack>& media, const ImageSettings& settings);
 
   std::shared_ptr<AVAsset> asset_;

@@ -31,9 +31,7 @@ class SegmentPictures {
     return next_ < end_ ? std::optional(next_) : std::nullopt;
   }
 
-  [[nodiscard]] bool contains(std::size_t picture) const {
-    return first() && picture >= *first() && picture < end_;
-  }
+  [[nodiscard]] bool contains(std::size_t picture) const { return first() && picture >= *first() && picture < end_; }
 
   /// Nothing as long as none has come.
   [[nodiscard]] std::optional<std::size_t> at(const CMTime& time) const {
@@ -114,7 +112,8 @@ std::optional<ScreenPicture> PictureTimeline::firstFrom(std::size_t piece) const
     if (segment.gap == SegmentGap::empty) return black(piece);
     if (table == nullptr) continue;
     const SegmentPictures pictures(segment, *table);
-    if (const auto first = pictures.first()) return ScreenPicture{segment.mediaTrack, *first, pictures.since(*first), piece};
+    if (const auto first = pictures.first())
+      return ScreenPicture{segment.mediaTrack, *first, pictures.since(*first), piece};
   }
   return std::nullopt;
 }

@@ -60,7 +60,9 @@ class PictureTimeline {
   [[nodiscard]] std::optional<ScreenPicture> lastBefore(std::size_t piece) const;
   [[nodiscard]] std::optional<ScreenPicture> firstFrom(std::size_t piece) const;
   [[nodiscard]] ScreenPicture sinceItCame(ScreenPicture shown) const;
-  [[nodiscard]] ScreenPicture black(std::size_t piece) const { return {nullptr, 0, pieces_[piece].segment.target.start, piece}; }
+  [[nodiscard]] ScreenPicture black(std::size_t piece) const {
+    return {nullptr, 0, pieces_[piece].segment.target.start, piece};
+  }
 
   std::vector<Piece> pieces_;  // without holes
 };

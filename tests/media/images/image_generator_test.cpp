@@ -4,8 +4,8 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
-#include <future>
 #include <functional>
+#include <future>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -95,32 +95,36 @@ TEST_P(PictureAtTimeTest, IsTheOneOnScreen) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Assets, PictureAtTimeTest,
-    testing::Values(
-        TimeCase{"of a clip whose sound goes on after its pictures",
-                 [] { return assetOf({.frames = 60, .audioSeconds = 2.5}); },
-                 {{kCMTimeZero, 0, kCMTimeZero},
-                  {CMTime(33'333, 1'000'000), 0, kCMTimeZero},
-                  {thirtieths(1), 1, thirtieths(1)},
-                  {CMTime(59'999, 30'000), 59, thirtieths(59)},
-                  {CMTime(24, 10), 59, thirtieths(59)}}},
-        TimeCase{"of a clip that begins late and runs unevenly",
-                 [] { return assetOf({.frameTimes = {300, 400, 900, 1000}, .lastFrameLength = 500, .timescale = 1000, .audioCodec = ""}); },
-                 {{kCMTimeZero, 0, CMTime(3, 10)},
-                  {CMTime(899, 1000), 1, CMTime(4, 10)},
-                  {CMTime(9, 10), 2, CMTime(9, 10)},
-                  {CMTime(15, 10), 3, CMTime(1, 1)}}},
-        TimeCase{"of a composition slowed down, with a hole and without its last pictures",
-                 [] { return std::shared_ptr<AVAsset>(edited()); },
-                 {{kCMTimeZero, 10, kCMTimeZero},
-                  {thirtieths(3), 11, thirtieths(2)},
-                  {CMTime(19'999, 30'000), 19, thirtieths(18)},
-                  {thirtieths(20), black, thirtieths(20)},
-                  {CMTime(49'999, 30'000), black, thirtieths(20)},
-                  {thirtieths(50), 50, thirtieths(50)},
-                  {thirtieths(74), 59, thirtieths(59)},
-                  {thirtieths(75), 59, thirtieths(59)}}}));
+INSTANTIATE_TEST_SUITE_P(Assets, PictureAtTimeTest,
+                         testing::Values(TimeCase{"of a clip whose sound goes on after its pictures",
+                                                  [] { return assetOf({.frames = 60, .audioSeconds = 2.5}); },
+                                                  {{kCMTimeZero, 0, kCMTimeZero},
+                                                   {CMTime(33'333, 1'000'000), 0, kCMTimeZero},
+                                                   {thirtieths(1), 1, thirtieths(1)},
+                                                   {CMTime(59'999, 30'000), 59, thirtieths(59)},
+                                                   {CMTime(24, 10), 59, thirtieths(59)}}},
+                                         TimeCase{"of a clip that begins late and runs unevenly",
+                                                  [] {
+                                                    return assetOf({.frameTimes = {300, 400, 900, 1000},
+                                                                    .lastFrameLength = 500,
+                                                                    .timescale = 1000,
+                                                                    .audioCodec = ""});
+                                                  },
+                                                  {{kCMTimeZero, 0, CMTime(3, 10)},
+                                                   {CMTime(899, 1000), 1, CMTime(4, 10)},
+                                                   {CMTime(9, 10), 2, CMTime(9, 10)},
+                                                   {CMTime(15, 10), 3, CMTime(1, 1)}}},
+                                         TimeCase{
+                                             "of a composition slowed down, with a hole and without its last pictures",
+                                             [] { return std::shared_ptr<AVAsset>(edited()); },
+                                             {{kCMTimeZero, 10, kCMTimeZero},
+                                              {thirtieths(3), 11, thirtieths(2)},
+                                              {CMTime(19'999, 30'000), 19, thirtieths(18)},
+                                              {thirtieths(20), black, thirtieths(20)},
+                                              {CMTime(49'999, 30'000), black, thirtieths(20)},
+                                              {thirtieths(50), 50, thirtieths(50)},
+                                              {thirtieths(74), 59, thirtieths(59)},
+                                              {thirtieths(75), 59, thirtieths(59)}}}));
 
 TEST(ImageGeneratorTest, FailsWhereThereIsNoPicture) {
   const auto code = [](const std::shared_ptr<AVAsset>& asset, const CMTime& time) {
@@ -132,7 +136,8 @@ TEST(ImageGeneratorTest, FailsWhereThereIsNoPicture) {
     EXPECT_EQ(code(clip, time), static_cast<int>(AVError::invalidTimeRange)) << time.seconds();
   }
   EXPECT_EQ(code(clip, CMTime(2, 1)), 0) << "the end gives the last picture";
-  EXPECT_EQ(code(assetOf({.frames = 0, .audioSeconds = 1}), kCMTimeZero), static_cast<int>(AVError::invalidSourceMedia));
+  EXPECT_EQ(code(assetOf({.frames = 0, .audioSeconds = 1}), kCMTimeZero),
+            static_cast<int>(AVError::invalidSourceMedia));
   EXPECT_EQ(code(AVAsset::make(URL("/nowhere.mp4")), kCMTimeZero), static_cast<int>(AVError::invalidSourceMedia));
   EXPECT_EQ(code(nullptr, kCMTimeZero), static_cast<int>(AVError::invalidSourceMedia));
 }
@@ -166,7 +171,8 @@ TEST_P(ImageShapeTest, IsUprightAndFitsTheBox) {
   const auto clip = assetOf(shape.options);
   auto composition = AVMutableComposition::make();
   auto track = composition->addMutableTrack(AVMediaTypeVideo, kCMPersistentTrackID_Invalid);
-  ASSERT_TRUE(track->insertTimeRange({kCMTimeZero, clip->duration()}, clip->tracks(AVMediaTypeVideo).front(), kCMTimeZero));
+  ASSERT_TRUE(
+      track->insertTimeRange({kCMTimeZero, clip->duration()}, clip->tracks(AVMediaTypeVideo).front(), kCMTimeZero));
   track->setPreferredTransform(shape.transform);
   const auto generator = exactGenerator(composition);
   generator->setAppliesPreferredTrackTransform(true);
@@ -185,15 +191,30 @@ const ClipOptions odd{.width = 321, .height = 181, .frames = 2, .pixelFormat = "
 
 INSTANTIATE_TEST_SUITE_P(
     Shapes, ImageShapeTest,
-    testing::Values(ShapeCase{"as it is", small, CGAffineTransformIdentity, {0, 0}, 320, 180, Orientation{false, 0}},
-                    ShapeCase{"a quarter turn", small, {0, 1, -1, 0, 180, 0}, {0, 0}, 180, 320, Orientation{false, 1}},
-                    ShapeCase{"a mirror of odd sides", odd, {-1, 0, 0, 1, 321, 0}, {0, 0}, 321, 181, Orientation{true, 0}},
-                    ShapeCase{"a turn into a box", small, {0, -1, 1, 0, 0, 320}, {100, 100}, 56, 100, Orientation{false, 3}},
-                    ShapeCase{"never enlarged", small, CGAffineTransformIdentity, {4000, 4000}, 320, 180, Orientation{false, 0}},
-                    ShapeCase{"one side of the box is free", small, CGAffineTransformIdentity, {0, 91}, 162, 91, Orientation{false, 0}},
-                    ShapeCase{"pixels twice as wide as high", wide, CGAffineTransformIdentity, {0, 0}, 640, 180, Orientation{false, 0}},
-                    ShapeCase{"an eighth of a turn", small, {M_SQRT1_2, M_SQRT1_2, -M_SQRT1_2, M_SQRT1_2, 0, 0}, {0, 0}, 354, 354, std::nullopt},
-                    ShapeCase{"a transform that leaves nothing is none", small, {1, 1, 1, 1, 0, 0}, {0, 0}, 320, 180, Orientation{false, 0}}));
+    testing::Values(
+        ShapeCase{"as it is", small, CGAffineTransformIdentity, {0, 0}, 320, 180, Orientation{false, 0}},
+        ShapeCase{"a quarter turn", small, {0, 1, -1, 0, 180, 0}, {0, 0}, 180, 320, Orientation{false, 1}},
+        ShapeCase{"a mirror of odd sides", odd, {-1, 0, 0, 1, 321, 0}, {0, 0}, 321, 181, Orientation{true, 0}},
+        ShapeCase{"a turn into a box", small, {0, -1, 1, 0, 0, 320}, {100, 100}, 56, 100, Orientation{false, 3}},
+        ShapeCase{"never enlarged", small, CGAffineTransformIdentity, {4000, 4000}, 320, 180, Orientation{false, 0}},
+        ShapeCase{
+            "one side of the box is free", small, CGAffineTransformIdentity, {0, 91}, 162, 91, Orientation{false, 0}},
+        ShapeCase{
+            "pixels twice as wide as high", wide, CGAffineTransformIdentity, {0, 0}, 640, 180, Orientation{false, 0}},
+        ShapeCase{"an eighth of a turn",
+                  small,
+                  {M_SQRT1_2, M_SQRT1_2, -M_SQRT1_2, M_SQRT1_2, 0, 0},
+                  {0, 0},
+                  354,
+                  354,
+                  std::nullopt},
+        ShapeCase{"a transform that leaves nothing is none",
+                  small,
+                  {1, 1, 1, 1, 0, 0},
+                  {0, 0},
+                  320,
+                  180,
+                  Orientation{false, 0}}));
 
 struct KindCase {
   const char* name;
@@ -216,18 +237,22 @@ TEST_P(ImageKindTest, HasEightBitsAndSaysHowItsNumbersAreMeant) {
   EXPECT_EQ(numberOf(**image), 3);
 }
 
-const ClipOptions deep{.frames = 5, .videoCodec = "libx265", .preset = "ultrafast", .pixelFormat = "yuv420p10le", .audioCodec = ""};
+const ClipOptions deep{
+    .frames = 5, .videoCodec = "libx265", .preset = "ultrafast", .pixelFormat = "yuv420p10le", .audioCodec = ""};
 ClipOptions hlg() {
   ClipOptions options = deep;
   options.outputArguments = {"-color_primaries", "bt2020", "-color_trc", "arib-std-b67", "-colorspace", "bt2020nc"};
   return options;
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Kinds, ImageKindTest,
-    testing::Values(KindCase{"8 bits without a word on colour", ClipOptions{.frames = 5, .audioCodec = ""}, AVCOL_PRI_SMPTE170M, AVCOL_TRC_SMPTE170M, AVCOL_SPC_SMPTE170M},
-                    KindCase{"10 bits of standard range", deep, AVCOL_PRI_SMPTE170M, AVCOL_TRC_SMPTE170M, AVCOL_SPC_SMPTE170M},
-                    KindCase{"10 bits of high dynamic range", hlg(), AVCOL_PRI_BT709, AVCOL_TRC_BT709, AVCOL_SPC_BT709}));
+INSTANTIATE_TEST_SUITE_P(Kinds, ImageKindTest,
+                         testing::Values(KindCase{"8 bits without a word on colour",
+                                                  ClipOptions{.frames = 5, .audioCodec = ""}, AVCOL_PRI_SMPTE170M,
+                                                  AVCOL_TRC_SMPTE170M, AVCOL_SPC_SMPTE170M},
+                                         KindCase{"10 bits of standard range", deep, AVCOL_PRI_SMPTE170M,
+                                                  AVCOL_TRC_SMPTE170M, AVCOL_SPC_SMPTE170M},
+                                         KindCase{"10 bits of high dynamic range", hlg(), AVCOL_PRI_BT709,
+                                                  AVCOL_TRC_BT709, AVCOL_SPC_BT709}));
 
 /// What the handler was told, call by call.
 struct Told {
@@ -274,7 +299,8 @@ TEST_F(RequestsTest, AreServedInTheirOrderAlsoWhenNobodyElseHoldsTheGenerator) {
   const auto told = ask(exactGenerator(assetOf({.audioCodec = ""})),
                         {thirtieths(40), thirtieths(7), thirtieths(700), thirtieths(7), thirtieths(59), thirtieths(41)},
                         [](AVAssetImageGenerator& generator) {
-                          EXPECT_TRUE(generator.copyCGImage(thirtieths(5))) << "another request from within the handler";
+                          EXPECT_TRUE(generator.copyCGImage(thirtieths(5)))
+                              << "another request from within the handler";
                         });
   EXPECT_THAT(told.times, ElementsAre(40, 7, 700, 7, 59, 41));
   EXPECT_THAT(told.numbers, ElementsAre(40, 7, -2, 7, 59, 41));
