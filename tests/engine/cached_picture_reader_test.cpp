@@ -1,10 +1,13 @@
 #include <clipworks/engine/input/CachedPictureReader.h>
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
+#include <memory>
 #include <random>
+#include <span>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -135,9 +138,6 @@ INSTANTIATE_TEST_SUITE_P(
                     ClipCase{"open groups of H.264", {.gop = 15, .groups = GroupOfPictures::open, .audioCodec = ""}},
                     ClipCase{"open groups of HEVC with leading pictures",
                              {.videoCodec = "libx265", .preset = "ultrafast", .gop = 12, .groups = GroupOfPictures::open, .audioCodec = ""}},
-                    ClipCase{"HEVC in temporal layers",
-                             {.frames = 40, .videoCodec = "libx265", .preset = "ultrafast", .bFrames = 3, .gop = 40, .audioCodec = "",
-                              .outputArguments = {"-x265-params", "temporal-layers=1:b-pyramid=1"}}},
                     ClipCase{"fields of ten bits",
                              {.pixelFormat = "yuv420p10le", .audioCodec = "", .outputArguments = {"-flags", "+ildct+ilme", "-x264-params", "tff=1"}}},
                     ClipCase{"a container whose samples only the demuxer finds", {.audioCodec = "", .extension = ".mkv"}}));
@@ -150,7 +150,10 @@ TEST(PictureReadersTest, GiveInAnyOrderWhatRealClipsHold) {
     SCOPED_TRACE(entry.path().filename().string());
     auto file = MediaFile::open(entry.path());
     if (!file || pictureStream(**file) < 0) continue;
-    expectExactInAnyOrder(*file, linearHashes(*file));
+    const auto linear = linearHashes(*file);
+    auto reader = cachedReader(*file, std::size_t{48} << 20);
+    EXPECT_EQ(firstDifference(reader, anyOrder(linear.size(), 40), Requests::oneByOne, linear), "") << "in any order";
+    EXPECT_EQ(firstDifference(reader, backwards(linear.size()), Requests::knownAhead, linear), "") << "backwards";
   }
 }
 
