@@ -18,6 +18,11 @@ Libraries that the program runs on:
   ALSA's library       LGPL 2.1 or later
   zimg                 WTFPL 2
   libyuv               BSD 3-Clause
+  libjpeg-turbo        IJG, BSD 3-Clause and zlib
+  libpng               PNG Reference Library License, version 2
+  libheif              LGPL 3 or later
+  libexif              LGPL 2.1 or later
+  Little CMS           MIT
   {fmt}                MIT, with an exception for object code
 Header libraries that are compiled into it:
   CLI11                BSD 3-Clause

@@ -31,6 +31,9 @@ class SegmentPictures {
     return next_ < end_ ? std::optional(next_) : std::nullopt;
   }
 
+  /// Behind the last.
+  [[nodiscard]] std::size_t end() const { return end_; }
+
   [[nodiscard]] bool contains(std::size_t picture) const { return first() && picture >= *first() && picture < end_; }
 
   /// Nothing as long as none has come.
@@ -126,6 +129,21 @@ ScreenPicture PictureTimeline::sinceItCame(ScreenPicture shown) const {
     shown = *before;
   }
   return shown;
+}
+
+std::vector<CMTime> PictureTimeline::times() const {
+  std::vector<CMTime> times;
+  for (std::size_t piece = 0; piece < pieces_.size(); ++piece) {
+    const auto& [segment, table] = pieces_[piece];
+    if (table == nullptr) continue;
+    const SegmentPictures pictures(segment, *table);
+    const auto first = pictures.first();
+    if (!first) continue;
+    const ScreenPicture shown{segment.mediaTrack, *first, pictures.since(*first), piece};
+    if (sinceItCame(shown).since == shown.since) times.push_back(shown.since);
+    for (std::size_t picture = *first + 1; picture < pictures.end(); ++picture) times.push_back(pictures.since(picture));
+  }
+  return times;
 }
 
 std::optional<ScreenPicture> PictureTimeline::near(const CMTime& time, const TimeTolerance& tolerance) const {

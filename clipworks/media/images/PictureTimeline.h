@@ -47,6 +47,9 @@ class PictureTimeline {
   /// nearest one to `time`; the picture of `at` where there is none, or where it is one itself.
   [[nodiscard]] std::optional<ScreenPicture> near(const CMTime& time, const TimeTolerance& tolerance) const;
 
+  /// When each picture comes on screen, in order; one that stays from a segment to the next counts once.
+  [[nodiscard]] std::vector<CMTime> times() const;
+
   /// Where the track ends.
   [[nodiscard]] CMTime end() const;
 
