@@ -32,15 +32,6 @@ TEST(Speed, SlowsAStretchDownAndCopiesThePictures) {
   EXPECT_EQ(hashes, MediaJudge(clip.path()).pictureHashes()) << "not encoded again";
 }
 
-TEST(Speed, MakesSmallPicturesAtLowQuality) {
-  const TemporaryDirectory outputs;
-  const BarCodeClip clip({.width = 640, .height = 360});
-  const auto result = runClipworks({"--outputs", outputs.path(), "speed", clip.path(), "--from", "0", "--to", "2",
-                                    "--ratio", "0.5", "--quality", "low", "--name", "small"});
-  ASSERT_EQ(result.exitCode, 0) << result;
-  EXPECT_EQ(MediaJudge(outputs.path() / "small.mp4").stream("video").width, 480);
-}
-
 struct WrongCase {
   std::string name;
   Arguments options;

@@ -120,32 +120,10 @@ TEST(StretchedSound, IsHeardWhereItBelongs) {
   }
 }
 
-TEST(StretchedSound, GoesOnBehindItsEnd) {
-  const SoundPiece piece{0, rate, 0, 2 * rate};
-  const auto stretcher = SoundStretcher::make(piece, rate, 2, leftSide([](std::int64_t p) { return tone(p, 440); }));
-  std::vector<float> both(static_cast<std::size_t>(2 * piece.length));
-  ASSERT_TRUE(stretcher->read(piece.length, both.data()));
-  both.resize(static_cast<std::size_t>(2 * SoundStretcher::leastTail * rate));
-  ASSERT_TRUE(stretcher->read(static_cast<std::int64_t>(both.size()) / 2, both.data()));
-  std::vector<float> left;
-  for (std::size_t i = 0; i < both.size(); i += 2) left.push_back(both[i]);
-  EXPECT_NEAR(level(left, 0, SoundStretcher::leastTail), 0.354, 0.07);
-}
-
 TEST(StretchedSound, IsAMeanOfItsSourceWhereItIsTooFastForThePitchToStay) {
   const SoundPiece piece{500, 100'000, 0, 1000};
   const auto samples = stretched(piece, [](std::int64_t position) { return static_cast<double>(position - 500) / 100'000; });
   for (std::size_t i = 0; i < samples.size(); ++i) ASSERT_NEAR(samples[i], (static_cast<double>(i) + 0.5) / 1000, 0.0005) << i;
-}
-
-TEST(StretchedSound, FailsWhereItsSourceFails) {
-  const auto stretcher = SoundStretcher::make({0, rate, 0, 2 * rate}, rate, 2, [](std::int64_t, std::int64_t, float*) {
-    return Expected<void>(failed(ErrorKind::damaged, "broken"));
-  });
-  std::vector<float> both(2048);
-  const auto read = stretcher->read(1024, both.data());
-  ASSERT_FALSE(read);
-  EXPECT_EQ(read.error().sentence, "broken");
 }
 
 }  // namespace
