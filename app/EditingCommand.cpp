@@ -3,6 +3,7 @@
 #include <clipworks/media/asset/AVAsset.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
 #include <clipworks/media/export/EncoderAvailability.h>
+#include <clipworks/stillpress/ImageConverter.h>
 
 namespace clipworks::app {
 namespace {
@@ -28,6 +29,16 @@ Outcome applyCodec(CodecChoice choice, const std::filesystem::path& firstInput) 
   return {};
 }
 
+/// Found here it is wrong use, and costs nobody the work.
+Outcome keepInputs(const std::filesystem::path& outputs, const std::vector<std::string>& names,
+                   const std::vector<std::filesystem::path>& inputs) {
+  for (const auto& name : names) {
+    const Outcome allowed = refuseToOverwrite((outputs / name).lexically_normal(), inputs);
+    if (!allowed) return wrongUse(allowed.error().sentence);
+  }
+  return {};
+}
+
 }  // namespace
 
 Outcome EditingCommand::checkPictures(const std::filesystem::path& file, const std::string& work) {
@@ -39,8 +50,10 @@ Outcome EditingCommand::checkPictures(const std::filesystem::path& file, const s
 
 Outcome EditingCommand::run(const Program& program) {
   if (const Outcome checked = check(); !checked) return checked;
+  if (const Outcome kept = keepInputs(program.options.outputs, resultNames(), inputs()); !kept) return kept;
   if (const Outcome applied = applyCodec(program.options.codec, inputs().front()); !applied) return applied;
   AVAssetExportSession::setKeepsRecordingMetadataByDefault(!program.options.stripMetadata);
+  ImageConverter::setKeepsRecordingMetadataByDefault(!program.options.stripMetadata);
   const auto bench = Workbench::make(program, inputs());
   if (!bench) return failure(bench.error());
   const Outcome edited = edit(**bench);

@@ -22,6 +22,8 @@ class EditingCommand : public Command {
   [[nodiscard]] virtual Outcome check() = 0;
   /// Fails in words when `file` cannot be read or has no pictures, which `work` ("cropping it") needs.
   [[nodiscard]] static Outcome checkPictures(const std::filesystem::path& file, const std::string& work);
+  /// The names that the results will have, as far as they are known; none of them may be an input's.
+  [[nodiscard]] virtual std::vector<std::string> resultNames() const { return {}; }
   /// Runs the operation and delivers its files.
   [[nodiscard]] virtual Outcome edit(Workbench& bench) = 0;
 };

@@ -64,6 +64,19 @@ void Reporter::progress(double value) {
   }
 }
 
+void Reporter::status(std::string_view line) {
+  const std::lock_guard lock(mutex_);
+  if (!showsBar_) return;
+  writeError(fmt::format("\r{}\x1b[K", line));
+  barIsShown_ = true;
+}
+
+void Reporter::note(std::string_view line) {
+  const std::lock_guard lock(mutex_);
+  clearBar();
+  writeError(fmt::format("{}\n", printable(line)));
+}
+
 void Reporter::output(const std::filesystem::path& path) {
   const std::lock_guard lock(mutex_);
   clearBar();

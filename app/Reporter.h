@@ -27,6 +27,10 @@ class Reporter {
   void log(std::string_view line);
   /// How far the work is, from 0 to 1. A value that is not worth a new event or bar is left out.
   void progress(double value);
+  /// A line on the terminal in place of the progress bar, such as a level meter; nothing of it in a pipe.
+  void status(std::string_view line);
+  /// A line for people on standard error, as it is.
+  void note(std::string_view line);
   /// A file that the command made.
   void output(const std::filesystem::path& path);
   /// The work is done; nothing follows.

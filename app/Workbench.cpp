@@ -95,6 +95,10 @@ Result<URL, Failure> Workbench::withMetadataOf(const std::filesystem::path& reco
 Outcome Workbench::deliver(const URL& made) {
   const auto asset = AVAsset::make(made);
   if (asset->tracks().empty()) return failed("the result cannot be read back: " + asset->loadError());
+  return deliverWhole(made);
+}
+
+Outcome Workbench::deliverWhole(const URL& made) {
   const auto place = directories_->moveIntoPlace(made.path(), inputs_);
   if (!place) return failure(place.error());
   reporter_.output(*place);

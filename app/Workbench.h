@@ -52,6 +52,8 @@ class Workbench {
 
   /// Checks that the file can be read, moves it into place and tells its path.
   [[nodiscard]] Outcome deliver(const URL& made);
+  /// The same for a file that is known to be whole.
+  [[nodiscard]] Outcome deliverWhole(const URL& made);
 
  private:
   Workbench(const Program& program, std::vector<std::filesystem::path> inputs,

@@ -9,6 +9,8 @@
 #include <clipworks/looper/VideoLooperUtils.h>
 #include <clipworks/media/base/FileManager.h>
 #include <clipworks/media/dispatch/DispatchQueue.h>
+#include <clipworks/narration/VideoNarrationUtils.h>
 #include <clipworks/reverse/VideoReverseConverter.h>
 #include <clipworks/rotate/VideoRotateUtils.h>
+#include <clipworks/speed/VideoSpeedConverter.h>
 #include <clipworks/tophoto/VideoToPhotoUtils.h>

@@ -10,6 +10,9 @@ find_package(PkgConfig REQUIRED)
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat>=59 libavcodec>=59 libavutil>=57 libswresample>=4
                   libavfilter>=8)
 pkg_check_modules(ZIMG REQUIRED IMPORTED_TARGET zimg>=3.0)
+pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse>=15)
+pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa>=1.2)
+pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET rubberband>=3.0)
 # Still images: their codecs, EXIF and ICC profiles.
 pkg_check_modules(STILLS REQUIRED IMPORTED_TARGET libjpeg>=2.0 libpng>=1.6.32 libheif>=1.15 libexif>=0.6.22 lcms2>=2.9)
 
@@ -25,7 +28,8 @@ set_target_properties(
   clipworks_libyuv PROPERTIES IMPORTED_LOCATION ${CLIPWORKS_LIBYUV_LIBRARY} INTERFACE_INCLUDE_DIRECTORIES
                                                                             ${CLIPWORKS_LIBYUV_INCLUDE_DIR})
 
-set(CLIPWORKS_MEDIA_LIBRARIES PkgConfig::FFMPEG PkgConfig::ZIMG PkgConfig::STILLS clipworks_libyuv)
+set(CLIPWORKS_MEDIA_LIBRARIES PkgConfig::FFMPEG PkgConfig::ZIMG PkgConfig::STILLS PkgConfig::RUBBERBAND clipworks_libyuv
+                              PkgConfig::PULSE PkgConfig::ALSA)
 
 if(CLIPWORKS_BUILD_PROGRAM)
   find_package(CLI11 REQUIRED)

@@ -16,6 +16,8 @@ enum class ErrorKind {
   noEncoder,        ///< the encoder does not exist or does not open
   unwritable,       ///< the output cannot be created or written (see `posixCode`)
   lengthLimit,      ///< the output reached its length limit
+  noDevice,         ///< no microphone can be opened
+  deviceLost,       ///< the microphone went away while it was used
   cancelled,
   outOfMemory,
   internal,

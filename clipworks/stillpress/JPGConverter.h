@@ -7,7 +7,7 @@
 
 namespace clipworks {
 
-/// Makes JPEG files: quality 93 with chroma at full size, for pictures of up to 16,384 pixels a side.
+/// Makes JPEG files: quality 95 with chroma at full size, for pictures of up to 16,384 pixels a side.
 class CLIPWORKS_API JPGConverter final : public ImageConverter {
  public:
   /// `JPGConverter()`.

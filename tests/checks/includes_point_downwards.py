@@ -20,10 +20,12 @@ LAYERS = [
     ["clipworks/media/time", "clipworks/media/geometry", "clipworks/media/dispatch"],
     ["clipworks/media/asset"],
     ["clipworks/media/composition"],
-    ["clipworks/media/export", "clipworks/media/images", "clipworks/media/samples"],
+    ["clipworks/media/images"],
+    ["clipworks/media/samples", "clipworks/media/audio", "clipworks/media/export"],
     ["clipworks/filedeck", "clipworks/stillpress"],
     ["clipworks/foundation"],
-    ["clipworks/looper", "clipworks/reverse", "clipworks/tophoto"],
+    ["clipworks/looper", "clipworks/narration", "clipworks/reverse", "clipworks/rotate", "clipworks/speed",
+     "clipworks/tophoto"],
     ["clipworks"],  # the header that includes all operations
     ["app"],
 ]

@@ -58,6 +58,19 @@ TEST(SampleTable, StartsDecodingWhereThePictureHasItsReferences) {
   EXPECT_EQ(table({0, 10, 20}, {1}, 30).accessPointFor(0), 0U) << "the only one comes later";
 }
 
+TEST(SampleTable, StartsDecodingAtOrBeforeThePictureItself) {
+  // Sample 3 is an access point that shares its time with sample 1, which is the one shown; sample 5 is a leading picture.
+  const SampleTable samples = table({0, 30, 10, 30, 60, 50, 70}, {0, 3, 4}, 80);
+  const auto accessFor = [&](std::int64_t ticks) { return samples.accessPointFor(*samples.pictureAt(ticks)); };
+  EXPECT_EQ(accessFor(30), 0U);
+  EXPECT_EQ(accessFor(50), 3U);
+  EXPECT_EQ(accessFor(60), 4U);
+  EXPECT_EQ(samples.accessPointBefore(4), 3U);
+  EXPECT_EQ(samples.accessPointBefore(0), 0U);
+  EXPECT_EQ(samples.accessPointAfter(3), 4U);
+  EXPECT_EQ(samples.accessPointAfter(4), std::nullopt);
+}
+
 TEST(SampleTable, EndsNoSoonerThanItsLastPicture) {
   EXPECT_EQ(table({0, 10, 20}, {0}, 30).trackEnd(), 30);
   EXPECT_EQ(table({0, 10, 20}, {0}, 5).trackEnd(), 21) << "a header that says less is not believed";

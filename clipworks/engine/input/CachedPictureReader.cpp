@@ -24,8 +24,8 @@ std::size_t bytesOf(const AVFrame& frame) {
 }
 
 std::size_t estimatedBytes(const AVCodecParameters& parameters) {
-  const int bytes = av_image_get_buffer_size(static_cast<AVPixelFormat>(parameters.format), parameters.width,
-                                             parameters.height, 1);
+  const int bytes =
+      av_image_get_buffer_size(static_cast<AVPixelFormat>(parameters.format), parameters.width, parameters.height, 1);
   return static_cast<std::size_t>(std::max(bytes, 1));
 }
 
@@ -116,7 +116,8 @@ bool CachedPictureReader::isLacking(std::size_t picture) const {
   return lack != unreadable_.end() && *lack <= table().sampleOfPicture(picture);
 }
 
-CachedPictureReader::Pass CachedPictureReader::plan(std::size_t picture, std::span<const std::uint32_t> upcoming) const {
+CachedPictureReader::Pass CachedPictureReader::plan(std::size_t picture,
+                                                    std::span<const std::uint32_t> upcoming) const {
   const std::uint32_t wanted = table().sampleOfPicture(picture);
   Pass pass;
   pass.access = table().accessPointFor(picture);
@@ -131,9 +132,10 @@ CachedPictureReader::Pass CachedPictureReader::plan(std::size_t picture, std::sp
   return pass;
 }
 
-void CachedPictureReader::planForRequests(Pass& pass, std::size_t picture, std::span<const std::uint32_t> upcoming) const {
+void CachedPictureReader::planForRequests(Pass& pass, std::size_t picture,
+                                          std::span<const std::uint32_t> upcoming) const {
   const std::uint32_t reach = table().sampleOfPicture(picture) + static_cast<std::uint32_t>(decoder_.delay());
-  const std::size_t room = bytesForMemory() / pictureBytes_;
+  const std::size_t room = bytesForMemory(true) / pictureBytes_;
   pass.keepsAll = false;
   pass.endsThere = true;
   int stray = 0;
@@ -152,7 +154,7 @@ void CachedPictureReader::planForRequests(Pass& pass, std::size_t picture, std::
 }
 
 void CachedPictureReader::planForStepBack(Pass& pass, std::size_t picture) const {
-  const std::size_t room = bytesForMemory() / pictureBytes_;
+  const std::size_t room = bytesForMemory(true) / pictureBytes_;
   pass.endsThere = true;
   for (std::size_t back = 1; back <= picture && back < room; ++back) {
     if (table().accessPointFor(picture - back) != pass.access) break;
@@ -164,7 +166,8 @@ void CachedPictureReader::planForStepBack(Pass& pass, std::size_t picture) const
 
 bool CachedPictureReader::isStepBack(std::size_t picture) const {
   if (!previous_ || picture >= *previous_) return false;
-  return *previous_ - picture <= longestStepBack || table().accessPointFor(*previous_) == table().accessPointFor(picture);
+  return *previous_ - picture <= longestStepBack ||
+         table().accessPointFor(*previous_) == table().accessPointFor(picture);
 }
 
 Expected<CachedPictureReader::Outcome> CachedPictureReader::run(const Pass& pass, std::size_t picture,
@@ -230,10 +233,10 @@ void CachedPictureReader::makeRoom(std::size_t bytes, const Pass& pass, std::uin
     return std::tuple(entry.first == wanted, isAskedFor, isAskedFor ? -static_cast<std::int64_t>(place->second) : 0,
                       entry.second.lastUse);
   };
-  const std::size_t limit = bytesForMemory();
+  const std::size_t limit = bytesForMemory(pass.endsThere);
   while (!kept_.empty() && bytesKept_ + bytes > limit) {
-    const auto least = std::min_element(kept_.begin(), kept_.end(),
-                                        [&](const auto& a, const auto& b) { return rank(a) < rank(b); });
+    const auto least =
+        std::min_element(kept_.begin(), kept_.end(), [&](const auto& a, const auto& b) { return rank(a) < rank(b); });
     if (least->first == wanted) return;
     bytesKept_ -= least->second.bytes;
     kept_.erase(least);
@@ -247,9 +250,10 @@ Frame CachedPictureReader::fromMemory(std::uint32_t sample) {
   return shareFrame(kept->second.frame);
 }
 
-// What the limit leaves beside the pictures that are in the decoder.
-std::size_t CachedPictureReader::bytesForMemory() const {
-  const std::size_t inDecoder = static_cast<std::size_t>(decoder_.delay() + 1) * pictureBytes_;
+// What the limit leaves beside the pictures that are in the decoder. Where a pass ends with what it keeps, those are
+// among the kept, but for one.
+std::size_t CachedPictureReader::bytesForMemory(bool endsThere) const {
+  const std::size_t inDecoder = static_cast<std::size_t>(endsThere ? 1 : decoder_.delay() + 1) * pictureBytes_;
   return cacheLimit_ > inDecoder + pictureBytes_ ? cacheLimit_ - inDecoder : pictureBytes_;
 }
 

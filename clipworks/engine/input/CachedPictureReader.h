@@ -21,9 +21,9 @@ namespace clipworks::engine {
 /// bounded memory of decoded pictures. Exact: every picture is the one that decoding the whole track gives.
 ///
 /// A group of pictures can only be decoded from its start. So one pass over a group keeps all pictures that are known
-/// (or, from a step backwards, guessed) to be asked for next, as far as the memory reaches: read backwards, a group that
-/// fits is decoded once, a longer one once for each window of its end, its middle, its start. On the way to the first
-/// picture that is needed, those that nothing refers to are left out. Forwards, the decoder just goes on.
+/// (or, from a step backwards, guessed) to be asked for next, as far as the memory reaches: read backwards, a group
+/// that fits is decoded once, a longer one once for each window of its end, its middle, its start. On the way to the
+/// first picture that is needed, those that nothing refers to are left out. Forwards, the decoder just goes on.
 ///
 /// A picture that does not decode is replaced by the one before it, the first by the one after.
 /// One thread at a time; the decoder has threads of its own.
@@ -41,6 +41,8 @@ class CachedPictureReader {
   [[nodiscard]] Expected<Frame> picture(std::size_t picture, std::span<const std::uint32_t> upcoming = {},
                                         const std::stop_token& stop = {});
 
+  /// How many samples were decoded in all, some of them again.
+  [[nodiscard]] std::int64_t samplesDecoded() const { return decoder_.samplesDecoded(); }
   /// Bytes of pictures in the memory.
   [[nodiscard]] std::size_t bytesKept() const { return bytesKept_; }
 
@@ -52,19 +54,19 @@ class CachedPictureReader {
   };
   /// What one pass of the decoder is for.
   struct Pass {
-    std::uint32_t access = 0;       // where it starts, unless it goes on
-    bool goesOn = false;            // from where the decoder is
-    bool leavesOut = true;          // what nothing refers to, when it is not kept
-    bool endsThere = false;         // what comes after the wanted picture is not needed
-    bool keepsAll = true;           // as the memory allows, not only what is asked for next
-    std::uint32_t last = 0;         // the last sample, in decoding order, that it is for
+    std::uint32_t access = 0;                   // where it starts, unless it goes on
+    bool goesOn = false;                        // from where the decoder is
+    bool leavesOut = true;                      // what nothing refers to, when it is not kept
+    bool endsThere = false;                     // what comes after the wanted picture is not needed
+    bool keepsAll = true;                       // as the memory allows, not only what is asked for next
+    std::uint32_t last = 0;                     // the last sample, in decoding order, that it is for
     std::map<std::uint32_t, std::size_t> kept;  // samples asked for next, with their place in the order
   };
   /// How a pass ended.
   struct Outcome {
-    Frame frame;                                   // the wanted picture; null when it did not come
+    Frame frame;                                    // the wanted picture; null when it did not come
     std::optional<PictureDecoder::Picture> before;  // the last one before it that did
-    bool isInDoubt = false;                        // see PictureDecoder
+    bool isInDoubt = false;                         // see PictureDecoder
   };
 
   CachedPictureReader(PictureDecoder decoder, std::size_t pictureBytes, std::size_t cacheLimit)
@@ -82,18 +84,18 @@ class CachedPictureReader {
   Frame fromMemory(std::uint32_t sample);
   [[nodiscard]] bool isStepBack(std::size_t picture) const;
   [[nodiscard]] bool isLacking(std::size_t picture) const;
-  [[nodiscard]] std::size_t bytesForMemory() const;
+  [[nodiscard]] std::size_t bytesForMemory(bool endsThere) const;
   [[nodiscard]] std::int64_t timeOf(std::uint32_t sample) const { return table().samples()[sample].presentation; }
 
   PictureDecoder decoder_;
   std::size_t pictureBytes_;
   std::size_t cacheLimit_;
-  std::map<std::uint32_t, Kept> kept_;                     // by sample
+  std::map<std::uint32_t, Kept> kept_;  // by sample
   std::size_t bytesKept_ = 0;
   std::uint64_t uses_ = 0;
-  std::map<std::uint32_t, std::uint32_t> substitutes_;     // for samples that do not decode: the one shown instead
-  std::set<std::uint32_t> unreadable_;                     // samples that the file lacks, as far as they were met
-  std::optional<std::size_t> previous_;                    // the last picture asked for
+  std::map<std::uint32_t, std::uint32_t> substitutes_;  // for samples that do not decode: the one shown instead
+  std::set<std::uint32_t> unreadable_;                  // samples that the file lacks, as far as they were met
+  std::optional<std::size_t> previous_;                 // the last picture asked for
 };
 
 }  // namespace clipworks::engine

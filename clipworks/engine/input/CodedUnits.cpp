@@ -50,7 +50,8 @@ int highestLayerInRecord(const AVCodecParameters& p) {
   int highest = -1;
   int at = arraysAt + 1;
   const auto u16 = [&](int i) { return p.extradata[i] << 8 | p.extradata[i + 1]; };
-  for (int array = p.extradata_size > arraysAt ? p.extradata[arraysAt] : 0; array > 0 && at + 3 <= p.extradata_size; --array) {
+  for (int array = p.extradata_size > arraysAt ? p.extradata[arraysAt] : 0; array > 0 && at + 3 <= p.extradata_size;
+       --array) {
     const int type = p.extradata[at] & 0x3f;
     int units = u16(at + 1);
     for (at += 3; units > 0 && at + 2 <= p.extradata_size; --units) {
@@ -108,7 +109,8 @@ bool isClosedAccessPoint(const AVPacket& packet, const AVCodecParameters& parame
 
 DisposablePictures::DisposablePictures(const AVCodecParameters& parameters)
     : parameters_(&parameters),
-      highestTemporalLayer_(lengthBytes(parameters) > 0 && !isAvc(parameters) ? highestLayerInRecord(parameters) : noLayer) {}
+      highestTemporalLayer_(lengthBytes(parameters) > 0 && !isAvc(parameters) ? highestLayerInRecord(parameters)
+                                                                              : noLayer) {}
 
 bool DisposablePictures::isDisposable(const AVPacket& packet) {
   CodedUnits units(packet, *parameters_);

@@ -9,10 +9,10 @@ namespace clipworks::engine {
 
 /// The head of a NAL unit of H.264 or HEVC.
 struct CodedUnit {
-  int type = 0;           ///< nal_unit_type
-  int referenceIdc = 0;   ///< nal_ref_idc of H.264; 0 for HEVC
-  int layer = 0;          ///< nuh_layer_id of HEVC
-  int temporalLayer = 0;  ///< TemporalId of HEVC
+  int type = 0;                           ///< nal_unit_type
+  int referenceIdc = 0;                   ///< nal_ref_idc of H.264; 0 for HEVC
+  int layer = 0;                          ///< nuh_layer_id of HEVC
+  int temporalLayer = 0;                  ///< TemporalId of HEVC
   const std::uint8_t* payload = nullptr;  ///< behind the head
   std::int64_t payloadBytes = 0;
 };
@@ -45,9 +45,9 @@ class DisposablePictures {
   /// The parameters must outlive this.
   explicit DisposablePictures(const AVCodecParameters& parameters);
 
-  /// Whether nothing refers to the picture (ITU-T H.264, 7.4.1, nal_ref_idc; H.265, table 7-1: a sub-layer non-reference
-  /// picture of the highest sub-layer), and the sample carries nothing else that counts later, such as parameter sets.
-  /// False when in doubt, and for other codecs. To be asked in decoding order.
+  /// Whether nothing refers to the picture (ITU-T H.264, 7.4.1, nal_ref_idc; H.265, table 7-1: a sub-layer
+  /// non-reference picture of the highest sub-layer), and the sample carries nothing else that counts later, such as
+  /// parameter sets. False when in doubt, and for other codecs. To be asked in decoding order.
   [[nodiscard]] bool isDisposable(const AVPacket& packet);
 
  private:

@@ -22,7 +22,7 @@ Expected<CodecContext> openDecoder(const AVCodecParameters& parameters, AVRation
   decoder->thread_count = threads;
   decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
   decoder->max_pixels = limits::maxPixels;
-  decoder->flags |= AV_CODEC_FLAG_UNALIGNED;       // the stream's own cropping, to the pixel
+  decoder->flags |= AV_CODEC_FLAG_UNALIGNED;      // the stream's own cropping, to the pixel
   decoder->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;  // encoder delay is taken off by our own segments
   if (const int code = avcodec_open2(decoder.get(), codec, nullptr); code < 0) {
     return tl::make_unexpected(libraryError(code, name + " cannot be decoded", ErrorKind::unsupported));
@@ -64,7 +64,8 @@ bool PictureDecoder::reaches(std::uint32_t sample) const {
   return std::find(underWay_.begin(), underWay_.end(), sample) != underWay_.end();
 }
 
-Expected<std::optional<PictureDecoder::Picture>> PictureDecoder::next(std::uint32_t end, const IsNotNeeded& isNotNeeded) {
+Expected<std::optional<PictureDecoder::Picture>> PictureDecoder::next(std::uint32_t end,
+                                                                      const IsNotNeeded& isNotNeeded) {
   Frame frame = makeFrame();
   for (;;) {
     const int code = avcodec_receive_frame(decoder_.get(), frame.get());
@@ -78,7 +79,8 @@ Expected<std::optional<PictureDecoder::Picture>> PictureDecoder::next(std::uint3
       }
       continue;
     }
-    sawDamage_ = sawDamage_ || code != 0 || frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0;
+    sawDamage_ =
+        sawDamage_ || code != 0 || frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0;
     if (code != 0) continue;  // one broken picture
     if (frame->width > limits::maxPictureSide || frame->height > limits::maxPictureSide) {
       return failed(ErrorKind::tooLarge, name() + " has pictures that are too large");
@@ -100,6 +102,7 @@ Expected<void> PictureDecoder::feed(const IsNotNeeded& isNotNeeded) {
     leftOut_ = true;
     return {};
   }
+  ++samplesDecoded_;
   (*packet)->pos = sample;  // comes back as the picture's pkt_pos
   const int code = avcodec_send_packet(decoder_.get(), packet->get());
   if (code == AVERROR(ENOMEM)) return tl::make_unexpected(libraryError(code, name() + " cannot be decoded"));

@@ -53,6 +53,8 @@ class PictureDecoder {
   /// picture is passed over. Fails when a sample cannot be read, which is then `nextSample()`.
   [[nodiscard]] Expected<std::optional<Picture>> next(std::uint32_t end, const IsNotNeeded& isNotNeeded);
 
+  /// How many samples were decoded in all.
+  [[nodiscard]] std::int64_t samplesDecoded() const { return samplesDecoded_; }
   /// About how many pictures are in the decoder at most that have not come out yet.
   [[nodiscard]] int delay() const { return decoder_->has_b_frames + decoder_->thread_count; }
 
@@ -72,9 +74,10 @@ class PictureDecoder {
   DisposablePictures disposable_;
   std::uint32_t nextSample_ = 0;
   bool running_ = false;
-  bool drained_ = false;  // the end was signalled to the decoder
+  bool drained_ = false;    // the end was signalled to the decoder
   bool leftOut_ = false;    // since the start
   bool sawDamage_ = false;  // ever
+  std::int64_t samplesDecoded_ = 0;
   std::vector<std::uint32_t> underWay_;  // samples in the decoder
 };
 

@@ -12,8 +12,8 @@
 namespace clipworks::engine {
 
 /// Gives pictures of one track by their number in the order of presentation, in rising order and holding two at most;
-/// `CachedPictureReader` is for any other order. Exact: decoding starts at the access point that the picture needs, what
-/// comes before it is decoded and dropped, or left out where nothing refers to it. Every sample is decoded once. A
+/// `CachedPictureReader` is for any other order. Exact: decoding starts at the access point that the picture needs,
+/// what comes before it is decoded and dropped, or left out where nothing refers to it. Every sample is decoded once. A
 /// picture that does not decode is replaced by the one before it, the first by the one after.
 /// One thread at a time; the decoder has threads of its own.
 class PictureReader {
@@ -39,7 +39,7 @@ class PictureReader {
 
   PictureDecoder decoder_;
   bool started_ = false;
-  std::size_t asked_ = 0;                         // the last picture
+  std::size_t asked_ = 0;                           // the last picture
   std::optional<PictureDecoder::Picture> current_;  // the last one handed out or passed
   std::optional<PictureDecoder::Picture> ahead_;    // the first decoded one after it
   std::int64_t replaced_ = 0;

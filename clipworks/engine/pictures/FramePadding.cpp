@@ -8,8 +8,6 @@
 namespace clipworks::engine {
 namespace {
 
-constexpr int bufferAlignment = 64;  // bytes: the widest vectors in use
-
 struct PlaneShape {
   int width = 0;  // in samples
   int height = 0;
@@ -36,17 +34,6 @@ void padPlane(const std::uint8_t* from, int fromStride, PlaneShape fromShape, st
 }
 
 }  // namespace
-
-Expected<Frame> allocateFrame(int width, int height, AVPixelFormat format) {
-  Frame frame = makeFrame();
-  frame->width = width;
-  frame->height = height;
-  frame->format = format;
-  if (av_frame_get_buffer(frame.get(), bufferAlignment) < 0) {
-    return failed(ErrorKind::outOfMemory, "out of memory for a picture");
-  }
-  return frame;
-}
 
 Expected<Frame> padFrame(const Frame& frame, int width, int height) {
   const auto format = static_cast<AVPixelFormat>(frame->format);

@@ -2,11 +2,9 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/pictures/FramePool.h>
 
 namespace clipworks::engine {
-
-/// A frame of the given size and format with buffers that fit every vector unit, contents undefined.
-[[nodiscard]] Expected<Frame> allocateFrame(int width, int height, AVPixelFormat format);
 
 /// `frame` enlarged to `width` × `height` (no smaller than it is) by repeating its last column and row.
 [[nodiscard]] Expected<Frame> padFrame(const Frame& frame, int width, int height);

@@ -29,7 +29,8 @@ std::array<double, 4> usable(const std::array<double, 4>& transform) {
 double fittingFactor(double width, double height, const StillSettings& settings) {
   const auto factor = [](double limit, double side) { return limit > 0 && side > limit ? limit / side : 1.0; };
   constexpr double most = limits::maxPictureSide;
-  return std::min({factor(settings.maxWidth, width), factor(settings.maxHeight, height), factor(most, width), factor(most, height)});
+  return std::min({factor(settings.maxWidth, width), factor(settings.maxHeight, height), factor(most, width),
+                   factor(most, height)});
 }
 
 /// The pixels of a still: 8 bits, chroma as it is coded. Where a resampled side is odd, or the layout cannot be turned,
@@ -37,7 +38,8 @@ double fittingFactor(double width, double height, const StillSettings& settings)
 AVPixelFormat stillFormat(const AVPixFmtDescriptor& coded, bool isResampled, int width, int height) {
   const int x = coded.log2_chroma_w;
   const int y = coded.log2_chroma_h;
-  if (x > 1 || y > 1 || (isResampled && ((x == 1 && width % 2 != 0) || (y == 1 && height % 2 != 0)))) return AV_PIX_FMT_YUV444P;
+  if (x > 1 || y > 1 || (isResampled && ((x == 1 && width % 2 != 0) || (y == 1 && height % 2 != 0))))
+    return AV_PIX_FMT_YUV444P;
   if (x == 1) return y == 1 ? AV_PIX_FMT_YUV420P : AV_PIX_FMT_YUV422P;
   return y == 1 ? AV_PIX_FMT_YUV440P : AV_PIX_FMT_YUV444P;
 }
@@ -69,7 +71,8 @@ Frame view(const Frame& picture, const Region& part, const AVPixFmtDescriptor& p
   for (int plane = 0; plane < 3; ++plane) {
     const int x = static_cast<int>(part.left) >> (plane > 0 ? pixels.log2_chroma_w : 0);
     const int y = static_cast<int>(part.top) >> (plane > 0 ? pixels.log2_chroma_h : 0);
-    result->data[plane] += static_cast<std::ptrdiff_t>(y) * result->linesize[plane] + static_cast<std::ptrdiff_t>(x) * bytes;
+    result->data[plane] +=
+        static_cast<std::ptrdiff_t>(y) * result->linesize[plane] + static_cast<std::ptrdiff_t>(x) * bytes;
   }
   result->width = static_cast<int>(part.width);
   result->height = static_cast<int>(part.height);
@@ -82,7 +85,8 @@ Region wholeOf(const AVFrame& frame) {
 
 }  // namespace
 
-StillGeometry stillGeometry(const Region& part, double naturalWidth, double naturalHeight, const StillSettings& settings) {
+StillGeometry stillGeometry(const Region& part, double naturalWidth, double naturalHeight,
+                            const StillSettings& settings) {
   const auto [a, b, c, d] = usable(settings.transform);
   const double uprightWidth = std::fabs(a) * naturalWidth + std::fabs(c) * naturalHeight;
   const double uprightHeight = std::fabs(b) * naturalWidth + std::fabs(d) * naturalHeight;
@@ -127,10 +131,13 @@ Expected<std::shared_ptr<const StillImage>> StillMaker::make(const Frame& pictur
 
 void StillMaker::completeColours(AVFrame& frame) const {
   const Colour colour = completeColour(file_->parameters(stream_));
-  if (frame.color_primaries == AVCOL_PRI_UNSPECIFIED) frame.color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
-  if (frame.color_trc == AVCOL_TRC_UNSPECIFIED) frame.color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
+  if (frame.color_primaries == AVCOL_PRI_UNSPECIFIED)
+    frame.color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
+  if (frame.color_trc == AVCOL_TRC_UNSPECIFIED)
+    frame.color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
   if (frame.colorspace == AVCOL_SPC_UNSPECIFIED) frame.colorspace = static_cast<AVColorSpace>(colour.matrix);
-  if (frame.color_range == AVCOL_RANGE_UNSPECIFIED) frame.color_range = colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+  if (frame.color_range == AVCOL_RANGE_UNSPECIFIED)
+    frame.color_range = colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
   if (frame.chroma_location == AVCHROMA_LOC_UNSPECIFIED) frame.chroma_location = AVCHROMA_LOC_LEFT;
 }
 
@@ -140,22 +147,26 @@ Expected<Frame> StillMaker::scaled(const Frame& picture) {
   const auto kind = static_cast<AVPixelFormat>(picture->format);
   if (!isResampled(kind)) {
     const char* name = av_get_pix_fmt_name(kind);
-    return failed(ErrorKind::unsupported, std::string("pictures of the kind ") + (name ? name : "unknown") + " are not read");
+    return failed(ErrorKind::unsupported,
+                  std::string("pictures of the kind ") + (name ? name : "unknown") + " are not read");
   }
   const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(kind);
   const bool isAsDescribed = picture->width == facts.codedWidth && picture->height == facts.codedHeight;
   const Region part = isAsDescribed ? facts.shown : wholeOf(*picture);
-  const auto [width, height] = scaledSize(stillGeometry(facts.shown, facts.naturalWidth, facts.naturalHeight, settings_));
+  const auto [width, height] =
+      scaledSize(stillGeometry(facts.shown, facts.naturalWidth, facts.naturalHeight, settings_));
   const bool isDeep = pixels.comp[0].depth > 8;
   const bool isMovedOnly = part.width == width && part.height == height && startsOnChroma(part, pixels);
   const AVPixelFormat format = stillFormat(pixels, !isMovedOnly || isDeep, width, height);
   const bool isBright = isHighDynamicRange(picture->color_trc);
   const AVPixelFormat scaledFormat = isBright && isDeep ? tenBitsOf(format) : format;
-  auto result = isMovedOnly && kind == scaledFormat ? view(picture, part, pixels) : resampled(picture, part, width, height, scaledFormat);
+  auto result = isMovedOnly && kind == scaledFormat ? view(picture, part, pixels)
+                                                    : resampled(picture, part, width, height, scaledFormat);
   return result && isBright ? toneMapper_.map(*result) : std::move(result);
 }
 
-Expected<Frame> StillMaker::resampled(const Frame& picture, const Region& part, int width, int height, AVPixelFormat format) {
+Expected<Frame> StillMaker::resampled(const Frame& picture, const Region& part, int width, int height,
+                                      AVPixelFormat format) {
   const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(picture->format));
   // Behind the last pixel of an odd side lies half a chroma sample.
   const int roomWidth = AV_CEIL_RSHIFT(picture->width, pixels.log2_chroma_w) << pixels.log2_chroma_w;
@@ -178,14 +189,19 @@ Expected<Frame> StillMaker::upright(Frame frame) {
   (*full)->width = frame->width;
   (*full)->height = frame->height;
   const auto& [a, b, c, d] = geometry.rest;
-  const AffineMap aboutTheMiddle{a, b, c, d, (geometry.width - a * frame->width - c * frame->height) / 2,
+  const AffineMap aboutTheMiddle{a,
+                                 b,
+                                 c,
+                                 d,
+                                 (geometry.width - a * frame->width - c * frame->height) / 2,
                                  (geometry.height - b * frame->width - d * frame->height) / 2};
   std::vector<PictureLayer> layers;
   layers.push_back({std::move(*full), aboutTheMiddle, 1});
   return PictureRenderer(geometry.width, geometry.height, AV_PIX_FMT_YUV444P).render(layers);
 }
 
-Expected<std::shared_ptr<const StillImage>> blackStill(double naturalWidth, double naturalHeight, const StillSettings& settings) {
+Expected<std::shared_ptr<const StillImage>> blackStill(double naturalWidth, double naturalHeight,
+                                                       const StillSettings& settings) {
   const StillGeometry geometry = stillGeometry({}, naturalWidth, naturalHeight, settings);
   auto still = std::make_shared<StillImage>();
   auto frame = blackFrame(geometry.width, geometry.height, AV_PIX_FMT_YUV420P, false);

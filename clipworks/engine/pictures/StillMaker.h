@@ -15,7 +15,7 @@ namespace clipworks::engine {
 
 /// How a still shall look.
 struct StillSettings {
-  double maxWidth = 0;   ///< of the result; 0 is no limit
+  double maxWidth = 0;  ///< of the result; 0 is no limit
   double maxHeight = 0;
   /// a b c d of the transform that turns it upright: x' = a·x + c·y, y' = b·x + d·y.
   std::array<double, 4> transform{1, 0, 0, 1};
@@ -28,11 +28,11 @@ struct StillGeometry {
   Region part;          ///< of the coded picture
   int scaledWidth = 0;  ///< that part after scaling
   int scaledHeight = 0;
-  PlaneTurn turn;       ///< then, as long as that is all the transform asks for
+  PlaneTurn turn;  ///< then, as long as that is all the transform asks for
   /// Otherwise: a b c d of what is left of the transform, about the middle.
   std::array<double, 4> rest{1, 0, 0, 1};
   bool hasRest = false;
-  int width = 0;        ///< of the still
+  int width = 0;  ///< of the still
   int height = 0;
 };
 

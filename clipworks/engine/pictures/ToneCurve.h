@@ -22,7 +22,7 @@ class ToneCurve {
   [[nodiscard]] double operator()(double light) const;
 
  private:
-  double peak_;   // PQ signals from here on
+  double peak_;  // PQ signals from here on
   double white_;
   double end_;    // where the spline ends, as a part of peak_; maxLum in the clause
   double knee_;   // as a part of peak_; KS in the clause

@@ -31,7 +31,8 @@ constexpr std::array<DitherRow, 8> ditherRows() {
 }
 
 // One component of one row, its samples moved up to 16 bits.
-void readSamples(const AVFrame& picture, const AVComponentDescriptor& component, int row, std::vector<std::uint16_t>& to) {
+void readSamples(const AVFrame& picture, const AVComponentDescriptor& component, int row,
+                 std::vector<std::uint16_t>& to) {
   const std::uint8_t* from = picture.data[component.plane] +
                              static_cast<std::ptrdiff_t>(row) * picture.linesize[component.plane] + component.offset;
   const int up = 16 - component.depth;
@@ -194,10 +195,9 @@ void tagStandardRange(AVFrame& picture) {
   picture.color_trc = AVCOL_TRC_BT709;
   picture.colorspace = AVCOL_SPC_BT709;
   picture.color_range = AVCOL_RANGE_MPEG;
-  for (const auto kind :
-       {AV_FRAME_DATA_MASTERING_DISPLAY_METADATA, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL, AV_FRAME_DATA_DYNAMIC_HDR_PLUS,
-        AV_FRAME_DATA_DYNAMIC_HDR_VIVID, AV_FRAME_DATA_DOVI_RPU_BUFFER, AV_FRAME_DATA_DOVI_METADATA,
-        AV_FRAME_DATA_ICC_PROFILE}) {
+  for (const auto kind : {AV_FRAME_DATA_MASTERING_DISPLAY_METADATA, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL,
+                          AV_FRAME_DATA_DYNAMIC_HDR_PLUS, AV_FRAME_DATA_DYNAMIC_HDR_VIVID,
+                          AV_FRAME_DATA_DOVI_RPU_BUFFER, AV_FRAME_DATA_DOVI_METADATA, AV_FRAME_DATA_ICC_PROFILE}) {
     av_frame_remove_side_data(&picture, kind);
   }
 }

@@ -24,11 +24,11 @@ struct ToneSource {
 /// The way from a Y'CbCr sample of high dynamic range to one of BT.709, 8 bits and video range, as a table over a grid
 /// of colours: read it with linear interpolation.
 ///
-/// Coordinates are samples moved up to 16 bits. The grid has 64 steps of luma and 32 of either chroma, so that grey
+/// Coordinates are samples moved up to 16 bits. The grid has 64 steps of luma and of either chroma, so that grey
 /// lies on a line of its points and stays grey. Values are in units of 1/128 of an 8-bit step.
 struct ToneTable {
   static constexpr int lumaShift = 10;    ///< a luma coordinate shifted by this is its place in the grid
-  static constexpr int chromaShift = 11;  ///< likewise for chroma
+  static constexpr int chromaShift = 10;  ///< likewise for chroma
   static constexpr int lumaPoints = (1 << (16 - lumaShift)) + 1;
   static constexpr int chromaPoints = (1 << (16 - chromaShift)) + 1;
   static constexpr int nextU = lumaPoints;                 ///< from a point to its neighbour along Cb

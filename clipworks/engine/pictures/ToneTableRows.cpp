@@ -41,7 +41,8 @@ std::uint8_t readTone(const std::int16_t* values, int luma, int cb, int cr, int 
 
 // Values of at most 15 bits in lanes of 32, weighted in pairs.
 [[gnu::target("avx2")]] __m256i mixed(__m256i first, __m256i second, __m256i weight) {
-  return _mm256_srai_epi32(_mm256_madd_epi16(_mm256_or_si256(first, _mm256_slli_epi32(second, 16)), weight), chromaBits);
+  return _mm256_srai_epi32(_mm256_madd_epi16(_mm256_or_si256(first, _mm256_slli_epi32(second, 16)), weight),
+                           chromaBits);
 }
 
 [[gnu::target("avx2")]] __m256i load(const std::uint16_t* samples) {
@@ -51,8 +52,7 @@ std::uint8_t readTone(const std::int16_t* values, int luma, int cb, int cr, int 
 // Eight colours a step, as far as they go; how many those were.
 [[gnu::target("avx2")]] int readToneRowInVectors(const std::int16_t* values, const ToneRow& row,
                                                  const DitherRow& dither, std::uint8_t* to) {
-  const __m256i thresholds =
-      _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(dither.data())));
+  const __m256i thresholds = _mm256_cvtepu8_epi32(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(dither.data())));
   const __m256i strideU = _mm256_set1_epi32(ToneTable::nextU);
   const __m256i strideV = _mm256_set1_epi32(ToneTable::nextV);
   int x = 0;
@@ -74,8 +74,8 @@ std::uint8_t readTone(const std::int16_t* values, int luma, int cb, int cr, int 
     };
     const __m256i nearer = mixed(edge(0), edge(ToneTable::nextU), alongU);
     const __m256i farther = mixed(edge(ToneTable::nextV), edge(ToneTable::nextV + ToneTable::nextU), alongU);
-    const __m256i value = _mm256_srli_epi32(_mm256_add_epi32(mixed(nearer, farther, alongV), thresholds),
-                                            ToneTable::fractionBits);
+    const __m256i value =
+        _mm256_srli_epi32(_mm256_add_epi32(mixed(nearer, farther, alongV), thresholds), ToneTable::fractionBits);
     const __m128i words = _mm_packus_epi32(_mm256_castsi256_si128(value), _mm256_extracti128_si256(value, 1));
     _mm_storel_epi64(reinterpret_cast<__m128i*>(to + x), _mm_packus_epi16(words, words));
   }

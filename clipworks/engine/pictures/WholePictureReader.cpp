@@ -9,7 +9,9 @@
 namespace clipworks::engine {
 namespace {
 
-bool isAlike(const AVFrame& a, const AVFrame& b) { return a.width == b.width && a.height == b.height && a.format == b.format; }
+bool isAlike(const AVFrame& a, const AVFrame& b) {
+  return a.width == b.width && a.height == b.height && a.format == b.format;
+}
 
 // Number `index` of the pictures made whole.
 Expected<Frame> madeWhole(const std::vector<const Frame*>& pictures, std::size_t index) {

@@ -13,8 +13,8 @@
 
 namespace clipworks::engine {
 
-/// The pictures of a `CachedPictureReader`, interlaced ones made whole: with the help of the one before and the one after,
-/// as they are when the whole track is deinterlaced. One thread at a time.
+/// The pictures of a `CachedPictureReader`, interlaced ones made whole: with the help of the one before and the one
+/// after, as they are when the whole track is deinterlaced. One thread at a time.
 class WholePictureReader {
  public:
   explicit WholePictureReader(CachedPictureReader reader) : reader_(std::move(reader)) {}

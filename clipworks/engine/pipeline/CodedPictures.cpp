@@ -11,7 +11,8 @@ namespace clipworks::engine {
 namespace {
 
 // Decoded pictures are large (a 4K one has 12 MB), coded ones small; both only have to bridge uneven work.
-constexpr std::size_t rawPicturesUnderWay = 4;
+constexpr std::size_t rawPicturesUnderWay = 2;
+constexpr std::size_t finishedPicturesUnderWay = 2;
 constexpr std::size_t codedPicturesUnderWay = 32;
 
 Error asError(const std::exception& thrown) {
@@ -39,7 +40,7 @@ std::vector<RunSample> samplesInDecodingOrder(const PictureRun& run, const Sampl
 }
 
 CodedPictures::CodedPictures(const PictureJob& job)
-    : job_(job), raw_(rawPicturesUnderWay), coded_(codedPicturesUnderWay) {
+    : job_(job), raw_(rawPicturesUnderWay), finished_(finishedPicturesUnderWay), coded_(codedPicturesUnderWay) {
   runStarts_.assign(job.runs.size(), 0);
   std::vector<bool> seen(job.runs.size(), false);
   for (const auto& placement : job.placements) {
@@ -52,6 +53,7 @@ CodedPictures::~CodedPictures() { abandon(); }
 
 void CodedPictures::abandon() {
   raw_.abandon();
+  finished_.abandon();
   coded_.abandon();
 }
 
@@ -103,6 +105,7 @@ Expected<void> CodedPictures::openEncoder() {
   format_ = encoder_->format();
   reorderDepth_ = encoder_->reorderDepth();
   decoding_ = std::jthread([this] { decodeRuns(); });
+  finishing_ = std::jthread([this] { finishPictures(); });
   coding_ = std::jthread([this] { encodePictures(); });
   return {};
 }
@@ -139,38 +142,60 @@ Expected<void> CodedPictures::decodeRun(std::size_t number) {
   return {};
 }
 
+void CodedPictures::finishPictures() {
+  try {
+    if (auto finished = finishAll(); !finished) {
+      raw_.abandon();
+      return finished_.fail(finished.error());
+    }
+    finished_.finish();
+  } catch (const std::exception& thrown) {
+    raw_.abandon();
+    finished_.fail(asError(thrown));
+  }
+}
+
+Expected<void> CodedPictures::finishAll() {
+  PictureFinish finish(job_, encoder_->pixelFormat());
+  for (;;) {
+    auto raw = raw_.pop();
+    if (!raw) return tl::make_unexpected(raw.error());
+    if (!*raw) return {};
+    auto picture = finish.finish(job_.runs[(*raw)->run], (*raw)->frames);
+    if (!picture) return tl::make_unexpected(picture.error());
+    if (!finished_.push({std::move(*picture), (*raw)->time, (*raw)->startsRun})) {
+      return failed(ErrorKind::cancelled, "cancelled");
+    }
+  }
+}
+
 void CodedPictures::encodePictures() {
   try {
     if (auto encoded = encodeAll(); !encoded) {
       raw_.abandon();
+      finished_.abandon();
       return coded_.fail(encoded.error());
     }
     coded_.finish();
   } catch (const std::exception& thrown) {
     raw_.abandon();
+    finished_.abandon();
     coded_.fail(asError(thrown));
   }
 }
 
 Expected<void> CodedPictures::encodeAll() {
-  finish_.emplace(job_, encoder_->pixelFormat());
   for (;;) {
-    auto raw = raw_.pop();
-    if (!raw) return tl::make_unexpected(raw.error());
-    if (!*raw) break;
-    if (auto encoded = encode(**raw); !encoded) return encoded;
+    auto picture = finished_.pop();
+    if (!picture) return tl::make_unexpected(picture.error());
+    if (!*picture) break;
+    if (auto pushed = encoder_->push((*picture)->frame, (*picture)->time, (*picture)->startsRun); !pushed) return pushed;
+    if (auto passed = passOn(); !passed) return passed;
   }
   if (auto finished = encoder_->finish(); !finished) return finished;
   if (auto passed = passOn(); !passed) return passed;
   if (passedRun_ != job_.runs.size()) return failed(ErrorKind::internal, "the encoder lost pictures");
   return {};
-}
-
-Expected<void> CodedPictures::encode(const RawPicture& raw) {
-  auto picture = finish_->finish(job_.runs[raw.run], raw.frames);
-  if (!picture) return tl::make_unexpected(picture.error());
-  if (auto pushed = encoder_->push(*picture, raw.time, raw.startsRun); !pushed) return pushed;
-  return passOn();
 }
 
 // Hands on what the encoder has ready. It gives one sample for each picture, run after run, since every run starts anew.

@@ -51,15 +51,21 @@ class CodedPictures {
     std::int64_t time = 0;  // in ticks of the output
     bool startsRun = false;
   };
+  struct FinishedPicture {
+    Frame frame;            // as the encoder takes it
+    std::int64_t time = 0;  // in ticks of the output
+    bool startsRun = false;
+  };
   Expected<void> openCopy();
   Expected<void> openEncoder();
   void copyRuns();
   Expected<void> copyRun(const PictureRun& run);
   void decodeRuns();
   Expected<void> decodeRun(std::size_t number);
+  void finishPictures();
+  Expected<void> finishAll();
   void encodePictures();
   Expected<void> encodeAll();
-  Expected<void> encode(const RawPicture& picture);
   Expected<void> passOn();
 
   const PictureJob& job_;
@@ -68,12 +74,13 @@ class CodedPictures {
   std::optional<VideoEncoder> encoder_;
   std::int64_t replaced_ = 0;  // written by the decoding thread before it ends
   std::vector<std::int64_t> runStarts_;  // of the first placements
-  std::optional<PictureFinish> finish_;
   std::size_t passedRun_ = 0;            // the run whose samples the encoder gives now
   std::size_t passedOfRun_ = 0;
   BoundedQueue<RawPicture> raw_;
+  BoundedQueue<FinishedPicture> finished_;
   BoundedQueue<CodedPicture> coded_;
   std::jthread decoding_;
+  std::jthread finishing_;
   std::jthread coding_;
 };
 

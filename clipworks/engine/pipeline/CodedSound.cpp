@@ -10,48 +10,93 @@ namespace {
 
 constexpr std::size_t packetsUnderWay = 256;
 
+// Mixing and encoding take turns at being the slower: a stretch takes longer than its encoding, a plain stretch of sound
+// less. Where there are both, mixing may run ahead by a minute or so.
+constexpr std::size_t mixedUnderWay = 64;
+constexpr std::size_t mixedBytesBesideStretches = 16 << 20;
+constexpr std::size_t usualBlock = 1024;  // samples
+
+std::size_t mixedCapacity(const SoundJob& job) {
+  const bool stretches = std::any_of(job.lanes.begin(), job.lanes.end(), [](const SoundLane& lane) {
+    return std::any_of(lane.pieces.begin(), lane.pieces.end(), [](const SoundPiece& piece) { return piece.isStretched(); });
+  });
+  if (!stretches) return mixedUnderWay;
+  return mixedBytesBesideStretches / (usualBlock * sizeof(float) * static_cast<std::size_t>(job.encoder.channels));
+}
+
+/// Carries out a stage, and ends its queue whichever way that went.
+template <class Item, class Stage>
+void carryOut(BoundedQueue<Item>& queue, Stage stage) {
+  try {
+    if (Expected<void> done = stage(); !done) return queue.fail(done.error());
+    queue.finish();
+  } catch (const std::bad_alloc&) {
+    queue.fail({ErrorKind::outOfMemory, "out of memory", 0});
+  } catch (const std::exception& thrown) {
+    queue.fail({ErrorKind::internal, thrown.what(), 0});
+  }
+}
+
 }  // namespace
 
-CodedSound::CodedSound(const SoundJob& job) : job_(job), coded_(packetsUnderWay) {}
+CodedSound::CodedSound(const SoundJob& job) : job_(job), mixed_(mixedCapacity(job)), coded_(packetsUnderWay) {}
 
 CodedSound::~CodedSound() { abandon(); }
+
+void CodedSound::abandon() {
+  mixed_.abandon();
+  coded_.abandon();
+}
 
 Expected<void> CodedSound::open() {
   if (job_.copy) {
     const auto& lane = job_.lanes.front();
     format_ = owned<CodecParameters>(avcodec_parameters_alloc());
     if (avcodec_parameters_copy(format_.get(), &lane.file->parameters(lane.stream)) < 0) throw std::bad_alloc();
-  } else {
-    auto encoder = SoundEncoder::open(job_.encoder);
-    if (!encoder) return tl::make_unexpected(encoder.error());
-    encoder_.emplace(std::move(*encoder));
-    format_ = encoder_->format();
+    coding_ = std::jthread([this] { copy(); });
+    return {};
   }
-  thread_ = std::jthread([this] { run(); });
+  auto encoder = SoundEncoder::open(job_.encoder);
+  if (!encoder) return tl::make_unexpected(encoder.error());
+  encoder_.emplace(std::move(*encoder));
+  format_ = encoder_->format();
+  mixing_ = std::jthread([this] { mix(); });
+  coding_ = std::jthread([this] { encode(); });
   return {};
 }
 
-void CodedSound::run() {
-  try {
-    auto done = job_.copy ? copyAll() : encodeAll();
-    if (!done) return coded_.fail(done.error());
-    coded_.finish();
-  } catch (const std::bad_alloc&) {
-    coded_.fail({ErrorKind::outOfMemory, "out of memory", 0});
-  } catch (const std::exception& thrown) {
-    coded_.fail({ErrorKind::internal, thrown.what(), 0});
+void CodedSound::copy() {
+  carryOut(coded_, [this] { return copyAll(); });
+}
+
+void CodedSound::mix() {
+  carryOut(mixed_, [this] { return mixAll(); });
+}
+
+void CodedSound::encode() {
+  carryOut(coded_, [this] { return encodeAll(); });
+  mixed_.abandon();  // after a failure nobody takes what is mixed
+}
+
+Expected<void> CodedSound::mixAll() {
+  auto mixer = SoundMixer::open(job_);
+  if (!mixer) return tl::make_unexpected(mixer.error());
+  const std::int64_t portion = encoder_->samplesPerPacket();
+  for (std::int64_t at = 0; at < job_.length; at += portion) {
+    std::vector<float> samples;
+    if (auto mixed = mixer->next(std::min(portion, job_.length - at), samples); !mixed) return mixed;
+    if (!mixed_.push(std::move(samples))) return failed(ErrorKind::cancelled, "cancelled");
   }
+  return {};
 }
 
 Expected<void> CodedSound::encodeAll() {
-  auto mixer = SoundMixer::open(job_);
-  if (!mixer) return tl::make_unexpected(mixer.error());
-  std::vector<float> samples;
-  for (std::int64_t at = 0; at < job_.length;) {
-    const std::int64_t count = std::min<std::int64_t>(encoder_->samplesPerPacket(), job_.length - at);
-    if (auto mixed = mixer->next(count, samples); !mixed) return mixed;
-    if (auto pushed = encoder_->push(samples.data(), static_cast<int>(count)); !pushed) return pushed;
-    at += count;
+  for (;;) {
+    auto samples = mixed_.pop();
+    if (!samples) return tl::make_unexpected(samples.error());
+    if (!*samples) break;
+    const auto count = static_cast<int>((*samples)->size()) / job_.encoder.channels;
+    if (auto pushed = encoder_->push((*samples)->data(), count); !pushed) return pushed;
     if (auto passed = passOn(); !passed) return passed;
   }
   if (auto finished = encoder_->finish(); !finished) return finished;

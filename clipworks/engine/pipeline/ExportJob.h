@@ -68,11 +68,15 @@ struct PictureJob {
   PictureConverter::Fit fit = PictureConverter::Fit::pad;
 };
 
-/// A stretch of a track's sound and where it plays, all in samples at the track's own rate.
+/// A stretch of a track's sound and where it plays, all in samples at the track's own rate. Lengths are 1 at least.
 struct SoundPiece {
-  std::int64_t source = 0;  ///< on the media's clock
-  std::int64_t target = 0;  ///< on the output's timeline
+  std::int64_t source = 0;        ///< on the media's clock
+  std::int64_t sourceLength = 0;
+  std::int64_t target = 0;        ///< on the output's timeline
   std::int64_t length = 0;
+
+  /// It plays slower or faster than it was recorded; its pitch stays (`SoundStretcher`).
+  [[nodiscard]] bool isStretched() const { return length != sourceLength; }
 };
 
 /// All that one track of a file gives to the sound. It is converted to the output's rate in one go, so that nothing
@@ -89,6 +93,7 @@ struct SoundJob {
   SoundEncoderSettings encoder;
   std::int64_t length = 0;  ///< in samples at the encoder's rate, or the track's own when copied
   std::vector<SoundLane> lanes;  ///< added up
+  bool limited = false;          ///< the sum is kept within full scale; else it comes out as it is
   bool copy = false;             ///< the one piece of the one lane, coded as it is
 };
 

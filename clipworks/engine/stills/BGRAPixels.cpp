@@ -3,43 +3,10 @@
 #include <libyuv.h>
 
 #include <clipworks/engine/pictures/FramePadding.h>
-#include <clipworks/engine/stills/StillColor.h>
 #include <clipworks/engine/stills/StillPixels.h>
 
 namespace clipworks::engine {
 namespace {
-
-using Conversion = int (*)(const std::uint8_t*, int, const std::uint8_t*, int, const std::uint8_t*, int, std::uint8_t*,
-                           int, const libyuv::YuvConstants*, int, int);
-
-/// Null for matrices that libyuv does not have.
-const libyuv::YuvConstants* constantsFor(const YUVMeaning& meaning) {
-  switch (meaning.matrix) {
-    case AVCOL_SPC_BT709:
-      return meaning.isFullRange ? &libyuv::kYuvF709Constants : &libyuv::kYuvH709Constants;
-    case AVCOL_SPC_BT470BG:
-    case AVCOL_SPC_SMPTE170M:
-      return meaning.isFullRange ? &libyuv::kYuvJPEGConstants : &libyuv::kYuvI601Constants;
-    case AVCOL_SPC_BT2020_NCL:
-      return meaning.isFullRange ? &libyuv::kYuvV2020Constants : &libyuv::kYuv2020Constants;
-    default:
-      return nullptr;
-  }
-}
-
-/// Null for layouts that libyuv does not have.
-Conversion conversionFor(AVPixelFormat format) {
-  switch (format) {
-    case AV_PIX_FMT_YUV420P:
-      return libyuv::I420ToARGBMatrix;
-    case AV_PIX_FMT_YUV422P:
-      return libyuv::I422ToARGBMatrix;
-    case AV_PIX_FMT_YUV444P:
-      return libyuv::I444ToARGBMatrix;
-    default:
-      return nullptr;
-  }
-}
 
 void packPlanes(const AVFrame& planes, std::uint8_t* to, int stride) {
   libyuv::MergeARGBPlane(planes.data[2], planes.linesize[2], planes.data[0], planes.linesize[0], planes.data[1],
@@ -73,14 +40,8 @@ std::vector<std::uint8_t> copyBGRA(const Frame& picture) {
     for (std::size_t alpha = 3; alpha < bytes.size(); alpha += 4) bytes[alpha] = 255;
     return bytes;
   }
-  const auto* constants = constantsFor(meaningOf(*picture));
-  const Conversion convert = conversionFor(formatWithoutRange(*picture));
-  if (constants != nullptr && convert != nullptr) {
-    convert(picture->data[0], picture->linesize[0], picture->data[1], picture->linesize[1], picture->data[2],
-            picture->linesize[2], bytes.data(), stride, constants, width, height);
-    return bytes;
-  }
-  const Expected<Frame> planes = checkStill(*picture) ? planarRGB(picture) : failed(ErrorKind::unsupported, "no still");
+  const auto fit = checkStill(*picture);
+  const Expected<Frame> planes = fit ? planarRGB(picture, SharedChroma::repeated) : tl::make_unexpected(fit.error());
   if (planes) packPlanes(**planes, bytes.data(), stride);
   return bytes;
 }

@@ -14,7 +14,7 @@
 namespace clipworks::engine {
 namespace {
 
-constexpr int quality = 70;
+constexpr int quality = 76;
 constexpr const char* preset = "ultrafast";
 constexpr std::int64_t mostPixels = 35'651'584;
 constexpr int leastSide = 16;  // libheif's x265 takes no less

@@ -12,9 +12,9 @@ namespace clipworks::engine {
 /// for its matrix and range; only other chroma layouts are resampled, and BGRA becomes BT.601 in full range. The
 /// transfer is tagged as sRGB's (see `StillGamut`); wider primaries are tagged and carry an ICC profile beside.
 ///
-/// x265's preset is ultrafast at libheif's quality 70 (a constant rate factor of 15). On a grainy 1080p picture with
-/// two processors: 0.16 s for 433 kB at 44.8 dB, where superfast takes 0.5 s for the same size at 45.0 dB, and the
-/// library's default 3.7 s for 7 % less.
+/// x265's preset is ultrafast at libheif's quality 76 (a constant rate factor of 12): 0.17 s for a grainy 1080p picture
+/// on two processors, 0.57 MB, 46.5 dB. At one size superfast gains 0.2 dB for three times the time, slow needs 7 % less
+/// room for seven times the time, and the library's default preset takes 3.7 s.
 ///
 /// Fails with `tooLarge` beyond what HEVC's highest level holds, 35,651,584 pixels (8192 × 4352; ITU-T H.265, table
 /// A.8), with `unsupported` for sides below 16 pixels, and as `encodeJPEG` does.

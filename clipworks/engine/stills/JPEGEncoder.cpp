@@ -17,7 +17,7 @@
 namespace clipworks::engine {
 namespace {
 
-constexpr int quality = 93;
+constexpr int quality = 95;
 // JFIF 1.02: BT.601's matrix in full range.
 constexpr YUVMeaning meaningInJFIF{AVCOL_SPC_BT470BG, true, AVCHROMA_LOC_CENTER};
 constexpr int blockSide = DCTSIZE;

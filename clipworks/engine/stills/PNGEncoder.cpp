@@ -103,7 +103,7 @@ Expected<std::vector<std::uint8_t>> encodePNG(const StillImage& still) {
   if (auto fit = checkStill(*still.frame); !fit) return tl::make_unexpected(fit.error());
   auto profile = profileFor(*still.frame);
   if (!profile) return profile;
-  auto planes = planarRGB(still.frame);
+  auto planes = planarRGB(still.frame, SharedChroma::interpolated);
   if (!planes) return tl::make_unexpected(planes.error());
   auto exif = exifBlock(still);
   if (!exif) return exif;

@@ -61,10 +61,10 @@ unsigned zimgPlane(const AVFrame& frame, unsigned plane) {
 }
 
 Expected<void> runGraph(const AVFrame& from, const YUVMeaning& fromMeaning, const AVFrame& to,
-                        const YUVMeaning& toMeaning) {
+                        const YUVMeaning& toMeaning, SharedChroma chroma) {
   try {
     zimgxx::zfilter_graph_builder_params parameters;
-    parameters.resample_filter_uv = ZIMG_RESIZE_BICUBIC;
+    parameters.resample_filter_uv = chroma == SharedChroma::repeated ? ZIMG_RESIZE_POINT : ZIMG_RESIZE_BICUBIC;
     const auto graph = zimgxx::FilterGraph::build(describe(from, fromMeaning), describe(to, toMeaning), &parameters);
     const std::size_t bytes = (graph.get_tmp_size() + vectorAlignment) / vectorAlignment * vectorAlignment;
     const std::unique_ptr<void, decltype(&std::free)> scratch(std::aligned_alloc(vectorAlignment, bytes), &std::free);
@@ -103,12 +103,15 @@ Expected<Frame> prepared(const Frame& picture, AVPixelFormat target) {
   return padFrame(source, width, height);
 }
 
-Expected<Frame> converted(const Frame& picture, AVPixelFormat format, const YUVMeaning& meaning) {
+Expected<Frame> converted(const Frame& picture, AVPixelFormat format, const YUVMeaning& meaning, SharedChroma chroma) {
+  YUVMeaning own = meaningOf(*picture);
+  // The nearest sample is that of the own group when it lies in the group's middle.
+  if (chroma == SharedChroma::repeated) own.chromaLocation = AVCHROMA_LOC_CENTER;
   auto source = prepared(picture, format);
   if (!source) return source;
   auto result = allocateFrame((*source)->width, (*source)->height, format);
   if (!result) return result;
-  if (auto run = runGraph(**source, meaningOf(*picture), **result, meaning); !run) {
+  if (auto run = runGraph(**source, own, **result, meaning, chroma); !run) {
     return tl::make_unexpected(run.error());
   }
   av_frame_copy_props(result->get(), picture.get());
@@ -142,20 +145,20 @@ Expected<void> checkStill(const AVFrame& picture) {
   return failed(ErrorKind::unsupported, std::string("no still is made of pixels of the kind ") + (name ? name : "unknown"));
 }
 
-Expected<Frame> planarRGB(const Frame& picture) {
+Expected<Frame> planarRGB(const Frame& picture, SharedChroma chroma) {
   if (isPackedBGRA(picture->format)) return takenApart(picture);
-  return converted(picture, AV_PIX_FMT_GBRP, YUVMeaning{});
+  return converted(picture, AV_PIX_FMT_GBRP, YUVMeaning{}, chroma);
 }
 
 Expected<Frame> planarYUV(const Frame& picture, AVPixelFormat format, const YUVMeaning& meaning) {
   if (isPackedBGRA(picture->format)) {
     const auto planes = takenApart(picture);
-    return planes ? converted(*planes, format, meaning) : tl::make_unexpected(planes.error());
+    return planes ? converted(*planes, format, meaning, SharedChroma::interpolated) : tl::make_unexpected(planes.error());
   }
   const YUVMeaning own = meaningOf(*picture);
   const bool keepsMeaning = own.matrix == meaning.matrix && own.isFullRange == meaning.isFullRange;
   if (keepsMeaning && formatWithoutRange(*picture) == format) return shareFrame(picture);
-  return converted(picture, format, meaning);
+  return converted(picture, format, meaning, SharedChroma::interpolated);
 }
 
 }  // namespace clipworks::engine

@@ -10,9 +10,17 @@ namespace clipworks::engine {
 /// than planar 8-bit YUV and packed BGRA.
 [[nodiscard]] Expected<void> checkStill(const AVFrame& picture);
 
-/// The picture as planes of green, blue and red (GBRP), by its own matrix and range: one precise conversion, chroma
-/// resampled by its own position, rounded once, without dither. BGRA is only taken apart.
-[[nodiscard]] Expected<Frame> planarRGB(const Frame& picture);
+/// What the pixels of a group get of the chroma that they share.
+enum class SharedChroma {
+  /// Resampled by its own position: what a picture is looked at with.
+  interpolated,
+  /// All the same: the way back to YUV, averaging, gives the chroma again.
+  repeated,
+};
+
+/// The picture as planes of green, blue and red (GBRP), by its own matrix and range: one precise conversion, rounded
+/// once, without dither. BGRA is only taken apart.
+[[nodiscard]] Expected<Frame> planarRGB(const Frame& picture, SharedChroma chroma);
 
 /// The picture as planar YUV of another layout, matrix or range, converted once without 8-bit RGB in between.
 /// Shares the input's pixels where nothing has to change.

@@ -22,6 +22,10 @@ AVError codeFor(const engine::Error& error) {
       return error.posixCode == ENOSPC || error.posixCode == EDQUOT ? AVError::diskFull : AVError::exportFailed;
     case engine::ErrorKind::lengthLimit:
       return AVError::maximumFileSizeReached;
+    case engine::ErrorKind::noDevice:
+      return AVError::deviceNotConnected;
+    case engine::ErrorKind::deviceLost:
+      return AVError::deviceWasDisconnected;
     case engine::ErrorKind::cancelled:
       return AVError::operationCancelled;
     case engine::ErrorKind::outOfMemory:

@@ -37,7 +37,10 @@ bool opens(VideoCodecKind codec, int width, int height) {
 
 void EncoderAvailability::withhold(VideoCodecKind codec) { withheld(codec) = true; }
 
-bool EncoderAvailability::isAvailable(VideoCodecKind codec) { return opens(codec, 1920, 1080); }
+bool EncoderAvailability::isAvailable(VideoCodecKind codec) {
+  // Small: this is asked before every export, and an encoder's memory for large pictures takes time to clear.
+  return opens(codec, 320, 180);
+}
 
 int VTCopySupportedPropertyDictionaryForEncoder(int width, int height, unsigned codecType) {
   constexpr int noEncoder = -12908;  // the platform's "could not find an encoder"

@@ -14,7 +14,7 @@ class CLIPWORKS_API EncoderAvailability {
  public:
   /// Makes the platform behave as if it had no encoder for `codec`.
   static void withhold(VideoCodecKind codec);
-  /// Whether `codec` can be encoded here: not withheld, and an encoder for 1920 × 1080 really opens. The encoder is
+  /// Whether `codec` can be encoded here: not withheld, and an encoder really opens. The encoder is
   /// opened for every call.
   [[nodiscard]] static bool isAvailable(VideoCodecKind codec);
 };

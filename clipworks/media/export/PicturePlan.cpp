@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <span>
 #include <tuple>
+#include <utility>
 
 #include <clipworks/engine/input/CodedUnits.h>
 #include <clipworks/engine/input/SampleReader.h>
@@ -34,23 +36,73 @@ std::int32_t commonTimescaleOf(const std::vector<MediaSegment>& segments) {
   return outputTimescale(scale);
 }
 
-/// What makes two segments show the same pictures at the same distances.
-using RunKey = std::tuple<const MediaTrack*, std::int64_t, std::int32_t, std::int64_t, std::int32_t, std::int64_t,
-                          std::int32_t, bool>;
+/// Segments that go on in one source, each at its own pace; their pictures make one run.
+using Stretch = std::span<const MediaSegment>;
 
-RunKey keyOf(const MediaSegment& segment, bool startsHeld) {
-  return {segment.mediaTrack.get(),         segment.source.start.value,       segment.source.start.timescale,
-          segment.source.duration.value,    segment.source.duration.timescale, segment.target.duration.value,
-          segment.target.duration.timescale, startsHeld};
+bool goesOn(const MediaSegment& before, const MediaSegment& segment) {
+  return !before.isEmpty() && !segment.isEmpty() && before.mediaTrack == segment.mediaTrack &&
+         before.source.duration > kCMTimeZero && before.source.end() == segment.source.start;
 }
+
+/// The segments from `first` on that go on in one source.
+Stretch stretchFrom(const std::vector<MediaSegment>& segments, std::size_t first) {
+  std::size_t end = first + 1;
+  while (end < segments.size() && goesOn(segments[end - 1], segments[end])) ++end;
+  return Stretch(segments).subspan(first, end - first);
+}
+
+/// What makes two stretches show the same pictures at the same distances, segment by segment.
+using RunKey = std::vector<std::tuple<const MediaTrack*, std::int64_t, std::int32_t, std::int64_t, std::int32_t,
+                                      std::int64_t, std::int32_t, bool>>;
+
+RunKey keyOf(Stretch stretch, bool startsHeld) {
+  RunKey key;
+  for (const MediaSegment& segment : stretch) {
+    key.emplace_back(segment.mediaTrack.get(), segment.source.start.value, segment.source.start.timescale,
+                     segment.source.duration.value, segment.source.duration.timescale, segment.target.duration.value,
+                     segment.target.duration.timescale, startsHeld);
+  }
+  return key;
+}
+
+// More pictures a second than this are only shown where the source itself has them.
+constexpr double mostPicturesPerSecond = 120;
+
+/// Thins the pictures of a segment that plays faster: one for each slot of the highest rate.
+class PictureThinner {
+ public:
+  PictureThinner(const MediaSegment& segment, const engine::SampleTable& table, std::int32_t timescale)
+      : isNeeded_(segment.target.duration < segment.source.duration) {
+    double rate = mostPicturesPerSecond;
+    if (const std::size_t count = table.pictureCount(); count > 1) {
+      const auto length = static_cast<double>(table.timeOfPicture(count - 1) - table.timeOfPicture(0));
+      if (length > 0) rate = std::max(rate, static_cast<double>(count - 1) * segment.mediaTrack->facts().timescale / length);
+    }
+    slotsPerTick_ = rate / timescale;
+  }
+
+  /// Whether the picture at `ticks` of the output, later than those before, stays.
+  bool keeps(std::int64_t ticks) {
+    if (!isNeeded_) return true;
+    // Times are rounded to ticks; half a tick more keeps them in their slot.
+    const auto slot = static_cast<std::int64_t>(std::floor((static_cast<double>(ticks) + 0.5) * slotsPerTick_));
+    return std::exchange(lastSlot_, slot) != slot;
+  }
+
+ private:
+  bool isNeeded_;
+  double slotsPerTick_ = 0;
+  std::int64_t lastSlot_ = INT64_MIN;
+};
 
 class PictureLayout {
  public:
   explicit PictureLayout(std::int32_t timescale) { job_.timescale = timescale; }
 
-  Result<void, NSError> add(const MediaSegment& segment) {
+  Result<void, NSError> add(Stretch stretch) {
+    const MediaSegment& segment = stretch.front();
     const std::int64_t start = ticks(segment.target.start, job_.timescale);
-    job_.end = ticks(segment.target.end(), job_.timescale);
+    job_.end = ticks(stretch.back().target.end(), job_.timescale);
     if (segment.gap == SegmentGap::hold) return {};
     if (segment.gap == SegmentGap::empty) {
       // Before the first picture nothing is on screen anyway.
@@ -60,7 +112,7 @@ class PictureLayout {
     }
     auto table = segment.mediaTrack->file()->sampleTable(segment.mediaTrack->stream());
     if (!table) return failure(errorFromEngine(table.error()));
-    addMedia(segment, **table, start);
+    addMedia(stretch, **table, start);
     return {};
   }
 
@@ -73,41 +125,72 @@ class PictureLayout {
     bool operator==(const OnScreen&) const = default;
   };
 
-  void addMedia(const MediaSegment& segment, const engine::SampleTable& table, std::int64_t start) {
+  /// The pictures of the source that a segment shows.
+  struct Shown {
+    std::size_t first = 0;
+    std::size_t end = 0;
+    std::optional<std::size_t> before;  ///< on screen where the segment starts between two pictures
+  };
+
+  static Shown picturesOf(const MediaSegment& segment, const engine::SampleTable& table) {
     const std::int32_t scale = segment.mediaTrack->facts().timescale;
     const std::int64_t from = ticks(segment.source.start, scale, CMTimeRoundingMethod::roundTowardPositiveInfinity);
     const std::int64_t floor = ticks(segment.source.start, scale, CMTimeRoundingMethod::roundTowardNegativeInfinity);
     const std::int64_t to = ticks(segment.source.end(), scale, CMTimeRoundingMethod::roundTowardPositiveInfinity);
-    const std::size_t first = table.firstPictureFrom(from);
-    const std::size_t end = std::max(first, table.firstPictureFrom(to));
-
-    // A segment that starts between two pictures starts with the one on screen, unless that is shown already.
+    Shown shown;
+    shown.first = table.firstPictureFrom(from);
+    shown.end = std::max(shown.first, table.firstPictureFrom(to));
     const auto held = table.pictureAt(floor);
-    const bool startsBetween = held && (first == end || table.timeOfPicture(first) != floor || from != floor);
-    const bool startsHeld = startsBetween && shown_ != OnScreen{segment.mediaTrack.get(), *held};
-    if (first == end && !startsHeld) return;
+    const bool startsBetween = held && (shown.first == shown.end || table.timeOfPicture(shown.first) != floor || from != floor);
+    if (startsBetween) shown.before = held;
+    return shown;
+  }
 
-    const auto [known, isNew] = runs_.try_emplace(keyOf(segment, startsHeld), job_.runs.size());
-    if (isNew) {
+  void addMedia(Stretch stretch, const engine::SampleTable& table, std::int64_t start) {
+    const MediaTrack* const media = stretch.front().mediaTrack.get();
+    // A stretch that starts between two pictures starts with the one on screen, unless that is shown already.
+    const auto before = picturesOf(stretch.front(), table).before;
+    const bool startsHeld = before && shown_ != OnScreen{media, *before};
+    RunKey key = keyOf(stretch, startsHeld);
+    auto known = runs_.find(key);
+    if (known == runs_.end()) {
       engine::PictureRun run;
-      run.file = segment.mediaTrack->file();
-      run.stream = segment.mediaTrack->stream();
-      if (startsHeld) run.pictures.push_back({static_cast<std::uint32_t>(*held), 0});
-      for (std::size_t picture = first; picture < end; ++picture) {
-        const std::int64_t time = timeInRun(segment, CMTime(table.timeOfPicture(picture), scale));
-        if (!run.pictures.empty() && time <= run.pictures.back().time) continue;  // faster than a tick
-        run.pictures.push_back({static_cast<std::uint32_t>(picture), time});
-      }
+      run.file = stretch.front().mediaTrack->file();
+      run.stream = stretch.front().mediaTrack->stream();
+      if (startsHeld) run.pictures.push_back({static_cast<std::uint32_t>(*before), 0});
+      for (const MediaSegment& segment : stretch) appendPictures(run, segment, table, start);
+      if (run.pictures.empty()) return;
+      known = runs_.emplace(std::move(key), job_.runs.size()).first;
       job_.runs.push_back(std::move(run));
     }
     place(known->second, start);
-    shown_ = OnScreen{segment.mediaTrack.get(), job_.runs[known->second].pictures.back().picture};
+    shown_ = OnScreen{media, job_.runs[known->second].pictures.back().picture};
   }
 
-  [[nodiscard]] std::int64_t timeInRun(const MediaSegment& segment, const CMTime& mediaTime) const {
+  void appendPictures(engine::PictureRun& run, const MediaSegment& segment, const engine::SampleTable& table,
+                      std::int64_t start) const {
+    const std::int32_t scale = segment.mediaTrack->facts().timescale;
+    const Shown shown = picturesOf(segment, table);
+    PictureThinner thinner(segment, table, job_.timescale);
+    const std::int64_t begin = ticks(segment.target.start, job_.timescale) - start;
+    // Thinning may have dropped the picture that is on screen where the pace changes.
+    if (shown.before && !run.pictures.empty() && run.pictures.back().picture != *shown.before && run.pictures.back().time < begin) {
+      run.pictures.push_back({static_cast<std::uint32_t>(*shown.before), begin});
+    }
+    for (std::size_t picture = shown.first; picture < shown.end; ++picture) {
+      const CMTime mediaTime(table.timeOfPicture(picture), scale);
+      const std::int64_t time = timeOf(segment, mediaTime) - start;
+      if (!run.pictures.empty() && time <= run.pictures.back().time) continue;  // faster than a tick
+      if (thinner.keeps(time)) run.pictures.push_back({static_cast<std::uint32_t>(picture), time});
+    }
+  }
+
+  /// When a picture of a segment appears, in ticks of the output.
+  [[nodiscard]] std::int64_t timeOf(const MediaSegment& segment, const CMTime& mediaTime) const {
+    const std::int64_t start = ticks(segment.target.start, job_.timescale);
     const CMTime offset = mediaTime - segment.source.start;
-    if (segment.source.duration == segment.target.duration) return ticks(offset, job_.timescale);
-    return ticks(mapToTarget(segment, mediaTime) - segment.target.start, job_.timescale);
+    if (segment.source.duration == segment.target.duration) return start + ticks(offset, job_.timescale);
+    return start + ticks(mapToTarget(segment, mediaTime) - segment.target.start, job_.timescale);
   }
 
   std::size_t blackRun() {
@@ -159,8 +242,10 @@ std::int32_t outputTimescale(std::int32_t timescale) {
 
 Result<std::optional<engine::PictureJob>, NSError> layOutPictures(const ExportTrack& track) {
   PictureLayout layout(commonTimescaleOf(track.segments));
-  for (const auto& segment : track.segments) {
-    if (auto added = layout.add(segment); !added) return failure(added.error());
+  for (std::size_t first = 0; first < track.segments.size();) {
+    const Stretch stretch = stretchFrom(track.segments, first);
+    if (auto added = layout.add(stretch); !added) return failure(added.error());
+    first += stretch.size();
   }
   engine::PictureJob job = layout.take();
   if (firstRunWithMedia(job) == nullptr) return std::optional<engine::PictureJob>{};

@@ -50,7 +50,17 @@ engine::SoundPiece pieceOf(const MediaSegment& segment) {
   piece.source = ticks(segment.source.start, rate);
   piece.target = ticks(segment.target.start, rate);
   piece.length = ticks(segment.target.end(), rate) - piece.target;
+  const bool staysAtPace = segment.source.duration == segment.target.duration;
+  piece.sourceLength = staysAtPace ? piece.length : ticks(segment.source.end(), rate) - piece.source;
   return piece;
+}
+
+/// Several tracks, a volume above 1, or surround sound folded down can add up to more than full scale.
+bool canPassFullScale(const engine::SoundJob& job, const std::vector<const ExportTrack*>& tracks) {
+  const auto audible = std::count_if(tracks.begin(), tracks.end(), [](const auto* track) { return track->volume > 0; });
+  return audible > 1 || std::any_of(job.lanes.begin(), job.lanes.end(), [&](const engine::SoundLane& lane) {
+    return lane.volume > 1.0F || lane.file->stream(lane.stream).channels > job.encoder.channels;
+  });
 }
 
 bool canBeCopied(const engine::SoundJob& job, const ExportPreset& preset, std::size_t tracks) {
@@ -59,7 +69,8 @@ bool canBeCopied(const engine::SoundJob& job, const ExportPreset& preset, std::s
   }
   const auto& lane = job.lanes.front();
   const auto& piece = lane.pieces.front();
-  return lane.file->stream(lane.stream).codec == "aac" && lane.volume == 1.0F && piece.target == 0 && piece.source <= mostHiddenSamples;
+  return lane.file->stream(lane.stream).codec == "aac" && lane.volume == 1.0F && !piece.isStretched() && piece.target == 0 &&
+         piece.source <= mostHiddenSamples;
 }
 
 }  // namespace
@@ -83,10 +94,10 @@ Result<std::optional<engine::SoundJob>, NSError> planSound(const std::vector<con
     for (const auto& segment : track->segments) {
       end = CMTimeMaximum(end, segment.target.end());
       if (segment.isEmpty()) continue;
-      if (!(segment.source.duration == segment.target.duration)) {
-        return failure(makeError(AVError::operationNotSupportedForAsset, "sound cannot be played faster or slower"));
-      }
-      laneOf(job.lanes, firstOfTrack, *segment.mediaTrack, track->volume).pieces.push_back(pieceOf(segment));
+      const engine::SoundPiece piece = pieceOf(segment);
+      // Shorter than a sample, or a held picture's: silent.
+      if (piece.length <= 0 || piece.sourceLength <= 0) continue;
+      laneOf(job.lanes, firstOfTrack, *segment.mediaTrack, track->volume).pieces.push_back(piece);
     }
   }
   if (job.lanes.empty()) return std::optional<engine::SoundJob>{};
@@ -104,6 +115,7 @@ Result<std::optional<engine::SoundJob>, NSError> planSound(const std::vector<con
   job.encoder.sampleRate = rate;
   job.encoder.bitRate = preset.soundBitRatePerChannel * job.encoder.channels;
   job.copy = canBeCopied(job, preset, tracks.size());
+  job.limited = canPassFullScale(job, tracks);
   if (job.copy) job.encoder.sampleRate = first.file->stream(first.stream).sampleRate;
   job.length = job.copy ? first.pieces.front().length : ticks(end, rate);
   return std::optional<engine::SoundJob>(std::move(job));

@@ -1,161 +1,36 @@
 #include <clipworks/media/images/AVAssetImageGenerator.h>
 
-#include <cmath>
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <new>
+#include <span>
 #include <stop_token>
+#include <string>
 #include <utility>
 
-#include <clipworks/engine/pictures/StillMaker.h>
-#include <clipworks/engine/pictures/WholePictureReader.h>
-#include <clipworks/media/asset/EngineErrors.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/dispatch/DispatchQueue.h>
-#include <clipworks/media/images/PictureTimeline.h>
+#include <clipworks/media/images/ImageSource.h>
 
 namespace clipworks {
 namespace {
 
-constexpr std::size_t defaultCacheLimit = std::size_t{256} << 20;
-
-struct Settings {
-  CGSize maximumSize{0, 0};
-  bool isUpright = false;
-  TimeTolerance tolerance;
-  std::size_t cacheLimit = defaultCacheLimit;
-};
-
 struct Batch {
   std::vector<CMTime> times;
   AVAssetImageGenerator::CompletionHandler handler;
-  Settings settings;
+  ImageSettings settings;
   std::stop_source stop;
 };
 
-using Located = Result<ScreenPicture, NSError>;
 using Image = std::shared_ptr<const CGImage>;
+using Located = Result<ScreenPicture, NSError>;
 
 NSError errorFrom(const std::exception& thrown) {
   if (dynamic_cast<const std::bad_alloc*>(&thrown) != nullptr) {
     return makeError(AVError::outOfMemory, "out of memory while taking a picture");
   }
   return makeError(AVError::unknown, std::string("taking a picture failed: ") + thrown.what());
-}
-
-/// Makes images of one asset, one at a time. For one thread at a time.
-class ImageSource {
- public:
-  explicit ImageSource(std::shared_ptr<AVAsset> asset) : asset_(std::move(asset)) {}
-
-  Located locate(const CMTime& time, const TimeTolerance& tolerance);
-  Result<Image, NSError> image(const ScreenPicture& shown, std::span<const std::uint32_t> upcoming, const Settings& settings,
-                               const std::stop_token& stop);
-
- private:
-  Result<void, NSError> look();
-  engine::StillSettings stillSettings(const Settings& settings) const;
-  engine::Expected<std::shared_ptr<const engine::StillImage>> still(const ScreenPicture& shown,
-                                                                    std::span<const std::uint32_t> upcoming,
-                                                                    const Settings& settings, const std::stop_token& stop);
-  engine::Expected<void> open(const std::shared_ptr<const MediaTrack>& media, const Settings& settings);
-
-  std::shared_ptr<AVAsset> asset_;
-  // Seen at the first request.
-  std::shared_ptr<AVAssetTrack> track_;
-  std::optional<PictureTimeline> timeline_;
-  CMTime end_;
-  // Of the media that is shown at the moment.
-  std::shared_ptr<const MediaTrack> media_;
-  std::optional<engine::WholePictureReader> reader_;
-  std::optional<engine::StillMaker> maker_;
-  engine::StillSettings made_;  // what maker_ was made for
-  // The last image, for pictures that are asked for again.
-  ScreenPicture lastShown_;
-  engine::StillSettings lastSettings_;
-  Image lastImage_;
-};
-
-Result<void, NSError> ImageSource::look() {
-  if (timeline_) return {};
-  const auto tracks = asset_ == nullptr ? std::vector<std::shared_ptr<AVAssetTrack>>{} : asset_->tracks(AVMediaType::video);
-  if (tracks.empty()) {
-    const std::string why = asset_ == nullptr ? "there is no asset" : asset_->loadError();
-    return failure(makeError(AVError::invalidSourceMedia, why.empty() ? "the asset has no pictures" : why));
-  }
-  auto timeline = PictureTimeline::make(*tracks.front());
-  if (!timeline) return failure(timeline.error());
-  track_ = tracks.front();
-  end_ = CMTimeMaximum(asset_->duration(), timeline->end());
-  timeline_ = std::move(*timeline);
-  return {};
-}
-
-Located ImageSource::locate(const CMTime& time, const TimeTolerance& tolerance) {
-  if (auto looked = look(); !looked) return failure(looked.error());
-  if (!time.isNumeric() || time < kCMTimeZero || end_ < time) {
-    return failure(makeError(AVError::invalidTimeRange, "there is no picture at a time outside the asset"));
-  }
-  auto shown = timeline_->near(time, tolerance);
-  if (!shown) return failure(makeError(AVError::invalidSourceMedia, "the asset has no pictures"));
-  return std::move(*shown);
-}
-
-engine::StillSettings ImageSource::stillSettings(const Settings& settings) const {
-  const auto limit = [](double side) { return std::isfinite(side) && side > 0 ? side : 0.0; };
-  engine::StillSettings still;
-  still.maxWidth = limit(settings.maximumSize.width);
-  still.maxHeight = limit(settings.maximumSize.height);
-  if (settings.isUpright) {
-    const CGAffineTransform t = track_->preferredTransform();
-    still.transform = {t.a, t.b, t.c, t.d};
-  }
-  return still;
-}
-
-Result<Image, NSError> ImageSource::image(const ScreenPicture& shown, std::span<const std::uint32_t> upcoming,
-                                          const Settings& settings, const std::stop_token& stop) {
-  if (stop.stop_requested()) return failure(makeError(AVError::operationCancelled, "the request was cancelled"));
-  const engine::StillSettings wanted = stillSettings(settings);
-  if (lastImage_ != nullptr && lastShown_.showsTheSameAs(shown) && lastSettings_ == wanted) return lastImage_;
-  auto made = still(shown, upcoming, settings, stop);
-  if (!made) return failure(errorFromEngine(made.error()));
-  lastImage_ = std::make_shared<const CGImage>(std::move(*made));
-  lastShown_ = shown;
-  lastSettings_ = wanted;
-  return lastImage_;
-}
-
-engine::Expected<std::shared_ptr<const engine::StillImage>> ImageSource::still(const ScreenPicture& shown,
-                                                                               std::span<const std::uint32_t> upcoming,
-                                                                               const Settings& settings,
-                                                                               const std::stop_token& stop) {
-  if (shown.media == nullptr) {
-    const CGSize size = track_->naturalSize();
-    return engine::blackStill(size.width, size.height, stillSettings(settings));
-  }
-  if (auto opened = open(shown.media, settings); !opened) return tl::make_unexpected(opened.error());
-  auto frame = reader_->picture(shown.picture, upcoming, stop);
-  if (!frame) return tl::make_unexpected(frame.error());
-  return maker_->make(*frame);
-}
-
-engine::Expected<void> ImageSource::open(const std::shared_ptr<const MediaTrack>& media, const Settings& settings) {
-  if (media_ != media) {
-    media_.reset();
-    reader_.reset();  // before the next one opens: one decoder and one memory
-    maker_.reset();
-    auto reader = engine::CachedPictureReader::open(media->file(), media->stream(), settings.cacheLimit);
-    if (!reader) return tl::make_unexpected(reader.error());
-    reader_.emplace(std::move(*reader));
-    media_ = media;
-  }
-  reader_->setCacheLimit(settings.cacheLimit);
-  if (const auto wanted = stillSettings(settings); !maker_ || made_ != wanted) {
-    maker_.emplace(media->file(), media->stream(), wanted);
-    made_ = wanted;
-  }
-  return {};
 }
 
 /// The requests of a batch, seen through to pictures: what each of them shows, and which will be asked for next.
@@ -182,7 +57,9 @@ class BatchPictures {
   }
 
  private:
-  [[nodiscard]] const MediaTrack* mediaOf(std::size_t i) const { return located_[i] ? located_[i]->media.get() : nullptr; }
+  [[nodiscard]] const MediaTrack* mediaOf(std::size_t i) const {
+    return located_[i] ? located_[i]->media.get() : nullptr;
+  }
 
   std::vector<Located> located_;
   std::vector<std::uint32_t> numbers_;
@@ -194,19 +71,19 @@ class ImageGenerator final : public AVAssetImageGenerator {
   explicit ImageGenerator(std::shared_ptr<AVAsset> asset) : source_(std::move(asset)) {}
 
   void setMaximumSize(CGSize maximumSize) override {
-    change([&](Settings& settings) { settings.maximumSize = maximumSize; });
+    change([&](ImageSettings& settings) { settings.maximumSize = maximumSize; });
   }
   void setAppliesPreferredTrackTransform(bool applies) override {
-    change([&](Settings& settings) { settings.isUpright = applies; });
+    change([&](ImageSettings& settings) { settings.isUpright = applies; });
   }
   void setRequestedTimeToleranceBefore(const CMTime& tolerance) override {
-    change([&](Settings& settings) { settings.tolerance.before = usable(tolerance); });
+    change([&](ImageSettings& settings) { settings.tolerance.before = usable(tolerance); });
   }
   void setRequestedTimeToleranceAfter(const CMTime& tolerance) override {
-    change([&](Settings& settings) { settings.tolerance.after = usable(tolerance); });
+    change([&](ImageSettings& settings) { settings.tolerance.after = usable(tolerance); });
   }
   void setCacheLimit(std::size_t bytes) override {
-    change([&](Settings& settings) { settings.cacheLimit = bytes; });
+    change([&](ImageSettings& settings) { settings.cacheLimit = bytes; });
   }
 
   Result<Image, NSError> copyCGImage(const CMTime& at, CMTime* actualTime) override;
@@ -224,7 +101,7 @@ class ImageGenerator final : public AVAssetImageGenerator {
     const std::lock_guard lock(mutex_);
     change(settings_);
   }
-  Settings currentSettings() {
+  ImageSettings currentSettings() {
     const std::lock_guard lock(mutex_);
     return settings_;
   }
@@ -237,13 +114,13 @@ class ImageGenerator final : public AVAssetImageGenerator {
   ImageSource source_;  // guarded by sourceMutex_
 
   std::mutex mutex_;
-  Settings settings_;                          // guarded by mutex_
+  ImageSettings settings_;                      // guarded by mutex_
   std::deque<std::shared_ptr<Batch>> batches_;  // guarded by mutex_; the first is under way while isWorking_
-  bool isWorking_ = false;                     // guarded by mutex_
+  bool isWorking_ = false;                      // guarded by mutex_
 };
 
 Result<Image, NSError> ImageGenerator::copyCGImage(const CMTime& at, CMTime* actualTime) {
-  const Settings settings = currentSettings();
+  const ImageSettings settings = currentSettings();
   try {
     const std::lock_guard lock(sourceMutex_);
     const auto shown = source_.locate(at, settings.tolerance);
@@ -261,9 +138,8 @@ void ImageGenerator::generateCGImagesAsynchronously(std::vector<CMTime> times, C
   const std::lock_guard lock(mutex_);
   batches_.push_back(std::make_shared<Batch>(Batch{std::move(times), std::move(completionHandler), settings_, {}}));
   if (std::exchange(isWorking_, true)) return;
-  DispatchQueue::global(DispatchQoS::userInitiated).async([self = std::static_pointer_cast<ImageGenerator>(shared_from_this())] {
-    self->work();
-  });
+  DispatchQueue::global(DispatchQoS::userInitiated)
+      .async([self = std::static_pointer_cast<ImageGenerator>(shared_from_this())] { self->work(); });
 }
 
 void ImageGenerator::cancelAllCGImageGeneration() {
@@ -297,12 +173,14 @@ void ImageGenerator::serve(const Batch& batch) {
   for (std::size_t i = 0; i < batch.times.size(); ++i) {
     const auto image = error ? Result<Image, NSError>(failure(*error)) : make(*pictures, i, batch);
     if (image) {
-      batch.handler(batch.times[i], *image, pictures->at(i)->since, AVAssetImageGeneratorResult::succeeded, std::nullopt);
+      batch.handler(batch.times[i], *image, pictures->at(i)->since, AVAssetImageGeneratorResult::succeeded,
+                    std::nullopt);
       continue;
     }
     const bool isCancelled = image.error().code() == static_cast<int>(AVError::operationCancelled);
     batch.handler(batch.times[i], nullptr, kCMTimeInvalid,
-                  isCancelled ? AVAssetImageGeneratorResult::cancelled : AVAssetImageGeneratorResult::failed, image.error());
+                  isCancelled ? AVAssetImageGeneratorResult::cancelled : AVAssetImageGeneratorResult::failed,
+                  image.error());
   }
 }
 
@@ -318,7 +196,8 @@ std::shared_ptr<const BatchPictures> ImageGenerator::look(const Batch& batch, st
 
 Result<Image, NSError> ImageGenerator::make(const BatchPictures& pictures, std::size_t i, const Batch& batch) {
   try {
-    if (batch.stop.stop_requested()) return failure(makeError(AVError::operationCancelled, "the request was cancelled"));
+    if (batch.stop.stop_requested())
+      return failure(makeError(AVError::operationCancelled, "the request was cancelled"));
     const Located& shown = pictures.at(i);
     if (!shown) return failure(shown.error());
     const std::lock_guard lock(sourceMutex_);

@@ -31,9 +31,10 @@ class SegmentPictures {
     return next_ < end_ ? std::optional(next_) : std::nullopt;
   }
 
-  [[nodiscard]] bool contains(std::size_t picture) const {
-    return first() && picture >= *first() && picture < end_;
-  }
+  /// Behind the last.
+  [[nodiscard]] std::size_t end() const { return end_; }
+
+  [[nodiscard]] bool contains(std::size_t picture) const { return first() && picture >= *first() && picture < end_; }
 
   /// Nothing as long as none has come.
   [[nodiscard]] std::optional<std::size_t> at(const CMTime& time) const {
@@ -114,7 +115,8 @@ std::optional<ScreenPicture> PictureTimeline::firstFrom(std::size_t piece) const
     if (segment.gap == SegmentGap::empty) return black(piece);
     if (table == nullptr) continue;
     const SegmentPictures pictures(segment, *table);
-    if (const auto first = pictures.first()) return ScreenPicture{segment.mediaTrack, *first, pictures.since(*first), piece};
+    if (const auto first = pictures.first())
+      return ScreenPicture{segment.mediaTrack, *first, pictures.since(*first), piece};
   }
   return std::nullopt;
 }
@@ -127,6 +129,21 @@ ScreenPicture PictureTimeline::sinceItCame(ScreenPicture shown) const {
     shown = *before;
   }
   return shown;
+}
+
+std::vector<CMTime> PictureTimeline::times() const {
+  std::vector<CMTime> times;
+  for (std::size_t piece = 0; piece < pieces_.size(); ++piece) {
+    const auto& [segment, table] = pieces_[piece];
+    if (table == nullptr) continue;
+    const SegmentPictures pictures(segment, *table);
+    const auto first = pictures.first();
+    if (!first) continue;
+    const ScreenPicture shown{segment.mediaTrack, *first, pictures.since(*first), piece};
+    if (sinceItCame(shown).since == shown.since) times.push_back(shown.since);
+    for (std::size_t picture = *first + 1; picture < pictures.end(); ++picture) times.push_back(pictures.since(picture));
+  }
+  return times;
 }
 
 std::optional<ScreenPicture> PictureTimeline::near(const CMTime& time, const TimeTolerance& tolerance) const {

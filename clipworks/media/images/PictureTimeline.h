@@ -47,6 +47,9 @@ class PictureTimeline {
   /// nearest one to `time`; the picture of `at` where there is none, or where it is one itself.
   [[nodiscard]] std::optional<ScreenPicture> near(const CMTime& time, const TimeTolerance& tolerance) const;
 
+  /// When each picture comes on screen, in order; one that stays from a segment to the next counts once.
+  [[nodiscard]] std::vector<CMTime> times() const;
+
   /// Where the track ends.
   [[nodiscard]] CMTime end() const;
 
@@ -60,7 +63,9 @@ class PictureTimeline {
   [[nodiscard]] std::optional<ScreenPicture> lastBefore(std::size_t piece) const;
   [[nodiscard]] std::optional<ScreenPicture> firstFrom(std::size_t piece) const;
   [[nodiscard]] ScreenPicture sinceItCame(ScreenPicture shown) const;
-  [[nodiscard]] ScreenPicture black(std::size_t piece) const { return {nullptr, 0, pieces_[piece].segment.target.start, piece}; }
+  [[nodiscard]] ScreenPicture black(std::size_t piece) const {
+    return {nullptr, 0, pieces_[piece].segment.target.start, piece};
+  }
 
   std::vector<Piece> pieces_;  // without holes
 };

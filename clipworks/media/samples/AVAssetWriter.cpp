@@ -85,7 +85,7 @@ bool AVAssetWriter::startWriting() {
   movie_->setMetadata(metadata_);
   for (const auto& input : inputs_) {
     if (const auto reason = whyNotAddable(*input)) state_->fail(*reason);
-    if (!state_->isWriting()) break;
+    // Also after a failure, so that each input knows of it and keeps nobody waiting.
     if (auto begun = input->begin(movie_, state_); !begun) state_->fail(begun.error());
   }
   return state_->isWriting();

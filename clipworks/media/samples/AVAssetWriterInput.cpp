@@ -33,6 +33,7 @@ std::optional<NSError> AVAssetWriterInput::whyNotWritable() const {
 
 Result<void, NSError> AVAssetWriterInput::begin(std::shared_ptr<engine::SharedMovie> movie,
                                                 std::shared_ptr<WritingState> state) {
+  state_ = state;
   if (mediaType_ == AVMediaType::video) {
     auto settings = pictureSettings(outputSettings_);
     if (!settings) return failure(settings.error());
@@ -45,7 +46,6 @@ Result<void, NSError> AVAssetWriterInput::begin(std::shared_ptr<engine::SharedMo
     if (!writing) return failure(writing.error());
     writing_ = std::move(*writing);
   }
-  state_ = std::move(state);
   return {};
 }
 

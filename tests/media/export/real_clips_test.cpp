@@ -58,5 +58,37 @@ TEST(RealClips, PlayTwiceTheSameAndWithoutAWarning) {
   }
 }
 
+TEST(RealClips, KeepTheirSoundInPlaceAroundAStretch) {
+  const auto clips = realClips();
+  if (clips.empty()) GTEST_SKIP() << "CLIPWORKS_MEDIA names no folder with clips";
+  const TemporaryDirectory work;
+  for (const auto& clip : clips) {
+    SCOPED_TRACE(clip.filename().string());
+    const auto source = AVAsset::make(URL(clip));
+    const double length = source->duration().seconds();
+    if (length < 1) continue;
+    const auto composition = AVMutableComposition::make();
+    const auto track = composition->addMutableTrack(AVMediaTypeAudio, kCMPersistentTrackID_Invalid);
+    ASSERT_TRUE(track->insertTimeRange(CMTimeRange(kCMTimeZero, source->duration()),
+                                       source->tracks(AVMediaTypeAudio).front(), kCMTimeZero));
+    // Compared with our own reading of it: players differ in what they make of recorders' uneven times.
+    const fs::path plain = work.path() / "plain.mp4";
+    const fs::path stretched = work.path() / "stretched.mp4";
+    ASSERT_EQ(exportAsset(composition, AVAssetExportPresetLowQuality, plain).failure(), "");
+    const double from = 0.3 * length;
+    const double to = 0.6 * length;
+    track->scaleTimeRange(CMTimeRange::fromTo(CMTime(from, 48'000), CMTime(to, 48'000)), CMTime(2 * (to - from), 48'000));
+    ASSERT_EQ(exportAsset(composition, AVAssetExportPresetLowQuality, stretched).failure(), "");
+    const Sound before = MediaJudge(plain).sound();
+    const Sound after = MediaJudge(stretched).sound();
+    fs::remove(plain);
+    fs::remove(stretched);
+    const auto ahead = lagMilliseconds(before.part(0, from), after.part(0, from), 30);
+    const auto behind = lagMilliseconds(before.part(to, length), after.part(2 * to - from, length + to - from), 30);
+    EXPECT_NEAR(ahead.value_or(0), 0, 0.5) << "milliseconds; a clip may be silent there";
+    EXPECT_NEAR(behind.value_or(0), 0, 0.5) << "milliseconds; a clip may be silent there";
+  }
+}
+
 }  // namespace
 }  // namespace clipworks::test

@@ -416,6 +416,17 @@ INSTANTIATE_TEST_SUITE_P(
                                }}),
     [](const auto& testCase) { return testCase.param.name; });
 
+TEST_F(Writer, ThatDoesNotStartKeepsNobodyWaiting) {
+  const auto writer = *AVAssetWriter::make(URL(directory_.path() / "out.mov"), AVFileTypeQuickTimeMovie);
+  const auto input = AVAssetWriterInput::make(AVMediaTypeVideo, h264(160, 90, 1e12));
+  const auto adaptor = AVAssetWriterInputPixelBufferAdaptor::make(input, {});
+  writer->add(input);
+  EXPECT_FALSE(writer->startWriting());
+  EXPECT_EQ(writer->status(), AVAssetWriterStatus::failed);
+  EXPECT_TRUE(input->isReadyForMoreMediaData());
+  EXPECT_FALSE(adaptor->append(CodedPixels(160, 90, 0).buffer(), kCMTimeZero));
+}
+
 TEST_F(Writer, IsNotMadeWhereNothingCanBeWritten) {
   EXPECT_FALSE(AVAssetWriter::make(URL(directory_.path() / "missing" / "a.mov"), AVFileTypeQuickTimeMovie));
   EXPECT_FALSE(AVAssetWriter::make(URL(file_), "public.avi"));

@@ -1,0 +1,203 @@
+#include <clipworks/engine/pipeline/SoundLaneReader.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <numbers>
+#include <optional>
+
+#include <clipworks/engine/LibraryErrors.h>
+#include <clipworks/engine/pipeline/MixingGains.h>
+
+namespace clipworks::engine {
+namespace {
+
+constexpr std::int64_t blockSamples = 4096;
+
+/// Fades from `tail` into `head`, which becomes the result. Two sounds of one source at two paces are alike but not in
+/// phase; the fade keeps their power, whether they add up as amplitudes or as powers.
+void fadeInto(std::vector<float>& head, const std::vector<float>& tail, int channels) {
+  double both = 0;
+  double powers = 0;
+  for (std::size_t i = 0; i < head.size(); ++i) {
+    both += static_cast<double>(head[i]) * tail[i];
+    powers += 0.5 * (static_cast<double>(head[i]) * head[i] + static_cast<double>(tail[i]) * tail[i]);
+  }
+  // Below this the two cancel out, and making up for it would make noise loud.
+  constexpr double leastLikeness = -0.5;
+  const double likeness = powers > 0 ? std::max(both / powers, leastLikeness) : 1.0;
+  const auto width = static_cast<std::size_t>(channels);
+  const std::size_t count = head.size() / width;
+  for (std::size_t i = 0; i < count; ++i) {
+    const double share = 0.5 - 0.5 * std::cos(std::numbers::pi * (static_cast<double>(i) + 0.5) / static_cast<double>(count));
+    const double rest = 1.0 - share;
+    const double gain = 1.0 / std::sqrt(share * share + rest * rest + 2 * likeness * share * rest);
+    for (std::size_t at = i * width; at < (i + 1) * width; ++at) {
+      head[at] = static_cast<float>(gain * (share * head[at] + rest * tail[at]));
+    }
+  }
+}
+
+}  // namespace
+
+Expected<std::unique_ptr<SoundLaneReader>> SoundLaneReader::open(const SoundLane& lane, int sampleRate, int channels) {
+  auto reader = SoundReader::open(lane.file, lane.stream);
+  if (!reader) return tl::make_unexpected(reader.error());
+  std::unique_ptr<SoundLaneReader> opened(new SoundLaneReader(lane, std::move(*reader), channels));
+  if (auto ready = opened->prepareConverter(sampleRate); !ready) return tl::make_unexpected(ready.error());
+  if (auto cached = opened->prepareSource(); !cached) return tl::make_unexpected(cached.error());
+  return opened;
+}
+
+Expected<void> SoundLaneReader::prepareSource() {
+  std::int64_t surroundings = 0;
+  for (const auto& piece : lane_.pieces) {
+    if (piece.isStretched()) surroundings = std::max(surroundings, SoundStretcher::surroundings(piece, reader_.sampleRate()));
+  }
+  if (surroundings > 0) {
+    recent_.emplace(reader_, 2 * surroundings + blockSamples);
+    return {};
+  }
+  if (lane_.pieces.size() < 2) return {};
+  std::int64_t start = INT64_MAX;
+  std::int64_t end = INT64_MIN;
+  std::int64_t played = 0;
+  for (const auto& piece : lane_.pieces) {
+    start = std::min(start, piece.source);
+    end = std::max(end, piece.source + piece.length);
+    played += piece.length;
+  }
+  const std::int64_t values = (end - start) * reader_.channels();
+  if (played <= end - start || values * static_cast<std::int64_t>(sizeof(float)) > cachedBytes) return {};
+  std::vector<float> cache(static_cast<std::size_t>(values));
+  if (auto read = reader_.read(start, end - start, cache.data()); !read) return read;
+  cache_ = std::move(cache);
+  cacheStart_ = start;
+  return {};
+}
+
+Expected<void> SoundLaneReader::prepareConverter(int sampleRate) {
+  const int from = reader_.channels();
+  if (reader_.sampleRate() == sampleRate && from == channels_) return {};
+  AVChannelLayout source;
+  AVChannelLayout target;
+  av_channel_layout_default(&source, from);
+  av_channel_layout_default(&target, channels_);
+  SwrContext* converter = nullptr;
+  int code = swr_alloc_set_opts2(&converter, &target, AV_SAMPLE_FMT_FLT, sampleRate, &source, AV_SAMPLE_FMT_FLT,
+                                 reader_.sampleRate(), 0, nullptr);
+  converter_.reset(converter);
+  av_channel_layout_uninit(&source);
+  av_channel_layout_uninit(&target);
+  if (code >= 0) {
+    if (const auto gains = mixingGains(from, channels_)) code = swr_set_matrix(converter, gains->data(), from);
+  }
+  if (code >= 0) code = swr_init(converter);
+  if (code < 0) return tl::make_unexpected(libraryError(code, lane_.file->name() + ": the sound cannot be converted"));
+  return {};
+}
+
+Expected<void> SoundLaneReader::readSource(std::int64_t position, std::int64_t count, float* samples) {
+  const std::int64_t before = std::clamp<std::int64_t>(-position, 0, count);  // the track has no sound there
+  samples = std::fill_n(samples, before * reader_.channels(), 0.0F);
+  position += before;
+  count -= before;
+  if (count == 0) return {};
+  if (recent_) return recent_->read(position, count, samples);
+  if (cache_.empty()) return reader_.read(position, count, samples);
+  const auto from = cache_.begin() + (position - cacheStart_) * reader_.channels();
+  std::copy(from, from + count * reader_.channels(), samples);
+  return {};
+}
+
+Expected<void> SoundLaneReader::beginPiece(std::size_t index) {
+  const SoundPiece& piece = lane_.pieces[index];
+  const SoundPiece* before = index > 0 ? &lane_.pieces[index - 1] : nullptr;
+  const bool goesOn = before != nullptr && before->target + before->length == piece.target &&
+                      std::llabs(before->source + before->sourceLength - piece.source) <= 1;  // both were rounded
+  const bool fades = goesOn && (before->isStretched() || piece.isStretched());
+  const auto most = static_cast<std::int64_t>(seamSeconds * reader_.sampleRate());
+  const std::int64_t count = fades ? std::min(most, piece.length) : 0;
+
+  std::vector<float> tail(static_cast<std::size_t>(count * reader_.channels()));
+  if (count > 0) {
+    auto read = before->isStretched() ? stretcher_->read(count, tail.data())
+                                      : readSource(before->source + before->length, count, tail.data());
+    if (!read) return read;
+  }
+  begun_ = index;
+  stretcher_.reset();
+  if (piece.isStretched()) {
+    stretcher_ = SoundStretcher::make(
+        piece, reader_.sampleRate(), reader_.channels(),
+        [this](std::int64_t position, std::int64_t n, float* samples) { return readSource(position, n, samples); });
+  }
+  seam_.clear();
+  if (count == 0) return {};
+  std::vector<float> seam(tail.size());
+  if (auto read = readPiece(0, count, seam.data()); !read) return read;
+  fadeInto(seam, tail, reader_.channels());
+  seam_ = std::move(seam);
+  return {};
+}
+
+// `count` samples of the piece that was begun, from `offset` on; in rising order.
+Expected<void> SoundLaneReader::readPiece(std::int64_t offset, std::int64_t count, float* samples) {
+  const std::int64_t channels = reader_.channels();
+  const std::int64_t ofSeam = static_cast<std::int64_t>(seam_.size()) / channels;
+  if (offset < ofSeam) {
+    const std::int64_t part = std::min(count, ofSeam - offset);
+    samples = std::copy_n(seam_.begin() + offset * channels, part * channels, samples);
+    offset += part;
+    count -= part;
+  }
+  if (count == 0) return {};
+  return stretcher_ != nullptr ? stretcher_->read(count, samples)
+                               : readSource(lane_.pieces[begun_].source + offset, count, samples);
+}
+
+// The next `count` samples of the pieces in their places, silence between them, at the lane's own rate and layout.
+Expected<void> SoundLaneReader::readPlaced(std::int64_t count, std::vector<float>& samples) {
+  const std::int64_t channels = reader_.channels();
+  samples.assign(static_cast<std::size_t>(count * channels), 0.0F);
+  const std::int64_t end = position_ + count;
+  for (; piece_ < lane_.pieces.size(); ++piece_) {
+    const SoundPiece& piece = lane_.pieces[piece_];
+    const std::int64_t from = std::max(position_, piece.target);
+    const std::int64_t to = std::min(end, piece.target + piece.length);
+    if (from < to) {
+      if (begun_ != piece_) {
+        if (auto begun = beginPiece(piece_); !begun) return begun;
+      }
+      float* out = samples.data() + (from - position_) * channels;
+      if (auto read = readPiece(from - piece.target, to - from, out); !read) return read;
+    }
+    if (piece.target + piece.length > end) break;
+  }
+  position_ = end;
+  return {};
+}
+
+Expected<void> SoundLaneReader::addNext(std::int64_t count, float* mix) {
+  const auto wanted = static_cast<std::size_t>(count * channels_);
+  while (pending_.size() < wanted) {
+    if (auto read = readPlaced(blockSamples, placed_); !read) return read;
+    if (converter_ == nullptr) {
+      pending_.insert(pending_.end(), placed_.begin(), placed_.end());
+      continue;
+    }
+    const int room = swr_get_out_samples(converter_.get(), static_cast<int>(blockSamples));
+    const std::size_t had = pending_.size();
+    pending_.resize(had + static_cast<std::size_t>(std::max(room, 0) * channels_));
+    auto* out = reinterpret_cast<std::uint8_t*>(pending_.data() + had);
+    const auto* in = reinterpret_cast<const std::uint8_t*>(placed_.data());
+    const int made = swr_convert(converter_.get(), &out, room, &in, static_cast<int>(blockSamples));
+    if (made < 0) return tl::make_unexpected(libraryError(made, lane_.file->name() + ": the sound cannot be converted"));
+    pending_.resize(had + static_cast<std::size_t>(made * channels_));
+  }
+  for (std::size_t i = 0; i < wanted; ++i) mix[i] += lane_.volume * pending_[i];
+  pending_.erase(pending_.begin(), pending_.begin() + static_cast<std::ptrdiff_t>(wanted));
+  return {};
+}
+
+}  // namespace clipworks::engine

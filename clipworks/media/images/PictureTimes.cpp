@@ -1,0 +1,18 @@
+#include <clipworks/media/images/PictureTimes.h>
+
+#include <clipworks/media/images/PictureTimeline.h>
+
+namespace clipworks {
+
+Result<std::vector<CMTime>, NSError> pictureTimes(const AVAsset& asset) {
+  const auto tracks = asset.tracks(AVMediaTypeVideo);
+  if (tracks.empty()) {
+    const std::string why = asset.loadError();
+    return failure(makeError(AVError::invalidSourceMedia, why.empty() ? "the asset has no pictures" : why));
+  }
+  const auto timeline = PictureTimeline::make(*tracks.front());
+  if (!timeline) return failure(timeline.error());
+  return timeline->times();
+}
+
+}  // namespace clipworks

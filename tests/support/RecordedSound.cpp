@@ -1,0 +1,30 @@
+#include <tests/support/RecordedSound.h>
+
+#include <cstring>
+#include <stdexcept>
+
+#include <tests/support/RunProgram.h>
+
+namespace clipworks::test {
+
+std::vector<std::int16_t> recordedSamples(const std::filesystem::path& file) {
+  const auto result = runProgram({"ffmpeg", "-v", "error", "-i", file, "-af", "pan=mono|c0=c0", "-f", "s16le", "-"});
+  if (!result.succeeded()) throw std::runtime_error(result.standardError);
+  std::vector<std::int16_t> samples(result.standardOutput.size() / sizeof(std::int16_t));
+  std::memcpy(samples.data(), result.standardOutput.data(), samples.size() * sizeof(std::int16_t));
+  return samples;
+}
+
+std::vector<std::int64_t> onsetsIn(const std::vector<std::int16_t>& samples, int sampleRate) {
+  std::vector<std::int64_t> onsets;
+  std::int64_t lastSound = -sampleRate;
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    const auto frame = static_cast<std::int64_t>(i);
+    if (samples[i] == 0) continue;
+    if (frame - lastSound > sampleRate / 10) onsets.push_back(frame);
+    lastSound = frame;
+  }
+  return onsets;
+}
+
+}  // namespace clipworks::test
