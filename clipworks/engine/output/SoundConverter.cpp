@@ -10,6 +10,14 @@ namespace {
 
 constexpr std::int64_t portion = 8192;  // samples converted at a time
 
+/// Six channels whose order nobody tells. Played backwards value by value, centre and low frequencies have changed
+/// places, so the middle two both count as the centre: no voice is lost.
+std::optional<std::vector<double>> gainsWithoutLayout(int from, int to) {
+  constexpr double minus3dB = 0.70710678118654752;
+  if (from != 6 || to != 2) return mixingGains(from, to);
+  return std::vector<double>{1.0, 0.0, minus3dB, minus3dB, minus3dB, 0.0, 0.0, 1.0, minus3dB, minus3dB, 0.0, minus3dB};
+}
+
 tl::unexpected<Error> conversionFailed(int code) {
   return tl::make_unexpected(libraryError(code, "the sound cannot be converted", ErrorKind::unsupported));
 }
@@ -29,7 +37,7 @@ Expected<SoundConverter> SoundConverter::open(const SoundFormat& from, const Sou
   av_channel_layout_uninit(&source);
   av_channel_layout_uninit(&target);
   if (code >= 0) {
-    if (const auto gains = mixingGains(from.channels, to.channels)) {
+    if (const auto gains = gainsWithoutLayout(from.channels, to.channels)) {
       code = swr_set_matrix(context, gains->data(), from.channels);
     }
   }

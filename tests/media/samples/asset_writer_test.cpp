@@ -276,6 +276,23 @@ INSTANTIATE_TEST_SUITE_P(Sources, WriterSound,
                                          SoundCase{"in_mono_at_16000", 16'000, 1}),
                          [](const auto& testCase) { return testCase.param.name; });
 
+TEST_F(Writer, LosesNoneOfSixChannels) {
+  start(aac(48'000, 2), kCMTimeZero, AVFileTypeAppleM4A);
+  const Sound tone = makeTone(48'000, 0, 6);
+  std::vector<std::int16_t> values;  // each second in another channel
+  for (std::size_t i = 0; i < tone.samples.size(); ++i) {
+    for (std::size_t channel = 0; channel < 6; ++channel) {
+      values.push_back(static_cast<std::int16_t>(i / 48'000 == channel ? std::lround(tone.samples[i] * 32'000) : 0));
+    }
+  }
+  std::shared_ptr<CMSampleBuffer> buffer;
+  ASSERT_EQ(CMSampleBufferCreate(CMBlockBuffer::make(values.data(), values.size() * 2), true, {},
+                                 CMFormatDescription::pcm(48'000, 6, 16), tone.samples.size(), {}, {}, &buffer), noErr);
+  EXPECT_TRUE(input_->append(buffer));
+  ASSERT_EQ(finish(*writer_), AVAssetWriterStatus::completed);
+  for (int second = 0; second < 6; ++second) EXPECT_EQ(toneSecondAt(MediaJudge(file_).sound(), second + 0.5), second);
+}
+
 TEST_F(Writer, PutsTimedSoundWhereItBelongs) {
   start(aac(48'000, 1), CMTime(1, 1), AVFileTypeMPEG4);
   const auto second = [](double s) { return std::llround(s * 48'000); };
