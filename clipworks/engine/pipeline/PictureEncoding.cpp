@@ -7,8 +7,11 @@
 namespace clipworks::engine {
 namespace {
 
-// Decoded pictures are large (a 4K one has 12 MB); they only have to bridge uneven work.
-constexpr std::size_t picturesUnderWay = 4;
+// They only have to bridge uneven work; a decoded 4K picture has 12 MB.
+std::size_t picturesUnderWay(const PictureEncodingSettings& settings) {
+  constexpr std::int64_t largePixels = 4'000'000;
+  return std::int64_t{settings.width} * settings.height > largePixels ? 2 : 4;
+}
 
 // Fine enough that decode times can be told apart between pictures, and that players' own rounding does not show.
 constexpr std::int32_t leastTimescale = 90'000;
@@ -41,7 +44,7 @@ Error asError(const std::exception& thrown) {
 PictureEncoding::PictureEncoding(const PictureEncodingSettings& settings, std::shared_ptr<SharedMovie> movie,
                                  std::size_t track, std::function<void(const Error&)> onFailure)
     : settings_(settings), movie_(std::move(movie)), track_(track), onFailure_(std::move(onFailure)),
-      pictures_(picturesUnderWay), encodedWidth_(encodedSide(settings.width)),
+      pictures_(picturesUnderWay(settings)), encodedWidth_(encodedSide(settings.width)),
       encodedHeight_(encodedSide(settings.height)), thread_([this] { run(); }) {}
 
 PictureEncoding::~PictureEncoding() { pictures_.abandon(); }
