@@ -58,10 +58,20 @@ Triple signalOf(const Triple& light, AVColorTransferCharacteristic transfer) {
   return {toPQ(light[0]), toPQ(light[1]), toPQ(light[2])};
 }
 
+std::uint8_t* rowOf(const AVFrame& picture, int plane, int y) {
+  return picture.data[plane] + static_cast<std::ptrdiff_t>(y) * picture.linesize[plane];
+}
+
+std::vector<Triple> signalsOf(const std::vector<Triple>& lights, AVColorTransferCharacteristic transfer) {
+  std::vector<Triple> signals(lights.size());
+  std::ranges::transform(lights, signals.begin(), [&](const Triple& light) { return signalOf(light, transfer); });
+  return signals;
+}
+
 void put(const AVFrame& picture, const AVComponentDescriptor& component, int x, int y, double value) {
   const int sample = std::clamp(static_cast<int>(std::lround(value)), 0, (1 << component.depth) - 1) << component.shift;
   std::uint8_t* to =
-      picture.data[component.plane] + y * picture.linesize[component.plane] + x * component.step + component.offset;
+      rowOf(picture, component.plane, y) + static_cast<std::ptrdiff_t>(x) * component.step + component.offset;
   to[0] = static_cast<std::uint8_t>(sample & 255);
   if (component.depth > 8) to[1] = static_cast<std::uint8_t>(sample >> 8);
 }
@@ -102,7 +112,7 @@ std::vector<int> inside(const Frame& picture, int plane, std::size_t index) {
   const int from = static_cast<int>(index) * width;
   for (int y = 0; y < width; ++y) {
     for (int x = from + width / 4; x < from + width * 3 / 4; ++x) {
-      samples.push_back(picture->data[plane][y * picture->linesize[plane] + x]);
+      samples.push_back(rowOf(*picture, plane, y)[x]);
     }
   }
   return samples;
@@ -181,9 +191,8 @@ class EachKind : public testing::TestWithParam<Kind> {};
 TEST_P(EachKind, ReferenceWhiteIsNearlyWhiteAndGreysBelowTheKneeKeepTheirLight) {
   ToneMapper mapper;
   const Kind& kind = GetParam();
-  std::vector<Triple> signals;
-  for (const double light : {203.0, 26.0, 0.0}) signals.push_back(signalOf({light, light, light}, kind.transfer));
-  const Frame picture = mapped(mapper, strips(kind, signals));
+  const std::vector<Triple> greys{{203, 203, 203}, {26, 26, 26}, {0, 0, 0}};
+  const Frame picture = mapped(mapper, strips(kind, signalsOf(greys, kind.transfer)));
   const double white = (mean(inside(picture, 0, 0)) - 16) / 219;
   RecordProperty("white", std::to_string(white));
   EXPECT_GT(white, 0.86);
@@ -227,9 +236,7 @@ TEST_P(EachKind, HuesStay) {
   for (const Triple& rgb : {Triple{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 1, 1}, {1, 0, 1}, {1, 1, 0}}) {
     lights.push_back({rgb[0] * 203, rgb[1] * 203, rgb[2] * 203});
   }
-  std::vector<Triple> signals;
-  for (const Triple& light : lights) signals.push_back(signalOf(light, kind.transfer));
-  const Frame picture = mapped(mapper, strips(kind, signals));
+  const Frame picture = mapped(mapper, strips(kind, signalsOf(lights, kind.transfer)));
   double largest = 0;
   for (std::size_t i = 0; i < lights.size(); ++i) {
     const Triple shown = narrowXYZ(shownLight(picture, i));
@@ -250,7 +257,7 @@ TEST_P(EachKind, OddSizesAreFilledToTheirEdges) {
     int least = 255;
     int most = 0;
     for (int y = 0; y < (plane == 0 ? 29 : 15); ++y) {
-      const auto* row = picture->data[plane] + y * picture->linesize[plane];
+      const auto* row = rowOf(*picture, plane, y);
       least = std::min<int>(least, *std::min_element(row, row + (plane == 0 ? 61 : 31)));
       most = std::max<int>(most, *std::max_element(row, row + (plane == 0 ? 61 : 31)));
     }
@@ -307,9 +314,9 @@ const std::vector<Triple> dimColours{{60, 60, 60}, {60, 12, 8}, {9, 50, 12}, {10
 constexpr double tolerance = 2.5;  // 8-bit steps
 
 Frame dimPicture(AVColorTransferCharacteristic transfer) {
-  std::vector<Triple> signals;
-  for (const Triple& rgb : dimColours) signals.push_back(signalOf(wide(rgb), transfer));
-  return strips({"", AV_PIX_FMT_YUV420P10, transfer, AVCOL_RANGE_MPEG}, signals);
+  std::vector<Triple> lights(dimColours.size());
+  std::ranges::transform(dimColours, lights.begin(), wide);
+  return strips({"", AV_PIX_FMT_YUV420P10, transfer, AVCOL_RANGE_MPEG}, signalsOf(lights, transfer));
 }
 
 TEST(ToneMapper, CodesDimColoursAsBT709DoesForADisplayOfBT1886) {
@@ -348,7 +355,7 @@ TEST(ToneMapper, AgreesWithAnotherConverterOnDimColours) {
   for (const int plane : {0, 1, 2}) {
     const std::size_t width = static_cast<std::size_t>(plane == 0 ? source->width : source->width / 2);
     for (int y = 0; y < (plane == 0 ? strip : strip / 2); ++y, at += width) {
-      judged.standardOutput.copy(reinterpret_cast<char*>(other->data[plane] + y * other->linesize[plane]), width, at);
+      judged.standardOutput.copy(reinterpret_cast<char*>(rowOf(*other, plane, y)), width, at);
     }
   }
   ASSERT_EQ(at, judged.standardOutput.size());

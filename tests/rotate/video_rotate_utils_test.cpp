@@ -211,6 +211,8 @@ TEST_F(Rotate, WhatCannotBeDoneFailsAndLeavesNoFile) {
     const auto cropped = waitFor([&](auto& utils, auto done) { utils.cropVideo(URL(clip.path()), rect, done); });
     EXPECT_FALSE(cropped) << rect.size.width << " × " << rect.size.height;
   }
+  const BarCodeClip broken({.width = 160, .height = 90, .frameTimes = {0, 1, 2, 3}, .timescale = 90'000, .audioCodec = ""});
+  EXPECT_FALSE(waitFor([&](auto& utils, auto done) { utils.rotateVideo(URL(broken.path()), done); })) << "90000 a second";
   std::vector<Outcome> atOnce;
   VideoRotateUtils::make()->rotateVideo(URL("/nowhere/clip.mp4"), [&](const Outcome& outcome) { atOnce.push_back(outcome); });
   EXPECT_EQ(atOnce.size(), 1U) << "before the call returns";

@@ -260,7 +260,10 @@ Expected<void> ToneMapper::prepare(const AVFrame& picture) {
   ToneSource source;
   source.transfer = picture.color_trc;
   if (picture.color_primaries != AVCOL_PRI_UNSPECIFIED) source.primaries = picture.color_primaries;
-  if (picture.colorspace != AVCOL_SPC_UNSPECIFIED) source.matrix = picture.colorspace;
+  // BT.2100 knows no constant luminance: who writes that means the matrix that is usual.
+  if (picture.colorspace != AVCOL_SPC_UNSPECIFIED && picture.colorspace != AVCOL_SPC_BT2020_CL) {
+    source.matrix = picture.colorspace;
+  }
   source.fullRange = picture.color_range == AVCOL_RANGE_JPEG || format == AV_PIX_FMT_YUVJ420P;
   source.depth = av_pix_fmt_desc_get(format)->comp[0].depth;
   // A decoder may give the metadata with some pictures only: what was said once holds.

@@ -19,10 +19,11 @@ std::uint8_t readTone(const std::int16_t* values, int luma, int cb, int cr, int 
   const int along = (luma >> (ToneTable::lumaShift - lumaBits)) % lumaOne;
   const int alongU = (cb >> (ToneTable::chromaShift - chromaBits)) % chromaOne;
   const int alongV = (cr >> (ToneTable::chromaShift - chromaBits)) % chromaOne;
-  const std::int16_t* corner = values + (cr >> ToneTable::chromaShift) * ToneTable::nextV +
-                               (cb >> ToneTable::chromaShift) * ToneTable::nextU + (luma >> ToneTable::lumaShift);
+  const int corner = (cr >> ToneTable::chromaShift) * ToneTable::nextV +
+                     (cb >> ToneTable::chromaShift) * ToneTable::nextU + (luma >> ToneTable::lumaShift);
   const auto edge = [&](int offset) {
-    return (corner[offset] * (lumaOne - along) + corner[offset + 1] * along) >> lumaBits;
+    const std::int16_t* point = values + corner + offset;
+    return (point[0] * (lumaOne - along) + point[1] * along) >> lumaBits;
   };
   const auto face = [&](int offset) {
     return (edge(offset) * (chromaOne - alongU) + edge(offset + ToneTable::nextU) * alongU) >> chromaBits;

@@ -22,8 +22,8 @@ class CLIPWORKS_API AVMutableVideoComposition final {
   void setRenderSize(const CGSize& renderSize) { renderSize_ = renderSize; }
   [[nodiscard]] const CGSize& renderSize() const { return renderSize_; }
 
-  /// How long each picture of the output stays. Not a positive time: the export fails with
-  /// `AVError::invalidVideoComposition`.
+  /// How long each picture of the output stays. Not a positive time, or less than a thousandth of a second: the export
+  /// fails with `AVError::invalidVideoComposition`.
   void setFrameDuration(const CMTime& frameDuration) { frameDuration_ = frameDuration; }
   [[nodiscard]] const CMTime& frameDuration() const { return frameDuration_; }
 

@@ -17,6 +17,8 @@ namespace clipworks {
 namespace {
 
 constexpr double largestSide = 16'384;
+// More is no video, but a file whose times are broken, and would take hours.
+constexpr std::int64_t mostPicturesPerSecond = 1000;
 // A year at thirty pictures a second; the list of them alone takes 24 bytes a picture.
 constexpr std::int64_t mostPictures = std::int64_t{30} * 366 * 24 * 3600;
 
@@ -138,8 +140,12 @@ Result<engine::PictureJob, NSError> planRendering(const std::vector<const Export
   auto canvas = canvasOf(videoComposition.renderSize());
   if (!canvas) return failure(canvas.error());
   const CMTime frameDuration = videoComposition.frameDuration();
-  if (!frameDuration.isNumeric() || frameDuration.timescale <= 0 || frameDuration.value <= 0) {
-    return failure(invalid("the time that each rendered picture stays is not positive"));
+  if (!frameDuration.isNumeric() || frameDuration.timescale <= 0 || frameDuration.value <= 0 ||
+      frameDuration.value > INT64_MAX / mostPicturesPerSecond) {
+    return failure(invalid("the time that each rendered picture stays is no length"));
+  }
+  if (frameDuration.timescale > frameDuration.value * mostPicturesPerSecond) {
+    return failure(invalid("more than " + std::to_string(mostPicturesPerSecond) + " pictures a second are not rendered"));
   }
   const std::int64_t length = ticks(end, frameDuration.timescale, CMTimeRoundingMethod::roundTowardPositiveInfinity);
   const std::int64_t count = length / frameDuration.value + (length % frameDuration.value != 0 ? 1 : 0);
