@@ -10,6 +10,9 @@
 
 #include <gtest/gtest.h>
 
+#include <clipworks/engine/pictures/BGRAFromPlanar.h>
+#include <clipworks/engine/pictures/FramePadding.h>
+
 namespace clipworks::engine {
 namespace {
 
@@ -66,6 +69,45 @@ INSTANTIATE_TEST_SUITE_P(Matrices, PlanarFromBGRA,
                                          MatrixCase{"BT601", {6, 6, 6, false}, 0.299, 0.114},
                                          MatrixCase{"BT2020", {9, 14, 9, false}, 0.2627, 0.0593}),
                          [](const auto& testCase) { return testCase.param.name; });
+
+TEST_P(PlanarFromBGRA, AndBackIsWithinALevel) {
+  constexpr std::array<int, 7> levels{0, 16, 60, 128, 180, 235, 255};
+  const MatrixCase& c = GetParam();
+  const double lumaScale = c.colour.fullRange ? 1 : 255.0 / 219;
+  const double chromaScale = c.colour.fullRange ? 1 : 255.0 / 224;
+  auto frame = allocateFrame(5, 3, AV_PIX_FMT_YUV420P).value();
+  for (const int y : levels) {
+    for (const int u : levels) {
+      for (const int v : levels) {
+        for (std::size_t plane = 0; plane < 3; ++plane) {
+          const int level = plane == 0 ? y : plane == 1 ? u : v;
+          for (int row = 0; row < (plane == 0 ? 3 : 2); ++row) {
+            std::fill_n(frame->data[plane] + row * frame->linesize[plane], plane == 0 ? 5 : 3, static_cast<std::uint8_t>(level));
+          }
+        }
+        std::vector<std::uint8_t> pixels(4 * 5 * 3);
+        fillBGRA(*frame, c.colour.matrix, c.colour.fullRange, pixels.data(), 20);
+        const double luma = (y - (c.colour.fullRange ? 0 : 16)) * lumaScale;
+        const double red = luma + 2 * (1 - c.red) * (v - 128) * chromaScale;
+        const double blue = luma + 2 * (1 - c.blue) * (u - 128) * chromaScale;
+        const double green = (luma - c.red * red - c.blue * blue) / (1 - c.red - c.blue);
+        for (std::size_t pixel = 0; pixel < 15; ++pixel) {
+          const std::array<double, 4> wanted{blue, green, red, 255};
+          for (std::size_t i = 0; i < 4; ++i) {
+            ASSERT_NEAR(pixels[4 * pixel + i], std::clamp(wanted.at(i), 0.0, 255.0), 0.7) << i << " of " << y << ' ' << u << ' ' << v;
+          }
+        }
+        const bool isColour = std::min({red, green, blue}) >= 0 && std::max({red, green, blue}) <= 255;
+        if (!isColour) continue;
+        const auto again = planarFromBGRA(pixels.data(), 20, 5, 3, c.colour);
+        ASSERT_TRUE(again);
+        EXPECT_NEAR((*again)->data[0][0], y, 1);
+        EXPECT_NEAR((*again)->data[1][1], u, 1);
+        EXPECT_NEAR((*again)->data[2][1], v, 1);
+      }
+    }
+  }
+}
 
 TEST(PlanarFromBGRAChroma, IsThatOfTheMeanOfFourPixels) {
   // Rows of red and black, one column each; the mean is half of red.

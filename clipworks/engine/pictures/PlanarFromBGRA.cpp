@@ -6,6 +6,7 @@
 #include <vector>
 
 #include <clipworks/engine/pictures/FramePadding.h>
+#include <clipworks/engine/pictures/LumaWeights.h>
 
 namespace clipworks::engine {
 namespace {
@@ -31,29 +32,8 @@ struct Shares {
   std::uint16_t black;         // of luma, with the half level that rounds
 };
 
-struct Weights {
-  double red;
-  double blue;
-};
-
-Weights weightsOf(int matrix) {
-  switch (matrix) {
-    case AVCOL_SPC_BT709:
-      return {0.2126, 0.0722};
-    case AVCOL_SPC_BT2020_NCL:
-    case AVCOL_SPC_BT2020_CL:
-      return {0.2627, 0.0593};
-    case AVCOL_SPC_SMPTE240M:
-      return {0.212, 0.087};
-    case AVCOL_SPC_FCC:
-      return {0.30, 0.11};
-    default:
-      return {0.299, 0.114};
-  }
-}
-
 Shares sharesOf(const Colour& colour) {
-  const auto [red, blue] = weightsOf(colour.matrix);
+  const auto [red, blue] = lumaWeights(colour.matrix);
   const double green = 1 - red - blue;
   const double luma = colour.fullRange ? 1.0 : 219.0 / 255;
   const double chroma = (colour.fullRange ? 1.0 : 224.0 / 255) / 2;

@@ -2,7 +2,9 @@
 
 #include <libyuv.h>
 
+#include <clipworks/engine/pictures/BGRAFromPlanar.h>
 #include <clipworks/engine/pictures/FramePadding.h>
+#include <clipworks/engine/stills/StillColor.h>
 #include <clipworks/engine/stills/StillPixels.h>
 
 namespace clipworks::engine {
@@ -41,6 +43,11 @@ std::vector<std::uint8_t> copyBGRA(const Frame& picture) {
     return bytes;
   }
   const auto fit = checkStill(*picture);
+  const YUVMeaning meaning = meaningOf(*picture);
+  if (fit && canFillBGRA(formatWithoutRange(*picture))) {
+    fillBGRA(*picture, meaning.matrix, meaning.isFullRange, bytes.data(), stride);
+    return bytes;
+  }
   const Expected<Frame> planes = fit ? planarRGB(picture, SharedChroma::repeated) : tl::make_unexpected(fit.error());
   if (planes) packPlanes(**planes, bytes.data(), stride);
   return bytes;
