@@ -7,10 +7,12 @@
 namespace clipworks::engine {
 namespace {
 
-// They only have to bridge uneven work; a decoded 4K picture has 12 MB.
+// They bridge uneven work: whoever takes pictures out of a video backwards decodes a group of them first, and the
+// encoder should not stand still meanwhile. 2 pictures of 4K, 24 of 720p.
 std::size_t picturesUnderWay(const PictureEncodingSettings& settings) {
-  constexpr std::int64_t largePixels = 4'000'000;
-  return std::int64_t{settings.width} * settings.height > largePixels ? 2 : 4;
+  constexpr std::int64_t bytesUnderWay = 32LL << 20;
+  const std::int64_t bytes = std::int64_t{settings.width} * settings.height * 3 / 2;
+  return static_cast<std::size_t>(std::clamp<std::int64_t>(bytesUnderWay / std::max<std::int64_t>(bytes, 1), 2, 32));
 }
 
 // Fine enough that decode times can be told apart between pictures, and that players' own rounding does not show.
