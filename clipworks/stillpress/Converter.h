@@ -13,6 +13,7 @@ namespace clipworks {
 /// Why a picture could not be converted.
 class CLIPWORKS_API ConverterError {
  public:
+  /// Kinds of failures.
   enum class Code {
     /// The converter has no image.
     noImage,
@@ -22,8 +23,10 @@ class CLIPWORKS_API ConverterError {
     encodingFailed,
   };
 
+  /// `sentence` is for people, without a full stop.
   ConverterError(Code code, std::string sentence) : code_(code), sentence_(std::move(sentence)) {}
 
+  /// Which kind it is.
   [[nodiscard]] Code code() const { return code_; }
   /// One sentence for people, without a full stop.
   [[nodiscard]] const std::string& localizedDescription() const { return sentence_; }
