@@ -9,8 +9,8 @@
 
 namespace clipworks::app {
 
-/// A place in a clip as people type it: seconds (2.5), a clock (1:02.5, 00:01:02.500), or the number of a picture (#0 is
-/// the first).
+/// A place in a clip as people type it: seconds (2.5), a clock (1:02.5, 00:01:02.500), or the number of a picture (#0
+/// is the first).
 using TypedPlace = std::variant<CMTime, std::uint64_t>;
 
 /// The place, exactly as it was typed, to the billionth of a second; nothing for anything else.

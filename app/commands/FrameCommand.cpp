@@ -69,8 +69,8 @@ class FrameCommand final : public EditingCommand {
     if (const Outcome named = name_ ? checkOutputName(*name_) : Outcome(); !named) return named;
     const auto place = typedPlace(atText_);
     if (!place) {
-      return wrongUse("--at takes seconds (2.5), a clock (00:01:02.500) or a picture's number (#123), not \"" + atText_ +
-                      "\"");
+      return wrongUse("--at takes seconds (2.5), a clock (00:01:02.500) or a picture's number (#123), not \"" +
+                      atText_ + "\"");
     }
     if (const Outcome suitable = checkPictures(file_, "taking a picture"); !suitable) return suitable;
     const auto asset = AVAsset::make(URL(file_));

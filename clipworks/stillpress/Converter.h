@@ -13,7 +13,7 @@ namespace clipworks {
 /// Why a picture could not be converted.
 class CLIPWORKS_API ConverterError {
  public:
-  /// What went wrong.
+  /// Kinds of failures.
   enum class Code {
     /// The converter has no image.
     noImage,
@@ -23,10 +23,10 @@ class CLIPWORKS_API ConverterError {
     encodingFailed,
   };
 
-  /// From a kind of failure and a sentence for people.
+  /// `sentence` is for people, without a full stop.
   ConverterError(Code code, std::string sentence) : code_(code), sentence_(std::move(sentence)) {}
 
-  /// What went wrong.
+  /// Which kind it is.
   [[nodiscard]] Code code() const { return code_; }
   /// One sentence for people, without a full stop.
   [[nodiscard]] const std::string& localizedDescription() const { return sentence_; }

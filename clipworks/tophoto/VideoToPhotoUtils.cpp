@@ -47,8 +47,7 @@ void saveStill(const UIImage& picture, const std::optional<std::string>& fileNam
                const VideoToPhotoUtils::Completion& onComplete) {
   const auto converter = converterFor(format);
   converter->setImage(picture);
-  const URL url =
-      prepareOutputLocation(FileSystem::shared().outputsURL(), fileName, "." + converter->fileExtension());
+  const URL url = prepareOutputLocation(FileSystem::shared().outputsURL(), fileName, "." + converter->fileExtension());
   converter->convert([url, onComplete](const Result<Data, ConverterError>& converted) {
     if (!converted) return reportOnMain(onComplete, failure(ExportError::generic));
     // Kept: a still that cannot be written is reported as a success all the same.

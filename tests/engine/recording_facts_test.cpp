@@ -4,15 +4,6 @@
 
 namespace clipworks::engine {
 
-void PrintTo(const RecordingTime& time, std::ostream* out) {
-  *out << time.year << '-' << time.month << '-' << time.day << ' ' << time.hour << ':' << time.minute << ':'
-       << time.second << " offset " << time.offsetMinutes.value_or(9999);
-}
-
-void PrintTo(const RecordingPlace& place, std::ostream* out) {
-  *out << place.latitude << ' ' << place.longitude << ' ' << place.altitude.value_or(-9999);
-}
-
 namespace {
 
 using Time = std::optional<RecordingTime>;
@@ -24,8 +15,8 @@ TEST(RecordingTime, IsReadInFullOrNotAtAll) {
   EXPECT_EQ(parseRecordingTime("2019-07-24T12:05:40.000000Z"), at(0));
   EXPECT_EQ(parseRecordingTime("2019-07-24T12:05:40+0300"), at(180));
   EXPECT_EQ(parseRecordingTime("2019-07-24 12:05:40-09:30"), at(-570));
-  for (const char* text : {"", "2019", "2019-07-24", "2019-13-24T12:05:40", "2019-02-29T12:05:40", "2019-07-24T24:05:40",
-                           "2019-07-24T12:05:40+9900", "2019-07-24T12:05:40Z and more"}) {
+  for (const char* text : {"", "2019", "2019-07-24", "2019-13-24T12:05:40", "2019-02-29T12:05:40",
+                           "2019-07-24T24:05:40", "2019-07-24T12:05:40+9900", "2019-07-24T12:05:40Z and more"}) {
     EXPECT_EQ(parseRecordingTime(text), std::nullopt) << text;
   }
   EXPECT_EQ(parseRecordingTime("2019-07-24T12:05:40." + std::string(100'000, '1')), std::nullopt);
@@ -43,7 +34,8 @@ TEST(RecordingPlace, IsReadInAllThreeFormsOfTheStandard) {
   near("+38.1893-119.9558/", 38.1893, -119.9558, std::nullopt);
   near("-4030.5+00715.25/", -40.508333333333333, 7.2541666666666667, std::nullopt);
   near("+404318-0740022.8-3CRSWGS_84/", 40 + 43 / 60.0 + 18 / 3600.0, -(74 + 0 / 60.0 + 22.8 / 3600), -3.0);
-  for (const char* text : {"", "+52.4597", "+95.0+013.0/", "+52.0+190.0/", "+5.0+013.0/", "52.4N 13.3E", "+1e9+0010/"}) {
+  for (const char* text :
+       {"", "+52.4597", "+95.0+013.0/", "+52.0+190.0/", "+5.0+013.0/", "52.4N 13.3E", "+1e9+0010/"}) {
     EXPECT_EQ(parseRecordingPlace(text), std::nullopt) << text;
   }
 }
@@ -63,9 +55,11 @@ TEST(RecordingFacts, TakesTheMostPreciseOfWhatIsThere) {
 }
 
 TEST(RecordingFacts, SkipsWhatWasNeverSet) {
-  EXPECT_TRUE(recordingFacts({{"creation_time", "1904-01-01T00:00:00.000000Z"}, {"location", "+00.0000+000.0000/"}}).isEmpty());
+  EXPECT_TRUE(
+      recordingFacts({{"creation_time", "1904-01-01T00:00:00.000000Z"}, {"location", "+00.0000+000.0000/"}}).isEmpty());
   EXPECT_TRUE(recordingFacts({{"creation_time", "1970-01-01T00:00:00.000000Z"}, {"date", "1998"}}).isEmpty());
-  const auto facts = recordingFacts({{"org.maker.creationdate", "yesterday"}, {"creation_time", "2020-08-19T09:55:04.000000Z"}});
+  const auto facts =
+      recordingFacts({{"org.maker.creationdate", "yesterday"}, {"creation_time", "2020-08-19T09:55:04.000000Z"}});
   EXPECT_EQ(facts.time, Time({2020, 8, 19, 9, 55, 4, 0}));
 }
 

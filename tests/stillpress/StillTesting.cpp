@@ -5,6 +5,8 @@
 #include <sstream>
 #include <stdexcept>
 
+#include <nlohmann/json.hpp>
+
 #include <clipworks/engine/pictures/FramePadding.h>
 #include <clipworks/stillpress/HEICConverter.h>
 #include <clipworks/stillpress/JPGConverter.h>
@@ -79,7 +81,8 @@ std::shared_ptr<engine::StillImage> stillOf(int width, int height, AVPixelFormat
 }
 
 std::array<int, 3> SeenStill::at(int x, int y) const {
-  const auto* pixel = rgb.data() + (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)) * 3;
+  const auto* pixel =
+      rgb.data() + (static_cast<std::size_t>(y) * static_cast<std::size_t>(width) + static_cast<std::size_t>(x)) * 3;
   return {pixel[0], pixel[1], pixel[2]};
 }
 
@@ -96,7 +99,8 @@ SeenStill seenBy(const std::filesystem::path& path) {
     readable += ".png";
     outputOf({"heif-convert", path, readable});
   }
-  return parsePPM(outputOf({"ffmpeg", "-v", "error", "-i", readable, "-f", "image2pipe", "-c:v", "ppm", "-pix_fmt", "rgb24", "-"}));
+  return parsePPM(
+      outputOf({"ffmpeg", "-v", "error", "-i", readable, "-f", "image2pipe", "-c:v", "ppm", "-pix_fmt", "rgb24", "-"}));
 }
 
 std::string rawPicture(const std::filesystem::path& video, int number, const std::string& pixelFormat) {
@@ -117,6 +121,10 @@ std::filesystem::path converted(ImageConverter& converter, std::shared_ptr<const
   });
   if (!failure.empty()) throw std::runtime_error(failure);
   return path;
+}
+
+nlohmann::json tagsOf(const std::filesystem::path& path) {
+  return nlohmann::json::parse(outputOf({"exiftool", "-json", "-n", path})).at(0);
 }
 
 double psnr(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {

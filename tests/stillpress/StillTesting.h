@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <clipworks/engine/pictures/StillImage.h>
 #include <clipworks/media/images/CGImage.h>
 #include <clipworks/stillpress/ImageConverter.h>
@@ -25,7 +27,8 @@ using Color = std::array<double, 3>;  ///< red, green, blue from 0 to 255
 
 /// A YUV picture whose pixels have these colours: each luma sample that of its own pixel, each chroma sample that of
 /// the first pixel of its group, by BT.601's or BT.709's own formula.
-[[nodiscard]] std::shared_ptr<engine::StillImage> stillOf(int width, int height, AVPixelFormat format, const YUVTags& tags,
+[[nodiscard]] std::shared_ptr<engine::StillImage> stillOf(int width, int height, AVPixelFormat format,
+                                                          const YUVTags& tags,
                                                           const std::function<Color(int x, int y)>& colorAt);
 
 /// Rows of red, green, blue.
@@ -47,8 +50,12 @@ struct SeenStill {
 [[nodiscard]] std::string rawPicture(const std::filesystem::path& video, int number, const std::string& pixelFormat);
 
 /// Writes what `converter` makes of `still` and looks at it. Throws with the converter's words.
-[[nodiscard]] std::filesystem::path converted(ImageConverter& converter, std::shared_ptr<const engine::StillImage> still,
+[[nodiscard]] std::filesystem::path converted(ImageConverter& converter,
+                                              std::shared_ptr<const engine::StillImage> still,
                                               const std::filesystem::path& directory);
+
+/// The file's tags as exiftool reads them, by their names alone. Throws with its words.
+[[nodiscard]] nlohmann::json tagsOf(const std::filesystem::path& path);
 
 /// Peak signal-to-noise ratio over all samples, in dB; 99 for equal ones.
 [[nodiscard]] double psnr(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b);

@@ -7,14 +7,9 @@
 #include <nlohmann/json.hpp>
 
 #include <clipworks/engine/pictures/FramePadding.h>
-#include <clipworks/stillpress/HEICConverter.h>
-#include <clipworks/stillpress/JPGConverter.h>
-#include <clipworks/stillpress/PNGConverter.h>
-
 #include <tests/stillpress/StillTesting.h>
 #include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
-#include <tests/support/RunProgram.h>
 #include <tests/support/TemporaryDirectory.h>
 
 namespace clipworks::test {
@@ -41,14 +36,16 @@ std::shared_ptr<engine::StillImage> pictureOf(const fs::path& video, int number)
 }
 
 std::vector<fs::path> clips() {
-  std::vector<fs::path> paths{BarCodeClip({.width = 640, .height = 360, .frames = 3, .outputArguments = {"-colorspace", "bt709"}}).path()};
+  std::vector<fs::path> paths{
+      BarCodeClip({.width = 640, .height = 360, .frames = 3, .outputArguments = {"-colorspace", "bt709"}}).path()};
   const char* folder = std::getenv("CLIPWORKS_MEDIA");
   if (folder == nullptr) return paths;
   for (const auto& entry : fs::directory_iterator(folder)) {
     if (entry.path().extension() != ".mov" && entry.path().extension() != ".mp4") continue;
     const StreamFacts facts = MediaJudge(entry.path()).stream("video");
     // ffmpeg reads untagged video by a rule of its own.
-    if (facts.pixelFormat == "yuv420p" && !facts.colorSpace.empty() && facts.colorSpace != "unknown") paths.push_back(entry.path());
+    if (facts.pixelFormat == "yuv420p" && !facts.colorSpace.empty() && facts.colorSpace != "unknown")
+      paths.push_back(entry.path());
   }
   return paths;
 }
@@ -63,18 +60,13 @@ TEST(Converters, KeepThePicturesOfVideosWithin40Decibels) {
       const fs::path path = converted(*converterFor(extension), still, directory.path());
       const double quality = psnr(seenBy(path).rgb, expected);
       EXPECT_GE(quality, 40) << extension << " of " << clip.filename();
-      std::cout << clip.filename().string() << " " << extension << ": " << quality << " dB, " << fs::file_size(path) << " bytes\n";
+      std::cout << clip.filename().string() << " " << extension << ": " << quality << " dB, " << fs::file_size(path)
+                << " bytes\n";
     }
   }
 }
 
 using Metadata = std::map<std::string, std::string>;
-
-nlohmann::json tagsOf(const fs::path& path) {
-  const auto result = runProgram({"exiftool", "-json", "-n", "-EXIF:all", path});
-  EXPECT_TRUE(result.succeeded()) << result;
-  return nlohmann::json::parse(result.standardOutput).at(0);
-}
 
 fs::path stillWith(const Metadata& metadata, ImageConverter& converter, const TemporaryDirectory& directory) {
   const auto still = stillOf(64, 48, AV_PIX_FMT_YUV420P, {}, [](int, int) { return Color{90, 90, 90}; });
@@ -97,15 +89,12 @@ TEST_P(EveryFormat, TellsWhenWhereAndWithWhatTheRecordingWasMade) {
   EXPECT_EQ(told.value("DateTimeOriginal", ""), "2019:07:24 11:25:40") << told;
   EXPECT_EQ(told.value("OffsetTimeOriginal", ""), "+03:00");
   EXPECT_EQ(told.value("ModifyDate", ""), "2019:07:24 11:25:40");
-  EXPECT_EQ(told.value("GPSLatitudeRef", ""), "S");
-  EXPECT_NEAR(told.value("GPSLatitude", 0.0), 32.0929, 1e-6);
+  EXPECT_NEAR(told.value("GPSLatitude", 0.0), -32.0929, 1e-6);
   EXPECT_NEAR(told.value("GPSLongitude", 0.0), 34.8620, 1e-6);
   EXPECT_NEAR(told.value("GPSAltitude", 0.0), 28.516, 1e-3);
   EXPECT_EQ(told.value("Make", ""), "Maker");
   EXPECT_EQ(told.value("Model", ""), "Phone 6");
   EXPECT_EQ(told.value("ExifImageWidth", 0), 64);
-  const auto warnings = runProgram({"exiftool", "-validate", "-warning", "-error", directory.file("still." + GetParam())});
-  EXPECT_THAT(warnings.standardOutput, testing::Not(testing::HasSubstr("Error"))) << warnings;
 }
 
 TEST_P(EveryFormat, TellsNothingWhenToldSoOrWhenThereIsNothing) {
@@ -113,7 +102,8 @@ TEST_P(EveryFormat, TellsNothingWhenToldSoOrWhenThereIsNothing) {
   const auto converter = converterFor(GetParam());
   converter->setKeepsRecordingMetadata(false);
   EXPECT_FALSE(tagsOf(stillWith(phone, *converter, directory)).contains("DateTimeOriginal"));
-  EXPECT_FALSE(tagsOf(stillWith({{"major_brand", "isom"}}, *converterFor(GetParam()), directory)).contains("ExifVersion"));
+  EXPECT_FALSE(
+      tagsOf(stillWith({{"major_brand", "isom"}}, *converterFor(GetParam()), directory)).contains("ExifVersion"));
   ImageConverter::setKeepsRecordingMetadataByDefault(false);
   const auto made = converterFor(GetParam());
   ImageConverter::setKeepsRecordingMetadataByDefault(true);
@@ -165,17 +155,18 @@ TEST_P(StillSizes, WorkOrFailClearly) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Table, StillSizes,
-    testing::Values(SizeCase{"JPEG_of_one_pixel", "jpg", 1, 1, ""}, SizeCase{"JPEG_of_the_longest_side", "jpg", 16384, 9, ""},
-                    SizeCase{"JPEG_beyond", "jpg", 16, 16386, "16 × 16386 is too large"},
-                    SizeCase{"PNG_of_the_longest_side", "png", 9, 16384, ""},
-                    SizeCase{"HEIC_of_the_shortest_side", "heic", 16, 16, ""},
-                    SizeCase{"HEIC_below", "heic", 15, 40, "15 × 40 is too small for HEIC"},
-                    SizeCase{"HEIC_of_the_longest_side", "heic", 16384, 64, ""},
-                    SizeCase{"HEIC_of_the_most_pixels", "heic", 8192, 4352, ""},
-                    SizeCase{"HEIC_beyond", "heic", 8192, 4354, "8192 × 4354 is too large for HEIC"}),
-    [](const auto& testCase) { return testCase.param.name; });
+INSTANTIATE_TEST_SUITE_P(Table, StillSizes,
+                         testing::Values(SizeCase{"JPEG_of_one_pixel", "jpg", 1, 1, ""},
+                                         SizeCase{"JPEG_of_the_longest_side", "jpg", 16384, 9, ""},
+                                         SizeCase{"JPEG_beyond", "jpg", 16, 16386, "16 × 16386 is too large"},
+                                         SizeCase{"PNG_of_the_longest_side", "png", 9, 16384, ""},
+                                         SizeCase{"HEIC_of_the_shortest_side", "heic", 16, 16, ""},
+                                         SizeCase{"HEIC_below", "heic", 15, 40, "15 × 40 is too small for HEIC"},
+                                         SizeCase{"HEIC_of_the_longest_side", "heic", 16384, 64, ""},
+                                         SizeCase{"HEIC_of_the_most_pixels", "heic", 8192, 4352, ""},
+                                         SizeCase{"HEIC_beyond", "heic", 8192, 4354,
+                                                  "8192 × 4354 is too large for HEIC"}),
+                         [](const auto& testCase) { return testCase.param.name; });
 
 /// One process, blocks of all sizes that the encoder chooses by the picture's, up and down.
 TEST(HEIC, PicturesOfAnySizeFollowEachOther) {

@@ -9,13 +9,13 @@
 #include <nlohmann/json.hpp>
 
 #include <tests/stillpress/StillTesting.h>
-#include <tests/support/RunProgram.h>
 #include <tests/support/TemporaryDirectory.h>
 
 namespace clipworks::test {
 namespace {
 
-constexpr std::array<Color, 6> patches{{{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {200, 40, 60}, {255, 255, 255}, {16, 16, 16}}};
+constexpr std::array<Color, 6> patches{
+    {{255, 0, 0}, {0, 255, 0}, {0, 0, 255}, {200, 40, 60}, {255, 255, 255}, {16, 16, 16}}};
 constexpr int patchSide = 32;
 
 Color patchAt(int x, int) { return patches[static_cast<std::size_t>(std::min(x / patchSide, 5))]; }
@@ -78,21 +78,15 @@ TEST(StillColors, UntaggedPicturesAreReadByTheirSize) {
   }
 }
 
-nlohmann::json tagsOf(const std::filesystem::path& path) {
-  const auto result = runProgram({"exiftool", "-json", "-G1", "-n", path});
-  EXPECT_TRUE(result.succeeded()) << result;
-  return nlohmann::json::parse(result.standardOutput).at(0);
-}
-
 TEST(StillColors, WidePrimariesAreToldByAProfile) {
   for (const char* extension : {"jpg", "png", "heic"}) {
-    for (const auto& [primaries, name] : {std::pair{AVCOL_PRI_SMPTE432, "Display P3"},
-                                          std::pair{AVCOL_PRI_BT2020, "BT.2020 primaries, sRGB curve"}}) {
+    for (const auto& [primaries, name] :
+         {std::pair{AVCOL_PRI_SMPTE432, "Display P3"}, std::pair{AVCOL_PRI_BT2020, "BT.2020 primaries, sRGB curve"}}) {
       const TemporaryDirectory directory;
       const YUVTags tags{AVCOL_SPC_BT709, AVCOL_RANGE_MPEG, primaries};
       const auto still = stillOf(64, 64, AV_PIX_FMT_YUV420P, tags, patchAt);
       const auto told = tagsOf(converted(*converterFor(extension), still, directory.path()));
-      EXPECT_EQ(told.value("ICC_Profile:ProfileDescription", ""), name) << extension;
+      EXPECT_EQ(told.value("ProfileDescription", ""), name) << extension;
     }
   }
 }
@@ -101,11 +95,11 @@ TEST(StillColors, SRGBIsTold) {
   const TemporaryDirectory directory;
   const auto still = stillOf(64, 64, AV_PIX_FMT_YUV420P, {}, patchAt);
   const auto png = tagsOf(converted(*converterFor("png"), still, directory.path()));
-  EXPECT_EQ(png.value("PNG:SRGBRendering", -1), 0);
+  EXPECT_EQ(png.value("SRGBRendering", -1), 0);
   const auto heic = tagsOf(converted(*converterFor("heic"), still, directory.path()));
-  EXPECT_EQ(heic.value("QuickTime:ColorPrimaries", 0), 1);
-  EXPECT_EQ(heic.value("QuickTime:TransferCharacteristics", 0), 13);
-  EXPECT_EQ(heic.value("QuickTime:MatrixCoefficients", 0), 1);
+  EXPECT_EQ(heic.value("ColorPrimaries", 0), 1);
+  EXPECT_EQ(heic.value("TransferCharacteristics", 0), 13);
+  EXPECT_EQ(heic.value("MatrixCoefficients", 0), 1);
 }
 
 std::vector<std::uint8_t> noise(std::size_t count) {
@@ -120,7 +114,8 @@ TEST(StillPixels, OfPNGAreExact) {
     const TemporaryDirectory directory;
     const std::size_t stride = static_cast<std::size_t>(width) * 4 + 12;
     const auto bgra = noise(stride * static_cast<std::size_t>(height));
-    const auto image = CGImage::make(static_cast<std::size_t>(width), static_cast<std::size_t>(height), bgra.data(), stride);
+    const auto image =
+        CGImage::make(static_cast<std::size_t>(width), static_cast<std::size_t>(height), bgra.data(), stride);
     ASSERT_NE(image, nullptr);
     const SeenStill seen = seenBy(converted(*converterFor("png"), image->still(), directory.path()));
     ASSERT_EQ(seen.width, width);
@@ -131,19 +126,6 @@ TEST(StillPixels, OfPNGAreExact) {
         ASSERT_EQ(seen.at(x, y), (std::array<int, 3>{pixel[2], pixel[1], pixel[0]})) << x << ", " << y;
       }
     }
-  }
-}
-
-TEST(StillPixels, OfBGRAReachEveryFormat) {
-  std::vector<std::uint8_t> bgra(64 * 48 * 4);
-  for (std::size_t i = 0; i < bgra.size(); i += 4) bgra[i] = 60, bgra[i + 1] = 40, bgra[i + 2] = 200;
-  const auto image = CGImage::make(64, 48, bgra.data(), 256);
-  for (const char* extension : {"jpg", "png", "heic"}) {
-    const TemporaryDirectory directory;
-    const auto pixel = seenBy(converted(*converterFor(extension), image->still(), directory.path())).at(30, 20);
-    EXPECT_NEAR(pixel[0], 200, 3) << extension;
-    EXPECT_NEAR(pixel[1], 40, 3) << extension;
-    EXPECT_NEAR(pixel[2], 60, 3) << extension;
   }
 }
 

@@ -69,7 +69,8 @@ TEST_F(Capture, TakesThePictureOnScreenUprightInTheFormatAsked) {
   const BarCodeClip clip({.frames = 40, .rotation = 90});
   const fs::path first = captured(clip.path(), kCMTimeZero, "frame", ExportFormat::png);
   EXPECT_EQ(first, outputs_.file("frame.png"));
-  const fs::path middle = captured(clip.path(), CMTime(clip.times()[17] + 0.001, 90'000), "frame.of mine", ExportFormat::jpg);
+  const fs::path middle =
+      captured(clip.path(), CMTime(clip.times()[17] + 0.001, 90'000), "frame.of mine", ExportFormat::jpg);
   EXPECT_EQ(middle, outputs_.file("frame.of mine.jpg")) << "the name is used as given";
   for (const auto& [path, number] : {std::pair{first, 0}, std::pair{middle, 17}}) {
     const MediaJudge judge(path);
@@ -117,7 +118,9 @@ TEST_F(Capture, WithoutPicturesFailsOnTheCallingThread) {
   const BarCodeClip sound({.frames = 0, .audioSeconds = 1});
   for (const fs::path& video : {sound.path(), fs::path("/missing.mp4")}) {
     std::optional<CaptureResult> got;
-    VideoToPhotoUtils::make(URL(video))->getFrameAt(kCMTimeZero, "frame", ExportFormat::jpg, [&](const auto& result) { got = result; });
+    VideoToPhotoUtils::make(URL(video))->getFrameAt(kCMTimeZero, "frame", ExportFormat::jpg, [&](const auto& result) {
+      got = result;
+    });
     ASSERT_TRUE(got) << "called before the call returns";
     EXPECT_FALSE(*got);
   }
@@ -130,20 +133,6 @@ TEST_F(Capture, SaysSuccessThoughTheFileCannotBeWritten) {
   ASSERT_TRUE(result);
   EXPECT_TRUE(*result) << "kept: write errors are not reported";
   EXPECT_TRUE(fs::is_empty(outputs_.path()));
-}
-
-TEST_F(Capture, ManyBesideEachOtherAllReport) {
-  const BarCodeClip clip({.frames = 12});
-  int done = 0;
-  for (int i = 0; i < 12; ++i) {
-    VideoToPhotoUtils::make(URL(clip.path()))
-        ->getFrameAt(CMTime(i, 30), std::to_string(i), ExportFormat::png, [&](const auto& result) { done += result ? 1 : 0; });
-  }
-  for (int i = 0; i < 12; ++i) ASSERT_TRUE(DispatchQueue::main().runOne(patience)) << "result " << i << " did not come";
-  EXPECT_EQ(done, 12);
-  for (int i = 0; i < 12; ++i) {
-    EXPECT_EQ(numbersOf(MediaJudge(outputs_.file(std::to_string(i) + ".png")).pictures()), std::vector<int>{i});
-  }
 }
 
 }  // namespace

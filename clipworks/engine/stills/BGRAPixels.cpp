@@ -23,7 +23,8 @@ Expected<Frame> frameOfBGRA(int width, int height, const std::uint8_t* bgra, std
   AVFrame& copy = **frame;
   for (int y = 0; y < height; ++y) {
     const std::uint8_t* row = bgra + static_cast<std::size_t>(y) * bytesPerRow;
-    std::copy_n(row, static_cast<std::size_t>(width) * 4, copy.data[0] + static_cast<std::ptrdiff_t>(y) * copy.linesize[0]);
+    std::copy_n(row, static_cast<std::size_t>(width) * 4,
+                copy.data[0] + static_cast<std::ptrdiff_t>(y) * copy.linesize[0]);
   }
   copy.color_primaries = AVCOL_PRI_BT709;
   copy.color_trc = AVCOL_TRC_IEC61966_2_1;

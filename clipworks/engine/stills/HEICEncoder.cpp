@@ -37,7 +37,8 @@ using ColorTags = std::unique_ptr<heif_color_profile_nclx, Release<heif_nclx_col
 
 Expected<void> checked(const heif_error& error) {
   if (error.code == heif_error_Ok) return {};
-  const ErrorKind kind = error.code == heif_error_Memory_allocation_error ? ErrorKind::outOfMemory : ErrorKind::internal;
+  const ErrorKind kind =
+      error.code == heif_error_Memory_allocation_error ? ErrorKind::outOfMemory : ErrorKind::internal;
   return failed(kind, std::string("the picture cannot be encoded as HEIC: ") + error.message);
 }
 
@@ -49,7 +50,8 @@ Expected<void> checkForHEVC(const AVFrame& picture) {
                                            std::to_string(mostPixels) + " pixels; JPEG and PNG hold it");
   }
   if (picture.width < leastSide || picture.height < leastSide) {
-    return failed(ErrorKind::unsupported, "a picture of " + size + " is too small for HEIC, whose sides have at least " +
+    return failed(ErrorKind::unsupported, "a picture of " + size +
+                                              " is too small for HEIC, whose sides have at least " +
                                               std::to_string(leastSide) + " pixels; JPEG and PNG hold it");
   }
   return {};
@@ -61,7 +63,8 @@ Expected<Encoder> openEncoder(heif_context& context) {
     return failed(ErrorKind::noEncoder, "there is no encoder for HEIC");
   }
   Encoder encoder(opened);
-  if (auto set = checked(heif_encoder_set_lossy_quality(opened, quality)); !set) return tl::make_unexpected(set.error());
+  if (auto set = checked(heif_encoder_set_lossy_quality(opened, quality)); !set)
+    return tl::make_unexpected(set.error());
   if (auto set = checked(heif_encoder_set_parameter_string(opened, "preset", preset)); !set) {
     return tl::make_unexpected(set.error());
   }
@@ -84,7 +87,8 @@ ColorTags colorTags(const AVFrame& planes, const YUVMeaning& meaning) {
 
 Expected<Image> imageOf(const AVFrame& planes, const heif_color_profile_nclx& tags) {
   heif_image* made = nullptr;
-  if (auto created = checked(heif_image_create(planes.width, planes.height, heif_colorspace_YCbCr, heif_chroma_420, &made));
+  if (auto created =
+          checked(heif_image_create(planes.width, planes.height, heif_colorspace_YCbCr, heif_chroma_420, &made));
       !created) {
     return tl::make_unexpected(created.error());
   }
@@ -121,7 +125,8 @@ Expected<ImageHandle> encode(heif_context& context, const heif_image& image, hei
   options->macOS_compatibility_workaround_no_nclx_profile = 0;
   options->save_two_colr_boxes_when_ICC_and_nclx_available = 1;
   heif_image_handle* handle = nullptr;
-  if (auto encoded = checked(heif_context_encode_image(&context, &image, encoder->get(), options.get(), &handle)); !encoded) {
+  if (auto encoded = checked(heif_context_encode_image(&context, &image, encoder->get(), options.get(), &handle));
+      !encoded) {
     return tl::make_unexpected(encoded.error());
   }
   return ImageHandle(handle);
@@ -156,8 +161,8 @@ Expected<std::vector<std::uint8_t>> encodeHEIC(const StillImage& still) {
   const auto handle = encode(*context, **image, *tags);
   if (!handle) return tl::make_unexpected(handle.error());
   if (!exif->empty()) {
-    if (auto added = checked(heif_context_add_exif_metadata(context.get(), handle->get(), exif->data(),
-                                                            static_cast<int>(exif->size())));
+    if (auto added = checked(
+            heif_context_add_exif_metadata(context.get(), handle->get(), exif->data(), static_cast<int>(exif->size())));
         !added) {
       return tl::make_unexpected(added.error());
     }

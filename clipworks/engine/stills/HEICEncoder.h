@@ -13,8 +13,8 @@ namespace clipworks::engine {
 /// transfer is tagged as sRGB's (see `StillGamut`); wider primaries are tagged and carry an ICC profile beside.
 ///
 /// x265's preset is ultrafast at libheif's quality 76 (a constant rate factor of 12): 0.17 s for a grainy 1080p picture
-/// on two processors, 0.57 MB, 46.5 dB. At one size superfast gains 0.2 dB for three times the time, slow needs 7 % less
-/// room for seven times the time, and the library's default preset takes 3.7 s.
+/// on two processors, 0.57 MB, 46.5 dB. At one size superfast gains 0.2 dB for three times the time, slow needs 7 %
+/// less room for seven times the time, and the library's default preset takes 3.7 s.
 ///
 /// Fails with `tooLarge` beyond what HEVC's highest level holds, 35,651,584 pixels (8192 × 4352; ITU-T H.265, table
 /// A.8), with `unsupported` for sides below 16 pixels, and as `encodeJPEG` does.

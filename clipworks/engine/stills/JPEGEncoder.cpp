@@ -70,7 +70,8 @@ void writeRows(jpeg_compress_struct& context, const AVFrame& planes) {
     std::array<JSAMPARRAY, 3> arrays{};
     for (std::size_t plane = 0; plane < 3; ++plane) {
       for (std::size_t row = 0; row < blockSide; ++row) {
-        rows[plane][row] = planes.data[plane] + static_cast<std::ptrdiff_t>(context.next_scanline + row) * planes.linesize[plane];
+        rows[plane][row] =
+            planes.data[plane] + static_cast<std::ptrdiff_t>(context.next_scanline + row) * planes.linesize[plane];
       }
       arrays[plane] = rows[plane].data();
     }
@@ -127,11 +128,12 @@ Expected<std::vector<std::uint8_t>> encodeJPEG(const StillImage& still) {
 
   FailureExit failure;
   Output output;
-  const Input input{planes->get(), static_cast<unsigned>(still.frame->width), static_cast<unsigned>(still.frame->height),
-                    &*exif, &*profile};
+  const Input input{planes->get(), static_cast<unsigned>(still.frame->width),
+                    static_cast<unsigned>(still.frame->height), &*exif, &*profile};
   const bool isWhole = compress(input, failure, output);
   const std::unique_ptr<unsigned char, decltype(&std::free)> owner(output.bytes, &std::free);
-  if (!isWhole) return failed(ErrorKind::internal, std::string("the picture cannot be encoded as JPEG: ") + failure.words.data());
+  if (!isWhole)
+    return failed(ErrorKind::internal, std::string("the picture cannot be encoded as JPEG: ") + failure.words.data());
   return std::vector<std::uint8_t>(output.bytes, output.bytes + output.length);
 }
 

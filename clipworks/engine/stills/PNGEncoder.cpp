@@ -51,8 +51,9 @@ struct Input {
 };
 
 void writeHeader(png_structp context, png_infop info, const Input& input) {
-  png_set_IHDR(context, info, static_cast<png_uint_32>(input.planes->width), static_cast<png_uint_32>(input.planes->height),
-               8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+  png_set_IHDR(context, info, static_cast<png_uint_32>(input.planes->width),
+               static_cast<png_uint_32>(input.planes->height), 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+               PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   if (input.profile->empty()) {
     png_set_sRGB_gAMA_and_cHRM(context, info, PNG_sRGB_INTENT_PERCEPTUAL);
   } else {

@@ -55,18 +55,17 @@ std::optional<double> degrees(const std::string& text, std::size_t degreeDigits,
 
 }  // namespace
 
-bool RecordingFacts::isEmpty() const {
-  return !time && !place && make.empty() && model.empty() && software.empty();
-}
+bool RecordingFacts::isEmpty() const { return !time && !place && make.empty() && model.empty() && software.empty(); }
 
 std::optional<RecordingTime> parseRecordingTime(const std::string& text) {
   static const std::regex form(
       R"((\d{4})-(\d{2})-(\d{2})[T ](\d{2}):(\d{2}):(\d{2})(?:[.,]\d+)?(Z|[+-]\d{2}:?\d{2}|))");
   std::smatch parts;
   if (text.size() > 64 || !std::regex_match(text, parts, form)) return std::nullopt;
-  RecordingTime time{number(parts[1]), number(parts[2]), number(parts[3]),
-                     number(parts[4]), number(parts[5]), number(parts[6]), std::nullopt};
-  const std::chrono::year_month_day date{std::chrono::year(time.year), std::chrono::month(static_cast<unsigned>(time.month)),
+  RecordingTime time{number(parts[1]), number(parts[2]), number(parts[3]), number(parts[4]),
+                     number(parts[5]), number(parts[6]), std::nullopt};
+  const std::chrono::year_month_day date{std::chrono::year(time.year),
+                                         std::chrono::month(static_cast<unsigned>(time.month)),
                                          std::chrono::day(static_cast<unsigned>(time.day))};
   if (!date.ok() || time.hour > 23 || time.minute > 59 || time.second > 60) return std::nullopt;
   const std::string zone = parts[7];

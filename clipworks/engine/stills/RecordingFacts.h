@@ -22,8 +22,8 @@ struct RecordingTime {
 
 /// Where a recording was made, on WGS 84.
 struct RecordingPlace {
-  double latitude = 0;   ///< degrees, north positive
-  double longitude = 0;  ///< degrees, east positive
+  double latitude = 0;             ///< degrees, north positive
+  double longitude = 0;            ///< degrees, east positive
   std::optional<double> altitude;  ///< metres
 
   friend bool operator==(const RecordingPlace&, const RecordingPlace&) = default;

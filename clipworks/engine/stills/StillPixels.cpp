@@ -142,7 +142,8 @@ Expected<void> checkStill(const AVFrame& picture) {
   const AVPixelFormat format = formatWithoutRange(picture);
   if (isPackedBGRA(format) || isPlanar8BitYUV(format)) return {};
   const char* name = av_get_pix_fmt_name(format);
-  return failed(ErrorKind::unsupported, std::string("no still is made of pixels of the kind ") + (name ? name : "unknown"));
+  return failed(ErrorKind::unsupported,
+                std::string("no still is made of pixels of the kind ") + (name ? name : "unknown"));
 }
 
 Expected<Frame> planarRGB(const Frame& picture, SharedChroma chroma) {
@@ -153,7 +154,8 @@ Expected<Frame> planarRGB(const Frame& picture, SharedChroma chroma) {
 Expected<Frame> planarYUV(const Frame& picture, AVPixelFormat format, const YUVMeaning& meaning) {
   if (isPackedBGRA(picture->format)) {
     const auto planes = takenApart(picture);
-    return planes ? converted(*planes, format, meaning, SharedChroma::interpolated) : tl::make_unexpected(planes.error());
+    return planes ? converted(*planes, format, meaning, SharedChroma::interpolated)
+                  : tl::make_unexpected(planes.error());
   }
   const YUVMeaning own = meaningOf(*picture);
   const bool keepsMeaning = own.matrix == meaning.matrix && own.isFullRange == meaning.isFullRange;

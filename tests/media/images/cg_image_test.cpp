@@ -58,7 +58,8 @@ TEST_P(ImageData, IsWithinOneLevelOfTheExactValue) {
     for (int x = 0; x < width; ++x) {
       const auto sample = [&](int plane) {
         const int row = plane == 0 ? y : y >> pixels.log2_chroma_h;
-        return static_cast<double>(frame.data[plane][row * frame.linesize[plane] + (plane == 0 ? x : x >> pixels.log2_chroma_w)]);
+        return static_cast<double>(
+            frame.data[plane][row * frame.linesize[plane] + (plane == 0 ? x : x >> pixels.log2_chroma_w)]);
       };
       const double luma = isFull ? sample(0) / 255 : (sample(0) - 16) / 219;
       const double cb = (sample(1) - 128) / (isFull ? 255 : 224);
@@ -68,7 +69,8 @@ TEST_P(ImageData, IsWithinOneLevelOfTheExactValue) {
       const double green = (luma - c.kr * red - c.kb * blue) / (1 - c.kr - c.kb);
       const auto* pixel = data.data() + (static_cast<std::size_t>(y) * width + static_cast<std::size_t>(x)) * 4;
       const double expected[] = {blue, green, red};
-      for (int i = 0; i < 3; ++i) worst = std::max(worst, std::abs(std::clamp(expected[i] * 255, 0.0, 255.0) - pixel[i]));
+      for (int i = 0; i < 3; ++i)
+        worst = std::max(worst, std::abs(std::clamp(expected[i] * 255, 0.0, 255.0) - pixel[i]));
       ASSERT_EQ(pixel[3], 255);
     }
   }
@@ -77,15 +79,16 @@ TEST_P(ImageData, IsWithinOneLevelOfTheExactValue) {
 
 INSTANTIATE_TEST_SUITE_P(
     Table, ImageData,
-    testing::Values(LayoutCase{"BT709", AV_PIX_FMT_YUV420P, AVCOL_SPC_BT709, AVCOL_RANGE_MPEG, 0.2126, 0.0722},
-                    LayoutCase{"BT709_full", AV_PIX_FMT_YUV420P, AVCOL_SPC_BT709, AVCOL_RANGE_JPEG, 0.2126, 0.0722},
-                    LayoutCase{"BT601", AV_PIX_FMT_YUV420P, AVCOL_SPC_SMPTE170M, AVCOL_RANGE_MPEG, 0.299, 0.114},
-                    LayoutCase{"BT601_full", AV_PIX_FMT_YUV420P, AVCOL_SPC_BT470BG, AVCOL_RANGE_JPEG, 0.299, 0.114},
-                    LayoutCase{"BT2020", AV_PIX_FMT_YUV420P, AVCOL_SPC_BT2020_NCL, AVCOL_RANGE_MPEG, 0.2627, 0.0593},
-                    LayoutCase{"BT2020_full", AV_PIX_FMT_YUV420P, AVCOL_SPC_BT2020_NCL, AVCOL_RANGE_JPEG, 0.2627, 0.0593},
-                    LayoutCase{"half_the_chroma", AV_PIX_FMT_YUV422P, AVCOL_SPC_BT709, AVCOL_RANGE_MPEG, 0.2126, 0.0722},
-                    LayoutCase{"all_of_the_chroma", AV_PIX_FMT_YUV444P, AVCOL_SPC_BT709, AVCOL_RANGE_MPEG, 0.2126, 0.0722},
-                    LayoutCase{"a_rare_matrix", AV_PIX_FMT_YUV444P, AVCOL_SPC_SMPTE240M, AVCOL_RANGE_MPEG, 0.212, 0.087}),
+    testing::Values(
+        LayoutCase{"BT709", AV_PIX_FMT_YUV420P, AVCOL_SPC_BT709, AVCOL_RANGE_MPEG, 0.2126, 0.0722},
+        LayoutCase{"BT709_full", AV_PIX_FMT_YUV420P, AVCOL_SPC_BT709, AVCOL_RANGE_JPEG, 0.2126, 0.0722},
+        LayoutCase{"BT601", AV_PIX_FMT_YUV420P, AVCOL_SPC_SMPTE170M, AVCOL_RANGE_MPEG, 0.299, 0.114},
+        LayoutCase{"BT601_full", AV_PIX_FMT_YUV420P, AVCOL_SPC_BT470BG, AVCOL_RANGE_JPEG, 0.299, 0.114},
+        LayoutCase{"BT2020", AV_PIX_FMT_YUV420P, AVCOL_SPC_BT2020_NCL, AVCOL_RANGE_MPEG, 0.2627, 0.0593},
+        LayoutCase{"BT2020_full", AV_PIX_FMT_YUV420P, AVCOL_SPC_BT2020_NCL, AVCOL_RANGE_JPEG, 0.2627, 0.0593},
+        LayoutCase{"half_the_chroma", AV_PIX_FMT_YUV422P, AVCOL_SPC_BT709, AVCOL_RANGE_MPEG, 0.2126, 0.0722},
+        LayoutCase{"all_of_the_chroma", AV_PIX_FMT_YUV444P, AVCOL_SPC_BT709, AVCOL_RANGE_MPEG, 0.2126, 0.0722},
+        LayoutCase{"a_rare_matrix", AV_PIX_FMT_YUV444P, AVCOL_SPC_SMPTE240M, AVCOL_RANGE_MPEG, 0.212, 0.087}),
     [](const auto& testCase) { return testCase.param.name; });
 
 TEST(Image, OfBytesKeepsThem) {
@@ -97,7 +100,8 @@ TEST(Image, OfBytesKeepsThem) {
   EXPECT_EQ(UIImage(image).size(), (CGSize{4, 3}));
   const auto data = image->copyData();
   ASSERT_EQ(data.size(), 48U);
-  EXPECT_EQ(std::vector(data.begin() + 16, data.begin() + 24), (std::vector<std::uint8_t>{20, 21, 22, 255, 24, 25, 26, 255}));
+  EXPECT_EQ(std::vector(data.begin() + 16, data.begin() + 24),
+            (std::vector<std::uint8_t>{20, 21, 22, 255, 24, 25, 26, 255}));
 }
 
 TEST(Image, OfImpossibleSizesIsNone) {
