@@ -21,21 +21,6 @@ bool isAligned(const AVFrame& frame) {
   return true;
 }
 
-AVPixelFormat plainKind(int format) {
-  switch (format) {
-    case AV_PIX_FMT_YUVJ420P:
-      return AV_PIX_FMT_YUV420P;
-    case AV_PIX_FMT_YUVJ422P:
-      return AV_PIX_FMT_YUV422P;
-    case AV_PIX_FMT_YUVJ444P:
-      return AV_PIX_FMT_YUV444P;
-    case AV_PIX_FMT_YUVJ440P:
-      return AV_PIX_FMT_YUV440P;
-    default:
-      return static_cast<AVPixelFormat>(format);
-  }
-}
-
 zimgxx::zimage_format describe(AVPixelFormat format, int width, int height, bool fullRange, AVChromaLocation location) {
   const AVPixFmtDescriptor* pixels = av_pix_fmt_desc_get(format);
   zimgxx::zimage_format image;
@@ -93,6 +78,21 @@ Expected<std::unique_ptr<PictureResampler::Graph>> PictureResampler::Graph::buil
     return graph;
   } catch (const zimgxx::zerror& error) {
     return failed(ErrorKind::unsupported, std::string("pictures cannot be converted: ") + error.msg);
+  }
+}
+
+AVPixelFormat plainKind(int format) {
+  switch (format) {
+    case AV_PIX_FMT_YUVJ420P:
+      return AV_PIX_FMT_YUV420P;
+    case AV_PIX_FMT_YUVJ422P:
+      return AV_PIX_FMT_YUV422P;
+    case AV_PIX_FMT_YUVJ444P:
+      return AV_PIX_FMT_YUV444P;
+    case AV_PIX_FMT_YUVJ440P:
+      return AV_PIX_FMT_YUV440P;
+    default:
+      return static_cast<AVPixelFormat>(format);
   }
 }
 

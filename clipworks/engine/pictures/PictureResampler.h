@@ -16,6 +16,9 @@ struct PictureWindow {
   friend bool operator==(const PictureWindow&, const PictureWindow&) = default;
 };
 
+/// The kind without the range in its name: "yuvj420p" is "yuv420p".
+[[nodiscard]] AVPixelFormat plainKind(int format);
+
 /// The same picture with its range in the field for it only, not in the name of its kind ("yuvj420p").
 [[nodiscard]] Frame withPlainKind(const Frame& picture);
 

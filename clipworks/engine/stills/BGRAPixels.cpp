@@ -4,6 +4,7 @@
 
 #include <clipworks/engine/pictures/BGRAFromPlanar.h>
 #include <clipworks/engine/pictures/FramePadding.h>
+#include <clipworks/engine/pictures/PictureResampler.h>
 #include <clipworks/engine/stills/StillColor.h>
 #include <clipworks/engine/stills/StillPixels.h>
 
@@ -45,7 +46,7 @@ std::vector<std::uint8_t> copyBGRA(const Frame& picture) {
   }
   const auto fit = checkStill(*picture);
   const YUVMeaning meaning = meaningOf(*picture);
-  if (fit && canFillBGRA(formatWithoutRange(*picture))) {
+  if (fit && canFillBGRA(plainKind(picture->format))) {
     fillBGRA(*picture, meaning.matrix, meaning.isFullRange, bytes.data(), stride);
     return bytes;
   }

@@ -6,6 +6,8 @@
 #include <array>
 #include <memory>
 
+#include <clipworks/engine/pictures/PictureResampler.h>
+
 namespace clipworks::engine {
 namespace {
 
@@ -91,24 +93,9 @@ YUVMeaning meaningOf(const AVFrame& frame) {
       // Pictures are upright here, so that the lines of a portrait video are its shorter side.
       meaning.matrix = std::min(frame.width, frame.height) >= 720 ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M;
   }
-  meaning.isFullRange = frame.color_range == AVCOL_RANGE_JPEG || formatWithoutRange(frame) != frame.format;
+  meaning.isFullRange = frame.color_range == AVCOL_RANGE_JPEG || plainKind(frame.format) != frame.format;
   if (frame.chroma_location != AVCHROMA_LOC_UNSPECIFIED) meaning.chromaLocation = frame.chroma_location;
   return meaning;
-}
-
-AVPixelFormat formatWithoutRange(const AVFrame& frame) {
-  switch (frame.format) {
-    case AV_PIX_FMT_YUVJ420P:
-      return AV_PIX_FMT_YUV420P;
-    case AV_PIX_FMT_YUVJ422P:
-      return AV_PIX_FMT_YUV422P;
-    case AV_PIX_FMT_YUVJ444P:
-      return AV_PIX_FMT_YUV444P;
-    case AV_PIX_FMT_YUVJ440P:
-      return AV_PIX_FMT_YUV440P;
-    default:
-      return static_cast<AVPixelFormat>(frame.format);
-  }
 }
 
 }  // namespace clipworks::engine

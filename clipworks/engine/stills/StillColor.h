@@ -32,7 +32,4 @@ struct YUVMeaning {
 /// Untagged pictures count as BT.709 from 720 lines on and as BT.601 below, in video range.
 [[nodiscard]] YUVMeaning meaningOf(const AVFrame& frame);
 
-/// The same format without a range in its name: the range of `yuvj420p` and its like is a field of `YUVMeaning`.
-[[nodiscard]] AVPixelFormat formatWithoutRange(const AVFrame& frame);
-
 }  // namespace clipworks::engine

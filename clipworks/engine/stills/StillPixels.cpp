@@ -8,6 +8,7 @@
 
 #include <clipworks/engine/Limits.h>
 #include <clipworks/engine/pictures/FramePadding.h>
+#include <clipworks/engine/pictures/PictureResampler.h>
 
 namespace clipworks::engine {
 namespace {
@@ -89,7 +90,7 @@ Expected<void> runGraph(const AVFrame& from, const YUVMeaning& fromMeaning, cons
 // Whole groups of chroma in both formats, at aligned addresses: what zimg asks for.
 Expected<Frame> prepared(const Frame& picture, AVPixelFormat target) {
   Frame source = shareFrame(picture);
-  source->format = formatWithoutRange(*picture);
+  source->format = plainKind(picture->format);
   int groupWidth = 1;
   int groupHeight = 1;
   for (const int format : {source->format, static_cast<int>(target)}) {
@@ -139,7 +140,7 @@ Expected<void> checkStill(const AVFrame& picture) {
                                            std::to_string(picture.height) + " is too large: a side may have " +
                                            std::to_string(limits::maxPictureSide) + " pixels");
   }
-  const AVPixelFormat format = formatWithoutRange(picture);
+  const AVPixelFormat format = plainKind(picture.format);
   if (isPackedBGRA(format) || isPlanar8BitYUV(format)) return {};
   const char* name = av_get_pix_fmt_name(format);
   return failed(ErrorKind::unsupported,
@@ -159,7 +160,7 @@ Expected<Frame> planarYUV(const Frame& picture, AVPixelFormat format, const YUVM
   }
   const YUVMeaning own = meaningOf(*picture);
   const bool keepsMeaning = own.matrix == meaning.matrix && own.isFullRange == meaning.isFullRange;
-  if (keepsMeaning && formatWithoutRange(*picture) == format) return shareFrame(picture);
+  if (keepsMeaning && plainKind(picture->format) == format) return shareFrame(picture);
   return converted(picture, format, meaning, SharedChroma::interpolated);
 }
 

@@ -32,11 +32,12 @@ Result<engine::Canvas, NSError> canvasOf(const CGSize& size) {
   return engine::Canvas{static_cast<int>(std::lround(size.width)), static_cast<int>(std::lround(size.height))};
 }
 
-/// From the decoded picture to the canvas: to its natural size first, then as the layer says.
+/// From the decoded picture to the canvas: what is shown of it to its natural size first, then as the layer says.
 engine::AffineMap mapOf(const MediaTrack& media, const CGAffineTransform& layer) {
   const auto& facts = media.facts();
-  const CGAffineTransform whole =
-      CGAffineTransformScale(layer, facts.naturalWidth / facts.codedWidth, facts.naturalHeight / facts.codedHeight);
+  const CGAffineTransform scaled =
+      CGAffineTransformScale(layer, facts.naturalWidth / facts.shown.width, facts.naturalHeight / facts.shown.height);
+  const CGAffineTransform whole = CGAffineTransformTranslate(scaled, -facts.shown.left, -facts.shown.top);
   return {whole.a, whole.b, whole.c, whole.d, whole.tx, whole.ty};
 }
 
