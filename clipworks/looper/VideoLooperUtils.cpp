@@ -4,10 +4,10 @@
 #include <string>
 
 #include <clipworks/filedeck/FileSystem.h>
+#include <clipworks/foundation/ExportOutcome.h>
 #include <clipworks/foundation/HEVCSupport.h>
 #include <clipworks/foundation/OutputLocation.h>
 #include <clipworks/media/base/PrintedLines.h>
-#include <clipworks/media/base/PrintedText.h>
 #include <clipworks/media/dispatch/DispatchQueue.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
 
@@ -39,18 +39,6 @@ void limitToFreeSpace(AVAssetExportSession* session) {
   if (!capacity) return;
   printLine("Current capacity: " + std::to_string(*capacity));
   if (session != nullptr) session->setFileLengthLimit(*capacity);
-}
-
-Result<URL, VideoLooperError> outcome(const AVAssetExportSession& session, const URL& url) {
-  switch (session.status()) {
-    case AVAssetExportSessionStatus::completed:
-      return url;
-    case AVAssetExportSessionStatus::failed:
-      printLine("FAILED: " + printedOptional(session.error()));
-      return failure(VideoLooperError::generic);
-    default:
-      return failure(VideoLooperError::generic);
-  }
 }
 
 }  // namespace
@@ -92,7 +80,8 @@ void VideoLooperUtils::exportCurrentComposition(ExportCompletion onComplete) {
   if (session == nullptr) return;  // kept: no completion then
 
   session->exportAsynchronously([session, url, onComplete = std::move(onComplete)] {
-    DispatchQueue::main().async([onComplete, result = outcome(*session, url)] { onComplete(result); });
+    const auto result = exportOutcome<VideoLooperError>(*session, url, "FAILED: ");
+    DispatchQueue::main().async([onComplete, result] { onComplete(result); });
   });
 }
 

@@ -4,10 +4,10 @@
 #include <utility>
 
 #include <clipworks/filedeck/FileSystem.h>
+#include <clipworks/foundation/ExportOutcome.h>
 #include <clipworks/foundation/HEVCSupport.h>
 #include <clipworks/foundation/OutputLocation.h>
 #include <clipworks/media/base/PrintedLines.h>
-#include <clipworks/media/base/PrintedText.h>
 #include <clipworks/media/base/SettingsDictionary.h>
 #include <clipworks/media/base/SettingsKeys.h>
 #include <clipworks/media/base/UUID.h>
@@ -34,18 +34,6 @@ std::string_view presetFor(ExportQuality quality, bool hasHEVC) {
       return AVAssetExportPresetPassthrough;
   }
   return AVAssetExportPresetPassthrough;
-}
-
-Result<URL, NarrationError> outcome(const AVAssetExportSession& session, const URL& url) {
-  switch (session.status()) {
-    case AVAssetExportSessionStatus::completed:
-      return url;
-    case AVAssetExportSessionStatus::failed:
-      printLine("Failed: " + printedOptional(session.error()));
-      return failure(NarrationError::generic);
-    default:
-      return failure(NarrationError::generic);
-  }
 }
 
 }  // namespace
@@ -153,7 +141,8 @@ void VideoNarrationUtils::exportComposition(ExportQuality quality, ExportComplet
   session->setOutputFileType(AVFileTypeMPEG4);
   session->setAudioMix(currentAudioMix_);
   session->exportAsynchronously([session, url, onComplete = std::move(onComplete)] {
-    DispatchQueue::main().async([onComplete, result = outcome(*session, url)] { onComplete(result); });
+    const auto result = exportOutcome<NarrationError>(*session, url, "Failed: ");
+    DispatchQueue::main().async([onComplete, result] { onComplete(result); });
   });
 }
 

@@ -4,10 +4,10 @@
 #include <utility>
 
 #include <clipworks/filedeck/FileSystem.h>
+#include <clipworks/foundation/ExportOutcome.h>
 #include <clipworks/foundation/HEVCSupport.h>
 #include <clipworks/foundation/OutputLocation.h>
 #include <clipworks/media/base/PrintedLines.h>
-#include <clipworks/media/base/PrintedText.h>
 #include <clipworks/media/dispatch/DispatchQueue.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
 
@@ -21,18 +21,6 @@ std::string_view presetFor(ConversionQuality quality) {
   if (quality == ConversionQuality::low) return AVAssetExportPresetLowQuality;
   return HEVCSupport::hasHEVCHardwareEncoder() ? AVAssetExportPresetHEVCHighestQuality
                                                : AVAssetExportPresetHighestQuality;
-}
-
-Result<URL, ConversionError> outcome(const AVAssetExportSession& session, const URL& url) {
-  switch (session.status()) {
-    case AVAssetExportSessionStatus::completed:
-      return url;
-    case AVAssetExportSessionStatus::failed:
-      printLine("FAILED: " + printedOptional(session.error()));
-      return failure(ConversionError::generic);
-    default:
-      return failure(ConversionError::generic);
-  }
 }
 
 }  // namespace
@@ -84,7 +72,8 @@ void VideoSpeedConverter::applySpeedChange(double startTime, double endTime, dou
   session->setOutputURL(url);
   session->setOutputFileType(AVFileTypeMPEG4);
   session->exportAsynchronously([session, url, onComplete = std::move(onComplete)] {
-    DispatchQueue::main().async([onComplete, result = outcome(*session, url)] { onComplete(result); });
+    const auto result = exportOutcome<ConversionError>(*session, url, "FAILED: ");
+    DispatchQueue::main().async([onComplete, result] { onComplete(result); });
   });
 }
 
