@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <future>
 #include <memory>
 #include <optional>
@@ -226,17 +227,24 @@ TEST_F(Writer, RoundsOddSizesUpAndScalesOtherOnes) {
 
 TEST_F(Writer, MakesAppendsWaitRatherThanHoldingPictures) {
   start(h264(1920, 1080));
-  CodedPixels pixels(1920, 1080, 0);
-  // Noise takes the encoder far longer than any build of ours takes to hand it over.
+  // Pictures of noise, each unlike the one before, take the encoder far longer than it takes to hand them over.
   std::mt19937 noise(1);
-  for (auto& byte : pixels.bytes) byte = static_cast<std::uint8_t>(noise());
+  std::array<std::vector<std::uint32_t>, 2> pixels;
+  std::array<std::shared_ptr<CVPixelBuffer>, 2> pictures;
+  for (std::size_t i = 0; i < 2; ++i) {
+    pixels[i].resize(1920 * 1080 * 3 / 2 / sizeof(std::uint32_t));
+    std::generate(pixels[i].begin(), pixels[i].end(), std::ref(noise));
+    auto* const luma = reinterpret_cast<std::uint8_t*>(pixels[i].data());
+    pictures[i] = CVPixelBufferCreateWithPlanarBytes(1920, 1080, kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange, luma, 1920,
+                                                     luma + 1920 * 1080, 1920, nullptr);
+  }
   constexpr int most = 1000;
   int taken = 0;
-  while (taken < most && input_->isReadyForMoreMediaData()) adaptor_->append(pixels.buffer(), CMTime(taken++, 30));
+  for (; taken < most && input_->isReadyForMoreMediaData(); ++taken) adaptor_->append(pictures[taken % 2], CMTime(taken, 30));
   EXPECT_LT(taken, most) << "there has to be a time without room";
   writer_->cancelWriting();
   EXPECT_TRUE(input_->isReadyForMoreMediaData()) << "nobody waits for ever";
-  EXPECT_FALSE(adaptor_->append(pixels.buffer(), CMTime(taken, 30)));
+  EXPECT_FALSE(adaptor_->append(pictures[0], CMTime(taken, 30)));
   EXPECT_EQ(finish(*writer_), AVAssetWriterStatus::cancelled);
   EXPECT_TRUE(fs::is_empty(directory_.path()));
 }
