@@ -1,8 +1,10 @@
 #pragma once
 
+#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 #include <clipworks/media/asset/AVAsset.h>
@@ -62,6 +64,10 @@ class CLIPWORKS_API NextLevelSessionExporter : public std::enable_shared_from_th
 
  private:
   explicit NextLevelSessionExporter(std::shared_ptr<AVAsset> asset) : asset_(std::move(asset)) {}
+  using Outcome = Result<AVAssetExportSessionStatus, NSError>;
+  Outcome carryOut(const ProgressHandler& progressHandler);
+  [[nodiscard]] Result<std::shared_ptr<AVAssetExportSession>, NSError> makeSession() const;
+  void run(AVAssetExportSession& session, const ProgressHandler& progressHandler);
 
   std::shared_ptr<AVAsset> asset_;
   AVFileType outputFileType_ = AVFileTypeMPEG4;
@@ -69,6 +75,13 @@ class CLIPWORKS_API NextLevelSessionExporter : public std::enable_shared_from_th
   std::optional<CMTimeRange> timeRange_;
   SettingsDictionary videoConfiguration_;
   SettingsDictionary audioConfiguration_;
+
+  std::mutex mutex_;
+  std::condition_variable ended_;
+  bool hasStarted_ = false;                         // guarded by mutex_, like all below
+  bool isCancelled_ = false;
+  bool sessionEnded_ = false;
+  std::shared_ptr<AVAssetExportSession> session_;  // while it exports
 };
 
 }  // namespace clipworks
