@@ -7,6 +7,7 @@
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/input/MediaFile.h>
+#include <clipworks/engine/output/RateTrim.h>
 
 namespace clipworks::engine {
 
@@ -70,6 +71,8 @@ class VideoEncoder {
  private:
   explicit VideoEncoder(CodecContext context) : context_(std::move(context)) {}
   CodecContext context_;
+  std::optional<RateTrim> trim_;  // where the library lets the rate be changed on the way
+  std::optional<std::int64_t> firstTime_;
 };
 
 }  // namespace clipworks::engine
