@@ -30,7 +30,7 @@ class RateTrim {
   }
 
  private:
-  static constexpr double secondsToMend = 4;
+  static constexpr double secondsToMend = 2.5;
   static constexpr double leastShare = 0.7;
   static constexpr double greatestShare = 1.5;
   static constexpr double step = 0.02;

@@ -25,7 +25,7 @@ class PictureFitter {
  private:
   int width_;
   int height_;
-  PictureResampler resampler_;
+  PictureResampler resampler_{ResamplingFilter::lanczos};
 };
 
 }  // namespace clipworks::engine
