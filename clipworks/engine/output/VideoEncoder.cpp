@@ -1,5 +1,7 @@
 #include <clipworks/engine/output/VideoEncoder.h>
 
+#include <algorithm>
+
 #include <clipworks/engine/LibraryErrors.h>
 
 namespace clipworks::engine {
@@ -14,12 +16,23 @@ AVPixelFormat pixelFormatFor(const VideoEncoderSettings& settings) {
   return settings.codec == VideoCodec::hevc && settings.bitDepth > 8 ? AV_PIX_FMT_YUV420P10 : AV_PIX_FMT_YUV420P;
 }
 
+/// Nearly all of the buffer may come on top of the average, so short clips have a small one.
+double bufferSeconds(double length) { return length > 0 ? std::clamp(length / 5, 0.25, 1.0) : 1.0; }
+
+/// A buffer that is filled at just the average rate keeps the encoder closer to it than its own one-pass control, which
+/// may be a fifth off after ten seconds.
+void askFor(std::int64_t bitRate, AVCodecContext& context) {
+  context.bit_rate = bitRate;
+  context.rc_max_rate = bitRate;
+}
+
 void applyOptions(const VideoEncoderSettings& settings, AVCodecContext& context) {
   void* own = context.priv_data;
   av_opt_set(own, "preset", settings.speed.c_str(), 0);
   av_opt_set_int(own, "forced-idr", 1, 0);
   if (settings.averageBitRate > 0) {
-    context.bit_rate = settings.averageBitRate;
+    askFor(settings.averageBitRate, context);
+    context.rc_buffer_size = static_cast<int>(static_cast<double>(settings.averageBitRate) * bufferSeconds(settings.length));
   } else {
     av_opt_set_double(own, "crf", settings.quality, 0);
   }
@@ -87,7 +100,9 @@ Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& settings) 
                                                 " × " + std::to_string(settings.height) + " pictures",
                                             ErrorKind::noEncoder));
   }
-  return VideoEncoder(std::move(context));
+  VideoEncoder encoder(std::move(context));
+  if (settings.averageBitRate > 0 && settings.codec == VideoCodec::h264) encoder.trim_.emplace(settings.averageBitRate);
+  return encoder;
 }
 
 CodecParameters VideoEncoder::format() const {
@@ -103,6 +118,8 @@ int VideoEncoder::reorderDepth() const {
 }
 
 Expected<void> VideoEncoder::push(const Frame& picture, std::int64_t time, bool startsAnew) {
+  if (trim_) askFor(trim_->wanted(), *context_);
+  if (!firstTime_) firstTime_ = time;
   Frame frame = shareFrame(picture);
   frame->pts = time;
   frame->pict_type = startsAnew ? AV_PICTURE_TYPE_I : AV_PICTURE_TYPE_NONE;
@@ -127,6 +144,7 @@ Expected<std::optional<Packet>> VideoEncoder::pull() {
   const int code = avcodec_receive_packet(context_.get(), packet.get());
   if (code == AVERROR(EAGAIN) || code == AVERROR_EOF) return std::nullopt;
   if (code < 0) return tl::make_unexpected(libraryError(code, "a picture cannot be encoded", ErrorKind::internal));
+  if (trim_) trim_->coded(packet->size, av_q2d(context_->time_base) * static_cast<double>(packet->pts - *firstTime_));
   return packet;
 }
 

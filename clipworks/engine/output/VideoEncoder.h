@@ -7,6 +7,7 @@
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/input/MediaFile.h>
+#include <clipworks/engine/output/RateTrim.h>
 
 namespace clipworks::engine {
 
@@ -39,6 +40,7 @@ struct VideoEncoderSettings {
   std::string speed = "medium";   ///< the encoder library's preset
   double quality = 20;            ///< constant rate factor, when `averageBitRate` is 0
   std::int64_t averageBitRate = 0;  ///< bits a second
+  double length = 0;                ///< seconds of all that will be encoded, for the rate control; 0 when unknown
 };
 
 /// The smallest side that the encoders here take; smaller pictures are padded to it.
@@ -70,6 +72,8 @@ class VideoEncoder {
  private:
   explicit VideoEncoder(CodecContext context) : context_(std::move(context)) {}
   CodecContext context_;
+  std::optional<RateTrim> trim_;  // where the library lets the rate be changed on the way
+  std::optional<std::int64_t> firstTime_;
 };
 
 }  // namespace clipworks::engine

@@ -51,6 +51,7 @@ struct PictureResampler::Graph {
     int width;
     int height;
     AVPixelFormat format;
+    ResamplingFilter filter;
     bool operator==(const Kind&) const = default;
   };
 
@@ -67,8 +68,8 @@ Expected<std::unique_ptr<PictureResampler::Graph>> PictureResampler::Graph::buil
   source.active_region = {kind.window.left, kind.window.top, kind.window.width, kind.window.height};
   const auto target = describe(kind.format, kind.width, kind.height, fullRange, kind.chroma);
   zimgxx::zfilter_graph_builder_params parameters;
-  parameters.resample_filter = ZIMG_RESIZE_BICUBIC;
-  parameters.resample_filter_uv = ZIMG_RESIZE_BICUBIC;
+  parameters.resample_filter = kind.filter == ResamplingFilter::lanczos ? ZIMG_RESIZE_LANCZOS : ZIMG_RESIZE_BICUBIC;
+  parameters.resample_filter_uv = parameters.resample_filter;
   parameters.dither_type = target.depth < source.depth ? ZIMG_DITHER_ERROR_DIFFUSION : ZIMG_DITHER_NONE;
   try {
     auto graph = std::unique_ptr<Graph>(new Graph{kind, zimgxx::FilterGraph::build(source, target, &parameters)});
@@ -114,7 +115,7 @@ bool isResampled(AVPixelFormat format) {
   return (pixels->flags & unfit) == 0;
 }
 
-PictureResampler::PictureResampler() = default;
+PictureResampler::PictureResampler(ResamplingFilter filter) : filter_(filter) {}
 PictureResampler::PictureResampler(PictureResampler&&) noexcept = default;
 PictureResampler& PictureResampler::operator=(PictureResampler&&) noexcept = default;
 PictureResampler::~PictureResampler() = default;
@@ -132,7 +133,7 @@ Expected<Frame> PictureResampler::resample(const Frame& picture, const PictureWi
     source = std::move(*aligned);
   }
   const Graph::Kind kind{source->width, source->height, source->format, source->color_range, source->chroma_location,
-                         window, width, height, format};
+                         window, width, height, format, filter_};
   if (graph_ == nullptr || graph_->kind != kind) {
     auto built = Graph::build(kind);
     if (!built) return tl::make_unexpected(built.error());

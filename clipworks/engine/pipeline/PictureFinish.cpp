@@ -1,6 +1,7 @@
 #include <clipworks/engine/pipeline/PictureFinish.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include <clipworks/engine/pictures/FramePadding.h>
 
@@ -11,7 +12,9 @@ PictureFinish::PictureFinish(const PictureJob& job, AVPixelFormat format)
       format_(format),
       keepsHighRange_(isHighDynamicRange(static_cast<AVColorTransferCharacteristic>(job.encoder.colour.transfer))),
       converter_(job.encoder.width, job.encoder.height, format, job.fit) {
-  if (job.canvas) renderer_.emplace(job.canvas->width, job.canvas->height, format);
+  if (!job.canvas) return;
+  renderer_.emplace(job.canvas->width, job.canvas->height, format);
+  fitter_.emplace(job.canvas->width, job.canvas->height);
 }
 
 Expected<Frame> PictureFinish::finish(const PictureRun& run, const std::vector<Frame>& frames) {
@@ -53,7 +56,25 @@ Expected<Frame> PictureFinish::asEncoded(const Frame& frame, PictureResampler& r
   return picture;
 }
 
+bool PictureFinish::isFitted(const PictureRun& run, const std::vector<Frame>& frames) const {
+  // The renderer is exact where nothing is scaled.
+  const auto isScaled = [](const AffineMap& map) { return std::hypot(map.a, map.b) != 1 || std::hypot(map.c, map.d) != 1; };
+  const RunLayer& layer = run.layers.front();
+  const bool evenCanvas = job_.canvas->width % 2 == 0 && job_.canvas->height % 2 == 0;
+  return run.layers.size() == 1 && layer.opacity >= 1 && evenCanvas && isScaled(layer.map) &&
+         fitter_->covers(*frames.front(), layer.map);
+}
+
+/// Scaled first, so that tones are mapped on the smaller picture.
+Expected<Frame> PictureFinish::fitted(const Frame& frame, const AffineMap& map) {
+  const Frame plain = withPlainKind(frame);
+  const bool mapsTones = !keepsHighRange_ && isHighDynamicRange(plain->color_trc);
+  auto picture = fitter_->fit(plain, map, mapsTones ? static_cast<AVPixelFormat>(plain->format) : format_);
+  return picture && mapsTones ? toneMapper_.map(*picture) : std::move(picture);
+}
+
 Expected<Frame> PictureFinish::rendered(const PictureRun& run, const std::vector<Frame>& frames) {
+  if (isFitted(run, frames)) return fitted(frames.front(), run.layers.front().map);
   layerConverters_.resize(std::max(layerConverters_.size(), frames.size()));
   std::vector<PictureLayer> layers;
   for (std::size_t i = 0; i < frames.size(); ++i) {

@@ -7,6 +7,7 @@
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/pictures/PictureConverter.h>
+#include <clipworks/engine/pictures/PictureFitter.h>
 #include <clipworks/engine/pictures/PictureRenderer.h>
 #include <clipworks/engine/pictures/ToneMapper.h>
 #include <clipworks/engine/pipeline/ExportJob.h>
@@ -28,6 +29,8 @@ class PictureFinish {
   Expected<Frame> standardRange(const Frame& frame);
   Expected<Frame> asEncoded(const Frame& frame, PictureResampler& resampler) const;
   Expected<Frame> rendered(const PictureRun& run, const std::vector<Frame>& frames);
+  Expected<Frame> fitted(const Frame& frame, const AffineMap& map);
+  [[nodiscard]] bool isFitted(const PictureRun& run, const std::vector<Frame>& frames) const;
   [[nodiscard]] bool isShownAgain(const PictureRun& run, const std::vector<Frame>& frames) const;
 
   const PictureJob& job_;
@@ -37,6 +40,7 @@ class PictureFinish {
   PictureConverter converter_;  // to the encoder's size and kind
   std::vector<PictureResampler> layerConverters_;  // to the encoder's kind, one for each layer
   std::optional<PictureRenderer> renderer_;
+  std::optional<PictureFitter> fitter_;
 
   // A picture often stays on screen for several of a rendered track's times.
   const PictureRun* lastRun_ = nullptr;

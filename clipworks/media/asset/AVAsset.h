@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,6 +27,8 @@ class CLIPWORKS_API AVAsset : public std::enable_shared_from_this<AVAsset> {
   AVAsset(const AVAsset&) = delete;
   AVAsset& operator=(const AVAsset&) = delete;
 
+  /// The file that was asked for; nothing for compositions.
+  [[nodiscard]] virtual std::optional<URL> url() const { return std::nullopt; }
   /// The file's length as its movie header tells it, in the movie's own time scale; zero when nothing is known.
   /// Of a composition: the end of the track that ends last.
   [[nodiscard]] virtual CMTime duration() const = 0;

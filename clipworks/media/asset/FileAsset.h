@@ -16,6 +16,7 @@ class FileAsset final : public AVAsset {
  public:
   explicit FileAsset(URL url) : url_(std::move(url)) {}
 
+  [[nodiscard]] std::optional<URL> url() const override { return url_; }
   [[nodiscard]] CMTime duration() const override;
   [[nodiscard]] std::vector<std::shared_ptr<AVAssetTrack>> tracks() const override;
   [[nodiscard]] std::map<std::string, std::string> metadata() const override;

@@ -13,6 +13,7 @@
 #include <clipworks/media/export/EncoderAvailability.h>
 #include <clipworks/media/export/ExportPlan.h>
 #include <clipworks/media/export/ExportPreset.h>
+#include <clipworks/media/export/ExportSession.h>
 
 namespace clipworks {
 namespace {
@@ -214,12 +215,16 @@ std::vector<ExportedTrack> ExportSession::exportedTracks() const {
 std::shared_ptr<AVAssetExportSession> AVAssetExportSession::make(const std::shared_ptr<AVAsset>& asset,
                                                                  std::string_view presetName) {
   const auto preset = exportPreset(presetName);
-  if (asset == nullptr || !preset) return nullptr;
-  if (preset->videoCodec) {
-    const bool hevc = *preset->videoCodec == engine::VideoCodec::hevc;
+  return asset == nullptr || !preset ? nullptr : makeExportSession(asset, presetName, *preset);
+}
+
+std::shared_ptr<AVAssetExportSession> makeExportSession(const std::shared_ptr<AVAsset>& asset, std::string_view name,
+                                                        const ExportPreset& preset) {
+  if (preset.videoCodec) {
+    const bool hevc = *preset.videoCodec == engine::VideoCodec::hevc;
     if (!EncoderAvailability::isAvailable(hevc ? VideoCodecKind::hevc : VideoCodecKind::h264)) return nullptr;
   }
-  return std::make_shared<ExportSession>(asset, presetName, *preset);
+  return std::make_shared<ExportSession>(asset, name, preset);
 }
 
 std::vector<std::shared_ptr<AVAssetExportSession>> AVAssetExportSession::liveSessions() {

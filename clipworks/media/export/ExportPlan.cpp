@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <clipworks/media/asset/MediaTrack.h>
+#include <clipworks/media/export/FittedPlan.h>
 #include <clipworks/media/export/PicturePlan.h>
 #include <clipworks/media/export/RenderPlan.h>
 #include <clipworks/media/export/SoundPlan.h>
@@ -74,6 +75,18 @@ Result<void, NSError> planPictures(const std::vector<const ExportTrack*>& tracks
   return {};
 }
 
+Result<void, NSError> planFittedPictures(const std::vector<const ExportTrack*>& tracks, const ExportPreset& preset,
+                                         ExportPlan& plan) {
+  if (tracks.empty()) return {};
+  auto job = planFitted(*tracks.front(), preset);
+  if (!job) return failure(job.error());
+  if (!*job) return {};
+  plan.job.pictures = std::move(**job);
+  plan.tracks.push_back({AVMediaType::video, false, engine::VideoEncoder::libraryName(*preset.videoCodec),
+                         "The pictures are encoded: their size is asked for."});
+  return {};
+}
+
 Result<void, NSError> planRenderedPictures(const std::vector<const ExportTrack*>& tracks,
                                            const AVMutableVideoComposition& videoComposition, const CMTime& end,
                                            const ExportPreset& preset, ExportPlan& plan) {
@@ -113,8 +126,9 @@ Result<ExportPlan, NSError> planExport(const std::vector<ExportTrack>& tracks,
     end = CMTimeMaximum(end, track.segments.back().target.end());
   }
 
-  auto planned = videoComposition == nullptr ? planPictures(pictures, preset, plan)
-                                             : planRenderedPictures(pictures, *videoComposition, end, preset, plan);
+  auto planned = videoComposition != nullptr ? planRenderedPictures(pictures, *videoComposition, end, preset, plan)
+                 : preset.fixedSize          ? planFittedPictures(pictures, preset, plan)
+                                             : planPictures(pictures, preset, plan);
   if (!planned) return failure(planned.error());
   auto soundJob = planSound(sound, preset);
   if (!soundJob) return failure(soundJob.error());

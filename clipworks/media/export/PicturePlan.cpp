@@ -302,19 +302,24 @@ void setEncodedSize(engine::PictureJob& job, double width, double height, const 
   job.encoder.height = even(height);
 }
 
+void setNominalRate(engine::PictureJob& job, const ExportPreset& preset) {
+  std::optional<double> rate = preset.frameRate;
+  const auto& pictures = firstRunWithMedia(job)->pictures;
+  if (!rate && pictures.size() > 1) {
+    const std::int64_t length = pictures.back().time - pictures.front().time;
+    rate = static_cast<double>(pictures.size() - 1) * job.timescale / static_cast<double>(length);
+  }
+  if (rate) job.encoder.frameRate = {std::lround(std::clamp(*rate, 1.0, 1000.0) * 1000), 1000};
+}
+
 void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset) {
   const auto* first = firstRunWithMedia(job);
   const MediaTrack media(first->file, first->stream);
   applyPreset(job.encoder, preset, media);
   job.encoder.timescale = job.timescale;
+  job.encoder.length = static_cast<double>(job.end) / job.timescale;
   setEncodedSize(job, media.facts().codedWidth, media.facts().codedHeight, preset);
-
-  const auto& pictures = first->pictures;
-  if (pictures.size() > 1) {
-    const std::int64_t length = pictures.back().time - pictures.front().time;
-    const double rate = static_cast<double>(pictures.size() - 1) * job.timescale / static_cast<double>(length);
-    job.encoder.frameRate = {std::lround(std::clamp(rate, 1.0, 1000.0) * 1000), 1000};
-  }
+  setNominalRate(job, preset);
 }
 
 }  // namespace clipworks

@@ -28,6 +28,9 @@ void applyPreset(engine::VideoEncoderSettings& encoder, const ExportPreset& pres
 /// The encoder's size for pictures of `width` × `height`: even, and no larger than the preset says.
 void setEncodedSize(engine::PictureJob& job, double width, double height, const ExportPreset& preset);
 
+/// The rate of the pictures of the job's first run with any, for the rate control.
+void setNominalRate(engine::PictureJob& job, const ExportPreset& preset);
+
 /// The encoder's settings for a job whose pictures are encoded.
 void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset);
 

@@ -32,15 +32,6 @@ Result<engine::Canvas, NSError> canvasOf(const CGSize& size) {
   return engine::Canvas{static_cast<int>(std::lround(size.width)), static_cast<int>(std::lround(size.height))};
 }
 
-/// From the decoded picture to the canvas: what is shown of it to its natural size first, then as the layer says.
-engine::AffineMap mapOf(const MediaTrack& media, const CGAffineTransform& layer) {
-  const auto& facts = media.facts();
-  const CGAffineTransform scaled =
-      CGAffineTransformScale(layer, facts.naturalWidth / facts.shown.width, facts.naturalHeight / facts.shown.height);
-  const CGAffineTransform whole = CGAffineTransformTranslate(scaled, -facts.shown.left, -facts.shown.top);
-  return {whole.a, whole.b, whole.c, whole.d, whole.tx, whole.ty};
-}
-
 /// The pictures of a video composition, drawn one after the other; neighbours with the same layers are one run.
 class Rendering {
  public:
@@ -59,7 +50,7 @@ class Rendering {
       if (!shown) return failure(errorFromEngine(shown.error()));
       if (!*shown) continue;
       const auto& media = *(*shown)->media;
-      layers.push_back({media.file(), media.stream(), {}, mapOf(media, layer->transform(t)), layer->opacity(t)});
+      layers.push_back({media.file(), media.stream(), {}, mapToCanvas(media, layer->transform(t)), layer->opacity(t)});
       pictures.push_back(static_cast<std::uint32_t>((*shown)->picture));
     }
     append(std::move(layers), pictures, tick);
@@ -133,6 +124,14 @@ const MediaTrack* firstMedia(const std::vector<const ExportTrack*>& tracks) {
 }
 
 }  // namespace
+
+engine::AffineMap mapToCanvas(const MediaTrack& media, const CGAffineTransform& layer) {
+  const auto& facts = media.facts();
+  const CGAffineTransform scaled =
+      CGAffineTransformScale(layer, facts.naturalWidth / facts.shown.width, facts.naturalHeight / facts.shown.height);
+  const CGAffineTransform whole = CGAffineTransformTranslate(scaled, -facts.shown.left, -facts.shown.top);
+  return {whole.a, whole.b, whole.c, whole.d, whole.tx, whole.ty};
+}
 
 Result<engine::PictureJob, NSError> planRendering(const std::vector<const ExportTrack*>& tracks,
                                                   const AVMutableVideoComposition& videoComposition, const CMTime& end,

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include <clipworks/engine/pipeline/ExportJob.h>
+#include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/base/NSError.h>
 #include <clipworks/media/base/Result.h>
 #include <clipworks/media/composition/AVMutableVideoComposition.h>
@@ -10,6 +11,10 @@
 #include <clipworks/media/export/ExportPreset.h>
 
 namespace clipworks {
+
+/// From the decoded picture of `media` to a canvas: what is shown of it to its natural size first, then as `layer`, which
+/// maps points of the natural size, says.
+[[nodiscard]] engine::AffineMap mapToCanvas(const MediaTrack& media, const CGAffineTransform& layer);
 
 /// Lays out what `videoComposition` draws, picture by picture, until `end`: which picture each layer shows, where it
 /// lies, and how all of it is coded. `tracks` are those of pictures; one of them at least has a picture.

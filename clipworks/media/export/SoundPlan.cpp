@@ -55,6 +55,23 @@ engine::SoundPiece pieceOf(const MediaSegment& segment) {
   return piece;
 }
 
+/// The rate and the channels that leave nothing of the sources out.
+engine::SoundEncoderSettings encoderFor(const std::vector<engine::SoundLane>& lanes, const ExportPreset& preset) {
+  engine::SoundEncoderSettings encoder;
+  encoder.sampleRate = lowRate;
+  bool allMono = true;
+  for (const auto& lane : lanes) {
+    const auto& facts = lane.file->stream(lane.stream);
+    encoder.sampleRate = std::max(encoder.sampleRate, outputRate(facts.sampleRate));
+    allMono = allMono && facts.channels == 1;
+  }
+  const auto& first = lanes.front();
+  const bool onlySurround = lanes.size() == 1 && first.file->stream(first.stream).channels == surroundChannels;
+  encoder.channels = allMono ? 1 : onlySurround ? surroundChannels : 2;
+  encoder.bitRate = preset.soundBitRatePerChannel * encoder.channels;
+  return encoder;
+}
+
 /// Several tracks, a volume above 1, or surround sound folded down can add up to more than full scale.
 bool canPassFullScale(const engine::SoundJob& job, const std::vector<const ExportTrack*>& tracks) {
   const auto audible = std::count_if(tracks.begin(), tracks.end(), [](const auto* track) { return track->volume > 0; });
@@ -102,22 +119,12 @@ Result<std::optional<engine::SoundJob>, NSError> planSound(const std::vector<con
   }
   if (job.lanes.empty()) return std::optional<engine::SoundJob>{};
 
-  int rate = lowRate;
-  bool allMono = true;
-  for (const auto& lane : job.lanes) {
-    const auto& facts = lane.file->stream(lane.stream);
-    rate = std::max(rate, outputRate(facts.sampleRate));
-    allMono = allMono && facts.channels == 1;
-  }
-  const auto& first = job.lanes.front();
-  const bool onlySurround = job.lanes.size() == 1 && first.file->stream(first.stream).channels == surroundChannels;
-  job.encoder.channels = allMono ? 1 : onlySurround ? surroundChannels : 2;
-  job.encoder.sampleRate = rate;
-  job.encoder.bitRate = preset.soundBitRatePerChannel * job.encoder.channels;
+  job.encoder = preset.fixedSound ? *preset.fixedSound : encoderFor(job.lanes, preset);
   job.copy = canBeCopied(job, preset, tracks.size());
   job.limited = canPassFullScale(job, tracks);
+  const auto& first = job.lanes.front();
   if (job.copy) job.encoder.sampleRate = first.file->stream(first.stream).sampleRate;
-  job.length = job.copy ? first.pieces.front().length : ticks(end, rate);
+  job.length = job.copy ? first.pieces.front().length : ticks(end, job.encoder.sampleRate);
   return std::optional<engine::SoundJob>(std::move(job));
 }
 
