@@ -39,6 +39,8 @@ class PictureDecoder {
   /// No further sample is read: `next` gives what is still in the decoder.
   void drain();
 
+  /// Whether it was started, and not stopped since.
+  [[nodiscard]] bool isRunning() const { return running_; }
   /// The sample that is read next. All before it, from the start on, were decoded or left out.
   [[nodiscard]] std::uint32_t nextSample() const { return nextSample_; }
   /// Whether the picture of the sample is still to come without another start.

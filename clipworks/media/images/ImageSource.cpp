@@ -80,7 +80,7 @@ engine::Expected<void> ImageSource::open(const std::shared_ptr<const MediaTrack>
                                          const ImageSettings& settings) {
   if (media_ != media) {
     media_.reset();
-    reader_.reset();  // before the next one opens: one decoder and one memory
+    reader_.reset();  // before the next one opens: one memory
     maker_.reset();
     auto reader = engine::CachedPictureReader::open(media->file(), media->stream(), settings.cacheLimit);
     if (!reader) return tl::make_unexpected(reader.error());

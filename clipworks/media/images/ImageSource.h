@@ -27,8 +27,8 @@ struct ImageSettings {
   std::size_t cacheLimit = std::size_t{256} << 20;  ///< bytes
 };
 
-/// Makes images of an asset's first track of pictures, as it is at the first request. Holds one decoder and one memory
-/// of pictures. One thread at a time; nothing is thrown but for want of memory.
+/// Makes images of an asset's first track of pictures, as it is at the first request. Holds one memory of pictures.
+/// One thread at a time; nothing is thrown but for want of memory.
 class ImageSource {
  public:
   explicit ImageSource(std::shared_ptr<AVAsset> asset) : asset_(std::move(asset)) {}
