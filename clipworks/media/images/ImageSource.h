@@ -7,8 +7,9 @@
 #include <span>
 #include <stop_token>
 
+#include <clipworks/engine/input/CachedPictureReader.h>
 #include <clipworks/engine/pictures/StillMaker.h>
-#include <clipworks/engine/pictures/WholePictureReader.h>
+#include <clipworks/engine/pictures/WholePictures.h>
 #include <clipworks/media/asset/AVAsset.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/base/NSError.h>
@@ -57,7 +58,8 @@ class ImageSource {
   CMTime end_;
   // Of the media that is shown at the moment.
   std::shared_ptr<const MediaTrack> media_;
-  std::optional<engine::WholePictureReader> reader_;
+  std::optional<engine::CachedPictureReader> reader_;
+  std::optional<engine::WholePictures> whole_;
   std::optional<engine::StillMaker> maker_;
   engine::StillSettings made_;  // what maker_ was made for
   // The last image, for pictures that are asked for again.
