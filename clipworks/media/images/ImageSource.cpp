@@ -17,7 +17,7 @@ Result<void, NSError> ImageSource::look() {
     const std::string why = asset_ == nullptr ? "there is no asset" : asset_->loadError();
     return failure(makeError(AVError::invalidSourceMedia, why.empty() ? "the asset has no pictures" : why));
   }
-  auto timeline = PictureTimeline::make(*tracks.front());
+  auto timeline = PictureTimeline::make(resolveToMedia(*tracks.front()));
   if (!timeline) return failure(timeline.error());
   track_ = tracks.front();
   end_ = CMTimeMaximum(asset_->duration(), timeline->end());

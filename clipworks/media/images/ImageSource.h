@@ -14,9 +14,9 @@
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/base/NSError.h>
 #include <clipworks/media/base/Result.h>
+#include <clipworks/media/composition/PictureTimeline.h>
 #include <clipworks/media/geometry/CGSize.h>
 #include <clipworks/media/images/CGImage.h>
-#include <clipworks/media/images/PictureTimeline.h>
 
 namespace clipworks {
 
