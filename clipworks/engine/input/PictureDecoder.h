@@ -63,14 +63,16 @@ class PictureDecoder {
  private:
   PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, SampleReader samples, CodecContext decoder)
       : file_(std::move(file)),
+        stream_(stream),
         samples_(std::move(samples)),
         decoder_(std::move(decoder)),
-        disposable_(file_->parameters(stream)) {}
+        disposable_(file_->parameters(stream_)) {}
   Expected<void> feed(const IsNotNeeded& isNotNeeded);
   std::optional<std::uint32_t> sampleOf(const AVFrame& frame) const;
   void takeOut(std::uint32_t sample);
 
   std::shared_ptr<const MediaFile> file_;
+  int stream_;
   SampleReader samples_;
   CodecContext decoder_;
   DisposablePictures disposable_;
