@@ -126,7 +126,8 @@ bool CachedPictureReader::goesOn(const PictureDecoder& decoder, std::size_t pict
 
 // Of two decoders that can go on the nearer one does. The one that stands furthest in a group stays there.
 Expected<void> CachedPictureReader::chooseDecoder(std::size_t picture, std::span<const std::uint32_t> upcoming) {
-  if (!upcoming.empty() || readsBackwards_ || !staysInGroup(picture)) {
+  const bool hasRoom = cacheLimit_ / 4 >= bytesInDecoder();
+  if (!hasRoom || !upcoming.empty() || readsBackwards_ || !staysInGroup(picture)) {
     if (parked_) parked_->stop();
     return {};
   }
@@ -298,12 +299,12 @@ Frame CachedPictureReader::fromMemory(std::uint32_t sample) {
   return shareFrame(kept->second.frame);
 }
 
-// What the limit leaves beside the pictures that are in the decoder. Where a pass ends with what it keeps, those are
+// What the limit leaves beside the pictures that are in the decoders. Where a pass ends with what it keeps, those are
 // among the kept, but for one.
 std::size_t CachedPictureReader::bytesForMemory(bool endsThere) const {
-  const int decoders = parked_ && parked_->isRunning() ? 2 : 1;
-  const std::size_t inDecoder = static_cast<std::size_t>(endsThere ? 1 : decoders * (decoder_.delay() + 1)) * pictureBytes_;
-  return cacheLimit_ > inDecoder + pictureBytes_ ? cacheLimit_ - inDecoder : pictureBytes_;
+  const std::size_t decoders = parked_ && parked_->isRunning() ? 2 : 1;
+  const std::size_t inDecoders = endsThere ? pictureBytes_ : decoders * bytesInDecoder();
+  return cacheLimit_ > inDecoders + pictureBytes_ ? cacheLimit_ - inDecoders : pictureBytes_;
 }
 
 }  // namespace clipworks::engine

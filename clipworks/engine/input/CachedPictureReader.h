@@ -44,7 +44,9 @@ class CachedPictureReader {
                                         const std::stop_token& stop = {});
 
   /// How many samples were decoded in all, some of them again.
-  [[nodiscard]] std::int64_t samplesDecoded() const { return decoder_.samplesDecoded() + (parked_ ? parked_->samplesDecoded() : 0); }
+  [[nodiscard]] std::int64_t samplesDecoded() const {
+    return decoder_.samplesDecoded() + (parked_ ? parked_->samplesDecoded() : 0);
+  }
   /// Bytes of pictures in the memory.
   [[nodiscard]] std::size_t bytesKept() const { return bytesKept_; }
 
@@ -97,6 +99,9 @@ class CachedPictureReader {
   [[nodiscard]] bool fitsMemory(std::uint32_t access) const;
   [[nodiscard]] std::uint64_t samplesTo(std::uint32_t sample, std::uint32_t access) const;
   [[nodiscard]] bool isLacking(std::size_t picture) const;
+  [[nodiscard]] std::size_t bytesInDecoder() const {
+    return static_cast<std::size_t>(decoder_.delay() + 1) * pictureBytes_;
+  }
   [[nodiscard]] std::size_t bytesForMemory(bool endsThere) const;
   [[nodiscard]] std::int64_t timeOf(std::uint32_t sample) const { return table().samples()[sample].presentation; }
 
