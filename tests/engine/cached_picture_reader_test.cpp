@@ -207,6 +207,10 @@ INSTANTIATE_TEST_SUITE_P(
                                {90, 7, 110, 40, 41, 3, 64, 30, 99, 12}, 1.2, Requests::oneByOne},
                     EffortCase{"any ten of one three times the memory, one by one, twice", 120, 40,
                                {90, 7, 110, 40, 41, 3, 64, 30, 99, 12}, 2.0, Requests::oneByOne},
+                    EffortCase{"backwards in steps through three times the memory, one by one, in windows", 120, 40,
+                               {119, 109, 99, 89, 79, 69, 59, 49, 39, 29, 19, 9}, 3.0, Requests::oneByOne},
+                    EffortCase{"many of one group that fits, one by one, in little more than two passes", 120, 200,
+                               anyOrder(120, 80), 2.5, Requests::oneByOne},
                     EffortCase{"one far into a group, without what nothing refers to", 120, 40, {115}, 0.8}));
 
 TEST(CachedPictureReaderTest, HoldsTheLastPictureWhereTheFileIsCut) {

@@ -8,8 +8,9 @@
 namespace clipworks::engine {
 namespace {
 
-// A step back that is no longer looks like reading backwards, a longer one like any order.
+// A step back that is no longer looks like reading backwards; longer ones when so many in a row are alike.
 constexpr std::size_t longestStepBack = 8;
+constexpr int stepsAlike = 3;
 
 // A pass looks through the known requests until so many in a row are none that it can serve.
 constexpr int longestStray = 64;
@@ -46,6 +47,7 @@ Expected<CachedPictureReader> CachedPictureReader::open(std::shared_ptr<const Me
 
 Expected<Frame> CachedPictureReader::picture(std::size_t picture, std::span<const std::uint32_t> upcoming,
                                              const std::stop_token& stop) {
+  lookBack(picture);
   auto frame = decode(picture, upcoming, stop);
   previous_ = picture;
   return frame;
@@ -124,9 +126,8 @@ bool CachedPictureReader::goesOn(const PictureDecoder& decoder, std::size_t pict
 
 // Of two decoders that can go on the nearer one does. The one that stands furthest in a group stays there.
 Expected<void> CachedPictureReader::chooseDecoder(std::size_t picture, std::span<const std::uint32_t> upcoming) {
-  const bool isAnyOrder = upcoming.empty() && previous_ && !isStepBack(picture) &&
-                          table().accessPointFor(*previous_) == table().accessPointFor(picture);
-  if (!isAnyOrder) {
+  const bool hasRoom = cacheLimit_ / 4 >= bytesInDecoder();
+  if (!hasRoom || !upcoming.empty() || readsBackwards_ || !staysInGroup(picture)) {
     if (parked_) parked_->stop();
     return {};
   }
@@ -152,8 +153,10 @@ CachedPictureReader::Pass CachedPictureReader::plan(std::size_t picture,
   pass.goesOn = goesOn(decoder_, picture);
   if (!upcoming.empty()) {
     planForRequests(pass, picture, upcoming);
-  } else if (isStepBack(picture)) {
+  } else if (readsBackwards_) {
     planForStepBack(pass, picture);
+  } else if (!pass.goesOn && staysInGroup(picture)) {
+    pass.leavesOut = !fitsMemory(pass.access);
   }
   return pass;
 }
@@ -190,8 +193,21 @@ void CachedPictureReader::planForStepBack(Pass& pass, std::size_t picture) const
   }
 }
 
-bool CachedPictureReader::isStepBack(std::size_t picture) const {
-  return previous_ && picture < *previous_ && *previous_ - picture <= longestStepBack;
+bool CachedPictureReader::staysInGroup(std::size_t picture) const {
+  return previous_ && table().accessPointFor(*previous_) == table().accessPointFor(picture);
+}
+
+bool CachedPictureReader::fitsMemory(std::uint32_t access) const {
+  const auto end = table().accessPointAfter(access).value_or(static_cast<std::uint32_t>(table().samples().size()));
+  return (end - access) * pictureBytes_ <= bytesForMemory(false);
+}
+
+void CachedPictureReader::lookBack(std::size_t picture) {
+  const std::size_t step = previous_ && picture < *previous_ ? *previous_ - picture : 0;
+  const std::size_t difference = std::max(step, stepBack_) - std::min(step, stepBack_);
+  alikeSteps_ = difference <= stepBack_ / 4 ? alikeSteps_ + 1 : 1;
+  stepBack_ = step;
+  readsBackwards_ = step > 0 && (step <= longestStepBack || alikeSteps_ >= stepsAlike);
 }
 
 Expected<CachedPictureReader::Outcome> CachedPictureReader::run(const Pass& pass, std::size_t picture,
@@ -283,12 +299,12 @@ Frame CachedPictureReader::fromMemory(std::uint32_t sample) {
   return shareFrame(kept->second.frame);
 }
 
-// What the limit leaves beside the pictures that are in the decoder. Where a pass ends with what it keeps, those are
+// What the limit leaves beside the pictures that are in the decoders. Where a pass ends with what it keeps, those are
 // among the kept, but for one.
 std::size_t CachedPictureReader::bytesForMemory(bool endsThere) const {
-  const int decoders = parked_ && parked_->isRunning() ? 2 : 1;
-  const std::size_t inDecoder = static_cast<std::size_t>(endsThere ? 1 : decoders * (decoder_.delay() + 1)) * pictureBytes_;
-  return cacheLimit_ > inDecoder + pictureBytes_ ? cacheLimit_ - inDecoder : pictureBytes_;
+  const std::size_t decoders = parked_ && parked_->isRunning() ? 2 : 1;
+  const std::size_t inDecoders = endsThere ? pictureBytes_ : decoders * bytesInDecoder();
+  return cacheLimit_ > inDecoders + pictureBytes_ ? cacheLimit_ - inDecoders : pictureBytes_;
 }
 
 }  // namespace clipworks::engine

@@ -48,8 +48,6 @@ class PictureDecoder {
   [[nodiscard]] std::uint32_t nextSample() const { return nextSample_; }
   /// Whether the picture of the sample is still to come without another start.
   [[nodiscard]] bool reaches(std::uint32_t sample) const;
-  /// Whether pictures were left out since the start.
-  [[nodiscard]] bool leftPicturesOut() const { return leftOut_; }
   /// Whether pictures were left out since the start, and then some turned out to be damaged: what conceals the damage
   /// may depend on them. From the first damage on, nothing is left out any more; starting again makes it good.
   [[nodiscard]] bool isInDoubt() const { return leftOut_ && sawDamage_; }
