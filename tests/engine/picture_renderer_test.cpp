@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <clipworks/engine/pictures/FramePadding.h>
+#include <clipworks/engine/pictures/PictureFitter.h>
 
 namespace clipworks::engine {
 namespace {
@@ -55,15 +56,9 @@ void PrintTo(const Case& c, std::ostream* out) { *out << c.sentence; }
 class Rendered : public testing::TestWithParam<Case> {};
 
 /// The waves are known between the samples too, so every sample inside can be told; outside it is black.
-TEST_P(Rendered, ShowsThePictureWhereItsMapSays) {
-  const auto& c = GetParam();
-  std::vector<PictureLayer> layers;
-  layers.push_back({waves(), c.map, 1});
-  PictureRenderer renderer(c.canvasWidth, c.canvasHeight, AV_PIX_FMT_YUV420P);
-  const auto canvas = renderer.render(layers);
-  ASSERT_TRUE(canvas);
-  ASSERT_EQ((*canvas)->width, c.canvasWidth);
-  ASSERT_EQ((*canvas)->height, c.canvasHeight);
+void expectWaves(const AVFrame& canvas, const Case& c) {
+  ASSERT_EQ(canvas.width, c.canvasWidth);
+  ASSERT_EQ(canvas.height, c.canvasHeight);
   const double determinant = c.map.a * c.map.d - c.map.b * c.map.c;
   for (int plane = 0; plane < 3; ++plane) {
     const int step = plane == 0 ? 1 : 2;
@@ -73,7 +68,7 @@ TEST_P(Rendered, ShowsThePictureWhereItsMapSays) {
         const double dy = middle(y, step) - c.map.ty;
         const double sx = (c.map.d * dx - c.map.c * dy) / determinant;
         const double sy = (c.map.a * dy - c.map.b * dx) / determinant;
-        const int seen = (*canvas)->data[plane][y * (*canvas)->linesize[plane] + x];
+        const int seen = canvas.data[plane][y * canvas.linesize[plane] + x];
         constexpr double edge = 4;  // there the wave is repeated, not gone on with
         if (sx > edge && sy > edge && sx < width - edge && sy < height - edge) {
           ASSERT_NEAR(seen, wave(plane, sx, sy), plane == 0 ? c.lumaError : c.chromaError) << plane << ": " << x << ", " << y;
@@ -83,6 +78,49 @@ TEST_P(Rendered, ShowsThePictureWhereItsMapSays) {
       }
     }
   }
+}
+
+TEST_P(Rendered, ShowsThePictureWhereItsMapSays) {
+  const auto& c = GetParam();
+  std::vector<PictureLayer> layers;
+  layers.push_back({waves(), c.map, 1});
+  PictureRenderer renderer(c.canvasWidth, c.canvasHeight, AV_PIX_FMT_YUV420P);
+  const auto canvas = renderer.render(layers);
+  ASSERT_TRUE(canvas);
+  expectWaves(**canvas, c);
+}
+
+class Fitted : public testing::TestWithParam<Case> {};
+
+TEST_P(Fitted, ShowsThePictureWhereItsMapSays) {
+  const auto& c = GetParam();
+  PictureFitter fitter(c.canvasWidth, c.canvasHeight);
+  const Frame picture = waves();
+  ASSERT_TRUE(fitter.covers(*picture, c.map));
+  const auto canvas = fitter.fit(picture, c.map, AV_PIX_FMT_YUV420P);
+  ASSERT_TRUE(canvas);
+  expectWaves(**canvas, c);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Maps, Fitted,
+    testing::Values(Case{"half as large", {0.5, 0, 0, 0.5, 0, 0}, 32, 24, 1.5, 3},
+                    Case{"turned clockwise", {0, 0.5, -0.5, 0, 24, 0}, 24, 32, 1.5, 3},
+                    Case{"turned round", {-0.5, 0, 0, -0.5, 32, 24}, 32, 24, 1.5, 3},
+                    Case{"turned counterclockwise", {6e-17, -0.5, 0.5, 6e-17, 0, 32}, 24, 32, 1.5, 3},
+                    Case{"mirrored", {-0.5, 0, 0, 0.5, 32, 0}, 32, 24, 1.5, 3},
+                    Case{"upside down", {0.5, 0, 0, -0.5, 0, 24}, 32, 24, 1.5, 3},
+                    Case{"transposed", {0, 0.5, 0.5, 0, 0, 0}, 24, 32, 1.5, 3},
+                    Case{"transposed the other way", {0, -0.5, -0.5, 0, 24, 32}, 24, 32, 1.5, 3},
+                    Case{"cropped at both sides, off the pixels", {0.6, 0, 0, 0.6, -6.2, -0.4}, 26, 28, 1.5, 3},
+                    Case{"turned and cropped", {0, 1.3, -1.3, 0, 61.2, -5}, 60, 70, 1.5, 3},
+                    Case{"stretched", {2, 0, 0, 0.75, 0, 0}, 128, 36, 1.5, 3}));
+
+TEST(PictureFitter, LeavesPicturesAloneThatDoNotCoverTheCanvas) {
+  const Frame picture = waves();
+  EXPECT_FALSE(PictureFitter(34, 24).covers(*picture, {0.5, 0, 0, 0.5, 0, 0})) << "too narrow";
+  EXPECT_FALSE(PictureFitter(32, 24).covers(*picture, {0.5, 0, 0, 0.5, 1, 0})) << "shifted";
+  EXPECT_FALSE(PictureFitter(8, 8).covers(*picture, {0.5, 0.1, -0.1, 0.5, 0, -4})) << "turned askew";
 }
 
 // Half a level is what rounding takes of the waves themselves.

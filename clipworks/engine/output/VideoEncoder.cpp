@@ -1,5 +1,7 @@
 #include <clipworks/engine/output/VideoEncoder.h>
 
+#include <algorithm>
+
 #include <clipworks/engine/LibraryErrors.h>
 
 namespace clipworks::engine {
@@ -14,6 +16,9 @@ AVPixelFormat pixelFormatFor(const VideoEncoderSettings& settings) {
   return settings.codec == VideoCodec::hevc && settings.bitDepth > 8 ? AV_PIX_FMT_YUV420P10 : AV_PIX_FMT_YUV420P;
 }
 
+/// Nearly all of the buffer may come on top of the average, so short clips have a small one.
+double bufferSeconds(double length) { return length > 0 ? std::clamp(length / 5, 0.25, 1.0) : 1.0; }
+
 /// A buffer that is filled at just the average rate keeps the encoder closer to it than its own one-pass control, which
 /// may be a fifth off after ten seconds.
 void askFor(std::int64_t bitRate, AVCodecContext& context) {
@@ -27,7 +32,7 @@ void applyOptions(const VideoEncoderSettings& settings, AVCodecContext& context)
   av_opt_set_int(own, "forced-idr", 1, 0);
   if (settings.averageBitRate > 0) {
     askFor(settings.averageBitRate, context);
-    context.rc_buffer_size = static_cast<int>(settings.averageBitRate);  // a second of it
+    context.rc_buffer_size = static_cast<int>(static_cast<double>(settings.averageBitRate) * bufferSeconds(settings.length));
   } else {
     av_opt_set_double(own, "crf", settings.quality, 0);
   }

@@ -40,6 +40,7 @@ struct VideoEncoderSettings {
   std::string speed = "medium";   ///< the encoder library's preset
   double quality = 20;            ///< constant rate factor, when `averageBitRate` is 0
   std::int64_t averageBitRate = 0;  ///< bits a second
+  double length = 0;                ///< seconds of all that will be encoded, for the rate control; 0 when unknown
 };
 
 /// The smallest side that the encoders here take; smaller pictures are padded to it.

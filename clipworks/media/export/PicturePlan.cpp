@@ -317,6 +317,7 @@ void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset) {
   const MediaTrack media(first->file, first->stream);
   applyPreset(job.encoder, preset, media);
   job.encoder.timescale = job.timescale;
+  job.encoder.length = static_cast<double>(job.end) / job.timescale;
   setEncodedSize(job, media.facts().codedWidth, media.facts().codedHeight, preset);
   setNominalRate(job, preset);
 }
