@@ -1,5 +1,6 @@
 #include <clipworks/compressor/VideoCompressorUtils.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
