@@ -225,27 +225,32 @@ TEST_F(Compressor, ASecondBatchLeavesTheWaitingVideosOfTheFirstWaiting) {
 TEST_F(Compressor, HoldsFewFilesAndThreadsOverALongBatch) {
   const auto threads = [] { return countIn("/proc/self/task"); };
   const auto files = [] { return countIn("/proc/self/fd"); };
+  const auto exporting = [] {
+    const auto live = AVAssetExportSession::liveSessions();
+    return std::count_if(live.begin(), live.end(),
+                         [](const auto& session) { return session->status() == AVAssetExportSessionStatus::exporting; });
+  };
   const URL clip(BarCodeClip({.width = 32, .height = 24, .frames = 1, .audioCodec = ""}).path());
   ASSERT_TRUE(compress({clip}));
   const std::size_t threadsBefore = threads();
   const std::size_t filesBefore = files();
   std::size_t mostFiles = 0;
-  std::size_t mostSessions = 0;
+  std::ptrdiff_t mostExporting = 0;
   AwaitedBatch awaited;
   compressor_->compress(std::vector<URL>(100, clip), Parameters(Quality144p()), awaited.closure());
   pumpUntil(
       [&] {
         mostFiles = std::max(mostFiles, files());
-        mostSessions = std::max(mostSessions, AVAssetExportSession::liveSessions().size());
+        mostExporting = std::max(mostExporting, exporting());
         return awaited.isOver();
       },
       "the batch does not end");
   ASSERT_TRUE(awaited.value() && *awaited.value());
   EXPECT_EQ((*awaited.value())->size(), 100U);
   EXPECT_LE(mostFiles, filesBefore + 20);
-  EXPECT_EQ(mostSessions, 1U);
-  EXPECT_EQ(files(), filesBefore);
-  pumpUntil([&] { return threads() <= threadsBefore; }, "threads are left");
+  EXPECT_EQ(mostExporting, 1);
+  // The last export is let go by a thread of its own.
+  pumpUntil([&] { return threads() <= threadsBefore && files() <= filesBefore; }, "threads or files are left");
 }
 
 }  // namespace
