@@ -19,6 +19,12 @@ std::string jsonLine(const nlohmann::ordered_json& event) {
   return event.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
 }
 
+nlohmann::ordered_json pathsOf(const std::vector<std::filesystem::path>& files) {
+  auto paths = nlohmann::ordered_json::array();
+  for (const auto& file : files) paths.push_back(file.string());
+  return paths;
+}
+
 void writeError(std::string_view text) {
   // Nowhere is left to tell that standard error cannot be written.
   (void)std::fwrite(text.data(), 1, text.size(), stderr);
@@ -88,22 +94,35 @@ void Reporter::done() {
   const std::lock_guard lock(mutex_);
   clearBar();
   if (!json_) return;
-  auto outputs = nlohmann::ordered_json::array();
-  for (const auto& path : outputs_) outputs.push_back(path.string());
-  writeOut(jsonLine({{"event", "done"}, {"outputs", outputs}}));
+  writeOut(jsonLine({{"event", "done"}, {"outputs", pathsOf(outputs_)}}));
 }
 
 void Reporter::failed(const Failure& failure) {
   const std::lock_guard lock(mutex_);
   clearBar();
   writeSentence(failure.sentence);
-  if (json_ && hasEvents_) writeOut(jsonLine({{"event", "error"}, {"message", printable(failure.sentence)}}));
+  if (json_ && hasEvents_) writeOut(jsonLine(errorEvent(failure.sentence)));
+}
+
+nlohmann::ordered_json Reporter::errorEvent(const std::string& sentence) const {
+  nlohmann::ordered_json event{{"event", "error"}, {"message", printable(sentence)}};
+  for (const auto& [path, reason] : failedInputs_) {
+    event["failed"].push_back({{"input", path.string()}, {"message", printable(reason)}});
+  }
+  if (!outputs_.empty()) event["outputs"] = pathsOf(outputs_);
+  return event;
 }
 
 void Reporter::warning(std::string_view sentence) {
   const std::lock_guard lock(mutex_);
   clearBar();
   writeSentence(sentence);
+}
+
+void Reporter::inputFailed(const std::filesystem::path& input, std::string_view sentence) {
+  warning(sentence);
+  const std::lock_guard lock(mutex_);
+  failedInputs_.push_back({input, std::string(sentence)});
 }
 
 void Reporter::text(std::string_view text) {

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include <nlohmann/json_fwd.hpp>
+
 #include <app/Failure.h>
 #include <app/Options.h>
 
@@ -39,6 +41,8 @@ class Reporter {
   void failed(const Failure& failure);
   /// One of several inputs failed; the others go on.
   void warning(std::string_view sentence);
+  /// The same for a command that makes files; the event at the end tells it, too.
+  void inputFailed(const std::filesystem::path& input, std::string_view sentence);
   /// Ready-made text for standard output.
   void text(std::string_view text);
   /// The text of a failure goes to standard error alone from now on, since standard output is no stream of events.
@@ -52,6 +56,7 @@ class Reporter {
   void writeOut(std::string_view text);
   void writeSentence(std::string_view sentence);
   void clearBar();
+  [[nodiscard]] nlohmann::ordered_json errorEvent(const std::string& sentence) const;
 
   const bool json_;
   const bool verbose_;
@@ -59,7 +64,13 @@ class Reporter {
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 
   mutable std::mutex mutex_;
+  struct FailedInput {
+    std::filesystem::path path;
+    std::string sentence;
+  };
+
   std::vector<std::filesystem::path> outputs_;  // guarded by mutex_
+  std::vector<FailedInput> failedInputs_;       // guarded by mutex_
   double shownProgress_ = -1;                   // guarded by mutex_
   bool barIsShown_ = false;                     // guarded by mutex_
   bool hasEvents_ = true;                       // guarded by mutex_

@@ -9,7 +9,7 @@ namespace clipworks::app {
 namespace {
 
 // What operations print before the reason of a failure.
-constexpr std::array<std::string_view, 2> failedMarks = {"FAILED: ", "Failed: "};
+constexpr std::array<std::string_view, 3> failedMarks = {"FAILED: ", "Failed: ", "ERROR: "};
 
 template <class Live>
 void remember(std::vector<std::shared_ptr<Live>>& known, const std::vector<std::shared_ptr<Live>>& live) {
@@ -52,6 +52,7 @@ void SessionWatch::startAfresh() {
   const std::lock_guard lock(mutex_);
   sessions_.clear();
   writers_.clear();
+  failedLine_.clear();
 }
 
 std::optional<double> SessionWatch::progress() const {

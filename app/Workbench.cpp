@@ -60,8 +60,10 @@ Failure Workbench::failureWithReason(const std::string& what) const {
   return {ExitCode::failed, reason.empty() ? what : what + ": " + reason};
 }
 
-Failure Workbench::silence(const std::string& what) {
-  // An operation says nothing when it gets no export session, which is when an encoder is missing.
+Failure Workbench::silence(const std::string& what) const {
+  // Some operations print why, and say nothing else.
+  if (!watch_.reason().empty()) return failureWithReason(what);
+  // Others say nothing when they get no export session, which is when an encoder is missing.
   if (!EncoderAvailability::isAvailable(VideoCodecKind::h264)) {
     return {ExitCode::failed, what + ": no encoder for H.264 is available"};
   }

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <app/Awaited.h>
@@ -42,6 +43,11 @@ class Workbench {
   /// Tells how far the work is where no export session does, from 0 to 1. Any thread.
   void report(double progress) { reporter_.progress(progress); }
 
+  /// A line for people about what was done so far.
+  void tell(std::string_view line) { reporter_.note(line); }
+  /// One of several inputs failed; the others go on.
+  void warn(const std::filesystem::path& input, std::string_view sentence) { reporter_.inputFailed(input, sentence); }
+
   /// Refuses, as early as possible, a result of that name that would replace an input.
   [[nodiscard]] Outcome checkName(const std::string& fileName) const;
 
@@ -62,7 +68,7 @@ class Workbench {
   void pumpUntil(const std::function<bool()>& isOver);
   [[nodiscard]] static Failure interrupted();
   [[nodiscard]] Failure failureWithReason(const std::string& what) const;
-  [[nodiscard]] static Failure silence(const std::string& what);
+  [[nodiscard]] Failure silence(const std::string& what) const;
 
   Reporter& reporter_;
   Interruption& interruption_;

@@ -3,6 +3,7 @@
 /// All operations of the library, and what a host needs to use them: where outputs go, and the queue that results
 /// arrive on.
 
+#include <clipworks/compressor/VideoCompressorUtils.h>
 #include <clipworks/filedeck/FileSystem.h>
 #include <clipworks/foundation/HEVCSupport.h>
 #include <clipworks/foundation/VideoCompressorPreset.h>

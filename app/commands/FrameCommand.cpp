@@ -11,6 +11,7 @@
 #include <app/OutputName.h>
 #include <app/TypedPlace.h>
 #include <clipworks/media/asset/AVAsset.h>
+#include <clipworks/media/dispatch/DispatchQueue.h>
 #include <clipworks/media/images/AVAssetImageGenerator.h>
 #include <clipworks/media/images/PictureTimes.h>
 #include <clipworks/stillpress/HEICConverter.h>
@@ -90,7 +91,14 @@ class FrameCommand final : public EditingCommand {
     // The operation does not say why it failed, nor that it could not write.
     std::error_code error;
     if (!made || !std::filesystem::exists(made->path(), error)) {
-      return failed(what + ": " + reason(made ? std::optional(*made) : std::nullopt));
+      // Aside, so that the program can still be interrupted.
+      Awaited<Result<std::string, NSError>> told;
+      DispatchQueue::global(DispatchQoS::userInitiated)
+          .async([this, place = made ? std::optional(*made) : std::nullopt, report = told.closure()] {
+            report(reason(place));
+          });
+      const auto why = bench.wait(told, what);
+      return why ? failed(what + ": " + *why) : Outcome(failure(why.error()));
     }
     return bench.deliverWhole(*made);
   }

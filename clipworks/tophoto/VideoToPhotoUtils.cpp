@@ -24,6 +24,7 @@ std::shared_ptr<AVAssetImageGenerator> exactGenerator(const std::shared_ptr<AVAs
   generator->setAppliesPreferredTrackTransform(true);
   generator->setRequestedTimeToleranceBefore(kCMTimeZero);
   generator->setRequestedTimeToleranceAfter(kCMTimeZero);
+  generator->setCacheLimit(0);  // only one picture is asked for: those on the way to it need not stay
   return generator;
 }
 

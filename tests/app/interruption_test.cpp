@@ -5,6 +5,7 @@
 #include <string>
 
 #include <tests/app/ProgramUnderTest.h>
+#include <tests/support/BarCodeClip.h>
 
 namespace clipworks::test {
 namespace {
@@ -17,12 +18,25 @@ Arguments slowLoop(const std::filesystem::path& outputs) {
   return clipworksCommand({"--json", "--outputs", outputs, "--codec", "hevc", "loop", slowClip(), "--count", "3"});
 }
 
+/// Of a picture that lies far behind the only access point.
+Arguments slowFrame(const std::filesystem::path& outputs) {
+  const BarCodeClip clip({.width = 1280, .height = 720, .frames = 300, .gop = 300, .audioCodec = ""});
+  return clipworksCommand({"--json", "--outputs", outputs, "frame", clip.path(), "--at=#299", "--format", "png"});
+}
+
 TEST(EndingSignal, LeavesNothingAndSaysSo) {
-  const std::pair<int, const char*> cases[] = {{SIGINT, underWay}, {SIGTERM, "progress"}, {SIGHUP, "progress"}};
-  for (const auto& [signal, moment] : cases) {
+  const struct {
+    int signal;
+    const char* moment;
+    Arguments (*command)(const std::filesystem::path&);
+  } cases[] = {{SIGINT, underWay, slowLoop},
+               {SIGTERM, "progress", slowLoop},
+               {SIGHUP, "progress", slowLoop},
+               {SIGINT, "progress", slowFrame}};
+  for (const auto& [signal, moment, command] : cases) {
     SCOPED_TRACE(strsignal(signal));
     const TemporaryDirectory outputs;
-    RunningProgram program(slowLoop(outputs.path()), {.deadline = deadline});
+    RunningProgram program(command(outputs.path()), {.deadline = deadline});
     ASSERT_TRUE(program.waitForText(moment)) << program.wait();
     program.send(signal);
     const auto result = program.wait();

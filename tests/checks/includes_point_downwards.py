@@ -22,10 +22,10 @@ LAYERS = [
     ["clipworks/media/composition"],
     ["clipworks/media/images"],
     ["clipworks/media/samples", "clipworks/media/audio", "clipworks/media/export"],
-    ["clipworks/filedeck", "clipworks/stillpress"],
+    ["clipworks/exporter", "clipworks/filedeck", "clipworks/stillpress"],
     ["clipworks/foundation"],
-    ["clipworks/looper", "clipworks/narration", "clipworks/reverse", "clipworks/rotate", "clipworks/speed",
-     "clipworks/tophoto"],
+    ["clipworks/compressor", "clipworks/looper", "clipworks/narration", "clipworks/reverse", "clipworks/rotate",
+     "clipworks/speed", "clipworks/tophoto"],
     ["clipworks"],  # the header that includes all operations
     ["app"],
 ]

@@ -18,8 +18,7 @@ extern "C" {
 }
 
 #include <clipworks/engine/input/PictureReader.h>
-#include <clipworks/engine/pictures/WholePictureReader.h>
-#include <clipworks/engine/pipeline/WholePictures.h>
+#include <clipworks/engine/pictures/WholePictures.h>
 
 #include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
@@ -172,19 +171,21 @@ struct EffortCase {
   std::size_t picturesKept;  // beside those in the decoder
   std::vector<std::uint32_t> order;
   double mostDecoded;  // of the clip's 120 samples
+  Requests requests = Requests::knownAhead;
 };
 std::ostream& operator<<(std::ostream& out, const EffortCase& effort) { return out << effort.name; }
 
 class DecodingEffortTest : public testing::TestWithParam<EffortCase> {};
 
 TEST_P(DecodingEffortTest, StaysWithinItsBound) {
-  const auto& [name, gop, picturesKept, order, mostDecoded] = GetParam();
+  const auto& [name, gop, picturesKept, order, mostDecoded, requests] = GetParam();
   const BarCodeClip clip({.frames = 120, .gop = gop, .audioCodec = ""});
   const auto file = opened(clip.path());
   const std::size_t pictureBytes = std::size_t{384} * 192 * 3 / 2;
   auto reader = cachedReader(file, (picturesKept + 8) * pictureBytes);
   for (std::size_t i = 0; i < order.size(); ++i) {
-    ASSERT_TRUE(reader.picture(order[i], std::span(order).subspan(i + 1)));
+    const auto upcoming = std::span(order).subspan(requests == Requests::knownAhead ? i + 1 : order.size());
+    ASSERT_TRUE(reader.picture(order[i], upcoming));
     ASSERT_LE(reader.bytesKept(), (picturesKept + 8) * pictureBytes);
   }
   EXPECT_LE(static_cast<double>(reader.samplesDecoded()), mostDecoded * 120);
@@ -202,6 +203,14 @@ INSTANTIATE_TEST_SUITE_P(
                     EffortCase{"backwards through groups that fit, once too", 30, 40, backwards(120), 1.0},
                     EffortCase{"backwards through a group three times the memory, twice", 120, 40, backwards(120), 2.5},
                     EffortCase{"any ten of one group, once", 120, 40, {90, 7, 110, 40, 41, 3, 64, 30, 99, 12}, 1.0},
+                    EffortCase{"any ten of one group that fits, one by one, hardly more", 120, 120,
+                               {90, 7, 110, 40, 41, 3, 64, 30, 99, 12}, 1.2, Requests::oneByOne},
+                    EffortCase{"any ten of one three times the memory, one by one, twice", 120, 40,
+                               {90, 7, 110, 40, 41, 3, 64, 30, 99, 12}, 2.0, Requests::oneByOne},
+                    EffortCase{"backwards in steps through three times the memory, one by one, in windows", 120, 40,
+                               {119, 109, 99, 89, 79, 69, 59, 49, 39, 29, 19, 9}, 3.0, Requests::oneByOne},
+                    EffortCase{"many of one group that fits, one by one, in little more than two passes", 120, 200,
+                               anyOrder(120, 80), 2.5, Requests::oneByOne},
                     EffortCase{"one far into a group, without what nothing refers to", 120, 40, {115}, 0.8}));
 
 TEST(CachedPictureReaderTest, HoldsTheLastPictureWhereTheFileIsCut) {
@@ -234,19 +243,27 @@ TEST(CachedPictureReaderTest, StopsOnRequest) {
   EXPECT_TRUE(reader.picture(50)) << "and goes on with the next";
 }
 
-TEST(WholePictureReaderTest, MakesInterlacedPicturesWholeAsAnExportDoes) {
+TEST(WholePicturesTest, MakesInterlacedPicturesWholeTheSameInAnyOrder) {
   const BarCodeClip clip(
       {.frames = 30, .audioCodec = "", .outputArguments = {"-flags", "+ildct+ilme", "-x264-params", "tff=1"}});
   const auto file = opened(clip.path());
   const int stream = pictureStream(*file);
   ASSERT_FALSE(file->stream(stream).progressive);
-  auto linear = engine::WholePictures::open(file, stream);
+  auto linear = PictureReader::open(file, stream);
+  engine::WholePictures rising(*file, stream, 30);
   std::vector<std::string> whole;
-  for (std::size_t i = 0; i < 30; ++i) whole.push_back(hashOf(*linear->picture(i)));
+  for (std::size_t i = 0; i < 30; ++i)
+    whole.push_back(hashOf(*rising.picture(i, [&](std::size_t picture) { return linear->picture(picture); })));
   EXPECT_NE(whole, linearHashes(file));
-  engine::WholePictureReader reader(cachedReader(file, roomy));
-  for (const auto picture : backwards(30)) EXPECT_EQ(hashOf(*reader.picture(picture)), whole[picture]) << picture;
-  EXPECT_EQ(hashOf(*reader.picture(17)), whole[17]);
+  auto reader = cachedReader(file, roomy);
+  engine::WholePictures anyhow(*file, stream, 30);
+  auto order = backwards(30);
+  for (const std::uint32_t picture : {17, 17, 2, 29, 16, 18}) order.push_back(picture);
+  for (const auto picture : order) {
+    const auto frame = anyhow.picture(picture, [&](std::size_t coded) { return reader.picture(coded); });
+    EXPECT_EQ(hashOf(*frame), whole[picture]) << picture;
+  }
+  EXPECT_LE(reader.samplesDecoded(), 60) << "two passes over the clip, not one for each picture";
 }
 
 }  // namespace

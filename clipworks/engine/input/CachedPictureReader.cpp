@@ -8,8 +8,9 @@
 namespace clipworks::engine {
 namespace {
 
-// How far a step back may reach into another group and still look like reading backwards.
+// A step back that is no longer looks like reading backwards; longer ones when so many in a row are alike.
 constexpr std::size_t longestStepBack = 8;
+constexpr int stepsAlike = 3;
 
 // A pass looks through the known requests until so many in a row are none that it can serve.
 constexpr int longestStray = 64;
@@ -39,13 +40,14 @@ Error cancelledError() { return {ErrorKind::cancelled, "cancelled", 0}; }
 Expected<CachedPictureReader> CachedPictureReader::open(std::shared_ptr<const MediaFile> file, int stream,
                                                         std::size_t cacheLimit) {
   const std::size_t bytes = estimatedBytes(file->parameters(stream));
-  auto decoder = PictureDecoder::open(std::move(file), stream);
+  auto decoder = PictureDecoder::open(file, stream);
   if (!decoder) return tl::make_unexpected(decoder.error());
-  return CachedPictureReader(std::move(*decoder), bytes, cacheLimit);
+  return CachedPictureReader(std::move(file), stream, std::move(*decoder), bytes, cacheLimit);
 }
 
 Expected<Frame> CachedPictureReader::picture(std::size_t picture, std::span<const std::uint32_t> upcoming,
                                              const std::stop_token& stop) {
+  lookBack(picture);
   auto frame = decode(picture, upcoming, stop);
   previous_ = picture;
   return frame;
@@ -64,6 +66,7 @@ Expected<Frame> CachedPictureReader::decode(std::size_t picture, std::span<const
       picture = *table().pictureAt(timeOf(sample));
     }
     if (Frame frame = fromMemory(sample)) return frame;
+    if (auto chosen = chooseDecoder(picture, upcoming); !chosen) return tl::make_unexpected(chosen.error());
     auto outcome = run(plan(picture, upcoming), picture, stop);
     if (!outcome) return tl::make_unexpected(outcome.error());
     if (outcome->isInDoubt) {
@@ -116,18 +119,44 @@ bool CachedPictureReader::isLacking(std::size_t picture) const {
   return lack != unreadable_.end() && *lack <= table().sampleOfPicture(picture);
 }
 
+bool CachedPictureReader::goesOn(const PictureDecoder& decoder, std::size_t picture) const {
+  // Starting again pays only where an access point lies beyond what the decoder has.
+  return decoder.reaches(table().sampleOfPicture(picture)) && table().accessPointFor(picture) <= decoder.nextSample();
+}
+
+// Of two decoders that can go on the nearer one does. The one that stands furthest in a group stays there.
+Expected<void> CachedPictureReader::chooseDecoder(std::size_t picture, std::span<const std::uint32_t> upcoming) {
+  const bool hasRoom = cacheLimit_ / 4 >= bytesInDecoder();
+  if (!hasRoom || !upcoming.empty() || readsBackwards_ || !staysInGroup(picture)) {
+    if (parked_) parked_->stop();
+    return {};
+  }
+  const bool isBehind = !goesOn(decoder_, picture);
+  if (isBehind && !parked_) {
+    auto second = PictureDecoder::open(file_, stream_);
+    if (!second) return tl::make_unexpected(second.error());
+    parked_.emplace(std::move(*second));
+  }
+  if (!parked_) return {};
+  const bool isParkedNearer = goesOn(*parked_, picture) && parked_->nextSample() > decoder_.nextSample();
+  const bool isParkedLess = !goesOn(*parked_, picture) && parked_->nextSample() < decoder_.nextSample();
+  if (isBehind ? goesOn(*parked_, picture) || isParkedLess : isParkedNearer) std::swap(decoder_, *parked_);
+  return {};
+}
+
 CachedPictureReader::Pass CachedPictureReader::plan(std::size_t picture,
                                                     std::span<const std::uint32_t> upcoming) const {
   const std::uint32_t wanted = table().sampleOfPicture(picture);
   Pass pass;
   pass.access = table().accessPointFor(picture);
   pass.last = wanted;
-  // Starting again pays only where an access point lies beyond what the decoder has.
-  pass.goesOn = decoder_.reaches(wanted) && pass.access <= decoder_.nextSample();
+  pass.goesOn = goesOn(decoder_, picture);
   if (!upcoming.empty()) {
     planForRequests(pass, picture, upcoming);
-  } else if (isStepBack(picture)) {
+  } else if (readsBackwards_) {
     planForStepBack(pass, picture);
+  } else if (!pass.goesOn && staysInGroup(picture)) {
+    pass.leavesOut = !fitsMemory(pass.access);
   }
   return pass;
 }
@@ -164,10 +193,21 @@ void CachedPictureReader::planForStepBack(Pass& pass, std::size_t picture) const
   }
 }
 
-bool CachedPictureReader::isStepBack(std::size_t picture) const {
-  if (!previous_ || picture >= *previous_) return false;
-  return *previous_ - picture <= longestStepBack ||
-         table().accessPointFor(*previous_) == table().accessPointFor(picture);
+bool CachedPictureReader::staysInGroup(std::size_t picture) const {
+  return previous_ && table().accessPointFor(*previous_) == table().accessPointFor(picture);
+}
+
+bool CachedPictureReader::fitsMemory(std::uint32_t access) const {
+  const auto end = table().accessPointAfter(access).value_or(static_cast<std::uint32_t>(table().samples().size()));
+  return (end - access) * pictureBytes_ <= bytesForMemory(false);
+}
+
+void CachedPictureReader::lookBack(std::size_t picture) {
+  const std::size_t step = previous_ && picture < *previous_ ? *previous_ - picture : 0;
+  const std::size_t difference = std::max(step, stepBack_) - std::min(step, stepBack_);
+  alikeSteps_ = difference <= stepBack_ / 4 ? alikeSteps_ + 1 : 1;
+  stepBack_ = step;
+  readsBackwards_ = step > 0 && (step <= longestStepBack || alikeSteps_ >= stepsAlike);
 }
 
 Expected<CachedPictureReader::Outcome> CachedPictureReader::run(const Pass& pass, std::size_t picture,
@@ -204,14 +244,13 @@ Expected<CachedPictureReader::Outcome> CachedPictureReader::run(const Pass& pass
 }
 
 void CachedPictureReader::keep(const PictureDecoder::Picture& picture, const Pass& pass, std::uint32_t wanted) {
-  // With some left out, the others on the way would not serve a step back either.
-  const bool isAside = !pass.keepsAll || (decoder_.leftPicturesOut() && timeOf(picture.sample) < timeOf(wanted));
-  if (isAside && picture.sample != wanted && !pass.kept.contains(picture.sample)) return;
+  if (!pass.keepsAll && picture.sample != wanted && !pass.kept.contains(picture.sample)) return;
   if (kept_.contains(picture.sample)) return;
   pictureBytes_ = std::max<std::size_t>(bytesOf(*picture.frame), 1);
   if (!pass.keepsAll) forgetServed(pass);
   makeRoom(pictureBytes_, pass, wanted);
-  kept_[picture.sample] = Kept{shareFrame(picture.frame), pictureBytes_, ++uses_};
+  const std::uint32_t access = table().accessPointFor(*table().pictureAt(timeOf(picture.sample)));
+  kept_[picture.sample] = Kept{shareFrame(picture.frame), pictureBytes_, ++uses_, access};
   bytesKept_ += pictureBytes_;
 }
 
@@ -224,14 +263,16 @@ void CachedPictureReader::forgetServed(const Pass& pass) {
   }
 }
 
-// Pictures that are not known to be asked for go first, the least recently used before others; then those that will be
-// asked for last.
+// Pictures that are not known to be asked for go first: of other groups the least recently used, of this one those that
+// are soonest decoded again. Then those that will be asked for last.
 void CachedPictureReader::makeRoom(std::size_t bytes, const Pass& pass, std::uint32_t wanted) {
+  const std::uint32_t access = table().accessPointFor(*table().pictureAt(timeOf(wanted)));
   const auto rank = [&](const auto& entry) {
     const auto place = pass.kept.find(entry.first);
     const bool isAskedFor = place != pass.kept.end();
+    const bool isOfThisGroup = entry.second.access == access;
     return std::tuple(entry.first == wanted, isAskedFor, isAskedFor ? -static_cast<std::int64_t>(place->second) : 0,
-                      entry.second.lastUse);
+                      isOfThisGroup, isOfThisGroup ? samplesTo(entry.first, access) : entry.second.lastUse);
   };
   const std::size_t limit = bytesForMemory(pass.endsThere);
   while (!kept_.empty() && bytesKept_ + bytes > limit) {
@@ -243,6 +284,14 @@ void CachedPictureReader::makeRoom(std::size_t bytes, const Pass& pass, std::uin
   }
 }
 
+// How many samples it takes to decode one again, from where the decoder is or from its access point.
+std::uint64_t CachedPictureReader::samplesTo(std::uint32_t sample, std::uint32_t access) const {
+  std::uint32_t from = access;
+  if (decoder_.reaches(sample)) from = std::max(from, std::min(decoder_.nextSample(), sample));
+  if (parked_ && parked_->reaches(sample)) from = std::max(from, std::min(parked_->nextSample(), sample));
+  return sample - from;
+}
+
 Frame CachedPictureReader::fromMemory(std::uint32_t sample) {
   const auto kept = kept_.find(sample);
   if (kept == kept_.end()) return nullptr;
@@ -250,11 +299,12 @@ Frame CachedPictureReader::fromMemory(std::uint32_t sample) {
   return shareFrame(kept->second.frame);
 }
 
-// What the limit leaves beside the pictures that are in the decoder. Where a pass ends with what it keeps, those are
+// What the limit leaves beside the pictures that are in the decoders. Where a pass ends with what it keeps, those are
 // among the kept, but for one.
 std::size_t CachedPictureReader::bytesForMemory(bool endsThere) const {
-  const std::size_t inDecoder = static_cast<std::size_t>(endsThere ? 1 : decoder_.delay() + 1) * pictureBytes_;
-  return cacheLimit_ > inDecoder + pictureBytes_ ? cacheLimit_ - inDecoder : pictureBytes_;
+  const std::size_t decoders = parked_ && parked_->isRunning() ? 2 : 1;
+  const std::size_t inDecoders = endsThere ? pictureBytes_ : decoders * bytesInDecoder();
+  return cacheLimit_ > inDecoders + pictureBytes_ ? cacheLimit_ - inDecoders : pictureBytes_;
 }
 
 }  // namespace clipworks::engine

@@ -17,16 +17,18 @@
 
 namespace clipworks::engine {
 
-/// Gives pictures of one track by their number in the order of presentation, in any order, from one decoder and a
-/// bounded memory of decoded pictures. Exact: every picture is the one that decoding the whole track gives.
+/// Gives pictures of one track by their number in the order of presentation, in any order, from a bounded memory of
+/// decoded pictures. Exact: every picture is the one that decoding the whole track gives.
 ///
 /// A group of pictures can only be decoded from its start. So one pass over a group keeps all pictures that are known
-/// (or, from a step backwards, guessed) to be asked for next, as far as the memory reaches: read backwards, a group
-/// that fits is decoded once, a longer one once for each window of its end, its middle, its start. On the way to the
-/// first picture that is needed, those that nothing refers to are left out. Forwards, the decoder just goes on.
+/// (or, from steps backwards, guessed) to be asked for next, as far as the memory reaches: read backwards, a
+/// group that fits is decoded once, a longer one once for each window of its end, its middle, its start. Forwards, the
+/// decoder just goes on. Where requests jump back within a group, it stays where it stands, for those beyond, and a
+/// second one starts again; the memory keeps what would take them longest to decode again. On the way to a picture that
+/// is jumped to, those that nothing refers to are left out, unless it is the second time in a group that fits.
 ///
 /// A picture that does not decode is replaced by the one before it, the first by the one after.
-/// One thread at a time; the decoder has threads of its own.
+/// One thread at a time; the decoders have threads of their own.
 class CachedPictureReader {
  public:
   /// `cacheLimit` in bytes: of all pictures held, those in the decoder included; one picture is always kept.
@@ -42,7 +44,9 @@ class CachedPictureReader {
                                         const std::stop_token& stop = {});
 
   /// How many samples were decoded in all, some of them again.
-  [[nodiscard]] std::int64_t samplesDecoded() const { return decoder_.samplesDecoded(); }
+  [[nodiscard]] std::int64_t samplesDecoded() const {
+    return decoder_.samplesDecoded() + (parked_ ? parked_->samplesDecoded() : 0);
+  }
   /// Bytes of pictures in the memory.
   [[nodiscard]] std::size_t bytesKept() const { return bytesKept_; }
 
@@ -51,6 +55,7 @@ class CachedPictureReader {
     Frame frame;
     std::size_t bytes = 0;
     std::uint64_t lastUse = 0;
+    std::uint32_t access = 0;  // where decoding it starts
   };
   /// What one pass of the decoder is for.
   struct Pass {
@@ -69,11 +74,18 @@ class CachedPictureReader {
     bool isInDoubt = false;                         // see PictureDecoder
   };
 
-  CachedPictureReader(PictureDecoder decoder, std::size_t pictureBytes, std::size_t cacheLimit)
-      : decoder_(std::move(decoder)), pictureBytes_(pictureBytes), cacheLimit_(cacheLimit) {}
+  CachedPictureReader(std::shared_ptr<const MediaFile> file, int stream, PictureDecoder decoder,
+                      std::size_t pictureBytes, std::size_t cacheLimit)
+      : file_(std::move(file)),
+        stream_(stream),
+        decoder_(std::move(decoder)),
+        pictureBytes_(pictureBytes),
+        cacheLimit_(cacheLimit) {}
   Expected<Frame> decode(std::size_t picture, std::span<const std::uint32_t> upcoming, const std::stop_token& stop);
   Expected<Frame> replacementFor(std::size_t picture, const std::stop_token& stop);
   Expected<Frame> firstThatDecodes(const std::stop_token& stop);
+  Expected<void> chooseDecoder(std::size_t picture, std::span<const std::uint32_t> upcoming);
+  [[nodiscard]] bool goesOn(const PictureDecoder& decoder, std::size_t picture) const;
   [[nodiscard]] Pass plan(std::size_t picture, std::span<const std::uint32_t> upcoming) const;
   void planForRequests(Pass& pass, std::size_t picture, std::span<const std::uint32_t> upcoming) const;
   void planForStepBack(Pass& pass, std::size_t picture) const;
@@ -82,12 +94,21 @@ class CachedPictureReader {
   void forgetServed(const Pass& pass);
   void makeRoom(std::size_t bytes, const Pass& pass, std::uint32_t wanted);
   Frame fromMemory(std::uint32_t sample);
-  [[nodiscard]] bool isStepBack(std::size_t picture) const;
+  void lookBack(std::size_t picture);
+  [[nodiscard]] bool staysInGroup(std::size_t picture) const;
+  [[nodiscard]] bool fitsMemory(std::uint32_t access) const;
+  [[nodiscard]] std::uint64_t samplesTo(std::uint32_t sample, std::uint32_t access) const;
   [[nodiscard]] bool isLacking(std::size_t picture) const;
+  [[nodiscard]] std::size_t bytesInDecoder() const {
+    return static_cast<std::size_t>(decoder_.delay() + 1) * pictureBytes_;
+  }
   [[nodiscard]] std::size_t bytesForMemory(bool endsThere) const;
   [[nodiscard]] std::int64_t timeOf(std::uint32_t sample) const { return table().samples()[sample].presentation; }
 
+  std::shared_ptr<const MediaFile> file_;
+  int stream_;
   PictureDecoder decoder_;
+  std::optional<PictureDecoder> parked_;  // where another request left it in the group, in any order of requests
   std::size_t pictureBytes_;
   std::size_t cacheLimit_;
   std::map<std::uint32_t, Kept> kept_;  // by sample
@@ -96,6 +117,9 @@ class CachedPictureReader {
   std::map<std::uint32_t, std::uint32_t> substitutes_;  // for samples that do not decode: the one shown instead
   std::set<std::uint32_t> unreadable_;                  // samples that the file lacks, as far as they were met
   std::optional<std::size_t> previous_;                 // the last picture asked for
+  std::size_t stepBack_ = 0;                            // how far before the one before it that lay, if it did
+  int alikeSteps_ = 0;                                  // as long as that one, in a row
+  bool readsBackwards_ = false;                         // as far as that can be guessed
 };
 
 }  // namespace clipworks::engine

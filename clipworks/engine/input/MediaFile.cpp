@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Limits.h>
@@ -178,6 +179,7 @@ void MediaFile::describeStream(const AVFormatContext& context, int index) {
   }
   if (video) {
     describePictures(facts, stream, track);
+    describeMastering(stream, index);
   } else {
     facts.channels = p.ch_layout.nb_channels;
     facts.sampleRate = p.sample_rate;
@@ -187,6 +189,17 @@ void MediaFile::describeStream(const AVFormatContext& context, int index) {
   if (avcodec_parameters_copy(copy.get(), &p) < 0) return;
   parameters_[index] = std::move(copy);
   streams_.push_back(std::move(facts));
+}
+
+void MediaFile::describeMastering(const AVStream& stream, int index) {
+  constexpr std::pair<AVPacketSideDataType, AVFrameSideDataType> kinds[] = {
+      {AV_PKT_DATA_MASTERING_DISPLAY_METADATA, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA},
+      {AV_PKT_DATA_CONTENT_LIGHT_LEVEL, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL}};
+  for (const auto& [said, wanted] : kinds) {
+    std::size_t bytes = 0;
+    const std::uint8_t* data = av_stream_get_side_data(&stream, said, &bytes);
+    if (data != nullptr) mastering_[index][wanted].assign(data, data + bytes);
+  }
 }
 
 void MediaFile::describeDuration(const AVFormatContext& context) {
@@ -226,6 +239,18 @@ const StreamFacts& MediaFile::stream(int index) const {
 }
 
 const AVCodecParameters& MediaFile::parameters(int index) const { return *parameters_.at(index); }
+
+Expected<void> MediaFile::completeMastering(int index, AVFrame& picture) const {
+  const auto known = mastering_.find(index);
+  if (known == mastering_.end()) return {};
+  for (const auto& [kind, data] : known->second) {
+    if (av_frame_get_side_data(&picture, kind) != nullptr) continue;
+    AVFrameSideData* added = av_frame_new_side_data(&picture, kind, data.size());
+    if (added == nullptr) return failed(ErrorKind::outOfMemory, "out of memory for a picture of " + name_);
+    std::copy(data.begin(), data.end(), added->data);
+  }
+  return {};
+}
 
 Expected<InputContext> MediaFile::openStream(int index) const {
   auto input = InputContext::open(handle_, name_);

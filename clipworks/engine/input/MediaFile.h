@@ -85,6 +85,9 @@ class MediaFile {
   [[nodiscard]] const std::vector<StreamFacts>& streams() const { return streams_; }
   [[nodiscard]] const StreamFacts& stream(int index) const;
   [[nodiscard]] const AVCodecParameters& parameters(int index) const;
+  /// Adds to a decoded picture of the stream what only the container says of the light it was mastered for (the boxes
+  /// `mdcv` and `clli`: ISO/IEC 14496-12, 12.1.5); what the picture says itself stays. Fails when out of memory.
+  [[nodiscard]] Expected<void> completeMastering(int index, AVFrame& picture) const;
   /// The file's length; 0 when nothing is known.
   [[nodiscard]] std::int64_t duration() const { return duration_; }
   [[nodiscard]] std::int32_t timescale() const { return timescale_; }
@@ -102,6 +105,7 @@ class MediaFile {
   MediaFile() = default;
   Expected<void> load();
   void describeStream(const AVFormatContext& context, int index);
+  void describeMastering(const AVStream& stream, int index);
   void describeDuration(const AVFormatContext& context);
   Expected<void> measureByPackets();
   Expected<SampleTable> buildTable(int index) const;
@@ -111,6 +115,7 @@ class MediaFile {
   std::optional<MovieBoxes> boxes_;
   std::vector<StreamFacts> streams_;
   std::map<int, CodecParameters> parameters_;
+  std::map<int, std::map<AVFrameSideDataType, std::vector<std::uint8_t>>> mastering_;
   std::int64_t duration_ = 0;
   std::int32_t timescale_ = 1'000'000;
   std::map<std::string, std::string> metadata_;

@@ -87,6 +87,8 @@ Expected<std::optional<PictureDecoder::Picture>> PictureDecoder::next(std::uint3
     }
     if (const auto sample = sampleOf(*frame)) {
       takeOut(*sample);
+      if (auto completed = file_->completeMastering(stream_, *frame); !completed)
+        return tl::make_unexpected(completed.error());
       return Picture{*sample, std::move(frame)};
     }
     av_frame_unref(frame.get());

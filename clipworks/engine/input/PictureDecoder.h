@@ -32,6 +32,9 @@ class PictureDecoder {
   [[nodiscard]] const SampleTable& table() const { return samples_.table(); }
   [[nodiscard]] const std::string& name() const { return file_->name(); }
 
+  /// From now on, pictures that nothing refers to go without their loop filter.
+  void leaveOutFilters() { decoder_->skip_loop_filter = AVDISCARD_NONREF; }
+
   /// Forgets everything; the next sample is this one.
   void startAt(std::uint32_t sample);
   /// Forgets everything and holds no pictures until the next start.
@@ -39,12 +42,12 @@ class PictureDecoder {
   /// No further sample is read: `next` gives what is still in the decoder.
   void drain();
 
+  /// Whether it was started, and not stopped since.
+  [[nodiscard]] bool isRunning() const { return running_; }
   /// The sample that is read next. All before it, from the start on, were decoded or left out.
   [[nodiscard]] std::uint32_t nextSample() const { return nextSample_; }
   /// Whether the picture of the sample is still to come without another start.
   [[nodiscard]] bool reaches(std::uint32_t sample) const;
-  /// Whether pictures were left out since the start.
-  [[nodiscard]] bool leftPicturesOut() const { return leftOut_; }
   /// Whether pictures were left out since the start, and then some turned out to be damaged: what conceals the damage
   /// may depend on them. From the first damage on, nothing is left out any more; starting again makes it good.
   [[nodiscard]] bool isInDoubt() const { return leftOut_ && sawDamage_; }
@@ -61,14 +64,16 @@ class PictureDecoder {
  private:
   PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, SampleReader samples, CodecContext decoder)
       : file_(std::move(file)),
+        stream_(stream),
         samples_(std::move(samples)),
         decoder_(std::move(decoder)),
-        disposable_(file_->parameters(stream)) {}
+        disposable_(file_->parameters(stream_)) {}
   Expected<void> feed(const IsNotNeeded& isNotNeeded);
   std::optional<std::uint32_t> sampleOf(const AVFrame& frame) const;
   void takeOut(std::uint32_t sample);
 
   std::shared_ptr<const MediaFile> file_;
+  int stream_;
   SampleReader samples_;
   CodecContext decoder_;
   DisposablePictures disposable_;

@@ -20,6 +20,10 @@ class PictureReader {
  public:
   [[nodiscard]] static Expected<PictureReader> open(std::shared_ptr<const MediaFile> file, int stream);
 
+  /// Leaves out the loop filter of pictures that nothing refers to, before the first one is asked for: they lose a little,
+  /// which does not show when they are made smaller.
+  void leaveOutFilters() { decoder_.leaveOutFilters(); }
+
   [[nodiscard]] const SampleTable& table() const { return decoder_.table(); }
 
   /// Picture number `picture`, shared with the reader's memory of it. Fails with `damaged` when nothing decodes, and

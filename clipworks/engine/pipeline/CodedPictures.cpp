@@ -1,11 +1,13 @@
 #include <clipworks/engine/pipeline/CodedPictures.h>
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 
+#include <clipworks/engine/input/PictureReader.h>
 #include <clipworks/engine/input/SampleReader.h>
+#include <clipworks/engine/pictures/WholePictures.h>
 #include <clipworks/engine/pipeline/DecodeTimes.h>
-#include <clipworks/engine/pipeline/WholePictures.h>
 
 namespace clipworks::engine {
 namespace {
@@ -18,6 +20,12 @@ constexpr std::size_t codedPicturesUnderWay = 32;
 Error asError(const std::exception& thrown) {
   if (dynamic_cast<const std::bad_alloc*>(&thrown) != nullptr) return {ErrorKind::outOfMemory, "out of memory", 0};
   return {ErrorKind::internal, thrown.what(), 0};
+}
+
+/// To half its size or less, either way.
+bool isMadeMuchSmaller(const AffineMap& map) {
+  constexpr double half = 0.5;
+  return std::hypot(map.a, map.b) <= half && std::hypot(map.c, map.d) <= half;
 }
 
 /// The tracks that a run's pictures come from; none for black.
@@ -123,16 +131,20 @@ void CodedPictures::decodeRuns() {
 
 Expected<void> CodedPictures::decodeRun(std::size_t number) {
   const PictureRun& run = job_.runs[number];
-  std::vector<WholePictures> readers;
+  std::vector<PictureReader> readers;
+  std::vector<WholePictures> whole;
   for (const RunLayer& layer : layersOf(run)) {
-    auto reader = WholePictures::open(layer.file, layer.stream);
+    auto reader = PictureReader::open(layer.file, layer.stream);
     if (!reader) return tl::make_unexpected(reader.error());
+    if (isMadeMuchSmaller(layer.map)) reader->leaveOutFilters();
     readers.push_back(std::move(*reader));
+    whole.emplace_back(*layer.file, layer.stream, readers.back().table().pictureCount());
   }
   for (std::size_t i = 0; i < run.pictures.size(); ++i) {
     RawPicture raw{{}, number, runStarts_[number] + run.pictures[i].time, i == 0};
     for (std::size_t layer = 0; layer < readers.size(); ++layer) {
-      auto frame = readers[layer].picture(run.layers.empty() ? run.pictures[i].picture : run.layers[layer].pictures[i]);
+      const std::size_t shown = run.layers.empty() ? run.pictures[i].picture : run.layers[layer].pictures[i];
+      auto frame = whole[layer].picture(shown, [&](std::size_t picture) { return readers[layer].picture(picture); });
       if (!frame) return tl::make_unexpected(frame.error());
       raw.frames.push_back(std::move(*frame));
     }

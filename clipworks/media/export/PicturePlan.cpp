@@ -13,6 +13,7 @@
 #include <clipworks/media/asset/EngineErrors.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/asset/TrackMatrix.h>
+#include <clipworks/media/composition/SegmentPictures.h>
 #include <clipworks/media/time/ExactTime.h>
 
 namespace clipworks {
@@ -125,31 +126,10 @@ class PictureLayout {
     bool operator==(const OnScreen&) const = default;
   };
 
-  /// The pictures of the source that a segment shows.
-  struct Shown {
-    std::size_t first = 0;
-    std::size_t end = 0;
-    std::optional<std::size_t> before;  ///< on screen where the segment starts between two pictures
-  };
-
-  static Shown picturesOf(const MediaSegment& segment, const engine::SampleTable& table) {
-    const std::int32_t scale = segment.mediaTrack->facts().timescale;
-    const std::int64_t from = ticks(segment.source.start, scale, CMTimeRoundingMethod::roundTowardPositiveInfinity);
-    const std::int64_t floor = ticks(segment.source.start, scale, CMTimeRoundingMethod::roundTowardNegativeInfinity);
-    const std::int64_t to = ticks(segment.source.end(), scale, CMTimeRoundingMethod::roundTowardPositiveInfinity);
-    Shown shown;
-    shown.first = table.firstPictureFrom(from);
-    shown.end = std::max(shown.first, table.firstPictureFrom(to));
-    const auto held = table.pictureAt(floor);
-    const bool startsBetween = held && (shown.first == shown.end || table.timeOfPicture(shown.first) != floor || from != floor);
-    if (startsBetween) shown.before = held;
-    return shown;
-  }
-
   void addMedia(Stretch stretch, const engine::SampleTable& table, std::int64_t start) {
     const MediaTrack* const media = stretch.front().mediaTrack.get();
     // A stretch that starts between two pictures starts with the one on screen, unless that is shown already.
-    const auto before = picturesOf(stretch.front(), table).before;
+    const auto before = SegmentPictures(stretch.front(), table).held();
     const bool startsHeld = before && shown_ != OnScreen{media, *before};
     RunKey key = keyOf(stretch, startsHeld);
     auto known = runs_.find(key);
@@ -170,14 +150,15 @@ class PictureLayout {
   void appendPictures(engine::PictureRun& run, const MediaSegment& segment, const engine::SampleTable& table,
                       std::int64_t start) const {
     const std::int32_t scale = segment.mediaTrack->facts().timescale;
-    const Shown shown = picturesOf(segment, table);
+    const SegmentPictures shown(segment, table);
     PictureThinner thinner(segment, table, job_.timescale);
     const std::int64_t begin = ticks(segment.target.start, job_.timescale) - start;
     // Thinning may have dropped the picture that is on screen where the pace changes.
-    if (shown.before && !run.pictures.empty() && run.pictures.back().picture != *shown.before && run.pictures.back().time < begin) {
-      run.pictures.push_back({static_cast<std::uint32_t>(*shown.before), begin});
+    if (shown.held() && !run.pictures.empty() && run.pictures.back().picture != *shown.held() &&
+        run.pictures.back().time < begin) {
+      run.pictures.push_back({static_cast<std::uint32_t>(*shown.held()), begin});
     }
-    for (std::size_t picture = shown.first; picture < shown.end; ++picture) {
+    for (std::size_t picture = shown.next(); picture < shown.end(); ++picture) {
       const CMTime mediaTime(table.timeOfPicture(picture), scale);
       const std::int64_t time = timeOf(segment, mediaTime) - start;
       if (!run.pictures.empty() && time <= run.pictures.back().time) continue;  // faster than a tick

@@ -6,10 +6,9 @@
 #include <optional>
 
 #include <clipworks/engine/Limits.h>
-#include <clipworks/media/asset/EngineErrors.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/base/PrintedText.h>
-#include <clipworks/media/composition/TrackPictures.h>
+#include <clipworks/media/composition/PictureTimeline.h>
 #include <clipworks/media/export/PicturePlan.h>
 #include <clipworks/media/time/ExactTime.h>
 
@@ -35,26 +34,31 @@ Result<engine::Canvas, NSError> canvasOf(const CGSize& size) {
 /// The pictures of a video composition, drawn one after the other; neighbours with the same layers are one run.
 class Rendering {
  public:
-  Rendering(const std::vector<const ExportTrack*>& tracks, const AVMutableVideoComposition& composition)
-      : composition_(composition) {
-    for (const auto* track : tracks) tracks_.emplace(track->trackID, TrackPictures(track->segments));
+  explicit Rendering(const AVMutableVideoComposition& composition) : composition_(composition) {}
+
+  Result<void, NSError> open(const std::vector<const ExportTrack*>& tracks) {
+    for (const auto* track : tracks) {
+      auto timeline = PictureTimeline::make(track->segments);
+      if (!timeline) return failure(timeline.error());
+      tracks_.emplace(track->trackID, std::move(*timeline));
+    }
+    return {};
   }
 
-  Result<void, NSError> add(const CMTime& t, std::int64_t tick) {
+  void add(const CMTime& t, std::int64_t tick) {
     std::vector<engine::RunLayer> layers;
     std::vector<std::uint32_t> pictures;
     for (const auto& layer : layersAt(t)) {
       const auto track = tracks_.find(layer->trackID());
       if (track == tracks_.end()) continue;
-      auto shown = track->second.at(t);
-      if (!shown) return failure(errorFromEngine(shown.error()));
-      if (!*shown) continue;
-      const auto& media = *(*shown)->media;
+      const auto shown = track->second.at(t);
+      const bool isOnScreen = shown && shown->media != nullptr && shown->since <= t && t < track->second.end();
+      if (!isOnScreen) continue;
+      const auto& media = *shown->media;
       layers.push_back({media.file(), media.stream(), {}, mapToCanvas(media, layer->transform(t)), layer->opacity(t)});
-      pictures.push_back(static_cast<std::uint32_t>((*shown)->picture));
+      pictures.push_back(static_cast<std::uint32_t>(shown->picture));
     }
     append(std::move(layers), pictures, tick);
-    return {};
   }
 
   void moveTo(engine::PictureJob& job) {
@@ -99,7 +103,7 @@ class Rendering {
   }
 
   const AVMutableVideoComposition& composition_;
-  std::map<CMPersistentTrackID, TrackPictures> tracks_;
+  std::map<CMPersistentTrackID, PictureTimeline> tracks_;
   std::vector<engine::PictureRun> runs_;
   std::vector<engine::RunPlacement> placements_;
 };
@@ -155,11 +159,10 @@ Result<engine::PictureJob, NSError> planRendering(const std::vector<const Export
   job.canvas = *canvas;
   job.timescale = outputTimescale(frameDuration.timescale);
   const std::int64_t step = frameDuration.value * (job.timescale / frameDuration.timescale);
-  Rendering rendering(tracks, videoComposition);
-  for (std::int64_t i = 0; i < count; ++i) {
-    auto added = rendering.add(CMTime(i * frameDuration.value, frameDuration.timescale), i * step);
-    if (!added) return failure(added.error());
-  }
+  Rendering rendering(videoComposition);
+  if (auto opened = rendering.open(tracks); !opened) return failure(opened.error());
+  for (std::int64_t i = 0; i < count; ++i)
+    rendering.add(CMTime(i * frameDuration.value, frameDuration.timescale), i * step);
   rendering.moveTo(job);
   job.end = std::max(ticks(end, job.timescale), (count - 1) * step + 1);
   chooseRenderedEncoding(job, *firstMedia(tracks), frameDuration, preset);

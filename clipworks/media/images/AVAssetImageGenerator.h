@@ -19,8 +19,8 @@ namespace clipworks {
 /// How a request for one picture ended.
 enum class AVAssetImageGeneratorResult : int { succeeded = 0, failed = 1, cancelled = 2 };
 
-/// Takes pictures out of an asset at exact times: the one that is on screen. One decoder and one memory of decoded
-/// pictures serve all requests, so that a run of requests, forwards or backwards, decodes each group of pictures once.
+/// Takes pictures out of an asset at exact times: the one that is on screen. One memory of decoded pictures serves all
+/// requests, so that a run of them, forwards or backwards, decodes each group of pictures once if the memory holds it.
 /// Pictures of high dynamic range come tone-mapped to BT.709; one that cannot be decoded is replaced by the one before.
 /// Configure it on one thread; requests may come from any thread and are served one at a time.
 class CLIPWORKS_API AVAssetImageGenerator : public std::enable_shared_from_this<AVAssetImageGenerator> {

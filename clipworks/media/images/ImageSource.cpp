@@ -17,7 +17,7 @@ Result<void, NSError> ImageSource::look() {
     const std::string why = asset_ == nullptr ? "there is no asset" : asset_->loadError();
     return failure(makeError(AVError::invalidSourceMedia, why.empty() ? "the asset has no pictures" : why));
   }
-  auto timeline = PictureTimeline::make(*tracks.front());
+  auto timeline = PictureTimeline::make(resolveToMedia(*tracks.front()));
   if (!timeline) return failure(timeline.error());
   track_ = tracks.front();
   end_ = CMTimeMaximum(asset_->duration(), timeline->end());
@@ -71,7 +71,8 @@ engine::Expected<std::shared_ptr<const engine::StillImage>> ImageSource::still(c
     return engine::blackStill(size.width, size.height, stillSettings(settings));
   }
   if (auto opened = open(shown.media, settings); !opened) return tl::make_unexpected(opened.error());
-  auto frame = reader_->picture(shown.picture, upcoming, stop);
+  auto frame = whole_->picture(
+      shown.picture, [&](std::size_t picture) { return reader_->picture(picture, upcoming, stop); });
   if (!frame) return tl::make_unexpected(frame.error());
   return maker_->make(*frame);
 }
@@ -80,11 +81,13 @@ engine::Expected<void> ImageSource::open(const std::shared_ptr<const MediaTrack>
                                          const ImageSettings& settings) {
   if (media_ != media) {
     media_.reset();
-    reader_.reset();  // before the next one opens: one decoder and one memory
+    whole_.reset();
+    reader_.reset();  // before the next one opens: one memory
     maker_.reset();
     auto reader = engine::CachedPictureReader::open(media->file(), media->stream(), settings.cacheLimit);
     if (!reader) return tl::make_unexpected(reader.error());
     reader_.emplace(std::move(*reader));
+    whole_.emplace(*media->file(), media->stream(), reader_->table().pictureCount());
     media_ = media;
   }
   reader_->setCacheLimit(settings.cacheLimit);

@@ -7,15 +7,16 @@
 #include <span>
 #include <stop_token>
 
+#include <clipworks/engine/input/CachedPictureReader.h>
 #include <clipworks/engine/pictures/StillMaker.h>
-#include <clipworks/engine/pictures/WholePictureReader.h>
+#include <clipworks/engine/pictures/WholePictures.h>
 #include <clipworks/media/asset/AVAsset.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/base/NSError.h>
 #include <clipworks/media/base/Result.h>
+#include <clipworks/media/composition/PictureTimeline.h>
 #include <clipworks/media/geometry/CGSize.h>
 #include <clipworks/media/images/CGImage.h>
-#include <clipworks/media/images/PictureTimeline.h>
 
 namespace clipworks {
 
@@ -27,8 +28,8 @@ struct ImageSettings {
   std::size_t cacheLimit = std::size_t{256} << 20;  ///< bytes
 };
 
-/// Makes images of an asset's first track of pictures, as it is at the first request. Holds one decoder and one memory
-/// of pictures. One thread at a time; nothing is thrown but for want of memory.
+/// Makes images of an asset's first track of pictures, as it is at the first request. Holds one memory of pictures.
+/// One thread at a time; nothing is thrown but for want of memory.
 class ImageSource {
  public:
   explicit ImageSource(std::shared_ptr<AVAsset> asset) : asset_(std::move(asset)) {}
@@ -57,7 +58,8 @@ class ImageSource {
   CMTime end_;
   // Of the media that is shown at the moment.
   std::shared_ptr<const MediaTrack> media_;
-  std::optional<engine::WholePictureReader> reader_;
+  std::optional<engine::CachedPictureReader> reader_;
+  std::optional<engine::WholePictures> whole_;
   std::optional<engine::StillMaker> maker_;
   engine::StillSettings made_;  // what maker_ was made for
   // The last image, for pictures that are asked for again.

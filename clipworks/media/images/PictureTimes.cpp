@@ -1,6 +1,6 @@
 #include <clipworks/media/images/PictureTimes.h>
 
-#include <clipworks/media/images/PictureTimeline.h>
+#include <clipworks/media/composition/PictureTimeline.h>
 
 namespace clipworks {
 
@@ -10,9 +10,11 @@ Result<std::vector<CMTime>, NSError> pictureTimes(const AVAsset& asset) {
     const std::string why = asset.loadError();
     return failure(makeError(AVError::invalidSourceMedia, why.empty() ? "the asset has no pictures" : why));
   }
-  const auto timeline = PictureTimeline::make(*tracks.front());
+  const auto timeline = PictureTimeline::make(resolveToMedia(*tracks.front()));
   if (!timeline) return failure(timeline.error());
-  return timeline->times();
+  std::vector<CMTime> times;
+  for (const ScreenPicture& picture : timeline->pictures()) times.push_back(picture.since);
+  return times;
 }
 
 }  // namespace clipworks

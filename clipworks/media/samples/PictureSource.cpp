@@ -8,8 +8,8 @@
 #include <clipworks/engine/input/PictureReader.h>
 #include <clipworks/engine/output/VideoEncoder.h>
 #include <clipworks/engine/pictures/BiPlanar.h>
-#include <clipworks/media/asset/EngineErrors.h>
-#include <clipworks/media/composition/PresentedPictures.h>
+#include <clipworks/media/asset/MediaTrack.h>
+#include <clipworks/media/composition/PictureTimeline.h>
 
 namespace clipworks {
 namespace {
@@ -21,7 +21,7 @@ class PictureDecoding {
       : pixelFormatType_(pixelFormatType), converter_(range) {}
 
   /// Null when nothing there can be decoded.
-  std::shared_ptr<CVPixelBuffer> decode(const std::shared_ptr<const MediaTrack>& media, std::uint32_t picture) {
+  std::shared_ptr<CVPixelBuffer> decode(const std::shared_ptr<const MediaTrack>& media, std::size_t picture) {
     const std::lock_guard lock(mutex_);
     try {
       auto* reader = readerOf(media);
@@ -69,23 +69,23 @@ class PictureDecoding {
 
 class PictureSource final : public SampleSource {
  public:
-  PictureSource(std::vector<PresentedPicture> pictures, const CMTime& end, std::shared_ptr<PictureDecoding> decoding,
+  PictureSource(std::vector<ScreenPicture> pictures, const CMTime& end, std::shared_ptr<PictureDecoding> decoding,
                 std::shared_ptr<const CMFormatDescription> format)
       : pictures_(std::move(pictures)), end_(end), decoding_(std::move(decoding)), format_(std::move(format)) {}
 
   Result<std::shared_ptr<CMSampleBuffer>, NSError> next() override {
     if (next_ == pictures_.size()) return std::shared_ptr<CMSampleBuffer>();
-    const PresentedPicture& shown = pictures_[next_++];
+    const ScreenPicture& shown = pictures_[next_++];
     CMSampleTimingInfo timing;
-    timing.presentationTimeStamp = shown.time;
-    timing.duration = (next_ < pictures_.size() ? pictures_[next_].time : end_) - shown.time;
+    timing.presentationTimeStamp = shown.since;
+    timing.duration = (next_ < pictures_.size() ? pictures_[next_].since : end_) - shown.since;
     return CMSampleBuffer::picture(format_, timing, [decoding = decoding_, media = shown.media, picture = shown.picture] {
       return decoding->decode(media, picture);
     });
   }
 
  private:
-  std::vector<PresentedPicture> pictures_;
+  std::vector<ScreenPicture> pictures_;
   CMTime end_;  // of the track
   std::shared_ptr<PictureDecoding> decoding_;
   std::shared_ptr<const CMFormatDescription> format_;
@@ -102,19 +102,18 @@ Result<std::unique_ptr<SampleSource>, NSError> openPictureSource(const AVAssetTr
     return failure(makeError(AVError::operationNotSupportedForAsset,
                              "pictures are read in the pixel formats 420f and 420v only"));
   }
-  const auto segments = resolveToMedia(track);
-  auto pictures = presentedPictures(segments);
-  if (!pictures) return failure(pictures.error());
+  const auto timeline = PictureTimeline::make(resolveToMedia(track));
+  if (!timeline) return failure(timeline.error());
+  auto pictures = timeline->pictures();
   CMVideoDimensions size;
-  if (!pictures->empty()) {
-    const auto& facts = pictures->front().media->facts();
+  if (!pictures.empty()) {
+    const auto& facts = pictures.front().media->facts();
     size = {facts.codedWidth, facts.codedHeight};
   }
   const auto pixelFormatType = static_cast<std::uint32_t>(*wanted);
   auto decoding = std::make_shared<PictureDecoding>(
       pixelFormatType, isFull ? engine::PictureRange::full : engine::PictureRange::video);
-  const CMTime end = segments.empty() ? kCMTimeZero : segments.back().target.end();
-  return std::make_unique<PictureSource>(std::move(*pictures), end, std::move(decoding),
+  return std::make_unique<PictureSource>(std::move(pictures), timeline->end(), std::move(decoding),
                                          CMFormatDescription::pictures(pixelFormatType, size));
 }
 

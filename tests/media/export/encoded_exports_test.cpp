@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include <clipworks/media/composition/AVMutableVideoComposition.h>
+
 #include "ExportTesting.h"
 
 // Exports whose pictures cannot stay as they are coded.
@@ -231,6 +233,36 @@ TEST(JoinedClips, AreEncodedIntoThePicturesOfTheFirst) {
   expectPictures(output.pictures(), expected, 0.0001);
   EXPECT_EQ(output.stream("video").width, 160);
   EXPECT_EQ(output.warnings(), "");
+}
+
+TEST(RenderedPictures, OfHighDynamicRangeStaySoInHEVC) {
+  ClipOptions options = sized(320, 180, {.videoCodec = "libx265", .pixelFormat = "yuv420p10le", .audioCodec = ""});
+  options.outputArguments = {"-color_primaries", "bt2020", "-color_trc", "arib-std-b67", "-colorspace", "bt2020nc"};
+  const BarCodeClip clip(options);
+  const auto composition = loopOf(clip.path(), 1);
+  const auto layer = AVMutableVideoCompositionLayerInstruction::make(composition->tracks(AVMediaTypeVideo).at(0));
+  layer->setTransform({0, 1, -1, 0, 180, 0}, kCMTimeZero);
+  const auto instruction = AVMutableVideoCompositionInstruction::make();
+  instruction->setTimeRange({kCMTimeZero, composition->duration()});
+  instruction->setLayerInstructions({layer});
+  const auto turned = AVMutableVideoComposition::make();
+  turned->setRenderSize({180, 320});
+  turned->setInstructions({instruction});
+  turned->setFrameDuration({1, 30});
+  const TemporaryDirectory directory;
+  const auto exported = exportAsset(composition, toHEVC, directory.file("turned.mp4"),
+                                    [&](AVAssetExportSession& session) { session.setVideoComposition(turned); });
+  ASSERT_EQ(exported.failure(), "");
+  const MediaJudge output(directory.file("turned.mp4"));
+  const StreamFacts video = output.stream("video");
+  EXPECT_EQ(video.pixelFormat, "yuv420p10le");
+  EXPECT_EQ(video.colorPrimaries, "bt2020");
+  EXPECT_EQ(video.colorTransfer, "arib-std-b67");
+  EXPECT_EQ(video.colorSpace, "bt2020nc");
+  EXPECT_EQ(video.colorRange, "tv");
+  EXPECT_EQ(numbersOf(output.pictures()), numbersOf(MediaJudge(clip.path()).pictures()));
+  EXPECT_THAT(similarity(directory.file("turned.mp4"), clip.path(), 24, "transpose=clock,"),
+              testing::AllOf(testing::SizeIs(3), Each(Gt(0.97))));
 }
 
 TEST(EmptyRange, IsBlackAndSilent) {

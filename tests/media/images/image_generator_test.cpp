@@ -4,8 +4,11 @@
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -253,6 +256,52 @@ INSTANTIATE_TEST_SUITE_P(Kinds, ImageKindTest,
                                                   AVCOL_TRC_SMPTE170M, AVCOL_SPC_SMPTE170M},
                                          KindCase{"10 bits of high dynamic range", hlg(), AVCOL_PRI_BT709,
                                                   AVCOL_TRC_BT709, AVCOL_SPC_BT709}));
+
+// What x265 writes for a display of 0 to 400 cd/m² and a brightest pixel of 300, and the boxes that say the same:
+// ISO/IEC 14496-12, 12.1.5.
+constexpr const char* dimMastering =
+    "hdr-opt=0:master-display=G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)L(4000000,50):max-cll=300,100";
+constexpr char dimBoxes[] =
+    "\0\0\0\x20mdcv\x33\xC2\x86\xC4\x1D\x4C\x0B\xB8\x84\xD0\x3E\x80\x3D\x13\x40\x42\x00\x3D\x09\x00\0\0\0\x32"
+    "\0\0\0\x0C"
+    "clli\x01\x2C\0\x64";
+
+/// The movie with boxes added to its sample description. Its index lies behind its samples.
+std::filesystem::path described(const std::filesystem::path& movie, const std::filesystem::path& copy,
+                                const std::string& boxes) {
+  std::ifstream in(movie, std::ios::binary);
+  std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  const auto sizeAt = [&](std::size_t at) {
+    std::uint32_t size = 0;
+    for (std::size_t i = at; i < at + 4; ++i) size = size << 8 | static_cast<std::uint8_t>(bytes[i]);
+    return size;
+  };
+  std::size_t at = bytes.rfind("moov") - 4;
+  std::size_t end = 0;
+  for (const char* name : {"moov", "trak", "mdia", "minf", "stbl", "stsd", "hvc1"}) {
+    at = bytes.find(name, at) - 4;
+    const std::size_t size = sizeAt(at);
+    end = at + size;
+    for (std::size_t i = 0; i < 4; ++i) bytes.at(at + i) = static_cast<char>((size + boxes.size()) >> (24 - 8 * i));
+  }
+  std::ofstream(copy, std::ios::binary) << bytes.insert(end, boxes);
+  return copy;
+}
+
+TEST(ImageGeneratorTest, TakesTheBrightnessOfAProgrammeFromWhereverItIsSaid) {
+  ClipOptions options = deep;
+  options.outputArguments = {"-color_primaries", "bt2020", "-color_trc", "smpte2084", "-colorspace", "bt2020nc"};
+  const BarCodeClip silent(options);
+  options.outputArguments.insert(options.outputArguments.end(), {"-x265-params", dimMastering});
+  const auto pixelsOf = [](const std::filesystem::path& clip) {
+    return (*exactGenerator(AVAsset::make(URL(clip)))->copyCGImage(thirtieths(3)))->copyData();
+  };
+  const TemporaryDirectory directory;
+  const std::string boxes(dimBoxes, sizeof dimBoxes - 1);
+  const auto container = pixelsOf(described(silent.path(), directory.file("container.mp4"), boxes));
+  EXPECT_EQ(container, pixelsOf(BarCodeClip(options).path())) << "in the container, in the pictures";
+  EXPECT_NE(container, pixelsOf(silent.path())) << "nowhere";
+}
 
 /// What the handler was told, call by call.
 struct Told {

@@ -1,72 +1,25 @@
-#include <clipworks/media/images/PictureTimeline.h>
+#include <clipworks/media/composition/PictureTimeline.h>
 
 #include <algorithm>
 
 #include <clipworks/media/asset/EngineErrors.h>
 #include <clipworks/media/asset/MediaTrack.h>
-#include <clipworks/media/time/ExactTime.h>
+#include <clipworks/media/composition/SegmentPictures.h>
 
 namespace clipworks {
 namespace {
 
-constexpr auto up = CMTimeRoundingMethod::roundTowardPositiveInfinity;
-constexpr auto down = CMTimeRoundingMethod::roundTowardNegativeInfinity;
-
-/// The pictures that a segment with media shows: those that come on screen within its source range, after the one that
-/// is on screen where it starts.
-class SegmentPictures {
- public:
-  SegmentPictures(const MediaSegment& segment, const engine::SampleTable& table)
-      : segment_(segment), table_(table), scale_(segment.mediaTrack->facts().timescale) {
-    const std::int64_t to = ticks(segment.source.end(), scale_, up);
-    next_ = table.firstPictureFrom(ticks(segment.source.start, scale_, up));
-    end_ = std::max(next_, table.firstPictureFrom(to));
-    held_ = table.pictureAt(ticks(segment.source.start, scale_, down));
-    if (held_ && *held_ == next_) ++next_;  // it comes exactly at the start
-    if (held_ && end_ <= *held_) end_ = *held_ + 1;
-  }
-
-  [[nodiscard]] std::optional<std::size_t> first() const {
-    if (held_) return held_;
-    return next_ < end_ ? std::optional(next_) : std::nullopt;
-  }
-
-  /// Behind the last.
-  [[nodiscard]] std::size_t end() const { return end_; }
-
-  [[nodiscard]] bool contains(std::size_t picture) const { return first() && picture >= *first() && picture < end_; }
-
-  /// Nothing as long as none has come.
-  [[nodiscard]] std::optional<std::size_t> at(const CMTime& time) const {
-    const CMTime mapped = mapToSource(segment_, time);
-    if (!mapped.isNumeric()) return held_;  // a picture that is held
-    // By the times at which pictures come on screen, wherever a time had to be rounded.
-    std::size_t after = std::clamp(table_.firstPictureFrom(ticks(mapped, scale_, down) + 1), next_, end_);
-    while (after < end_ && since(after) <= time) ++after;
-    while (after > next_ && since(after - 1) > time) --after;
-    return after > next_ ? std::optional(after - 1) : held_;
-  }
-
-  [[nodiscard]] CMTime since(std::size_t picture) const {
-    if (held_ && picture <= *held_) return segment_.target.start;
-    const CMTime mapped = mapToTarget(segment_, CMTime(table_.timeOfPicture(picture), scale_));
-    return mapped.isNumeric() ? CMTimeMaximum(mapped, segment_.target.start) : segment_.target.start;
-  }
-
- private:
-  const MediaSegment& segment_;
-  const engine::SampleTable& table_;
-  std::int32_t scale_;
-  std::optional<std::size_t> held_;  // on screen at the start
-  std::size_t next_ = 0;             // the first that comes after it
-  std::size_t end_ = 0;
-};
+/// In ticks of `timescale` when that is the same instant.
+CMTime inTicks(const CMTime& time, std::int32_t timescale) {
+  const CMTime converted = time.convertScale(timescale, CMTimeRoundingMethod::roundHalfAwayFromZero);
+  return converted == time ? converted : time;
+}
 
 }  // namespace
 
-Result<PictureTimeline, NSError> PictureTimeline::make(const AVAssetTrack& track) {
+Result<PictureTimeline, NSError> PictureTimeline::make(std::vector<MediaSegment> segments) {
   PictureTimeline timeline;
-  for (auto& segment : resolveToMedia(track)) {
+  for (auto& segment : segments) {
     Piece piece{std::move(segment), nullptr};
     if (piece.segment.mediaTrack != nullptr) {
       auto table = piece.segment.mediaTrack->file()->sampleTable(piece.segment.mediaTrack->stream());
@@ -131,19 +84,25 @@ ScreenPicture PictureTimeline::sinceItCame(ScreenPicture shown) const {
   return shown;
 }
 
-std::vector<CMTime> PictureTimeline::times() const {
-  std::vector<CMTime> times;
+std::vector<ScreenPicture> PictureTimeline::pictures() const {
+  std::vector<ScreenPicture> pictures;
+  const auto append = [&](std::size_t piece, std::size_t picture, const CMTime& since) {
+    const auto& media = pieces_[piece].segment.mediaTrack;
+    if (!pictures.empty() && !(pictures.back().since < since)) pictures.pop_back();
+    pictures.push_back({media, picture, inTicks(since, media->facts().timescale), piece});
+  };
   for (std::size_t piece = 0; piece < pieces_.size(); ++piece) {
     const auto& [segment, table] = pieces_[piece];
     if (table == nullptr) continue;
-    const SegmentPictures pictures(segment, *table);
-    const auto first = pictures.first();
-    if (!first) continue;
-    const ScreenPicture shown{segment.mediaTrack, *first, pictures.since(*first), piece};
-    if (sinceItCame(shown).since == shown.since) times.push_back(shown.since);
-    for (std::size_t picture = *first + 1; picture < pictures.end(); ++picture) times.push_back(pictures.since(picture));
+    const SegmentPictures shown(segment, *table);
+    if (const auto first = shown.first()) {
+      const ScreenPicture onScreen{segment.mediaTrack, *first, shown.since(*first), piece};
+      if (sinceItCame(onScreen).since == onScreen.since) append(piece, *first, onScreen.since);
+    }
+    for (std::size_t picture = shown.held() ? shown.next() : shown.next() + 1; picture < shown.end(); ++picture)
+      append(piece, picture, shown.since(picture));
   }
-  return times;
+  return pictures;
 }
 
 std::optional<ScreenPicture> PictureTimeline::near(const CMTime& time, const TimeTolerance& tolerance) const {

@@ -6,7 +6,6 @@
 #include <vector>
 
 #include <clipworks/engine/input/SampleTable.h>
-#include <clipworks/media/asset/AVAssetTrack.h>
 #include <clipworks/media/base/NSError.h>
 #include <clipworks/media/base/Result.h>
 #include <clipworks/media/composition/SegmentMapping.h>
@@ -32,14 +31,15 @@ struct TimeTolerance {
   CMTime after = kCMTimePositiveInfinity;
 };
 
-/// Which picture of which media a track of pictures shows when: its segments, seen through to the media, over the same
-/// table of picture times that exports use. Immutable, for any thread.
+/// Which picture of which media a track of pictures shows when: the one answer that rendering, stills and reading share,
+/// over the same table of picture times that exports use. Immutable, for any thread.
 class PictureTimeline {
  public:
-  /// Of the track as it is now. Fails when the pictures of a file cannot be listed.
-  [[nodiscard]] static Result<PictureTimeline, NSError> make(const AVAssetTrack& track);
+  /// `segments` in order, without holes. Fails when the pictures of a file cannot be listed.
+  [[nodiscard]] static Result<PictureTimeline, NSError> make(std::vector<MediaSegment> segments);
 
-  /// The picture on screen at `time`. Times before the first picture show it, those after the end show the last.
+  /// The picture on screen at `time`, black in an explicit hole; padding shows what was there before it. Times before
+  /// the first picture show that one, which came later then; those after the end show the last.
   /// Nothing for a track without pictures.
   [[nodiscard]] std::optional<ScreenPicture> at(const CMTime& time) const;
 
@@ -47,8 +47,9 @@ class PictureTimeline {
   /// nearest one to `time`; the picture of `at` where there is none, or where it is one itself.
   [[nodiscard]] std::optional<ScreenPicture> near(const CMTime& time, const TimeTolerance& tolerance) const;
 
-  /// When each picture comes on screen, in order; one that stays from a segment to the next counts once.
-  [[nodiscard]] std::vector<CMTime> times() const;
+  /// The pictures that come on screen, black left out, their times rising and in ticks of the media where that is exact.
+  /// One that stays from a segment to the next counts once; of those at one instant the last counts.
+  [[nodiscard]] std::vector<ScreenPicture> pictures() const;
 
   /// Where the track ends.
   [[nodiscard]] CMTime end() const;
