@@ -12,7 +12,7 @@
 namespace clipworks::app {
 namespace {
 
-constexpr const char* purpose = "Edits real phone clips: loops them, and tells what they hold.";
+constexpr const char* purpose = "Edits real phone clips, exactly and fast, and tells what they hold.";
 
 constexpr const char* notes = R"(Examples:
   clipworks loop clip.mp4 --count 3

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include <clipworks/engine/LibraryErrors.h>
+#include <clipworks/engine/output/TrackEnds.h>
 
 namespace clipworks::engine {
 namespace {
@@ -163,11 +164,15 @@ Expected<Packet> MovieWriter::readBack(int track, const StoredSample& sample) {
   return packet;
 }
 
+void MovieWriter::endTrackAt(int track, std::int64_t end) {
+  ends_[track] = av_rescale(end, movieTimescale_, context_->streams[track]->time_base.den);
+}
+
 Expected<void> MovieWriter::finish() {
   if (const int code = av_write_trailer(context_); code < 0) return writeFailure(code, file_.name() + " cannot be ended");
   avio_flush(io_);
   if (failure_) return tl::make_unexpected(*failure_);
-  return {};
+  return ends_.empty() ? Expected<void>{} : endTracks(file_, ends_);
 }
 
 tl::unexpected<Error> MovieWriter::writeFailure(int code, const std::string& what) const {

@@ -47,6 +47,10 @@ class MovieWriter {
   /// A sample written earlier, in the form in which `write` takes it.
   [[nodiscard]] Expected<Packet> readBack(int track, const StoredSample& sample);
 
+  /// Has a track end at `end` of its ticks, although it has samples that are shown later: its edit ends there. Before
+  /// `finish()`.
+  void endTrackAt(int track, std::int64_t end);
+
   /// Writes the index.
   [[nodiscard]] Expected<void> finish();
 
@@ -67,6 +71,7 @@ class MovieWriter {
   std::int64_t readingOffset_ = 0;  // of the pass that moves the index to the front
   std::optional<Error> failure_;    // the first of a write; the library only passes a number on
   std::int32_t movieTimescale_ = 1000;
+  std::map<int, std::int64_t> ends_;  // of tracks that end before their samples do, in ticks of the movie
 };
 
 }  // namespace clipworks::engine

@@ -39,9 +39,10 @@ std::vector<RunLayer> layersOf(const PictureRun& run) {
 
 std::vector<RunSample> samplesInDecodingOrder(const PictureRun& run, const SampleTable& table) {
   std::vector<RunSample> samples;
-  samples.reserve(run.pictures.size());
-  for (std::uint32_t shown = 0; shown < run.pictures.size(); ++shown) {
-    samples.push_back({table.sampleOfPicture(run.pictures[shown].picture), shown});
+  samples.reserve(run.pictures.size() + run.hidden.size());
+  std::uint32_t shown = 0;
+  for (const auto* pictures : {&run.pictures, &run.hidden}) {
+    for (const auto& picture : *pictures) samples.push_back({table.sampleOfPicture(picture.picture), shown++});
   }
   std::sort(samples.begin(), samples.end(), [](const RunSample& a, const RunSample& b) { return a.sample < b.sample; });
   return samples;
@@ -99,7 +100,9 @@ Expected<void> CodedPictures::copyRun(const PictureRun& run) {
   for (const auto& sample : samplesInDecodingOrder(run, reader->table())) {
     auto packet = reader->read(sample.sample);
     if (!packet) return tl::make_unexpected(packet.error());
-    if (!coded_.push({std::move(*packet), run.pictures[sample.shown].time})) {
+    const bool isHidden = sample.shown >= run.pictures.size();
+    const auto& picture = isHidden ? run.hidden[sample.shown - run.pictures.size()] : run.pictures[sample.shown];
+    if (!coded_.push({std::move(*packet), picture.time})) {
       return failed(ErrorKind::cancelled, "cancelled");
     }
   }

@@ -84,7 +84,8 @@ class CodedPictures {
   std::jthread coding_;
 };
 
-/// The samples of `run` in decoding order: indices in the track's table, and of `run.pictures`.
+/// The samples of `run` in decoding order: indices in the track's table, and places among `run.pictures` with the
+/// hidden ones behind them.
 struct RunSample {
   std::uint32_t sample = 0;
   std::uint32_t shown = 0;

@@ -41,6 +41,8 @@ struct PictureRun {
   int stream = 0;
   std::vector<ShownPicture> pictures;     ///< with rising times; for black one, at 0
   std::vector<RunLayer> layers;           ///< of a rendered run, from the back to the front; there `picture` says nothing
+  std::vector<ShownPicture> hidden;       ///< of a copied run that comes last: later than `pictures` and the job's end,
+                                          ///< written because pictures before them refer to them
 };
 
 /// The canvas of rendered pictures, in pixels.

@@ -16,19 +16,23 @@ std::int64_t intervalOf(const PictureJob& job) {
 
 PictureTrackWriter::PictureTrackWriter(const PictureJob& job, CodedPictures& pictures, MovieWriter& movie, int track)
     : job_(job), pictures_(pictures), movie_(movie), track_(track),
-      decodeTimes_(pictures.reorderDepth(), intervalOf(job)), written_(job.runs.size()) {}
+      decodeTimes_(pictures.reorderDepth(), intervalOf(job)), written_(job.runs.size()) {
+  if (!job.runs[job.placements.back().run].hidden.empty()) movie.endTrackAt(track, job.end);
+}
 
 std::int64_t PictureTrackWriter::writtenUntil() const {
   if (isDone()) return job_.end;
   const auto& placement = job_.placements[placement_];
-  return placement.start + job_.runs[placement.run].pictures[sample_].time;
+  const auto& pictures = job_.runs[placement.run].pictures;
+  return placement.start + pictures[std::min(sample_, pictures.size() - 1)].time;
 }
 
 Expected<void> PictureTrackWriter::writeNext() {
   const auto& placement = job_.placements[placement_];
   const auto& run = job_.runs[placement.run];
   auto& written = written_[placement.run];
-  const bool again = written.size() == run.pictures.size();
+  const std::size_t samples = run.pictures.size() + run.hidden.size();
+  const bool again = written.size() == samples;
   if (sample_ == 0) decodeTimes_.beginRun(run, placement.start);
 
   std::int64_t time = 0;
@@ -52,7 +56,7 @@ Expected<void> PictureTrackWriter::writeNext() {
   auto stored = movie_.write(track_, *packet);
   if (!stored) return tl::make_unexpected(stored.error());
   if (!again) written.push_back({*stored, time, flags});
-  if (++sample_ == run.pictures.size()) {
+  if (++sample_ == samples) {
     sample_ = 0;
     ++placement_;
   }
@@ -61,7 +65,8 @@ Expected<void> PictureTrackWriter::writeNext() {
 
 void PictureTrackWriter::stamp(AVPacket& packet, std::int64_t time) {
   const auto& placement = job_.placements[placement_];
-  const auto& shown = job_.runs[placement.run].pictures;
+  const auto& run = job_.runs[placement.run];
+  const auto& shown = run.pictures;
   const auto after = std::upper_bound(shown.begin(), shown.end(), time,
                                       [](std::int64_t t, const ShownPicture& p) { return t < p.time; });
   const bool lastPlacement = placement_ + 1 == job_.placements.size();
@@ -71,7 +76,7 @@ void PictureTrackWriter::stamp(AVPacket& packet, std::int64_t time) {
   packet.pts = placement.start + time;
   packet.dts = decodeTimes_.next(packet.pts);
   // The container counts a track's length in decoding order: its last sample closes the sum.
-  if (lastPlacement && sample_ + 1 == shown.size()) packet.dts = packet.pts;
+  if (lastPlacement && sample_ + 1 == shown.size() + run.hidden.size()) packet.dts = packet.pts;
   packet.duration = std::max<std::int64_t>(next - packet.pts, 1);
 }
 

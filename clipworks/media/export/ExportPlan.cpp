@@ -58,6 +58,7 @@ Result<void, NSError> planPictures(const std::vector<const ExportTrack*>& tracks
   if (!*job) return {};
   ExportedTrack track;
   track.mediaType = AVMediaType::video;
+  keepHiddenPictures(**job);
   const std::string obstacle = obstacleToCopying(**job, preset);
   track.copied = (*job)->copy = obstacle.empty();
   if (!track.copied) {

@@ -177,7 +177,7 @@ class PictureLayout {
   std::size_t blackRun() {
     if (!black_) {
       black_ = job_.runs.size();
-      job_.runs.push_back({nullptr, 0, {{0, 0}}, {}});
+      job_.runs.push_back({nullptr, 0, {{0, 0}}, {}, {}});
     }
     return *black_;
   }
@@ -232,6 +232,25 @@ Result<std::optional<engine::PictureJob>, NSError> layOutPictures(const ExportTr
   if (firstRunWithMedia(job) == nullptr) return std::optional<engine::PictureJob>{};
   job.matrix = trackMatrix(track.transform);
   return std::optional<engine::PictureJob>(std::move(job));
+}
+
+void keepHiddenPictures(engine::PictureJob& job) {
+  const engine::RunPlacement last = job.placements.back();
+  engine::PictureRun& run = job.runs[last.run];
+  const auto places = std::count_if(job.placements.begin(), job.placements.end(), [&](const auto& p) { return p.run == last.run; });
+  if (run.file == nullptr || places != 1) return;
+  const auto table = run.file->sampleTable(run.stream);
+  if (!table) return;
+  const std::uint32_t lastNeeded = engine::samplesInDecodingOrder(run, **table).back().sample;
+  const engine::ShownPicture& end = run.pictures.back();
+  const std::int32_t scale = run.file->stream(run.stream).timescale;
+  std::int64_t time = job.end - last.start - 1;
+  for (std::size_t picture = end.picture + 1; picture < (*table)->pictureCount(); ++picture) {
+    if ((*table)->sampleOfPicture(picture) > lastNeeded) continue;
+    const CMTime later((*table)->timeOfPicture(picture) - (*table)->timeOfPicture(end.picture), scale);
+    time = std::max(time + 1, end.time + ticks(later, job.timescale));
+    run.hidden.push_back({static_cast<std::uint32_t>(picture), time});
+  }
 }
 
 std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset& preset) {
@@ -294,6 +313,7 @@ void setNominalRate(engine::PictureJob& job, const ExportPreset& preset) {
 }
 
 void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset) {
+  for (auto& run : job.runs) run.hidden.clear();
   const auto* first = firstRunWithMedia(job);
   const MediaTrack media(first->file, first->stream);
   applyPreset(job.encoder, preset, media);

@@ -16,6 +16,10 @@ namespace clipworks {
 /// job is complete but for how it is coded. Nothing for a track without a picture.
 [[nodiscard]] Result<std::optional<engine::PictureJob>, NSError> layOutPictures(const ExportTrack& track);
 
+/// Where the job ends inside a group of pictures: has the pictures that are shown later, and that others refer to, kept
+/// hidden behind the end. For jobs that are copied.
+void keepHiddenPictures(engine::PictureJob& job);
+
 /// Why the coded pictures of a job cannot be copied into a file of `preset`, in a few words; empty when they can.
 [[nodiscard]] std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset& preset);
 

@@ -165,5 +165,42 @@ TEST_P(CopiedOnce, AClipStaysAsItIsCoded) {
 
 INSTANTIATE_TEST_SUITE_P(Clips, CopiedOnce, testing::Values(reordered, mono, untouchedMPEG4, shortSound));
 
+// Where an export ends inside a group, pictures that come later but are referred to stay in the file, behind its end.
+TEST(CopiedPart, EndsAtAnyPictureOfAGroup) {
+  const ClipOptions options = small({.frames = 40, .bFrames = 3, .gop = 20, .audioCodec = ""});
+  const BarCodeClip clip(options);
+  const BarCodeClip turned(small({.frames = 40, .bFrames = 3, .gop = 20, .groups = GroupOfPictures::open, .rotation = 90}));
+  for (const auto& source : {clip, turned}) {
+    for (const std::int64_t pictures : {21, 24, 25, 26, 27, 33, 38}) {
+      SCOPED_TRACE(pictures);
+      const TemporaryDirectory directory;
+      const std::int64_t end = pictures * 1000 / 30;
+      const auto exported =
+          exportAsset(cutOf({{source.path(), 0, end}}), AVAssetExportPresetPassthrough, directory.file("part.mp4"));
+      ASSERT_EQ(exported.failure(), "");
+      const MediaJudge output(directory.file("part.mp4"));
+      auto wanted = numbersOf(MediaJudge(source.path()).pictures());
+      std::erase_if(wanted, [&](int number) { return number * 1000 >= end * 30; });
+      EXPECT_EQ(numbersOf(output.pictures()), wanted);
+      EXPECT_NEAR(output.duration(), static_cast<double>(end) / 1000, 0.0005);
+      EXPECT_EQ(output.warnings(), "");
+      const auto again = AVAsset::make(URL(directory.file("part.mp4")));
+      EXPECT_EQ(again->tracks(AVMediaTypeVideo).at(0)->timeRange().end(), CMTime(end, 1000));
+    }
+  }
+}
+
+TEST(CopiedPart, IsNotCutInsideAGroupBeforeAJoin) {
+  const BarCodeClip clip(small({.frames = 40, .bFrames = 3, .gop = 20, .audioCodec = ""}));
+  const TemporaryDirectory directory;
+  int refused = 0;
+  for (const std::int64_t end : {700, 733, 766, 800}) {  // one of four neighbours is no B picture
+    const auto exported = exportAsset(cutOf({{clip.path(), 0, end}, {clip.path(), 0, 1333}}), AVAssetExportPresetPassthrough,
+                                      directory.file(std::to_string(end) + ".mp4"));
+    if (exported.failure().find("cut inside a group of pictures") != std::string::npos) ++refused;
+  }
+  EXPECT_GE(refused, 1);
+}
+
 }  // namespace
 }  // namespace clipworks::test
