@@ -86,9 +86,9 @@ INSTANTIATE_TEST_SUITE_P(
             "a_gap_reported_backwards_repeats_nothing", {{0, 4410}, {4410, 4410, true, 4000}}, 0, 8000, {{8000, 0}}},
         PlacementCase{"a_source_that_goes_away_leaves_what_it_gave",
                       {{0, 4410}, {0, 0, false, {}, true}},
+                      11,
                       0,
-                      0,
-                      {{4410, 0}},
+                      {{4399, 11}},
                       ErrorKind::deviceLost}),
     [](const auto& testCase) { return testCase.param.name; });
 

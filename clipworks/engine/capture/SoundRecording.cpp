@@ -22,6 +22,9 @@ constexpr std::chrono::seconds startPatience{10};
 // What sounded at the stop comes later by the source's latency; more than this no source has.
 constexpr std::chrono::seconds latencyPatience{2};
 
+// In samples: later than any recording, and far enough from the greatest number for places before the start.
+constexpr std::int64_t noLimit = std::numeric_limits<std::int64_t>::max() / 2;
+
 }  // namespace
 
 Expected<std::unique_ptr<SoundRecording>> SoundRecording::prepare(const std::filesystem::path& path,
@@ -118,7 +121,7 @@ Expected<void> SoundRecording::take(const CapturedSound& sound, CaptureClock::ti
   const std::int64_t position = isMeasured ? framesBetween(start, sound.begin) : end;
   // Until something of it lies behind the start, the place is measured again.
   const auto stop = stopMoment();
-  const std::int64_t limit = stop ? framesBetween(start, *stop) : std::numeric_limits<std::int64_t>::max();
+  const std::int64_t limit = stop ? framesBetween(start, *stop) : noLimit;
   if (auto placed = place(sound, isPlaced_ ? std::max(position, end) : position, limit); !placed) return placed;
   isPlaced_ = isPlaced_ || writer_->frames() > 0;
   frames_ = writer_->frames();
