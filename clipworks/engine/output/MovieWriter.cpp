@@ -83,6 +83,8 @@ Expected<std::unique_ptr<MovieWriter>> MovieWriter::create(OutputFile& file, std
   }
   writer->io_ = makeIo(1, writer.get(), nullptr, writeBytes, seekBytes);
   if (writer->io_ == nullptr) return failed(ErrorKind::outOfMemory, "out of memory while creating " + file.name());
+  // The muxer marks the end of every sample as a place to write at; a call for each would cost more than the bytes.
+  writer->io_->min_packet_size = ioBufferBytes;
   AVFormatContext& context = *writer->context_;
   context.pb = writer->io_;
   context.opaque = writer.get();

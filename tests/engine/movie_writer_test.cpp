@@ -1,0 +1,134 @@
+#include <clipworks/engine/output/MovieWriter.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <ostream>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <clipworks/engine/FileHandle.h>
+#include <clipworks/engine/boxes/BoxSequence.h>
+#include <clipworks/engine/boxes/FourCC.h>
+#include <clipworks/engine/boxes/FullBoxCursor.h>
+#include <clipworks/engine/boxes/MovieBoxes.h>
+
+#include <tests/support/MediaJudge.h>
+#include <tests/support/TemporaryDirectory.h>
+
+namespace clipworks::test {
+namespace {
+
+using engine::MovieWriter;
+
+constexpr std::int32_t trackTimescale = 1000;
+constexpr std::int32_t movieTimescale = 2'000'000;
+
+engine::CodecParameters pictureFormat() {
+  auto format = engine::owned<engine::CodecParameters>(avcodec_parameters_alloc());
+  format->codec_type = AVMEDIA_TYPE_VIDEO;
+  format->codec_id = AV_CODEC_ID_MJPEG;
+  format->width = format->height = 16;
+  return format;
+}
+
+struct EndCase {
+  std::string name;
+  /// When the samples of the track that is ended are shown, in decoding order, in milliseconds.
+  std::vector<std::int64_t> shown;
+  std::int64_t end;
+  /// When the one sample of the other track ends.
+  std::int64_t otherEnd;
+  std::vector<std::int64_t> wantedEdits;  ///< their lengths
+
+  friend std::ostream& operator<<(std::ostream& out, const EndCase& c) { return out << c.name; }
+};
+
+class EndedTrack : public testing::TestWithParam<EndCase> {
+ protected:
+  static void write(MovieWriter& movie, int track, std::int64_t presentation, std::int64_t decode, std::int64_t duration) {
+    auto packet = engine::makePacket();
+    ASSERT_EQ(av_new_packet(packet.get(), 64), 0);
+    std::fill_n(packet->data, packet->size, std::uint8_t{0});
+    packet->pts = presentation;
+    packet->dts = decode;
+    packet->duration = duration;
+    packet->flags = AV_PKT_FLAG_KEY;
+    ASSERT_TRUE(movie.write(track, *packet));
+  }
+
+  void writeFile() const {
+    auto file = engine::OutputFile::create(path_, 0);
+    ASSERT_TRUE(file);
+    auto movie = MovieWriter::create(**file, movieTimescale, {});
+    ASSERT_TRUE(movie);
+    const auto format = pictureFormat();
+    const auto track = (*movie)->addTrack(*format, trackTimescale, std::nullopt);
+    const auto other = (*movie)->addTrack(*format, trackTimescale, std::nullopt);
+    ASSERT_TRUE(track && other && (*movie)->begin());
+    std::int64_t decode = GetParam().shown.front() - 40;
+    for (const std::int64_t shown : GetParam().shown) write(**movie, *track, shown, decode++, 40);
+    write(**movie, *other, 0, 0, GetParam().otherEnd);
+    (*movie)->endTrackAt(*track, GetParam().end);
+    ASSERT_TRUE((*movie)->finish());
+    ASSERT_TRUE((*file)->commit());
+  }
+
+  /// Of each track's header, in milliseconds.
+  [[nodiscard]] std::vector<std::int64_t> trackLengths() const {
+    std::ifstream stream(path_, std::ios::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(stream)), {});
+    const auto movie = engine::findBox(std::as_bytes(std::span(bytes)), {engine::fourCC("moov")});
+    std::vector<std::int64_t> lengths;
+    engine::BoxSequence boxes(movie.value());
+    while (const auto box = boxes.next()) {
+      if (box->type != engine::fourCC("trak")) continue;
+      auto header = engine::FullBoxCursor::open(engine::findBox(box->content, {engine::fourCC("tkhd")}).value()).value();
+      header.skip(2 * header.timeBytes() + 8);
+      lengths.push_back(milliseconds(header.readTime()));
+    }
+    return lengths;
+  }
+
+  static std::int64_t milliseconds(std::uint64_t ticks) { return static_cast<std::int64_t>(ticks * 1000 / movieTimescale); }
+
+  TemporaryDirectory directory_;
+  std::filesystem::path path_ = directory_.file("ended.mp4");
+};
+
+TEST_P(EndedTrack, IsAsLongAsItsEditsSay) {
+  ASSERT_NO_FATAL_FAILURE(writeFile());
+  const auto boxes = engine::readMovieBoxes(engine::FileHandle::openForReading(path_).value()->descriptor());
+  ASSERT_TRUE(boxes);
+  std::vector<std::int64_t> edits;
+  for (const auto& edit : boxes->tracks.at(0).edits) edits.push_back(milliseconds(edit.duration));
+  EXPECT_EQ(edits, GetParam().wantedEdits);
+  EXPECT_THAT(trackLengths(), testing::ElementsAre(GetParam().end, GetParam().otherEnd));
+  EXPECT_EQ(milliseconds(boxes->duration), std::max(GetParam().end, GetParam().otherEnd));
+  const auto [length, scale] = MediaJudge(path_).movieHeaderDuration();
+  EXPECT_EQ(length * 1000 / scale, static_cast<std::uint64_t>(std::max(GetParam().end, GetParam().otherEnd)));
+  EXPECT_EQ(boxes->tracks.at(0).sampleCount, GetParam().shown.size());
+}
+
+constexpr std::int64_t hours = 3'600'000;  // beyond 32 bits in ticks of the movie
+
+INSTANTIATE_TEST_SUITE_P(
+    Movies, EndedTrack,
+    testing::Values(EndCase{"ends the longest track", {0, 120, 40}, 80, 60, {80}},
+                    EndCase{"beside a longer track", {0, 120, 40}, 80, 5000, {80}},
+                    EndCase{"behind an empty edit", {200, 320, 240}, 280, 60, {200, 80}},
+                    EndCase{"hours long", {0, 2 * hours + 80, 2 * hours}, 2 * hours + 40, 60, {2 * hours + 40}},
+                    EndCase{"a short one beside hours", {0, 120, 40}, 80, 2 * hours, {80}},
+                    EndCase{"hours long behind an empty edit", {hours, 3 * hours + 80, 3 * hours}, 3 * hours + 40, hours,
+                            {hours, 2 * hours + 40}}));
+
+}  // namespace
+}  // namespace clipworks::test
