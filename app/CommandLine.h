@@ -27,6 +27,9 @@ class CommandLine {
   /// As far as they were understood.
   [[nodiscard]] const Options& options() const { return options_; }
 
+  /// All that is understood, for texts about it.
+  [[nodiscard]] const CLI::App& parser() const { return parser_; }
+
  private:
   void addOptions();
   void addCommands();

@@ -38,7 +38,7 @@ class SpeedCommand final : public EditingCommand {
         ->required();
     parser.add_option("--quality", quality_, "low (small pictures), or high, the default")
         ->type_name("low|high")
-        ->check(CLI::IsMember({"low", "high"}));
+        ->check(CLI::IsMember({"low", "high"}).description(""));
     parser.add_option("--name", name_, "The new file's name without \".mp4\"; one of its own when not given")
         ->type_name("NAME");
   }
