@@ -46,6 +46,19 @@ Expected<void> SoundReader::restart() {
   return {};
 }
 
+bool SoundReader::jumpsExactly() const {
+  AVStream* stream = (*input_)->streams[facts_->index];
+  const int count = avformat_index_get_entries_count(stream);
+  if (count < 3) return false;
+  const auto timeOf = [stream](int i) { return avformat_index_get_entry(stream, i)->timestamp; };
+  const std::int64_t step = timeOf(1) - timeOf(0);
+  for (int i = 2; i < count - 1; ++i) {  // the last one may be cut short
+    if (timeOf(i) - timeOf(i - 1) != step) return false;
+  }
+  return av_rescale(step, facts_->sampleRate, stream->time_base.den) * stream->time_base.den ==
+         step * facts_->sampleRate;
+}
+
 Expected<void> SoundReader::jumpTo(std::int64_t position) {
   const std::int64_t settle = settleSamples + static_cast<std::int64_t>(settleSeconds * sampleRate());
   const std::int64_t from = position - settle;

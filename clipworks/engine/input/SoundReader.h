@@ -22,6 +22,10 @@ class SoundReader {
   [[nodiscard]] int sampleRate() const { return facts_->sampleRate; }
   [[nodiscard]] int channels() const { return facts_->channels; }
 
+  /// Whether sound lies after a jump where it lies without one, to the sample: the file's index says that packets follow
+  /// each other evenly, as in most MP4 and QuickTime files.
+  [[nodiscard]] bool jumpsExactly() const;
+
   /// Writes `count` samples of every channel from `position` on, interleaved, to `samples`. Cheapest in rising order.
   [[nodiscard]] Expected<void> read(std::int64_t position, std::int64_t count, float* samples);
 

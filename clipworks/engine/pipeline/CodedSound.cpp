@@ -2,50 +2,53 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 
 #include <clipworks/engine/pipeline/SoundMixer.h>
+#include <clipworks/engine/pipeline/SoundParts.h>
 
 namespace clipworks::engine {
 namespace {
 
 constexpr std::size_t packetsUnderWay = 256;
 
-// Mixing and encoding take turns at being the slower: a stretch takes longer than its encoding, a plain stretch of sound
-// less. Where there are both, mixing may run ahead by a minute or so.
-constexpr std::size_t mixedUnderWay = 64;
-constexpr std::size_t mixedBytesBesideStretches = 16 << 20;
-constexpr std::size_t usualBlock = 1024;  // samples
+// Beyond this many, decoding and mixing are the slower part.
+constexpr unsigned mostEncoders = 4;
 
-std::size_t mixedCapacity(const SoundJob& job) {
+// A stretch takes longer than its encoding, plain sound less. Where there are both, mixing may run ahead to the stretch.
+constexpr std::size_t sectionsBeforeStretch = 4;
+
+ParallelSoundEncoding::Means meansFor(const SoundJob& job, std::size_t parts) {
   const bool stretches = std::any_of(job.lanes.begin(), job.lanes.end(), [](const SoundLane& lane) {
     return std::any_of(lane.pieces.begin(), lane.pieces.end(), [](const SoundPiece& piece) { return piece.isStretched(); });
   });
-  if (!stretches) return mixedUnderWay;
-  return mixedBytesBesideStretches / (usualBlock * sizeof(float) * static_cast<std::size_t>(job.encoder.channels));
+  const auto share = std::thread::hardware_concurrency() / static_cast<unsigned>(parts);
+  const unsigned encoders = std::clamp(share, 1U, mostEncoders);
+  return {encoders, stretches ? sectionsBeforeStretch : encoders};
 }
 
-/// Carries out a stage, and ends its queue whichever way that went.
-template <class Item, class Stage>
-void carryOut(BoundedQueue<Item>& queue, Stage stage) {
+/// Carries out a stage, and ends what it fills whichever way that went.
+template <class Filled, class Stage>
+void carryOut(Filled& filled, Stage stage) {
   try {
-    if (Expected<void> done = stage(); !done) return queue.fail(done.error());
-    queue.finish();
+    if (Expected<void> done = stage(); !done) return filled.fail(done.error());
+    filled.finish();
   } catch (const std::bad_alloc&) {
-    queue.fail({ErrorKind::outOfMemory, "out of memory", 0});
+    filled.fail({ErrorKind::outOfMemory, "out of memory", 0});
   } catch (const std::exception& thrown) {
-    queue.fail({ErrorKind::internal, thrown.what(), 0});
+    filled.fail({ErrorKind::internal, thrown.what(), 0});
   }
 }
 
 }  // namespace
 
-CodedSound::CodedSound(const SoundJob& job) : job_(job), mixed_(mixedCapacity(job)), coded_(packetsUnderWay) {}
+CodedSound::CodedSound(const SoundJob& job) : job_(job), copied_(packetsUnderWay) {}
 
 CodedSound::~CodedSound() { abandon(); }
 
 void CodedSound::abandon() {
-  mixed_.abandon();
-  coded_.abandon();
+  copied_.abandon();
+  for (const auto& part : parts_) part.encoding->abandon();
 }
 
 Expected<void> CodedSound::open() {
@@ -53,63 +56,48 @@ Expected<void> CodedSound::open() {
     const auto& lane = job_.lanes.front();
     format_ = owned<CodecParameters>(avcodec_parameters_alloc());
     if (avcodec_parameters_copy(format_.get(), &lane.file->parameters(lane.stream)) < 0) throw std::bad_alloc();
-    coding_ = std::jthread([this] { copy(); });
+    copying_ = std::jthread([this] { carryOut(copied_, [this] { return copyAll(); }); });
     return {};
   }
   auto encoder = SoundEncoder::open(job_.encoder);
   if (!encoder) return tl::make_unexpected(encoder.error());
-  encoder_.emplace(std::move(*encoder));
-  format_ = encoder_->format();
-  mixing_ = std::jthread([this] { mix(); });
-  coding_ = std::jthread([this] { encode(); });
+  format_ = encoder->format();
+  auto parts = soundParts(job_, encoder->samplesPerPacket());
+  if (!parts) return tl::make_unexpected(parts.error());
+  const auto means = meansFor(job_, parts->size());
+  for (const auto& sections : *parts) {
+    auto encoding = ParallelSoundEncoding::open(job_.encoder, sections, means);
+    if (!encoding) return tl::make_unexpected(encoding.error());
+    parts_.push_back({sections, std::move(*encoding), {}});
+  }
+  for (auto& part : parts_) {
+    part.mixing = std::jthread([this, &part] { carryOut(*part.encoding, [this, &part] { return mixAll(part); }); });
+  }
   return {};
 }
 
-void CodedSound::copy() {
-  carryOut(coded_, [this] { return copyAll(); });
+Expected<std::optional<Packet>> CodedSound::next() {
+  if (job_.copy) return copied_.pop();
+  for (; part_ < parts_.size(); ++part_) {
+    auto packet = parts_[part_].encoding->pull();
+    if (!packet || *packet) return packet;
+  }
+  return std::nullopt;
 }
 
-void CodedSound::mix() {
-  carryOut(mixed_, [this] { return mixAll(); });
-}
-
-void CodedSound::encode() {
-  carryOut(coded_, [this] { return encodeAll(); });
-  mixed_.abandon();  // after a failure nobody takes what is mixed
-}
-
-Expected<void> CodedSound::mixAll() {
-  auto mixer = SoundMixer::open(job_);
+Expected<void> CodedSound::mixAll(const Part& part) {
+  const std::int64_t portion = part.encoding->samplesPerPacket();
+  const std::int64_t begin = ParallelSoundEncoding::firstPacket(part.sections.first) * portion;
+  const std::int64_t end =
+      part.sections.end ? std::min(ParallelSoundEncoding::endPacket(*part.sections.end) * portion, job_.length) : job_.length;
+  auto mixer = SoundMixer::open(job_, begin);
   if (!mixer) return tl::make_unexpected(mixer.error());
-  const std::int64_t portion = encoder_->samplesPerPacket();
-  for (std::int64_t at = 0; at < job_.length; at += portion) {
+  for (std::int64_t at = begin; at < end; at += portion) {
     std::vector<float> samples;
-    if (auto mixed = mixer->next(std::min(portion, job_.length - at), samples); !mixed) return mixed;
-    if (!mixed_.push(std::move(samples))) return failed(ErrorKind::cancelled, "cancelled");
+    if (auto mixed = mixer->next(std::min(portion, end - at), samples); !mixed) return mixed;
+    if (!part.encoding->push(std::move(samples))) return failed(ErrorKind::cancelled, "cancelled");
   }
   return {};
-}
-
-Expected<void> CodedSound::encodeAll() {
-  for (;;) {
-    auto samples = mixed_.pop();
-    if (!samples) return tl::make_unexpected(samples.error());
-    if (!*samples) break;
-    const auto count = static_cast<int>((*samples)->size()) / job_.encoder.channels;
-    if (auto pushed = encoder_->push((*samples)->data(), count); !pushed) return pushed;
-    if (auto passed = passOn(); !passed) return passed;
-  }
-  if (auto finished = encoder_->finish(); !finished) return finished;
-  return passOn();
-}
-
-Expected<void> CodedSound::passOn() {
-  for (;;) {
-    auto packet = encoder_->pull();
-    if (!packet) return tl::make_unexpected(packet.error());
-    if (!*packet) return {};
-    if (!coded_.push(std::move(**packet))) return failed(ErrorKind::cancelled, "cancelled");
-  }
 }
 
 Expected<void> CodedSound::copyAll() {
@@ -129,7 +117,7 @@ Expected<void> CodedSound::copyAll() {
     packet->duration = av_rescale_q(packet->duration, from, to);
     if (packet->pts >= piece.length) return {};
     packet->duration = std::min(packet->duration, piece.length - packet->pts);
-    if (!coded_.push(std::move(packet))) return failed(ErrorKind::cancelled, "cancelled");
+    if (!copied_.push(std::move(packet))) return failed(ErrorKind::cancelled, "cancelled");
   }
 }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <cstdint>
+#include <memory>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -9,11 +9,12 @@
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
 #include <clipworks/engine/pipeline/ExportJob.h>
+#include <clipworks/engine/pipeline/ParallelSoundEncoding.h>
 
 namespace clipworks::engine {
 
-/// The stage of a track of sound: gives its coded samples, copied, or mixed and encoded on a thread each. Times count
-/// samples; the encoder's delay lies before zero. `open`, `next` and `format` on one thread, `abandon` on any.
+/// The stage of a track of sound: gives its coded samples, copied on a thread, or mixed and encoded on several. Times
+/// count samples; the encoder's delay lies before zero. `open`, `next` and `format` on one thread, `abandon` on any.
 class CodedSound {
  public:
   explicit CodedSound(const SoundJob& job);
@@ -24,25 +25,26 @@ class CodedSound {
   /// The job must outlive this.
   [[nodiscard]] Expected<void> open();
   [[nodiscard]] const AVCodecParameters& format() const { return *format_; }
-  [[nodiscard]] Expected<std::optional<Packet>> next() { return coded_.pop(); }
+  [[nodiscard]] Expected<std::optional<Packet>> next();
   void abandon();
 
  private:
-  void copy();
-  void mix();
-  void encode();
+  /// Sound that is mixed in one go.
+  struct Part {
+    ParallelSoundEncoding::Sections sections;
+    std::unique_ptr<ParallelSoundEncoding> encoding;
+    std::jthread mixing;  // ends before what it fills
+  };
+
   Expected<void> copyAll();
-  Expected<void> mixAll();
-  Expected<void> encodeAll();
-  Expected<void> passOn();
+  Expected<void> mixAll(const Part& part);
 
   const SoundJob& job_;
   CodecParameters format_;
-  std::optional<SoundEncoder> encoder_;
-  BoundedQueue<std::vector<float>> mixed_;  // interleaved, as many as the encoder takes at once
-  BoundedQueue<Packet> coded_;
-  std::jthread mixing_;
-  std::jthread coding_;
+  BoundedQueue<Packet> copied_;
+  std::jthread copying_;
+  std::vector<Part> parts_;  // none when the track is copied
+  std::size_t part_ = 0;     // the one whose turn it is
 };
 
 }  // namespace clipworks::engine

@@ -40,12 +40,23 @@ void fadeInto(std::vector<float>& head, const std::vector<float>& tail, int chan
 
 }  // namespace
 
-Expected<std::unique_ptr<SoundLaneReader>> SoundLaneReader::open(const SoundLane& lane, int sampleRate, int channels) {
+bool SoundLaneReader::mayStartAt(std::int64_t from, const SoundLane& lane, int sampleRate) {
+  const StreamFacts& facts = lane.file->stream(lane.stream);
+  if (facts.sampleRate != sampleRate) return false;
+  const auto seam = static_cast<std::int64_t>(seamSeconds * sampleRate);
+  return std::none_of(lane.pieces.begin(), lane.pieces.end(), [&](const SoundPiece& piece) {
+    return piece.target <= from && from < piece.target + (piece.isStretched() ? piece.length : seam);
+  });
+}
+
+Expected<std::unique_ptr<SoundLaneReader>> SoundLaneReader::open(const SoundLane& lane, int sampleRate, int channels,
+                                                                 std::int64_t from) {
   auto reader = SoundReader::open(lane.file, lane.stream);
   if (!reader) return tl::make_unexpected(reader.error());
   std::unique_ptr<SoundLaneReader> opened(new SoundLaneReader(lane, std::move(*reader), channels));
   if (auto ready = opened->prepareConverter(sampleRate); !ready) return tl::make_unexpected(ready.error());
   if (auto cached = opened->prepareSource(); !cached) return tl::make_unexpected(cached.error());
+  opened->position_ = from;
   return opened;
 }
 
@@ -115,7 +126,8 @@ Expected<void> SoundLaneReader::beginPiece(std::size_t index) {
   const SoundPiece* before = index > 0 ? &lane_.pieces[index - 1] : nullptr;
   const bool goesOn = before != nullptr && before->target + before->length == piece.target &&
                       std::llabs(before->source + before->sourceLength - piece.source) <= 1;  // both were rounded
-  const bool fades = goesOn && (before->isStretched() || piece.isStretched());
+  const bool isAtStart = position_ <= piece.target;
+  const bool fades = isAtStart && goesOn && (before->isStretched() || piece.isStretched());
   const auto most = static_cast<std::int64_t>(seamSeconds * reader_.sampleRate());
   const std::int64_t count = fades ? std::min(most, piece.length) : 0;
 

@@ -14,14 +14,18 @@
 
 namespace clipworks::engine {
 
-/// The sound of one lane at the output's rate and layout, from its start on. Sound that plays several times is decoded
+/// The sound of one lane at the output's rate and layout, in rising order. Sound that plays several times is decoded
 /// once where it fits `cachedBytes`. Where a piece goes on with the source of the one before it at another pace, the two
 /// are faded into each other for `seamSeconds` from the seam on. One thread at a time.
 class SoundLaneReader {
  public:
-  /// The lane must outlive the reader.
+  /// The lane must outlive the reader. Starts at `from`, in samples of the output: 0, or where `mayStartAt` allows it.
   [[nodiscard]] static Expected<std::unique_ptr<SoundLaneReader>> open(const SoundLane& lane, int sampleRate,
-                                                                       int channels);
+                                                                       int channels, std::int64_t from);
+
+  /// Whether a reader that starts at `from` gives what one gives that has read all before: nothing that is
+  /// stretched, and no seam, lies there, and neither the lane's rate nor its file needs what came before.
+  [[nodiscard]] static bool mayStartAt(std::int64_t from, const SoundLane& lane, int sampleRate);
   SoundLaneReader(const SoundLaneReader&) = delete;
   SoundLaneReader& operator=(const SoundLaneReader&) = delete;
 

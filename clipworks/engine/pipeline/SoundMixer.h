@@ -15,8 +15,9 @@ namespace clipworks::engine {
 /// Adds up the lanes of a job, and keeps the sum within full scale where the job asks for it. One thread at a time.
 class SoundMixer {
  public:
-  /// The job must outlive the mixer.
-  [[nodiscard]] static Expected<SoundMixer> open(const SoundJob& job);
+  /// The job must outlive the mixer. Starts at `from`, in samples: 0, or where every lane allows it and nothing is
+  /// limited.
+  [[nodiscard]] static Expected<SoundMixer> open(const SoundJob& job, std::int64_t from);
   /// The next `count` samples, interleaved.
   [[nodiscard]] Expected<void> next(std::int64_t count, std::vector<float>& samples);
 
