@@ -9,18 +9,26 @@ namespace {
 
 constexpr std::int32_t normalRate = 1 << 16;
 
+/// The end of every timeline, about 68 years; what a file says of later instants is damage or malice.
+constexpr CMTime latest(std::int64_t{1} << 31, 1);
+
 CMTime editLength(const engine::MovieBoxes::Edit& edit, const FilePresentation& presentation) {
   if (edit.duration > 0) {
     const auto longest = static_cast<std::uint64_t>(INT64_MAX);
     return CMTime(static_cast<std::int64_t>(std::min(edit.duration, longest)), presentation.movieTimescale);
   }
-  const std::int64_t rest = presentation.mediaDuration - std::max<std::int64_t>(edit.mediaTime, 0);
-  return CMTime(std::max<std::int64_t>(rest, 0), presentation.mediaTimescale);
+  const CMTime rest = CMTime(presentation.mediaDuration, presentation.mediaTimescale) -
+                      CMTime(std::max<std::int64_t>(edit.mediaTime, 0), presentation.mediaTimescale);
+  return CMTimeMaximum(rest, kCMTimeZero);
 }
 
 CMTime atRate(const CMTime& length, std::int32_t rate) {
   if (rate == normalRate) return length;
   return CMTime(mulDiv(length.value, rate, normalRate), length.timescale);
+}
+
+bool isWithinTime(const CMTimeRange& range) {
+  return CMTimeAbsoluteValue(range.start) <= latest && range.duration <= latest && range.end() <= latest;
 }
 
 }  // namespace
@@ -30,27 +38,26 @@ std::vector<AVAssetTrackSegment> segmentsFromEdits(const FilePresentation& prese
   if (presentation.mediaTimescale <= 0) return segments;
   const CMTime delay(presentation.encoderDelay, presentation.mediaTimescale);
   if (presentation.edits.empty() || presentation.movieTimescale <= 0) {
-    const std::int64_t length = presentation.mediaDuration - presentation.encoderDelay;
-    if (length <= 0) return segments;
-    const CMTime duration(length, presentation.mediaTimescale);
+    const CMTime duration = CMTimeMinimum(CMTime(presentation.mediaDuration, presentation.mediaTimescale) - delay, latest);
+    if (duration <= kCMTimeZero || !isWithinTime({delay, duration})) return segments;
     segments.push_back({CMTimeRange(delay, duration), CMTimeRange(kCMTimeZero, duration), SegmentGap::none});
     return segments;
   }
   CMTime at = kCMTimeZero;
   bool mediaSeen = false;
   for (const auto& edit : presentation.edits) {
-    const CMTime length = editLength(edit, presentation);
+    const CMTime length = CMTimeMinimum(editLength(edit, presentation), latest - at);
     if (length.value <= 0) continue;
     const CMTimeRange target(at, length);
     at = target.end();
-    if (edit.mediaTime < 0) {
+    const CMTime start = CMTime(edit.mediaTime, presentation.mediaTimescale) + delay;
+    const CMTimeRange source(start, atRate(length, std::max(edit.rate, 0)));
+    if (edit.mediaTime < 0 || !isWithinTime(source)) {
       segments.push_back({kCMTimeRangeInvalid, target, mediaSeen ? SegmentGap::empty : SegmentGap::hold});
       continue;
     }
     mediaSeen = true;
-    const CMTime start = CMTime(edit.mediaTime, presentation.mediaTimescale) + delay;
-    const std::int32_t rate = std::max(edit.rate, 0);
-    segments.push_back({CMTimeRange(start, atRate(length, rate)), target, SegmentGap::none});
+    segments.push_back({source, target, SegmentGap::none});
   }
   return segments;
 }

@@ -40,6 +40,7 @@ struct Counts {
   std::int32_t timescale;
   Int128 anchor;
   Int128 other;
+  bool isRounded;
 };
 
 /// Exact where the scales have a common multiple of 31 bits; else `other` is rounded to the finest one of `anchor`'s.
@@ -51,7 +52,9 @@ Counts atCommonTimescale(CMTime anchor, CMTime other) {
     timescale = commonTimescale(anchor.timescale, other.timescale);
   }
   if (timescale == 0) timescale = finestMultiple(anchor.timescale);
-  return {timescale, ticks(anchor, timescale), ticks(other, timescale)};
+  const Int128 count = ticks(other, timescale);
+  const bool isRounded = count * other.timescale != static_cast<Int128>(other.value) * timescale;
+  return {timescale, ticks(anchor, timescale), count, isRounded};
 }
 
 /// `numerator` / (`divisor` · `timescale`) seconds. The numerator has 126 bits at most, the divisor 63 (positive).
@@ -106,7 +109,8 @@ CMTime retimed(const CMTime& t, const CMTimeRange& from, const CMTimeRange& onto
   const Counts out = atCommonTimescale(onto.start, onto.duration);
   // start + offset · duration / length, over the one divisor `length`: 63 + 62 bits and one for the sum.
   const Int128 numerator = out.anchor * in.anchor + in.other * out.other;
-  return quotientAtBestTimescale(numerator, in.anchor, out.timescale, t.flags);
+  const std::uint32_t lost = in.isRounded || out.isRounded ? CMTime::hasBeenRounded : 0U;
+  return quotientAtBestTimescale(numerator, in.anchor, out.timescale, offset.flags | lost);
 }
 
 CMTime fitToTimescale(const CMTime& t, std::int32_t& timescale) {
@@ -141,7 +145,9 @@ void keepPart(AVAssetTrackSegment& segment, const CMTime& from, const CMTime& to
     if (from != segment.target.start) segment.source.start += from - segment.target.start;
     segment.source.duration = part.duration;
   } else if (!segment.isEmpty()) {
-    segment.source = CMTimeRange::fromTo(sourceInstant(segment, from), sourceInstant(segment, to));
+    const CMTime start = sourceInstant(segment, from);
+    // Where instants were rounded, the end of a part of nanoseconds may come out before its start.
+    segment.source = CMTimeRange::fromTo(start, CMTimeMaximum(start, sourceInstant(segment, to)));
   }
   segment.target = part;
 }

@@ -156,6 +156,10 @@ class Resolver {
         append(list, MediaSegment{segment, nullptr});
         continue;
       }
+      if (segment.source.duration == kCMTimeZero) {  // nanoseconds that were rounded to nothing and then stretched
+        append(list, MediaSegment{{kCMTimeRangeInvalid, segment.target, SegmentGap::hold}, nullptr});
+        continue;
+      }
       forEachPart(resolved_.at(segment.sourceTrack.get()), PresentedRange(segment.source, segment.target),
                   [&](MediaSegment part) { append(list, std::move(part)); });
     }

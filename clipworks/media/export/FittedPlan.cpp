@@ -32,8 +32,8 @@ CGAffineTransform uprightOnto(const engine::Canvas& canvas, const CGSize& natura
   double across = canvas.width / box.size.width;
   double down = canvas.height / box.size.height;
   if (fills) across = down = std::max(across, down);
-  const CGAffineTransform fit(across, 0, 0, down, canvas.width / 2.0 - across * (box.origin.x + box.size.width / 2),
-                              canvas.height / 2.0 - down * (box.origin.y + box.size.height / 2));
+  const CGAffineTransform fit{across, 0, 0, down, canvas.width / 2.0 - across * (box.origin.x + box.size.width / 2),
+                              canvas.height / 2.0 - down * (box.origin.y + box.size.height / 2)};
   return CGAffineTransformConcat(turn, fit);
 }
 
@@ -51,7 +51,7 @@ Result<std::optional<engine::PictureJob>, NSError> planFitted(const ExportTrack&
   for (auto& run : job.runs) {
     if (run.file == nullptr) continue;
     const MediaTrack media(run.file, run.stream);
-    const CGSize natural(media.facts().naturalWidth, media.facts().naturalHeight);
+    const CGSize natural{media.facts().naturalWidth, media.facts().naturalHeight};
     const auto upright = uprightOnto(*job.canvas, natural, track.transform, preset.fixedSize->fills);
     engine::RunLayer layer{std::exchange(run.file, nullptr), std::exchange(run.stream, 0), {}, mapToCanvas(media, upright), 1};
     for (const auto& shown : run.pictures) layer.pictures.push_back(shown.picture);
