@@ -52,6 +52,23 @@ TEST(MovingIntoPlace, ReplacesOldResultsButNeverAnInput) {
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path()), {}), 2) << "something is left";
 }
 
+TEST(PrivateDirectories, GoWithTheirRunOrTheNextOneButNeverWhileItLives) {
+  const TemporaryDirectory directory;
+  Options options;
+  options.outputs = directory.path();
+  const auto orphan = directory.file(".clipworks-killed");
+  std::filesystem::create_directories(orphan / "outputs");
+  std::ofstream(orphan / "outputs" / "half.mp4") << "half";
+  std::filesystem::create_directory(directory.file(".clipworks-of-others"));
+
+  const auto first = PrivateDirectories::make(options);
+  ASSERT_TRUE(first) << first.error().sentence;
+  EXPECT_FALSE(std::filesystem::exists(orphan)) << "what a killed run left is still there";
+  EXPECT_TRUE(std::filesystem::exists(directory.file(".clipworks-of-others")));
+  ASSERT_TRUE(PrivateDirectories::make(options));
+  EXPECT_TRUE(std::filesystem::exists((*first)->outputs())) << "a run removed what belongs to another";
+}
+
 TEST(ProgressLine, TellsTheTimeLeft) {
   using std::chrono::seconds;
   EXPECT_EQ(progressLine(0, seconds(0)), "[..............................]   0 %");
