@@ -72,8 +72,13 @@ Result<std::unique_ptr<HiddenDirectory>, Failure> HiddenDirectory::make(const st
 }
 
 HiddenDirectory::~HiddenDirectory() {
-  std::error_code ignored;  // what cannot be removed stays hidden
-  std::filesystem::remove_all(path_, ignored);
+  // After an interruption work that cannot be stopped may still put files into it.
+  constexpr int attempts = 100;
+  std::error_code error;  // what cannot be removed stays hidden
+  for (int i = 0; i < attempts; ++i) {
+    std::filesystem::remove_all(path_, error);
+    if (!error) break;
+  }
   if (lock_ >= 0) ::close(lock_);
 }
 

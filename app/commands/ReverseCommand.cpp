@@ -8,6 +8,7 @@
 #include <app/EditingCommand.h>
 #include <app/ResultName.h>
 #include <clipworks/media/asset/AVAsset.h>
+#include <clipworks/media/images/AVAssetImageGenerator.h>
 #include <clipworks/reverse/VideoReverseConverter.h>
 
 namespace clipworks::app {
@@ -120,9 +121,18 @@ class ReverseCommand final : public EditingCommand {
         converter->reverse(name_, reversed.closure());
         break;
     }
-    auto made = bench.wait(reversed, clipName() + " could not be reversed");
+    const std::string what = clipName() + " could not be reversed";
+    auto made = bench.wait(reversed, what);
     relay->end();
+    if (!made && made.error().sentence == what) return failed(what + whyNoPictures());
     return made;
+  }
+
+  /// The operation says no more than that it failed. Pictures are needed from the last one on, so that one tells.
+  std::string whyNoPictures() const {
+    const auto asset = AVAsset::make(URL(file_));
+    const auto last = AVAssetImageGenerator::make(asset)->copyCGImage(asset->duration());
+    return last ? "" : ": " + last.error().localizedDescription();
   }
 
   std::string file_;

@@ -30,8 +30,8 @@ std::size_t estimatedBytes(const AVCodecParameters& parameters) {
   return static_cast<std::size_t>(std::max(bytes, 1));
 }
 
-// Whether a sample is not in the file, or not readable there; what it holds is another matter.
-bool isLack(const Error& error) { return error.kind == ErrorKind::damaged || error.kind == ErrorKind::unreadable; }
+// Whether a sample is not in the file; what it holds is another matter, and so is a disk that fails.
+bool isLack(const Error& error) { return error.kind == ErrorKind::damaged; }
 
 Error cancelledError() { return {ErrorKind::cancelled, "cancelled", 0}; }
 

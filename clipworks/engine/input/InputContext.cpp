@@ -1,6 +1,7 @@
 #include <clipworks/engine/input/InputContext.h>
 
 #include <cerrno>
+#include <cstring>
 #include <cstdio>
 
 #include <clipworks/engine/LibraryErrors.h>
@@ -26,7 +27,10 @@ void InputContext::CloseBytes::operator()(AVIOContext* bytes) const {
 int InputContext::readBytes(void* opaque, std::uint8_t* buffer, int length) {
   auto* bytes = static_cast<Bytes*>(opaque);
   const std::int64_t count = bytes->file->readAt(bytes->offset, buffer, length);
-  if (count < 0) return AVERROR(errno);
+  if (count < 0) {
+    bytes->failure = errno;
+    return AVERROR(bytes->failure);
+  }
   if (count == 0) return AVERROR_EOF;
   bytes->offset += count;
   return static_cast<int>(count);
@@ -56,7 +60,8 @@ std::int64_t InputContext::seekBytes(void* opaque, std::int64_t offset, int when
 Expected<InputContext> InputContext::open(std::shared_ptr<const FileHandle> file, const std::string& name) {
   quietLibraries();
   InputContext input;
-  input.bytes_ = std::make_unique<Bytes>(Bytes{std::move(file), 0});
+  input.bytes_ = std::make_unique<Bytes>(Bytes{std::move(file), 0, 0});
+  input.name_ = name;
   auto* buffer = static_cast<std::uint8_t*>(av_malloc(ioBufferBytes));
   if (buffer == nullptr) return failed(ErrorKind::outOfMemory, "out of memory while opening " + name);
   input.io_.reset(avio_alloc_context(buffer, ioBufferBytes, 0, input.bytes_.get(), readBytes, nullptr, seekBytes));
@@ -79,6 +84,13 @@ Expected<InputContext> InputContext::open(std::shared_ptr<const FileHandle> file
   if (opened < 0) return tl::make_unexpected(libraryError(opened, name + " is not readable media"));
   input.context_.reset(context);
   return input;
+}
+
+Expected<bool> InputContext::read(AVPacket& packet) {
+  if (av_read_frame(context_.get(), &packet) >= 0) return true;
+  // Demuxers take a failure for the end, some of them.
+  if (bytes_->failure == 0) return false;
+  return failed(ErrorKind::unreadable, name_ + " cannot be read: " + std::strerror(bytes_->failure), bytes_->failure);
 }
 
 void InputContext::keepOnly(int streamIndex) {

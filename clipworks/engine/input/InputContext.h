@@ -19,6 +19,10 @@ class InputContext {
   [[nodiscard]] AVFormatContext* get() const { return context_.get(); }
   AVFormatContext* operator->() const { return context_.get(); }
 
+  /// The next packet; false at the end, and where the content is too damaged to go on. Fails when the file itself cannot
+  /// be read.
+  [[nodiscard]] Expected<bool> read(AVPacket& packet);
+
   /// Leaves only the packets of `streamIndex`.
   void keepOnly(int streamIndex);
 
@@ -26,6 +30,7 @@ class InputContext {
   struct Bytes {
     std::shared_ptr<const FileHandle> file;
     std::int64_t offset = 0;
+    int failure = 0;  // errno of a read that failed
   };
   struct CloseBytes {
     void operator()(AVIOContext* bytes) const;
@@ -37,6 +42,7 @@ class InputContext {
   static int readBytes(void* opaque, std::uint8_t* buffer, int length);
   static std::int64_t seekBytes(void* opaque, std::int64_t offset, int whence);
 
+  std::string name_;
   std::unique_ptr<Bytes> bytes_;
   std::unique_ptr<AVIOContext, CloseBytes> io_;
   std::unique_ptr<AVFormatContext, CloseContext> context_;

@@ -222,7 +222,8 @@ Expected<void> MediaFile::measureByPackets() {
   avformat_find_stream_info(input->get(), nullptr);
   Packet packet = makePacket();
   std::int64_t end = 0;
-  while (av_read_frame(input->get(), packet.get()) >= 0) {
+  auto got = input->read(*packet);
+  for (; got && *got; got = input->read(*packet)) {
     const AVRational base = input->get()->streams[packet->stream_index]->time_base;
     if (packet->pts != AV_NOPTS_VALUE && parameters_.count(packet->stream_index) != 0) {
       const std::int64_t length = std::max<std::int64_t>(packet->duration, 0);
@@ -230,6 +231,7 @@ Expected<void> MediaFile::measureByPackets() {
     }
     av_packet_unref(packet.get());
   }
+  if (!got) return tl::make_unexpected(got.error());
   duration_ = end;
   return {};
 }
@@ -327,7 +329,8 @@ Expected<SampleTable> MediaFile::buildTable(int index) const {
   std::int64_t end = 0;
   const std::int64_t scale = stream.time_base.num;
   Packet packet = makePacket();
-  while (av_read_frame(input->get(), packet.get()) >= 0) {
+  auto got = input->read(*packet);
+  for (; got && *got; got = input->read(*packet)) {
     if (packet->stream_index == index) {
       Sample sample;
       const std::int64_t fallback = samples.empty() ? 0 : samples.back().decode + 1;
@@ -342,6 +345,7 @@ Expected<SampleTable> MediaFile::buildTable(int index) const {
     }
     av_packet_unref(packet.get());
   }
+  if (!got) return tl::make_unexpected(got.error());
   return SampleTable(std::move(samples), end);
 }
 

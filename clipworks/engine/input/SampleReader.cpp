@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 
-#include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Limits.h>
 
 namespace clipworks::engine {
@@ -61,8 +60,9 @@ Expected<Packet> SampleReader::readDemuxed(std::uint32_t index) {
   }
   Packet packet = makePacket();
   for (;;) {
-    const int code = av_read_frame(demuxer_->get(), packet.get());
-    if (code < 0) return tl::make_unexpected(libraryError(code, file_->name() + " ends early"));
+    const auto got = demuxer_->read(*packet);
+    if (!got) return tl::make_unexpected(got.error());
+    if (!*got) return failed(ErrorKind::damaged, file_->name() + " ends early");
     if (packet->stream_index == stream_ && next_++ == index) return packet;
     av_packet_unref(packet.get());
   }

@@ -111,12 +111,13 @@ Expected<bool> SoundReader::decodeBlock() {
     }
     if (code == AVERROR_EOF) return false;
     if (code != AVERROR(EAGAIN)) continue;  // one broken packet: silence
-    int got = 0;
-    do {
+    auto got = input_->read(*packet);
+    while (got && *got && packet->stream_index != facts_->index) {
       av_packet_unref(packet.get());
-      got = av_read_frame(input_->get(), packet.get());
-    } while (got >= 0 && packet->stream_index != facts_->index);
-    if (got < 0) {
+      got = input_->read(*packet);
+    }
+    if (!got) return got;
+    if (!*got) {
       if (drained_) return false;
       drained_ = true;
       avcodec_send_packet(decoder_.get(), nullptr);

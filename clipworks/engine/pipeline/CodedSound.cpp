@@ -110,7 +110,9 @@ Expected<void> CodedSound::copyAll() {
   const AVRational to{1, facts.sampleRate};
   for (;;) {
     Packet packet = makePacket();
-    if (av_read_frame(input->get(), packet.get()) < 0) return {};
+    const auto got = input->read(*packet);
+    if (!got) return tl::make_unexpected(got.error());
+    if (!*got) return {};
     if (packet->stream_index != lane.stream) continue;
     packet->pts = av_rescale_q(packet->pts, from, to) - piece.source;
     packet->dts = packet->pts;
