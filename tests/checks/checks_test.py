@@ -2,11 +2,13 @@
 """Shows that the checks beside it can fail: each sample has faults in known lines, and none elsewhere."""
 
 import re
+import tempfile
 import unittest
+from pathlib import Path
 
 import includes_point_downwards as includes
 import public_symbols_documented as documented
-import readme_shows_example
+import pages_hold
 
 
 def lines_of(faults):
@@ -88,10 +90,19 @@ class PublicSymbolsDocumented(unittest.TestCase):
         self.assertEqual(lines_of(documented.faults_of("A.h", SAMPLE)), wanted)
 
 
-class ReadmeShowsExample(unittest.TestCase):
-    def test_only_cpp_blocks_count(self):
-        page = "Text\n```sh\nmake\n```\n```cpp\nint x;\n```\nmore\n"
-        self.assertEqual(readme_shows_example.shown(page), ["int x;\n"])
+class PagesHold(unittest.TestCase):
+    PAGE = "Text\n```sh\nclipworks loop A --count 3  # twice\nclipworks jump A --high\nmake\n```\n```cpp\nint x;\n```\n[there](a.py) [not](b.md)\n"
+
+    def test_code_links_and_commands_are_judged(self):
+        self.assertEqual(pages_hold.code_faults({"p": self.PAGE}, {"e": "int x;\n"}), [])
+        self.assertEqual(len(pages_hold.code_faults({"p": self.PAGE}, {"e": "int y;\n"})), 2)
+        helps = {"": "Commands:\n  loop    Play\n", "loop": "  --count N\n"}
+        self.assertEqual(pages_hold.command_faults("p", self.PAGE, helps.get),
+                         ["p shows a command that is none: clipworks jump A --high", "p shows --high, which is unknown: clipworks jump A --high"])
+        with tempfile.TemporaryDirectory() as directory:
+            Path(directory, "a.py").touch()
+            page = Path(directory, "p.md")
+            self.assertEqual(pages_hold.link_faults(page, self.PAGE), [f"{page} links to b.md, which is not there"])
 
 
 if __name__ == "__main__":

@@ -24,7 +24,7 @@ struct ExportReport {
 ///
 ///     samples ─> decoder ─> converter + encoder ─┐
 ///                                                ├─> interleaver + muxer ─> file   (the thread that calls `run`)
-///     packets ─> decoder + mixer ─> encoder ─────┘
+///     packets ─> decoder + mixer ─> encoders ────┘
 ///
 /// A run of pictures that plays again is read back from the file being written. `run` once; `cancel` and `progress`
 /// from any thread.

@@ -1,0 +1,36 @@
+// Lays a recording over a clip from its first second on, the clip's own sound at half its level.
+#include <iostream>
+
+#include <clipworks/clipworks.h>
+
+using namespace clipworks;
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::cerr << "usage: narrate CLIP RECORDING\n";
+    return 2;
+  }
+  FileSystem::shared().setOutputsURL(URL("."));
+
+  const auto narration = VideoNarrationUtils::make();
+  bool isComposed = false;
+  narration->createComposition(URL(argv[1]), {NarrationPiece(CMTime(1, 1), URL(argv[2]), 1.0F)}, 0.5F,
+                               [&](const auto& composition) { isComposed = composition.has_value(); });
+  if (!isComposed) {
+    std::cerr << argv[1] << " needs pictures and sound\n";
+    return 1;
+  }
+
+  // Reports on the main queue, which belongs to the host: run() works it off until stop().
+  int exitCode = 1;
+  const auto report = [&](const auto& result) {
+    if (result) {
+      std::cout << result->path().string() << '\n';
+      exitCode = 0;
+    }
+    DispatchQueue::main().stop();
+  };
+  narration->exportComposition(ExportQuality::highCompressed, report);
+  DispatchQueue::main().run();
+  return exitCode;
+}

@@ -1,0 +1,78 @@
+#!/usr/bin/env python3
+"""Checks what the pages of the documentation show: C++ that the build compiles, commands that the program knows, and
+links that lead somewhere.
+
+    pages_hold.py REPOSITORY PROGRAM
+"""
+
+import re
+import shlex
+import subprocess
+import sys
+from pathlib import Path
+
+
+def blocks(page, language):
+    """The blocks of code in a language."""
+    return re.findall(rf"^```{language}\n(.*?)^```$", page, re.DOTALL | re.MULTILINE)
+
+
+def code_faults(pages, examples):
+    """C++ that is no example as it stands, and examples that no page shows; `pages` and `examples`: text by name."""
+    shown = {name: blocks(text, "cpp") for name, text in pages.items()}
+    faults = [f"{name} shows C++ that is no file of examples/" for name, all_shown in shown.items()
+              for block in all_shown if block not in examples.values()]
+    everything = [block for all_shown in shown.values() for block in all_shown]
+    return faults + [f"no page shows {name}" for name, text in examples.items() if text not in everything]
+
+
+def link_faults(path, text):
+    """Relative links of a page to what is not there."""
+    without_code = re.sub(r"^```.*?^```$", "", text, flags=re.DOTALL | re.MULTILINE)
+    targets = re.findall(r"\]\(([^)#\s]+)[^)]*\)", without_code)
+    return [f"{path} links to {target}, which is not there" for target in targets
+            if "://" not in target and not (path.parent / target).exists()]
+
+
+def command_faults(name, text, help_of):
+    """Commands in shell blocks whose name or options the program does not know; `help_of` gives a command's help, the
+    program's own for an empty name."""
+    faults = []
+    known = help_of("")
+    for line in "".join(blocks(text, "sh")).splitlines():
+        words = shlex.split(line, comments=True)
+        if "clipworks" not in words[:1]:
+            continue
+        command = next((word for word in words[1:] if not word.startswith("-") and re.search(rf"^  {re.escape(word)} ", known, re.MULTILINE)), None)
+        understood = known + (help_of(command) if command else "")
+        options = {word.split("=")[0] for word in words[1:] if word.startswith("--")}
+        if command is None and options <= {"--version", "--licenses", "--help"}:
+            continue
+        if command is None:
+            faults.append(f"{name} shows a command that is none: {line}")
+        faults += [f"{name} shows {option}, which is unknown: {line}" for option in sorted(options)
+                   if not re.search(rf"{option}\b", understood)]
+    return faults
+
+
+def main(repository, program):
+    repository = Path(repository)
+    paths = [*repository.glob("*.md"), *repository.glob("docs/**/*.md")]
+    pages = {path: path.read_text(encoding="utf-8") for path in paths}
+    guides = {str(path.relative_to(repository)): text for path, text in pages.items() if path.parent.name != "adr"}
+    examples = {str(path.relative_to(repository)): path.read_text(encoding="utf-8")
+                for path in repository.glob("examples/*.cpp")}
+
+    def help_of(command):
+        return subprocess.run([program, *command.split(), "--help"], check=True, capture_output=True, text=True).stdout
+
+    faults = code_faults(guides, examples)
+    for path, text in pages.items():
+        faults += link_faults(path, text)
+    for name, text in guides.items():
+        faults += command_faults(name, text, help_of)
+    sys.exit("\n".join(faults) or 0)
+
+
+if __name__ == "__main__":
+    main(*sys.argv[1:])

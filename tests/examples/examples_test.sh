@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Runs the examples on a short clip: each makes the file that it says it makes.
+#
+#   examples_test.sh DIRECTORY_OF_THE_PROGRAMS
+set -euo pipefail
+
+programs=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cd "$work"
+
+ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=1920x1080:rate=10:duration=3 -f lavfi -i sine=duration=3 \
+  -c:v libx264 -preset ultrafast -c:a aac clip.mp4
+ffmpeg -nostdin -v error -f lavfi -i sine=frequency=900:duration=1 -c:a aac voice.m4a
+
+# expect WANTED NAME ARGUMENTS…: WANTED is width,height,pictures of the file whose path the example prints.
+expect() {
+  local wanted=$1 name=$2 file facts
+  shift 2
+  # Some operations print lines of their own before.
+  file=$(timeout 60 "$programs/clipworks_example_$name" "$@" 2>log | tail -1) || { echo "$name failed: $(cat log)" >&2; exit 1; }
+  facts=$(ffprobe -v error -count_packets -select_streams v -show_entries stream=width,height,nb_read_packets -of csv=p=0 "$file")
+  if [[ $facts != "$wanted" ]]; then
+    echo "$name made $file with $facts instead of $wanted" >&2
+    exit 1
+  fi
+}
+
+expect 1920,1080,90 loop clip.mp4
+expect 1080,1920,30 rotate clip.mp4
+expect 1080,1080,30 crop clip.mp4
+expect 1920,1080,30 reverse clip.mp4
+expect 1920,1080,30 speed clip.mp4
+expect 854,480,30 compress clip.mp4
+expect 1920,1080,30 narrate clip.mp4 voice.m4a
+expect 1920,1080,1 frame clip.mp4
+echo "all examples make what they say"
