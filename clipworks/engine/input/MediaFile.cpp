@@ -169,7 +169,7 @@ void MediaFile::describeStream(const AVFormatContext& context, int index) {
   facts.kind = video ? StreamKind::video : StreamKind::audio;
   facts.codec = avcodec_get_name(p.codec_id);
   facts.timescale = stream.time_base.den;
-  facts.bitRate = p.bit_rate;
+  facts.bitRate = std::max<std::int64_t>(p.bit_rate, 0);
   facts.duration = stream.duration == AV_NOPTS_VALUE ? 0 : stream.duration * stream.time_base.num;
   const auto* track = boxes_ ? findTrack(boxes_, stream.id) : nullptr;
   if (track != nullptr) {

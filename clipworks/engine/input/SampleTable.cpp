@@ -19,7 +19,7 @@ SampleTable::SampleTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd)
   pictures_.erase(std::unique(pictures_.begin(), pictures_.end(), sameTime), pictures_.end());
 
   for (std::uint32_t i = 0; i < samples_.size(); ++i) {
-    totalBytes_ += samples_[i].bytes;
+    totalBytes_ += std::max(samples_[i].bytes, 0);
     if (!samples_[i].accessPoint) continue;
     if (accessPoints_.empty() || earlier(accessPoints_.back(), i)) accessPoints_.push_back(i);
   }

@@ -104,12 +104,14 @@ CGAffineTransform FileAssetTrack::preferredTransform() const {
 float FileAssetTrack::nominalFrameRate() const {
   if (table_ == nullptr || facts().timescale <= 0) return 0;
   const std::int64_t length = table_->trackEnd() - table_->timeOfPicture(0);
+  if (length <= 0) return 0;
   return finite(static_cast<double>(table_->pictureCount()) * facts().timescale / static_cast<double>(length));
 }
 
 float FileAssetTrack::estimatedDataRate() const {
   if (table_ == nullptr) return static_cast<float>(facts().bitRate);
   const std::int64_t length = table_->trackEnd() - table_->timeOfPicture(0);
+  if (length <= 0) return 0;
   return finite(8.0 * static_cast<double>(table_->totalBytes()) * facts().timescale / static_cast<double>(length));
 }
 

@@ -221,7 +221,11 @@ void AVMutableCompositionTrack::stretch(std::size_t first, std::size_t last, con
   CMTime start = onto.start;
   for (std::size_t i = first; i < last; ++i) {
     CMTimeRange& target = segments_[i].target;
-    const CMTime stop = i + 1 == last ? onto.end() : fitToTimescale(retimed(target.end(), from, onto), timescale_);
+    CMTime stop = onto.end();
+    if (i + 1 < last) {
+      const CMTime end = fitToTimescale(retimed(target.end(), from, onto), timescale_);
+      stop = CMTimeMaximum(start, CMTimeMinimum(end, stop));  // where times were rounded, it may come out beyond
+    }
     target = CMTimeRange::fromTo(start, stop);
     start = stop;
   }
