@@ -26,7 +26,7 @@ class FuzzInput {
   [[nodiscard]] Integer take() {
     Integer value{};
     const std::size_t count = left_ < sizeof(value) ? left_ : sizeof(value);
-    std::memcpy(&value, data_, count);
+    if (count > 0) std::memcpy(&value, data_, count);
     data_ += count;
     left_ -= count;
     return value;
