@@ -3,6 +3,13 @@
 #include <clipworks/engine/LibraryErrors.h>
 
 namespace clipworks::engine {
+namespace {
+
+// Where the encoder's rate control begins. At its own start, 120, a lasting tone has 38 dB above the noise for some
+// seconds until the step has come down, then 56; from here on it has 57 at once, in as many bytes.
+constexpr int firstStep = 5;
+
+}  // namespace
 
 Expected<SoundEncoder> SoundEncoder::open(const SoundEncoderSettings& settings) {
   quietLibraries();
@@ -12,6 +19,7 @@ Expected<SoundEncoder> SoundEncoder::open(const SoundEncoderSettings& settings) 
   context->sample_rate = settings.sampleRate;
   context->sample_fmt = AV_SAMPLE_FMT_FLTP;
   context->bit_rate = settings.bitRate;
+  context->global_quality = firstStep;
   context->time_base = AVRational{1, settings.sampleRate};
   context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   av_channel_layout_default(&context->ch_layout, settings.channels);
