@@ -48,6 +48,8 @@ CodedSound::~CodedSound() { abandon(); }
 
 void CodedSound::abandon() {
   copied_.abandon();
+  const std::lock_guard lock(mutex_);
+  isAbandoned_ = true;
   for (const auto& part : parts_) part.encoding->abandon();
 }
 
@@ -65,10 +67,16 @@ Expected<void> CodedSound::open() {
   auto parts = soundParts(job_, encoder->samplesPerPacket());
   if (!parts) return tl::make_unexpected(parts.error());
   const auto means = meansFor(job_, parts->size());
+  std::vector<Part> opened;
   for (const auto& sections : *parts) {
     auto encoding = ParallelSoundEncoding::open(job_.encoder, sections, means);
     if (!encoding) return tl::make_unexpected(encoding.error());
-    parts_.push_back({sections, std::move(*encoding), {}});
+    opened.push_back({sections, std::move(*encoding), {}});
+  }
+  {
+    const std::lock_guard lock(mutex_);
+    if (isAbandoned_) return failed(ErrorKind::cancelled, "cancelled");
+    parts_ = std::move(opened);
   }
   for (auto& part : parts_) {
     part.mixing = std::jthread([this, &part] { carryOut(*part.encoding, [this, &part] { return mixAll(part); }); });

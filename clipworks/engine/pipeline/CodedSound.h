@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <thread>
 #include <vector>
@@ -43,7 +44,9 @@ class CodedSound {
   CodecParameters format_;
   BoundedQueue<Packet> copied_;
   std::jthread copying_;
-  std::vector<Part> parts_;  // none when the track is copied
+  std::mutex mutex_;  // between abandon() and the two below
+  bool isAbandoned_ = false;
+  std::vector<Part> parts_;  // set once, by open(); none when the track is copied
   std::size_t part_ = 0;     // the one whose turn it is
 };
 
