@@ -14,8 +14,8 @@
 namespace clipworks::app {
 namespace {
 
-constexpr std::string_view namePattern = ".clipworks-XXXXXX";  // as mkdtemp() takes it
 constexpr std::string_view namePrefix = ".clipworks-";
+constexpr std::size_t randomLetters = 6;  // that mkdtemp() puts in the place of as many X
 
 /// A locked descriptor of the directory; -1 when another process has it, or it cannot be opened.
 int lockOf(const std::filesystem::path& directory) {
@@ -40,7 +40,7 @@ void removeOrphans(const std::filesystem::path& parent) {
   for (auto entry = std::filesystem::directory_iterator(parent, error); !error && entry != std::filesystem::directory_iterator();
        entry.increment(error)) {
     const std::string name = entry->path().filename().string();
-    if (name.size() != namePattern.size() || !name.starts_with(namePrefix)) continue;
+    if (name.size() != namePrefix.size() + randomLetters || !name.starts_with(namePrefix)) continue;
     const int lock = lockOf(entry->path());
     if (lock < 0) continue;
     std::error_code ignored;
@@ -55,7 +55,7 @@ Result<std::unique_ptr<HiddenDirectory>, Failure> HiddenDirectory::make(const st
                                                                         const std::string& role) {
   removeOrphans(parent);
   for (;;) {
-    std::string path = (parent / namePattern).string();
+    std::string path = (parent / namePrefix).string() + std::string(randomLetters, 'X');
     if (::mkdtemp(path.data()) == nullptr) {
       const int code = errno;
       if (code == ENOENT) return failed("the " + role + " directory " + parent.string() + " does not exist");

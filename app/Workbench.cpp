@@ -55,8 +55,9 @@ void Workbench::pumpUntil(const std::function<bool()>& isOver) {
 
 Failure Workbench::interrupted() { return {ExitCode::interrupted, "interrupted"}; }
 
-Failure Workbench::failureWithReason(const std::string& what) const {
-  const std::string reason = watch_.reason();
+Failure Workbench::failureWithReason(const std::string& what, const std::function<std::string()>& askWhy) const {
+  std::string reason = watch_.reason();
+  if (reason.empty() && askWhy) reason = askWhy();
   return {ExitCode::failed, reason.empty() ? what : what + ": " + reason};
 }
 

@@ -26,14 +26,16 @@ class Workbench {
   Workbench& operator=(const Workbench&) = delete;
 
   /// Waits until the operation that holds `awaited`'s closure has reported or dropped it. Its value; or, when it
-  /// failed, said nothing or was interrupted, why: `what` ("a.mp4 could not be looped") with the reason behind it.
+  /// failed, said nothing or was interrupted, why: `what` ("a.mp4 could not be looped") with the reason behind it,
+  /// `askWhy`'s where the platform has told none.
   template <class Value, class Error>
-  [[nodiscard]] Result<Value, Failure> wait(const Awaited<Result<Value, Error>>& awaited, const std::string& what) {
+  [[nodiscard]] Result<Value, Failure> wait(const Awaited<Result<Value, Error>>& awaited, const std::string& what,
+                                            const std::function<std::string()>& askWhy = nullptr) {
     pumpUntil([&awaited] { return awaited.isOver(); });
     if (interruption_.isRequested()) return failure(interrupted());
     const auto reported = awaited.value();
     if (!reported) return failure(silence(what));
-    if (!*reported) return failure(failureWithReason(what));
+    if (!*reported) return failure(failureWithReason(what, askWhy));
     reporter_.progress(stageEnd_);
     return **reported;
   }
@@ -67,7 +69,8 @@ class Workbench {
 
   void pumpUntil(const std::function<bool()>& isOver);
   [[nodiscard]] static Failure interrupted();
-  [[nodiscard]] Failure failureWithReason(const std::string& what) const;
+  [[nodiscard]] Failure failureWithReason(const std::string& what,
+                                          const std::function<std::string()>& askWhy = nullptr) const;
   [[nodiscard]] Failure silence(const std::string& what) const;
 
   Reporter& reporter_;

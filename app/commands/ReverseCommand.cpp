@@ -121,18 +121,17 @@ class ReverseCommand final : public EditingCommand {
         converter->reverse(name_, reversed.closure());
         break;
     }
-    const std::string what = clipName() + " could not be reversed";
-    auto made = bench.wait(reversed, what);
+    auto made = bench.wait(reversed, clipName() + " could not be reversed", [this] { return whyNoPictures(); });
     relay->end();
-    if (!made && made.error().sentence == what) return failed(what + whyNoPictures());
     return made;
   }
 
   /// The operation says no more than that it failed. Pictures are needed from the last one on, so that one tells.
   std::string whyNoPictures() const {
+    if (parts_ == Parts::soundOnly) return "";
     const auto asset = AVAsset::make(URL(file_));
     const auto last = AVAssetImageGenerator::make(asset)->copyCGImage(asset->duration());
-    return last ? "" : ": " + last.error().localizedDescription();
+    return last ? "" : last.error().localizedDescription();
   }
 
   std::string file_;

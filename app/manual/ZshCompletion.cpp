@@ -35,7 +35,7 @@ _clipworks "$@"
 /// A word in single quotes, for the shell.
 std::string quoted(const std::string& text) { return "'" + CLI::detail::find_and_replace(text, "'", "'\\''") + "'"; }
 
-/// Colons and brackets part the fields of a specification.
+/// Colons and brackets separate the fields of an argument of `_arguments`; a backslash makes them text.
 std::string field(const std::string& text) {
   std::string escaped;
   for (const char character : text) {

@@ -44,7 +44,7 @@ std::vector<float> mixed(const SoundJob& job, std::int64_t from, std::int64_t to
 
 TEST_F(SoundParts, BehindAStretchSoundAsIfMixedInOneGo) {
   const auto stretched = job("steady.mp4", rate);
-  const auto parts = soundParts(stretched, packetSamples).value();
+  const auto parts = soundParts(stretched).value();
   ASSERT_EQ(parts.size(), 2U);
   EXPECT_EQ(parts[0].end, parts[1].first);
   const std::int64_t start = ParallelSoundEncoding::firstPacket(parts[1].first) * packetSamples;
@@ -61,9 +61,9 @@ TEST_F(SoundParts, BehindAStretchSoundAsIfMixedInOneGo) {
 TEST_F(SoundParts, IsOneWhereWhatFollowsNeedsWhatCameBefore) {
   auto limited = job("limited.mp4", rate);
   limited.limited = true;
-  EXPECT_EQ(soundParts(limited, packetSamples).value().size(), 1U);
-  EXPECT_EQ(soundParts(job("converted.mp4", 44'100), packetSamples).value().size(), 1U);
-  EXPECT_EQ(soundParts(job("without_index.mka", rate), packetSamples).value().size(), 1U);
+  EXPECT_EQ(soundParts(limited).value().size(), 1U);
+  EXPECT_EQ(soundParts(job("converted.mp4", 44'100)).value().size(), 1U);
+  EXPECT_EQ(soundParts(job("without_index.mka", rate)).value().size(), 1U);
 }
 
 }  // namespace

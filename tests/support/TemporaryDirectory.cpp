@@ -12,7 +12,8 @@ namespace fs = std::filesystem;
 
 TemporaryDirectory::TemporaryDirectory() : owner_(getpid()) {
   const char* base = std::getenv("TMPDIR");
-  std::string name = fs::path(base != nullptr && *base != '\0' ? base : "/tmp") / "clipworks-test-XXXXXX";
+  std::string name = fs::path(base != nullptr && *base != '\0' ? base : "/tmp") / "clipworks-test-";
+  name += std::string(6, 'X');  // mkdtemp() replaces these
   fs::create_directories(fs::path(name).parent_path());
   if (mkdtemp(name.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(), "no temporary directory at " + name);

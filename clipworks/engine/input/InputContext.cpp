@@ -1,8 +1,8 @@
 #include <clipworks/engine/input/InputContext.h>
 
 #include <cerrno>
-#include <cstring>
 #include <cstdio>
+#include <cstring>
 
 #include <clipworks/engine/LibraryErrors.h>
 

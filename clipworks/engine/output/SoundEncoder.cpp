@@ -29,6 +29,7 @@ Expected<SoundEncoder> SoundEncoder::open(const SoundEncoderSettings& settings) 
                                                 " Hz with " + std::to_string(settings.channels) + " channels",
                                             ErrorKind::noEncoder));
   }
+  if (context->frame_size != samplesPerPacket) return failed(ErrorKind::noEncoder, "the AAC encoder has frames of another length");
   return SoundEncoder(std::move(context));
 }
 

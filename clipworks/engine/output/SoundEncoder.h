@@ -22,12 +22,12 @@ class SoundEncoder {
   [[nodiscard]] static Expected<SoundEncoder> open(const SoundEncoderSettings& settings);
 
   [[nodiscard]] CodecParameters format() const;
-  /// Samples in one coded sample.
-  [[nodiscard]] int samplesPerPacket() const { return context_->frame_size; }
+  /// Samples in one coded sample: a frame of AAC-LC (ISO/IEC 14496-3, 4.5.1.1).
+  static constexpr int samplesPerPacket = 1024;
   /// Samples that the encoder puts before the first.
   [[nodiscard]] int delay() const { return context_->initial_padding; }
 
-  /// Takes `count` samples of every channel, interleaved: `samplesPerPacket()` of them, fewer only the last time.
+  /// Takes `count` samples of every channel, interleaved: `samplesPerPacket` of them, fewer only the last time.
   [[nodiscard]] Expected<void> push(const float* samples, int count);
   [[nodiscard]] Expected<void> finish();
   /// The next coded sample; nothing when the encoder wants more, or has ended.

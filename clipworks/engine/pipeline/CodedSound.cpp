@@ -19,12 +19,9 @@ constexpr unsigned mostEncoders = 4;
 constexpr std::size_t sectionsBeforeStretch = 4;
 
 ParallelSoundEncoding::Means meansFor(const SoundJob& job, std::size_t parts) {
-  const bool stretches = std::any_of(job.lanes.begin(), job.lanes.end(), [](const SoundLane& lane) {
-    return std::any_of(lane.pieces.begin(), lane.pieces.end(), [](const SoundPiece& piece) { return piece.isStretched(); });
-  });
   const auto share = std::thread::hardware_concurrency() / static_cast<unsigned>(parts);
   const unsigned encoders = std::clamp(share, 1U, mostEncoders);
-  return {encoders, stretches ? sectionsBeforeStretch : encoders};
+  return {encoders, stretches(job, 0, job.length) ? sectionsBeforeStretch : encoders};
 }
 
 /// Carries out a stage, and ends what it fills whichever way that went.
@@ -61,10 +58,7 @@ Expected<void> CodedSound::open() {
     copying_ = std::jthread([this] { carryOut(copied_, [this] { return copyAll(); }); });
     return {};
   }
-  auto encoder = SoundEncoder::open(job_.encoder);
-  if (!encoder) return tl::make_unexpected(encoder.error());
-  format_ = encoder->format();
-  auto parts = soundParts(job_, encoder->samplesPerPacket());
+  auto parts = soundParts(job_);
   if (!parts) return tl::make_unexpected(parts.error());
   const auto means = meansFor(job_, parts->size());
   std::vector<Part> opened;
@@ -78,6 +72,7 @@ Expected<void> CodedSound::open() {
     if (isAbandoned_) return failed(ErrorKind::cancelled, "cancelled");
     parts_ = std::move(opened);
   }
+  format_ = parts_.front().encoding->format();
   for (auto& part : parts_) {
     part.mixing = std::jthread([this, &part] { carryOut(*part.encoding, [this, &part] { return mixAll(part); }); });
   }
@@ -94,7 +89,7 @@ Expected<std::optional<Packet>> CodedSound::next() {
 }
 
 Expected<void> CodedSound::mixAll(const Part& part) {
-  const std::int64_t portion = part.encoding->samplesPerPacket();
+  constexpr std::int64_t portion = SoundEncoder::samplesPerPacket;
   const std::int64_t begin = ParallelSoundEncoding::firstPacket(part.sections.first) * portion;
   const std::int64_t end =
       part.sections.end ? std::min(ParallelSoundEncoding::endPacket(*part.sections.end) * portion, job_.length) : job_.length;

@@ -110,7 +110,7 @@ Expected<ParallelSoundEncoding::Packets> ParallelSoundEncoding::encode(Section& 
   auto encoder = SoundEncoder::open(settings_);
   if (!encoder) return tl::make_unexpected(encoder.error());
   Packets packets;
-  const std::int64_t offset = section.begin * encoder->samplesPerPacket();
+  const std::int64_t offset = section.begin * SoundEncoder::samplesPerPacket;
   const auto takeAll = [&]() -> Expected<void> {
     for (;;) {
       auto packet = encoder->pull();
@@ -159,7 +159,7 @@ Expected<std::optional<Packet>> ParallelSoundEncoding::pull() {
 
 // Replaces the overhang of the section before this one.
 void ParallelSoundEncoding::join(Packets packets) {
-  const std::int64_t length = sectionPackets * samplesPerPacket();
+  constexpr std::int64_t length = sectionPackets * SoundEncoder::samplesPerPacket;
   const std::int64_t begin = taken_ == 0 ? INT64_MIN : taken_ * length;
   const std::int64_t end = ++taken_ * length;
   overhang_.clear();

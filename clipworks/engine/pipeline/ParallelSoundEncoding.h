@@ -43,10 +43,8 @@ class ParallelSoundEncoding {
   ParallelSoundEncoding& operator=(const ParallelSoundEncoding&) = delete;
 
   [[nodiscard]] CodecParameters format() const { return model_.format(); }
-  /// Samples in one packet.
-  [[nodiscard]] int samplesPerPacket() const { return model_.samplesPerPacket(); }
 
-  /// Takes interleaved samples: `samplesPerPacket()` of every channel, fewer only at the end of the sound. The first are
+  /// Takes interleaved samples: `SoundEncoder::samplesPerPacket` of every channel, fewer only at the end of the sound. The first are
   /// those of `firstPacket` of the first section, the last those before `endPacket` of the end. Waits while enough is
   /// under way; false when it was abandoned.
   [[nodiscard]] bool push(std::vector<float> samples);

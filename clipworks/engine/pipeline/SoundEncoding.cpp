@@ -118,7 +118,7 @@ Expected<void> SoundEncoding::skipTo(std::int64_t position) {
 // Whole packets; at the end what is left too.
 Expected<void> SoundEncoding::encode(bool isEnd) {
   const auto channels = static_cast<std::size_t>(settings_.channels);
-  const std::size_t whole = static_cast<std::size_t>(encoder_.samplesPerPacket()) * channels;
+  const std::size_t whole = SoundEncoder::samplesPerPacket * channels;
   std::size_t at = 0;
   while (converted_.size() - at >= whole || (isEnd && at < converted_.size())) {
     const std::size_t part = std::min(whole, converted_.size() - at);

@@ -11,15 +11,6 @@ namespace {
 // Each part costs a decoder, a stretcher and some threads.
 constexpr std::size_t mostParts = 4;
 
-/// Whether something is stretched within [from, to).
-bool stretches(const SoundJob& job, std::int64_t from, std::int64_t to) {
-  return std::any_of(job.lanes.begin(), job.lanes.end(), [&](const SoundLane& lane) {
-    return std::any_of(lane.pieces.begin(), lane.pieces.end(), [&](const SoundPiece& piece) {
-      return piece.isStretched() && piece.target < to && from < piece.target + piece.length;
-    });
-  });
-}
-
 Expected<bool> allJumpExactly(const SoundJob& job) {
   for (const auto& lane : job.lanes) {
     const auto reader = SoundReader::open(lane.file, lane.stream);
@@ -31,7 +22,16 @@ Expected<bool> allJumpExactly(const SoundJob& job) {
 
 }  // namespace
 
-Expected<std::vector<ParallelSoundEncoding::Sections>> soundParts(const SoundJob& job, int samplesPerPacket) {
+bool stretches(const SoundJob& job, std::int64_t from, std::int64_t to) {
+  return std::any_of(job.lanes.begin(), job.lanes.end(), [&](const SoundLane& lane) {
+    return std::any_of(lane.pieces.begin(), lane.pieces.end(), [&](const SoundPiece& piece) {
+      return piece.isStretched() && piece.target < to && from < piece.target + piece.length;
+    });
+  });
+}
+
+Expected<std::vector<ParallelSoundEncoding::Sections>> soundParts(const SoundJob& job) {
+  constexpr std::int64_t samplesPerPacket = SoundEncoder::samplesPerPacket;
   std::vector<ParallelSoundEncoding::Sections> parts(1);
   if (job.limited || !stretches(job, 0, job.length)) return parts;
   const std::int64_t section = ParallelSoundEncoding::sectionPackets * samplesPerPacket;

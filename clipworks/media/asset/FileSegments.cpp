@@ -3,14 +3,15 @@
 #include <algorithm>
 
 #include <clipworks/media/time/ExactTime.h>
+#include <clipworks/media/time/PlaceableTime.h>
 
 namespace clipworks {
 namespace {
 
 constexpr std::int32_t normalRate = 1 << 16;
 
-/// The end of every timeline, about 68 years; what a file says of later instants is damage or malice.
-constexpr CMTime latest(std::int64_t{1} << 31, 1);
+/// What a file says of later instants is damage or malice.
+constexpr CMTime latest(latestSecond, 1);
 
 CMTime editLength(const engine::MovieBoxes::Edit& edit, const FilePresentation& presentation) {
   if (edit.duration > 0) {
@@ -27,9 +28,7 @@ CMTime atRate(const CMTime& length, std::int32_t rate) {
   return CMTime(mulDiv(length.value, rate, normalRate), length.timescale);
 }
 
-bool isWithinTime(const CMTimeRange& range) {
-  return CMTimeAbsoluteValue(range.start) <= latest && range.duration <= latest && range.end() <= latest;
-}
+bool isWhollyPlaceable(const CMTimeRange& range) { return isPlaceable(range) && isPlaceable(range.end()); }
 
 }  // namespace
 
@@ -39,7 +38,7 @@ std::vector<AVAssetTrackSegment> segmentsFromEdits(const FilePresentation& prese
   const CMTime delay(presentation.encoderDelay, presentation.mediaTimescale);
   if (presentation.edits.empty() || presentation.movieTimescale <= 0) {
     const CMTime duration = CMTimeMinimum(CMTime(presentation.mediaDuration, presentation.mediaTimescale) - delay, latest);
-    if (duration <= kCMTimeZero || !isWithinTime({delay, duration})) return segments;
+    if (duration <= kCMTimeZero || !isWhollyPlaceable({delay, duration})) return segments;
     segments.push_back({CMTimeRange(delay, duration), CMTimeRange(kCMTimeZero, duration), SegmentGap::none});
     return segments;
   }
@@ -52,7 +51,7 @@ std::vector<AVAssetTrackSegment> segmentsFromEdits(const FilePresentation& prese
     at = target.end();
     const CMTime start = CMTime(edit.mediaTime, presentation.mediaTimescale) + delay;
     const CMTimeRange source(start, atRate(length, std::max(edit.rate, 0)));
-    if (edit.mediaTime < 0 || !isWithinTime(source)) {
+    if (edit.mediaTime < 0 || !isWhollyPlaceable(source)) {
       segments.push_back({kCMTimeRangeInvalid, target, mediaSeen ? SegmentGap::empty : SegmentGap::hold});
       continue;
     }

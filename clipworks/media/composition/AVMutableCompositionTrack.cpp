@@ -224,7 +224,7 @@ void AVMutableCompositionTrack::stretch(std::size_t first, std::size_t last, con
     CMTime stop = onto.end();
     if (i + 1 < last) {
       const CMTime end = fitToTimescale(retimed(target.end(), from, onto), timescale_);
-      stop = CMTimeMaximum(start, CMTimeMinimum(end, stop));  // where times were rounded, it may come out beyond
+      stop = CMTimeMaximum(CMTimeMinimum(end, stop), start);  // where times were rounded, it may come out beyond
     }
     target = CMTimeRange::fromTo(start, stop);
     start = stop;

@@ -90,15 +90,6 @@ CMTime sourceInstant(const AVAssetTrackSegment& segment, const CMTime& t) {
 
 }  // namespace
 
-bool isPlaceable(const CMTime& time) {
-  return time.isNumeric() && time.timescale > 0 && time.epoch == 0 && time <= CMTime(latestSecond, 1) &&
-         time >= CMTime(-latestSecond, 1);
-}
-
-bool isPlaceable(const CMTimeRange& range) {
-  return isPlaceable(range.start) && isPlaceable(range.duration) && range.duration >= kCMTimeZero;
-}
-
 CMTime retimed(const CMTime& t, const CMTimeRange& from, const CMTimeRange& onto) {
   if (!isPlaceable(t) || !isPlaceable(from) || !isPlaceable(onto) || from.duration == kCMTimeZero) {
     return kCMTimeInvalid;

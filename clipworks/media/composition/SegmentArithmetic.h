@@ -4,18 +4,11 @@
 
 #include <clipworks/media/asset/AVAssetTrackSegment.h>
 #include <clipworks/media/time/CMTimeRange.h>
+#include <clipworks/media/time/PlaceableTime.h>
 
 /// What editing a track and looking through it have in common: exact instants on timelines that are stretched and cut.
 /// Pure values.
 namespace clipworks {
-
-/// The end of every timeline, about 68 years. Up to there each instant fits 64 bits at each time scale.
-inline constexpr std::int64_t latestSecond = std::int64_t{1} << 31;
-
-/// `time` is a number in epoch 0, at most `latestSecond` away from zero.
-[[nodiscard]] bool isPlaceable(const CMTime& time);
-/// Start and duration are placeable, and the duration is not negative.
-[[nodiscard]] bool isPlaceable(const CMTimeRange& range);
 
 /// The instant of `onto` that lies where `t` lies in `from`; the mapping goes on linearly outside. Invalid when `from`
 /// is empty or a time is not placeable.

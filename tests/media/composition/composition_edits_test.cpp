@@ -82,7 +82,7 @@ std::vector<EditCase> edits() {
       {"segments too short for any time scale are dropped",
        {insert(kA, seconds(0, 1), {0, 1}), insert(kB, seconds(1, 2), {1, 1}), insert(kA, seconds(2, 3), {2, 1}),
         scale(seconds(0, 3), {1, kCMTimeMaxTimescale})},
-       {"B 1..2 at 0..~1/2147483647"}},
+       {"B 1..2 at ~0..~1/2147483647"}},
       {"scaled back, the rate is exactly normal again",
        {insert(kA, seconds(0, 7), {0, 1}), scale(seconds(0, 7), {3, 1}), scale(seconds(0, 3), {7, 1}),
         insertEmpty(fromTo({1, 30}, {31, 30}))},
