@@ -6,6 +6,7 @@
 
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Limits.h>
+#include <clipworks/engine/input/ColorTags.h>
 
 namespace clipworks::engine {
 namespace {
@@ -153,6 +154,7 @@ Expected<void> MediaFile::load() {
 
 void MediaFile::describeStream(const AVFormatContext& context, int index) {
   const AVStream& stream = *context.streams[index];
+  dropUnknownColors(*stream.codecpar);
   const AVCodecParameters& p = *stream.codecpar;
   const bool video = p.codec_type == AVMEDIA_TYPE_VIDEO;
   if (!video && p.codec_type != AVMEDIA_TYPE_AUDIO) return;

@@ -4,6 +4,7 @@
 
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Limits.h>
+#include <clipworks/engine/input/ColorTags.h>
 
 namespace clipworks::engine {
 
@@ -85,6 +86,7 @@ Expected<std::optional<PictureDecoder::Picture>> PictureDecoder::next(std::uint3
     if (frame->width > limits::maxPictureSide || frame->height > limits::maxPictureSide) {
       return failed(ErrorKind::tooLarge, name() + " has pictures that are too large");
     }
+    dropUnknownColors(*frame);
     if (const auto sample = sampleOf(*frame)) {
       takeOut(*sample);
       if (auto completed = file_->completeMastering(stream_, *frame); !completed)
