@@ -8,7 +8,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <app/Reporter.h>
+#include <app/Printable.h>
 
 namespace clipworks::app {
 namespace {

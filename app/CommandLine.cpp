@@ -7,7 +7,6 @@
 #include <CLI/CLI.hpp>
 
 #include <app/Licenses.h>
-#include <app/Reporter.h>
 
 namespace clipworks::app {
 namespace {

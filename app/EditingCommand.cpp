@@ -1,5 +1,7 @@
 #include <app/EditingCommand.h>
 
+#include <optional>
+
 #include <clipworks/media/asset/AVAsset.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
 #include <clipworks/media/export/EncoderAvailability.h>
@@ -13,17 +15,26 @@ bool holdsHEVC(const std::filesystem::path& file) {
   return !tracks.empty() && tracks.front()->codecName() == "hevc";
 }
 
-/// Operations choose HEVC whenever there is an encoder for it, so the choice is which encoders they see.
+void encodeH264Only() {
+  // Which also spares the operations the search for an encoder of HEVC.
+  EncoderAvailability::withhold(VideoCodecKind::hevc);
+  AVAssetExportSession::setHighestQualityCodec(VideoCodecKind::h264);
+}
+
+/// For every operation from now on.
 Outcome applyCodec(CodecChoice choice, const std::filesystem::path& firstInput) {
+  EncoderAvailability::restore(VideoCodecKind::hevc);
+  AVAssetExportSession::setHighestQualityCodec(std::nullopt);
   switch (choice) {
     case CodecChoice::automatic:
-      if (!holdsHEVC(firstInput)) EncoderAvailability::withhold(VideoCodecKind::hevc);
+      if (!holdsHEVC(firstInput)) encodeH264Only();
       return {};
     case CodecChoice::h264:
-      EncoderAvailability::withhold(VideoCodecKind::hevc);
+      encodeH264Only();
       return {};
     case CodecChoice::hevc:
       if (!EncoderAvailability::isAvailable(VideoCodecKind::hevc)) return failed("no encoder for HEVC is available");
+      AVAssetExportSession::setHighestQualityCodec(VideoCodecKind::hevc);
       return {};
   }
   return {};

@@ -1,40 +1,21 @@
 #pragma once
 
-#include <atomic>
-#include <functional>
-#include <mutex>
-#include <thread>
-
 namespace clipworks::app {
 
-/// Ctrl-C, and what else asks the process to end (SIGINT, SIGTERM, SIGHUP). Until `defer()` the first signal ends the
-/// process at once with `ExitCode::interrupted`: there is nothing to undo. After it, the first one is only noted and
-/// the main queue woken, so that whoever pumps it can cancel and clean up. A second one always ends the process at
-/// once, whatever its threads are doing.
-///
-/// One a process, made before any other thread, since threads inherit which signals are blocked.
+/// Whether a command is asked to stop. Used by the thread that runs the command.
 class Interruption {
  public:
-  /// `onImmediateEnd` is called before the process ends at once at the first signal, on a thread of this object.
-  explicit Interruption(std::function<void()> onImmediateEnd);
-  ~Interruption();
+  Interruption() = default;
+  virtual ~Interruption() = default;
   Interruption(const Interruption&) = delete;
   Interruption& operator=(const Interruption&) = delete;
 
-  void defer();
-  [[nodiscard]] bool isRequested() const { return isRequested_; }
-
- private:
-  void watch();
-  void take();
-
-  std::function<void()> onImmediateEnd_;
-  int signals_ = -1;  // readable when a signal came
-  int end_ = -1;      // readable when this object goes
-  std::atomic<bool> isRequested_ = false;
-  std::mutex mutex_;
-  bool isDeferred_ = false;  // guarded by mutex_
-  std::thread thread_;
+  /// From now on there is something to clean up: a request is noted, and the command answers it.
+  virtual void defer() = 0;
+  [[nodiscard]] virtual bool isRequested() = 0;
+  /// Whether the process ends right after a command that was asked to stop, so that work which cannot be stopped need
+  /// not be waited for.
+  [[nodiscard]] virtual bool endsProcess() const = 0;
 };
 
 }  // namespace clipworks::app

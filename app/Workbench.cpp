@@ -46,8 +46,8 @@ void Workbench::pumpUntil(const std::function<bool()>& isOver) {
   while (!isOver()) {
     watch_.look();
     // At every turn: an operation may start one session after the other. Where there is none, nothing can be asked to
-    // stop; the end of the process stops it.
-    if (interruption_.isRequested() && !watch_.cancel()) return;
+    // stop; the end of the process stops it, or it comes to its own end.
+    if (interruption_.isRequested() && !watch_.cancel() && interruption_.endsProcess()) return;
     if (const auto value = watch_.progress()) reporter_.progress(stageStart_ + *value * (stageEnd_ - stageStart_));
     DispatchQueue::main().runOne(lookInterval);
   }

@@ -9,8 +9,8 @@
 #include <app/Command.h>
 #include <app/CommandLine.h>
 #include <app/Failure.h>
-#include <app/Interruption.h>
-#include <app/Reporter.h>
+#include <app/PrintingReporter.h>
+#include <app/SignalInterruption.h>
 
 namespace clipworks::app {
 namespace {
@@ -28,14 +28,14 @@ Outcome runCommand(Command& command, const Program& program) {
 int runProgram(int argc, const char* const* argv) {
   CommandLine commandLine;
   const auto command = commandLine.parse(argc, argv);
-  Reporter reporter(commandLine.options());
+  PrintingReporter reporter(commandLine.options());
   if (!command) {
     reporter.failed(command.error());
     return static_cast<int>(command.error().code);
   }
   if (*command == nullptr) return static_cast<int>(ExitCode::done);
 
-  Interruption interruption([&reporter] { reporter.failed({ExitCode::interrupted, "interrupted"}); });
+  SignalInterruption interruption([&reporter] { reporter.failed({ExitCode::interrupted, "interrupted"}); });
   Outcome outcome = runCommand(**command, {commandLine.options(), reporter, interruption});
   if (outcome && !reporter.isWritten()) outcome = failed("standard output cannot be written");
   if (outcome) return static_cast<int>(ExitCode::done);

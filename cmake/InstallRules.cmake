@@ -3,6 +3,7 @@
 #   Runtime       the library
 #   Program       the program with its manual pages and completions
 #   Development   headers, the CMake package and the .pc file
+#   Python        the Python package
 
 include(CMakePackageConfigHelpers)
 
@@ -59,6 +60,20 @@ if(TARGET clipworks_manual)
     FILES ${CLIPWORKS_MANUAL_DIR}/zsh/_clipworks
     DESTINATION ${CLIPWORKS_INSTALL_ZSHDIR}
     COMPONENT Program)
+endif()
+
+if(TARGET clipworks_python)
+  # Where Debian's interpreter looks below /usr/local; for another prefix, PYTHONPATH has to name it.
+  set(CLIPWORKS_INSTALL_PYTHONDIR
+      lib/python${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}/dist-packages
+      CACHE STRING "Where the Python package is installed")
+  if(NOT CMAKE_INSTALL_PREFIX STREQUAL "/usr")
+    file(RELATIVE_PATH CLIPWORKS_PYTHON_TO_LIBRARY /${CLIPWORKS_INSTALL_PYTHONDIR}/clipworks /${CMAKE_INSTALL_LIBDIR})
+    set_target_properties(clipworks_python PROPERTIES INSTALL_RPATH $ORIGIN/${CLIPWORKS_PYTHON_TO_LIBRARY})
+  endif()
+  install(TARGETS clipworks_python LIBRARY DESTINATION ${CLIPWORKS_INSTALL_PYTHONDIR}/clipworks COMPONENT Python)
+  install(FILES python/clipworks/__init__.py python/clipworks/py.typed
+          DESTINATION ${CLIPWORKS_INSTALL_PYTHONDIR}/clipworks COMPONENT Python)
 endif()
 
 # Debian's packages have their own folders for these.

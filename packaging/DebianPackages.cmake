@@ -1,4 +1,4 @@
-# Three Debian packages by CPack: clipworks, libclipworks0 and libclipworks-dev. scripts/package builds them.
+# Four Debian packages by CPack: clipworks, libclipworks0, libclipworks-dev and python3-clipworks. scripts/package builds them.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_OUTPUT_FILE_PREFIX ${PROJECT_BINARY_DIR}/packages)
@@ -12,7 +12,7 @@ set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXE
 
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
-set(CPACK_COMPONENTS_ALL Runtime Program Development)
+set(CPACK_COMPONENTS_ALL Runtime Program Development Python)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
@@ -21,6 +21,7 @@ set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_COMPONENT_PROGRAM_DEPENDS Runtime)
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS Runtime)
+set(CPACK_COMPONENT_PYTHON_DEPENDS Runtime)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libclipworks${CLIPWORKS_SOVERSION})
@@ -50,7 +51,18 @@ set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION
 over them and saves single pictures. This package holds the headers, the CMake
 package and the pkg-config file.")
 
-foreach(component Runtime Program Development)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-clipworks)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
+# The extension speaks to this minor version alone.
+math(EXPR next_python "${Python_VERSION_MINOR} + 1")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
+    "python3 (>= ${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}), python3 (<< ${Python_VERSION_MAJOR}.${next_python})")
+set(CPACK_COMPONENT_PYTHON_DESCRIPTION
+    "Loops, re-times, compresses, reverses, rotates and crops clips, lays narration
+over them and saves single pictures. This package holds the Python package.")
+
+foreach(component Runtime Program Development Python)
   string(TOUPPER ${component} upper)
   set(doc_dir ${CMAKE_INSTALL_DATADIR}/doc/${CPACK_DEBIAN_${upper}_PACKAGE_NAME})
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/copyright DESTINATION ${doc_dir} COMPONENT ${component})

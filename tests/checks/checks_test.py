@@ -94,8 +94,8 @@ class PagesHold(unittest.TestCase):
     PAGE = "Text\n```sh\nclipworks loop A --count 3  # twice\nclipworks jump A --high\nmake\n```\n```cpp\nint x;\n```\n[there](a.py) [not](b.md)\n"
 
     def test_code_links_and_commands_are_judged(self):
-        self.assertEqual(pages_hold.code_faults({"p": self.PAGE}, {"e": "int x;\n"}), [])
-        self.assertEqual(len(pages_hold.code_faults({"p": self.PAGE}, {"e": "int y;\n"})), 2)
+        self.assertEqual(pages_hold.code_faults({"p": self.PAGE}, {"e": "int x;\n"}, "cpp"), [])
+        self.assertEqual(len(pages_hold.code_faults({"p": self.PAGE}, {"e": "int y;\n"}, "cpp")), 2)
         helps = {"": "Commands:\n  loop    Play\n", "loop": "  --count N\n"}
         self.assertEqual(pages_hold.command_faults("p", self.PAGE, helps.get),
                          ["p shows a command that is none: clipworks jump A --high", "p shows --high, which is unknown: clipworks jump A --high"])

@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Checks what the pages of the documentation show: C++ that the build compiles, commands that the program knows, and
-links that lead somewhere.
+"""Checks what the pages of the documentation show: C++ and Python that tests run, commands that the program knows,
+and links that lead somewhere.
 
     pages_hold.py REPOSITORY PROGRAM
 """
@@ -17,10 +17,10 @@ def blocks(page, language):
     return re.findall(rf"^```{language}\n(.*?)^```$", page, re.DOTALL | re.MULTILINE)
 
 
-def code_faults(pages, examples):
-    """C++ that is no example as it stands, and examples that no page shows; `pages` and `examples`: text by name."""
-    shown = {name: blocks(text, "cpp") for name, text in pages.items()}
-    faults = [f"{name} shows C++ that is no file of examples/" for name, all_shown in shown.items()
+def code_faults(pages, examples, language):
+    """Code that is no example as it stands, and examples that no page shows; `pages` and `examples`: text by name."""
+    shown = {name: blocks(text, language) for name, text in pages.items()}
+    faults = [f"{name} shows {language} that is no file of examples/" for name, all_shown in shown.items()
               for block in all_shown if block not in examples.values()]
     everything = [block for all_shown in shown.values() for block in all_shown]
     return faults + [f"no page shows {name}" for name, text in examples.items() if text not in everything]
@@ -60,13 +60,15 @@ def main(repository, program):
     paths = [*repository.glob("*.md"), *repository.glob("docs/**/*.md")]
     pages = {path: path.read_text(encoding="utf-8") for path in paths}
     guides = {str(path.relative_to(repository)): text for path, text in pages.items() if path.parent.name != "adr"}
-    examples = {str(path.relative_to(repository)): path.read_text(encoding="utf-8")
-                for path in repository.glob("examples/*.cpp")}
+
+    def examples(pattern):
+        return {str(path.relative_to(repository)): path.read_text(encoding="utf-8")
+                for path in repository.glob(f"examples/{pattern}")}
 
     def help_of(command):
         return subprocess.run([program, *command.split(), "--help"], check=True, capture_output=True, text=True).stdout
 
-    faults = code_faults(guides, examples)
+    faults = code_faults(guides, examples("*.cpp"), "cpp") + code_faults(guides, examples("python/*.py"), "python")
     for path, text in pages.items():
         faults += link_faults(path, text)
     for name, text in guides.items():

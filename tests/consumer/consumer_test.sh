@@ -38,6 +38,8 @@ mkdir "$prefix"
 install_component Runtime "$libdir/libclipworks\.so\.[0-9.]+"
 install_component Development "include/.*|$libdir/(libclipworks\.so|pkgconfig/.*|cmake/.*)"
 install_component Program "bin/clipworks|share/(man|bash-completion|zsh)/.*"
+python_component=$(grep -q '^CLIPWORKS_BUILD_PYTHON:BOOL=ON' "$build_dir/CMakeCache.txt" && echo yes || echo no)
+[[ $python_component == no ]] || install_component Python "lib/python3[0-9.]*/dist-packages/clipworks/.*"
 "$cmake" --install "$build_dir" --prefix "$work/whole" >"$work/install.log" || fail "the build tree cannot be installed"
 diff <(files_in "$work/whole") <(files_in "$prefix") || fail "the components are not the whole"
 
@@ -66,4 +68,10 @@ for program in "$work/build/loop" "$work/pkg-config/loop"; do
   [[ ${count%%,*} == 90 ]] || fail "$program made '$file' with '$count' pictures instead of 90"
   rm -r "$work/out"
 done
+if [[ $python_component == yes ]]; then
+  turned=$(cd "$work" && PYTHONPATH=$(echo "$prefix"/lib/python3*/dist-packages) /usr/bin/python3 -c \
+    'import clipworks; print(clipworks.rotate("clip.mp4"))')
+  size=$(ffprobe -v error -select_streams v -show_entries stream=width,height -of csv=p=0 "$work/$turned")
+  [[ $size == 120,160 ]] || fail "the installed Python package made '$turned' of '$size' pixels instead of 120,160"
+fi
 echo "the installed package builds and runs the examples with $cxx"

@@ -10,7 +10,6 @@
 #include <clipworks/media/asset/EngineErrors.h>
 #include <clipworks/media/asset/FileTypes.h>
 #include <clipworks/media/base/PrintedLines.h>
-#include <clipworks/media/export/EncoderAvailability.h>
 #include <clipworks/media/export/ExportPlan.h>
 #include <clipworks/media/export/ExportPreset.h>
 #include <clipworks/media/export/ExportSession.h>
@@ -19,6 +18,16 @@ namespace clipworks {
 namespace {
 
 std::atomic<bool> keepsMetadataByDefault{true};
+std::atomic<std::optional<VideoCodecKind>> highestQualityCodec{};
+
+/// The preset that a session of that name encodes by.
+std::string_view chosenPreset(std::string_view presetName) {
+  const auto codec = highestQualityCodec.load();
+  const bool isHighest =
+      presetName == AVAssetExportPresetHighestQuality || presetName == AVAssetExportPresetHEVCHighestQuality;
+  if (!codec || !isHighest) return presetName;
+  return *codec == VideoCodecKind::hevc ? AVAssetExportPresetHEVCHighestQuality : AVAssetExportPresetHighestQuality;
+}
 
 /// The sessions between start and completion.
 class LiveSessions {
@@ -214,7 +223,7 @@ std::vector<ExportedTrack> ExportSession::exportedTracks() const {
 
 std::shared_ptr<AVAssetExportSession> AVAssetExportSession::make(const std::shared_ptr<AVAsset>& asset,
                                                                  std::string_view presetName) {
-  const auto preset = exportPreset(presetName);
+  const auto preset = exportPreset(chosenPreset(presetName));
   return asset == nullptr || !preset ? nullptr : makeExportSession(asset, presetName, *preset);
 }
 
@@ -234,5 +243,7 @@ std::vector<std::shared_ptr<AVAssetExportSession>> AVAssetExportSession::liveSes
 void AVAssetExportSession::setKeepsRecordingMetadataByDefault(bool keepsRecordingMetadata) {
   keepsMetadataByDefault = keepsRecordingMetadata;
 }
+
+void AVAssetExportSession::setHighestQualityCodec(std::optional<VideoCodecKind> codec) { highestQualityCodec = codec; }
 
 }  // namespace clipworks

@@ -15,6 +15,7 @@
 #include <clipworks/media/base/URL.h>
 #include <clipworks/media/composition/AVMutableAudioMix.h>
 #include <clipworks/media/composition/AVMutableVideoComposition.h>
+#include <clipworks/media/export/EncoderAvailability.h>
 
 namespace clipworks {
 
@@ -97,6 +98,10 @@ class CLIPWORKS_API AVAssetExportSession : public std::enable_shared_from_this<A
   virtual void setMetadata(std::map<std::string, std::string> metadata) = 0;
   /// What sessions made from now on start with; true unless the host says otherwise.
   static void setKeepsRecordingMetadataByDefault(bool keepsRecordingMetadata);
+  /// What sessions made from now on with one of the two presets of highest quality encode pictures with, whichever of
+  /// the two it is; nothing, the default, leaves it to the preset. For hosts whose users choose: operations choose
+  /// between the presets by an answer that is remembered for the process (`HEVCSupport`), or not at all. Any thread.
+  static void setHighestQualityCodec(std::optional<VideoCodecKind> codec);
 
   /// `exportAsynchronously(completionHandler:)`. Returns at once. The handler is called once, on a thread of the
   /// session, possibly before this returns; then it is destroyed. A second call on one session aborts.

@@ -8,12 +8,14 @@ namespace clipworks {
 enum class VideoCodecKind { h264, hevc };
 
 /// Which video encoders the platform offers. A host that wants one left alone (because its users' players lack the
-/// codec, say) withholds it before anything asks: answers about HEVC are remembered for the process.
+/// codec, say) withholds it before anything asks: `HEVCSupport` remembers its answer for the process.
 /// Thread-safe.
 class CLIPWORKS_API EncoderAvailability {
  public:
   /// Makes the platform behave as if it had no encoder for `codec`.
   static void withhold(VideoCodecKind codec);
+  /// Takes `withhold` back, for what asks from now on.
+  static void restore(VideoCodecKind codec);
   /// Whether `codec` can be encoded here: not withheld, and an encoder really opens. The encoder is
   /// opened for every call.
   [[nodiscard]] static bool isAvailable(VideoCodecKind codec);

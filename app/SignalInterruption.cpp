@@ -1,4 +1,4 @@
-#include <app/Interruption.h>
+#include <app/SignalInterruption.h>
 
 #include <poll.h>
 #include <pthread.h>
@@ -28,7 +28,7 @@ sigset_t endingSignals() {
 
 }  // namespace
 
-Interruption::Interruption(std::function<void()> onImmediateEnd) : onImmediateEnd_(std::move(onImmediateEnd)) {
+SignalInterruption::SignalInterruption(std::function<void()> onImmediateEnd) : onImmediateEnd_(std::move(onImmediateEnd)) {
   // A reader of ours that goes away must not kill us between two files; the failed write is seen instead.
   std::signal(SIGPIPE, SIG_IGN);
   const sigset_t signals = endingSignals();
@@ -40,7 +40,7 @@ Interruption::Interruption(std::function<void()> onImmediateEnd) : onImmediateEn
   thread_ = std::thread([this] { watch(); });
 }
 
-Interruption::~Interruption() {
+SignalInterruption::~SignalInterruption() {
   if (thread_.joinable()) {
     const std::uint64_t one = 1;
     (void)!::write(end_, &one, sizeof one);
@@ -50,19 +50,19 @@ Interruption::~Interruption() {
   if (end_ >= 0) ::close(end_);
 }
 
-void Interruption::defer() {
+void SignalInterruption::defer() {
   const std::lock_guard lock(mutex_);
   isDeferred_ = true;
 }
 
-void Interruption::watch() {
+void SignalInterruption::watch() {
   pollfd awaited[] = {{signals_, POLLIN, 0}, {end_, POLLIN, 0}};
   while (::poll(awaited, 2, -1) < 0 && errno == EINTR) {
   }
   if ((awaited[1].revents & POLLIN) == 0) take();
 }
 
-void Interruption::take() {
+void SignalInterruption::take() {
   signalfd_siginfo taken{};
   (void)!::read(signals_, &taken, sizeof taken);
   // The next one comes on this thread, as a plain signal: it needs no lock and waits for nobody.

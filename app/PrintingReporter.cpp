@@ -1,4 +1,4 @@
-#include <app/Reporter.h>
+#include <app/PrintingReporter.h>
 
 #include <unistd.h>
 
@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <app/Printable.h>
 #include <app/ProgressLine.h>
 
 namespace clipworks::app {
@@ -32,26 +33,17 @@ void writeError(std::string_view text) {
 
 }  // namespace
 
-std::string printable(std::string_view text) {
-  std::string line(text);
-  for (char& c : line) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte == 0x7f) c = ' ';
-  }
-  return line;
-}
-
-Reporter::Reporter(const Options& options)
+PrintingReporter::PrintingReporter(const Options& options)
     : json_(options.json), verbose_(options.verbose), showsBar_(!options.json && ::isatty(STDERR_FILENO) == 1) {}
 
-void Reporter::log(std::string_view line) {
+void PrintingReporter::log(std::string_view line) {
   if (!verbose_) return;
   const std::lock_guard lock(mutex_);
   clearBar();
   writeOut(json_ ? jsonLine({{"event", "log"}, {"line", line}}) : std::string(line) + '\n');
 }
 
-void Reporter::progress(double value) {
+void PrintingReporter::progress(double value) {
   const std::lock_guard lock(mutex_);
   if (value < shownProgress_ + progressStep && !(value >= 1 && shownProgress_ < 1)) {
     // The bar's time left runs on between two steps.
@@ -70,41 +62,41 @@ void Reporter::progress(double value) {
   }
 }
 
-void Reporter::status(std::string_view line) {
+void PrintingReporter::status(std::string_view line) {
   const std::lock_guard lock(mutex_);
   if (!showsBar_) return;
   writeError(fmt::format("\r{}\x1b[K", line));
   barIsShown_ = true;
 }
 
-void Reporter::note(std::string_view line) {
+void PrintingReporter::note(std::string_view line) {
   const std::lock_guard lock(mutex_);
   clearBar();
   writeError(fmt::format("{}\n", printable(line)));
 }
 
-void Reporter::output(const std::filesystem::path& path) {
+void PrintingReporter::output(const std::filesystem::path& path) {
   const std::lock_guard lock(mutex_);
   clearBar();
   outputs_.push_back(path);
   if (!json_) writeOut(path.string() + '\n');
 }
 
-void Reporter::done() {
+void PrintingReporter::done() {
   const std::lock_guard lock(mutex_);
   clearBar();
   if (!json_) return;
   writeOut(jsonLine({{"event", "done"}, {"outputs", pathsOf(outputs_)}}));
 }
 
-void Reporter::failed(const Failure& failure) {
+void PrintingReporter::failed(const Failure& failure) {
   const std::lock_guard lock(mutex_);
   clearBar();
   writeSentence(failure.sentence);
   if (json_ && hasEvents_) writeOut(jsonLine(errorEvent(failure.sentence)));
 }
 
-nlohmann::ordered_json Reporter::errorEvent(const std::string& sentence) const {
+nlohmann::ordered_json PrintingReporter::errorEvent(const std::string& sentence) const {
   nlohmann::ordered_json event{{"event", "error"}, {"message", printable(sentence)}};
   for (const auto& [path, reason] : failedInputs_) {
     event["failed"].push_back({{"input", path.string()}, {"message", printable(reason)}});
@@ -113,44 +105,44 @@ nlohmann::ordered_json Reporter::errorEvent(const std::string& sentence) const {
   return event;
 }
 
-void Reporter::warning(std::string_view sentence) {
+void PrintingReporter::warning(std::string_view sentence) {
   const std::lock_guard lock(mutex_);
   clearBar();
   writeSentence(sentence);
 }
 
-void Reporter::inputFailed(const std::filesystem::path& input, std::string_view sentence) {
+void PrintingReporter::inputFailed(const std::filesystem::path& input, std::string_view sentence) {
   warning(sentence);
   const std::lock_guard lock(mutex_);
   failedInputs_.push_back({input, std::string(sentence)});
 }
 
-void Reporter::text(std::string_view text) {
+void PrintingReporter::text(std::string_view text) {
   const std::lock_guard lock(mutex_);
   clearBar();
   writeOut(text);
 }
 
-void Reporter::keepEventsOff() {
+void PrintingReporter::keepEventsOff() {
   const std::lock_guard lock(mutex_);
   hasEvents_ = false;
 }
 
-bool Reporter::isWritten() const {
+bool PrintingReporter::isWritten() const {
   const std::lock_guard lock(mutex_);
   return isWritten_;
 }
 
-void Reporter::writeOut(std::string_view text) {
+void PrintingReporter::writeOut(std::string_view text) {
   const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
   isWritten_ = isWritten_ && written;
 }
 
-void Reporter::writeSentence(std::string_view sentence) {
+void PrintingReporter::writeSentence(std::string_view sentence) {
   writeError(fmt::format("clipworks: {}\n", printable(sentence)));
 }
 
-void Reporter::clearBar() {
+void PrintingReporter::clearBar() {
   if (!barIsShown_) return;
   writeError("\r\x1b[K");
   barIsShown_ = false;

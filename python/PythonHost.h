@@ -1,0 +1,62 @@
+#pragma once
+
+#include <pybind11/pybind11.h>
+
+#include <atomic>
+#include <exception>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <app/Interruption.h>
+#include <app/Reporter.h>
+
+namespace clipworks::python {
+
+/// One run of a command on behalf of Python code: keeps what it made, calls back with its progress, and asks it to stop
+/// when the callback raises or a signal's handler does (Ctrl-C).
+///
+/// Made and used by the thread that runs the command, without the interpreter lock, which is taken only to call back;
+/// the `Reporter`'s part is for any thread.
+class PythonHost final : public app::Reporter, public app::Interruption {
+ public:
+  /// `onProgress` is called with numbers from 0 to 1, or is None. It has to outlive this object.
+  explicit PythonHost(pybind11::object& onProgress) : onProgress_(onProgress) {}
+
+  void log(std::string_view) override {}
+  void progress(double value) override { progress_ = value; }
+  void status(std::string_view) override {}
+  void note(std::string_view) override {}
+  void output(const std::filesystem::path& path) override { outputs_.push_back(path.string()); }
+  void done() override {}
+  void warning(std::string_view) override {}
+  void inputFailed(const std::filesystem::path&, std::string_view) override {}
+  void text(std::string_view text) override { text_ += text; }
+  void keepEventsOff() override {}
+
+  void defer() override {}
+  /// Calls back, too: this is what a command that waits keeps asking.
+  [[nodiscard]] bool isRequested() override;
+  [[nodiscard]] bool endsProcess() const override { return false; }
+
+  /// After the command: calls back for the last time.
+  void end() { (void)isRequested(); }
+
+  /// What the command made; after it.
+  [[nodiscard]] const std::vector<std::string>& outputs() const { return outputs_; }
+  [[nodiscard]] const std::string& text() const { return text_; }
+  /// What was raised while the command ran; null when nothing was.
+  [[nodiscard]] std::exception_ptr raised() const { return raised_; }
+
+ private:
+  void callBack();
+
+  pybind11::object& onProgress_;
+  std::atomic<double> progress_ = -1;
+  double toldProgress_ = -1;
+  std::exception_ptr raised_;
+  std::vector<std::string> outputs_;
+  std::string text_;
+};
+
+}  // namespace clipworks::python

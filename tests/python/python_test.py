@@ -1,0 +1,201 @@
+"""The Python package, used as its users use it, on clips that ffmpeg makes."""
+
+import multiprocessing
+import os
+import signal
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+from pathlib import Path
+
+import clipworks
+
+
+def make_clip(path, *arguments, size="320x180", seconds=2):
+    pictures = ["-f", "lavfi", "-i", f"testsrc2=size={size}:rate=10:duration={seconds}"]
+    sound = ["-f", "lavfi", "-i", f"sine=duration={seconds}"]
+    coded = ["-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-c:a", "aac", *arguments]
+    subprocess.run(["ffmpeg", "-nostdin", "-v", "error", *pictures, *sound, *coded, path], check=True)
+
+
+def facts(path, entries="stream=codec_name,width,height,nb_read_packets"):
+    command = ["ffprobe", "-v", "error", "-count_packets", "-select_streams", "v", "-of", "csv=p=0", "-show_entries"]
+    return subprocess.run([*command, entries, path], check=True, capture_output=True, text=True).stdout.strip()
+
+
+def loop_in_child(clip, outputs, results):
+    try:
+        results.put(str(clipworks.loop(clip, 1, outputs=outputs)))
+    except clipworks.Error as error:
+        results.put(f"Error: {error}")
+
+
+class Operations(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.directory = tempfile.TemporaryDirectory()
+        cls.folder = Path(cls.directory.name)
+        cls.clip = cls.folder / "-clip with a space.mp4"
+        make_clip(cls.clip, "-metadata", "creation_time=2024-05-06T07:08:09Z")
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.directory.cleanup()
+
+    def setUp(self):
+        self.outputs = self.folder / self.id().rpartition(".")[2]
+        self.outputs.mkdir()
+
+    def test_every_operation_returns_the_path_of_what_it_made(self):
+        clip, options = self.clip, {"outputs": self.outputs}
+        wanted = {
+            clipworks.loop(clip, 3, **options): "h264,320,180,60",
+            clipworks.speed(clip, 0.5, 1, 2, name="slow", **options): "h264,320,180,20",
+            clipworks.compress(clip, "144p", **options): "h264,256,144,20",
+            clipworks.preview(clip, "144p", bitrate=100, **options): "h264,256,144,20",
+            clipworks.reverse(clip, name="backwards", **options): "h264,320,180,20",
+            clipworks.reverse(clip, part="audio", **options): "",
+            clipworks.rotate(clip, **options): "h264,180,320,20",
+            clipworks.crop(clip, (0, 0, 180, 180), **options): "h264,180,180,20",
+            clipworks.frame(clip, "#3", format="png", name="third", **options): "png,320,180,1",
+            clipworks.narrate(clip, [clipworks.Piece(clip, 0.25, 0.5), (clip, 1)], **options): "h264,320,180,20",
+        }
+        self.assertEqual({path: facts(path) for path in wanted}, wanted)
+        self.assertEqual(set(wanted), set(self.outputs.iterdir()))
+        self.assertLessEqual({"slow.mp4", "backwards.mp4", "reversed_audio.m4a", "third.png"}, {p.name for p in wanted})
+
+    def test_codec_and_metadata_are_chosen_anew_for_each_call(self):
+        made = {}
+        for codec in "hevc", "h264", "auto":
+            made[codec] = clipworks.rotate(self.clip, outputs=self.outputs, codec=codec, strip_metadata=codec == "h264")
+        codecs = {codec: facts(path, "stream=codec_name") for codec, path in made.items()}
+        self.assertEqual(codecs, {"hevc": "hevc", "h264": "h264", "auto": "h264"})
+        # After a call that keeps HEVC off: what is HEVC stays so.
+        again = clipworks.loop(made["hevc"], 1, outputs=self.outputs)
+        self.assertEqual(facts(again, "stream=codec_name"), "hevc")
+        dated = {codec for codec, path in made.items() if "creation_time" in clipworks.info(path)["metadata"]}
+        self.assertEqual(dated, {"hevc", "auto"})
+
+    def test_progress_rises_on_the_calling_thread_while_others_run(self):
+        told, ticks = [], [0]
+        done = threading.Event()
+
+        def tick():
+            while not done.wait(0.001):
+                ticks[0] += 1
+
+        other = threading.Thread(target=tick)
+        other.start()
+        clip = self.folder / "longer.mp4"
+        make_clip(clip, size="1280x720", seconds=6)
+        ticks[0] = 0
+        clipworks.rotate(clip, outputs=self.outputs, progress=lambda value: told.append((value, threading.get_ident())))
+        done.set()
+        other.join()
+        values = [value for value, _ in told]
+        self.assertGreater(len(values), 2)
+        self.assertEqual(values, sorted(set(values)))
+        self.assertEqual((values[0], values[-1]), (0, 1))
+        self.assertEqual({thread for _, thread in told}, {threading.get_ident()})
+        self.assertGreater(ticks[0], 20)
+
+    def test_threads_take_turns(self):
+        made = []
+        threads = [
+            threading.Thread(target=lambda: made.append(clipworks.loop(self.clip, 2, outputs=self.outputs)))
+            for _ in range(4)
+        ]
+        for thread in threads:
+            thread.start()
+        for thread in threads:
+            thread.join()
+        self.assertEqual([facts(path, "stream=nb_read_packets") for path in made], ["40"] * 4)
+
+    def test_what_goes_wrong_is_raised_and_leaves_nothing(self):
+        options = {"outputs": self.outputs}
+        broken = self.folder / "broken.mp4"
+        broken.write_bytes(b"no movie")
+        cases = [
+            (FileNotFoundError, "nowhere", lambda: clipworks.loop("nowhere.mp4", 2, **options)),
+            (FileNotFoundError, "nowhere", lambda: clipworks.narrate(self.clip, [("nowhere.m4a", 0)], **options)),
+            (FileNotFoundError, "no-folder", lambda: clipworks.rotate(self.clip, outputs=self.folder / "no-folder")),
+            (FileNotFoundError, "nowhere", lambda: clipworks.info("nowhere.mp4")),
+            (clipworks.Error, "broken.mp4", lambda: clipworks.rotate(broken, **options)),
+            (clipworks.Error, "broken.mp4", lambda: clipworks.info(broken)),
+            (ValueError, "^count must be at least 1$", lambda: clipworks.loop(self.clip, 0, **options)),
+            (ValueError, "^start must come before end$", lambda: clipworks.speed(self.clip, 2, 1, 2, **options)),
+            (ValueError, "^preset takes 144p, .* not", lambda: clipworks.compress(self.clip, "4k", **options)),
+            (ValueError, "four numbers", lambda: clipworks.crop(self.clip, (1, 2, 3), **options)),
+            (ValueError, "^name must not be empty$", lambda: clipworks.frame(self.clip, 0, name="", **options)),
+            (ValueError, "^codec: takes auto", lambda: clipworks.rotate(self.clip, codec="av1", **options)),
+            (ValueError, "null", lambda: clipworks.frame(self.clip, 0, name="a\0b", **options)),
+            (ValueError, "^count takes a whole number", lambda: clipworks.loop(self.clip, "three", **options)),
+            (TypeError, "'output'", lambda: clipworks.rotate(self.clip, output=self.outputs)),
+        ]
+        for raised, words, call in cases:
+            with self.subTest(words), self.assertRaisesRegex(raised, words):
+                call()
+        self.assertEqual(list(self.outputs.iterdir()), [])
+
+    def test_an_exception_of_the_callback_ends_the_operation(self):
+        def stop(progress):
+            if progress > 0:
+                raise StopIteration("enough")
+
+        for call in (clipworks.rotate, clipworks.reverse):
+            with self.subTest(call.__name__), self.assertRaisesRegex(StopIteration, "enough"):
+                call(self.clip, outputs=self.outputs, progress=stop)
+        self.assertEqual(list(self.outputs.iterdir()), [])
+        # And the next one is none the worse for it.
+        self.assertEqual(facts(clipworks.loop(self.clip, 2, outputs=self.outputs), "stream=nb_read_packets"), "40")
+
+    def test_control_c_ends_the_operation(self):
+        clip = self.folder / "long.mp4"
+        make_clip(clip, size="1280x720", seconds=60)
+        script = f"import clipworks; clipworks.rotate({str(clip)!r}, outputs={str(self.outputs)!r})"
+        child = subprocess.Popen([sys.executable, "-c", script], stderr=subprocess.PIPE, text=True)
+        deadline = time.monotonic() + 30
+        while not any(self.outputs.iterdir()) and time.monotonic() < deadline:
+            time.sleep(0.01)
+        child.send_signal(signal.SIGINT)
+        _, errors = child.communicate(timeout=30)
+        self.assertIn("KeyboardInterrupt", errors)
+        self.assertEqual(list(self.outputs.iterdir()), [])
+
+    def test_new_processes_work_and_forked_ones_say_that_they_cannot(self):
+        clipworks.loop(self.clip, 1, outputs=self.outputs)
+        told = {}
+        for method in "spawn", "fork":
+            context = multiprocessing.get_context(method)
+            results = context.Queue()
+            child = context.Process(target=loop_in_child, args=(self.clip, self.outputs, results))
+            child.start()
+            told[method] = results.get(timeout=60)
+            child.join()
+        self.assertTrue(os.path.exists(told["spawn"]))
+        self.assertIn("forked", told["fork"])
+
+    def test_the_first_example_loops_a_clip(self):
+        os.link(self.clip, self.outputs / "clip.mp4")
+        example = os.path.join(os.environ["EXAMPLES"], "loop.py")
+        ran = subprocess.run([sys.executable, example], cwd=self.outputs, capture_output=True, text=True)
+        self.assertRegex(ran.stdout, r"^0.0\n(.*\n)*1.0\n.*\.mp4 6.0\d*\n$", ran.stderr)
+
+    def test_the_example_compresses_a_folder(self):
+        clips = self.outputs / "clips"
+        clips.mkdir()
+        make_clip(clips / "a.mp4", "-metadata", "creation_time=2024-05-06T07:08:09Z")
+        (clips / "b.mp4").write_bytes(b"no movie")
+        example = os.path.join(os.environ["EXAMPLES"], "batch_compress.py")
+        ran = subprocess.run([sys.executable, example, clips, self.outputs / "small"], capture_output=True, text=True)
+        self.assertEqual(ran.returncode, 0, ran.stderr)
+        self.assertRegex(ran.stdout, r"^\na.mp4 of 2024-05-06.*: \d+ bytes, now \d+ in .*\.mp4\n$")
+        self.assertIn("b.mp4", ran.stderr)
+        self.assertEqual([facts(path) for path in (self.outputs / "small").iterdir()], ["h264,854,480,20"])
+
+
+if __name__ == "__main__":
+    unittest.main()
