@@ -18,15 +18,18 @@ namespace clipworks {
 namespace {
 
 std::atomic<bool> keepsMetadataByDefault{true};
-std::atomic<std::optional<VideoCodecKind>> highestQualityCodec{};
+
+/// What stands for both presets of highest quality.
+enum class HighestPreset { itself, h264, hevc };
+std::atomic<HighestPreset> highestPreset{HighestPreset::itself};
 
 /// The preset that a session of that name encodes by.
 std::string_view chosenPreset(std::string_view presetName) {
-  const auto codec = highestQualityCodec.load();
+  const auto chosen = highestPreset.load();
   const bool isHighest =
       presetName == AVAssetExportPresetHighestQuality || presetName == AVAssetExportPresetHEVCHighestQuality;
-  if (!codec || !isHighest) return presetName;
-  return *codec == VideoCodecKind::hevc ? AVAssetExportPresetHEVCHighestQuality : AVAssetExportPresetHighestQuality;
+  if (chosen == HighestPreset::itself || !isHighest) return presetName;
+  return chosen == HighestPreset::hevc ? AVAssetExportPresetHEVCHighestQuality : AVAssetExportPresetHighestQuality;
 }
 
 /// The sessions between start and completion.
@@ -244,6 +247,10 @@ void AVAssetExportSession::setKeepsRecordingMetadataByDefault(bool keepsRecordin
   keepsMetadataByDefault = keepsRecordingMetadata;
 }
 
-void AVAssetExportSession::setHighestQualityCodec(std::optional<VideoCodecKind> codec) { highestQualityCodec = codec; }
+void AVAssetExportSession::setHighestQualityCodec(std::optional<VideoCodecKind> codec) {
+  highestPreset = !codec                            ? HighestPreset::itself
+                  : *codec == VideoCodecKind::hevc ? HighestPreset::hevc
+                                                    : HighestPreset::h264;
+}
 
 }  // namespace clipworks
