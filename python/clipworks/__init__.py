@@ -53,7 +53,8 @@ class Options(TypedDict, total=False):
     strip_metadata: bool
     """Whether the date, place and device of the recording are left out; they are kept otherwise."""
     progress: Callable[[float], Any]
-    """Called on the calling thread with rising numbers from 0 to 1; what it raises ends the operation."""
+    """Called on the calling thread with rising numbers from 0 to 1; what it raises ends the operation. The last call,
+    with 1, comes when the new file is in its place."""
 
 
 class Piece(NamedTuple):

@@ -141,16 +141,63 @@ class Operations(unittest.TestCase):
         self.assertEqual(list(self.outputs.iterdir()), [])
 
     def test_an_exception_of_the_callback_ends_the_operation(self):
+        clip = self.folder / "not short.mp4"
+        make_clip(clip, size="1280x720", seconds=10)
+
         def stop(progress):
             if progress > 0:
                 raise StopIteration("enough")
 
         for call in (clipworks.rotate, clipworks.reverse):
             with self.subTest(call.__name__), self.assertRaisesRegex(StopIteration, "enough"):
-                call(self.clip, outputs=self.outputs, progress=stop)
+                call(clip, outputs=self.outputs, progress=stop)
         self.assertEqual(list(self.outputs.iterdir()), [])
         # And the next one is none the worse for it.
         self.assertEqual(facts(clipworks.loop(self.clip, 2, outputs=self.outputs), "stream=nb_read_packets"), "40")
+
+    def test_failures_and_interruptions_leave_nothing_open(self):
+        whole = self.folder / "whole.mp4"
+        make_clip(whole, "-movflags", "+faststart", size="640x360", seconds=4)
+        cut = self.folder / "cut.mp4"
+        cut.write_bytes(whole.read_bytes()[: whole.stat().st_size // 2])
+
+        def stop(progress):
+            if progress > 0:
+                raise KeyboardInterrupt
+
+        def try_everything():
+            for clip, progress in (cut, None), (whole, stop), (self.folder / "broken-too.mp4", None):
+                clip.touch()
+                options = {"outputs": self.outputs, "progress": progress}
+                for operation, arguments in (
+                    (clipworks.loop, (2,)),
+                    (clipworks.speed, (0.5, 1, 2)),
+                    (clipworks.compress, ("144p",)),
+                    (clipworks.reverse, ()),
+                    (clipworks.rotate, ()),
+                    (clipworks.crop, ((0, 0, 100, 100),)),
+                    (clipworks.frame, (3.9,)),
+                    (clipworks.narrate, ([(clip, 0)],)),
+                ):
+                    try:
+                        operation(clip, *arguments, **options)
+                    except (clipworks.Error, KeyboardInterrupt):
+                        pass
+
+        def open_and_running():
+            return len(os.listdir("/proc/self/fd")), len(os.listdir("/proc/self/task"))
+
+        try_everything()
+        descriptors, threads = open_and_running()
+        for _ in range(3):
+            try_everything()
+        # The library's own threads go on for a moment, and keep some for the next work.
+        deadline = time.monotonic() + 20
+        while open_and_running() > (descriptors, threads + 4) and time.monotonic() < deadline:
+            time.sleep(0.1)
+        self.assertLessEqual(open_and_running()[0], descriptors)
+        self.assertLessEqual(open_and_running()[1], threads + 4)
+        self.assertEqual([path.name for path in self.outputs.iterdir() if path.name.startswith(".")], [])
 
     def test_control_c_ends_the_operation(self):
         clip = self.folder / "long.mp4"
