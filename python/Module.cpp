@@ -15,8 +15,7 @@
 #include <app/Command.h>
 #include <app/CommandLine.h>
 #include <clipworks/foundation/HEVCSupport.h>
-
-#include "PythonHost.h"
+#include <python/PythonHost.h>
 
 namespace clipworks::python {
 namespace {

@@ -1,4 +1,4 @@
-#include "PythonHost.h"
+#include <python/PythonHost.h>
 
 namespace clipworks::python {
 

@@ -28,6 +28,7 @@ class IncludesPointDownwards(unittest.TestCase):
             ("clipworks/engine/A.cpp", "#include <libavutil/frame.h>\n#include <clipworks/media/base/A.h>\n", [], [2]),
             ("clipworks/media/export/A.cpp", "#include <libavutil/frame.h>\n#include <CLI/CLI.hpp>\n", [], [1, 2]),
             ("app/A.cpp", "#include <zimg.h>\n#include <CLI/CLI.hpp>\n#include <sys/stat.h>\n", [], [1]),
+            ("python/A.cpp", "#include <app/A.h>\n#include <pybind11/stl.h>\n#include <fmt/format.h>\n", [], [3]),
             (
                 "clipworks/media/asset/A.h",
                 "#include <tl/expected.hpp>\n#include <unistd.h>\n#include <clipworks/media/base/Secret.h>\n",

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks every include of the program and the library against the layers.
+"""Checks every include of the library, the program and the Python package against the layers.
 
     includes_point_downwards.py ROOT [PUBLIC_HEADER…]
 
@@ -28,6 +28,7 @@ LAYERS = [
      "clipworks/speed", "clipworks/tophoto"],
     ["clipworks"],  # the header that includes all operations
     ["app"],
+    ["python"],
 ]
 LEVELS = {folder: level for level, layer in enumerate(LAYERS) for folder in layer}
 
@@ -37,7 +38,7 @@ POSIX = re.compile(
     r"(dlfcn|errno|fcntl|poll|pthread|pwd|sched|signal|spawn|termios|unistd|sys/[a-z]+|linux/[a-z]+)\.h"
 )
 LIBRARY = re.compile(r"tl/expected\.hpp")
-PROGRAM = re.compile(r"(CLI|nlohmann|fmt)/[A-Za-z/._]+")
+HOSTS = {"app": re.compile(r"(CLI|nlohmann|fmt)/[A-Za-z/._]+"), "python": re.compile(r"pybind11/[a-z0-9]+\.h")}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^">]+)[">]', re.MULTILINE)
 
@@ -51,7 +52,7 @@ def folder_of(path):
 
 
 def is_ours(target):
-    return target.startswith(("clipworks/", "app/"))
+    return target.startswith(("clipworks/", "app/", "python/"))
 
 
 def outside_fault(folder, target, is_public):
@@ -62,7 +63,7 @@ def outside_fault(folder, target, is_public):
         return None
     if is_public:
         return "a public header includes a header that its users may not have"
-    if POSIX.fullmatch(target) or (folder == "app" and PROGRAM.fullmatch(target)):
+    if POSIX.fullmatch(target) or (folder in HOSTS and HOSTS[folder].fullmatch(target)):
         return None
     return "only clipworks/engine may know another library"
 
@@ -105,7 +106,7 @@ def main(root, headers):
     root = Path(root).resolve()
     public_headers = {str(Path(header).resolve().relative_to(root)) for header in headers}
     files = sorted(
-        file for top in ("clipworks", "app") for file in (root / top).rglob("*") if file.suffix in (".h", ".cpp")
+        file for top in ("clipworks", "app", "python") for file in (root / top).rglob("*") if file.suffix in (".h", ".cpp")
     )
     if not files:
         sys.exit(f"there are no sources below {root}")
