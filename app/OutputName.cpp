@@ -5,7 +5,7 @@ namespace clipworks::app {
 Outcome checkOutputName(const std::string& name) {
   if (name.empty()) return wrongUse("--name must not be empty");
   if (name.find('/') != std::string::npos) {
-    return wrongUse("--name is a name without a folder, not \"" + name + "\"; --outputs tells where the file goes");
+    return wrongUse("--name takes a name without a folder, not \"" + name + "\"; --outputs tells where the file goes");
   }
   return {};
 }

@@ -2,17 +2,10 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
-#include <cmath>
+
+#include <app/ParseNumber.h>
 
 namespace clipworks::app {
-
-std::optional<double> parseNumber(std::string_view text) {
-  double number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error != std::errc() || end != text.data() + text.size() || !std::isfinite(number)) return std::nullopt;
-  return number;
-}
 
 std::optional<PieceArgument> PieceArgument::parse(std::string_view text) {
   const auto mark = text.rfind('@');

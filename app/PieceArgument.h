@@ -20,9 +20,6 @@ struct PieceArgument {
   [[nodiscard]] static std::optional<PieceArgument> parse(std::string_view text);
 };
 
-/// A number written with digits, and nothing around it; no infinity.
-[[nodiscard]] std::optional<double> parseNumber(std::string_view text);
-
 /// `text` as one word for a shell, quoted where it must be.
 [[nodiscard]] std::string shellWord(std::string_view text);
 

@@ -1,6 +1,5 @@
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cmath>
 #include <optional>
 #include <string>
@@ -10,6 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include <app/EditingCommand.h>
+#include <app/ParseNumber.h>
 #include <clipworks/media/asset/AVAsset.h>
 #include <clipworks/rotate/VideoRotateUtils.h>
 
@@ -19,20 +19,13 @@ namespace {
 // No more pixels a side are rendered.
 constexpr double largestSide = 16'384;
 
-std::optional<double> number(std::string_view text) {
-  double value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (text.empty() || error != std::errc() || end != text.data() + text.size() || !std::isfinite(value)) return std::nullopt;
-  return value;
-}
-
 /// X,Y,W,H; nothing for anything else.
 std::optional<CGRect> rectangle(std::string_view text) {
   std::array<double, 4> sides{};
   for (std::size_t i = 0; i < sides.size(); ++i) {
     const std::size_t comma = i + 1 < sides.size() ? text.find(',') : text.size();
     if (comma == std::string_view::npos) return std::nullopt;
-    const auto side = number(text.substr(0, comma));
+    const auto side = parseNumber(text.substr(0, comma));
     if (!side) return std::nullopt;
     sides[i] = *side;
     text.remove_prefix(std::min(comma + 1, text.size()));

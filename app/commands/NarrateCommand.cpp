@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include <app/EditingCommand.h>
+#include <app/ParseNumber.h>
 #include <app/PieceArgument.h>
 #include <clipworks/media/asset/AVAsset.h>
 #include <clipworks/narration/VideoNarrationUtils.h>

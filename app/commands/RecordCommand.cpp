@@ -16,6 +16,7 @@
 #include <app/Command.h>
 #include <app/EnterKey.h>
 #include <app/LevelLine.h>
+#include <app/ParseNumber.h>
 #include <app/PieceArgument.h>
 #include <clipworks/filedeck/FileSystem.h>
 #include <clipworks/media/asset/AVAsset.h>

@@ -6,7 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include <app/EditingCommand.h>
-#include <app/ResultName.h>
+#include <app/OutputName.h>
 #include <clipworks/media/asset/AVAsset.h>
 #include <clipworks/media/images/AVAssetImageGenerator.h>
 #include <clipworks/reverse/VideoReverseConverter.h>
@@ -64,7 +64,7 @@ class ReverseCommand final : public EditingCommand {
   Outcome check() override {
     parts_ = videoOnly_ ? Parts::picturesOnly : audioOnly_ ? Parts::soundOnly : Parts::both;
     if (name_) {
-      if (const Outcome checked = checkResultName(*name_); !checked) return checked;
+      if (const Outcome checked = checkOutputName(*name_); !checked) return checked;
     }
     const auto asset = AVAsset::make(URL(file_));
     if (asset->tracks().empty()) return failed(asset->loadError());

@@ -146,7 +146,8 @@ def frame(
 
     `name` is the new file's, without its ending.
     """
-    return _make("frame", file, {"at": at, "format": format, "name": name}, options)
+    place = at if isinstance(at, str) else f"{at:.9f}"
+    return _make("frame", file, {"at": place, "format": format, "name": name}, options)
 
 
 def narrate(
