@@ -15,13 +15,13 @@ namespace clipworks::fuzz {
   switch (input.between(0, 5)) {
     case 0:
     case 1:
-      return CMTime(input.take<std::int16_t>(), usualScales[static_cast<std::size_t>(input.between(0, 9))]);
+      return CMTime{input.take<std::int16_t>(), usualScales[static_cast<std::size_t>(input.between(0, 9))]};
     case 2:
-      return CMTime(input.take<std::int32_t>(), usualScales[static_cast<std::size_t>(input.between(0, 9))]);
+      return CMTime{input.take<std::int32_t>(), usualScales[static_cast<std::size_t>(input.between(0, 9))]};
     case 3:
-      return CMTime(input.take<std::int64_t>(), input.take<std::int32_t>());
+      return CMTime{input.take<std::int64_t>(), input.take<std::int32_t>()};  // braces: evaluated in this order
     case 4:
-      return CMTime(input.take<double>(), input.take<std::int32_t>());
+      return CMTime{input.take<double>(), input.take<std::int32_t>()};
     default: {
       const auto value = input.take<std::int64_t>();
       const auto scale = input.take<std::int32_t>();

@@ -33,10 +33,12 @@ FilePresentation takePresentation(fuzz::FuzzInput& input) {
   return presentation;
 }
 
+constexpr CMTime smallest{1, 1'000'000};  // below it, distances are what rounding takes
+
 /// At one instant; where no time scale holds both exactly, within what rounding takes.
 bool meet(const CMTime& end, const CMTime& start) {
   const CMTime distance = CMTimeAbsoluteValue(start - end);
-  return end == start || ((end.wasRounded() || start.wasRounded()) && distance < CMTime(1, 1'000'000));
+  return end == start || ((end.wasRounded() || start.wasRounded()) && distance < smallest);
 }
 
 template <class Segment>
@@ -50,7 +52,8 @@ void checkChain(const std::vector<Segment>& segments) {
     require(segment.isEmpty() || (segment.source.isValid() && segment.source.start.isNumeric()), "media have a source");
     end = segment.target.end();
   }
-  require(end <= CMTime(std::int64_t{1} << 31, 1), "no track is longer than 2^31 seconds");
+  const CMTime latest(std::int64_t{1} << 31, 1);
+  require(end <= latest || (end.wasRounded() && end - latest < smallest), "no track is longer than 2^31 seconds");
 }
 
 void checkMapping(const AVAssetTrackSegment& segment, const CMTime& time) {

@@ -5,6 +5,7 @@
 #include <mutex>
 
 #include <clipworks/engine/FFmpeg.h>
+#include <clipworks/engine/Limits.h>
 
 namespace clipworks::engine {
 
@@ -46,9 +47,12 @@ Error libraryError(int code, const std::string& what, ErrorKind otherwise) {
   return Error{kind, what + ": " + libraryErrorText(code), posixCode};
 }
 
-void quietLibraries() {
+void prepareLibraries() {
   static std::once_flag once;
-  std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
+  std::call_once(once, [] {
+    av_log_set_level(AV_LOG_QUIET);
+    av_max_alloc(limits::maxAllocation);
+  });
 }
 
 }  // namespace clipworks::engine

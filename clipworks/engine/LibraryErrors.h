@@ -13,7 +13,8 @@ namespace clipworks::engine {
 /// opened"), the library's reason ends it. System errors keep their `errno` value.
 [[nodiscard]] Error libraryError(int code, const std::string& what, ErrorKind otherwise = ErrorKind::damaged);
 
-/// The libraries print to standard error on their own; quiets them once for the process.
-void quietLibraries();
+/// Once for the process: keeps the libraries from printing to standard error on their own, and from asking for more
+/// memory at a time than `limits::maxAllocation`, as they would for what some fields of a file merely claim.
+void prepareLibraries();
 
 }  // namespace clipworks::engine

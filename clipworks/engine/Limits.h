@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 /// Bounds for what a file may ask of us, in one place. Beyond them a file is refused with `ErrorKind::tooLarge`.
@@ -14,6 +15,7 @@ inline constexpr std::int64_t maxPixels = 16'384LL * 16'384LL;     ///< in one p
 inline constexpr int maxPictureSide = 16'384;
 inline constexpr int maxChannels = 64;
 inline constexpr int maxSampleRate = 768'000;                      ///< hertz
+inline constexpr std::size_t maxAllocation = 1ULL << 30;           ///< bytes at a time, of FFmpeg: a plane of the largest picture fits
 inline constexpr std::int64_t maxSampleBytes = 256LL << 20;        ///< of one coded sample
 
 }  // namespace clipworks::engine::limits

@@ -58,7 +58,7 @@ std::int64_t InputContext::seekBytes(void* opaque, std::int64_t offset, int when
 }
 
 Expected<InputContext> InputContext::open(std::shared_ptr<const FileHandle> file, const std::string& name) {
-  quietLibraries();
+  prepareLibraries();
   InputContext input;
   input.bytes_ = std::make_unique<Bytes>(Bytes{std::move(file), 0, 0});
   input.name_ = name;

@@ -75,7 +75,7 @@ bool needsKeyedMetadata(const AVDictionary* metadata) {
 Expected<std::unique_ptr<MovieWriter>> MovieWriter::create(OutputFile& file, std::int32_t movieTimescale,
                                                            const std::map<std::string, std::string>& metadata,
                                                            MovieContainer container) {
-  quietLibraries();
+  prepareLibraries();
   std::unique_ptr<MovieWriter> writer(new MovieWriter(file));
   writer->movieTimescale_ = movieTimescale;
   if (avformat_alloc_output_context2(&writer->context_, nullptr, muxerName(container), nullptr) < 0) {

@@ -156,7 +156,7 @@ Expected<PcmMovieWriter::ProvisionalIndex> PcmMovieWriter::makeProvisionalIndex(
 
 Expected<std::unique_ptr<PcmMovieWriter>> PcmMovieWriter::create(const std::filesystem::path& path,
                                                                  const PcmFormat& format) {
-  quietLibraries();
+  prepareLibraries();
   auto index = makeProvisionalIndex(format);
   if (!index) return tl::make_unexpected(index.error());
   std::unique_ptr<PcmMovieWriter> writer(new PcmMovieWriter(path, format.channels));

@@ -12,7 +12,7 @@ constexpr int firstStep = 5;
 }  // namespace
 
 Expected<SoundEncoder> SoundEncoder::open(const SoundEncoderSettings& settings) {
-  quietLibraries();
+  prepareLibraries();
   const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_AAC);
   if (codec == nullptr) return failed(ErrorKind::noEncoder, "no AAC encoder is installed");
   CodecContext context = owned<CodecContext>(avcodec_alloc_context3(codec));

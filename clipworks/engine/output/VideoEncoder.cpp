@@ -74,7 +74,7 @@ void tag(AVFrame& frame, const Colour& colour) {
 std::string VideoEncoder::libraryName(VideoCodec codec) { return codec == VideoCodec::h264 ? "libx264" : "libx265"; }
 
 Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& settings) {
-  quietLibraries();
+  prepareLibraries();
   const std::string name = libraryName(settings.codec);
   const AVCodec* codec = avcodec_find_encoder_by_name(name.c_str());
   if (codec == nullptr) return failed(ErrorKind::noEncoder, "the encoder " + name + " is not installed");
