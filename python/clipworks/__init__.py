@@ -14,8 +14,8 @@ Operations run one after the other, whatever threads call them, and let other th
 on several clips at once, use processes (multiprocessing with "spawn", or concurrent.futures with that context); one that
 is forked after its parent has used this package raises Error.
 
-Ctrl-C ends an operation with KeyboardInterrupt, and so does any exception that a progress callback raises; work that
-cannot be cut short, such as the search for one picture, is waited for.
+Ctrl-C ends an operation with KeyboardInterrupt, and an exception of a progress callback ends it with that exception.
+Work that cannot be cut short, such as the search for one picture, is waited for.
 """
 
 import json
@@ -41,31 +41,35 @@ class Error(RuntimeError):
 
 
 class Options(TypedDict, total=False):
-    """The keywords that every operation takes."""
+    """The keywords that every operation takes.
+
+    outputs: the folder for the new file, which must exist; the current one when not given.
+    temp: the folder for intermediate files; a hidden one beside the result when not given, gone at the end.
+    codec: for pictures that are encoded; "auto" is HEVC where the clip is HEVC, else H.264. `rotate` and `crop` choose
+        HEVC only when told to; `compress`, `preview`, `reverse` and low qualities are always H.264.
+    strip_metadata: whether the date, place and device of the recording are left out; they are kept otherwise.
+    progress: called on the calling thread with rising numbers from 0 to 1; what it raises ends the operation. The last
+        call, with 1, comes when the new file is in its place.
+    """
 
     outputs: AnyPath
-    """The folder for the new file, which must exist; the current one when not given."""
     temp: AnyPath
-    """The folder for intermediate files; a hidden one beside the result when not given, gone at the end."""
     codec: Literal["auto", "h264", "hevc"]
-    """For pictures that are encoded; "auto" is HEVC where the clip is HEVC, else H.264. `compress` and `preview` always
-    encode H.264, and so do low qualities."""
     strip_metadata: bool
-    """Whether the date, place and device of the recording are left out; they are kept otherwise."""
     progress: Callable[[float], Any]
-    """Called on the calling thread with rising numbers from 0 to 1; what it raises ends the operation. The last call,
-    with 1, comes when the new file is in its place."""
 
 
 class Piece(NamedTuple):
-    """A recording that `narrate` lays over a clip."""
+    """A recording that `narrate` lays over a clip.
+
+    audio: any audio file, or a video for its sound.
+    at: where it starts, in seconds of the clip.
+    volume: how loud it is; 1 leaves its level as it is, 0 is silence.
+    """
 
     audio: AnyPath
-    """Any audio file, or a video for its sound."""
     at: float = 0
-    """Where it starts, in seconds of the clip."""
     volume: float = 1
-    """How loud it is; 1 leaves its level as it is, 0 is silence."""
 
 
 def loop(file: AnyPath, count: int, **options: Unpack[Options]) -> Path:
