@@ -1,6 +1,7 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
 
 #include <tests/app/ProgramUnderTest.h>
 #include <tests/support/MediaJudge.h>
@@ -102,6 +103,15 @@ TEST(Loop, IsOfTheCodecAskedFor) {
         outputOf(runClipworks({"--outputs", outputs.path(), "--codec", asked, "loop", clip.path(), "--count", "2"}));
     EXPECT_EQ(MediaJudge(output).stream("video").codec, codec) << sourceEncoder << " as " << asked;
     EXPECT_EQ(MediaJudge(output).pictures().size(), 60U);
+  }
+}
+
+TEST(Rotation, IsHEVCOnlyWhenToldTo) {
+  const BarCodeClip clip({.frames = 10, .videoCodec = "libx265", .preset = "ultrafast"});
+  const TemporaryDirectory outputs;
+  for (const auto& [asked, codec] : {std::pair("auto", "h264"), std::pair("hevc", "hevc")}) {
+    const auto output = outputOf(runClipworks({"--outputs", outputs.path(), "--codec", asked, "rotate", clip.path()}));
+    EXPECT_EQ(MediaJudge(output).stream("video").codec, codec);
   }
 }
 
