@@ -1,5 +1,9 @@
 #include <clipworks/engine/output/MovieWriter.h>
 
+extern "C" {
+#include <libavutil/dovi_meta.h>
+}
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -20,8 +24,10 @@
 #include <clipworks/engine/boxes/FourCC.h>
 #include <clipworks/engine/boxes/FullBoxCursor.h>
 #include <clipworks/engine/boxes/MovieBoxes.h>
+#include <clipworks/engine/input/MediaFile.h>
 
 #include <tests/support/MediaJudge.h>
+#include <tests/support/RunProgram.h>
 #include <tests/support/TemporaryDirectory.h>
 
 namespace clipworks::test {
@@ -40,6 +46,17 @@ engine::CodecParameters pictureFormat() {
   return format;
 }
 
+void writeSample(MovieWriter& movie, int track, std::int64_t presentation, std::int64_t decode, std::int64_t duration) {
+  auto packet = engine::makePacket();
+  ASSERT_EQ(av_new_packet(packet.get(), 64), 0);
+  std::fill_n(packet->data, packet->size, std::uint8_t{0});
+  packet->pts = presentation;
+  packet->dts = decode;
+  packet->duration = duration;
+  packet->flags = AV_PKT_FLAG_KEY;
+  ASSERT_TRUE(movie.write(track, *packet));
+}
+
 struct EndCase {
   std::string name;
   /// When the samples of the track that is ended are shown, in decoding order, in milliseconds.
@@ -54,17 +71,6 @@ struct EndCase {
 
 class EndedTrack : public testing::TestWithParam<EndCase> {
  protected:
-  static void write(MovieWriter& movie, int track, std::int64_t presentation, std::int64_t decode, std::int64_t duration) {
-    auto packet = engine::makePacket();
-    ASSERT_EQ(av_new_packet(packet.get(), 64), 0);
-    std::fill_n(packet->data, packet->size, std::uint8_t{0});
-    packet->pts = presentation;
-    packet->dts = decode;
-    packet->duration = duration;
-    packet->flags = AV_PKT_FLAG_KEY;
-    ASSERT_TRUE(movie.write(track, *packet));
-  }
-
   void writeFile() const {
     auto file = engine::OutputFile::create(path_, 0);
     ASSERT_TRUE(file);
@@ -75,8 +81,8 @@ class EndedTrack : public testing::TestWithParam<EndCase> {
     const auto other = (*movie)->addTrack(*format, trackTimescale, std::nullopt);
     ASSERT_TRUE(track && other && (*movie)->begin());
     std::int64_t decode = GetParam().shown.front() - 40;
-    for (const std::int64_t shown : GetParam().shown) write(**movie, *track, shown, decode++, 40);
-    write(**movie, *other, 0, 0, GetParam().otherEnd);
+    for (const std::int64_t shown : GetParam().shown) writeSample(**movie, *track, shown, decode++, 40);
+    writeSample(**movie, *other, 0, 0, GetParam().otherEnd);
     (*movie)->endTrackAt(*track, GetParam().end);
     ASSERT_TRUE((*movie)->finish());
     ASSERT_TRUE((*file)->commit());
@@ -129,6 +135,53 @@ INSTANTIATE_TEST_SUITE_P(
                     EndCase{"a short one beside hours", {0, 120, 40}, 80, 2 * hours, {80}},
                     EndCase{"hours long behind an empty edit", {hours, 3 * hours + 80, 3 * hours}, 3 * hours + 40, hours,
                             {hours, 2 * hours + 40}}));
+
+TEST(MovieWriter, KeepsWhatATrackSaysOfItsLight) {
+  const auto bytesOf = [](const auto& facts) {
+    const auto* bytes = reinterpret_cast<const std::uint8_t*>(&facts);
+    return std::vector<std::uint8_t>(bytes, bytes + sizeof facts);
+  };
+  AVMasteringDisplayMetadata mastering{};
+  mastering.has_primaries = mastering.has_luminance = 1;
+  for (auto& primary : mastering.display_primaries) primary[0] = primary[1] = av_make_q(10'000, 50'000);
+  mastering.white_point[0] = mastering.white_point[1] = av_make_q(15'635, 50'000);
+  mastering.min_luminance = av_make_q(50, 10'000);
+  mastering.max_luminance = av_make_q(10'000'000, 10'000);
+  AVContentLightMetadata light{};
+  light.MaxCLL = 1000;
+  light.MaxFALL = 400;
+  AVDOVIDecoderConfigurationRecord dynamic{};
+  dynamic.dv_version_major = 1;
+  dynamic.dv_profile = 8;
+  dynamic.dv_level = 4;
+  dynamic.rpu_present_flag = dynamic.bl_present_flag = 1;
+  dynamic.dv_bl_signal_compatibility_id = 4;
+  const engine::LightFacts facts{{AV_PKT_DATA_MASTERING_DISPLAY_METADATA, bytesOf(mastering)},
+                                 {AV_PKT_DATA_CONTENT_LIGHT_LEVEL, bytesOf(light)},
+                                 {AV_PKT_DATA_DOVI_CONF, bytesOf(dynamic)}};
+
+  const TemporaryDirectory directory;
+  const auto path = directory.file("light.mp4");
+  auto file = engine::OutputFile::create(path, 0);
+  ASSERT_TRUE(file);
+  auto movie = MovieWriter::create(**file, movieTimescale, {});
+  ASSERT_TRUE(movie);
+  const auto track = (*movie)->addTrack(*pictureFormat(), trackTimescale, std::nullopt);
+  ASSERT_TRUE(track && (*movie)->setLightFacts(*track, facts) && (*movie)->begin());
+  writeSample(**movie, *track, 0, 0, 40);
+  ASSERT_TRUE((*movie)->finish() && (*file)->commit());
+
+  const auto judged = runProgram({"ffprobe", "-v", "error", "-show_entries", "stream_side_data", "-of", "csv", path});
+  for (const char* told : {"Mastering display metadata", "10000000/10000", "Content light level metadata,1000,400",
+                           "DOVI configuration record,1,0,8,4,1,0,1,4"}) {
+    EXPECT_THAT(judged.standardOutput, testing::HasSubstr(told));
+  }
+  const auto opened = engine::MediaFile::open(path);
+  ASSERT_TRUE(opened);
+  const auto& read = (*opened)->lightFacts((*opened)->streams().front().index);
+  EXPECT_EQ(read.size(), facts.size());
+  EXPECT_EQ(read.at(AV_PKT_DATA_DOVI_CONF), facts.at(AV_PKT_DATA_DOVI_CONF));
+}
 
 }  // namespace
 }  // namespace clipworks::test

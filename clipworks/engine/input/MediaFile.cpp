@@ -181,7 +181,7 @@ void MediaFile::describeStream(const AVFormatContext& context, int index) {
   }
   if (video) {
     describePictures(facts, stream, track);
-    describeMastering(stream, index);
+    describeLight(stream, index);
   } else {
     facts.channels = p.ch_layout.nb_channels;
     facts.sampleRate = p.sample_rate;
@@ -193,14 +193,13 @@ void MediaFile::describeStream(const AVFormatContext& context, int index) {
   streams_.push_back(std::move(facts));
 }
 
-void MediaFile::describeMastering(const AVStream& stream, int index) {
-  constexpr std::pair<AVPacketSideDataType, AVFrameSideDataType> kinds[] = {
-      {AV_PKT_DATA_MASTERING_DISPLAY_METADATA, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA},
-      {AV_PKT_DATA_CONTENT_LIGHT_LEVEL, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL}};
-  for (const auto& [said, wanted] : kinds) {
+void MediaFile::describeLight(const AVStream& stream, int index) {
+  LightFacts& facts = lightFacts_[index];
+  for (const auto kind :
+       {AV_PKT_DATA_MASTERING_DISPLAY_METADATA, AV_PKT_DATA_CONTENT_LIGHT_LEVEL, AV_PKT_DATA_DOVI_CONF}) {
     std::size_t bytes = 0;
-    const std::uint8_t* data = av_stream_get_side_data(&stream, said, &bytes);
-    if (data != nullptr) mastering_[index][wanted].assign(data, data + bytes);
+    const std::uint8_t* data = av_stream_get_side_data(&stream, kind, &bytes);
+    if (data != nullptr) facts[kind].assign(data, data + bytes);
   }
 }
 
@@ -244,14 +243,19 @@ const StreamFacts& MediaFile::stream(int index) const {
 
 const AVCodecParameters& MediaFile::parameters(int index) const { return *parameters_.at(index); }
 
+const LightFacts& MediaFile::lightFacts(int index) const { return lightFacts_.at(index); }
+
 Expected<void> MediaFile::completeMastering(int index, AVFrame& picture) const {
-  const auto known = mastering_.find(index);
-  if (known == mastering_.end()) return {};
-  for (const auto& [kind, data] : known->second) {
-    if (av_frame_get_side_data(&picture, kind) != nullptr) continue;
-    AVFrameSideData* added = av_frame_new_side_data(&picture, kind, data.size());
+  constexpr std::pair<AVPacketSideDataType, AVFrameSideDataType> kinds[] = {
+      {AV_PKT_DATA_MASTERING_DISPLAY_METADATA, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA},
+      {AV_PKT_DATA_CONTENT_LIGHT_LEVEL, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL}};
+  const LightFacts& facts = lightFacts(index);
+  for (const auto& [said, wanted] : kinds) {
+    const auto known = facts.find(said);
+    if (known == facts.end() || av_frame_get_side_data(&picture, wanted) != nullptr) continue;
+    AVFrameSideData* added = av_frame_new_side_data(&picture, wanted, known->second.size());
     if (added == nullptr) return failed(ErrorKind::outOfMemory, "out of memory for a picture of " + name_);
-    std::copy(data.begin(), data.end(), added->data);
+    std::copy(known->second.begin(), known->second.end(), added->data);
   }
   return {};
 }

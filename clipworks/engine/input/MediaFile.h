@@ -13,6 +13,7 @@
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/FileHandle.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/LightFacts.h>
 #include <clipworks/engine/input/InputContext.h>
 #include <clipworks/engine/boxes/MovieBoxes.h>
 #include <clipworks/engine/input/SampleTable.h>
@@ -85,8 +86,11 @@ class MediaFile {
   [[nodiscard]] const std::vector<StreamFacts>& streams() const { return streams_; }
   [[nodiscard]] const StreamFacts& stream(int index) const;
   [[nodiscard]] const AVCodecParameters& parameters(int index) const;
-  /// Adds to a decoded picture of the stream what only the container says of the light it was mastered for (the boxes
-  /// `mdcv` and `clli`: ISO/IEC 14496-12, 12.1.5); what the picture says itself stays. Fails when out of memory.
+  /// What only the container says of the light that the stream's pictures were mastered for, and of metadata among their
+  /// samples that change it (the boxes `mdcv` and `clli`: ISO/IEC 14496-12, 12.1.5; `dvcC` and `dvvC`).
+  [[nodiscard]] const LightFacts& lightFacts(int index) const;
+  /// Adds to a decoded picture of the stream what only the container says of the light it was mastered for; what the
+  /// picture says itself stays. Fails when out of memory.
   [[nodiscard]] Expected<void> completeMastering(int index, AVFrame& picture) const;
   /// The file's length; 0 when nothing is known.
   [[nodiscard]] std::int64_t duration() const { return duration_; }
@@ -105,7 +109,7 @@ class MediaFile {
   MediaFile() = default;
   Expected<void> load();
   void describeStream(const AVFormatContext& context, int index);
-  void describeMastering(const AVStream& stream, int index);
+  void describeLight(const AVStream& stream, int index);
   void describeDuration(const AVFormatContext& context);
   Expected<void> measureByPackets();
   Expected<SampleTable> buildTable(int index) const;
@@ -115,7 +119,7 @@ class MediaFile {
   std::optional<MovieBoxes> boxes_;
   std::vector<StreamFacts> streams_;
   std::map<int, CodecParameters> parameters_;
-  std::map<int, std::map<AVFrameSideDataType, std::vector<std::uint8_t>>> mastering_;
+  std::map<int, LightFacts> lightFacts_;  // of streams of pictures
   std::int64_t duration_ = 0;
   std::int32_t timescale_ = 1'000'000;
   std::map<std::string, std::string> metadata_;

@@ -114,11 +114,27 @@ Expected<int> MovieWriter::addTrack(const AVCodecParameters& format, std::int32_
   stream->sample_aspect_ratio = format.sample_aspect_ratio;
   stream->time_base = AVRational{1, timescale};
   if (matrix) {
-    auto* bytes = av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, sizeof *matrix);
-    if (bytes == nullptr) return failed(ErrorKind::outOfMemory, "out of memory while creating " + file_.name());
-    std::memcpy(bytes, matrix->data(), sizeof *matrix);
+    if (auto added = addSideData(*stream, AV_PKT_DATA_DISPLAYMATRIX, matrix->data(), sizeof *matrix); !added) {
+      return tl::make_unexpected(added.error());
+    }
   }
   return stream->index;
+}
+
+Expected<void> MovieWriter::addSideData(AVStream& stream, AVPacketSideDataType kind, const void* data, std::size_t size) {
+  auto* bytes = av_stream_new_side_data(&stream, kind, size);
+  if (bytes == nullptr) return failed(ErrorKind::outOfMemory, "out of memory while creating " + file_.name());
+  std::memcpy(bytes, data, size);
+  return {};
+}
+
+Expected<void> MovieWriter::setLightFacts(int track, const LightFacts& facts) {
+  for (const auto& [kind, data] : facts) {
+    if (auto added = addSideData(*context_->streams[track], kind, data.data(), data.size()); !added) return added;
+    // The muxer writes these boxes only for those who do not insist on the first edition of the standard.
+    if (kind == AV_PKT_DATA_DOVI_CONF) context_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
+  }
+  return {};
 }
 
 Expected<void> MovieWriter::begin() {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -9,6 +10,7 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/LightFacts.h>
 #include <clipworks/engine/output/OutputFile.h>
 
 namespace clipworks::engine {
@@ -38,6 +40,9 @@ class MovieWriter {
   /// `matrix` (a b u c d v x y w, 16.16 and 2.30) is left out for the identity.
   [[nodiscard]] Expected<int> addTrack(const AVCodecParameters& format, std::int32_t timescale,
                                        const std::optional<std::array<std::int32_t, 9>>& matrix);
+  /// Before `begin()`: what the track's description says of the light of its pictures. QuickTime files leave out what
+  /// only MP4 has a place for.
+  [[nodiscard]] Expected<void> setLightFacts(int track, const LightFacts& facts);
   [[nodiscard]] Expected<void> begin();
 
   /// Writes one sample, its times in ticks of the track; decode times rise strictly. A first sample shown before zero
@@ -56,6 +61,7 @@ class MovieWriter {
 
  private:
   explicit MovieWriter(OutputFile& file) : file_(file) {}
+  Expected<void> addSideData(AVStream& stream, AVPacketSideDataType kind, const void* data, std::size_t size);
   [[nodiscard]] tl::unexpected<Error> writeFailure(int code, const std::string& what) const;
   static int writeBytes(void* opaque, std::uint8_t* bytes, int length);
   static std::int64_t seekBytes(void* opaque, std::int64_t offset, int whence);

@@ -8,6 +8,7 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/LightFacts.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
 #include <clipworks/engine/pipeline/ExportJob.h>
 #include <clipworks/engine/pipeline/PictureFinish.h>
@@ -34,6 +35,8 @@ class CodedPictures {
   [[nodiscard]] Expected<void> open();
 
   [[nodiscard]] const AVCodecParameters& format() const { return *format_; }
+  /// Of copied pictures; nothing where they are encoded.
+  [[nodiscard]] const LightFacts& lightFacts() const { return lightFacts_; }
   [[nodiscard]] int reorderDepth() const { return reorderDepth_; }
 
   /// The next sample; nothing after the last one of the last run.
@@ -70,6 +73,7 @@ class CodedPictures {
 
   const PictureJob& job_;
   CodecParameters format_;
+  LightFacts lightFacts_;
   int reorderDepth_ = 0;
   std::optional<VideoEncoder> encoder_;
   std::int64_t replaced_ = 0;  // written by the decoding thread before it ends

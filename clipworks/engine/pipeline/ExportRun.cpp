@@ -106,6 +106,9 @@ Expected<ExportReport> ExportRun::write() {
     if (auto opened = pictures_->open(); !opened) return tl::make_unexpected(opened.error());
     auto track = (*movie)->addTrack(pictures_->format(), job_.pictures->timescale, job_.pictures->matrix);
     if (!track) return tl::make_unexpected(track.error());
+    if (auto described = (*movie)->setLightFacts(*track, pictures_->lightFacts()); !described) {
+      return tl::make_unexpected(described.error());
+    }
     pictures.emplace(*job_.pictures, *pictures_, **movie, *track);
   }
   if (sound_) {
