@@ -1,6 +1,8 @@
 #include <app/Command.h>
 
 #include <algorithm>
+#include <exception>
+#include <new>
 #include <utility>
 
 namespace clipworks::app {
@@ -13,6 +15,16 @@ std::vector<CommandRegistration::Factory>& factories() {
 }
 
 }  // namespace
+
+Outcome runCommand(Command& command, const Program& program) {
+  try {
+    return command.run(program);
+  } catch (const std::bad_alloc&) {
+    return failed("out of memory");
+  } catch (const std::exception& thrown) {
+    return failed(thrown.what());
+  }
+}
 
 CommandRegistration::CommandRegistration(Factory factory) { factories().push_back(std::move(factory)); }
 

@@ -43,6 +43,9 @@ class Command {
   [[nodiscard]] virtual Outcome run(const Program& program) = 0;
 };
 
+/// Runs `command`; what it throws is a failure, too.
+[[nodiscard]] Outcome runCommand(Command& command, const Program& program);
+
 /// Names a command's class to the program, from a constant in the class's own source file.
 class CommandRegistration {
  public:

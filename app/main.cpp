@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <exception>
-#include <new>
 
 #include <app/Command.h>
 #include <app/CommandLine.h>
@@ -14,16 +13,6 @@
 
 namespace clipworks::app {
 namespace {
-
-Outcome runCommand(Command& command, const Program& program) {
-  try {
-    return command.run(program);
-  } catch (const std::bad_alloc&) {
-    return failed("out of memory");
-  } catch (const std::exception& thrown) {
-    return failed(thrown.what());
-  }
-}
 
 int runProgram(int argc, const char* const* argv) {
   CommandLine commandLine;

@@ -4,11 +4,9 @@
 #include <pybind11/stl.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <mutex>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -45,7 +43,7 @@ bool isForked() {
   return ::getpid() != first;
 }
 
-app::Outcome runCommand(const std::vector<std::string>& arguments, PythonHost& host) {
+app::Outcome runProgram(const std::vector<std::string>& arguments, PythonHost& host) {
   // Before any command withholds an encoder: the answer is remembered for the process.
   (void)HEVCSupport::hasHEVCHardwareEncoder();
   std::vector<const char*> argv{"clipworks"};
@@ -54,13 +52,7 @@ app::Outcome runCommand(const std::vector<std::string>& arguments, PythonHost& h
   const auto command = commandLine.parse(static_cast<int>(argv.size()), argv.data());
   if (!command) return failure(command.error());
   if (*command == nullptr) return app::wrongUse("a command is needed");
-  try {
-    return (*command)->run({commandLine.options(), host, host});
-  } catch (const std::bad_alloc&) {
-    return app::failed("out of memory");
-  } catch (const std::exception& thrown) {
-    return app::failed(thrown.what());
-  }
+  return app::runCommand(**command, {commandLine.options(), host, host});
 }
 
 /// Raises what the callback or a signal's handler raised.
@@ -75,7 +67,7 @@ Ran run(const std::vector<std::string>& arguments, py::object onProgress) {
     std::unique_lock turn(oneAtATime(), std::defer_lock);
     while (!turn.try_lock_for(lookInterval) && !host.isRequested()) {
     }
-    const app::Outcome outcome = turn.owns_lock() ? runCommand(arguments, host) : app::Outcome();
+    const app::Outcome outcome = turn.owns_lock() ? runProgram(arguments, host) : app::Outcome();
     if (!outcome) ran = {outcome.error().code, outcome.error().sentence, {}, {}};
     host.end();
   }

@@ -17,7 +17,7 @@ namespace clipworks::python {
 /// when the callback raises or a signal's handler does (Ctrl-C).
 ///
 /// Made and used by the thread that runs the command, without the interpreter lock, which is taken only to call back;
-/// the `Reporter`'s part is for any thread.
+/// `progress` comes from any thread, and is called back on this one.
 class PythonHost final : public app::Reporter, public app::Interruption {
  public:
   /// `onProgress` is called with numbers from 0 to 1, or is None. It has to outlive this object.

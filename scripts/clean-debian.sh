@@ -17,7 +17,7 @@ parse_mirror() {
 # set_up_debian LOG: sets `debian`, the folder.
 set_up_debian() {
   step="setting up a clean Debian 12"
-  debian=$(mktemp -d --tmpdir clipworks-debian-XXX)
+  debian=$(mktemp -d)
   trap 'rm -rf --one-file-system "$debian"' EXIT
   say "$step from $mirror"
   debootstrap --variant=minbase bookworm "$debian" "$mirror" >"$1" || die "Debian 12 cannot be set up; $1 says why."

@@ -131,7 +131,7 @@ Expected<void> MovieWriter::addSideData(AVStream& stream, AVPacketSideDataType k
 Expected<void> MovieWriter::setLightFacts(int track, const LightFacts& facts) {
   for (const auto& [kind, data] : facts) {
     if (auto added = addSideData(*context_->streams[track], kind, data.data(), data.size()); !added) return added;
-    // The muxer writes these boxes only for those who do not insist on the first edition of the standard.
+    // Boxes of a specification of its own, not of ISO/IEC 14496, which the muxer leaves out unless it is told so.
     if (kind == AV_PKT_DATA_DOVI_CONF) context_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
   }
   return {};

@@ -40,8 +40,8 @@ class MovieWriter {
   /// `matrix` (a b u c d v x y w, 16.16 and 2.30) is left out for the identity.
   [[nodiscard]] Expected<int> addTrack(const AVCodecParameters& format, std::int32_t timescale,
                                        const std::optional<std::array<std::int32_t, 9>>& matrix);
-  /// Before `begin()`: what the track's description says of the light of its pictures. QuickTime files leave out what
-  /// only MP4 has a place for.
+  /// Before `begin()`: what the track's description says of the light of its pictures. The library writes the
+  /// configuration of dynamic metadata (`dvcC`, `dvvC`) into MP4 files alone.
   [[nodiscard]] Expected<void> setLightFacts(int track, const LightFacts& facts);
   [[nodiscard]] Expected<void> begin();
 
