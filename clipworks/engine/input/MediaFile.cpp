@@ -7,6 +7,7 @@
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Limits.h>
 #include <clipworks/engine/input/ColorTags.h>
+#include <clipworks/engine/input/PictureOrder.h>
 
 namespace clipworks::engine {
 namespace {
@@ -111,6 +112,12 @@ std::int64_t encoderDelay(const StreamFacts& facts, const AVFormatContext& conte
   return quickTime && facts.duration - needed >= implicitQuickTimeDelay ? implicitQuickTimeDelay : 0;
 }
 
+bool isPictureOrSound(const AVStream& stream) {
+  const AVMediaType type = stream.codecpar->codec_type;
+  if (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO) return false;
+  return (stream.disposition & (AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS)) == 0;
+}
+
 }  // namespace
 
 Expected<std::shared_ptr<const MediaFile>> MediaFile::open(const std::filesystem::path& path) {
@@ -140,25 +147,40 @@ Expected<void> MediaFile::load() {
   if (const int code = avformat_find_stream_info(&context, nullptr); code < 0) {
     return tl::make_unexpected(libraryError(code, name_ + " holds streams that cannot be read"));
   }
+  const FirstInstant first = firstInstant(context);
   for (unsigned i = 0; i < context.nb_streams && streams_.size() < limits::maxTracks; ++i) {
-    describeStream(context, static_cast<int>(i));
+    describeStream(context, static_cast<int>(i), first);
   }
   for (const AVDictionaryEntry* entry = nullptr;
        (entry = av_dict_get(context.metadata, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr;) {
     metadata_[entry->key] = entry->value;
   }
+  if (auto placed = placeVorbis(*input); !placed) return placed;
   describeDuration(context);
   if (duration_ <= 0) return measureByPackets();
   return {};
 }
 
-void MediaFile::describeStream(const AVFormatContext& context, int index) {
+// Movies say where everything lies on their timeline. Elsewhere times may begin anywhere, and the first picture or sound
+// is the beginning; a stream that starts before zero although its counter cannot wrap has an encoder's delay there.
+MediaFile::FirstInstant MediaFile::firstInstant(const AVFormatContext& context) const {
+  std::optional<FirstInstant> first;
+  for (unsigned i = 0; i < context.nb_streams && !boxes_; ++i) {
+    const AVStream& stream = *context.streams[i];
+    if (!isPictureOrSound(stream) || stream.start_time == AV_NOPTS_VALUE) continue;
+    const bool wraps = stream.pts_wrap_bits < 63;
+    const FirstInstant start{wraps ? stream.start_time : std::max<std::int64_t>(stream.start_time, 0), stream.time_base};
+    if (!first || av_compare_ts(start.time, start.unit, first->time, first->unit) < 0) first = start;
+  }
+  return first.value_or(FirstInstant{});
+}
+
+void MediaFile::describeStream(const AVFormatContext& context, int index, const FirstInstant& first) {
   const AVStream& stream = *context.streams[index];
+  if (!isPictureOrSound(stream)) return;
   dropUnknownColors(*stream.codecpar);
   const AVCodecParameters& p = *stream.codecpar;
   const bool video = p.codec_type == AVMEDIA_TYPE_VIDEO;
-  if (!video && p.codec_type != AVMEDIA_TYPE_AUDIO) return;
-  if ((stream.disposition & (AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS)) != 0) return;
   if (video && (p.width <= 0 || p.height <= 0 || p.width > limits::maxPictureSide || p.height > limits::maxPictureSide))
     return;
   if (!video && (p.sample_rate <= 0 || p.sample_rate > limits::maxSampleRate || p.ch_layout.nb_channels <= 0 ||
@@ -170,9 +192,12 @@ void MediaFile::describeStream(const AVFormatContext& context, int index) {
   facts.trackID = boxes_ && stream.id > 0 ? stream.id : index + 1;
   facts.kind = video ? StreamKind::video : StreamKind::audio;
   facts.codec = avcodec_get_name(p.codec_id);
-  facts.timescale = stream.time_base.den;
+  // Sound is counted in samples where the container's unit is coarse, or no fraction of a second (AVI).
+  facts.timescale = video || boxes_ ? stream.time_base.den : p.sample_rate;
+  const StreamClock clock{stream.time_base, facts.timescale, stream.pts_wrap_bits,
+                          av_rescale_q(first.time, first.unit, stream.time_base)};
   facts.bitRate = std::max<std::int64_t>(p.bit_rate, 0);
-  facts.duration = stream.duration == AV_NOPTS_VALUE ? 0 : stream.duration * stream.time_base.num;
+  facts.duration = stream.duration == AV_NOPTS_VALUE ? 0 : clock.ticksOf(stream.duration);
   const auto* track = boxes_ ? findTrack(boxes_, stream.id) : nullptr;
   if (track != nullptr) {
     facts.edits = track->edits;
@@ -185,12 +210,37 @@ void MediaFile::describeStream(const AVFormatContext& context, int index) {
   } else {
     facts.channels = p.ch_layout.nb_channels;
     facts.sampleRate = p.sample_rate;
+    facts.hasConfiguration = p.extradata_size > 0;
     facts.encoderDelay = encoderDelay(facts, context, stream, boxes_);
   }
   CodecParameters copy = owned<CodecParameters>(avcodec_parameters_alloc());
   if (avcodec_parameters_copy(copy.get(), &p) < 0) return;
   parameters_[index] = std::move(copy);
+  clocks_[index] = clock;
   streams_.push_back(std::move(facts));
+}
+
+// The first packet of Vorbis decodes to nothing (Vorbis I, 1.3.2). In an Ogg file of a single page, whose granule position
+// tells the end alone, the library gives it a length all the same, and all that follows comes that much late.
+Expected<void> MediaFile::placeVorbis(InputContext& input) {
+  if (std::strcmp(input->iformat->name, "ogg") != 0) return {};
+  std::size_t expected = 0;
+  for (const auto& facts : streams_) expected += facts.codec == "vorbis" ? 1 : 0;
+  Packet packet = makePacket();
+  std::vector<int> seen;
+  while (seen.size() < expected) {
+    const auto got = input.read(*packet);
+    if (!got) return tl::make_unexpected(got.error());
+    if (!*got) break;
+    const int index = packet->stream_index;
+    const bool isVorbis = input->streams[index]->codecpar->codec_id == AV_CODEC_ID_VORBIS && clocks_.count(index) != 0;
+    if (isVorbis && std::find(seen.begin(), seen.end(), index) == seen.end()) {
+      seen.push_back(index);
+      if (packet->pts == 0) clocks_[index].zero += packet->duration;
+    }
+    av_packet_unref(packet.get());
+  }
+  return {};
 }
 
 void MediaFile::describeLight(const AVStream& stream, int index) {
@@ -213,7 +263,11 @@ void MediaFile::describeDuration(const AVFormatContext& context) {
     }
   }
   const bool guessed = context.duration_estimation_method == AVFMT_DURATION_FROM_BITRATE;
-  if (context.duration > 0 && !guessed && !(boxes_ && boxes_->fragmented)) duration_ = context.duration;  // AV_TIME_BASE
+  if (context.duration <= 0 || guessed || (boxes_ && boxes_->fragmented)) return;
+  duration_ = context.duration;  // AV_TIME_BASE
+  // Matroska's counts from zero of its clock, whenever its first picture or sound comes.
+  const bool countsFromZero = std::strncmp(context.iformat->name, "matroska", 8) == 0;
+  if (countsFromZero && context.start_time > 0) duration_ -= std::min(context.start_time, duration_);
 }
 
 // A recorder's file without a length, or fragments: its packets tell where it ends.
@@ -225,10 +279,11 @@ Expected<void> MediaFile::measureByPackets() {
   std::int64_t end = 0;
   auto got = input->read(*packet);
   for (; got && *got; got = input->read(*packet)) {
-    const AVRational base = input->get()->streams[packet->stream_index]->time_base;
-    if (packet->pts != AV_NOPTS_VALUE && parameters_.count(packet->stream_index) != 0) {
+    const auto clock = clocks_.find(packet->stream_index);
+    if (packet->pts != AV_NOPTS_VALUE && clock != clocks_.end()) {
       const std::int64_t length = std::max<std::int64_t>(packet->duration, 0);
-      end = std::max(end, av_rescale_q(packet->pts + length, base, AVRational{1, timescale_}));
+      end = std::max(end, av_rescale(clock->second.ticks(packet->pts) + clock->second.ticksOf(length), timescale_,
+                                     clock->second.timescale));
     }
     av_packet_unref(packet.get());
   }
@@ -260,18 +315,18 @@ Expected<void> MediaFile::completeMastering(int index, AVFrame& picture) const {
   return {};
 }
 
-Expected<InputContext> MediaFile::openStream(int index) const {
+Expected<StreamPackets> MediaFile::openStream(int index) const {
   auto input = InputContext::open(handle_, name_);
-  if (!input) return input;
-  if (static_cast<unsigned>(index) >= input->get()->nb_streams) {
-    // Containers without a header list their streams only as packets come.
-    avformat_find_stream_info(input->get(), nullptr);
-  }
+  if (!input) return tl::make_unexpected(input.error());
+  // Containers without a header list their streams only as packets come. Plain files of MPEG sound have no times, and
+  // those that the library makes up are right once it has looked.
+  const unsigned streams = input->get()->nb_streams;
+  const bool isPlain = !boxes_ && streams == 1;
+  if (isPlain || static_cast<unsigned>(index) >= streams) avformat_find_stream_info(input->get(), nullptr);
   if (static_cast<unsigned>(index) >= input->get()->nb_streams) {
     return failed(ErrorKind::damaged, name_ + " changed while it was read");
   }
-  input->keepOnly(index);
-  return input;
+  return StreamPackets(std::move(*input), index, clocks_.at(index));
 }
 
 Expected<std::shared_ptr<const SampleTable>> MediaFile::sampleTable(int index) const {
@@ -324,34 +379,40 @@ std::optional<SampleTable> tableFromIndex(AVStream& stream, const MovieBoxes::Tr
 }  // namespace
 
 Expected<SampleTable> MediaFile::buildTable(int index) const {
-  auto input = openStream(index);
-  if (!input) return tl::make_unexpected(input.error());
-  AVStream& stream = *input->get()->streams[index];
+  auto packets = openStream(index);
+  if (!packets) return tl::make_unexpected(packets.error());
+  AVStream& stream = packets->stream();
   if (const auto* track = findTrack(boxes_, stream.id); track != nullptr && !boxes_->fragmented) {
     if (auto table = tableFromIndex(stream, *track)) return std::move(*table);
   }
 
   std::vector<Sample> samples;
-  std::int64_t end = 0;
-  const std::int64_t scale = stream.time_base.num;
+  std::vector<bool> isTold;  // by the container, when it is shown
+  std::vector<std::int64_t> lengths;
   Packet packet = makePacket();
-  auto got = input->read(*packet);
-  for (; got && *got; got = input->read(*packet)) {
-    if (packet->stream_index == index) {
-      Sample sample;
-      const std::int64_t fallback = samples.empty() ? 0 : samples.back().decode + 1;
-      sample.decode = (packet->dts != AV_NOPTS_VALUE ? packet->dts * scale : fallback);
-      sample.presentation = packet->pts != AV_NOPTS_VALUE ? packet->pts * scale : sample.decode;
-      sample.position = packet->pos;
-      sample.bytes = packet->size;
-      sample.accessPoint = (packet->flags & AV_PKT_FLAG_KEY) != 0;
-      end = std::max(end, sample.presentation + std::max<std::int64_t>(packet->duration, 0) * scale);
-      samples.push_back(sample);
-      if (samples.size() > limits::maxSamples) return failed(ErrorKind::tooLarge, name_ + " has too many pictures");
-    }
+  auto got = packets->read(*packet);
+  for (; got && *got; got = packets->read(*packet)) {
+    Sample sample;
+    const std::int64_t fallback = samples.empty() ? 0 : samples.back().decode + 1;
+    sample.decode = packet->dts != AV_NOPTS_VALUE ? packet->dts : fallback;
+    isTold.push_back(packet->pts != AV_NOPTS_VALUE);
+    sample.presentation = isTold.back() ? packet->pts : sample.decode;
+    sample.position = packet->pos;
+    sample.bytes = packet->size;
+    sample.accessPoint = (packet->flags & AV_PKT_FLAG_KEY) != 0;
+    samples.push_back(sample);
+    lengths.push_back(std::max<std::int64_t>(packet->duration, 0));
+    if (samples.size() > limits::maxSamples) return failed(ErrorKind::tooLarge, name_ + " has too many pictures");
     av_packet_unref(packet.get());
   }
   if (!got) return tl::make_unexpected(got.error());
+  if (std::find(isTold.begin(), isTold.end(), false) != isTold.end()) {
+    auto again = openStream(index);
+    if (!again) return tl::make_unexpected(again.error());
+    if (auto ordered = orderPictures(*again, samples, isTold); !ordered) return tl::make_unexpected(ordered.error());
+  }
+  std::int64_t end = 0;
+  for (std::size_t i = 0; i < samples.size(); ++i) end = std::max(end, samples[i].presentation + lengths[i]);
   return SampleTable(std::move(samples), end);
 }
 

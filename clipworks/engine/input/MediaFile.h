@@ -17,6 +17,8 @@
 #include <clipworks/engine/input/InputContext.h>
 #include <clipworks/engine/boxes/MovieBoxes.h>
 #include <clipworks/engine/input/SampleTable.h>
+#include <clipworks/engine/input/StreamClock.h>
+#include <clipworks/engine/input/StreamPackets.h>
 
 namespace clipworks::engine {
 
@@ -47,7 +49,7 @@ struct StreamFacts {
   int trackID = 0;             ///< the file's own number for it, at least 1
   StreamKind kind = StreamKind::video;
   std::string codec;           ///< short name: "h264", "aac"
-  std::int32_t timescale = 0;  ///< ticks a second of the stream's times; a stream with a numerator other than 1 is scaled
+  std::int32_t timescale = 0;  ///< ticks a second of the stream's times
   std::int64_t bitRate = 0;    ///< bits a second; 0 when unknown
   std::int64_t duration = 0;   ///< of the media, in ticks; 0 when unknown
   std::uint32_t sampleDescriptions = 1;
@@ -68,6 +70,7 @@ struct StreamFacts {
   // Sound.
   int channels = 0;
   int sampleRate = 0;          ///< hertz
+  bool hasConfiguration = true;              ///< told apart from the coded samples, as movies want it
   std::int64_t encoderDelay = 0;             ///< samples before the sound proper that no edit takes off
 
   std::vector<MovieBoxes::Edit> edits;       ///< raw; empty when the file has none
@@ -96,19 +99,28 @@ class MediaFile {
   [[nodiscard]] std::int64_t duration() const { return duration_; }
   [[nodiscard]] std::int32_t timescale() const { return timescale_; }
   [[nodiscard]] const std::map<std::string, std::string>& metadata() const { return metadata_; }
+  /// An MP4 or QuickTime file, whose header tells how long the movie is.
+  [[nodiscard]] bool hasMovieHeader() const { return boxes_.has_value(); }
   /// Samples lie in the file as the decoder wants them, each in one piece at `Sample::position`.
   [[nodiscard]] bool samplesAreStoredPlainly() const { return boxes_.has_value(); }
 
   /// All samples of a stream of pictures, in ticks of `StreamFacts::timescale`.
   [[nodiscard]] Expected<std::shared_ptr<const SampleTable>> sampleTable(int index) const;
 
-  /// A demuxer of its own for one reader, set to give only the packets of `index`.
-  [[nodiscard]] Expected<InputContext> openStream(int index) const;
+  /// The packets of a stream by a demuxer of their own, for one reader.
+  [[nodiscard]] Expected<StreamPackets> openStream(int index) const;
 
  private:
+  /// Where the file's timeline begins, by one of its streams.
+  struct FirstInstant {
+    std::int64_t time = 0;
+    AVRational unit{1, 1};
+  };
   MediaFile() = default;
   Expected<void> load();
-  void describeStream(const AVFormatContext& context, int index);
+  [[nodiscard]] FirstInstant firstInstant(const AVFormatContext& context) const;
+  void describeStream(const AVFormatContext& context, int index, const FirstInstant& first);
+  Expected<void> placeVorbis(InputContext& input);
   void describeLight(const AVStream& stream, int index);
   void describeDuration(const AVFormatContext& context);
   Expected<void> measureByPackets();
@@ -119,6 +131,7 @@ class MediaFile {
   std::optional<MovieBoxes> boxes_;
   std::vector<StreamFacts> streams_;
   std::map<int, CodecParameters> parameters_;
+  std::map<int, StreamClock> clocks_;
   std::map<int, LightFacts> lightFacts_;  // of streams of pictures
   std::int64_t duration_ = 0;
   std::int32_t timescale_ = 1'000'000;

@@ -63,7 +63,7 @@ Expected<Packet> SampleReader::readDemuxed(std::uint32_t index) {
     const auto got = demuxer_->read(*packet);
     if (!got) return tl::make_unexpected(got.error());
     if (!*got) return failed(ErrorKind::damaged, file_->name() + " ends early");
-    if (packet->stream_index == stream_ && next_++ == index) return packet;
+    if (next_++ == index) return packet;
     av_packet_unref(packet.get());
   }
 }

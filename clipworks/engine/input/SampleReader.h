@@ -6,9 +6,9 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
-#include <clipworks/engine/input/InputContext.h>
 #include <clipworks/engine/input/MediaFile.h>
 #include <clipworks/engine/input/SampleTable.h>
+#include <clipworks/engine/input/StreamPackets.h>
 
 namespace clipworks::engine {
 
@@ -35,7 +35,7 @@ class SampleReader {
   std::shared_ptr<const MediaFile> file_;
   int stream_;
   std::shared_ptr<const SampleTable> table_;
-  std::optional<InputContext> demuxer_;
+  std::optional<StreamPackets> demuxer_;
   std::uint32_t next_ = 0;  // index of the sample that the demuxer gives next
 };
 

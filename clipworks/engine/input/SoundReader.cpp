@@ -35,9 +35,9 @@ Expected<SoundReader> SoundReader::open(std::shared_ptr<const MediaFile> file, i
 }
 
 Expected<void> SoundReader::restart() {
-  auto input = file_->openStream(facts_->index);
-  if (!input) return tl::make_unexpected(input.error());
-  input_ = std::make_unique<InputContext>(std::move(*input));
+  auto packets = file_->openStream(facts_->index);
+  if (!packets) return tl::make_unexpected(packets.error());
+  packets_.emplace(std::move(*packets));
   avcodec_flush_buffers(decoder_.get());
   drained_ = false;
   anchored_ = false;
@@ -47,7 +47,7 @@ Expected<void> SoundReader::restart() {
 }
 
 bool SoundReader::jumpsExactly() const {
-  AVStream* stream = (*input_)->streams[facts_->index];
+  AVStream* stream = &packets_->stream();
   const int count = avformat_index_get_entries_count(stream);
   if (count < 3) return false;
   const auto timeOf = [stream](int i) { return avformat_index_get_entry(stream, i)->timestamp; };
@@ -55,8 +55,8 @@ bool SoundReader::jumpsExactly() const {
   for (int i = 2; i < count - 1; ++i) {  // the last one may be cut short
     if (timeOf(i) - timeOf(i - 1) != step) return false;
   }
-  return av_rescale(step, facts_->sampleRate, stream->time_base.den) * stream->time_base.den ==
-         step * facts_->sampleRate;
+  const AVRational samples{1, facts_->sampleRate};
+  return av_compare_ts(av_rescale_q(step, stream->time_base, samples), samples, step, stream->time_base) == 0;
 }
 
 Expected<void> SoundReader::jumpTo(std::int64_t position) {
@@ -66,9 +66,7 @@ Expected<void> SoundReader::jumpTo(std::int64_t position) {
   if (!ahead && position >= start_ && anchored_) return {};
   if (auto again = restart(); !again) return again;
   if (from <= 0) return {};
-  const AVRational base = (*input_)->streams[facts_->index]->time_base;
-  const std::int64_t time = av_rescale_q(from, AVRational{1, sampleRate()}, base);
-  if (av_seek_frame(input_->get(), facts_->index, time, AVSEEK_FLAG_BACKWARD) < 0) return restart();
+  if (!packets_->seek(av_rescale(from, facts_->timescale, sampleRate()))) return restart();
   return {};
 }
 
@@ -111,11 +109,7 @@ Expected<bool> SoundReader::decodeBlock() {
     }
     if (code == AVERROR_EOF) return false;
     if (code != AVERROR(EAGAIN)) continue;  // one broken packet: silence
-    auto got = input_->read(*packet);
-    while (got && *got && packet->stream_index != facts_->index) {
-      av_packet_unref(packet.get());
-      got = input_->read(*packet);
-    }
+    const auto got = packets_->read(*packet);
     if (!got) return got;
     if (!*got) {
       if (drained_) return false;

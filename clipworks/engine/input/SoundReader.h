@@ -2,12 +2,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
-#include <clipworks/engine/input/InputContext.h>
 #include <clipworks/engine/input/MediaFile.h>
+#include <clipworks/engine/input/StreamPackets.h>
 
 namespace clipworks::engine {
 
@@ -39,7 +40,7 @@ class SoundReader {
 
   std::shared_ptr<const MediaFile> file_;
   const StreamFacts* facts_;  // within file_
-  std::unique_ptr<InputContext> input_;
+  std::optional<StreamPackets> packets_;
   CodecContext decoder_;
   Resampler converter_;       // sample format, and the rate where the decoder's differs from the stream's
   bool drained_ = false;

@@ -107,19 +107,17 @@ Expected<void> CodedSound::copyAll() {
   const SoundLane& lane = job_.lanes.front();
   const SoundPiece& piece = lane.pieces.front();
   const StreamFacts& facts = lane.file->stream(lane.stream);
-  auto input = lane.file->openStream(lane.stream);
-  if (!input) return tl::make_unexpected(input.error());
-  const AVRational from = input->get()->streams[lane.stream]->time_base;
-  const AVRational to{1, facts.sampleRate};
+  auto packets = lane.file->openStream(lane.stream);
+  if (!packets) return tl::make_unexpected(packets.error());
+  const auto inSamples = [&](std::int64_t ticks) { return av_rescale(ticks, facts.sampleRate, facts.timescale); };
   for (;;) {
     Packet packet = makePacket();
-    const auto got = input->read(*packet);
+    const auto got = packets->read(*packet);
     if (!got) return tl::make_unexpected(got.error());
     if (!*got) return {};
-    if (packet->stream_index != lane.stream) continue;
-    packet->pts = av_rescale_q(packet->pts, from, to) - piece.source;
+    packet->pts = inSamples(packet->pts) - piece.source;
     packet->dts = packet->pts;
-    packet->duration = av_rescale_q(packet->duration, from, to);
+    packet->duration = inSamples(packet->duration);
     if (packet->pts >= piece.length) return {};
     packet->duration = std::min(packet->duration, piece.length - packet->pts);
     if (!copied_.push(std::move(packet))) return failed(ErrorKind::cancelled, "cancelled");

@@ -44,7 +44,13 @@ void FileAsset::load() const {
 
 CMTime FileAsset::duration() const {
   load();
-  return file_ == nullptr ? kCMTimeZero : CMTime(file_->duration(), file_->timescale());
+  if (file_ == nullptr) return kCMTimeZero;
+  const CMTime told(file_->duration(), file_->timescale());
+  if (file_->hasMovieHeader()) return told;
+  // Other containers may tell when their last picture comes rather than when it ends.
+  CMTime end = told;
+  for (const auto& track : AVAsset::tracks(AVMediaType::video)) end = CMTimeMaximum(end, track->timeRange().end());
+  return end;
 }
 
 std::vector<std::shared_ptr<AVAssetTrack>> FileAsset::tracks() const {
