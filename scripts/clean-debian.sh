@@ -3,14 +3,16 @@
 # Sourced by the scripts that check what happens on a clean Debian 12, behind lib.sh: a system in a folder below /tmp,
 # gone when the script ends. Needs root and network.
 
-# parse_mirror SCRIPT_ARGUMENT…: sets `mirror`, where Debian's own packages come from.
+# parse_mirror SCRIPT_ARGUMENT…: sets `mirror`, where Debian's own packages come from: from where this machine has them,
+# if nothing is said.
 parse_mirror() {
-  mirror=http://deb.debian.org/debian
+  mirror=$(apt-get indextargets --format '$(REPO_URI)' 'Created-By: Packages' 'Codename: bookworm' 'Component: main' 'Origin: Debian' | head -n 1)
   if [[ $# == 2 && $1 == --mirror ]]; then
     mirror=$2
   elif (($#)); then
     die "usage: $script [--mirror URL]" 2
   fi
+  [[ -n $mirror ]] || die "this machine's apt has no source of Debian 12; name one by --mirror."
   [[ $(id -u) == 0 ]] || die "only root can set up a system in a folder; run this as root."
 }
 
