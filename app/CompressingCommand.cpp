@@ -71,7 +71,7 @@ Outcome CompressingCommand::checkVideo(const std::filesystem::path& file) const 
   if (const Outcome shown = checkPictures(file, "compressing it"); !shown) return shown;
   const auto track = AVAsset::make(URL(file))->tracks(AVMediaTypeVideo).front();
   const CGSize displayed = CGSizeApplyAffineTransform(track->naturalSize(), track->preferredTransform());
-  const double width = std::abs(displayed.width / displayed.height) * preset_->height();
+  const double width = std::abs(displayed.width / displayed.height) * static_cast<double>(preset_->height());
   if (width >= 1 && width < largestSide + 1) return {};
   return failed(fmt::format("{} shows {:.0f} × {:.0f} pixels, a shape that {} has no width for",
                             file.filename().string(), std::abs(displayed.width), std::abs(displayed.height),

@@ -19,7 +19,7 @@ class CompressingCommand : public EditingCommand {
   /// Finds wrong use of them; before the two below.
   [[nodiscard]] Outcome parseSettings();
   [[nodiscard]] VideoCompressorUtils::Parameters parameters() const {
-    return VideoCompressorUtils::Parameters(preset_, bitRate_);
+    return VideoCompressorUtils::Parameters(*preset_, bitRate_);
   }
   /// Fails in words when `file` cannot be read, has no pictures, or has a shape that the preset's height has no width
   /// for, which the library does not survive.

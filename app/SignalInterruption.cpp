@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdint>
+#include <system_error>
 #include <utility>
 
 #include <app/Failure.h>
@@ -37,7 +38,11 @@ SignalInterruption::SignalInterruption(std::function<void()> onImmediateEnd) : o
   // Without the descriptors the signals keep their default, which ends the process and leaves a hidden directory.
   if (signals_ < 0 || end_ < 0) return;
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-  thread_ = std::thread([this] { watch(); });
+  try {
+    thread_ = std::thread([this] { watch(); });
+  } catch (const std::system_error&) {  // the system allows no more threads: their default, too
+    pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+  }
 }
 
 SignalInterruption::~SignalInterruption() {

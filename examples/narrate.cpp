@@ -14,7 +14,7 @@ int main(int argc, char** argv) {
 
   const auto narration = VideoNarrationUtils::make();
   bool isComposed = false;
-  narration->createComposition(URL(argv[1]), {NarrationPiece(CMTime(1, 1), URL(argv[2]), 1.0F)}, 0.5F,
+  narration->createComposition(URL(argv[1]), {{CMTime(1, 1), URL(argv[2]), 1.0F}}, 0.5F,
                                [&](const auto& composition) { isComposed = composition.has_value(); });
   if (!isComposed) {
     std::cerr << argv[1] << " needs pictures and sound\n";

@@ -10,9 +10,11 @@ int main(int argc, char** argv) {
     std::cerr << "usage: reverse CLIP\n";
     return 2;
   }
-  FileSystem::shared().setOutputsURL(URL("."));
+  // A reversal is written to the temporary directory, its halves to the documents while it works.
+  FileSystem::shared().setTempURL(URL("."));
+  FileManager::default_().setDocumentDirectory(URL("."));
 
-  // Reports on the main queue, which belongs to the host: run() works it off until stop().
+  // Reports on a thread of its own, not on the main queue; stop() may come from there.
   int exitCode = 1;
   const auto report = [&](const auto& result) {
     if (result) {
@@ -21,7 +23,6 @@ int main(int argc, char** argv) {
     }
     DispatchQueue::main().stop();
   };
-  FileManager::default_().setDocumentDirectory(URL("."));  // for its halves, while it works
   const auto converter = VideoReverseConverter::make(URL(argv[1]));
   converter->reverse("backwards", report);
   DispatchQueue::main().run();

@@ -81,6 +81,7 @@ class RecordCommand final : public Command {
     if (!narration->startNarration(CMTime(at_, startTimescale), listener))
       return failed(whyNotStarted(program.options.outputs));
     const auto recorder = narration->audioRecorder();
+    if (recorder == nullptr) return failed("the recording failed as soon as it had started");
     wait(program, *narration, *recorder, finished);
     return report(program.reporter, *recorder, finished.value());
   }
@@ -109,7 +110,7 @@ class RecordCommand final : public Command {
   static std::string whyNotStarted(const std::filesystem::path& outputs) {
     const auto active = AVAudioSession::sharedInstance().setActive(true, 0);
     if (!active) return "nothing can be recorded: " + active.error().localizedDescription();
-    return "nothing can be written to the outputs directory " + outputs.string();
+    return "no recording can be started in the outputs directory " + outputs.string();
   }
 
   void wait(const Program& program, VideoNarrationUtils& narration, AVAudioRecorder& recorder,

@@ -25,7 +25,7 @@ std::int64_t widthFor(const AVAsset& asset, const VideoCompressorPreset& preset)
 }
 
 std::int64_t bitsPerSecond(const VideoCompressorUtils::Parameters& parameters) {
-  const std::int64_t kilobits = parameters.customBitRate.value_or(parameters.qualityPreset->bitRate());
+  const std::int64_t kilobits = parameters.customBitRate.value_or(parameters.qualityPreset.bitRate());
   std::int64_t bits = 0;
   if (__builtin_mul_overflow(kilobits, std::int64_t{1000}, &bits)) {
     fatalError("VideoCompressorUtils: a bit rate must fit 64 bits as bits a second");
@@ -36,8 +36,8 @@ std::int64_t bitsPerSecond(const VideoCompressorUtils::Parameters& parameters) {
 }  // namespace
 
 SettingsDictionary videoOutputConfiguration(const AVAsset& asset, const VideoCompressorUtils::Parameters& parameters) {
-  const std::int64_t height = parameters.qualityPreset->height();
-  const std::int64_t width = widthFor(asset, *parameters.qualityPreset);
+  const std::int64_t height = parameters.qualityPreset.height();
+  const std::int64_t width = widthFor(asset, parameters.qualityPreset);
   const SettingsDictionary compressionProperties{
       {AVVideoAverageBitRateKey, bitsPerSecond(parameters)},
       {AVVideoProfileLevelKey, AVVideoProfileLevelH264HighAutoLevel},

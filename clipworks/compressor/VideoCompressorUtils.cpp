@@ -83,12 +83,6 @@ Outcome outcomeOf(const ExporterOutcome& exported, const URL& outputURL) {
 
 }  // namespace
 
-VideoCompressorUtils::Parameters::Parameters(std::shared_ptr<const VideoCompressorPreset> qualityPreset_,
-                                             std::optional<std::int64_t> customBitRate_)
-    : qualityPreset(std::move(qualityPreset_)), customBitRate(customBitRate_) {
-  if (qualityPreset == nullptr) fatalError("VideoCompressorUtils: parameters need a preset");
-}
-
 std::shared_ptr<VideoCompressorUtils> VideoCompressorUtils::make() {
   return std::shared_ptr<VideoCompressorUtils>(new VideoCompressorUtils);
 }
@@ -135,7 +129,11 @@ void VideoCompressorUtils::compress(const std::vector<URL>& videos, const Parame
                 onVideoComplete = std::move(onVideoComplete)] {
           const auto self = weakSelf.lock();
           if (self == nullptr) return;  // kept: the group is not left, so that no completion comes
-          self->compress(video, parameters, videosCount, std::nullopt, onVideoComplete);
+          auto startExport = self->prepared(video, parameters, videosCount, std::nullopt, onVideoComplete);
+          const auto turn = self->semaphore();
+          if (turn == nullptr) return startExport();
+          // Waits without a thread, so that a long batch needs few. Holds the semaphore: see above.
+          turn->whenAvailable([turn, startExport = std::move(startExport)] { startExport(); });
         });
   }
   group->notify(DispatchQueue::main(), [batch, onComplete = std::move(onComplete)] { onComplete(batch->outcome()); });
@@ -146,26 +144,32 @@ void VideoCompressorUtils::previewCompression(const URL& video, const Parameters
   const double seconds = duration.seconds();
   const double length = seconds > previewSeconds ? previewSeconds : seconds;
   const CMTimeRange range(kCMTimeZero, CMTime(length, duration.timescale));
-  compress(video, parameters, 1, range, [onComplete = std::move(onComplete)](const Outcome& outcome) {
-    if (outcome) return onComplete(*outcome);
-    printLine("FAILED");  // kept: no completion then
-  });
+  const auto startExport =
+      prepared(video, parameters, 1, range, [onComplete = std::move(onComplete)](const Outcome& outcome) {
+        if (outcome) return onComplete(*outcome);
+        printLine("FAILED");  // kept: no completion then
+      });
+  if (const auto turn = semaphore()) turn->wait();
+  startExport();
 }
 
-void VideoCompressorUtils::compress(const URL& video, const Parameters& parameters, std::int64_t videosCount,
-                                    const std::optional<CMTimeRange>& customTimeRange, Completion onComplete) {
-  const PreparedExport prepared = prepareExport(video, parameters, customTimeRange);
-  if (const auto turn = semaphore()) turn->wait();
-  prepared.exporter->exportAsynchronously(
-      nullptr, [self = shared_from_this(), videosCount](float progress) { self->report(progress, videosCount); },
-      [weakSelf = weak_from_this(), outputURL = prepared.outputURL,
-       onComplete = std::move(onComplete)](const ExporterOutcome& exported) {
-        onComplete(outcomeOf(exported, outputURL));
-        const auto self = weakSelf.lock();
-        if (self == nullptr) return;
-        // Kept: the semaphore of the last batch, which need not be the one that this export waited on.
-        if (const auto turn = self->semaphore()) turn->signal();
-      });
+/// Prepares an export; what it returns starts it, once its turn has come.
+std::function<void()> VideoCompressorUtils::prepared(const URL& video, const Parameters& parameters,
+                                                     std::int64_t videosCount,
+                                                     const std::optional<CMTimeRange>& customTimeRange,
+                                                     Completion onComplete) {
+  return [self = shared_from_this(), prepared = prepareExport(video, parameters, customTimeRange), videosCount,
+          onComplete = std::move(onComplete)] {
+    prepared.exporter->exportAsynchronously(
+        nullptr, [self, videosCount](float progress) { self->report(progress, videosCount); },
+        [weakSelf = self->weak_from_this(), outputURL = prepared.outputURL, onComplete](const ExporterOutcome& exported) {
+          onComplete(outcomeOf(exported, outputURL));
+          const auto compressor = weakSelf.lock();
+          if (compressor == nullptr) return;
+          // Kept: the semaphore of the last batch, which need not be the one that this export waited on.
+          if (const auto turn = compressor->semaphore()) turn->signal();
+        });
+  };
 }
 
 void VideoCompressorUtils::report(float progress, std::int64_t videosCount) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -34,16 +33,13 @@ class CLIPWORKS_API VideoCompressorUtils : public std::enable_shared_from_this<V
 
   /// How videos are compressed. A value.
   struct CLIPWORKS_API Parameters {
-    /// `init(qualityPreset:customBitRate:)`, with a preset of any kind.
-    template <std::derived_from<VideoCompressorPreset> Preset>
-    explicit Parameters(Preset qualityPreset_, std::optional<std::int64_t> customBitRate_ = std::nullopt)
-        : Parameters(std::make_shared<const Preset>(std::move(qualityPreset_)), customBitRate_) {}
-    /// The same with a preset chosen at run time; null aborts.
-    explicit Parameters(std::shared_ptr<const VideoCompressorPreset> qualityPreset_,
-                        std::optional<std::int64_t> customBitRate_ = std::nullopt);
+    /// `init(qualityPreset:customBitRate:)`, with a preset of any kind, whose figures are copied.
+    explicit Parameters(const VideoCompressorPreset& qualityPreset_,
+                        std::optional<std::int64_t> customBitRate_ = std::nullopt)
+        : qualityPreset(qualityPreset_), customBitRate(customBitRate_) {}
 
     /// Height and bit rate of the pictures, and the width where there are none.
-    std::shared_ptr<const VideoCompressorPreset> qualityPreset;
+    CopiedPreset qualityPreset;
     /// Kilobits a second instead of the preset's; 0 is used as given, and means constant quality to the encoder. A
     /// number that overflows as bits a second aborts.
     std::optional<std::int64_t> customBitRate;
@@ -70,7 +66,7 @@ class CLIPWORKS_API VideoCompressorUtils : public std::enable_shared_from_this<V
   /// shorter. `generic` when none could, or none was given. A video whose displayed height is 0, or whose shape gives a
   /// width beyond 64 bits, aborts.
   /// **A batch started while another runs leaves the videos of the earlier one that wait for their turn waiting for
-  /// ever**, each on a thread; they are not exported, and the earlier completion is never called.
+  /// ever**; they are not exported, and the earlier completion is neither called nor destroyed.
   void compress(const std::vector<URL>& videos, const Parameters& parameters, BatchCompletion onComplete);
 
   /// `previewCompression(video:parameters:onComplete:)`. Compresses the first five seconds, or all of a shorter video.
@@ -80,8 +76,9 @@ class CLIPWORKS_API VideoCompressorUtils : public std::enable_shared_from_this<V
 
  private:
   VideoCompressorUtils() = default;
-  void compress(const URL& video, const Parameters& parameters, std::int64_t videosCount,
-                const std::optional<CMTimeRange>& customTimeRange, Completion onComplete);
+  [[nodiscard]] std::function<void()> prepared(const URL& video, const Parameters& parameters, std::int64_t videosCount,
+                                               const std::optional<CMTimeRange>& customTimeRange,
+                                               Completion onComplete);
   void report(float progress, std::int64_t videosCount);
   void countFinished();
   [[nodiscard]] std::shared_ptr<DispatchSemaphore> semaphore() const;

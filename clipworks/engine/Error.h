@@ -20,6 +20,7 @@ enum class ErrorKind {
   deviceLost,       ///< the microphone went away while it was used
   cancelled,
   outOfMemory,
+  noThreads,        ///< the system allows no more threads (see `posixCode`)
   internal,
 };
 

@@ -4,9 +4,10 @@
 #include <chrono>
 #include <exception>
 #include <string>
-#include <thread>
 #include <utility>
 
+#include <clipworks/engine/Thread.h>
+#include <clipworks/media/asset/EngineErrors.h>
 #include <clipworks/media/base/PrintedLines.h>
 #include <clipworks/media/base/SettingsKeys.h>
 #include <clipworks/media/composition/AVMutableComposition.h>
@@ -76,13 +77,17 @@ void NextLevelSessionExporter::exportAsynchronously(RenderHandler /*renderHandle
     const std::lock_guard lock(mutex_);
     if (std::exchange(hasStarted_, true)) fatalError("NextLevelSessionExporter: one exporter exports once");
   }
-  std::thread([self = shared_from_this(), progressHandler = std::move(progressHandler),
-               completionHandler = std::move(completionHandler)]() mutable {
-    const Outcome outcome = self->carryOut(progressHandler);
-    progressHandler = nullptr;
-    if (completionHandler) completionHandler(outcome);
-    completionHandler = nullptr;
-  }).detach();
+  progressHandler_ = std::move(progressHandler);
+  completionHandler_ = std::move(completionHandler);
+  auto thread = engine::Thread::start([self = shared_from_this()] { self->end(self->carryOut(self->progressHandler_)); });
+  if (!thread) return end(failure(errorFromEngine(thread.error())));
+  thread->detach();
+}
+
+void NextLevelSessionExporter::end(const Outcome& outcome) {
+  progressHandler_ = nullptr;
+  if (completionHandler_) completionHandler_(outcome);
+  completionHandler_ = nullptr;
 }
 
 NextLevelSessionExporter::Outcome NextLevelSessionExporter::carryOut(const ProgressHandler& progressHandler) {

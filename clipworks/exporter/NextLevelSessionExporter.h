@@ -54,7 +54,8 @@ class CLIPWORKS_API NextLevelSessionExporter : public std::enable_shared_from_th
 
   /// `export(renderHandler:progressHandler:completionHandler:)`. Returns at once. Handlers come on a thread of the
   /// exporter, one at a time; the completion once, after the last progress. A setting that is unknown or cannot be
-  /// had fails the export with a sentence that names its key. A second call on one exporter aborts.
+  /// had fails the export with a sentence that names its key. Where the system allows no more threads, the completion
+  /// comes on the calling thread, with that failure, before this returns. A second call on one exporter aborts.
   void exportAsynchronously(RenderHandler renderHandler, ProgressHandler progressHandler,
                             CompletionHandler completionHandler);
 
@@ -66,6 +67,7 @@ class CLIPWORKS_API NextLevelSessionExporter : public std::enable_shared_from_th
   explicit NextLevelSessionExporter(std::shared_ptr<AVAsset> asset) : asset_(std::move(asset)) {}
   using Outcome = Result<AVAssetExportSessionStatus, NSError>;
   Outcome carryOut(const ProgressHandler& progressHandler);
+  void end(const Outcome& outcome);
   [[nodiscard]] Result<std::shared_ptr<AVAssetExportSession>, NSError> makeSession() const;
   void run(AVAssetExportSession& session, const ProgressHandler& progressHandler);
 
@@ -75,6 +77,8 @@ class CLIPWORKS_API NextLevelSessionExporter : public std::enable_shared_from_th
   std::optional<CMTimeRange> timeRange_;
   SettingsDictionary videoConfiguration_;
   SettingsDictionary audioConfiguration_;
+  ProgressHandler progressHandler_;      // once it has started, as the next
+  CompletionHandler completionHandler_;
 
   std::mutex mutex_;
   std::condition_variable ended_;

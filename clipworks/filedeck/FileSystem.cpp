@@ -28,7 +28,7 @@ FileSystem::FileSystem()
       temp_(baseDirectory("XDG_CACHE_HOME", ".cache") / "clipworks" / "temp") {}
 
 FileSystem& FileSystem::shared() {
-  static FileSystem instance;
+  static auto& instance = *new FileSystem;
   return instance;
 }
 

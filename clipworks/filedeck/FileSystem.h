@@ -10,7 +10,7 @@ namespace clipworks {
 /// Where the operations put their files: one shared instance, with directories that the host may set. Thread-safe.
 class CLIPWORKS_API FileSystem {
  public:
-  /// The one instance.
+  /// The one instance. Never destroyed: work of the platform may ask it until the very end of the process.
   [[nodiscard]] static FileSystem& shared();
   FileSystem(const FileSystem&) = delete;
   FileSystem& operator=(const FileSystem&) = delete;

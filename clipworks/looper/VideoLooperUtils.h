@@ -19,6 +19,8 @@ enum class VideoLooperError { generic };
 /// The two must not run at once on one object.
 class CLIPWORKS_API VideoLooperUtils : public std::enable_shared_from_this<VideoLooperUtils> {
  public:
+  /// What a loop fails with, by its name within the class.
+  using VideoLooperError = clipworks::VideoLooperError;
   /// Takes the composition, or the failure.
   using CompositionCompletion =
       std::function<void(Result<std::shared_ptr<AVMutableComposition>, VideoLooperError>)>;

@@ -27,7 +27,7 @@ std::optional<NarrationMix> NarrationMix::ofVideo(const URL& videoURL, float bas
 }
 
 void NarrationMix::add(const NarrationPiece& piece) {
-  const auto asset = AVAsset::make(piece.audioURL());
+  const auto asset = AVAsset::make(piece.audioURL);
   const auto audioTracks = asset->tracks(AVMediaTypeAudio);
   if (audioTracks.empty()) return;
 
@@ -36,9 +36,9 @@ void NarrationMix::add(const NarrationPiece& piece) {
   const auto track = composition_->addMutableTrack(AVMediaTypeAudio, kCMPersistentTrackID_Invalid);
   if (track != nullptr) {
     // Kept: a piece that runs past the end of the video is not cut.
-    (void)track->insertTimeRange(CMTimeRange(kCMTimeZero, length), audioTracks.front(), piece.startTime());
+    (void)track->insertTimeRange(CMTimeRange(kCMTimeZero, length), audioTracks.front(), piece.startTime);
   }
-  addParameters(audioTracks.front(), track.get(), piece.volume());
+  addParameters(audioTracks.front(), track.get(), piece.volume);
 }
 
 void NarrationMix::addParameters(const std::shared_ptr<AVAssetTrack>& source, const AVMutableCompositionTrack* target,

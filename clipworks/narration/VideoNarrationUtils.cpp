@@ -67,8 +67,15 @@ bool VideoNarrationUtils::startNarration(const CMTime& at, const std::weak_ptr<V
   // Kept: an earlier one that still runs is let go without being stopped.
   replaced.reset();
   (*recorder)->setDelegate(weak_from_this());
-  (void)(*recorder)->record();  // a recorder that cannot start tells its delegate
-  return true;
+  if ((*recorder)->record()) return true;
+  forget(*recorder);
+  return false;
+}
+
+void VideoNarrationUtils::forget(const std::shared_ptr<AVAudioRecorder>& recorder) {
+  std::shared_ptr<AVAudioRecorder> released;
+  const std::lock_guard lock(mutex_);
+  if (audioRecorder_ == recorder) released = std::move(audioRecorder_);
 }
 
 bool VideoNarrationUtils::configureSession() {
@@ -91,6 +98,7 @@ void VideoNarrationUtils::finishNarration() {
 
 void VideoNarrationUtils::audioRecorderDidFinishRecording(const std::shared_ptr<AVAudioRecorder>& recorder,
                                                           bool successfully) {
+  forget(recorder);
   std::shared_ptr<VideoNarrationUtilsDelegate> delegate;
   std::optional<CMTime> startTime;
   {
@@ -100,7 +108,7 @@ void VideoNarrationUtils::audioRecorderDidFinishRecording(const std::shared_ptr<
   }
   if (delegate == nullptr) return;
   if (successfully && startTime) {
-    delegate->narrationDidFinish(NarrationPiece(*startTime, recorder->url(), 1.0F));
+    delegate->narrationDidFinish(NarrationPiece{*startTime, recorder->url(), 1.0F});
   } else {
     delegate->narrationDidFinish(failure(NarrationError::generic));
   }

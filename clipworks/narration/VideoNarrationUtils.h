@@ -30,6 +30,8 @@ namespace clipworks {
 class CLIPWORKS_API VideoNarrationUtils : public AVAudioRecorderDelegate,
                                           public std::enable_shared_from_this<VideoNarrationUtils> {
  public:
+  /// What narration fails with, by its name within the class.
+  using NarrationError = clipworks::NarrationError;
   /// Takes the composition, or the failure.
   using CompositionCompletion = std::function<void(Result<std::shared_ptr<AVMutableComposition>, NarrationError>)>;
   /// Takes the new file's location, or the failure.
@@ -47,16 +49,18 @@ class CLIPWORKS_API VideoNarrationUtils : public AVAudioRecorderDelegate,
   void requestAuthorization(std::function<void(bool)> onComplete);
 
   /// `startNarration(at:delegate:)`. Starts recording what belongs to the moment `at` of the video, into a new file in
-  /// the outputs directory: 16-bit stereo linear PCM at 44.1 kHz, under a name that ends in ".m4a". False when the
-  /// microphone or the file cannot be had; the delegate is told nothing then. `delegate` (held weakly) and `at` hold
-  /// for whatever recording finishes next, even after a failure. While a recording runs, a new one replaces it: the
+  /// the outputs directory: 16-bit stereo linear PCM at 44.1 kHz, under a name that ends in ".m4a". True when the
+  /// recorder runs. False when it does not, since the microphone or the file cannot be had or the system allows no more
+  /// threads; the delegate is told nothing then. `delegate` (held weakly) and `at` hold for whatever recording finishes
+  /// next, even after a failure. While a recording runs, a new one replaces it, even one that then does not start: the
   /// former file is closed and stays, and nobody is told of it.
   bool startNarration(const CMTime& at, const std::weak_ptr<VideoNarrationUtilsDelegate>& delegate);
 
   /// `finishNarration()`. Ends the recording; the delegate then hears of it. Nothing happens when none runs.
   void finishNarration();
 
-  /// The running recording, for hosts that show its level; null when none runs.
+  /// The running recording, for hosts that show its level; null when none runs: before a start, after `finishNarration`,
+  /// and once the recording has ended by itself, which the delegate hears of right after.
   [[nodiscard]] std::shared_ptr<AVAudioRecorder> audioRecorder() const;
   /// The moment given to the last `startNarration`; nothing at first.
   [[nodiscard]] std::optional<CMTime> startTime() const;
@@ -88,6 +92,7 @@ class CLIPWORKS_API VideoNarrationUtils : public AVAudioRecorderDelegate,
  private:
   VideoNarrationUtils() = default;
   bool configureSession();
+  void forget(const std::shared_ptr<AVAudioRecorder>& recorder);
 
   AVAudioSession& recordingSession_ = AVAudioSession::sharedInstance();
 

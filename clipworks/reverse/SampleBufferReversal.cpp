@@ -32,9 +32,9 @@ std::shared_ptr<CMSampleBuffer> reverse(const std::shared_ptr<CMSampleBuffer>& s
   CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer(
       *sampleBuffer, nullptr, &bufferList, AudioBufferList::sizeInBytes(1),
       kCMSampleBufferFlag_AudioBufferList_Assure16ByteAlignment, &blockBuffer);
-  if (bufferList[0].mData == nullptr) fatalError("VideoReverseConverter: a buffer of sound has no data");
+  // A block of no bytes need not lie anywhere, and stays as it is.
+  if (blockBuffer == nullptr) fatalError("VideoReverseConverter: a buffer of sound has no data");
   const std::vector<std::byte> reversed = reversedValues(bufferList[0]);
-  if (blockBuffer == nullptr) fatalError("VideoReverseConverter: a buffer of sound has no block of memory");
   if (CMBlockBufferReplaceDataBytes(reversed.data(), *blockBuffer, 0, bufferList[0].mDataByteSize) != noErr) return nullptr;
 
   std::shared_ptr<CMSampleBuffer> made;

@@ -69,6 +69,27 @@ INSTANTIATE_TEST_SUITE_P(Of, CompressionSettings,
                                                       Parameters(QualityFullHD(), 0), 1920, 1080, 0}),
                          [](const auto& testCase) { return testCase.param.name; });
 
+/// A host's own, whose figures change and need 64 bits.
+class ChangingPreset final : public VideoCompressorPreset {
+ public:
+  std::string name() const override { return ""; }
+  std::string estimatedSize() const override { return ""; }
+  std::int64_t height() const override { return lines; }
+  std::int64_t width() const override { return lines; }
+  std::int64_t bitRate() const override { return lines; }
+  double conversionRate() const override { return 0; }
+  std::int64_t lines = 5'000'000'000;
+};
+
+TEST(CompressionParameters, HoldTheirPresetByValue) {
+  ChangingPreset preset;
+  const Parameters parameters(preset);
+  preset.lines = 0;
+  const auto video = videoOutputConfiguration(*AVMutableComposition::make(), parameters);
+  EXPECT_EQ(video.integer(AVVideoWidthKey), 5'000'000'000);
+  EXPECT_EQ(video.integer(AVVideoHeightKey), 5'000'000'000);
+}
+
 TEST(CompressionSettingsDeathTest, WhatDoesNotFitAborts) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   const Parameters plain{Quality144p()};

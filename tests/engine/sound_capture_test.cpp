@@ -43,7 +43,8 @@ class Server : public testing::Test {
   /// Records until `count` bursts more were given to the server.
   Expected<void> recordBursts(SoundRecording& recording, std::size_t count) {
     std::promise<Expected<void>> ended;
-    recording.start(start_ = CaptureClock::now(), [&](const Expected<void>& outcome) { ended.set_value(outcome); });
+    EXPECT_TRUE(recording.start(start_ = CaptureClock::now(),
+                                [&](const Expected<void>& outcome) { ended.set_value(outcome); }));
     EXPECT_TRUE(server_.waitForBursts(count));
     recording.stop(stop_ = CaptureClock::now() + std::chrono::milliseconds(20));
     auto outcome = ended.get_future();

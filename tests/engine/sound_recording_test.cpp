@@ -51,7 +51,8 @@ TEST_P(Placement, PutsEverySampleAtTheMomentAtWhichItSounded) {
   ASSERT_TRUE(recording) << recording.error().sentence;
   std::promise<Expected<void>> ended;
   if (!GetParam().failure) (*recording)->stop(momentOf(GetParam().stop));
-  (*recording)->start(momentOf(GetParam().start), [&](const Expected<void>& outcome) { ended.set_value(outcome); });
+  ASSERT_TRUE((*recording)->start(momentOf(GetParam().start),
+                                  [&](const Expected<void>& outcome) { ended.set_value(outcome); }));
   auto outcome = ended.get_future();
   ASSERT_EQ(outcome.wait_for(patience), std::future_status::ready) << "the recording does not end";
   const Expected<void> result = outcome.get();

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the examples on a short clip: each makes the file that it says it makes.
+# Runs the examples on a short clip: each makes the file that it says it makes, where it says, and no other.
 #
 #   examples_test.sh DIRECTORY_OF_THE_PROGRAMS
 set -euo pipefail
@@ -7,7 +7,9 @@ set -euo pipefail
 programs=$1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-cd "$work"
+mkdir "$work/home" "$work/here"
+export HOME=$work/home XDG_CACHE_HOME= XDG_DATA_HOME= XDG_CONFIG_HOME=
+cd "$work/here"
 
 ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=1920x1080:rate=10:duration=3 -f lavfi -i sine=duration=3 \
   -c:v libx264 -preset ultrafast -c:a aac clip.mp4
@@ -19,6 +21,10 @@ expect() {
   shift 2
   # Some operations print lines of their own before.
   file=$(timeout 60 "$programs/clipworks_example_$name" "$@" 2>log | tail -1) || { echo "$name failed: $(cat log)" >&2; exit 1; }
+  if [[ $(realpath "$(dirname "$file")") != "$(realpath .)" ]]; then
+    echo "$name made $file, which is not in the current directory" >&2
+    exit 1
+  fi
   facts=$(ffprobe -v error -count_packets -select_streams v -show_entries stream=width,height,nb_read_packets -of csv=p=0 "$file")
   if [[ $facts != "$wanted" ]]; then
     echo "$name made $file with $facts instead of $wanted" >&2
@@ -34,4 +40,9 @@ expect 1920,1080,30 speed clip.mp4
 expect 854,480,30 compress clip.mp4
 expect 1920,1080,30 narrate clip.mp4 voice.m4a
 expect 1920,1080,1 frame clip.mp4
+[[ -f backwards.mp4 ]] || { echo "reverse made another file than backwards.mp4" >&2; exit 1; }
+if [[ -n $(find "$HOME" -type f ! -path "*/pulse/*") ]]; then
+  echo "files are left in the user's directories: $(find "$HOME" -type f)" >&2
+  exit 1
+fi
 echo "all examples make what they say"

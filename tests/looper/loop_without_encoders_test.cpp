@@ -26,7 +26,7 @@ namespace {
 
 using testing::ElementsAre;
 using testing::StartsWith;
-using ExportResult = Result<URL, VideoLooperError>;
+using ExportResult = Result<URL, VideoLooperUtils::VideoLooperError>;
 
 TEST(LoopWithoutEncoders, FallsBackToH264AndThenToSilence) {
   constexpr unsigned h264Code = 0x61766331;  // 'avc1'

@@ -85,10 +85,10 @@ class Narration : public testing::Test {
 
 TEST_F(Narration, GivesEachPieceATrackAndAVolumeOfItsOwn) {
   const auto composition = compose(clip().path(),
-                                   {NarrationPiece(CMTime(1, 1), URL(tone(3, "long.wav")), 0.5F),
-                                    NarrationPiece(CMTime(1, 1), URL(clip().path()), 2.0F),
-                                    NarrationPiece(CMTime(3, 2), URL("/nowhere/piece.m4a"), 1.0F),
-                                    NarrationPiece(CMTime(2, 1), URL(tone(3, "long.wav")), 1.0F)},
+                                   {NarrationPiece{CMTime(1, 1), URL(tone(3, "long.wav")), 0.5F},
+                                    NarrationPiece{CMTime(1, 1), URL(clip().path()), 2.0F},
+                                    NarrationPiece{CMTime(3, 2), URL("/nowhere/piece.m4a"), 1.0F},
+                                    NarrationPiece{CMTime(2, 1), URL(tone(3, "long.wav")), 1.0F}},
                                    0.25F);
   ASSERT_NE(composition, nullptr);
   EXPECT_EQ(narration_->currentComposition(), composition);
@@ -143,7 +143,7 @@ TEST_P(NarrationQuality, PlacesThePieceOverTheVideo) {
   EXPECT_EQ(rawValue(GetParam().quality), GetParam().text);
   EXPECT_EQ(exportQuality(GetParam().text), GetParam().quality);
   const PrintedLinesCapture printed;
-  ASSERT_NE(compose(clip().path(), {NarrationPiece(CMTime(1500, 1000), URL(tone(1)), 0.5F)}, 0), nullptr);
+  ASSERT_NE(compose(clip().path(), {NarrationPiece{CMTime(1500, 1000), URL(tone(1)), 0.5F}}, 0), nullptr);
   std::vector<fs::path> paths;
   for (int i = 0; i < 2; ++i) {
     const auto result = exportIt(GetParam().quality);

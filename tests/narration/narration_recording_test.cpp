@@ -29,7 +29,7 @@ using testing::IsEmpty;
 using testing::MatchesRegex;
 
 constexpr std::chrono::seconds patience{30};
-using Finish = Result<NarrationPiece, NarrationError>;
+using Finish = Result<NarrationPiece, VideoNarrationUtils::NarrationError>;
 
 /// Hands on the first thing that it hears.
 class Listener : public VideoNarrationUtilsDelegate {
@@ -74,9 +74,9 @@ TEST_F(NarrationRecording, GivesThePieceToTheDelegate) {
   EXPECT_EQ(narration_->audioRecorder(), nullptr);
   const auto finished = listener_->wait();
   ASSERT_TRUE(finished && *finished);
-  EXPECT_EQ((*finished)->startTime(), CMTime(3000, 600));
-  EXPECT_EQ((*finished)->volume(), 1.0F);
-  const fs::path path = (*finished)->audioURL().path();
+  EXPECT_EQ((*finished)->startTime, CMTime(3000, 600));
+  EXPECT_EQ((*finished)->volume, 1.0F);
+  const fs::path path = (*finished)->audioURL.path();
   EXPECT_EQ(path.parent_path(), outputs_.path());
   EXPECT_THAT(path.filename().string(), MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.m4a"));
   const auto sound = MediaJudge(path).stream("audio");
@@ -97,8 +97,8 @@ TEST_F(NarrationRecording, ReplacedByASecondOneIsHeardOfNoMore) {
   narration_->finishNarration();
   const auto finished = listener_->wait();
   ASSERT_TRUE(finished && *finished);
-  EXPECT_EQ((*finished)->startTime(), CMTime(7, 1));
-  EXPECT_NE((*finished)->audioURL().path(), replaced);
+  EXPECT_EQ((*finished)->startTime, CMTime(7, 1));
+  EXPECT_NE((*finished)->audioURL.path(), replaced);
   EXPECT_GT(recordedSamples(replaced).size(), 40'000U);
 }
 
@@ -109,6 +109,7 @@ TEST_F(NarrationRecording, ReportsAMicrophoneThatGoesAsGeneric) {
   ASSERT_TRUE(finished);
   ASSERT_FALSE(*finished);
   EXPECT_EQ(finished->error(), NarrationError::generic);
+  EXPECT_EQ(narration_->audioRecorder(), nullptr) << "none runs any more";
 }
 
 TEST_F(NarrationRecording, WithoutAListenerLeavesTheFile) {
@@ -139,6 +140,18 @@ TEST_F(NarrationRecording, DoesNotStartWithoutAMicrophoneButKeepsTheTime) {
   auto answer = answered.get_future();
   ASSERT_EQ(answer.wait_for(patience), std::future_status::ready) << "no answer comes";
   EXPECT_FALSE(answer.get());
+}
+
+TEST_F(NarrationRecording, SaysThatItsRecorderDidNotStart) {
+  // There for the session, gone for the recorder.
+  engine::setSoundCaptureOpener(
+      [opened = std::make_shared<int>(0)](
+          const engine::PcmFormat& format) -> engine::Expected<std::unique_ptr<engine::SoundCapture>> {
+        if ((*opened)++ > 0) return engine::failed(engine::ErrorKind::noDevice, "there is no microphone");
+        return std::make_unique<ScriptedCapture>(std::vector<ScriptedCapture::Step>{}, format, std::nullopt);
+      });
+  EXPECT_FALSE(narration_->startNarration(kCMTimeZero, listener_));
+  EXPECT_EQ(narration_->audioRecorder(), nullptr);
 }
 
 TEST_F(NarrationRecording, DoesNotStartWithoutItsDirectory) {

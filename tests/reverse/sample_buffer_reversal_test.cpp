@@ -27,7 +27,7 @@ std::shared_ptr<CMSampleBuffer> bufferOf(const Bytes& bytes, std::size_t samples
 Bytes bytesOf(const CMSampleBuffer& buffer) {
   const auto data = CMSampleBufferGetDataBuffer(buffer);
   Bytes bytes(data->dataLength());
-  std::memcpy(bytes.data(), data->dataPointer(), bytes.size());
+  if (!bytes.empty()) std::memcpy(bytes.data(), data->dataPointer(), bytes.size());
   return bytes;
 }
 
@@ -56,7 +56,7 @@ INSTANTIATE_TEST_SUITE_P(Of, ReversedBuffer,
                                                    {1, 2, 3, 4, 5, 6, 7, 8},
                                                    {7, 8, 5, 6, 3, 4, 1, 2}},
                                          BytesCase{"an_odd_size_keeps_its_last_byte", {1, 2, 3, 4, 5}, {3, 4, 1, 2, 5}},
-                                         BytesCase{"a_single_byte_stays", {7}, {7}}),
+                                         BytesCase{"a_single_byte_stays", {7}, {7}}, BytesCase{"an_empty_one_stays", {}, {}}),
                          [](const auto& testCase) { return testCase.param.name; });
 
 TEST(ReversedBufferTiming, WithoutPlaceForItLeavesTheGivenBuffer) {

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -30,6 +31,9 @@ class PrivateSoundServer {
   [[nodiscard]] bool isRunning() const { return whyNot_.empty(); }
   /// Why it does not run, for the message of a skipped test.
   [[nodiscard]] const std::string& whyNot() const { return whyNot_; }
+
+  /// Where its socket lies; closed to other users at first.
+  [[nodiscard]] const std::filesystem::path& directory() const { return directory_.path(); }
 
   /// What a program needs in its environment to find this server and no other.
   [[nodiscard]] std::vector<std::string> environment() const;

@@ -16,7 +16,7 @@ struct ChosenOpener {
 };
 
 ChosenOpener& chosen() {
-  static ChosenOpener instance;
+  static auto& instance = *new ChosenOpener;  // never destroyed: threads may ask it until the end of the process
   return instance;
 }
 

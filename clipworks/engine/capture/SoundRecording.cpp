@@ -7,8 +7,6 @@
 #include <exception>
 #include <limits>
 #include <new>
-#include <string>
-#include <system_error>
 #include <utility>
 
 namespace clipworks::engine {
@@ -45,7 +43,7 @@ SoundRecording::SoundRecording(std::filesystem::path path, const PcmFormat& form
       meter_(format.channels) {}
 
 SoundRecording::~SoundRecording() {
-  if (!thread_.joinable()) {
+  if (!thread_.isJoinable()) {
     ::unlink(path_.c_str());
     return;
   }
@@ -54,12 +52,10 @@ SoundRecording::~SoundRecording() {
   thread_.join();
 }
 
-void SoundRecording::start(CaptureClock::time_point moment, const EndHandler& onEnd) {
-  try {
-    thread_ = std::thread([this, moment, onEnd] { run(moment, onEnd); });
-  } catch (const std::system_error& thrown) {
-    onEnd(failed(ErrorKind::internal, std::string("the recording cannot be started: ") + thrown.what()));
-  }
+Expected<void> SoundRecording::start(CaptureClock::time_point moment, const EndHandler& onEnd) {
+  return Thread::start([this, moment, onEnd] { run(moment, onEnd); }).map([this](Thread thread) {
+    thread_ = std::move(thread);
+  });
 }
 
 void SoundRecording::stop(CaptureClock::time_point moment) {

@@ -8,9 +8,9 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <thread>
 
 #include <clipworks/engine/Error.h>
+#include <clipworks/engine/Thread.h>
 #include <clipworks/engine/capture/SoundCapture.h>
 #include <clipworks/engine/capture/SoundMeter.h>
 #include <clipworks/engine/output/PcmMovieWriter.h>
@@ -39,8 +39,9 @@ class SoundRecording {
   /// never started leaves no file.
   ~SoundRecording();
 
-  /// Starts recording what sounds from `moment` on. To be called once.
-  void start(CaptureClock::time_point moment, const EndHandler& onEnd);
+  /// Starts recording what sounds from `moment` on. To be called once. Fails with `noThreads`; the handler is not called
+  /// then, and no file is left.
+  [[nodiscard]] Expected<void> start(CaptureClock::time_point moment, const EndHandler& onEnd);
   /// Ends with what sounds at `moment`. Returns at once; the end comes when that sound has arrived. Only the first call
   /// counts.
   void stop(CaptureClock::time_point moment);
@@ -70,7 +71,7 @@ class SoundRecording {
   bool isPlaced_ = false;  // of the thread: the first sound has its place
   mutable std::mutex mutex_;
   std::optional<CaptureClock::time_point> stopMoment_;  // guarded by mutex_
-  std::thread thread_;
+  Thread thread_;
 };
 
 }  // namespace clipworks::engine

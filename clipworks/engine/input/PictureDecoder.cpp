@@ -25,7 +25,10 @@ Expected<CodecContext> openDecoder(const AVCodecParameters& parameters, AVRation
   decoder->max_pixels = limits::maxPixels;
   decoder->flags |= AV_CODEC_FLAG_UNALIGNED;      // the stream's own cropping, to the pixel
   decoder->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;  // encoder delay is taken off by our own segments
-  if (const int code = avcodec_open2(decoder.get(), codec, nullptr); code < 0) {
+  const int code = avcodec_open2(decoder.get(), codec, nullptr);
+  // Where the system allows no more threads: slower, on this one.
+  if (code == AVERROR(EAGAIN) && threads != 1) return openDecoder(parameters, timeBase, 1, name);
+  if (code < 0) {
     return tl::make_unexpected(libraryError(code, name + " cannot be decoded", ErrorKind::unsupported));
   }
   return decoder;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <clipworks/engine/LibraryErrors.h>
+#include <clipworks/engine/Thread.h>
 
 namespace clipworks::engine {
 namespace {
@@ -94,6 +95,8 @@ Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& settings) 
   context->gop_size = longestGroup;
   context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   applyOptions(settings, *context);
+  const auto start = EncoderStart::begin();
+  if (!start) return tl::make_unexpected(start.error());
   if (const int code = avcodec_open2(context.get(), codec, nullptr); code < 0) {
     return tl::make_unexpected(libraryError(code,
                                             "the encoder " + name + " does not take " + std::to_string(settings.width) +

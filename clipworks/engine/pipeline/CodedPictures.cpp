@@ -50,6 +50,7 @@ std::vector<RunSample> samplesInDecodingOrder(const PictureRun& run, const Sampl
 
 CodedPictures::CodedPictures(const PictureJob& job)
     : job_(job), raw_(rawPicturesUnderWay), finished_(finishedPicturesUnderWay), coded_(codedPicturesUnderWay) {
+  threads_.reserve(3);
   runStarts_.assign(job.runs.size(), 0);
   std::vector<bool> seen(job.runs.size(), false);
   for (const auto& placement : job.placements) {
@@ -80,8 +81,7 @@ Expected<void> CodedPictures::openCopy() {
   const auto& first = job_.runs.front();
   if (avcodec_parameters_copy(format_.get(), &first.file->parameters(first.stream)) < 0) throw std::bad_alloc();
   lightFacts_ = first.file->lightFacts(first.stream);
-  coding_ = std::jthread([this] { copyRuns(); });
-  return {};
+  return start(&CodedPictures::copyRuns);
 }
 
 void CodedPictures::copyRuns() {
@@ -116,9 +116,16 @@ Expected<void> CodedPictures::openEncoder() {
   encoder_.emplace(std::move(*encoder));
   format_ = encoder_->format();
   reorderDepth_ = encoder_->reorderDepth();
-  decoding_ = std::jthread([this] { decodeRuns(); });
-  finishing_ = std::jthread([this] { finishPictures(); });
-  coding_ = std::jthread([this] { encodePictures(); });
+  for (const auto stage : {&CodedPictures::decodeRuns, &CodedPictures::finishPictures, &CodedPictures::encodePictures}) {
+    if (auto started = start(stage); !started) return started;
+  }
+  return {};
+}
+
+Expected<void> CodedPictures::start(void (CodedPictures::*stage)()) {
+  auto thread = Thread::start([this, stage] { (this->*stage)(); });
+  if (!thread) return tl::make_unexpected(thread.error());
+  threads_.push_back(std::move(*thread));
   return {};
 }
 

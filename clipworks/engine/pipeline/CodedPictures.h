@@ -3,12 +3,12 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/LightFacts.h>
+#include <clipworks/engine/Thread.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
 #include <clipworks/engine/pipeline/ExportJob.h>
 #include <clipworks/engine/pipeline/PictureFinish.h>
@@ -61,6 +61,7 @@ class CodedPictures {
   };
   Expected<void> openCopy();
   Expected<void> openEncoder();
+  Expected<void> start(void (CodedPictures::*stage)());
   void copyRuns();
   Expected<void> copyRun(const PictureRun& run);
   void decodeRuns();
@@ -83,9 +84,7 @@ class CodedPictures {
   BoundedQueue<RawPicture> raw_;
   BoundedQueue<FinishedPicture> finished_;
   BoundedQueue<CodedPicture> coded_;
-  std::jthread decoding_;
-  std::jthread finishing_;
-  std::jthread coding_;
+  std::vector<Thread> threads_;  // of the stages; they end before what they use
 };
 
 /// The samples of `run` in decoding order: indices in the track's table, and places among `run.pictures` with the

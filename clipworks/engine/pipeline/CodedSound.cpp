@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <exception>
 #include <new>
+#include <thread>
 
 #include <clipworks/engine/pipeline/SoundMixer.h>
 #include <clipworks/engine/pipeline/SoundParts.h>
@@ -55,8 +56,9 @@ Expected<void> CodedSound::open() {
     const auto& lane = job_.lanes.front();
     format_ = owned<CodecParameters>(avcodec_parameters_alloc());
     if (avcodec_parameters_copy(format_.get(), &lane.file->parameters(lane.stream)) < 0) throw std::bad_alloc();
-    copying_ = std::jthread([this] { carryOut(copied_, [this] { return copyAll(); }); });
-    return {};
+    return Thread::start([this] { carryOut(copied_, [this] { return copyAll(); }); }).map([this](Thread thread) {
+      copying_ = std::move(thread);
+    });
   }
   auto parts = soundParts(job_);
   if (!parts) return tl::make_unexpected(parts.error());
@@ -74,7 +76,9 @@ Expected<void> CodedSound::open() {
   }
   format_ = parts_.front().encoding->format();
   for (auto& part : parts_) {
-    part.mixing = std::jthread([this, &part] { carryOut(*part.encoding, [this, &part] { return mixAll(part); }); });
+    auto mixing = Thread::start([this, &part] { carryOut(*part.encoding, [this, &part] { return mixAll(part); }); });
+    if (!mixing) return tl::make_unexpected(mixing.error());
+    part.mixing = std::move(*mixing);
   }
   return {};
 }

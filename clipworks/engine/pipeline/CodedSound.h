@@ -3,11 +3,11 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <thread>
 #include <vector>
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/Thread.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
 #include <clipworks/engine/pipeline/ExportJob.h>
 #include <clipworks/engine/pipeline/ParallelSoundEncoding.h>
@@ -34,7 +34,7 @@ class CodedSound {
   struct Part {
     ParallelSoundEncoding::Sections sections;
     std::unique_ptr<ParallelSoundEncoding> encoding;
-    std::jthread mixing;  // ends before what it fills
+    Thread mixing;  // ends before what it fills
   };
 
   Expected<void> copyAll();
@@ -43,7 +43,7 @@ class CodedSound {
   const SoundJob& job_;
   CodecParameters format_;
   BoundedQueue<Packet> copied_;
-  std::jthread copying_;
+  Thread copying_;
   std::mutex mutex_;  // between abandon() and the two below
   bool isAbandoned_ = false;
   std::vector<Part> parts_;  // set once, by open(); none when the track is copied

@@ -27,7 +27,19 @@ Expected<std::unique_ptr<ParallelSoundEncoding>> ParallelSoundEncoding::open(con
                                                                              const Sections& sections, const Means& means) {
   auto encoder = SoundEncoder::open(settings);
   if (!encoder) return tl::make_unexpected(encoder.error());
-  return std::unique_ptr<ParallelSoundEncoding>(new ParallelSoundEncoding(settings, sections, means, std::move(*encoder)));
+  std::unique_ptr<ParallelSoundEncoding> encoding(
+      new ParallelSoundEncoding(settings, sections, means, std::move(*encoder)));
+  for (unsigned i = 0; i < means.encoders; ++i) {
+    auto worker = Thread::start([made = encoding.get()] { made->work(); });
+    if (worker) {
+      encoding->workers_.push_back(std::move(*worker));
+    } else if (encoding->workers_.empty()) {
+      return tl::make_unexpected(worker.error());
+    } else {
+      break;  // those that there are make the same, later
+    }
+  }
+  return encoding;
 }
 
 ParallelSoundEncoding::ParallelSoundEncoding(const SoundEncoderSettings& settings, const Sections& sections,
@@ -39,9 +51,7 @@ ParallelSoundEncoding::ParallelSoundEncoding(const SoundEncoderSettings& setting
       next_(sections.first),
       taken_(sections.first),
       waiting_(means.sectionsAhead),
-      order_(sectionsUnderWay) {
-  for (unsigned i = 0; i < means.encoders; ++i) workers_.emplace_back([this] { work(); });
-}
+      order_(sectionsUnderWay) {}
 
 ParallelSoundEncoding::~ParallelSoundEncoding() { abandon(); }
 

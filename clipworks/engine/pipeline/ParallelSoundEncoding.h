@@ -6,11 +6,11 @@
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <thread>
 #include <vector>
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/Thread.h>
 #include <clipworks/engine/output/SoundEncoder.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
 
@@ -30,7 +30,7 @@ class ParallelSoundEncoding {
   };
 
   struct Means {
-    unsigned encoders = 1;          ///< that work at once, each on a thread
+    unsigned encoders = 1;          ///< that work at once, each on a thread; fewer where the system allows no more
     std::size_t sectionsAhead = 1;  ///< that wait for one, at most: 6 MiB each, in stereo
   };
 
@@ -101,7 +101,7 @@ class ParallelSoundEncoding {
 
   BoundedQueue<std::shared_ptr<Section>> waiting_;
   BoundedQueue<std::future<Expected<Packets>>> order_;
-  std::vector<std::jthread> workers_;
+  std::vector<Thread> workers_;
 };
 
 }  // namespace clipworks::engine

@@ -43,17 +43,23 @@ Error asError(const std::exception& thrown) {
 
 }  // namespace
 
+Expected<std::unique_ptr<PictureEncoding>> PictureEncoding::open(const PictureEncodingSettings& settings,
+                                                                 std::shared_ptr<SharedMovie> movie, std::size_t track,
+                                                                 std::function<void(const Error&)> onFailure) {
+  std::unique_ptr<PictureEncoding> encoding(new PictureEncoding(settings, std::move(movie), track, std::move(onFailure)));
+  auto thread = Thread::start([made = encoding.get()] { made->run(); });
+  if (!thread) return tl::make_unexpected(thread.error());
+  encoding->thread_ = std::move(*thread);
+  return encoding;
+}
+
 PictureEncoding::PictureEncoding(const PictureEncodingSettings& settings, std::shared_ptr<SharedMovie> movie,
                                  std::size_t track, std::function<void(const Error&)> onFailure)
     : settings_(settings), movie_(std::move(movie)), track_(track), onFailure_(std::move(onFailure)),
       pictures_(picturesUnderWay(settings)), encodedWidth_(encodedSide(settings.width)),
-      encodedHeight_(encodedSide(settings.height)), thread_([this] { run(); }) {}
+      encodedHeight_(encodedSide(settings.height)) {}
 
 PictureEncoding::~PictureEncoding() { pictures_.abandon(); }
-
-void PictureEncoding::join() {
-  if (thread_.joinable()) thread_.join();
-}
 
 bool PictureEncoding::push(Frame picture, std::int64_t value, std::int32_t timescale) {
   if (timescale_ == 0) timescale_ = trackTimescale(timescale);
@@ -84,7 +90,7 @@ Expected<void> PictureEncoding::encodeAll() {
   if (!*first) return movie_->leaveOut(track_);
   auto second = pictures_.pop();
   if (!second) return tl::make_unexpected(second.error());
-  if (auto opened = open(**first, *second); !opened) return opened;
+  if (auto opened = openEncoder(**first, *second); !opened) return opened;
   if (auto encoded = encode(**first); !encoded) return encoded;
   (*first)->frame.reset();
   for (auto next = std::move(*second); next;) {
@@ -98,7 +104,7 @@ Expected<void> PictureEncoding::encodeAll() {
   return writeLast();
 }
 
-Expected<void> PictureEncoding::open(const Picture& first, const std::optional<Picture>& second) {
+Expected<void> PictureEncoding::openEncoder(const Picture& first, const std::optional<Picture>& second) {
   VideoEncoderSettings wanted;
   wanted.codec = settings_.codec;
   wanted.width = encodedWidth_;

@@ -7,10 +7,10 @@
 #include <memory>
 #include <optional>
 #include <set>
-#include <thread>
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/Thread.h>
 #include <clipworks/engine/output/VideoEncoder.h>
 #include <clipworks/engine/pictures/PictureConverter.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
@@ -33,8 +33,10 @@ struct PictureEncodingSettings {
 class PictureEncoding {
  public:
   /// `onFailure` is called once, at most, on the encoding thread.
-  PictureEncoding(const PictureEncodingSettings& settings, std::shared_ptr<SharedMovie> movie, std::size_t track,
-                  std::function<void(const Error&)> onFailure);
+  [[nodiscard]] static Expected<std::unique_ptr<PictureEncoding>> open(const PictureEncodingSettings& settings,
+                                                                       std::shared_ptr<SharedMovie> movie,
+                                                                       std::size_t track,
+                                                                       std::function<void(const Error&)> onFailure);
   /// Drops what is under way.
   ~PictureEncoding();
   PictureEncoding(const PictureEncoding&) = delete;
@@ -48,16 +50,18 @@ class PictureEncoding {
   /// No more pictures will come.
   void finish() { pictures_.finish(); }
   /// Waits until all is encoded and handed to the movie.
-  void join();
+  void join() { thread_.join(); }
 
  private:
   struct Picture {
     Frame frame;
     std::int64_t time = 0;  // in ticks of the track
   };
+  PictureEncoding(const PictureEncodingSettings& settings, std::shared_ptr<SharedMovie> movie, std::size_t track,
+                  std::function<void(const Error&)> onFailure);
   void run();
   Expected<void> encodeAll();
-  Expected<void> open(const Picture& first, const std::optional<Picture>& second);
+  Expected<void> openEncoder(const Picture& first, const std::optional<Picture>& second);
   Expected<void> encode(const Picture& picture);
   Expected<Frame> fitted(const Frame& picture);
   Expected<void> passOn();
@@ -83,7 +87,7 @@ class PictureEncoding {
   std::int64_t interval_ = 0;          // between the last two pictures
   Packet held_;                        // the last coded sample so far
 
-  std::jthread thread_;
+  Thread thread_;
 };
 
 }  // namespace clipworks::engine

@@ -25,20 +25,20 @@ Expected<std::unique_ptr<SoundEncoding>> SoundEncoding::open(const SoundEncoderS
                                                              std::function<void(const Error&)> onFailure) {
   auto encoder = SoundEncoder::open(settings);
   if (!encoder) return tl::make_unexpected(encoder.error());
-  return std::unique_ptr<SoundEncoding>(
+  std::unique_ptr<SoundEncoding> encoding(
       new SoundEncoding(settings, std::move(*encoder), std::move(movie), track, std::move(onFailure)));
+  auto thread = Thread::start([made = encoding.get()] { made->run(); });
+  if (!thread) return tl::make_unexpected(thread.error());
+  encoding->thread_ = std::move(*thread);
+  return encoding;
 }
 
 SoundEncoding::SoundEncoding(const SoundEncoderSettings& settings, SoundEncoder encoder, std::shared_ptr<SharedMovie> movie,
                              std::size_t track, std::function<void(const Error&)> onFailure)
     : settings_(settings), movie_(std::move(movie)), track_(track), onFailure_(std::move(onFailure)),
-      portions_(portionsUnderWay), encoder_(std::move(encoder)), thread_([this] { run(); }) {}
+      portions_(portionsUnderWay), encoder_(std::move(encoder)) {}
 
 SoundEncoding::~SoundEncoding() { portions_.abandon(); }
-
-void SoundEncoding::join() {
-  if (thread_.joinable()) thread_.join();
-}
 
 void SoundEncoding::run() {
   std::optional<Error> failure;

@@ -5,10 +5,10 @@
 #include <functional>
 #include <memory>
 #include <optional>
-#include <thread>
 #include <vector>
 
 #include <clipworks/engine/Error.h>
+#include <clipworks/engine/Thread.h>
 #include <clipworks/engine/output/SoundConverter.h>
 #include <clipworks/engine/output/SoundEncoder.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
@@ -52,7 +52,7 @@ class SoundEncoding {
   /// No more sound will come.
   void finish() { portions_.finish(); }
   /// Waits until all is encoded and handed to the movie.
-  void join();
+  void join() { thread_.join(); }
 
  private:
   SoundEncoding(const SoundEncoderSettings& settings, SoundEncoder encoder, std::shared_ptr<SharedMovie> movie,
@@ -80,7 +80,7 @@ class SoundEncoding {
   std::vector<float> converted_;      // and not encoded yet
   std::int64_t offset_ = 0;           // of the first sample, on the movie's timeline, at the encoder's rate
 
-  std::jthread thread_;
+  Thread thread_;
 };
 
 }  // namespace clipworks::engine

@@ -8,6 +8,7 @@
 #include <new>
 #include <string>
 
+#include <clipworks/engine/Thread.h>
 #include <clipworks/engine/stills/ExifBlock.h>
 #include <clipworks/engine/stills/StillPixels.h>
 
@@ -116,6 +117,8 @@ Expected<Image> imageOf(const AVFrame& planes, const heif_color_profile_nclx& ta
 }
 
 Expected<ImageHandle> encode(heif_context& context, const heif_image& image, heif_color_profile_nclx& tags) {
+  const auto start = EncoderStart::begin();  // the library opens its encoder only while it encodes
+  if (!start) return tl::make_unexpected(start.error());
   auto encoder = openEncoder(context);
   if (!encoder) return tl::make_unexpected(encoder.error());
   const EncodingOptions options(heif_encoding_options_alloc());

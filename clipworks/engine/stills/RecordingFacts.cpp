@@ -58,7 +58,7 @@ std::optional<double> degrees(const std::string& text, std::size_t degreeDigits,
 bool RecordingFacts::isEmpty() const { return !time && !place && make.empty() && model.empty() && software.empty(); }
 
 std::optional<RecordingTime> parseRecordingTime(const std::string& text) {
-  static const std::regex form(
+  static const std::regex& form = *new std::regex(
       R"((\d{4})-(\d{2})-(\d{2})[T ](\d{2}):(\d{2}):(\d{2})(?:[.,]\d+)?(Z|[+-]\d{2}:?\d{2}|))");
   std::smatch parts;
   if (text.size() > 64 || !std::regex_match(text, parts, form)) return std::nullopt;
@@ -80,7 +80,8 @@ std::optional<RecordingTime> parseRecordingTime(const std::string& text) {
 }
 
 std::optional<RecordingPlace> parseRecordingPlace(const std::string& text) {
-  static const std::regex form(R"(([+-]\d+(?:\.\d+)?)([+-]\d+(?:\.\d+)?)([+-]\d+(?:\.\d+)?)?(?:CRS[^/]*)?/?)");
+  static const std::regex& form =
+      *new std::regex(R"(([+-]\d+(?:\.\d+)?)([+-]\d+(?:\.\d+)?)([+-]\d+(?:\.\d+)?)?(?:CRS[^/]*)?/?)");
   std::smatch parts;
   if (text.size() > 128 || !std::regex_match(text, parts, form)) return std::nullopt;
   const auto latitude = degrees(parts[1], 2, 90);

@@ -30,6 +30,8 @@ AVError codeFor(const engine::Error& error) {
       return AVError::operationCancelled;
     case engine::ErrorKind::outOfMemory:
       return AVError::outOfMemory;
+    case engine::ErrorKind::noThreads:
+      return AVError::exportFailed;
     case engine::ErrorKind::internal:
       return AVError::unknown;
   }

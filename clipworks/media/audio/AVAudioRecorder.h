@@ -41,8 +41,8 @@ class CLIPWORKS_API AVAudioRecorder : public std::enable_shared_from_this<AVAudi
   /// when that fails (`error()` says why), or while a recording runs.
   virtual bool prepareToRecord() = 0;
 
-  /// Starts recording, after preparing where that was not done. False when it cannot; the delegate is then told of an
-  /// unsuccessful end, except while another recording runs.
+  /// Starts recording, after preparing where that was not done. False when it cannot (`error()` says why), or while a
+  /// recording runs; the delegate is told nothing of what did not begin.
   virtual bool record() = 0;
 
   /// Ends the recording. Returns at once; the file is closed when the last sound has arrived, and the delegate told.

@@ -24,7 +24,7 @@ Result<void, NSError> tryMicrophone() {
 }  // namespace
 
 AVAudioSession& AVAudioSession::sharedInstance() {
-  static AVAudioSession instance;
+  static auto& instance = *new AVAudioSession;  // never destroyed: recorders may ask it until the end of the process
   return instance;
 }
 

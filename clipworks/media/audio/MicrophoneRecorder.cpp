@@ -46,21 +46,22 @@ bool MicrophoneRecorder::prepare() {
 bool MicrophoneRecorder::record() {
   const auto moment = engine::CaptureClock::now();
   const std::lock_guard lock(mutex_);
-  if (state_ == State::recording || state_ == State::closing) return false;
-  if (!prepare()) {
-    // The caller may well not look at what this returns, and would wait for an end that never comes.
-    audioQueue().async([self = shared_from_this()] { static_cast<MicrophoneRecorder&>(*self).tellDelegate(false); });
-    return false;
-  }
-  state_ = State::recording;
-  recording_->start(moment, [weak = weak_from_this()](const engine::Expected<void>& outcome) {
+  return state_ != State::recording && state_ != State::closing && prepare() && start(moment);
+}
+
+bool MicrophoneRecorder::start(engine::CaptureClock::time_point moment) {
+  const auto started = recording_->start(moment, [weak = weak_from_this()](const engine::Expected<void>& outcome) {
     // Moved on to the queue, so that it is never released here, on the thread that it would wait for.
     if (auto self = weak.lock()) {
       audioQueue().async(
           [self = std::move(self), outcome] { static_cast<MicrophoneRecorder&>(*self).takeEnd(outcome); });
     }
   });
-  return true;
+  state_ = started ? State::recording : State::idle;
+  if (started) return true;
+  recording_.reset();
+  error_ = errorFromEngine(started.error());
+  return false;
 }
 
 void MicrophoneRecorder::stop() {

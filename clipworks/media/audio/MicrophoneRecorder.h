@@ -32,7 +32,9 @@ class MicrophoneRecorder final : public AVAudioRecorder {
  private:
   enum class State { idle, prepared, recording, closing };
 
-  bool prepare();  // with mutex_ held
+  // Both with mutex_ held.
+  bool prepare();
+  bool start(engine::CaptureClock::time_point moment);
   void takeEnd(const engine::Expected<void>& outcome);
   void tellDelegate(bool successfully);
   [[nodiscard]] engine::SoundLevel level(int channel) const;

@@ -1,6 +1,9 @@
 #include <clipworks/media/dispatch/DispatchSemaphore.h>
 
+#include <utility>
+
 #include <clipworks/media/base/PrintedLines.h>
+#include <clipworks/media/dispatch/DispatchQueue.h>
 #include <clipworks/media/dispatch/GlobalWorkPool.h>
 #include <clipworks/media/dispatch/WorkItem.h>
 
@@ -25,15 +28,34 @@ bool DispatchSemaphore::waitUntil(std::chrono::steady_clock::time_point deadline
   }
   const GlobalWorkPool::BlockingScope blocking;
   std::unique_lock lock(mutex_);
-  if (!wasSignaled_.wait_until(lock, deadline, [this] { return count_ > 0; })) return false;
-  --count_;
-  return true;
+  ++blocked_;
+  const bool isAvailable = wasSignaled_.wait_until(lock, deadline, [this] { return count_ > 0; });
+  --blocked_;
+  if (isAvailable) --count_;
+  return isAvailable;
+}
+
+void DispatchSemaphore::whenAvailable(std::function<void()> work) {
+  requireWork(work);
+  {
+    const std::lock_guard lock(mutex_);
+    if (count_ == 0) return waiting_.push_back(std::move(work));
+    --count_;
+  }
+  runWorkItem(std::move(work));
 }
 
 void DispatchSemaphore::signal() {
-  const std::lock_guard lock(mutex_);
-  ++count_;
-  wasSignaled_.notify_one();
+  std::unique_lock lock(mutex_);
+  if (waiting_.empty() || count_ < blocked_) {
+    ++count_;
+    wasSignaled_.notify_one();
+    return;
+  }
+  auto work = std::move(waiting_.front());
+  waiting_.pop_front();
+  lock.unlock();
+  DispatchQueue::global().async(std::move(work));
 }
 
 }  // namespace clipworks

@@ -2,16 +2,14 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
 #include <fstream>
-#include <memory>
 #include <string>
 #include <thread>
 #include <utility>
 
-#include <pthread.h>
 #include <unistd.h>
 
+#include <clipworks/engine/Thread.h>
 #include <clipworks/media/dispatch/WorkItem.h>
 
 namespace clipworks {
@@ -48,24 +46,6 @@ std::size_t countRunning(const std::vector<pid_t>& threads, std::size_t enough) 
   return running;
 }
 
-/// Blocks this thread's signals, so that threads made meanwhile leave them to the host's; not those that a thread
-/// causes itself.
-class SignalsBlocked {
- public:
-  SignalsBlocked() {
-    sigset_t most;
-    sigfillset(&most);
-    for (const int own : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, SIGABRT, SIGPROF}) sigdelset(&most, own);
-    pthread_sigmask(SIG_SETMASK, &most, &former_);
-  }
-  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &former_, nullptr); }
-  SignalsBlocked(const SignalsBlocked&) = delete;
-  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
- private:
-  sigset_t former_{};
-};
-
 }  // namespace
 
 GlobalWorkPool& GlobalWorkPool::shared() {
@@ -79,10 +59,18 @@ GlobalWorkPool::GlobalWorkPool() : target_(std::max(4U, std::thread::hardware_co
 thread_local GlobalWorkPool::Worker* GlobalWorkPool::ownWorker_ = nullptr;
 
 void GlobalWorkPool::add(Work work) {
-  const std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_);
   pending_.push_back(std::move(work));
   if (idle_ > 0) workCame_.notify_one();
   growToTarget();
+  // Where the system allows no thread at all, nobody else would ever run it.
+  while (workers_.empty() && starting_ == 0 && !pending_.empty()) {
+    Work item = std::move(pending_.front());
+    pending_.pop_front();
+    lock.unlock();
+    runWorkItem(std::move(item));
+    lock.lock();
+  }
 }
 
 GlobalWorkPool::BlockingScope::BlockingScope() {
@@ -191,30 +179,11 @@ void GlobalWorkPool::wakeMonitor() {
   }
 }
 
-struct GlobalWorkPool::ThreadStart {
-  GlobalWorkPool* pool;
-  ThreadMain main;
-};
-
-void* GlobalWorkPool::threadMain(void* start) {
-  const ThreadStart own = *std::unique_ptr<ThreadStart>(static_cast<ThreadStart*>(start));
-  pthread_setname_np(pthread_self(), "clipworks-queue");
-  (own.pool->*own.main)();
-  return nullptr;
-}
-
 bool GlobalWorkPool::startThread(ThreadMain main) {
-  auto start = std::make_unique<ThreadStart>(ThreadStart{this, main});
-  pthread_attr_t attributes;
-  if (pthread_attr_init(&attributes) != 0) return false;
-  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
-  pthread_attr_setstacksize(&attributes, stackSize);
-  const SignalsBlocked signalsBlocked;
-  pthread_t thread{};
-  const bool wasStarted = pthread_create(&thread, &attributes, &GlobalWorkPool::threadMain, start.get()) == 0;
-  pthread_attr_destroy(&attributes);
-  if (wasStarted) (void)start.release();  // the thread owns it now
-  return wasStarted;
+  auto thread = engine::Thread::start([this, main] { (this->*main)(); },
+                                      {.name = "clipworks-queue", .stackSize = stackSize, .isPatient = false});
+  if (thread) thread->detach();
+  return thread.has_value();
 }
 
 }  // namespace clipworks

@@ -18,7 +18,8 @@ namespace clipworks {
 /// As long as no more than `target_` threads are busy, a waiting item gets a thread at once. Beyond that it waits for
 /// one, unless busy threads turn out to be blocked: those that block in a `BlockingScope` do not count as busy, and
 /// when for a while no item was taken, a monitor thread asks the system which of the others are really running, and
-/// adds threads. Idle threads end, the monitor too.
+/// adds threads. Idle threads end, the monitor too. Where the system refuses a thread, items wait for those that there
+/// are; where there is none, the caller of `add` runs them.
 ///
 /// There is one pool, which is never destroyed, and nobody joins its threads: items may block for ever.
 class GlobalWorkPool {
@@ -50,7 +51,6 @@ class GlobalWorkPool {
   };
 
   using ThreadMain = void (GlobalWorkPool::*)();
-  struct ThreadStart;
 
   GlobalWorkPool();
 
@@ -66,7 +66,6 @@ class GlobalWorkPool {
   void growBy(std::size_t count);
   [[nodiscard]] std::vector<pid_t> busyThreads() const;
 
-  static void* threadMain(void* start);
   [[nodiscard]] bool startThread(ThreadMain main);
 
   static thread_local Worker* ownWorker_;  ///< null on threads that are not the pool's

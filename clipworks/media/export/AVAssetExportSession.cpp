@@ -4,8 +4,8 @@
 #include <atomic>
 #include <exception>
 #include <mutex>
-#include <thread>
 
+#include <clipworks/engine/Thread.h>
 #include <clipworks/engine/pipeline/ExportRun.h>
 #include <clipworks/media/asset/EngineErrors.h>
 #include <clipworks/media/asset/FileTypes.h>
@@ -91,6 +91,7 @@ class ExportSession final : public AVAssetExportSession {
   using Outcome = Result<std::vector<ExportedTrack>, NSError>;
   Outcome carryOut(const std::vector<ExportTrack>& tracks);
   std::shared_ptr<engine::ExportRun> startRun(engine::ExportJob job);
+  void end(Outcome outcome);
   void finish(Outcome outcome);
 
   const std::shared_ptr<AVAsset> asset_;
@@ -106,6 +107,8 @@ class ExportSession final : public AVAssetExportSession {
   std::shared_ptr<const AVMutableAudioMix> audioMix_;
   bool keepsMetadata_ = keepsMetadataByDefault;
   std::optional<std::map<std::string, std::string>> metadata_;
+  std::vector<ExportTrack> tracks_;           // what is exported, once it starts
+  std::function<void()> completionHandler_;  // likewise
 
   mutable std::mutex mutex_;
   AVAssetExportSessionStatus status_ = AVAssetExportSessionStatus::unknown;  // guarded by mutex_
@@ -126,15 +129,20 @@ void ExportSession::exportAsynchronously(std::function<void()> completionHandler
   LiveSessions::shared().add(shared_from_this());
   // The compositions may change once this returns, so what they show now is taken here.
   if (videoComposition_ != nullptr) videoComposition_ = videoComposition_->copy();
-  std::thread([self = std::static_pointer_cast<ExportSession>(shared_from_this()),
-               tracks = snapshotTracks(*asset_, audioMix_.get()),
-               handler = std::move(completionHandler)]() mutable {
-    self->finish(self->carryOut(tracks));
-    tracks.clear();
-    handler();
-    handler = nullptr;
-    LiveSessions::shared().remove(self.get());
-  }).detach();
+  tracks_ = snapshotTracks(*asset_, audioMix_.get());
+  completionHandler_ = std::move(completionHandler);
+  const auto self = std::static_pointer_cast<ExportSession>(shared_from_this());
+  auto thread = engine::Thread::start([self] { self->end(self->carryOut(self->tracks_)); });
+  if (!thread) return end(failure(errorFromEngine(thread.error())));
+  thread->detach();
+}
+
+void ExportSession::end(Outcome outcome) {
+  finish(std::move(outcome));
+  tracks_.clear();
+  completionHandler_();
+  completionHandler_ = nullptr;
+  LiveSessions::shared().remove(this);
 }
 
 ExportSession::Outcome ExportSession::carryOut(const std::vector<ExportTrack>& tracks) {

@@ -104,7 +104,8 @@ class CLIPWORKS_API AVAssetExportSession : public std::enable_shared_from_this<A
   static void setHighestQualityCodec(std::optional<VideoCodecKind> codec);
 
   /// `exportAsynchronously(completionHandler:)`. Returns at once. The handler is called once, on a thread of the
-  /// session, possibly before this returns; then it is destroyed. A second call on one session aborts.
+  /// session, possibly before this returns; then it is destroyed. Where the system allows no more threads, the export
+  /// has failed when this returns, and the handler was called on the calling thread. A second call on one session aborts.
   virtual void exportAsynchronously(std::function<void()> completionHandler) = 0;
 
   /// Ends a running export as soon as its threads notice (well under a second); a finished one stays as it is. Before

@@ -16,8 +16,8 @@ class CLIPWORKS_API EncoderAvailability {
   static void withhold(VideoCodecKind codec);
   /// Takes `withhold` back, for what asks from now on.
   static void restore(VideoCodecKind codec);
-  /// Whether `codec` can be encoded here: not withheld, and an encoder really opens. The encoder is
-  /// opened for every call.
+  /// Whether `codec` can be encoded here: not withheld, and an encoder really opens. The encoder is opened for every
+  /// call; one that cannot be tried since the system allows no more threads counts as there.
   [[nodiscard]] static bool isAvailable(VideoCodecKind codec);
 };
 

@@ -135,9 +135,11 @@ Result<Image, NSError> ImageGenerator::copyCGImage(const CMTime& at, CMTime* act
 
 void ImageGenerator::generateCGImagesAsynchronously(std::vector<CMTime> times, CompletionHandler completionHandler) {
   if (times.empty() || completionHandler == nullptr) return;
-  const std::lock_guard lock(mutex_);
-  batches_.push_back(std::make_shared<Batch>(Batch{std::move(times), std::move(completionHandler), settings_, {}}));
-  if (std::exchange(isWorking_, true)) return;
+  {
+    const std::lock_guard lock(mutex_);
+    batches_.push_back(std::make_shared<Batch>(Batch{std::move(times), std::move(completionHandler), settings_, {}}));
+    if (std::exchange(isWorking_, true)) return;
+  }
   DispatchQueue::global(DispatchQoS::userInitiated)
       .async([self = std::static_pointer_cast<ImageGenerator>(shared_from_this())] { self->work(); });
 }

@@ -1,9 +1,9 @@
 #include <clipworks/media/samples/AVAssetWriter.h>
 
 #include <mutex>
-#include <thread>
 #include <utility>
 
+#include <clipworks/engine/Thread.h>
 #include <clipworks/engine/pipeline/SharedMovie.h>
 #include <clipworks/media/asset/EngineErrors.h>
 #include <clipworks/media/asset/FileTypes.h>
@@ -100,12 +100,15 @@ void AVAssetWriter::startSession(const CMTime& atSourceTime) {
 }
 
 void AVAssetWriter::finishWriting(std::function<void()> completionHandler) {
-  std::thread([self = shared_from_this(), handler = std::move(completionHandler)]() mutable {
+  const auto handler = std::make_shared<std::function<void()>>(std::move(completionHandler));
+  const auto end = [self = shared_from_this(), handler] {
     self->finish();
-    handler();
-    handler = nullptr;
+    std::exchange(*handler, nullptr)();
     LiveWriters::shared().remove(self.get());
-  }).detach();
+  };
+  auto thread = engine::Thread::start(end);
+  if (!thread) return end();
+  thread->detach();
 }
 
 void AVAssetWriter::finish() {

@@ -54,7 +54,8 @@ class CLIPWORKS_API AVAssetWriter : public std::enable_shared_from_this<AVAssetW
 
   /// `finishWriting(completionHandler:)`. Returns at once. The handler comes on a thread of the writer, after the
   /// inputs were marked as finished and the file is there, or the writer has failed; then it is destroyed. The writer
-  /// keeps itself alive until then.
+  /// keeps itself alive until then. Where the system allows no more threads, all this happens on the calling thread,
+  /// before this returns.
   void finishWriting(std::function<void()> completionHandler);
   /// Ends it without a file.
   void cancelWriting();

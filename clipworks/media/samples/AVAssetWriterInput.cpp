@@ -38,7 +38,9 @@ Result<void, NSError> AVAssetWriterInput::begin(std::shared_ptr<engine::SharedMo
     auto settings = pictureSettings(outputSettings_);
     if (!settings) return failure(settings.error());
     settings->matrix = trackMatrix(transform_);
-    writing_ = beginPictures(*settings, std::move(movie), state);
+    auto writing = beginPictures(*settings, std::move(movie), state);
+    if (!writing) return failure(writing.error());
+    writing_ = std::move(*writing);
   } else {
     auto settings = soundSettings(outputSettings_, sourceFormatHint_.get());
     if (!settings) return failure(settings.error());

@@ -40,13 +40,10 @@ engine::Expected<engine::Frame> planarFrame(const CVPixelBuffer& buffer) {
 
 class PictureWriting final : public TrackWriting {
  public:
-  PictureWriting(const engine::PictureEncodingSettings& settings, std::shared_ptr<engine::SharedMovie> movie,
-                 const std::shared_ptr<WritingState>& state)
-      : encoding_(settings, movie, movie->addTrack(),
-                  [state](const engine::Error& error) { state->fail(errorFromEngine(error)); }) {}
+  explicit PictureWriting(std::unique_ptr<engine::PictureEncoding> encoding) : encoding_(std::move(encoding)) {}
 
   void setStart(const CMTime& start) override { start_ = start; }
-  bool hasRoom() const override { return encoding_.hasRoom(); }
+  bool hasRoom() const override { return encoding_->hasRoom(); }
 
   Result<bool, NSError> append(CMSampleBuffer& sampleBuffer) override {
     const auto pixelBuffer = CMSampleBufferGetImageBuffer(sampleBuffer);
@@ -61,23 +58,28 @@ class PictureWriting final : public TrackWriting {
     if (time < start_) return true;
     auto frame = planarFrame(pixelBuffer);
     if (!frame) return failure(errorFromEngine(frame.error()));
-    return encoding_.push(std::move(*frame), time.value, time.timescale);
+    return encoding_->push(std::move(*frame), time.value, time.timescale);
   }
 
-  void finish() override { encoding_.finish(); }
-  void join() override { encoding_.join(); }
+  void finish() override { encoding_->finish(); }
+  void join() override { encoding_->join(); }
 
  private:
   CMTime start_ = kCMTimeZero;
-  engine::PictureEncoding encoding_;
+  std::unique_ptr<engine::PictureEncoding> encoding_;
 };
 
 }  // namespace
 
-std::unique_ptr<TrackWriting> beginPictures(const engine::PictureEncodingSettings& settings,
-                                            std::shared_ptr<engine::SharedMovie> movie,
-                                            std::shared_ptr<WritingState> state) {
-  return std::make_unique<PictureWriting>(settings, std::move(movie), state);
+Result<std::unique_ptr<TrackWriting>, NSError> beginPictures(const engine::PictureEncodingSettings& settings,
+                                                             std::shared_ptr<engine::SharedMovie> movie,
+                                                             std::shared_ptr<WritingState> state) {
+  const std::size_t track = movie->addTrack();
+  auto encoding = engine::PictureEncoding::open(settings, std::move(movie), track, [state](const engine::Error& error) {
+    state->fail(errorFromEngine(error));
+  });
+  if (!encoding) return failure(errorFromEngine(encoding.error()));
+  return std::make_unique<PictureWriting>(std::move(*encoding));
 }
 
 }  // namespace clipworks

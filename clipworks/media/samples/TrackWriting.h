@@ -30,11 +30,10 @@ class TrackWriting {
   virtual void join() = 0;
 };
 
-[[nodiscard]] std::unique_ptr<TrackWriting> beginPictures(const engine::PictureEncodingSettings& settings,
-                                                          std::shared_ptr<engine::SharedMovie> movie,
-                                                          std::shared_ptr<WritingState> state);
-
-/// Fails when the encoder does not open.
+/// Both fail when the encoder does not open, or gets no thread.
+[[nodiscard]] Result<std::unique_ptr<TrackWriting>, NSError> beginPictures(const engine::PictureEncodingSettings& settings,
+                                                                           std::shared_ptr<engine::SharedMovie> movie,
+                                                                           std::shared_ptr<WritingState> state);
 [[nodiscard]] Result<std::unique_ptr<TrackWriting>, NSError> beginSound(const engine::SoundEncoderSettings& settings,
                                                                         std::shared_ptr<engine::SharedMovie> movie,
                                                                         std::shared_ptr<WritingState> state);

@@ -1,0 +1,199 @@
+// A host of the library that starts one operation, and then leaves, or goes on with few threads.
+//
+//   host OPERATION CLIP threads N    waits for the result with N threads allowed beside this one
+//   host OPERATION CLIP return N     returns from main after N milliseconds, whatever is going on
+//   host OPERATION CLIP exit N       the same by exit(0)
+//
+// Exit code 3: no result comes. 4: more than one does. Prints "success", "failure" or "silence".
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <clipworks/clipworks.h>
+#include <clipworks/media/base/FileManager.h>
+#include <clipworks/media/export/AVAssetExportSession.h>
+#include <clipworks/media/images/AVAssetImageGenerator.h>
+
+using namespace clipworks;
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+std::atomic<int> successes = 0;
+std::atomic<int> failures = 0;
+std::atomic<bool> isForgotten = false;
+
+bool isOver() { return successes + failures > 0 || isForgotten; }
+
+/// Held by a completion: notes that it goes.
+struct Token {
+  ~Token() { isForgotten = true; }
+};
+
+auto completion() {
+  return [token = std::make_shared<Token>()](const auto& result) { ++(result ? successes : failures); };
+}
+
+struct Listener : VideoNarrationUtilsDelegate {
+  void narrationDidFinish(const Result<NarrationPiece, NarrationError>& result) override {
+    ++(result ? successes : failures);
+  }
+};
+
+void pump(std::chrono::milliseconds time, const std::function<bool()>& isEnough) {
+  for (const auto end = Clock::now() + time; Clock::now() < end && !isEnough();) {
+    DispatchQueue::main().runOne(std::chrono::milliseconds(2));
+  }
+}
+
+/// What has to be kept meanwhile.
+using Kept = std::shared_ptr<void>;
+
+Kept compress(const URL& clip, std::size_t count) {
+  const auto compressor = VideoCompressorUtils::make();
+  const auto whole = [count, done = completion()](const auto& result) {
+    if (result) std::printf("%zu of %zu\n", result->size(), count);
+    done(result);
+  };
+  compressor->compress(std::vector<URL>(count, clip), VideoCompressorUtils::Parameters(Quality144p()), whole);
+  return compressor;
+}
+
+Kept record() {
+  const auto narration = VideoNarrationUtils::make();
+  const auto listener = std::make_shared<Listener>();
+  if (!narration->startNarration(kCMTimeZero, listener)) ++failures;
+  pump(std::chrono::milliseconds(50), [] { return false; });
+  narration->finishNarration();
+  return std::make_shared<std::pair<Kept, Kept>>(narration, listener);
+}
+
+Kept exportSession(const URL& clip) {
+  const auto session = AVAssetExportSession::make(AVAsset::make(clip), AVAssetExportPresetHEVCHighestQuality);
+  FileSystem::shared().deleteFile(URL("exported.mp4"));
+  session->setOutputURL(URL("exported.mp4"));
+  session->exportAsynchronously([session, done = completion()] {
+    if (const auto error = session->error()) std::printf("%s\n", error->localizedDescription().c_str());
+    done(session->status() == AVAssetExportSessionStatus::completed);
+  });
+  return session;
+}
+
+Kept images(const URL& clip) {
+  const auto generator = AVAssetImageGenerator::make(AVAsset::make(clip));
+  const CMTime last(1, 5);
+  generator->generateCGImagesAsynchronously(
+      {kCMTimeZero, last},
+      [last, done = completion()](const CMTime& time, const std::shared_ptr<const CGImage>& image, const CMTime&,
+                                  AVAssetImageGeneratorResult, const std::optional<NSError>&) {
+        if (time == last) done(image != nullptr);
+      });
+  return generator;
+}
+
+Kept loop(const URL& clip) {
+  const auto looper = VideoLooperUtils::make(clip);
+  looper->createLoopComposition(3, [](const auto&) {});
+  looper->exportCurrentComposition(completion());
+  return looper;
+}
+
+Kept narrate(const URL& clip) {
+  const auto narration = VideoNarrationUtils::make();
+  narration->createComposition(clip, {{CMTime(1, 10), clip, 0.5F}}, 1, [](const auto&) {});
+  narration->exportComposition(ExportQuality::highCompressed, completion());
+  return narration;
+}
+
+Kept start(const std::string& operation, const URL& clip) {
+  const auto keep = [](const auto& object, const auto& use) {
+    use(*object);
+    return Kept(object);
+  };
+  const std::map<std::string, std::function<Kept()>> operations{
+      {"loop", [&] { return loop(clip); }},
+      {"speed",
+       [&] {
+         return keep(VideoSpeedConverter::make(clip), [](auto& converter) {
+           converter.applySpeedChange(0.1, 0.2, 2, std::nullopt, VideoSpeedConverter::ConversionQuality::high,
+                                      completion());
+         });
+       }},
+      {"compress", [&] { return compress(clip, 6); }},
+      {"long_batch", [&] { return compress(clip, 300); }},
+      {"preview",
+       [&] {
+         return keep(VideoCompressorUtils::make(), [&](auto& compressor) {
+           compressor.previewCompression(clip, VideoCompressorUtils::Parameters(Quality144p()), completion());
+         });
+       }},
+      {"reverse",
+       [&] { return keep(VideoReverseConverter::make(clip), [](auto& c) { c.reverse("back", completion()); }); }},
+      {"rotate", [&] { return keep(VideoRotateUtils::make(), [&](auto& r) { r.rotateVideo(clip, completion()); }); }},
+      {"crop",
+       [&] {
+         return keep(VideoRotateUtils::make(), [&](auto& r) {
+           r.cropVideo(clip, CGRect{{0, 0}, {32, 32}}, completion());
+         });
+       }},
+      {"narrate", [&] { return narrate(clip); }},
+      {"record", [] { return record(); }},
+      {"permission",
+       [&] {
+         return keep(VideoNarrationUtils::make(),
+                     [](auto& narration) { narration.requestAuthorization(completion()); });
+       }},
+      {"frame",
+       [&] {
+         return keep(VideoToPhotoUtils::make(clip), [](auto& photo) {
+           photo.getFrameAt(kCMTimeZero, std::nullopt, VideoToPhotoUtils::ExportFormat::heic, completion());
+         });
+       }},
+      {"images", [&] { return images(clip); }},
+      {"export", [&] { return exportSession(clip); }},
+  };
+  return operations.at(operation)();
+}
+
+/// The limit binds no root, and counts whatever the user has: so this becomes a user that nobody else is.
+bool allowThreads(int count) {
+  const auto user = static_cast<uid_t>(200'000 + ::getpid());
+  const rlimit limit{static_cast<rlim_t>(count) + 1, static_cast<rlim_t>(count) + 1};
+  return ::setrlimit(RLIMIT_NPROC, &limit) == 0 && ::setgid(user) == 0 && ::setuid(user) == 0 &&
+         ::prctl(PR_SET_DUMPABLE, 1) == 0;  // its own files in /proc are its own again
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 5) return 2;
+  const std::string mode = argv[3];
+  const int number = std::atoi(argv[4]);
+  FileSystem::shared().setOutputsURL(URL("."));
+  FileSystem::shared().setTempURL(URL("."));
+  FileManager::default_().setDocumentDirectory(URL("."));
+  if (mode == "threads" && !allowThreads(number)) return 2;
+  const Kept kept = start(argv[1], URL(argv[2]));
+  if (mode != "threads") {
+    pump(std::chrono::milliseconds(number), [] { return false; });
+    if (mode == "exit") std::exit(0);
+    return 0;
+  }
+  pump(std::chrono::seconds(60), isOver);
+  if (!isOver()) return 3;
+  pump(std::chrono::milliseconds(30), [] { return false; });
+  std::puts(successes > 0 ? "success" : failures > 0 ? "failure" : "silence");
+  return successes + failures > 1 ? 4 : 0;
+}
