@@ -331,6 +331,21 @@ std::optional<SampleTable> tableFromIndex(AVStream& stream, const MovieBoxes::Tr
   return SampleTable(std::move(samples), lastShown + lastLength);
 }
 
+/// Where a fragment's decode times begin before those of the one before it end, its pictures that are not later than all
+/// of the earlier one's are not shown, as the ffmpeg program does: they are decoded only.
+void dropOverlaps(std::vector<Sample>& samples) {
+  std::int64_t latest = INT64_MIN;      // presentation so far
+  std::int64_t decoded = INT64_MIN;     // decode time so far
+  std::int64_t overlapped = INT64_MIN;  // presentation up to the last fragment that fell back
+  for (Sample& sample : samples) {
+    if (sample.decode <= decoded) overlapped = latest;
+    decoded = sample.decode;
+    // The table shows one picture of each time, the first in decoding order.
+    sample.presentation = std::max(sample.presentation, overlapped);
+    latest = std::max(latest, sample.presentation);
+  }
+}
+
 }  // namespace
 
 Expected<SampleTable> MediaFile::buildTable(int index) const {
@@ -362,6 +377,7 @@ Expected<SampleTable> MediaFile::buildTable(int index) const {
     av_packet_unref(packet.get());
   }
   if (!got) return tl::make_unexpected(got.error());
+  if (boxes_ && boxes_->fragmented) dropOverlaps(samples);
   return SampleTable(std::move(samples), end);
 }
 
