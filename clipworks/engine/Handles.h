@@ -19,6 +19,7 @@ struct FreeByAddress {
 using Packet = std::unique_ptr<AVPacket, FreeByAddress<av_packet_free>>;
 using Frame = std::unique_ptr<AVFrame, FreeByAddress<av_frame_free>>;
 using CodecContext = std::unique_ptr<AVCodecContext, FreeByAddress<avcodec_free_context>>;
+using BitStreamFilter = std::unique_ptr<AVBSFContext, FreeByAddress<av_bsf_free>>;
 using CodecParameters = std::unique_ptr<AVCodecParameters, FreeByAddress<avcodec_parameters_free>>;
 using Resampler = std::unique_ptr<SwrContext, FreeByAddress<swr_free>>;
 

@@ -48,15 +48,16 @@ Result<ExportPreset, NSError> presetFrom(const SettingsDictionary& video, const 
   return preset;
 }
 
-/// A composition of the first track of each kind: of `range`, or of all that they hold. Further tracks of a recording are
-/// other languages or other mixes of the same.
+/// A composition of the first track of each kind: of `range`, or of all that they show while the movie lasts, as every
+/// operation takes it. Further tracks of a recording are other languages or other mixes of the same.
 Result<std::shared_ptr<AVMutableComposition>, NSError> firstTracks(const AVAsset& asset, const std::optional<CMTimeRange>& range) {
   const auto composition = AVMutableComposition::make();
   for (const AVMediaType type : {AVMediaTypeVideo, AVMediaTypeAudio}) {
     const auto tracks = asset.tracks(type);
     if (tracks.empty()) continue;
     const auto track = composition->addMutableTrack(type, kCMPersistentTrackID_Invalid);
-    const auto wanted = range.value_or(CMTimeRange(kCMTimeZero, tracks.front()->timeRange().end()));
+    const CMTime end = CMTimeMinimum(tracks.front()->timeRange().end(), asset.duration());
+    const auto wanted = range.value_or(CMTimeRange(kCMTimeZero, end));
     if (auto inserted = track->insertTimeRange(wanted, tracks.front(), kCMTimeZero); !inserted) return failure(inserted.error());
     track->setPreferredTransform(tracks.front()->preferredTransform());
   }

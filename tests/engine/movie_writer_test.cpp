@@ -46,7 +46,8 @@ engine::CodecParameters pictureFormat() {
   return format;
 }
 
-void writeSample(MovieWriter& movie, int track, std::int64_t presentation, std::int64_t decode, std::int64_t duration) {
+void writeSample(MovieWriter& movie, int track, std::int64_t presentation, std::int64_t decode, std::int64_t duration,
+                 const std::optional<engine::TrackEdit>& last = {}) {
   auto packet = engine::makePacket();
   ASSERT_EQ(av_new_packet(packet.get(), 64), 0);
   std::fill_n(packet->data, packet->size, std::uint8_t{0});
@@ -54,17 +55,20 @@ void writeSample(MovieWriter& movie, int track, std::int64_t presentation, std::
   packet->dts = decode;
   packet->duration = duration;
   packet->flags = AV_PKT_FLAG_KEY;
-  ASSERT_TRUE(movie.write(track, *packet));
+  ASSERT_TRUE(last ? movie.writeLast(track, *packet, *last) : movie.write(track, *packet));
 }
 
 struct EndCase {
   std::string name;
-  /// When the samples of the track that is ended are shown, in decoding order, in milliseconds.
+  /// When the samples of the track that is ended are shown, in decoding order, in milliseconds; each is decoded a
+  /// millisecond after the one before, the first 40 before it is shown.
   std::vector<std::int64_t> shown;
   std::int64_t end;
   /// When the one sample of the other track ends.
   std::int64_t otherEnd;
   std::vector<std::int64_t> wantedEdits;  ///< their lengths
+  std::int64_t hiddenBefore = 0;          ///< milliseconds of samples before what is shown
+  std::int32_t wantedTimescale = trackTimescale;
 
   friend std::ostream& operator<<(std::ostream& out, const EndCase& c) { return out << c.name; }
 };
@@ -81,9 +85,12 @@ class EndedTrack : public testing::TestWithParam<EndCase> {
     const auto other = (*movie)->addTrack(*format, trackTimescale, std::nullopt);
     ASSERT_TRUE(track && other && (*movie)->begin());
     std::int64_t decode = GetParam().shown.front() - 40;
-    for (const std::int64_t shown : GetParam().shown) writeSample(**movie, *track, shown, decode++, 40);
+    const auto& shown = GetParam().shown;
+    const std::int64_t start = shown.front() + GetParam().hiddenBefore;
+    const std::int64_t late = GetParam().wantedEdits.size() > 1 ? GetParam().wantedEdits.front() : 0;
+    for (std::size_t i = 0; i + 1 < shown.size(); ++i) writeSample(**movie, *track, shown[i], decode++, 40);
+    writeSample(**movie, *track, shown.back(), decode, 40, engine::TrackEdit{late, GetParam().end, start});
     writeSample(**movie, *other, 0, 0, GetParam().otherEnd);
-    (*movie)->endTrackAt(*track, GetParam().end);
     ASSERT_TRUE((*movie)->finish());
     ASSERT_TRUE((*file)->commit());
   }
@@ -121,7 +128,15 @@ TEST_P(EndedTrack, IsAsLongAsItsEditsSay) {
   EXPECT_EQ(milliseconds(boxes->duration), std::max(GetParam().end, GetParam().otherEnd));
   const auto [length, scale] = MediaJudge(path_).movieHeaderDuration();
   EXPECT_EQ(length * 1000 / scale, static_cast<std::uint64_t>(std::max(GetParam().end, GetParam().otherEnd)));
-  EXPECT_EQ(boxes->tracks.at(0).sampleCount, GetParam().shown.size());
+  const auto& track = boxes->tracks.at(0);
+  EXPECT_EQ(track.sampleCount, GetParam().shown.size());
+  EXPECT_EQ(track.mediaTimescale, static_cast<std::uint32_t>(GetParam().wantedTimescale));
+  EXPECT_EQ(track.edits.back().mediaTime * trackTimescale / GetParam().wantedTimescale, 40 + GetParam().hiddenBefore);
+  std::uint64_t lengths = 0;
+  for (const auto& run : track.sampleLengths) lengths += std::uint64_t{run.count} * static_cast<std::uint64_t>(run.value);
+  EXPECT_EQ(track.mediaDuration, lengths);
+  EXPECT_EQ(lengths * trackTimescale / static_cast<std::uint64_t>(GetParam().wantedTimescale),
+            static_cast<std::uint64_t>(GetParam().wantedEdits.back() + GetParam().hiddenBefore));
 }
 
 constexpr std::int64_t hours = 3'600'000;  // beyond 32 bits in ticks of the movie
@@ -130,7 +145,9 @@ INSTANTIATE_TEST_SUITE_P(
     Movies, EndedTrack,
     testing::Values(EndCase{"ends the longest track", {0, 120, 40}, 80, 60, {80}},
                     EndCase{"beside a longer track", {0, 120, 40}, 80, 5000, {80}},
-                    EndCase{"behind an empty edit", {200, 320, 240}, 280, 60, {200, 80}},
+                    EndCase{"behind an empty edit", {200, 320, 240}, 280, 60, {200, 80}, 0, movieTimescale},
+                    EndCase{"behind hidden samples", {-60, 0, 60, 40}, 80, 60, {80}, 60},
+                    EndCase{"behind an empty edit and hidden samples", {200, 260, 340}, 280, 60, {200, 80}, 60, movieTimescale},
                     EndCase{"hours long", {0, 2 * hours + 80, 2 * hours}, 2 * hours + 40, 60, {2 * hours + 40}},
                     EndCase{"a short one beside hours", {0, 120, 40}, 80, 2 * hours, {80}},
                     EndCase{"hours long behind an empty edit", {hours, 3 * hours + 80, 3 * hours}, 3 * hours + 40, hours,

@@ -1,10 +1,19 @@
 #include <clipworks/engine/input/SampleTable.h>
 
 #include <cstdint>
+#include <fstream>
+#include <iterator>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include <clipworks/engine/input/MediaFile.h>
+
+#include <tests/support/BarCodeClip.h>
+#include <tests/support/RunProgram.h>
+#include <tests/support/TemporaryDirectory.h>
 
 namespace clipworks::test {
 namespace {
@@ -75,6 +84,39 @@ TEST(SampleTable, EndsNoSoonerThanItsLastPicture) {
   EXPECT_EQ(table({0, 10, 20}, {0}, 30).trackEnd(), 30);
   EXPECT_EQ(table({0, 10, 20}, {0}, 5).trackEnd(), 21) << "a header that says less is not believed";
   EXPECT_EQ(SampleTable().pictureAt(0), std::nullopt);
+}
+
+// As the ffmpeg program plays it: what comes again is dropped.
+TEST(SampleTable, ShowsAFragmentThatBeginsTooEarlyFromTheEndOfTheOneBeforeOn) {
+  const BarCodeClip clip({.frames = 90, .timescale = 3000, .gop = 30, .audioCodec = "",
+                          .outputArguments = {"-movflags", "+frag_keyframe+empty_moov"}});
+  std::ifstream in(clip.path(), std::ios::binary);
+  std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  std::size_t tfdt = 0;
+  for (int fragment = 0; fragment < 3; ++fragment) tfdt = bytes.find("tfdt", tfdt + 1);
+  ASSERT_NE(tfdt, std::string::npos);
+  ASSERT_EQ(bytes[tfdt + 4], 1) << "64 bits";
+  const auto byteAt = [&](std::size_t at) { return static_cast<unsigned char>(bytes[at]); };
+  const unsigned moved = (byteAt(tfdt + 14) << 8U | byteAt(tfdt + 15)) - 1000U;  // ten pictures of a hundred ticks each
+  bytes[tfdt + 14] = static_cast<char>(moved >> 8U);
+  bytes[tfdt + 15] = static_cast<char>(moved & 0xFFU);
+  const TemporaryDirectory directory;
+  const auto path = directory.file("overlap.mp4");
+  std::ofstream(path, std::ios::binary) << bytes;
+
+  const auto file = engine::MediaFile::open(path);
+  ASSERT_TRUE(file);
+  const auto table = (*file)->sampleTable((*file)->streams().front().index);
+  ASSERT_TRUE(table);
+  std::vector<std::int64_t> times;
+  for (std::size_t i = 0; i < (*table)->pictureCount(); ++i) times.push_back((*table)->timeOfPicture(i));
+  std::vector<std::int64_t> wanted(80);
+  for (std::size_t i = 0; i < wanted.size(); ++i) wanted[i] = 200 + 100 * static_cast<std::int64_t>(i);
+  EXPECT_EQ(times, wanted);
+  EXPECT_EQ((*table)->sampleOfPicture(60), 71U) << "picture 70, the first that comes later than all before";
+  const auto played = runProgram({"sh", "-c", "ffmpeg -nostdin -v error -copyts -i '" + path.string() +
+                                                  "' -fps_mode vfr -f framecrc - | grep -vc '^#'"});
+  EXPECT_EQ(played.standardOutput, "80\n");
 }
 
 }  // namespace

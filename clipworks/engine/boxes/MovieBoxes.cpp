@@ -36,6 +36,15 @@ Expected<void> readMovieHeader(Bytes moov, MovieBoxes& movie) {
   if (cursor->isOverrun()) {
     return failed(ErrorKind::damaged, "The movie header (mvhd) is cut off.");
   }
+  constexpr std::size_t rateVolumeReserved = 4 + 2 + 2 + 8;
+  cursor->skip(rateVolumeReserved);
+  std::array<std::int32_t, 9> matrix{};
+  for (std::int32_t& element : matrix) {
+    element = cursor->read<std::int32_t>();
+  }
+  if (!cursor->isOverrun()) {
+    movie.matrix = matrix;
+  }
   return {};
 }
 

@@ -50,6 +50,7 @@ struct MovieBoxes {
 
   std::uint32_t timescale = 0;         ///< `mvhd`
   std::uint64_t duration = 0;          ///< `mvhd`
+  std::array<std::int32_t, 9> matrix{};  ///< `mvhd`: as that of a track, and applied after it; all 0 when cut off
   std::uint64_t fragmentsDuration = 0; ///< `mehd`; 0 when there is none
   bool fragmented = false;             ///< there is an `mvex`, or a `moof`
   std::vector<Track> tracks;           ///< in the order of the `trak` boxes

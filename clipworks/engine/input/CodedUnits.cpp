@@ -17,8 +17,10 @@ constexpr int filler = 12;
 // nal_unit_type of HEVC: ITU-T H.265, table 7-1.
 namespace hevc {
 constexpr int lastNonReference = 8;  // TRAIL_N, TSA_N, STSA_N, RADL_N, RASL_N are even
+constexpr int firstAccessPoint = 16;
 constexpr int idrWithLeading = 19;
 constexpr int idr = 20;
+constexpr int lastAccessPoint = 21;  // a CRA picture
 constexpr int firstNonPicture = 32;
 constexpr int sequenceParameters = 33;
 constexpr int delimiter = 35;
@@ -103,6 +105,15 @@ bool isClosedAccessPoint(const AVPacket& packet, const AVCodecParameters& parame
     } else if (unit->type < hevc::firstNonPicture) {
       return unit->type == hevc::idrWithLeading || unit->type == hevc::idr;
     }
+  }
+  return false;
+}
+
+bool isDecodingStart(const AVPacket& packet, const AVCodecParameters& parameters) {
+  if (parameters.codec_id != AV_CODEC_ID_HEVC) return isClosedAccessPoint(packet, parameters);
+  CodedUnits units(packet, parameters);
+  while (const auto unit = units.next()) {
+    if (unit->type < hevc::firstNonPicture) return unit->type >= hevc::firstAccessPoint && unit->type <= hevc::lastAccessPoint;
   }
   return false;
 }

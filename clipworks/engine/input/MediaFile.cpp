@@ -64,7 +64,14 @@ void bringIntoView(StreamFacts& facts) {
   ty = std::max(0.0, -b * facts.naturalWidth) + std::max(0.0, -d * facts.naturalHeight);
 }
 
-void describePictures(StreamFacts& facts, const AVStream& stream, const MovieBoxes::Track* track) {
+/// A track's transform, then the movie's: QuickTime file format, movie header atom.
+std::array<double, 6> concatenated(const std::array<double, 6>& t, const std::array<double, 6>& m) {
+  return {t[0] * m[0] + t[1] * m[2], t[0] * m[1] + t[1] * m[3], t[2] * m[0] + t[3] * m[2], t[2] * m[1] + t[3] * m[3],
+          t[4] * m[0] + t[5] * m[2] + m[4], t[4] * m[1] + t[5] * m[3] + m[5]};
+}
+
+void describePictures(StreamFacts& facts, const AVStream& stream, const std::optional<MovieBoxes>& boxes) {
+  const MovieBoxes::Track* const track = findTrack(boxes, stream.id);
   const AVCodecParameters& p = *stream.codecpar;
   facts.codedWidth = p.width;
   facts.codedHeight = p.height;
@@ -91,6 +98,9 @@ void describePictures(StreamFacts& facts, const AVStream& stream, const MovieBox
   const bool hasMatrix = track != nullptr && track->matrix != std::array<std::int32_t, 9>{};
   if (hasMatrix) {
     facts.transform = transformFromMatrix(track->matrix);
+    if (boxes->matrix != std::array<std::int32_t, 9>{}) {
+      facts.transform = concatenated(facts.transform, transformFromMatrix(boxes->matrix));
+    }
   } else if (const auto* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr)) {
     std::array<std::int32_t, 9> m{};
     std::memcpy(m.data(), matrix, sizeof m);
@@ -205,7 +215,7 @@ void MediaFile::describeStream(const AVFormatContext& context, int index, const 
     if (!boxes_->fragmented && track->sampleCount == 0) return;
   }
   if (video) {
-    describePictures(facts, stream, track);
+    describePictures(facts, stream, boxes_);
     describeLight(stream, index);
   } else {
     facts.channels = p.ch_layout.nb_channels;
@@ -376,6 +386,21 @@ std::optional<SampleTable> tableFromIndex(AVStream& stream, const MovieBoxes::Tr
   return SampleTable(std::move(samples), lastShown + lastLength);
 }
 
+/// Where a fragment's decode times begin before those of the one before it end, its pictures that are not later than all
+/// of the earlier one's are not shown, as the ffmpeg program does: they are decoded only.
+void dropOverlaps(std::vector<Sample>& samples) {
+  std::int64_t latest = INT64_MIN;      // presentation so far
+  std::int64_t decoded = INT64_MIN;     // decode time so far
+  std::int64_t overlapped = INT64_MIN;  // presentation up to the last fragment that fell back
+  for (Sample& sample : samples) {
+    if (sample.decode <= decoded) overlapped = latest;
+    decoded = sample.decode;
+    // The table shows one picture of each time, the first in decoding order.
+    sample.presentation = std::max(sample.presentation, overlapped);
+    latest = std::max(latest, sample.presentation);
+  }
+}
+
 }  // namespace
 
 Expected<SampleTable> MediaFile::buildTable(int index) const {
@@ -413,6 +438,7 @@ Expected<SampleTable> MediaFile::buildTable(int index) const {
   }
   std::int64_t end = 0;
   for (std::size_t i = 0; i < samples.size(); ++i) end = std::max(end, samples[i].presentation + lengths[i]);
+  if (boxes_ && boxes_->fragmented) dropOverlaps(samples);
   return SampleTable(std::move(samples), end);
 }
 

@@ -5,7 +5,6 @@
 #include <cstring>
 
 #include <clipworks/engine/LibraryErrors.h>
-#include <clipworks/engine/output/TrackEnds.h>
 
 namespace clipworks::engine {
 namespace {
@@ -158,12 +157,26 @@ Expected<void> MovieWriter::begin() {
 Expected<StoredSample> MovieWriter::write(int track, AVPacket& packet) {
   packet.stream_index = track;
   packet.pos = -1;
+  firstSamples_.try_emplace(track, FirstSample{packet.dts, packet.pts});
   const std::int64_t before = avio_tell(io_);
   if (const int code = av_write_frame(context_, &packet); code < 0) {
     return writeFailure(code, file_.name() + " cannot be written");
   }
   if (failure_) return tl::make_unexpected(*failure_);
   return StoredSample{before, static_cast<std::int32_t>(avio_tell(io_) - before)};
+}
+
+Expected<StoredSample> MovieWriter::writeLast(int track, AVPacket& packet, const TrackEdit& edit) {
+  const FirstSample first = firstSamples_.try_emplace(track, FirstSample{packet.dts, packet.pts}).first->second;
+  // A sample's length is the distance of its decode time from the next one's: the last one closes the sum.
+  const std::int64_t shown = edit.mediaStart + edit.end - edit.start - first.presentation;
+  packet.duration = std::max<std::int64_t>(first.decode + shown - packet.dts, 1);
+  const std::int32_t timescale = context_->streams[track]->time_base.den;
+  // The library rounds the empty edit down.
+  edits_[track] = {av_rescale_rnd(edit.start, movieTimescale_, timescale, AV_ROUND_DOWN),
+                   av_rescale(edit.end, movieTimescale_, timescale), edit.mediaStart - first.decode,
+                   packet.dts + packet.duration - first.decode, timescale};
+  return write(track, packet);
 }
 
 Expected<Packet> MovieWriter::readBack(int track, const StoredSample& sample) {
@@ -182,15 +195,11 @@ Expected<Packet> MovieWriter::readBack(int track, const StoredSample& sample) {
   return packet;
 }
 
-void MovieWriter::endTrackAt(int track, std::int64_t end) {
-  ends_[track] = av_rescale(end, movieTimescale_, context_->streams[track]->time_base.den);
-}
-
 Expected<void> MovieWriter::finish() {
   if (const int code = av_write_trailer(context_); code < 0) return writeFailure(code, file_.name() + " cannot be ended");
   avio_flush(io_);
   if (failure_) return tl::make_unexpected(*failure_);
-  return ends_.empty() ? Expected<void>{} : endTracks(file_, ends_);
+  return edits_.empty() ? Expected<void>{} : writeEdits(file_, movieTimescale_, edits_);
 }
 
 tl::unexpected<Error> MovieWriter::writeFailure(int code, const std::string& what) const {

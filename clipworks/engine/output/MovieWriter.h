@@ -12,6 +12,7 @@
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/LightFacts.h>
 #include <clipworks/engine/output/OutputFile.h>
+#include <clipworks/engine/output/TrackEdits.h>
 
 namespace clipworks::engine {
 
@@ -19,6 +20,14 @@ namespace clipworks::engine {
 struct StoredSample {
   std::int64_t position = 0;
   std::int32_t bytes = 0;
+};
+
+/// What a track of pictures shows, in its ticks: from `start` of the movie to `end`, what its samples' presentation times
+/// call `mediaStart` and on.
+struct TrackEdit {
+  std::int64_t start = 0;
+  std::int64_t end = 0;
+  std::int64_t mediaStart = 0;
 };
 
 /// Which kind of file: MPEG-4, QuickTime movie, or MPEG-4 with sound only under Apple's brand.
@@ -48,13 +57,13 @@ class MovieWriter {
   /// Writes one sample, its times in ticks of the track; decode times rise strictly. A first sample shown before zero
   /// becomes an edit that begins at zero, one shown later an empty edit before it.
   [[nodiscard]] Expected<StoredSample> write(int track, AVPacket& packet);
+  /// Writes the last sample of a track of pictures, which shows what `edit` says, whatever samples lie before and behind
+  /// it. The first sample must be shown at zero or before where `edit` starts at zero, and later where it starts later.
+  /// The lengths of the samples then add up to that of the media (`mdhd`): from the first picture to where the last goes.
+  [[nodiscard]] Expected<StoredSample> writeLast(int track, AVPacket& packet, const TrackEdit& edit);
 
   /// A sample written earlier, in the form in which `write` takes it.
   [[nodiscard]] Expected<Packet> readBack(int track, const StoredSample& sample);
-
-  /// Has a track end at `end` of its ticks, although it has samples that are shown later: its edit ends there. Before
-  /// `finish()`.
-  void endTrackAt(int track, std::int64_t end);
 
   /// Writes the index.
   [[nodiscard]] Expected<void> finish();
@@ -77,7 +86,12 @@ class MovieWriter {
   std::int64_t readingOffset_ = 0;  // of the pass that moves the index to the front
   std::optional<Error> failure_;    // the first of a write; the library only passes a number on
   std::int32_t movieTimescale_ = 1000;
-  std::map<int, std::int64_t> ends_;  // of tracks that end before their samples do, in ticks of the movie
+  struct FirstSample {
+    std::int64_t decode = 0;
+    std::int64_t presentation = 0;
+  };
+  std::map<int, FirstSample> firstSamples_;  // by track
+  std::map<int, WantedEdit> edits_;          // by track
 };
 
 }  // namespace clipworks::engine

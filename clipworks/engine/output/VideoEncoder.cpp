@@ -1,6 +1,7 @@
 #include <clipworks/engine/output/VideoEncoder.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Thread.h>
@@ -25,6 +26,31 @@ double bufferSeconds(double length) { return length > 0 ? std::clamp(length / 5,
 void askFor(std::int64_t bitRate, AVCodecContext& context) {
   context.bit_rate = bitRate;
   context.rc_max_rate = bitRate;
+}
+
+/// libx264 gives the time base of the pictures' times for the rate in the stream (ITU-T H.264, E.2.1, num_units_in_tick and
+/// time_scale), since it allows variable rates; players take it for tens of thousands of pictures a second. A tick is half
+/// a picture. Written anew in the parameter sets, which are nowhere else.
+Expected<CodecParameters> withPictureRate(CodecParameters format, const Fraction& rate) {
+  AVBSFContext* made = nullptr;
+  const AVBitStreamFilter* kind = av_bsf_get_by_name("h264_metadata");
+  if (kind == nullptr || av_bsf_alloc(kind, &made) < 0) return failed(ErrorKind::noEncoder, "the filter h264_metadata is not installed");
+  const BitStreamFilter filter(made);
+  const AVRational ticks{static_cast<int>(2 * rate.numerator), static_cast<int>(rate.denominator)};
+  if (avcodec_parameters_copy(filter->par_in, format.get()) < 0) throw std::bad_alloc();
+  av_opt_set_q(filter->priv_data, "tick_rate", ticks, 0);
+  if (const int code = av_bsf_init(filter.get()); code < 0) {
+    return tl::make_unexpected(libraryError(code, "the encoder's parameters cannot be read", ErrorKind::internal));
+  }
+  if (avcodec_parameters_copy(format.get(), filter->par_out) < 0) throw std::bad_alloc();
+  return format;
+}
+
+Expected<CodecParameters> formatOf(const AVCodecContext& context, const Fraction& rate) {
+  CodecParameters format = owned<CodecParameters>(avcodec_parameters_alloc());
+  if (avcodec_parameters_from_context(format.get(), &context) < 0) throw std::bad_alloc();
+  if (context.codec_id != AV_CODEC_ID_H264) return format;
+  return withPictureRate(std::move(format), rate);
 }
 
 void applyOptions(const VideoEncoderSettings& settings, AVCodecContext& context) {
@@ -72,6 +98,13 @@ void tag(AVFrame& frame, const Colour& colour) {
   frame.color_range = colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
 }
 
+Fraction nominalRate(double picturesPerSecond) {
+  const double rate = std::clamp(picturesPerSecond, 1.0, 1000.0);
+  const double broadcast = std::round(rate * 1.001);
+  if (std::lround(rate * 1000) == std::lround(broadcast * 1000 / 1.001)) return {std::lround(broadcast) * 1000, 1001};
+  return {std::lround(rate * 1000), 1000};
+}
+
 std::string VideoEncoder::libraryName(VideoCodec codec) { return codec == VideoCodec::h264 ? "libx264" : "libx265"; }
 
 Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& settings) {
@@ -103,14 +136,16 @@ Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& settings) 
                                                 " × " + std::to_string(settings.height) + " pictures",
                                             ErrorKind::noEncoder));
   }
-  VideoEncoder encoder(std::move(context));
+  auto format = formatOf(*context, settings.frameRate);
+  if (!format) return tl::make_unexpected(format.error());
+  VideoEncoder encoder(std::move(context), std::move(*format));
   if (settings.averageBitRate > 0 && settings.codec == VideoCodec::h264) encoder.trim_.emplace(settings.averageBitRate);
   return encoder;
 }
 
 CodecParameters VideoEncoder::format() const {
   CodecParameters format = owned<CodecParameters>(avcodec_parameters_alloc());
-  if (avcodec_parameters_from_context(format.get(), context_.get()) < 0) throw std::bad_alloc();
+  if (avcodec_parameters_copy(format.get(), format_.get()) < 0) throw std::bad_alloc();
   return format;
 }
 

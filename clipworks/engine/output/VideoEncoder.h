@@ -28,13 +28,17 @@ struct Colour {
 /// Writes `colour` on a frame.
 void tag(AVFrame& frame, const Colour& colour);
 
+/// A rate that was measured, 1 to 1000 pictures a second, as encoders are told it: the broadcast rate of 1000/1001 where it
+/// is one, else to a thousandth.
+[[nodiscard]] Fraction nominalRate(double picturesPerSecond);
+
 struct VideoEncoderSettings {
   VideoCodec codec = VideoCodec::h264;
   int width = 0;                  ///< even
   int height = 0;                 ///< even
   int bitDepth = 8;               ///< 8, or 10 for HEVC
   std::int32_t timescale = 0;     ///< ticks a second of the pictures' times
-  Fraction frameRate{30, 1};      ///< nominal, for the rate control
+  Fraction frameRate{30, 1};      ///< nominal, for the rate control and for what the stream says of its own timing
   Fraction pixelAspect{1, 1};
   Colour colour;
   std::string speed = "medium";   ///< the encoder library's preset
@@ -70,8 +74,9 @@ class VideoEncoder {
   [[nodiscard]] Expected<std::optional<Packet>> pull();
 
  private:
-  explicit VideoEncoder(CodecContext context) : context_(std::move(context)) {}
+  VideoEncoder(CodecContext context, CodecParameters format) : context_(std::move(context)), format_(std::move(format)) {}
   CodecContext context_;
+  CodecParameters format_;
   std::optional<RateTrim> trim_;  // where the library lets the rate be changed on the way
   std::optional<std::int64_t> firstTime_;
 };

@@ -39,11 +39,8 @@ std::vector<RunLayer> layersOf(const PictureRun& run) {
 
 std::vector<RunSample> samplesInDecodingOrder(const PictureRun& run, const SampleTable& table) {
   std::vector<RunSample> samples;
-  samples.reserve(run.pictures.size() + run.hidden.size());
   std::uint32_t shown = 0;
-  for (const auto* pictures : {&run.pictures, &run.hidden}) {
-    for (const auto& picture : *pictures) samples.push_back({table.sampleOfPicture(picture.picture), shown++});
-  }
+  for (const auto& picture : run.written()) samples.push_back({table.sampleOfPicture(picture.picture), shown++});
   std::sort(samples.begin(), samples.end(), [](const RunSample& a, const RunSample& b) { return a.sample < b.sample; });
   return samples;
 }
@@ -98,12 +95,11 @@ void CodedPictures::copyRuns() {
 Expected<void> CodedPictures::copyRun(const PictureRun& run) {
   auto reader = SampleReader::open(run.file, run.stream);
   if (!reader) return tl::make_unexpected(reader.error());
+  const auto written = run.written();
   for (const auto& sample : samplesInDecodingOrder(run, reader->table())) {
     auto packet = reader->read(sample.sample);
     if (!packet) return tl::make_unexpected(packet.error());
-    const bool isHidden = sample.shown >= run.pictures.size();
-    const auto& picture = isHidden ? run.hidden[sample.shown - run.pictures.size()] : run.pictures[sample.shown];
-    if (!coded_.push({std::move(*packet), picture.time})) {
+    if (!coded_.push({std::move(*packet), written[sample.shown].time})) {
       return failed(ErrorKind::cancelled, "cancelled");
     }
   }

@@ -87,12 +87,12 @@ class CodedPictures {
   std::vector<Thread> threads_;  // of the stages; they end before what they use
 };
 
-/// The samples of `run` in decoding order: indices in the track's table, and places among `run.pictures` with the
-/// hidden ones behind them.
+/// A sample of a run: its index in the track's table, and its place among `PictureRun::written()`.
 struct RunSample {
   std::uint32_t sample = 0;
   std::uint32_t shown = 0;
 };
+/// The samples of `run` in decoding order.
 [[nodiscard]] std::vector<RunSample> samplesInDecodingOrder(const PictureRun& run, const SampleTable& table);
 
 }  // namespace clipworks::engine

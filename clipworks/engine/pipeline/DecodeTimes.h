@@ -13,7 +13,8 @@ namespace clipworks::engine {
 ///
 /// The picture that is decoded as number i of its run gets the presentation time of the picture shown as number i, less
 /// a constant delay; where a gap in the pictures makes that too late, it gets the time of the earliest picture still to
-/// come, less one tick for each that may follow before that one.
+/// come, less one tick for each that may follow before that one. A picture that is hidden behind the end takes one tick,
+/// so that it adds nothing to the length of the track.
 class DecodeTimes {
  public:
   /// `reorderDepth` is the most pictures that are decoded before, but shown after another; `interval` the usual time
@@ -21,7 +22,7 @@ class DecodeTimes {
   DecodeTimes(int reorderDepth, std::int64_t interval)
       : depth_(reorderDepth), delay_(reorderDepth * interval + reorderDepth) {}
 
-  /// The samples that follow are those of `run`, placed at `start`. The run must outlive them.
+  /// The samples that follow are those of `run`, placed at `start`.
   void beginRun(const PictureRun& run, std::int64_t start);
 
   /// The decode time of the next sample in decoding order, shown at `presentation` ticks of the output.
@@ -30,11 +31,10 @@ class DecodeTimes {
  private:
   int depth_;
   std::int64_t delay_;
-  const std::vector<ShownPicture>* pictures_ = nullptr;
-  std::int64_t start_ = 0;
-  std::vector<bool> decoded_;   // by order of presentation
-  std::size_t count_ = 0;       // decoded so far in the run
-  std::size_t earliest_ = 0;    // the first picture not decoded yet
+  std::vector<std::int64_t> times_;  // of all pictures but those behind the end, from the first to the last shown
+  std::vector<bool> decoded_;        // of them
+  std::size_t count_ = 0;            // of them, decoded so far
+  std::size_t earliest_ = 0;         // the first that is not decoded yet
   std::int64_t last_ = INT64_MIN;
 };
 
@@ -42,7 +42,7 @@ class DecodeTimes {
 /// `presentationRanks` lists their places in the order of presentation.
 [[nodiscard]] int reorderDepth(const std::vector<std::uint32_t>& presentationRanks);
 
-/// The usual time between two pictures of a run: the median. 0 for a single picture.
-[[nodiscard]] std::int64_t usualInterval(const PictureRun& run);
+/// The usual distance between two of `times`, which rise: the median. 0 for a single one.
+[[nodiscard]] std::int64_t usualInterval(const std::vector<std::int64_t>& times);
 
 }  // namespace clipworks::engine

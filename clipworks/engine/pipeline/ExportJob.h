@@ -40,9 +40,21 @@ struct PictureRun {
   std::shared_ptr<const MediaFile> file;  ///< null for black, and where layers are
   int stream = 0;
   std::vector<ShownPicture> pictures;     ///< with rising times; for black one, at 0
-  std::vector<RunLayer> layers;           ///< of a rendered run, from the back to the front; there `picture` says nothing
-  std::vector<ShownPicture> hidden;       ///< of a copied run that comes last: later than `pictures` and the job's end,
-                                          ///< written because pictures before them refer to them
+  std::vector<RunLayer> layers{};         ///< of a rendered run, from the back to the front; there `picture` says nothing
+  /// Of a copied run that comes first, and only there: earlier than `pictures`, written because decoding starts with them.
+  /// The track's edit begins behind them.
+  std::vector<ShownPicture> hiddenBefore{};
+  /// Of a copied run that comes last, and only there: at the job's end and later, written because pictures before them
+  /// refer to them. The track's edit ends before them.
+  std::vector<ShownPicture> hiddenAfter{};
+
+  /// All that is written, in the order of presentation.
+  [[nodiscard]] std::vector<ShownPicture> written() const {
+    std::vector<ShownPicture> all = hiddenBefore;
+    all.insert(all.end(), pictures.begin(), pictures.end());
+    all.insert(all.end(), hiddenAfter.begin(), hiddenAfter.end());
+    return all;
+  }
 };
 
 /// The canvas of rendered pictures, in pixels.

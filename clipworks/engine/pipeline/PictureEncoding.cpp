@@ -117,7 +117,7 @@ Expected<void> PictureEncoding::openEncoder(const Picture& first, const std::opt
   const double measured = second ? static_cast<double>(timescale_) / static_cast<double>(second->time - first.time)
                                  : usualFrameRate;
   const double rate = std::clamp(settings_.frameRate.value_or(measured), 1.0, 1000.0);
-  wanted.frameRate = {std::lround(rate * 1000), 1000};
+  wanted.frameRate = nominalRate(rate);
   interval_ = std::max<std::int64_t>(std::lround(timescale_ / rate), 1);
   auto encoder = VideoEncoder::open(wanted);
   if (!encoder) return tl::make_unexpected(encoder.error());
@@ -129,7 +129,7 @@ Expected<void> PictureEncoding::encode(const Picture& picture) {
   auto frame = fitted(picture.frame);
   if (!frame) return tl::make_unexpected(frame.error());
   const bool isFirst = !lastTime_;
-  if (!isFirst) interval_ = picture.time - *lastTime_;
+  (isFirst ? firstTime_ : interval_) = isFirst ? picture.time : picture.time - *lastTime_;
   lastTime_ = picture.time;
   shownTimes_.insert(picture.time);
   if (auto pushed = encoder_->push(*frame, picture.time, isFirst); !pushed) return pushed;
@@ -175,11 +175,10 @@ Expected<void> PictureEncoding::writeHeld() {
   return movie_->write(track_, std::move(held_));
 }
 
-// The container counts a track's length in decoding order: its last sample closes the sum.
 Expected<void> PictureEncoding::writeLast() {
   if (held_ == nullptr) return failed(ErrorKind::internal, "the encoder lost pictures");
-  held_->dts = held_->pts;
-  return writeHeld();
+  const std::int64_t start = std::max<std::int64_t>(firstTime_, 0);
+  return movie_->writeLast(track_, std::move(held_), {start, std::max(start, *lastTime_) + interval_, start});
 }
 
 }  // namespace clipworks::engine

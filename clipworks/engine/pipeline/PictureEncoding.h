@@ -83,6 +83,7 @@ class PictureEncoding {
   int encodedWidth_ = 0;
   int encodedHeight_ = 0;
   std::set<std::int64_t> shownTimes_;  // of pictures whose coded sample has not been written
+  std::int64_t firstTime_ = 0;
   std::optional<std::int64_t> lastTime_;
   std::int64_t interval_ = 0;          // between the last two pictures
   Packet held_;                        // the last coded sample so far

@@ -5,33 +5,55 @@
 namespace clipworks::engine {
 namespace {
 
+/// The usual time between two pictures, by the source's own pace where that is quicker: what is slowed shall not delay
+/// the first picture.
 std::int64_t intervalOf(const PictureJob& job) {
-  for (const auto& run : job.runs) {
-    if (run.pictures.size() > 1) return usualInterval(run);
-  }
-  return 0;
+  const auto run = std::find_if(job.runs.begin(), job.runs.end(), [](const auto& r) { return r.pictures.size() > 1; });
+  if (run == job.runs.end()) return 0;
+  std::vector<std::int64_t> times;
+  for (const auto& picture : run->pictures) times.push_back(picture.time);
+  const std::int64_t shown = usualInterval(times);
+  if (run->file == nullptr) return shown;
+  const auto table = run->file->sampleTable(run->stream);
+  if (!table) return shown;
+  times.clear();
+  for (std::size_t picture = 0; picture < (*table)->pictureCount(); ++picture) times.push_back((*table)->timeOfPicture(picture));
+  return std::min(shown, av_rescale(usualInterval(times), job.timescale, run->file->stream(run->stream).timescale));
+}
+
+/// When the first picture is shown.
+std::int64_t startOf(const PictureJob& job) {
+  const auto& first = job.placements.front();
+  return first.start + job.runs[first.run].pictures.front().time;
+}
+
+/// The library writes an empty edit when the first sample lies behind zero. Where hidden samples precede a picture that
+/// is shown late, all times are moved until the first lies there.
+std::int64_t shiftOf(const PictureJob& job) {
+  const auto& first = job.placements.front();
+  const auto& hidden = job.runs[first.run].hiddenBefore;
+  return hidden.empty() || startOf(job) == 0 ? 0 : startOf(job) - first.start - hidden.front().time;
 }
 
 }  // namespace
 
 PictureTrackWriter::PictureTrackWriter(const PictureJob& job, CodedPictures& pictures, MovieWriter& movie, int track)
-    : job_(job), pictures_(pictures), movie_(movie), track_(track),
-      decodeTimes_(pictures.reorderDepth(), intervalOf(job)), written_(job.runs.size()) {
-  if (!job.runs[job.placements.back().run].hidden.empty()) movie.endTrackAt(track, job.end);
-}
+    : job_(job), pictures_(pictures), movie_(movie), track_(track), shift_(shiftOf(job)),
+      decodeTimes_(pictures.reorderDepth(), intervalOf(job)), written_(job.runs.size()) {}
 
 std::int64_t PictureTrackWriter::writtenUntil() const {
   if (isDone()) return job_.end;
   const auto& placement = job_.placements[placement_];
-  const auto& pictures = job_.runs[placement.run].pictures;
-  return placement.start + pictures[std::min(sample_, pictures.size() - 1)].time;
+  const auto& run = job_.runs[placement.run];
+  const std::size_t shown = sample_ - std::min(sample_, run.hiddenBefore.size());
+  return placement.start + run.pictures[std::min(shown, run.pictures.size() - 1)].time;
 }
 
 Expected<void> PictureTrackWriter::writeNext() {
   const auto& placement = job_.placements[placement_];
   const auto& run = job_.runs[placement.run];
   auto& written = written_[placement.run];
-  const std::size_t samples = run.pictures.size() + run.hidden.size();
+  const std::size_t samples = run.hiddenBefore.size() + run.pictures.size() + run.hiddenAfter.size();
   const bool again = written.size() == samples;
   if (sample_ == 0) decodeTimes_.beginRun(run, placement.start);
 
@@ -53,7 +75,8 @@ Expected<void> PictureTrackWriter::writeNext() {
   }
   const int flags = packet->flags;
   stamp(*packet, time);
-  auto stored = movie_.write(track_, *packet);
+  const bool isLast = placement_ + 1 == job_.placements.size() && sample_ + 1 == samples;
+  auto stored = isLast ? movie_.writeLast(track_, *packet, edit()) : movie_.write(track_, *packet);
   if (!stored) return tl::make_unexpected(stored.error());
   if (!again) written.push_back({*stored, time, flags});
   if (++sample_ == samples) {
@@ -73,11 +96,14 @@ void PictureTrackWriter::stamp(AVPacket& packet, std::int64_t time) {
   const std::int64_t next = after != shown.end() ? placement.start + after->time
                             : lastPlacement      ? job_.end
                                                  : job_.placements[placement_ + 1].start;
-  packet.pts = placement.start + time;
-  packet.dts = decodeTimes_.next(packet.pts);
-  // The container counts a track's length in decoding order: its last sample closes the sum.
-  if (lastPlacement && sample_ + 1 == shown.size() + run.hidden.size()) packet.dts = packet.pts;
-  packet.duration = std::max<std::int64_t>(next - packet.pts, 1);
+  packet.pts = placement.start + time + shift_;
+  packet.dts = decodeTimes_.next(placement.start + time) + shift_;
+  packet.duration = std::max<std::int64_t>(next - placement.start - time, 1);
+}
+
+TrackEdit PictureTrackWriter::edit() const {
+  const std::int64_t start = startOf(job_);
+  return {start, job_.end, start + shift_};
 }
 
 }  // namespace clipworks::engine

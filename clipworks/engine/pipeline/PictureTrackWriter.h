@@ -31,11 +31,13 @@ class PictureTrackWriter {
     int flags = 0;
   };
   void stamp(AVPacket& packet, std::int64_t time);
+  [[nodiscard]] TrackEdit edit() const;
 
   const PictureJob& job_;
   CodedPictures& pictures_;
   MovieWriter& movie_;
   int track_;
+  std::int64_t shift_;  // of all times in the file, so that an edit list with an empty edit is written where one is needed
   DecodeTimes decodeTimes_;
   std::vector<std::vector<WrittenPicture>> written_;  // by run
   std::size_t placement_ = 0;

@@ -7,6 +7,7 @@ namespace clipworks::engine {
 namespace {
 
 constexpr std::int64_t mostMovieTimescale = 10'000'000;
+constexpr std::int64_t fineMovieTimescale = 1'000'000;
 
 }  // namespace
 
@@ -44,12 +45,21 @@ Expected<void> SharedMovie::leaveOut(std::size_t track) {
 
 Expected<void> SharedMovie::write(std::size_t track, Packet packet) {
   const std::lock_guard lock(mutex_);
+  return write(Sample{track, std::move(packet), std::nullopt});
+}
+
+Expected<void> SharedMovie::writeLast(std::size_t track, Packet packet, const TrackEdit& edit) {
+  const std::lock_guard lock(mutex_);
+  return write(Sample{track, std::move(packet), edit});
+}
+
+Expected<void> SharedMovie::write(Sample sample) {
   if (failure_) return tl::make_unexpected(*failure_);
   if (movie_ == nullptr) {
-    early_.emplace_back(track, std::move(packet));
+    early_.push_back(std::move(sample));
     return {};
   }
-  return noted(writeNow(track, std::move(packet)));
+  return noted(writeNow(sample));
 }
 
 Expected<void> SharedMovie::finish() {
@@ -80,8 +90,7 @@ Expected<void> SharedMovie::beginIfReady() {
   if (std::all_of(tracks_.begin(), tracks_.end(), is(TrackState::leftOut))) return {};
   if (auto begun = begin(); !begun) return begun;
   for (; !early_.empty(); early_.pop_front()) {
-    auto& [track, packet] = early_.front();
-    if (auto written = writeNow(track, std::move(packet)); !written) return written;
+    if (auto written = writeNow(early_.front()); !written) return written;
   }
   return {};
 }
@@ -100,19 +109,23 @@ Expected<void> SharedMovie::begin() {
   return {};
 }
 
-Expected<void> SharedMovie::writeNow(std::size_t track, Packet packet) {
-  auto stored = movie_->write(tracks_[track].number, *packet);
+Expected<void> SharedMovie::writeNow(Sample& sample) {
+  const int number = tracks_[sample.track].number;
+  auto stored = sample.edit ? movie_->writeLast(number, *sample.packet, *sample.edit) : movie_->write(number, *sample.packet);
   if (!stored) return tl::make_unexpected(stored.error());
   return {};
 }
 
-// The time scale in which the lengths of all tracks are whole, so that no edit is rounded.
+// The time scale in which the lengths of all tracks are whole, so that no edit is rounded; where there is none, those of
+// the pictures are, and those of the sound within a tenth of a sample.
 std::int32_t SharedMovie::movieTimescale() const {
   std::int64_t common = 1;
+  std::int64_t pictures = 1;
   for (const Track& track : tracks_) {
     if (track.state == TrackState::leftOut) continue;
-    const std::int64_t multiple = std::lcm(common, std::int64_t{track.timescale});
-    if (multiple <= mostMovieTimescale || common == 1) common = multiple;
+    common = std::lcm(common, std::int64_t{track.timescale});
+    if (track.format->codec_type == AVMEDIA_TYPE_VIDEO) pictures = track.timescale;
+    if (common > mostMovieTimescale) return static_cast<std::int32_t>(pictures * std::max<std::int64_t>(1, fineMovieTimescale / pictures));
   }
   return static_cast<std::int32_t>(common);
 }

@@ -41,6 +41,8 @@ class SharedMovie {
   [[nodiscard]] Expected<void> leaveOut(std::size_t track);
   /// The next coded sample of a track that was described.
   [[nodiscard]] Expected<void> write(std::size_t track, Packet packet);
+  /// The last one of a track of pictures (`MovieWriter::writeLast`).
+  [[nodiscard]] Expected<void> writeLast(std::size_t track, Packet packet, const TrackEdit& edit);
 
   /// Writes the index and gives the file its name, once all samples are there.
   [[nodiscard]] Expected<void> finish();
@@ -48,6 +50,11 @@ class SharedMovie {
   void cancel();
 
  private:
+  struct Sample {
+    std::size_t track = 0;
+    Packet packet;
+    std::optional<TrackEdit> edit;  // of the last one of a track of pictures
+  };
   enum class TrackState { expected, described, leftOut };
   struct Track {
     TrackState state = TrackState::expected;
@@ -60,7 +67,8 @@ class SharedMovie {
   // All with mutex_ held.
   Expected<void> beginIfReady();
   Expected<void> begin();
-  Expected<void> writeNow(std::size_t track, Packet packet);
+  Expected<void> write(Sample sample);
+  Expected<void> writeNow(Sample& sample);
   Expected<void> noted(Expected<void> outcome);
   [[nodiscard]] std::int32_t movieTimescale() const;
 
@@ -70,7 +78,7 @@ class SharedMovie {
   std::map<std::string, std::string> metadata_;
   std::vector<Track> tracks_;
   std::unique_ptr<MovieWriter> movie_;  // null before the file is begun
-  std::deque<std::pair<std::size_t, Packet>> early_;
+  std::deque<Sample> early_;
   std::optional<Error> failure_;
 };
 

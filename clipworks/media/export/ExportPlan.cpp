@@ -13,6 +13,7 @@ namespace clipworks {
 namespace {
 
 constexpr std::int32_t mostMovieTimescale = 10'000'000;
+constexpr std::int32_t fineMovieTimescale = 1'000'000;
 
 /// What a file says of its container rather than of the recording.
 bool describesContainer(const std::string& key) {
@@ -41,13 +42,14 @@ std::map<std::string, std::string> recordingMetadata(const engine::ExportJob& jo
   return withoutContainerKeys(std::move(metadata));
 }
 
-/// The time scale in which the lengths of both tracks are whole, so that no edit is rounded.
+/// The time scale in which the lengths of both tracks are whole, so that no edit is rounded; where there is none, those of
+/// the pictures are, and those of the sound within a tenth of a sample.
 std::int32_t movieTimescale(const engine::ExportJob& job) {
   const std::int32_t sound = job.sound ? job.sound->encoder.sampleRate : 0;
   const std::int32_t pictures = job.pictures ? job.pictures->timescale : 0;
   if (sound == 0 || pictures == 0) return std::max(sound, pictures);
   const std::int32_t common = commonTimescale(sound, pictures, mostMovieTimescale);
-  return common != 0 ? common : sound;
+  return common != 0 ? common : pictures * std::max(1, fineMovieTimescale / pictures);
 }
 
 Result<void, NSError> planPictures(const std::vector<const ExportTrack*>& tracks, const ExportPreset& preset,

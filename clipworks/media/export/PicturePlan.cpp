@@ -177,7 +177,7 @@ class PictureLayout {
   std::size_t blackRun() {
     if (!black_) {
       black_ = job_.runs.size();
-      job_.runs.push_back({nullptr, 0, {{0, 0}}, {}, {}});
+      job_.runs.push_back({nullptr, 0, {{0, 0}}});
     }
     return *black_;
   }
@@ -197,8 +197,74 @@ const engine::PictureRun* firstRunWithMedia(const engine::PictureJob& job) {
   return run == job.runs.end() ? nullptr : &*run;
 }
 
-/// Whether the samples of a run can be decoded by themselves, wherever they are placed.
-std::string obstacleInRun(const engine::PictureRun& run) {
+bool isPlacedOnce(const engine::PictureJob& job, std::uint32_t run) {
+  return std::count_if(job.placements.begin(), job.placements.end(), [run](const auto& p) { return p.run == run; }) == 1;
+}
+
+// More pictures than an encoder's longest group has would keep a player waiting for the first that is shown.
+constexpr std::size_t mostHiddenBefore = 300;
+
+/// Where decoding starts for the first picture of a run that does not begin there: an access point that needs nothing
+/// before it, nor before the run's other samples.
+std::optional<std::uint32_t> decodingStartOf(engine::SampleReader& reader, const engine::PictureRun& run) {
+  const auto& table = reader.table();
+  const std::uint32_t firstNeeded = engine::samplesInDecodingOrder(run, table).front().sample;
+  for (std::uint32_t start = table.accessPointFor(run.pictures.front().picture);; start = table.accessPointBefore(start)) {
+    if (firstNeeded - start > mostHiddenBefore) return std::nullopt;
+    const auto packet = reader.read(start);
+    if (!packet || !table.samples()[start].accessPoint) return std::nullopt;
+    if (start <= firstNeeded && engine::isDecodingStart(**packet, run.file->parameters(run.stream))) return start;
+    if (start == 0) return std::nullopt;
+  }
+}
+
+/// The distance of hidden pictures, in ticks. They take nearly no time, so that they add nothing to the length of a track,
+/// and players that begin with the first sample whatever the edit says (Firefox) begin at the right picture. Players that
+/// count in microseconds still tell them apart.
+std::int64_t hiddenStep(std::int32_t timescale) {
+  constexpr std::int32_t stepsPerSecond = 50'000;
+  return (timescale + stepsPerSecond - 1) / stepsPerSecond;
+}
+
+/// The pictures that are decoded before the first one of a run.
+void hideBefore(engine::PictureRun& run, std::int64_t step) {
+  if (run.file == nullptr) return;
+  auto reader = engine::SampleReader::open(run.file, run.stream);
+  if (!reader) return;
+  const auto& table = reader->table();
+  const engine::ShownPicture& first = run.pictures.front();
+  const auto start = decodingStartOf(*reader, run);
+  if (!start || *start == table.sampleOfPicture(first.picture)) return;
+  const std::uint32_t lastNeeded = engine::samplesInDecodingOrder(run, table).back().sample;
+  std::int64_t time = first.time;
+  for (std::size_t picture = first.picture; picture-- > 0;) {
+    // What is shown before the access point is not needed: leading pictures.
+    if (table.timeOfPicture(picture) < table.samples()[*start].presentation) break;
+    const std::uint32_t sample = table.sampleOfPicture(picture);
+    if (sample < *start || sample > lastNeeded) continue;
+    run.hiddenBefore.push_back({static_cast<std::uint32_t>(picture), time -= step});
+  }
+  std::reverse(run.hiddenBefore.begin(), run.hiddenBefore.end());
+}
+
+/// The pictures that are decoded before the last one of a run, but shown later: from `end` on.
+void hideAfter(engine::PictureRun& run, std::int64_t end, std::int64_t step) {
+  if (run.file == nullptr) return;
+  const auto table = run.file->sampleTable(run.stream);
+  if (!table) return;
+  const std::uint32_t lastNeeded = engine::samplesInDecodingOrder(run, **table).back().sample;
+  for (std::size_t picture = run.pictures.back().picture + 1; picture < (*table)->pictureCount(); ++picture) {
+    if ((*table)->sampleOfPicture(picture) > lastNeeded) continue;
+    run.hiddenAfter.push_back({static_cast<std::uint32_t>(picture), end});
+    end += step;
+  }
+}
+
+/// Where a run is placed: pictures before its first one can be left out, or hidden, where nothing comes before it.
+enum class RunPlace { first, any };
+
+/// Whether the samples of a run can be decoded by themselves.
+std::string obstacleInRun(const engine::PictureRun& run, RunPlace place) {
   if (run.file == nullptr) return "it has stretches without pictures";
   auto reader = engine::SampleReader::open(run.file, run.stream);
   if (!reader) return reader.error().sentence;
@@ -206,12 +272,16 @@ std::string obstacleInRun(const engine::PictureRun& run) {
   const auto samples = engine::samplesInDecodingOrder(run, table);
   const auto& first = table.samples()[samples.front().sample];
   if (!first.accessPoint || samples.front().shown != 0) return "it starts inside a group of pictures";
-  for (std::size_t i = 1; i < samples.size(); ++i) {
-    if (samples[i].sample != samples[i - 1].sample + 1) return "it is cut inside a group of pictures";
-  }
   auto packet = reader->read(samples.front().sample);
   if (!packet) return packet.error().sentence;
-  if (!engine::isClosedAccessPoint(**packet, run.file->parameters(run.stream))) return "it starts with an open group of pictures";
+  const auto& parameters = run.file->parameters(run.stream);
+  const bool leavesOutLeading = place == RunPlace::first && engine::isDecodingStart(**packet, parameters);
+  if (!leavesOutLeading && !engine::isClosedAccessPoint(**packet, parameters)) return "it starts with an open group of pictures";
+  for (std::size_t i = 1; i < samples.size(); ++i) {
+    for (std::uint32_t left = samples[i - 1].sample + 1; left < samples[i].sample; ++left) {
+      if (!leavesOutLeading || table.samples()[left].presentation >= first.presentation) return "it is cut inside a group of pictures";
+    }
+  }
   return {};
 }
 
@@ -235,22 +305,10 @@ Result<std::optional<engine::PictureJob>, NSError> layOutPictures(const ExportTr
 }
 
 void keepHiddenPictures(engine::PictureJob& job) {
+  const engine::RunPlacement first = job.placements.front();
+  if (isPlacedOnce(job, first.run)) hideBefore(job.runs[first.run], hiddenStep(job.timescale));
   const engine::RunPlacement last = job.placements.back();
-  engine::PictureRun& run = job.runs[last.run];
-  const auto places = std::count_if(job.placements.begin(), job.placements.end(), [&](const auto& p) { return p.run == last.run; });
-  if (run.file == nullptr || places != 1) return;
-  const auto table = run.file->sampleTable(run.stream);
-  if (!table) return;
-  const std::uint32_t lastNeeded = engine::samplesInDecodingOrder(run, **table).back().sample;
-  const engine::ShownPicture& end = run.pictures.back();
-  const std::int32_t scale = run.file->stream(run.stream).timescale;
-  std::int64_t time = job.end - last.start - 1;
-  for (std::size_t picture = end.picture + 1; picture < (*table)->pictureCount(); ++picture) {
-    if ((*table)->sampleOfPicture(picture) > lastNeeded) continue;
-    const CMTime later((*table)->timeOfPicture(picture) - (*table)->timeOfPicture(end.picture), scale);
-    time = std::max(time + 1, end.time + ticks(later, job.timescale));
-    run.hidden.push_back({static_cast<std::uint32_t>(picture), time});
-  }
+  if (isPlacedOnce(job, last.run)) hideAfter(job.runs[last.run], job.end - last.start, hiddenStep(job.timescale));
 }
 
 std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset& preset) {
@@ -267,8 +325,9 @@ std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset&
   for (const auto& run : job.runs) {
     if (run.file != nullptr && (run.file != media->file || run.stream != media->stream)) return "it joins several videos";
   }
-  for (const auto& run : job.runs) {
-    if (auto obstacle = obstacleInRun(run); !obstacle.empty()) return obstacle;
+  for (std::uint32_t run = 0; run < job.runs.size(); ++run) {
+    const RunPlace place = run == job.placements.front().run && isPlacedOnce(job, run) ? RunPlace::first : RunPlace::any;
+    if (auto obstacle = obstacleInRun(job.runs[run], place); !obstacle.empty()) return obstacle;
   }
   return {};
 }
@@ -309,11 +368,14 @@ void setNominalRate(engine::PictureJob& job, const ExportPreset& preset) {
     const std::int64_t length = pictures.back().time - pictures.front().time;
     rate = static_cast<double>(pictures.size() - 1) * job.timescale / static_cast<double>(length);
   }
-  if (rate) job.encoder.frameRate = {std::lround(std::clamp(*rate, 1.0, 1000.0) * 1000), 1000};
+  if (rate) job.encoder.frameRate = engine::nominalRate(*rate);
 }
 
 void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset) {
-  for (auto& run : job.runs) run.hidden.clear();
+  for (auto& run : job.runs) {
+    run.hiddenBefore.clear();
+    run.hiddenAfter.clear();
+  }
   const auto* first = firstRunWithMedia(job);
   const MediaTrack media(first->file, first->stream);
   applyPreset(job.encoder, preset, media);

@@ -81,7 +81,7 @@ class Rendering {
   void append(std::vector<engine::RunLayer> layers, const std::vector<std::uint32_t>& pictures, std::int64_t tick) {
     if (!continuesRun(layers, pictures)) {
       placements_.push_back({static_cast<std::uint32_t>(runs_.size()), tick});
-      runs_.push_back({nullptr, 0, {}, std::move(layers), {}});
+      runs_.push_back({nullptr, 0, {}, std::move(layers)});
     }
     auto& run = runs_.back();
     run.pictures.push_back({0, tick - placements_.back().start});

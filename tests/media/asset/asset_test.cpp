@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <tests/support/BarCodeClip.h>
+#include <tests/support/MediaJudge.h>
 #include <tests/support/RunProgram.h>
 #include <tests/support/TemporaryDirectory.h>
 
@@ -76,6 +77,25 @@ TEST(Asset, TellsTheTransformWithItsTranslationAndTheSizeBeforeIt) {
     EXPECT_EQ(asset->tracks().front()->preferredTransform(), transform) << degrees;
     EXPECT_EQ(asset->tracks().front()->naturalSize(), (CGSize{320, 180}));
   }
+}
+
+TEST(Asset, TurnsByTheMatrixOfTheMovieAfterThatOfTheTrack) {
+  const BarCodeClip clip({.frames = 10, .rotation = 90});
+  const TemporaryDirectory directory;
+  std::ifstream in(clip.path(), std::ios::binary);
+  std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  constexpr std::size_t matrixBehindType = 40;  // of version 0
+  const std::size_t header = bytes.find("mvhd");
+  ASSERT_NE(header, std::string::npos);
+  ASSERT_EQ(bytes[header + 4], 0);
+  std::size_t at = header + matrixBehindType;
+  for (const int value : {0, 1 << 16, 0, -(1 << 16), 0, 0, 320 << 16, 0, 1 << 30}) {
+    for (const unsigned shift : {24U, 16U, 8U, 0U}) bytes[at++] = static_cast<char>(static_cast<unsigned>(value) >> shift & 0xFFU);
+  }
+  write(directory.file("turned.mp4"), bytes);
+  const auto asset = AVAsset::make(URL(directory.file("turned.mp4")));
+  EXPECT_EQ(asset->tracks(AVMediaTypeVideo).at(0)->preferredTransform(), (CGAffineTransform{-1, 0, 0, -1, 320, 180}));
+  EXPECT_EQ(MediaJudge(directory.file("turned.mp4")).stream("video").rotation, 180);
 }
 
 TEST(Asset, CountsWidePixelsInTheNaturalSize) {

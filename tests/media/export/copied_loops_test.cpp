@@ -190,6 +190,30 @@ TEST(CopiedPart, EndsAtAnyPictureOfAGroup) {
   }
 }
 
+// Where it starts inside one, so do those that decoding begins with, before its start.
+TEST(CopiedPart, StartsAtAnyPictureOfAGroup) {
+  const BarCodeClip closed(small({.frames = 40, .bFrames = 3, .gop = 20}));
+  const BarCodeClip open(small({.frames = 40, .videoCodec = "libx265", .preset = "ultrafast", .gop = 10, .groups = GroupOfPictures::open}));
+  for (const auto& source : {closed, open}) {
+    for (const int first : {0, 3, 12, 18, 21, 30, 39}) {
+      SCOPED_TRACE(first);
+      const TemporaryDirectory directory;
+      const std::int64_t start = first * 1000 / 30;
+      const auto exported =
+          exportAsset(cutOf({{source.path(), start, 1333}}), AVAssetExportPresetPassthrough, directory.file("part.mp4"));
+      ASSERT_EQ(exported.failure(), "");
+      const MediaJudge output(directory.file("part.mp4"));
+      std::vector<int> wanted;
+      for (int number = first; number < 40; ++number) wanted.push_back(number);
+      const auto pictures = output.pictures();
+      EXPECT_EQ(numbersOf(pictures), wanted);
+      EXPECT_NEAR(pictures.front().seconds, 0, wholeTicks);
+      EXPECT_NEAR(output.duration(), static_cast<double>(1333 - start) / 1000, 0.0005);
+      EXPECT_EQ(output.warnings(), "");
+    }
+  }
+}
+
 TEST(CopiedPart, IsNotCutInsideAGroupBeforeAJoin) {
   const BarCodeClip clip(small({.frames = 40, .bFrames = 3, .gop = 20, .audioCodec = ""}));
   const TemporaryDirectory directory;
