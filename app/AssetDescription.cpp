@@ -1,6 +1,7 @@
 #include <app/AssetDescription.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <numbers>
 #include <vector>
@@ -83,6 +84,32 @@ std::vector<std::string> cells(const AVAssetTrack& track) {
           dataRate(track.estimatedDataRate())};
 }
 
+constexpr std::array<const char*, 3> rangeNames{"SDR", "HLG", "PQ"};
+
+const char* nameOf(PictureFormat::DynamicRange range) { return rangeNames[static_cast<std::size_t>(range)]; }
+
+/// What matters of a track's pictures beside the table's cells.
+std::string formatLine(const PictureFormat& format) {
+  std::string line = fmt::format("    {} bits, {}", format.bitDepth, nameOf(format.dynamicRange));
+  if (format.dolbyVisionProfile > 0) line += fmt::format(" (Dolby Vision, profile {})", format.dolbyVisionProfile);
+  line += fmt::format(", colours {}/{}/{}, {} range, {} rate", format.primaries, format.transfer, format.matrix,
+                      format.isFullRange ? "full" : "limited", format.hasConstantRate ? "constant" : "variable");
+  if (format.isInterlaced) line += ", interlaced";
+  if (format.missingPictures > 0) {
+    line += fmt::format("; {} lie{} beyond the end of the file, which is cut off or has a damaged index",
+                        format.missingPictures == 1 ? "1 picture" : fmt::format("{} pictures", format.missingPictures),
+                        format.missingPictures == 1 ? "s" : "");
+  }
+  return line + '\n';
+}
+
+std::string otherLine(const OtherTrack& track) {
+  std::string line = "  " + track.kind;
+  if (!track.codec.empty()) line += "  " + printable(track.codec);
+  if (!track.name.empty()) line += fmt::format("  \"{}\"", printable(track.name));
+  return line + "  (left out by edits)\n";
+}
+
 std::string span(const CMTimeRange& range) { return clock(range.start) + " – " + clock(range.end()); }
 
 std::string segmentLine(const AVAssetTrackSegment& segment) {
@@ -124,6 +151,7 @@ std::string trackLines(const AVAsset& asset) {
       if (widths[i] > 0) line += "  " + rows[row][i] + std::string(widths[i] - width(rows[row][i]), ' ');
     }
     text += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
+    if (const auto format = tracks[row]->pictureFormat()) text += formatLine(*format);
     const auto segments = tracks[row]->segments();
     if (segments.size() < 2) continue;
     for (const auto& segment : segments) text += segmentLine(segment);
@@ -141,6 +169,19 @@ ordered_json rangeObject(const CMTimeRange& range) {
   return {{"start", timeObject(range.start)}, {"duration", timeObject(range.duration)}};
 }
 
+ordered_json formatObject(const PictureFormat& format) {
+  return {{"bitDepth", format.bitDepth},
+          {"dynamicRange", nameOf(format.dynamicRange)},
+          {"dolbyVisionProfile", format.dolbyVisionProfile},
+          {"primaries", format.primaries},
+          {"transfer", format.transfer},
+          {"matrix", format.matrix},
+          {"fullRange", format.isFullRange},
+          {"interlaced", format.isInterlaced},
+          {"constantRate", format.hasConstantRate},
+          {"missing", format.missingPictures}};
+}
+
 ordered_json trackObject(const AVAssetTrack& track) {
   const CGAffineTransform t = track.preferredTransform();
   auto segments = ordered_json::array();
@@ -149,7 +190,7 @@ ordered_json trackObject(const AVAssetTrack& track) {
                         {"target", rangeObject(segment.target)},
                         {"empty", segment.isEmpty()}});
   }
-  return {{"type", isVideo(track) ? "video" : "audio"},
+  ordered_json object{{"type", isVideo(track) ? "video" : "audio"},
           {"codec", track.codecName()},
           {"width", track.naturalSize().width},
           {"height", track.naturalSize().height},
@@ -160,6 +201,8 @@ ordered_json trackObject(const AVAssetTrack& track) {
           {"channels", track.channelCount()},
           {"sampleRate", track.sampleRate()},
           {"segments", segments}};
+  if (const auto format = track.pictureFormat()) object["pictures"] = formatObject(*format);
+  return object;
 }
 
 }  // namespace
@@ -167,6 +210,7 @@ ordered_json trackObject(const AVAssetTrack& track) {
 std::string describedForPeople(const std::filesystem::path& path, const AVAsset& asset) {
   std::string text = fmt::format("{}  {}\n", printable(path.string()), clock(asset.duration()));
   text += trackLines(asset);
+  for (const auto& other : asset.otherTracks()) text += otherLine(other);
   for (const auto& [key, value] : asset.metadata()) {
     if (!describesContainer(key)) text += fmt::format("  {}: {}\n", printable(key), printable(value));
   }
@@ -180,6 +224,11 @@ ordered_json describedForPrograms(const std::filesystem::path& path, const AVAss
   for (const auto& [key, value] : asset.metadata()) metadata[key] = value;
   ordered_json file{
       {"path", path.string()}, {"duration", timeObject(asset.duration())}, {"tracks", tracks}, {"metadata", metadata}};
+  auto others = ordered_json::array();
+  for (const auto& other : asset.otherTracks()) {
+    others.push_back({{"kind", other.kind}, {"codec", other.codec}, {"name", other.name}});
+  }
+  file["otherTracks"] = others;
   if (const std::string error = asset.loadError(); !error.empty()) file["error"] = error;
   return file;
 }

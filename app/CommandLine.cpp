@@ -109,7 +109,9 @@ Result<Command*, Failure> CommandLine::parse(int argc, const char* const* argv) 
     return nullptr;
   } catch (const CLI::ParseError& error) {
     options_.json = asksForJson(argc, argv);
-    return wrongUse(sentenceFor(error) + "; \"clipworks --help\" tells more");
+    const auto chosen = parser_.get_subcommands();
+    const std::string command = chosen.empty() ? "" : chosen.front()->get_name() + " ";
+    return wrongUse(sentenceFor(error) + "; \"clipworks " + command + "--help\" tells more");
   }
   if (parser_.get_subcommands().empty()) return wrongUse("a command is needed; \"clipworks --help\" lists them");
   const std::string name = parser_.get_subcommands().front()->get_name();

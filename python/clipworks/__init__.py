@@ -21,6 +21,7 @@ Work that cannot be cut short, such as the search for one picture, is waited for
 import json
 import operator
 import os
+import re
 from pathlib import Path
 from typing import Any, Callable, Literal, NamedTuple, Sequence, TypedDict, Unpack
 
@@ -227,7 +228,7 @@ def _run(words: list[str], progress: Callable[[float], Any] | None) -> _clipwork
     ran = _clipworks.run([os.fsencode(word) for word in words], progress)
     if ran.code == _clipworks.ExitCode.done:
         return ran
-    sentence = ran.sentence.decode(errors="replace").removesuffix('; "clipworks --help" tells more')
+    sentence = re.sub('; "clipworks [a-z ]*--help" tells more$', "", ran.sentence.decode(errors="replace"))
     if ran.code != _clipworks.ExitCode.wrong_use:
         raise Error(sentence)
     raise ValueError(" ".join(_NAMES.get(word, word) for word in sentence.split(" ")).replace(" --", " ").removeprefix("--"))

@@ -82,7 +82,7 @@ TEST(WrongUse, IsFoundBeforeAnythingRuns) {
       {{"loop", clip, "--count", "-1"}, "at least 1"},
       {{"loop", clip, "--count", "99999999999999999999"}, "at most 100000"},
       {{"loop", clip, "--count", "3x"}, "whole number, not \"3x\""},
-      {{"loop", clip}, "--count is required"},
+      {{"loop", clip}, "--count is required; \"clipworks loop --help\" tells more"},
       {{"loop", "--count", "3"}, "FILE is required"},
       {{"--quick", "loop", clip, "--count", "3"}, "--quick"},
       {{"--codec", "av1", "loop", clip, "--count", "3"}, "not \"av1\""},

@@ -28,7 +28,7 @@ TEST(Info, TellsPeopleWhatAFileHolds) {
   EXPECT_THAT(
       result.standardOutput,
       AllOf(HasSubstr("2.500 s"), HasSubstr("video  h264  320 × 180  rotated 90°  30 fps"),
-            HasSubstr("audio  aac   stereo"), HasSubstr("0.000 s – 0.500 s"), HasSubstr("2024-05-06T07:08:09")));
+            HasSubstr("8 bits, SDR, colours unknown/unknown/unknown, limited range, constant rate"), HasSubstr("audio  aac   stereo"), HasSubstr("0.000 s – 0.500 s"), HasSubstr("2024-05-06T07:08:09")));
 }
 
 TEST(Info, TellsProgramsEveryFigure) {
@@ -50,6 +50,31 @@ TEST(Info, TellsProgramsEveryFigure) {
   EXPECT_EQ(audio.at("codec"), "aac");
   EXPECT_EQ(audio.at("channels"), 2);
   EXPECT_EQ(audio.at("sampleRate"), 48000);
+}
+
+TEST(Info, TellsWhatMattersOfAPhonesClip) {
+  const TemporaryDirectory directory;
+  std::ofstream(directory.file("words.srt")) << "1\n00:00:00,000 --> 00:00:01,000\nWords.\n";
+  const auto hdr = BarCodeClip({.frameTimes = {0, 40, 90, 120, 170, 210},
+                                .timescale = 1000,
+                                .videoCodec = "libx265",
+                                .preset = "ultrafast",
+                                .pixelFormat = "yuv420p10le",
+                                .outputArguments = {"-color_primaries", "bt2020", "-color_trc", "arib-std-b67", "-colorspace", "bt2020nc"}})
+                       .path();
+  const auto made = runProgram({"ffmpeg", "-v", "error", "-i", hdr, "-i", directory.file("words.srt"), "-c", "copy", "-c:s", "mov_text",
+                                "-tag:v", "hvc1", directory.file("clip.mp4")});
+  ASSERT_TRUE(made.succeeded()) << made;
+  const auto shown = runClipworks({"info", directory.file("clip.mp4")}).standardOutput;
+  EXPECT_THAT(shown, HasSubstr("10 bits, HLG, colours bt2020/arib-std-b67/bt2020nc, limited range, variable rate"));
+  EXPECT_THAT(shown, HasSubstr("subtitles  mov_text"));
+
+  const auto plain = BarCodeClip({.outputArguments = {"-movflags", "+faststart"}}).path();
+  std::filesystem::copy_file(plain, directory.file("cut.mp4"));
+  std::filesystem::resize_file(directory.file("cut.mp4"), std::filesystem::file_size(plain) / 2);
+  const auto cut = json::parse(runClipworks({"--json", "info", directory.file("cut.mp4")}).standardOutput).at("files").at(0);
+  EXPECT_GT(cut.at("tracks").at(0).at("pictures").at("missing").get<int>(), 0);
+  EXPECT_EQ(cut.at("otherTracks"), json::array());
 }
 
 TEST(Info, ShowsTheOthersOfAListWhenOneCannotBeRead) {

@@ -93,6 +93,13 @@ void describePictures(StreamFacts& facts, const AVStream& stream, const std::opt
     facts.bitDepth = pixels->comp[0].depth;
     facts.is420 = pixels->nb_components >= 3 && pixels->log2_chroma_w == 1 && pixels->log2_chroma_h == 1;
   }
+  const auto orUnknown = [](const char* name) { return std::string(name == nullptr ? "unknown" : name); };
+  facts.color = {orUnknown(av_color_primaries_name(p.color_primaries)), orUnknown(av_color_transfer_name(p.color_trc)),
+                 orUnknown(av_color_space_name(p.color_space)), p.color_range == AVCOL_RANGE_JPEG};
+  facts.isHLG = p.color_trc == AVCOL_TRC_ARIB_STD_B67;
+  if (const auto* vision = av_stream_get_side_data(&stream, AV_PKT_DATA_DOVI_CONF, nullptr)) {
+    facts.dolbyVisionProfile = reinterpret_cast<const AVDOVIDecoderConfigurationRecord*>(vision)->dv_profile;
+  }
   facts.progressive = p.field_order == AV_FIELD_PROGRESSIVE || p.field_order == AV_FIELD_UNKNOWN;
   facts.highDynamicRange = p.color_trc == AVCOL_TRC_SMPTE2084 || p.color_trc == AVCOL_TRC_ARIB_STD_B67;
   const bool hasMatrix = track != nullptr && track->matrix != std::array<std::int32_t, 9>{};
@@ -126,6 +133,24 @@ bool isPictureOrSound(const AVStream& stream) {
   const AVMediaType type = stream.codecpar->codec_type;
   if (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO) return false;
   return (stream.disposition & (AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS)) == 0;
+}
+
+OtherStream describeOther(const AVStream& stream) {
+  const AVCodecParameters& p = *stream.codecpar;
+  OtherStream other;
+  const char* type = av_get_media_type_string(p.codec_type);
+  other.kind = p.codec_type == AVMEDIA_TYPE_VIDEO ? "picture" : p.codec_type == AVMEDIA_TYPE_SUBTITLE ? "subtitles" : type == nullptr ? "data" : type;
+  if (p.codec_id != AV_CODEC_ID_NONE) {
+    other.codec = avcodec_get_name(p.codec_id);
+  } else if (p.codec_tag != 0) {
+    std::array<char, AV_FOURCC_MAX_STRING_SIZE> text{};
+    other.codec = av_fourcc_make_string(text.data(), p.codec_tag);
+  }
+  for (const char* key : {"title", "handler_name"}) {
+    const auto* said = av_dict_get(stream.metadata, key, nullptr, 0);
+    if (said != nullptr && other.name.empty()) other.name = said->value;
+  }
+  return other;
 }
 
 }  // namespace
@@ -187,7 +212,7 @@ MediaFile::FirstInstant MediaFile::firstInstant(const AVFormatContext& context) 
 
 void MediaFile::describeStream(const AVFormatContext& context, int index, const FirstInstant& first) {
   const AVStream& stream = *context.streams[index];
-  if (!isPictureOrSound(stream)) return;
+  if (!isPictureOrSound(stream)) return others_.push_back(describeOther(stream));
   dropUnknownColors(*stream.codecpar);
   const AVCodecParameters& p = *stream.codecpar;
   const bool video = p.codec_type == AVMEDIA_TYPE_VIDEO;

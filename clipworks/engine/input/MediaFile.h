@@ -65,6 +65,14 @@ struct StreamFacts {
   bool is420 = true;
   bool progressive = true;
   bool highDynamicRange = false;             ///< PQ or HLG
+  bool isHLG = false;
+  int dolbyVisionProfile = 0;                ///< 0: none
+  struct {
+    std::string primaries = "unknown";
+    std::string transfer = "unknown";
+    std::string matrix = "unknown";
+    bool isFullRange = false;
+  } color;                                   ///< as the file tells it, in the library's names
   std::array<double, 6> transform{1, 0, 0, 1, 0, 0};  ///< a b c d tx ty, from coded to upright
 
   // Sound.
@@ -74,6 +82,13 @@ struct StreamFacts {
   std::int64_t encoderDelay = 0;             ///< samples before the sound proper that no edit takes off
 
   std::vector<MovieBoxes::Edit> edits;       ///< raw; empty when the file has none
+};
+
+/// A stream that is neither pictures nor sound.
+struct OtherStream {
+  std::string kind;
+  std::string codec;
+  std::string name;
 };
 
 /// A media file looked at once: its streams, header and times. Immutable and thread-safe; the table of a track of
@@ -87,6 +102,7 @@ class MediaFile {
   [[nodiscard]] const std::shared_ptr<const FileHandle>& handle() const { return handle_; }
   /// Video and audio streams only, in the file's order.
   [[nodiscard]] const std::vector<StreamFacts>& streams() const { return streams_; }
+  [[nodiscard]] const std::vector<OtherStream>& otherStreams() const { return others_; }
   [[nodiscard]] const StreamFacts& stream(int index) const;
   [[nodiscard]] const AVCodecParameters& parameters(int index) const;
   /// What only the container says of the light that the stream's pictures were mastered for, and of metadata among their
@@ -130,6 +146,7 @@ class MediaFile {
   std::shared_ptr<const FileHandle> handle_;
   std::optional<MovieBoxes> boxes_;
   std::vector<StreamFacts> streams_;
+  std::vector<OtherStream> others_;
   std::map<int, CodecParameters> parameters_;
   std::map<int, StreamClock> clocks_;
   std::map<int, LightFacts> lightFacts_;  // of streams of pictures

@@ -58,4 +58,20 @@ std::optional<std::uint32_t> SampleTable::accessPointAfter(std::uint32_t sample)
   return *at;
 }
 
+bool SampleTable::hasConstantRate() const {
+  if (pictures_.size() < 3) return true;
+  std::int64_t shortest = INT64_MAX;
+  std::int64_t longest = 0;
+  for (std::size_t i = 1; i < pictures_.size(); ++i) {
+    const std::int64_t interval = timeOfPicture(i) - timeOfPicture(i - 1);
+    shortest = std::min(shortest, interval);
+    longest = std::max(longest, interval);
+  }
+  return longest - shortest <= 1;
+}
+
+std::int64_t SampleTable::samplesBeyond(std::int64_t fileSize) const {
+  return std::count_if(samples_.begin(), samples_.end(), [fileSize](const Sample& s) { return s.position + s.bytes > fileSize; });
+}
+
 }  // namespace clipworks::engine

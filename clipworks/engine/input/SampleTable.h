@@ -47,6 +47,11 @@ class SampleTable {
   /// The first access point behind sample `sample`.
   [[nodiscard]] std::optional<std::uint32_t> accessPointAfter(std::uint32_t sample) const;
 
+  /// Whether pictures follow each other evenly, to a tick: a clock may not divide their rate.
+  [[nodiscard]] bool hasConstantRate() const;
+  /// How many samples end beyond `fileSize` bytes.
+  [[nodiscard]] std::int64_t samplesBeyond(std::int64_t fileSize) const;
+
   [[nodiscard]] std::int64_t trackEnd() const { return trackEnd_; }
   [[nodiscard]] std::int64_t totalBytes() const { return totalBytes_; }
 

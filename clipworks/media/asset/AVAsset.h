@@ -39,6 +39,9 @@ class CLIPWORKS_API AVAsset : public std::enable_shared_from_this<AVAsset> {
   /// `tracks(withMediaType:)`.
   [[nodiscard]] std::vector<std::shared_ptr<AVAssetTrack>> tracks(AVMediaType withMediaType) const;
 
+  /// What else the file holds: subtitles, timed metadata, cover art. Empty for compositions.
+  [[nodiscard]] virtual std::vector<OtherTrack> otherTracks() const { return {}; }
+
   /// What the recording says of itself (date, place, device, title), by the container's own keys.
   /// Empty for compositions.
   [[nodiscard]] virtual std::map<std::string, std::string> metadata() const = 0;

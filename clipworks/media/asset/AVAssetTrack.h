@@ -1,11 +1,13 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include <clipworks/media/asset/AVAssetTrackSegment.h>
 #include <clipworks/media/asset/AVMediaTypes.h>
+#include <clipworks/media/asset/PictureFormat.h>
 #include <clipworks/media/base/Export.h>
 #include <clipworks/media/geometry/CGAffineTransform.h>
 #include <clipworks/media/geometry/CGSize.h>
@@ -44,6 +46,8 @@ class CLIPWORKS_API AVAssetTrack {
 
   /// The codec's short name ("h264", "hevc", "aac"); empty for an empty composition track.
   [[nodiscard]] virtual std::string codecName() const = 0;
+  /// Of a file's pictures; nothing for sound and compositions.
+  [[nodiscard]] virtual std::optional<PictureFormat> pictureFormat() const { return std::nullopt; }
   /// Of sound; 0 for pictures.
   [[nodiscard]] virtual int channelCount() const = 0;
   /// Of sound, in hertz; 0 for pictures.

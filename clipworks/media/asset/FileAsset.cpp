@@ -58,6 +58,14 @@ std::vector<std::shared_ptr<AVAssetTrack>> FileAsset::tracks() const {
   return tracks_;
 }
 
+std::vector<OtherTrack> FileAsset::otherTracks() const {
+  load();
+  std::vector<OtherTrack> others;
+  if (file_ == nullptr) return others;
+  for (const auto& other : file_->otherStreams()) others.push_back({other.kind, other.codec, other.name});
+  return others;
+}
+
 std::map<std::string, std::string> FileAsset::metadata() const {
   load();
   return file_ == nullptr ? std::map<std::string, std::string>{} : file_->metadata();
@@ -124,6 +132,18 @@ float FileAssetTrack::estimatedDataRate() const {
 std::int32_t FileAssetTrack::naturalTimeScale() const { return facts().timescale; }
 std::vector<AVAssetTrackSegment> FileAssetTrack::segments() const { return segments_; }
 std::string FileAssetTrack::codecName() const { return facts().codec; }
+std::optional<PictureFormat> FileAssetTrack::pictureFormat() const {
+  if (table_ == nullptr) return std::nullopt;
+  const auto& color = facts().color;
+  PictureFormat format{facts().bitDepth, PictureFormat::DynamicRange::standard, facts().dolbyVisionProfile, color.primaries,
+                       color.transfer, color.matrix, color.isFullRange, !facts().progressive, table_->hasConstantRate(), 0};
+  if (facts().highDynamicRange) {
+    format.dynamicRange = facts().isHLG ? PictureFormat::DynamicRange::hlg : PictureFormat::DynamicRange::pq;
+  }
+  if (media_->file()->samplesAreStoredPlainly()) format.missingPictures = table_->samplesBeyond(media_->file()->handle()->size());
+  return format;
+}
+
 int FileAssetTrack::channelCount() const { return facts().channels; }
 double FileAssetTrack::sampleRate() const { return facts().sampleRate; }
 std::shared_ptr<const MediaTrack> FileAssetTrack::media() const { return media_; }

@@ -19,6 +19,7 @@ class FileAsset final : public AVAsset {
   [[nodiscard]] std::optional<URL> url() const override { return url_; }
   [[nodiscard]] CMTime duration() const override;
   [[nodiscard]] std::vector<std::shared_ptr<AVAssetTrack>> tracks() const override;
+  [[nodiscard]] std::vector<OtherTrack> otherTracks() const override;
   [[nodiscard]] std::map<std::string, std::string> metadata() const override;
   [[nodiscard]] std::string loadError() const override;
 
@@ -48,6 +49,7 @@ class FileAssetTrack final : public AVAssetTrack {
   [[nodiscard]] std::int32_t naturalTimeScale() const override;
   [[nodiscard]] std::vector<AVAssetTrackSegment> segments() const override;
   [[nodiscard]] std::string codecName() const override;
+  [[nodiscard]] std::optional<PictureFormat> pictureFormat() const override;
   [[nodiscard]] int channelCount() const override;
   [[nodiscard]] double sampleRate() const override;
   [[nodiscard]] std::shared_ptr<const MediaTrack> media() const override;
