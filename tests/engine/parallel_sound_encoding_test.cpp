@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tests/engine/EncodedSound.h>
+
 namespace clipworks::engine {
 namespace {
 
@@ -52,22 +54,6 @@ std::int64_t packetsIn(const std::vector<float>& sound) {
   return (static_cast<std::int64_t>(sound.size()) + packetSamples - 1) / packetSamples;
 }
 
-std::vector<Packet> encodedByOne(const std::vector<float>& sound) {
-  auto encoder = SoundEncoder::open(mono).value();
-  std::vector<Packet> packets;
-  const auto takeAll = [&] {
-    while (auto packet = encoder.pull().value()) packets.push_back(std::move(*packet));
-  };
-  for (std::int64_t i = 0; i < packetsIn(sound); ++i) {
-    const auto samples = portion(sound, i);
-    EXPECT_TRUE(encoder.push(samples.data(), static_cast<int>(samples.size())));
-    takeAll();
-  }
-  EXPECT_TRUE(encoder.finish());
-  takeAll();
-  return packets;
-}
-
 /// By as many encodings as there are ranges of sections, on `encoders` threads each.
 std::vector<Packet> encodedInSections(const std::vector<float>& sound,
                                       const std::vector<ParallelSoundEncoding::Sections>& ranges, unsigned encoders) {
@@ -84,24 +70,6 @@ std::vector<Packet> encodedInSections(const std::vector<float>& sound,
     while (auto packet = encoding->pull().value()) packets.push_back(std::move(*packet));
   }
   return packets;
-}
-
-std::vector<float> decoded(const std::vector<Packet>& packets) {
-  const auto format = SoundEncoder::open(mono).value().format();
-  CodecContext decoder(avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_AAC)));
-  avcodec_parameters_to_context(decoder.get(), format.get());
-  EXPECT_EQ(avcodec_open2(decoder.get(), nullptr, nullptr), 0);
-  std::vector<float> samples;
-  const Frame frame = makeFrame();
-  for (const auto& packet : packets) {
-    EXPECT_EQ(avcodec_send_packet(decoder.get(), packet.get()), 0);
-    while (avcodec_receive_frame(decoder.get(), frame.get()) == 0) {
-      const auto* plane = reinterpret_cast<const float*>(frame->extended_data[0]);
-      samples.insert(samples.end(), plane, plane + frame->nb_samples);
-    }
-  }
-  samples.erase(samples.begin(), samples.begin() + packetSamples);  // the encoder's delay
-  return samples;
 }
 
 /// Mean square of what `packet` samples of the sound lost.
@@ -131,15 +99,15 @@ class ParallelSoundEncodingOf : public testing::TestWithParam<std::vector<float>
 TEST_P(ParallelSoundEncodingOf, SoundLosesNoMoreAtItsJoinsThanOneEncoder) {
   constexpr auto section = ParallelSoundEncoding::sectionPackets;
   const auto sound = GetParam()(5 * section);
-  const auto one = encodedByOne(sound);
+  const auto one = encodedByOne(sound, mono);
   const auto many = encodedInSections(sound, {{}}, 3);
   ASSERT_EQ(many.size(), one.size());
   for (std::size_t i = 0; i < many.size(); ++i) ASSERT_EQ(many[i]->pts, one[i]->pts) << "packet " << i;
   EXPECT_NEAR(sizeOf(many), sizeOf(one), 0.01 * sizeOf(one));
 
   // Two encoders share bits out differently among the packets, by a few decibels; in half a second it evens out.
-  const auto heardOfOne = decoded(one);
-  const auto heard = decoded(many);
+  const auto heardOfOne = decoded(one, mono);
+  const auto heard = decoded(many, mono);
   constexpr std::int64_t halfSecond = rate / 2 / packetSamples;
   double loss = 0;
   double lossOfOne = 0;
@@ -165,7 +133,7 @@ TEST(ParallelSoundEncoding, GivesTheSamePacketsHoweverTheWorkIsShared) {
     const auto packets = encodedInSections(sound, {{}}, 1);
     EXPECT_TRUE(areEqual(packets, encodedInSections(sound, {{}}, 4)));
     EXPECT_TRUE(areEqual(packets, encodedInSections(sound, {{0, 1}, {1, std::nullopt}}, 2)));
-    EXPECT_EQ(packets.size(), encodedByOne(sound).size()) << more << "  packets behind the join";
+    EXPECT_EQ(packets.size(), encodedByOne(sound, mono).size()) << more << "  packets behind the join";
   }
 }
 

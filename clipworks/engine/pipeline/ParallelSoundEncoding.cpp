@@ -116,11 +116,41 @@ void ParallelSoundEncoding::work() {
   }
 }
 
+// The first section has nothing before it for its encoder to begin with. It gets its own beginning backwards, so that
+// its rate control has forgotten its start and the sound goes on without a step; packets of that are dropped.
+Expected<std::int64_t> ParallelSoundEncoding::runUp(const std::deque<std::vector<float>>& beginning, SoundEncoder& encoder) const {
+  const auto channels = static_cast<std::ptrdiff_t>(settings_.channels);
+  std::int64_t packets = 0;
+  std::vector<float> backwards;
+  for (auto portion = beginning.rbegin(); portion != beginning.rend(); ++portion) {
+    if (std::ssize(*portion) != SoundEncoder::samplesPerPacket * channels) continue;  // the end of short sound
+    backwards.resize(portion->size());
+    for (std::ptrdiff_t i = 0; i < SoundEncoder::samplesPerPacket; ++i) {
+      std::copy_n(portion->end() - (i + 1) * channels, channels, backwards.begin() + i * channels);
+    }
+    if (auto pushed = encoder.push(backwards.data(), SoundEncoder::samplesPerPacket); !pushed) return tl::make_unexpected(pushed.error());
+    if (auto dropped = encoder.pull(); !dropped) return tl::make_unexpected(dropped.error());
+    ++packets;
+  }
+  return packets;
+}
+
 Expected<ParallelSoundEncoding::Packets> ParallelSoundEncoding::encode(Section& section) const {
   auto encoder = SoundEncoder::open(settings_);
   if (!encoder) return tl::make_unexpected(encoder.error());
+  std::deque<std::vector<float>> beginning;
+  while (section.begin == 0 && std::ssize(beginning) < early) {
+    auto samples = section.samples.pop();
+    if (!samples) return tl::make_unexpected(samples.error());
+    if (!*samples) break;
+    beginning.push_back(std::move(**samples));
+  }
+  const auto before = runUp(beginning, *encoder);
+  if (!before) return tl::make_unexpected(before.error());
+
   Packets packets;
-  const std::int64_t offset = section.begin * SoundEncoder::samplesPerPacket;
+  const std::int64_t first = -encoder->delay();
+  const std::int64_t offset = (section.begin - *before) * SoundEncoder::samplesPerPacket;
   const auto takeAll = [&]() -> Expected<void> {
     for (;;) {
       auto packet = encoder->pull();
@@ -128,15 +158,22 @@ Expected<ParallelSoundEncoding::Packets> ParallelSoundEncoding::encode(Section& 
       if (!*packet) return {};
       (**packet)->pts += offset;
       (**packet)->dts += offset;
-      packets.push_back(std::move(**packet));
+      if ((**packet)->pts >= first) packets.push_back(std::move(**packet));
     }
   };
   for (;;) {
-    auto samples = section.samples.pop();
-    if (!samples) return tl::make_unexpected(samples.error());
-    if (!*samples) break;
-    const auto count = static_cast<int>((*samples)->size()) / settings_.channels;
-    if (auto pushed = encoder->push((*samples)->data(), count); !pushed) return tl::make_unexpected(pushed.error());
+    std::optional<std::vector<float>> portion;
+    if (!beginning.empty()) {
+      portion = std::move(beginning.front());
+      beginning.pop_front();
+    } else {
+      auto samples = section.samples.pop();
+      if (!samples) return tl::make_unexpected(samples.error());
+      portion = std::move(*samples);
+    }
+    if (!portion) break;
+    const auto count = static_cast<int>(portion->size()) / settings_.channels;
+    if (auto pushed = encoder->push(portion->data(), count); !pushed) return tl::make_unexpected(pushed.error());
     if (auto taken = takeAll(); !taken) return tl::make_unexpected(taken.error());
   }
   if (auto finished = encoder->finish(); !finished) return tl::make_unexpected(finished.error());

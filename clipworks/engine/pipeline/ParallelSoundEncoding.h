@@ -80,6 +80,7 @@ class ParallelSoundEncoding {
                         SoundEncoder model);
   bool beginSection(std::int64_t index);
   void work();
+  Expected<std::int64_t> runUp(const std::deque<std::vector<float>>& beginning, SoundEncoder& encoder) const;
   Expected<Packets> encode(Section& section) const;
   void join(Packets packets);
 

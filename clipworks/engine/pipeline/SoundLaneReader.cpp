@@ -14,26 +14,84 @@ namespace {
 
 constexpr std::int64_t blockSamples = 4096;
 
-/// Fades from `tail` into `head`, which becomes the result. Two sounds of one source at two paces are alike but not in
-/// phase; the fade keeps their power, whether they add up as amplitudes or as powers.
-void fadeInto(std::vector<float>& head, const std::vector<float>& tail, int channels) {
+/// A seam's tail may be led away from its place by this part of the seam: half a period of 200 Hz, at the most.
+constexpr std::int64_t leadDivisor = 4;
+
+/// How far a fade has come at its sample `at` of `count`: 0 … 1.
+double fadedShare(std::size_t at, std::size_t count) {
+  return 0.5 - 0.5 * std::cos(std::numbers::pi * (static_cast<double>(at) + 0.5) / static_cast<double>(count));
+}
+
+/// How alike two sounds are while one fades into the other: 1 as a sound is to itself, 0 as two noises, -1 as opposites.
+double likenessInFade(const std::vector<float>& head, const std::vector<float>& tail, std::size_t channels) {
   double both = 0;
   double powers = 0;
-  for (std::size_t i = 0; i < head.size(); ++i) {
-    both += static_cast<double>(head[i]) * tail[i];
-    powers += 0.5 * (static_cast<double>(head[i]) * head[i] + static_cast<double>(tail[i]) * tail[i]);
+  const std::size_t count = head.size() / channels;
+  for (std::size_t i = 0; i < count; ++i) {
+    const double share = fadedShare(i, count);
+    const double weight = share * (1.0 - share);
+    for (std::size_t at = i * channels; at < (i + 1) * channels; ++at) {
+      const double a = head[at];
+      const double b = tail[at];
+      both += weight * a * b;
+      powers += 0.5 * weight * (a * a + b * b);
+    }
   }
+  return powers > 0 ? both / powers : 1.0;
+}
+
+/// The first `count` samples of a sound that hurries or dawdles at its start, so that from the middle on it is heard
+/// `lead` samples early. The sound goes on for at least `lead` samples behind them.
+std::vector<float> leaning(const std::vector<float>& sound, std::ptrdiff_t lead, std::size_t count, std::size_t channels) {
+  std::vector<float> leant(count * channels);
+  for (std::size_t i = 0; i < count; ++i) {
+    const double shift = static_cast<double>(lead) * (2 * i < count ? fadedShare(2 * i, count) : 1.0);
+    const double position = std::max(0.0, static_cast<double>(i) + shift);
+    const auto before = static_cast<std::size_t>(position);
+    const auto fraction = static_cast<float>(position - static_cast<double>(before));
+    const std::size_t behind = std::min(before + 1, sound.size() / channels - 1);
+    for (std::size_t channel = 0; channel < channels; ++channel) {
+      const float a = sound[before * channels + channel];
+      leant[i * channels + channel] = a + fraction * (sound[behind * channels + channel] - a);
+    }
+  }
+  return leant;
+}
+
+/// `tail`, leaning by up to `mostLead` samples such that it goes along with `head` where the two are heard together.
+std::vector<float> alongside(const std::vector<float>& head, const std::vector<float>& tail, std::ptrdiff_t mostLead,
+                             std::size_t channels) {
+  // A tone is alike again a period later: the least that helps is taken.
+  constexpr double costOfMostLead = 0.1;
+  std::vector<float> best;
+  double bestLikeness = -2;
+  for (std::ptrdiff_t lead = -mostLead; lead <= mostLead; ++lead) {
+    auto leant = leaning(tail, lead, head.size() / channels, channels);
+    const double cost = costOfMostLead * static_cast<double>(std::abs(lead)) / static_cast<double>(std::max<std::ptrdiff_t>(1, mostLead));
+    const double likeness = likenessInFade(head, leant, channels) - cost;
+    if (likeness <= bestLikeness) continue;
+    bestLikeness = likeness;
+    best = std::move(leant);
+  }
+  return best;
+}
+
+/// Fades from `tail` into `head`, which becomes the result. Two sounds of one source at two paces are alike but not in
+/// phase. So the tail, which goes on for `mostLead` samples more, is led into phase with the head, as far as that goes
+/// with sounds of many pitches; and the fade keeps their power, whether they add up as amplitudes or as powers.
+void fadeInto(std::vector<float>& head, const std::vector<float>& tail, std::ptrdiff_t mostLead, int channels) {
+  const auto width = static_cast<std::size_t>(channels);
+  const std::vector<float> led = alongside(head, tail, mostLead, width);
   // Below this the two cancel out, and making up for it would make noise loud.
   constexpr double leastLikeness = -0.5;
-  const double likeness = powers > 0 ? std::max(both / powers, leastLikeness) : 1.0;
-  const auto width = static_cast<std::size_t>(channels);
+  const double likeness = std::max(likenessInFade(head, led, width), leastLikeness);
   const std::size_t count = head.size() / width;
   for (std::size_t i = 0; i < count; ++i) {
-    const double share = 0.5 - 0.5 * std::cos(std::numbers::pi * (static_cast<double>(i) + 0.5) / static_cast<double>(count));
+    const double share = fadedShare(i, count);
     const double rest = 1.0 - share;
     const double gain = 1.0 / std::sqrt(share * share + rest * rest + 2 * likeness * share * rest);
     for (std::size_t at = i * width; at < (i + 1) * width; ++at) {
-      head[at] = static_cast<float>(gain * (share * head[at] + rest * tail[at]));
+      head[at] = static_cast<float>(gain * (share * head[at] + rest * led[at]));
     }
   }
 }
@@ -131,10 +189,12 @@ Expected<void> SoundLaneReader::beginPiece(std::size_t index) {
   const auto most = static_cast<std::int64_t>(seamSeconds * reader_.sampleRate());
   const std::int64_t count = fades ? std::min(most, piece.length) : 0;
 
-  std::vector<float> tail(static_cast<std::size_t>(count * reader_.channels()));
+  const std::int64_t mostLead = count / leadDivisor;
+  const std::int64_t tailCount = count + mostLead;
+  std::vector<float> tail(static_cast<std::size_t>(tailCount * reader_.channels()));
   if (count > 0) {
-    auto read = before->isStretched() ? stretcher_->read(count, tail.data())
-                                      : readSource(before->source + before->length, count, tail.data());
+    auto read = before->isStretched() ? stretcher_->read(tailCount, tail.data())
+                                      : readSource(before->source + before->length, tailCount, tail.data());
     if (!read) return read;
   }
   begun_ = index;
@@ -146,9 +206,9 @@ Expected<void> SoundLaneReader::beginPiece(std::size_t index) {
   }
   seam_.clear();
   if (count == 0) return {};
-  std::vector<float> seam(tail.size());
+  std::vector<float> seam(static_cast<std::size_t>(count * reader_.channels()));
   if (auto read = readPiece(0, count, seam.data()); !read) return read;
-  fadeInto(seam, tail, reader_.channels());
+  fadeInto(seam, tail, mostLead, reader_.channels());
   seam_ = std::move(seam);
   return {};
 }

@@ -34,7 +34,7 @@ class SoundLaneReader {
 
   static constexpr std::int64_t cachedBytes = 32LL << 20;
   static constexpr double seamSeconds = 0.01;
-  static_assert(seamSeconds < SoundStretcher::leastTail);
+  static_assert(2 * seamSeconds < SoundStretcher::leastTail);
 
  private:
   SoundLaneReader(const SoundLane& lane, SoundReader reader, int channels)
