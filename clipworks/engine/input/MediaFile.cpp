@@ -105,9 +105,9 @@ void describePictures(StreamFacts& facts, const AVStream& stream, const std::opt
   const bool hasMatrix = track != nullptr && track->matrix != std::array<std::int32_t, 9>{};
   if (hasMatrix) {
     facts.transform = transformFromMatrix(track->matrix);
-    if (boxes->matrix != std::array<std::int32_t, 9>{}) {
-      facts.transform = concatenated(facts.transform, transformFromMatrix(boxes->matrix));
-    }
+    // One that would leave nothing of the picture is not meant: writers fill it with zeros.
+    const auto movie = transformFromMatrix(boxes->matrix);
+    if (movie[0] * movie[3] != movie[1] * movie[2]) facts.transform = concatenated(facts.transform, movie);
   } else if (const auto* matrix = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, nullptr)) {
     std::array<std::int32_t, 9> m{};
     std::memcpy(m.data(), matrix, sizeof m);

@@ -28,7 +28,8 @@ std::optional<MovieBox> readMovieBox(const FileHandle& file) {
     std::array<std::byte, 16> head{};
     const std::int64_t count = file.readAt(at, bytesOf(head.data()), head.size());
     if (count < 0) return std::nullopt;
-    const auto header = readBoxHeader(std::span(head).first(static_cast<std::size_t>(count)), static_cast<std::uint64_t>(size - at));
+    const auto header =
+        readBoxHeader(std::span(head).first(static_cast<std::size_t>(count)), static_cast<std::uint64_t>(size - at));
     if (!header || !header->isSound() || header->size > static_cast<std::uint64_t>(size - at)) return std::nullopt;
     if (header->type == fourCC("moov")) {
       MovieBox movie{at + static_cast<std::int64_t>(header->headerSize), {}};
@@ -51,11 +52,14 @@ class Field {
     cursor.skip(bytes);
   }
   [[nodiscard]] std::uint64_t value() const { return value_; }
-  [[nodiscard]] bool holds(std::uint64_t value) const { return bytes_.size() == sizeof value || value >> (8 * bytes_.size()) == 0; }
+  [[nodiscard]] bool holds(std::uint64_t value) const {
+    return bytes_.size() == sizeof value || value >> (8 * bytes_.size()) == 0;
+  }
   /// `movie` holds the bytes that were read.
   void set(std::uint64_t value, MovieBox& movie) const {
     std::byte* to = movie.content.data() + (bytes_.data() - movie.content.data());
-    for (std::size_t i = 0; i < bytes_.size(); ++i) to[i] = static_cast<std::byte>(value >> (8 * (bytes_.size() - 1 - i)) & 0xFF);
+    for (std::size_t i = 0; i < bytes_.size(); ++i)
+      to[i] = static_cast<std::byte>(value >> (8 * (bytes_.size() - 1 - i)) & 0xFF);
   }
 
  private:
@@ -139,7 +143,8 @@ std::optional<Changes> changesOf(std::span<const std::byte> track, const WantedE
   return allFit ? std::optional(std::move(changes)) : std::nullopt;
 }
 
-bool writeEdit(std::span<const std::byte> track, const WantedEdit& wanted, std::int32_t movieTimescale, MovieBox& movie) {
+bool writeEdit(std::span<const std::byte> track, const WantedEdit& wanted, std::int32_t movieTimescale,
+               MovieBox& movie) {
   std::optional<Changes> changes;
   const bool isLate = wanted.start > 0 && movieTimescale > wanted.timescale && movieTimescale % wanted.timescale == 0;
   if (isLate) changes = changesOf(track, wanted, movieTimescale / wanted.timescale);
@@ -172,7 +177,8 @@ Expected<void> writeEdits(OutputFile& file, std::int32_t movieTimescale, const s
   if (!movie || !writeEdits(*movie, movieTimescale, edits)) {
     return failed(ErrorKind::internal, file.name() + " does not hold what was written to it");
   }
-  return file.writeAt(movie->position, bytesOf(movie->content.data()), static_cast<std::int64_t>(movie->content.size()));
+  return file.writeAt(movie->position, bytesOf(movie->content.data()),
+                      static_cast<std::int64_t>(movie->content.size()));
 }
 
 }  // namespace clipworks::engine

@@ -13,8 +13,8 @@ namespace clipworks::engine {
 ///
 /// The picture that is decoded as number i of its run gets the presentation time of the picture shown as number i, less
 /// a constant delay; where a gap in the pictures makes that too late, it gets the time of the earliest picture still to
-/// come, less one tick for each that may follow before that one. A picture that is hidden behind the end takes one tick,
-/// so that it adds nothing to the length of the track.
+/// come, less one tick for each that may follow before that one. A picture that is hidden behind the end takes one
+/// tick, so that it adds nothing to the length of the track.
 class DecodeTimes {
  public:
   /// `reorderDepth` is the most pictures that are decoded before, but shown after another; `interval` the usual time

@@ -1,5 +1,6 @@
 #include <clipworks/media/asset/AVAsset.h>
 
+#include <array>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -88,14 +89,18 @@ TEST(Asset, TurnsByTheMatrixOfTheMovieAfterThatOfTheTrack) {
   const std::size_t header = bytes.find("mvhd");
   ASSERT_NE(header, std::string::npos);
   ASSERT_EQ(bytes[header + 4], 0);
-  std::size_t at = header + matrixBehindType;
-  for (const int value : {0, 1 << 16, 0, -(1 << 16), 0, 0, 320 << 16, 0, 1 << 30}) {
-    for (const unsigned shift : {24U, 16U, 8U, 0U}) bytes[at++] = static_cast<char>(static_cast<unsigned>(value) >> shift & 0xFFU);
-  }
-  write(directory.file("turned.mp4"), bytes);
-  const auto asset = AVAsset::make(URL(directory.file("turned.mp4")));
-  EXPECT_EQ(asset->tracks(AVMediaTypeVideo).at(0)->preferredTransform(), (CGAffineTransform{-1, 0, 0, -1, 320, 180}));
+  const auto transformWith = [&](const std::array<int, 9>& matrix) {
+    std::size_t at = header + matrixBehindType;
+    for (const int value : matrix) {
+      for (const unsigned shift : {24U, 16U, 8U, 0U}) bytes[at++] = static_cast<char>(static_cast<unsigned>(value) >> shift & 0xFFU);
+    }
+    write(directory.file("turned.mp4"), bytes);
+    return AVAsset::make(URL(directory.file("turned.mp4")))->tracks(AVMediaTypeVideo).at(0)->preferredTransform();
+  };
+  constexpr int one = 1 << 16;
+  EXPECT_EQ(transformWith({0, one, 0, -one, 0, 0, 320 * one, 0, 1 << 30}), (CGAffineTransform{-1, 0, 0, -1, 320, 180}));
   EXPECT_EQ(MediaJudge(directory.file("turned.mp4")).stream("video").rotation, 180);
+  EXPECT_EQ(transformWith({0, 0, 0, 0, 0, 0, 0, 0, 1 << 30}), (CGAffineTransform{0, 1, -1, 0, 180, 0})) << "no matrix";
 }
 
 TEST(Asset, CountsWidePixelsInTheNaturalSize) {

@@ -332,8 +332,8 @@ TEST(SoundAlone, MakesAFileWithoutPictures) {
 
 TEST(Passthrough, RefusesWhatItCannotCopy) {
   const TemporaryDirectory directory;
-  const auto exported =
-      exportAsset(cutOf({{smallClip().path(), 500, 1500}}), AVAssetExportPresetPassthrough, directory.file("cut.mp4"));
+  const Part part{smallClip().path(), 500, 1500};
+  const auto exported = exportAsset(cutOf({part, part}), AVAssetExportPresetPassthrough, directory.file("cut.mp4"));
   EXPECT_EQ(exported.status, AVAssetExportSessionStatus::failed);
   ASSERT_TRUE(exported.error);
   EXPECT_EQ(exported.error->code(), static_cast<int>(AVError::operationNotSupportedForAsset));
