@@ -8,7 +8,7 @@
 
 namespace clipworks {
 
-/// The track's natural size under its preferred transform, signs kept: a quarter turn makes one side negative.
+/// The track's natural size under its preferred transform, with its signs: a quarter turn makes one side negative.
 [[nodiscard]] CGSize displayedSize(const AVAssetTrack& track);
 
 /// `isPortrait(video:)`: whether the video, as it is shown, is higher than wide; a square is not. Opens the file anew.
