@@ -24,6 +24,7 @@
 #include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
 #include <tests/support/PrintedLinesCapture.h>
+#include <tests/support/RunProgram.h>
 #include <tests/support/TemporaryDirectory.h>
 
 namespace clipworks::test {
@@ -214,6 +215,50 @@ TEST_F(Reverser, ReplacesAnOlderFileOfTheName) {
   const auto other = reversed(BarCodeClip({.frames = 3}).path());
   EXPECT_THAT(other.filename().string(), testing::MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.mp4"));
 }
+
+/// Runs ffmpeg; what it wrote to standard output.
+std::string ffmpeg(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), {"ffmpeg", "-nostdin", "-v", "error", "-y"});
+  const auto result = runProgram(arguments);
+  EXPECT_EQ(result.exitCode, 0) << result;
+  return result.standardOutput;
+}
+
+struct RateCase {
+  std::string name;
+  std::string pictures;  // ffmpeg's
+  std::vector<std::string> encoder;
+  double least;  // bits a second
+  double most;
+  friend std::ostream& operator<<(std::ostream& out, const RateCase& c) { return out << c.name; }
+};
+
+class ReverserRates : public Reverser, public testing::WithParamInterface<RateCase> {};
+
+TEST_P(ReverserRates, AreBroughtIntoTheEncodersRange) {
+  const fs::path clip = temp_.path() / "clip.mov";
+  std::vector<std::string> arguments{"-f", "lavfi", "-i", GetParam().pictures};
+  arguments.insert(arguments.end(), GetParam().encoder.begin(), GetParam().encoder.end());
+  arguments.push_back(clip);
+  ffmpeg(arguments);
+  const auto track = AVAsset::make(URL(clip))->tracks(AVMediaTypeVideo).at(0);
+  ASSERT_GT(track->estimatedDataRate(), GetParam().least);
+  ASSERT_LT(track->estimatedDataRate(), GetParam().most);
+  const auto converter = VideoReverseConverter::make(URL(clip));
+  Awaited awaited;
+  converter->reverseVideoOnly(awaited.completion());
+  const auto outcome = awaited.get();
+  ASSERT_TRUE(outcome && *outcome);
+  ASSERT_TRUE(fs::exists((*outcome)->path()));
+  EXPECT_EQ(MediaJudge((*outcome)->path()).stream("video").frames, MediaJudge(clip).stream("video").frames);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, ReverserRates,
+    testing::Values(RateCase{"a_black_picture", "color=black:size=64x64:rate=1:duration=10", {"-pix_fmt", "yuv420p"}, 0, 1000},
+                    RateCase{"uncompressed_pictures", "testsrc2=size=1920x1080:rate=60:duration=0.05",
+                             {"-c:v", "v210", "-pix_fmt", "yuv422p10le"}, 1e9, 1e10}),
+    [](const auto& testCase) { return testCase.param.name; });
 
 struct FailureCase {
   std::string name;
