@@ -45,7 +45,7 @@ class ReverseCommand final : public EditingCommand {
   std::string name() const override { return "reverse"; }
   std::string purpose() const override { return "Play a clip backwards, pictures and sound, in a new MP4 file"; }
   std::string notes() const override {
-    return "The pictures are encoded anew as H.264, at the clip's data rate; left and right of the sound change places.\n"
+    return "The pictures are encoded anew as H.264, at constant quality; left and right of the sound change places.\n"
            "--video-only makes a .mov without sound, --audio-only an .m4a without pictures, named reversed_video and\n"
            "reversed_audio unless --name says otherwise.\n\n"
            "Example: clipworks --outputs results reverse clip.mp4 --name backwards\n"
@@ -109,6 +109,7 @@ class ReverseCommand final : public EditingCommand {
     const auto converter = VideoReverseConverter::make(URL(file_));
     const auto relay = std::make_shared<ProgressRelay>(bench);
     converter->setDelegate(relay);
+    converter->setKeepsDataRate(false);
     Awaited<Result<URL, VideoReverseConverter::ConversionError>> reversed;
     switch (parts_) {
       case Parts::picturesOnly:

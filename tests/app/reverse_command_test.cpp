@@ -4,12 +4,14 @@
 #include <algorithm>
 #include <csignal>
 #include <ostream>
+#include <regex>
 #include <set>
 #include <string>
 
 #include <tests/app/ProgramUnderTest.h>
 #include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
+#include <tests/support/RunProgram.h>
 #include <tests/support/SmallFileSystem.h>
 #include <tests/support/TemporaryDirectory.h>
 
@@ -60,6 +62,20 @@ TEST(Reverse, PlaysTheClipBackwardsUnderItsName) {
   std::vector<std::string> lines;
   for (const auto& event : eventsOf(result, "log")) lines.push_back(event.at("line"));
   EXPECT_THAT(lines, testing::Contains("Finished video reversing"));
+}
+
+TEST(Reverse, IsNotHeldToAPoorDataRate) {
+  const TemporaryDirectory outputs;
+  ClipOptions options;
+  options.outputArguments = {"-b:v", "20k"};
+  const auto clip = BarCodeClip(options).path();
+  const auto result = runClipworks({"--outputs", outputs.path(), "reverse", clip, "--video-only", "--name", "a"});
+  ASSERT_EQ(result.exitCode, 0) << result;
+  const auto compared = runProgram({"ffmpeg", "-nostdin", "-hide_banner", "-i", outputs.path() / "a.mov", "-i", clip, "-lavfi",
+                                    "[1:v]reverse[b];[0:v][b]psnr", "-f", "null", "-"});
+  std::smatch least;
+  ASSERT_TRUE(std::regex_search(compared.standardError, least, std::regex(" min:([0-9.]+)"))) << compared;
+  EXPECT_GT(std::stod(least[1]), 32);
 }
 
 struct HalfCase {

@@ -10,6 +10,8 @@
 #include <mutex>
 #include <optional>
 #include <ostream>
+#include <random>
+#include <regex>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -24,6 +26,7 @@
 #include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
 #include <tests/support/PrintedLinesCapture.h>
+#include <tests/support/RunProgram.h>
 #include <tests/support/TemporaryDirectory.h>
 
 namespace clipworks::test {
@@ -213,6 +216,138 @@ TEST_F(Reverser, ReplacesAnOlderFileOfTheName) {
   EXPECT_GT(fs::file_size(temp_.path() / "named.mp4"), 100U);
   const auto other = reversed(BarCodeClip({.frames = 3}).path());
   EXPECT_THAT(other.filename().string(), testing::MatchesRegex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.mp4"));
+}
+
+/// Runs ffmpeg; what it wrote to standard output.
+std::string ffmpeg(std::vector<std::string> arguments) {
+  arguments.insert(arguments.begin(), {"ffmpeg", "-nostdin", "-v", "error", "-y"});
+  const auto result = runProgram(arguments);
+  EXPECT_EQ(result.exitCode, 0) << result;
+  return result.standardOutput;
+}
+
+struct RateCase {
+  std::string name;
+  std::string pictures;  // ffmpeg's
+  std::vector<std::string> encoder;
+  double least;  // bits a second
+  double most;
+  friend std::ostream& operator<<(std::ostream& out, const RateCase& c) { return out << c.name; }
+};
+
+class ReverserRates : public Reverser, public testing::WithParamInterface<RateCase> {};
+
+TEST_P(ReverserRates, AreBroughtIntoTheEncodersRange) {
+  const fs::path clip = temp_.path() / "clip.mov";
+  std::vector<std::string> arguments{"-f", "lavfi", "-i", GetParam().pictures};
+  arguments.insert(arguments.end(), GetParam().encoder.begin(), GetParam().encoder.end());
+  arguments.push_back(clip);
+  ffmpeg(arguments);
+  const auto track = AVAsset::make(URL(clip))->tracks(AVMediaTypeVideo).at(0);
+  ASSERT_GT(track->estimatedDataRate(), GetParam().least);
+  ASSERT_LT(track->estimatedDataRate(), GetParam().most);
+  const auto converter = VideoReverseConverter::make(URL(clip));
+  Awaited awaited;
+  converter->reverseVideoOnly(awaited.completion());
+  const auto outcome = awaited.get();
+  ASSERT_TRUE(outcome && *outcome);
+  ASSERT_TRUE(fs::exists((*outcome)->path()));
+  EXPECT_EQ(MediaJudge((*outcome)->path()).stream("video").frames, MediaJudge(clip).stream("video").frames);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Of, ReverserRates,
+    testing::Values(RateCase{"a_black_picture", "color=black:size=64x64:rate=1:duration=10", {"-pix_fmt", "yuv420p"}, 0, 1000},
+                    RateCase{"uncompressed_pictures", "testsrc2=size=1920x1080:rate=60:duration=0.05",
+                             {"-c:v", "v210", "-pix_fmt", "yuv422p10le"}, 1e9, 1e10}),
+    [](const auto& testCase) { return testCase.param.name; });
+
+/// Five slides of lines of strokes as thin as those of letters, each for five seconds, at a data rate as low as such
+/// clips have.
+class Slides {
+ public:
+  static constexpr int lines = 8;
+  static constexpr int pitch = 70;
+  static constexpr int top = 80;
+
+  explicit Slides(const fs::path& directory) : path_(directory / "slides.mp4") {
+    for (unsigned slide = 0; slide < 5; ++slide) draw(directory / ("slide" + std::to_string(slide) + ".pgm"), slide);
+    ffmpeg({"-framerate", "1/5", "-i", directory / "slide%d.pgm", "-f", "lavfi", "-i", "sine=duration=25", "-vf", "fps=15",
+            "-c:v", "libx264", "-preset", "veryfast", "-crf", "28", "-g", "1000", "-pix_fmt", "yuv420p", "-c:a", "aac", path_});
+  }
+  [[nodiscard]] const fs::path& path() const { return path_; }
+
+  /// The least that `filter` ("psnr" or "ssim", told by `pattern` for each picture) finds between some pictures of
+  /// `reversed` and these backwards, after `preparation`.
+  [[nodiscard]] double least(const fs::path& reversed, const std::string& preparation, const std::string& filter,
+                             const std::string& pattern) const {
+    const auto chain = [&](const std::string& input, int first, const std::string& order) {
+      return "[" + input + ":v]select=eq(mod(n\\,15)\\," + std::to_string(first) + "),format=gray," + order +
+             "settb=1/15,setpts=N," + preparation + "[p" + input + "];";
+    };
+    // 375 pictures: the reversed 0th, 15th … are these 374th, 359th …
+    const std::string told = ffmpeg({"-i", reversed, "-i", path_, "-lavfi", chain("0", 0, "") + chain("1", 14, "reverse,") +
+                                     "[p0][p1]" + filter + "=stats_file=-,setpts=N/TB", "-vsync", "0", "-f", "null", "-"});
+    double least = 1e9;
+    int count = 0;
+    const std::regex value(pattern);
+    for (std::sregex_iterator at(told.begin(), told.end(), value), end; at != end; ++at, ++count) {
+      if ((*at)[1] != "inf") least = std::min(least, std::stod((*at)[1]));
+    }
+    EXPECT_EQ(count % 25, 0) << told;
+    EXPECT_GT(count, 0) << told;
+    return least;
+  }
+
+ private:
+  static void draw(const fs::path& file, unsigned seed) {
+    constexpr int width = 1280;
+    constexpr int height = 720;
+    std::string pixels(static_cast<std::size_t>(width * height), '\xf0');
+    std::mt19937 random(seed);
+    for (int line = 0; line < lines; ++line) {
+      for (int x = 100; x < 1100; x += 20) {
+        for (int stroke = 0; stroke < 3; ++stroke) {
+          const bool upright = random() % 2 == 0;
+          const int left = x + static_cast<int>(random() % 12);
+          const int upper = top + line * pitch + 16 + static_cast<int>(random() % 20);
+          for (int along = 0; along < 12; ++along) {
+            const int at = upright ? (upper + along) * width + left : upper * width + left + along;
+            const int across = upright ? 1 : width;
+            for (int i = 0; i < 3; ++i) pixels.at(static_cast<std::size_t>(at + i * across)) = '\x14';
+          }
+        }
+      }
+    }
+    std::ofstream(file, std::ios::binary) << "P5\n" << width << ' ' << height << "\n255\n" << pixels;
+  }
+
+  fs::path path_;
+};
+
+TEST_F(Reverser, KeepsTextReadableAtTheDataRateOfSlides) {
+  const Slides slides(temp_.path());
+  const auto rate = [](const fs::path& file) {
+    return AVAsset::make(URL(file))->tracks(AVMediaTypeVideo).at(0)->estimatedDataRate();
+  };
+  ASSERT_LT(rate(slides.path()), 100'000);
+  for (const bool keepsDataRate : {true, false}) {
+    const auto converter = VideoReverseConverter::make(URL(slides.path()));
+    EXPECT_TRUE(converter->keepsDataRate()) << "unless told otherwise";
+    converter->setKeepsDataRate(keepsDataRate);
+    Awaited awaited;
+    converter->reverseVideoOnly(awaited.completion());
+    const auto outcome = awaited.get();
+    ASSERT_TRUE(outcome && *outcome);
+    const fs::path file = (*outcome)->path();
+    EXPECT_GE(slides.least(file, "null", "psnr", "psnr_y:([0-9.]+|inf)"), keepsDataRate ? 35 : 45);
+    const std::string eachLine = "crop=1020:" + std::to_string(Slides::lines * Slides::pitch) + ":90:" +
+                                 std::to_string(Slides::top) + ",untile=1x" + std::to_string(Slides::lines);
+    EXPECT_GE(slides.least(file, eachLine, "ssim", "All:([0-9.]+)"), 0.95);
+    if (keepsDataRate) {
+      EXPECT_NEAR(rate(file) / rate(slides.path()), 1, 0.25);
+    }
+  }
 }
 
 struct FailureCase {

@@ -13,6 +13,8 @@ constexpr int highDefinitionLines = 720;
 
 // A picture every ten seconds at least to start decoding from, at 30 a second.
 constexpr int longestGroup = 300;
+// One every thirty seconds where each costs as much as all that moves between them.
+constexpr int longestStillGroup = 900;
 
 AVPixelFormat pixelFormatFor(const VideoEncoderSettings& settings) {
   return settings.codec == VideoCodec::hevc && settings.bitDepth > 8 ? AV_PIX_FMT_YUV420P10 : AV_PIX_FMT_YUV420P;
@@ -53,15 +55,28 @@ Expected<CodecParameters> formatOf(const AVCodecContext& context, const Fraction
   return withPictureRate(std::move(format), rate);
 }
 
-void applyOptions(const VideoEncoderSettings& settings, AVCodecContext& context) {
+void setQuality(double quality, AVCodecContext& context) { av_opt_set_double(context.priv_data, "crf", quality, 0); }
+
+/// What keeps the average, where the library lets it be changed on the way: H.264's.
+std::optional<StillBudget> stillBudget(const VideoEncoderSettings& settings) {
+  const std::int64_t pixels = std::int64_t{settings.width} * settings.height;
+  const bool suits = settings.codec == VideoCodec::h264 && settings.averageBitRate > 0 &&
+                     StillBudget::suits(settings.averageBitRate, pixels);
+  return suits ? std::optional<StillBudget>(std::in_place, settings.averageBitRate, pixels) : std::nullopt;
+}
+
+void applyOptions(const VideoEncoderSettings& settings, const std::optional<StillBudget>& budget, AVCodecContext& context) {
   void* own = context.priv_data;
   av_opt_set(own, "preset", settings.speed.c_str(), 0);
   av_opt_set_int(own, "forced-idr", 1, 0);
-  if (settings.averageBitRate > 0) {
+  context.gop_size = budget ? longestStillGroup : longestGroup;
+  if (budget) {
+    setQuality(budget->quality(), context);
+  } else if (settings.averageBitRate > 0) {
     askFor(settings.averageBitRate, context);
     context.rc_buffer_size = static_cast<int>(static_cast<double>(settings.averageBitRate) * bufferSeconds(settings.length));
   } else {
-    av_opt_set_double(own, "crf", settings.quality, 0);
+    setQuality(settings.quality, context);
   }
   if (settings.codec == VideoCodec::h264) {
     av_opt_set(own, "profile", "high", 0);
@@ -107,8 +122,11 @@ Fraction nominalRate(double picturesPerSecond) {
 
 std::string VideoEncoder::libraryName(VideoCodec codec) { return codec == VideoCodec::h264 ? "libx264" : "libx265"; }
 
-Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& settings) {
+Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& asked) {
   prepareLibraries();
+  VideoEncoderSettings settings = asked;
+  if (asked.averageBitRate > 0) settings.averageBitRate = std::clamp(asked.averageBitRate, leastBitRate, mostBitRate);
+  const auto budget = stillBudget(settings);
   const std::string name = libraryName(settings.codec);
   const AVCodec* codec = avcodec_find_encoder_by_name(name.c_str());
   if (codec == nullptr) return failed(ErrorKind::noEncoder, "the encoder " + name + " is not installed");
@@ -125,9 +143,8 @@ Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& settings) 
   context->color_trc = static_cast<AVColorTransferCharacteristic>(settings.colour.transfer);
   context->colorspace = static_cast<AVColorSpace>(settings.colour.matrix);
   context->color_range = settings.colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
-  context->gop_size = longestGroup;
   context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-  applyOptions(settings, *context);
+  applyOptions(settings, budget, *context);
   const auto start = EncoderStart::begin();
   if (!start) return tl::make_unexpected(start.error());
   if (const int code = avcodec_open2(context.get(), codec, nullptr); code < 0) {
@@ -139,8 +156,15 @@ Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& settings) 
   auto format = formatOf(*context, settings.frameRate);
   if (!format) return tl::make_unexpected(format.error());
   VideoEncoder encoder(std::move(context), std::move(*format));
-  if (settings.averageBitRate > 0 && settings.codec == VideoCodec::h264) encoder.trim_.emplace(settings.averageBitRate);
+  encoder.budget_ = budget;
+  const bool trims = settings.averageBitRate > 0 && settings.codec == VideoCodec::h264 && !budget;
+  if (trims) encoder.trim_.emplace(settings.averageBitRate);
   return encoder;
+}
+
+void VideoEncoder::adjustRate() {
+  if (trim_) askFor(trim_->wanted(), *context_);
+  if (budget_) setQuality(budget_->quality(), *context_);
 }
 
 CodecParameters VideoEncoder::format() const {
@@ -156,7 +180,7 @@ int VideoEncoder::reorderDepth() const {
 }
 
 Expected<void> VideoEncoder::push(const Frame& picture, std::int64_t time, bool startsAnew) {
-  if (trim_) askFor(trim_->wanted(), *context_);
+  adjustRate();
   if (!firstTime_) firstTime_ = time;
   Frame frame = shareFrame(picture);
   frame->pts = time;
@@ -182,7 +206,9 @@ Expected<std::optional<Packet>> VideoEncoder::pull() {
   const int code = avcodec_receive_packet(context_.get(), packet.get());
   if (code == AVERROR(EAGAIN) || code == AVERROR_EOF) return std::nullopt;
   if (code < 0) return tl::make_unexpected(libraryError(code, "a picture cannot be encoded", ErrorKind::internal));
-  if (trim_) trim_->coded(packet->size, av_q2d(context_->time_base) * static_cast<double>(packet->pts - *firstTime_));
+  const double seconds = av_q2d(context_->time_base) * static_cast<double>(packet->pts - *firstTime_);
+  if (trim_) trim_->coded(packet->size, seconds);
+  if (budget_) budget_->coded(packet->size, seconds);
   return packet;
 }
 

@@ -8,6 +8,7 @@
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/input/MediaFile.h>
 #include <clipworks/engine/output/RateTrim.h>
+#include <clipworks/engine/output/StillBudget.h>
 
 namespace clipworks::engine {
 
@@ -43,9 +44,14 @@ struct VideoEncoderSettings {
   Colour colour;
   std::string speed = "medium";   ///< the encoder library's preset
   double quality = 20;            ///< constant rate factor, when `averageBitRate` is 0
-  std::int64_t averageBitRate = 0;  ///< bits a second
+  std::int64_t averageBitRate = 0;  ///< bits a second, brought between `leastBitRate` and `mostBitRate`
   double length = 0;                ///< seconds of all that will be encoded, for the rate control; 0 when unknown
 };
+
+/// What the encoders here take of average bit rates, in bits a second: they count in thousands, a rate is trimmed to less
+/// than what was asked for on the way, and the buffer's size is a number of 32 bits.
+inline constexpr std::int64_t leastBitRate = 2'000;
+inline constexpr std::int64_t mostBitRate = 1'000'000'000;
 
 /// The smallest side that the encoders here take; smaller pictures are padded to it.
 inline constexpr int leastPictureSide = 16;
@@ -75,9 +81,11 @@ class VideoEncoder {
 
  private:
   VideoEncoder(CodecContext context, CodecParameters format) : context_(std::move(context)), format_(std::move(format)) {}
+  void adjustRate();
   CodecContext context_;
   CodecParameters format_;
   std::optional<RateTrim> trim_;  // where the library lets the rate be changed on the way
+  std::optional<StillBudget> budget_;
   std::optional<std::int64_t> firstTime_;
 };
 

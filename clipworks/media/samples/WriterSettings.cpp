@@ -17,9 +17,6 @@ namespace {
 // When nobody says: what exports at the highest quality use.
 constexpr std::int64_t usualSoundBitRatePerChannel = 96'000;
 
-// Far above anything that is played; encoders count in 32 bits.
-constexpr double mostBitRate = 1e9;
-
 // ISO/IEC 14496-3, 1.6.3.4.
 constexpr std::array<double, 13> aacSampleRates = {96'000, 88'200, 64'000, 48'000, 44'100, 32'000, 24'000,
                                                    22'050, 16'000, 12'000, 11'025, 8'000,  7'350};
@@ -43,13 +40,14 @@ Result<int, NSError> side(const SettingsDictionary& settings, const char* key) {
   return failure(unsupported(std::string(key) + " has to be from 1 to " + std::to_string(engine::limits::maxPictureSide)));
 }
 
+/// Nobody who asks for a rate means none, which is constant quality; what is more than encoders take is cut to that.
 Result<std::int64_t, NSError> bitRate(const SettingsDictionary& settings, const char* key, std::int64_t otherwise) {
   if (settings.find(key) == nullptr) return otherwise;
   const auto number = settings.number(key);
-  if (!number || !(*number >= 0 && *number <= mostBitRate)) {
-    return failure(unsupported(std::string(key) + " has to be a number of bits a second, from 0 to 1,000,000,000"));
+  if (!number || !(*number >= 0)) {
+    return failure(unsupported(std::string(key) + " has to be a number of bits a second, 0 or more"));
   }
-  return std::llround(*number);
+  return std::llround(std::ceil(std::min(*number, static_cast<double>(engine::mostBitRate))));
 }
 
 Result<void, NSError> applyProperties(const SettingsDictionary& properties, engine::PictureEncodingSettings& wanted) {

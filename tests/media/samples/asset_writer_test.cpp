@@ -431,7 +431,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(Writer, ThatDoesNotStartKeepsNobodyWaiting) {
   const auto writer = *AVAssetWriter::make(URL(directory_.path() / "out.mov"), AVFileTypeQuickTimeMovie);
-  const auto input = AVAssetWriterInput::make(AVMediaTypeVideo, h264(160, 90, 1e12));
+  const auto input = AVAssetWriterInput::make(AVMediaTypeVideo, h264(160, 90, -1));
   const auto adaptor = AVAssetWriterInputPixelBufferAdaptor::make(input, {});
   writer->add(input);
   EXPECT_FALSE(writer->startWriting());
