@@ -6,6 +6,7 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/LightFacts.h>
 #include <clipworks/engine/input/MediaFile.h>
 #include <clipworks/engine/output/RateTrim.h>
 
@@ -41,6 +42,7 @@ struct VideoEncoderSettings {
   double quality = 20;            ///< constant rate factor, when `averageBitRate` is 0
   std::int64_t averageBitRate = 0;  ///< bits a second
   double length = 0;                ///< seconds of all that will be encoded, for the rate control; 0 when unknown
+  LightFacts lightFacts;            ///< of mastering and light level, written into the stream; HEVC only
 };
 
 /// The smallest side that the encoders here take; smaller pictures are padded to it.
