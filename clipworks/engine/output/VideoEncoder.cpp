@@ -105,6 +105,18 @@ Colour completeColour(int width, int height, const Colour& told) {
   return colour;
 }
 
+void completeTags(AVCodecParameters& parameters) {
+  const Colour colour = completeColour(parameters);
+  if (parameters.color_primaries == AVCOL_PRI_UNSPECIFIED)
+    parameters.color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
+  if (parameters.color_trc == AVCOL_TRC_UNSPECIFIED)
+    parameters.color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
+  if (parameters.color_space == AVCOL_SPC_UNSPECIFIED)
+    parameters.color_space = static_cast<AVColorSpace>(colour.matrix);
+  if (parameters.color_range == AVCOL_RANGE_UNSPECIFIED)
+    parameters.color_range = colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
+}
+
 void tag(AVFrame& frame, const Colour& colour) {
   frame.color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
   frame.color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);

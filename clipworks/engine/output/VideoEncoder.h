@@ -26,6 +26,8 @@ struct Colour {
 [[nodiscard]] Colour completeColour(const AVCodecParameters& parameters);
 /// The same for pictures of a size, of which `told` is known; the code point 2 stands for what is not.
 [[nodiscard]] Colour completeColour(int width, int height, const Colour& told);
+/// Writes it on `parameters` where they tell nothing.
+void completeTags(AVCodecParameters& parameters);
 /// Writes `colour` on a frame.
 void tag(AVFrame& frame, const Colour& colour);
 

@@ -103,6 +103,7 @@ Expected<void> CodedPictures::openCopy() {
   format_ = owned<CodecParameters>(avcodec_parameters_alloc());
   const auto& first = job_.runs.front();
   if (avcodec_parameters_copy(format_.get(), &first.file->parameters(first.stream)) < 0) throw std::bad_alloc();
+  completeTags(*format_);
   lightFacts_ = first.file->lightFacts(first.stream);
   coding_ = std::jthread([this] { copyRuns(); });
   return {};
