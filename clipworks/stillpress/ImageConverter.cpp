@@ -27,7 +27,7 @@ Result<Data, ConverterError> ImageConverter::converted() const {
   const auto& still = *image_->cgImage()->still();
   try {
     if (keepsMetadata_) return encode(still);
-    return encode(engine::StillImage{engine::shareFrame(still.frame), {}});
+    return encode(engine::StillImage{engine::shareFrame(still.frame), {}, still.isDithered});
   } catch (const std::exception& error) {
     return failure(ConverterError(ConverterError::Code::encodingFailed,
                                   std::string("the picture cannot be encoded: ") + error.what()));

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include <clipworks/engine/pictures/FramePadding.h>
+#include <clipworks/engine/pictures/ToneMapper.h>
 #include <tests/stillpress/StillTesting.h>
 #include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
@@ -63,6 +64,36 @@ TEST(Converters, KeepThePicturesOfVideosWithin40Decibels) {
       std::cout << clip.filename().string() << " " << extension << ": " << quality << " dB, " << fs::file_size(path)
                 << " bytes\n";
     }
+  }
+}
+
+// What the tone mapper makes of 80 equal steps of a PQ signal: the last ones are less than a level apart, mixed of two.
+TEST(Converters, KeepTheStepsOfAGreyRamp) {
+  constexpr int steps = 80;
+  constexpr int strip = 16;
+  const engine::Frame ramp = std::move(engine::allocateFrame(steps * strip, 64, AV_PIX_FMT_YUV420P10).value());
+  ramp->color_trc = AVCOL_TRC_SMPTE2084;
+  for (int plane = 0; plane < 3; ++plane) {
+    for (int y = 0; y < (plane == 0 ? 64 : 32); ++y) {
+      auto* row = reinterpret_cast<std::uint16_t*>(ramp->data[plane] + static_cast<std::ptrdiff_t>(y) * ramp->linesize[plane]);
+      for (int x = 0; x < (plane == 0 ? steps * strip : steps * strip / 2); ++x) {
+        row[x] = static_cast<std::uint16_t>(plane == 0 ? 64 + x / strip * 876 / (steps - 1) : 512);
+      }
+    }
+  }
+  const auto still = std::make_shared<engine::StillImage>();
+  still->frame = std::move(engine::ToneMapper().map(ramp).value());
+  still->isDithered = true;
+  for (const char* extension : {"jpg", "png", "heic"}) {
+    const TemporaryDirectory directory;
+    const SeenStill seen = seenBy(converted(*converterFor(extension), still, directory.path()));
+    std::vector<double> sums(steps);
+    for (int y = 0; y < 64; ++y) {
+      for (int x = 0; x < steps * strip; ++x) {
+        if (x % strip >= 4 && x % strip < 12) sums[static_cast<std::size_t>(x / strip)] += seen.at(x, y)[1];
+      }
+    }
+    for (std::size_t i = 1; i < sums.size(); ++i) EXPECT_GT(sums[i], sums[i - 1]) << extension << " " << i;
   }
 }
 

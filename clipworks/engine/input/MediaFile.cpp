@@ -336,11 +336,8 @@ const AVCodecParameters& MediaFile::parameters(int index) const { return *parame
 const LightFacts& MediaFile::lightFacts(int index) const { return lightFacts_.at(index); }
 
 Expected<void> MediaFile::completeMastering(int index, AVFrame& picture) const {
-  constexpr std::pair<AVPacketSideDataType, AVFrameSideDataType> kinds[] = {
-      {AV_PKT_DATA_MASTERING_DISPLAY_METADATA, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA},
-      {AV_PKT_DATA_CONTENT_LIGHT_LEVEL, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL}};
   const LightFacts& facts = lightFacts(index);
-  for (const auto& [said, wanted] : kinds) {
+  for (const auto& [said, wanted] : masteringKinds) {
     const auto known = facts.find(said);
     if (known == facts.end() || av_frame_get_side_data(&picture, wanted) != nullptr) continue;
     AVFrameSideData* added = av_frame_new_side_data(&picture, wanted, known->second.size());

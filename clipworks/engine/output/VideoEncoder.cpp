@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
+#include <optional>
 
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Thread.h>
@@ -65,6 +67,42 @@ std::optional<StillBudget> stillBudget(const VideoEncoderSettings& settings) {
   return suits ? std::optional<StillBudget>(std::in_place, settings.averageBitRate, pixels) : std::nullopt;
 }
 
+template <class Structure>
+std::optional<Structure> factOf(const LightFacts& facts, AVPacketSideDataType kind) {
+  const auto found = facts.find(kind);
+  if (found == facts.end() || found->second.size() < sizeof(Structure)) return std::nullopt;
+  Structure fact{};
+  std::memcpy(&fact, found->second.data(), sizeof fact);
+  return fact;
+}
+
+/// As libx265 wants to be told: chromaticities in 1/50000, luminances in 1/10000 cd/m², as ITU-T H.265, D.3.28 codes them.
+std::string lightParameters(const LightFacts& facts) {
+  const auto units = [](AVRational value, int unit) {
+    const double number = value.den == 0 ? 0 : av_q2d(value) * unit;
+    return std::to_string(std::llround(std::clamp(number, 0.0, 4294967295.0)));
+  };
+  const auto pair = [&](const char* name, AVRational first, AVRational second, int unit) {
+    return name + ("(" + units(first, unit)) + "," + units(second, unit) + ")";
+  };
+  std::string parameters;
+  const auto mastering = factOf<AVMasteringDisplayMetadata>(facts, AV_PKT_DATA_MASTERING_DISPLAY_METADATA);
+  if (mastering && mastering->has_primaries != 0 && mastering->has_luminance != 0) {
+    constexpr int chromaticity = 50'000;
+    const auto& [red, green, blue] = mastering->display_primaries;
+    parameters += ":master-display=" + pair("G", green[0], green[1], chromaticity) +
+                  pair("B", blue[0], blue[1], chromaticity) + pair("R", red[0], red[1], chromaticity) +
+                  pair("WP", mastering->white_point[0], mastering->white_point[1], chromaticity) +
+                  pair("L", mastering->max_luminance, mastering->min_luminance, 10'000);
+  }
+  if (const auto level = factOf<AVContentLightMetadata>(facts, AV_PKT_DATA_CONTENT_LIGHT_LEVEL)) {
+    parameters += ":max-cll=" + std::to_string(level->MaxCLL) + "," + std::to_string(level->MaxFALL);
+  } else if (!parameters.empty()) {
+    parameters += ":cll=0";
+  }
+  return parameters;
+}
+
 void applyOptions(const VideoEncoderSettings& settings, const std::optional<StillBudget>& budget, AVCodecContext& context) {
   void* own = context.priv_data;
   av_opt_set(own, "preset", settings.speed.c_str(), 0);
@@ -83,7 +121,9 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
   } else {
     // Closed groups: a repeated run may follow any other. With bidirectional pictures that serve as references, two are
     // decoded ahead of their turn at most.
-    av_opt_set(own, "x265-params", "log-level=none:open-gop=0:repeat-headers=0:bframes=4:b-pyramid=1", 0);
+    const std::string parameters =
+        "log-level=none:open-gop=0:repeat-headers=0:bframes=4:b-pyramid=1" + lightParameters(settings.lightFacts);
+    av_opt_set(own, "x265-params", parameters.c_str(), 0);
   }
 }
 
@@ -104,6 +144,18 @@ Colour completeColour(int width, int height, const Colour& told) {
   colour.matrix = known(told.matrix, AVCOL_SPC_UNSPECIFIED, high ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M);
   if (colour.matrix == AVCOL_SPC_RGB) colour.matrix = AVCOL_SPC_BT709;
   return colour;
+}
+
+void completeTags(AVCodecParameters& parameters) {
+  const Colour colour = completeColour(parameters);
+  if (parameters.color_primaries == AVCOL_PRI_UNSPECIFIED)
+    parameters.color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
+  if (parameters.color_trc == AVCOL_TRC_UNSPECIFIED)
+    parameters.color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
+  if (parameters.color_space == AVCOL_SPC_UNSPECIFIED)
+    parameters.color_space = static_cast<AVColorSpace>(colour.matrix);
+  if (parameters.color_range == AVCOL_RANGE_UNSPECIFIED)
+    parameters.color_range = colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
 }
 
 void tag(AVFrame& frame, const Colour& colour) {

@@ -6,6 +6,7 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/LightFacts.h>
 #include <clipworks/engine/input/MediaFile.h>
 #include <clipworks/engine/output/RateTrim.h>
 #include <clipworks/engine/output/StillBudget.h>
@@ -26,6 +27,8 @@ struct Colour {
 [[nodiscard]] Colour completeColour(const AVCodecParameters& parameters);
 /// The same for pictures of a size, of which `told` is known; the code point 2 stands for what is not.
 [[nodiscard]] Colour completeColour(int width, int height, const Colour& told);
+/// Writes it on `parameters` where they tell nothing.
+void completeTags(AVCodecParameters& parameters);
 /// Writes `colour` on a frame.
 void tag(AVFrame& frame, const Colour& colour);
 
@@ -46,6 +49,7 @@ struct VideoEncoderSettings {
   double quality = 20;            ///< constant rate factor, when `averageBitRate` is 0
   std::int64_t averageBitRate = 0;  ///< bits a second, brought between `leastBitRate` and `mostBitRate`
   double length = 0;                ///< seconds of all that will be encoded, for the rate control; 0 when unknown
+  LightFacts lightFacts;            ///< of mastering and light level, written into the stream; HEVC only
 };
 
 /// What the encoders here take of average bit rates, in bits a second: they count in thousands, a rate is trimmed to less

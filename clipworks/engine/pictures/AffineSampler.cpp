@@ -21,9 +21,13 @@ AffineMap inverseOf(const AffineMap& m) {
           (m.b * m.tx - m.a * m.ty) / determinant};
 }
 
-/// The same map between planes whose samples are `acrossStep` pixels wide and `downStep` high.
+/// The same map between planes whose samples are `acrossStep` pixels wide and `downStep` high, those of shared columns at
+/// the left of their pixels.
 AffineMap betweenPlanes(const AffineMap& m, double acrossStep, double downStep) {
-  return {m.a, m.b * acrossStep / downStep, m.c * downStep / acrossStep, m.d, m.tx / acrossStep, m.ty / downStep};
+  const double left = (1 - acrossStep) / 2;  // from the middle
+  const double tx = m.tx + (m.a - 1) * left;
+  const double ty = m.ty + m.b * left;
+  return {m.a, m.b * acrossStep / downStep, m.c * downStep / acrossStep, m.d, tx / acrossStep, ty / downStep};
 }
 
 std::array<double, 4> splineWeights(double t) {

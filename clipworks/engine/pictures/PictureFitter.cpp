@@ -64,7 +64,7 @@ Expected<Frame> PictureFitter::fit(const Frame& picture, const AffineMap& map, A
   const bool swaps = swapsAxes(map);
   auto scaled = resampler_.resample(whole, window, swaps ? height_ : width_, swaps ? width_ : height_, format);
   if (!scaled) return scaled;
-  return turned(*scaled, *turnOf(map.a, map.b, map.c, map.d));
+  return turned(*scaled, *turnOf(map.a, map.b, map.c, map.d), TurnedChroma::movedToLeft);
 }
 
 }  // namespace clipworks::engine

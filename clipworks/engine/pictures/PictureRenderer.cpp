@@ -80,7 +80,9 @@ Expected<Frame> withMargin(const Frame& picture, int margin) {
   if (!turnedRound) return turnedRound;
   auto whole = padFrame(*turnedRound, right + margin, below + margin);
   if (!whole) return whole;
-  return turned(*whole, halfTurn);
+  auto result = turned(*whole, halfTurn);
+  if (result) (*result)->chroma_location = picture->chroma_location;
+  return result;
 }
 
 template <class Sample>
@@ -135,7 +137,7 @@ Expected<std::optional<PictureRenderer::Patch>> PictureRenderer::placeAlongAxes(
   across.clipTo(width_);
   down.clipTo(height_);
   if (across.from >= across.to || down.from >= down.to) return std::optional<Patch>{};
-  auto upright = turned(picture, *turnOf(map.a, map.b, map.c, map.d));
+  auto upright = turned(picture, *turnOf(map.a, map.b, map.c, map.d), TurnedChroma::movedToLeft);
   if (!upright) return tl::make_unexpected(upright.error());
 
   const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(format_);
@@ -166,14 +168,16 @@ Expected<std::optional<PictureRenderer::Patch>> PictureRenderer::placeAlongAxes(
 }
 
 Expected<std::optional<PictureRenderer::Patch>> PictureRenderer::placeAnywhere(const Frame& picture, const AffineMap& map) {
-  Frame source = shareFrame(picture);
+  auto placed = turned(picture, {}, TurnedChroma::movedToLeft);
+  if (!placed) return tl::make_unexpected(placed.error());
+  Frame source = std::move(*placed);
   AffineMap fromSource = map;
   // A smaller picture is made first, so that the sampling between its pixels does not skip any.
   const double across = std::min(1.0, std::hypot(map.a, map.b));
   const double down = std::min(1.0, std::hypot(map.c, map.d));
   if (across < 1 || down < 1) {
     const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(format_);
-    auto even = withMargin(picture, 0);
+    auto even = withMargin(source, 0);
     if (!even) return tl::make_unexpected(even.error());
     const int width = roundedUp(std::max(2, static_cast<int>(std::ceil(across * (*even)->width))), pixels.log2_chroma_w);
     const int height = roundedUp(std::max(2, static_cast<int>(std::ceil(down * (*even)->height))), pixels.log2_chroma_h);

@@ -52,6 +52,7 @@ struct PictureResampler::Graph {
     int height;
     AVPixelFormat format;
     ResamplingFilter filter;
+    PrimariesChange change;
     bool operator==(const Kind&) const = default;
   };
 
@@ -66,7 +67,15 @@ Expected<std::unique_ptr<PictureResampler::Graph>> PictureResampler::Graph::buil
   const bool fullRange = kind.range == AVCOL_RANGE_JPEG;
   auto source = describe(static_cast<AVPixelFormat>(kind.fromFormat), kind.fromWidth, kind.fromHeight, fullRange, kind.chroma);
   source.active_region = {kind.window.left, kind.window.top, kind.window.width, kind.window.height};
-  const auto target = describe(kind.format, kind.width, kind.height, fullRange, kind.chroma);
+  auto target = describe(kind.format, kind.width, kind.height, fullRange, kind.chroma);
+  if (kind.change.from != kind.change.to) {
+    for (auto* image : {&source, &target}) {
+      image->matrix_coefficients = static_cast<zimg_matrix_coefficients_e>(kind.change.matrix);  // as H.273 numbers them
+      image->transfer_characteristics = ZIMG_TRANSFER_709;
+    }
+    source.color_primaries = static_cast<zimg_color_primaries_e>(kind.change.from);
+    target.color_primaries = static_cast<zimg_color_primaries_e>(kind.change.to);
+  }
   zimgxx::zfilter_graph_builder_params parameters;
   parameters.resample_filter = kind.filter == ResamplingFilter::lanczos ? ZIMG_RESIZE_LANCZOS : ZIMG_RESIZE_BICUBIC;
   parameters.resample_filter_uv = parameters.resample_filter;
@@ -121,7 +130,7 @@ PictureResampler& PictureResampler::operator=(PictureResampler&&) noexcept = def
 PictureResampler::~PictureResampler() = default;
 
 Expected<Frame> PictureResampler::resample(const Frame& picture, const PictureWindow& window, int width, int height,
-                                    AVPixelFormat format) {
+                                    AVPixelFormat format, const PrimariesChange& change) {
   Frame source = shareFrame(picture);
   if (!isResampled(static_cast<AVPixelFormat>(source->format)) || !isResampled(format)) {
     const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(source->format));
@@ -133,7 +142,7 @@ Expected<Frame> PictureResampler::resample(const Frame& picture, const PictureWi
     source = std::move(*aligned);
   }
   const Graph::Kind kind{source->width, source->height, source->format, source->color_range, source->chroma_location,
-                         window, width, height, format, filter_};
+                         window, width, height, format, filter_, change};
   if (graph_ == nullptr || graph_->kind != kind) {
     auto built = Graph::build(kind);
     if (!built) return tl::make_unexpected(built.error());
@@ -142,6 +151,7 @@ Expected<Frame> PictureResampler::resample(const Frame& picture, const PictureWi
   auto result = allocateFrame(width, height, format);
   if (!result) return result;
   av_frame_copy_props(result->get(), source.get());
+  if (change.from != change.to) (*result)->color_primaries = change.to;
   zimgxx::zimage_buffer_const from;
   zimgxx::zimage_buffer to;
   for (int plane = 0; plane < 3; ++plane) {

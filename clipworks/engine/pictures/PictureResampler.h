@@ -29,8 +29,17 @@ struct PictureWindow {
 /// of what is made smaller, and costs a half more.
 enum class ResamplingFilter { bicubic, lanczos };
 
+/// Colours that mean the same by other primaries; nothing is changed where both are the same. Light is mixed by the curve
+/// of a display of BT.1886, and the matrix, as numbered by H.273, stays.
+struct PrimariesChange {
+  AVColorPrimaries from = AVCOL_PRI_BT709;
+  AVColorPrimaries to = AVCOL_PRI_BT709;
+  AVColorSpace matrix = AVCOL_SPC_BT709;
+  friend bool operator==(const PrimariesChange&, const PrimariesChange&) = default;
+};
+
 /// One precise step of zimg: a window of a picture becomes a whole picture of another size, chroma layout or depth, with
-/// error-diffused rounding. Range and colours stay. One thread at a time; what it prepares serves the pictures that
+/// error-diffused rounding. Range and colours stay, unless other primaries are asked for. One thread at a time; what it prepares serves the pictures that
 /// follow while they are of one kind.
 class PictureResampler {
  public:
@@ -42,7 +51,7 @@ class PictureResampler {
   /// `window` of `picture`, inside it, as `width` × `height` pixels of `format`. Sizes are multiples of the format's
   /// chroma steps. Properties of `picture` are kept. Fails with `unsupported` for kinds that are not resampled.
   [[nodiscard]] Expected<Frame> resample(const Frame& picture, const PictureWindow& window, int width, int height,
-                                         AVPixelFormat format);
+                                         AVPixelFormat format, const PrimariesChange& change = {});
 
  private:
   struct Graph;

@@ -1,9 +1,11 @@
 #include <clipworks/engine/pictures/PlaneTurns.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <utility>
+#include <vector>
 
 #include <libyuv/rotate.h>
 
@@ -123,8 +125,72 @@ void shiftChroma(AVFrame& frame, const AVPixFmtDescriptor& pixels, bool alongX, 
   }
 }
 
-// Keeps chroma on its pixels, or says where it went. `frame` is turned already; its location is still the old one.
-void settleChroma(AVFrame& frame, PlaneTurn turn) {
+// Between samples: the spline of Catmull and Rom, in 1/128, for a quarter of a sample before one or after it, and for half
+// of one before. The first of the four lies two samples before, or one.
+struct Between {
+  std::array<int, 4> weights;
+  int first;
+};
+
+Between betweenSamples(int quarters) {
+  if (quarters == 1) return {{-3, 29, 111, -9}, -2};
+  if (quarters == 2) return {{-8, 72, 72, -8}, -2};
+  return {{-9, 111, 29, -3}, -1};
+}
+
+template <class Sample>
+void mix(const std::array<const Sample*, 4>& from, const std::array<int, 4>& weights, int count, int largest, Sample* to) {
+  for (int x = 0; x < count; ++x) {
+    const int sum = weights[0] * from[0][x] + weights[1] * from[1][x] + weights[2] * from[2][x] + weights[3] * from[3][x];
+    to[x] = static_cast<Sample>(std::clamp((sum + 64) >> 7, 0, largest));
+  }
+}
+
+// What lies `quarters` quarters of a sample before each one takes its place: 1, 2 or -1 along the rows or the columns.
+template <class Sample>
+void resamplePlane(const Plane& plane, bool alongX, int quarters, int largest) {
+  const Between between = betweenSamples(quarters);
+  auto* samples = reinterpret_cast<Sample*>(plane.data);
+  constexpr int margin = 2;
+  const auto width = static_cast<std::size_t>(plane.width);
+  std::vector<Sample> copy(alongX ? width + 2 * margin : width * static_cast<std::size_t>(plane.height));
+  if (!alongX) {
+    for (int y = 0; y < plane.height; ++y) std::copy_n(samples + y * plane.stride, width, copy.data() + y * plane.width);
+  }
+  for (int y = 0; y < plane.height; ++y) {
+    Sample* row = samples + y * plane.stride;
+    std::array<const Sample*, 4> from{};
+    if (alongX) {
+      std::fill_n(copy.begin(), margin, row[0]);
+      std::copy_n(row, width, copy.begin() + margin);
+      std::fill_n(copy.end() - margin, margin, row[width - 1]);
+    }
+    for (int i = 0; i < 4; ++i) {
+      from[static_cast<std::size_t>(i)] =
+          alongX ? copy.data() + margin + between.first + i
+                 : copy.data() + static_cast<std::ptrdiff_t>(std::clamp(y + between.first + i, 0, plane.height - 1)) * plane.width;
+    }
+    mix(from, between.weights, plane.width, largest, row);
+  }
+}
+
+// Makes chroma that lies at `place` lie where `left` says.
+void moveChromaToLeft(AVFrame& frame, const AVPixFmtDescriptor& pixels, ChromaPlace place) {
+  const int largest = (1 << pixels.comp[0].depth) - 1;
+  const auto move = [&](bool alongX, int quarters) {
+    if (quarters == 0) return;
+    for (int plane = 1; plane <= 2; ++plane) {
+      const Plane chroma = planeOf(frame, pixels, plane);
+      const auto resample = pixels.comp[0].depth > 8 ? resamplePlane<std::uint16_t> : resamplePlane<std::uint8_t>;
+      resample(chroma, alongX, quarters, largest);
+    }
+  };
+  if (pixels.log2_chroma_w == 1) move(true, place.x);
+  if (pixels.log2_chroma_h == 1) move(false, place.y - 1);
+}
+
+// Keeps chroma on its pixels, or says where it went, or moves it. `frame` is turned already; its location is the old one.
+void settleChroma(AVFrame& frame, PlaneTurn turn, TurnedChroma wanted) {
   const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
   if (pixels.nb_components < 3 || (pixels.log2_chroma_w == 0 && pixels.log2_chroma_h == 0)) return;
   ChromaPlace place = placeOf(frame.chroma_location);
@@ -139,6 +205,10 @@ void settleChroma(AVFrame& frame, PlaneTurn turn) {
   };
   if (turn.reversesX) reverse(place.x, frame.width, pixels.log2_chroma_w, true);
   if (turn.reversesY) reverse(place.y, frame.height, pixels.log2_chroma_h, false);
+  if (wanted == TurnedChroma::movedToLeft) {
+    moveChromaToLeft(frame, pixels, place);
+    place = {};
+  }
   frame.chroma_location = locationAt(place);
 }
 
@@ -154,8 +224,10 @@ std::optional<PlaneTurn> turnOf(double a, double b, double c, double d) {
   return std::nullopt;
 }
 
-Expected<Frame> turned(const Frame& frame, PlaneTurn turn) {
-  if (turn.isIdentity()) return shareFrame(frame);
+Expected<Frame> turned(const Frame& frame, PlaneTurn turn, TurnedChroma chroma) {
+  const ChromaPlace place = placeOf(frame->chroma_location);
+  const bool isInPlace = chroma == TurnedChroma::named || (place.x == 0 && place.y == 1);
+  if (turn.isIdentity() && isInPlace) return shareFrame(frame);
   const auto format = static_cast<AVPixelFormat>(frame->format);
   const AVPixFmtDescriptor* pixels = av_pix_fmt_desc_get(format);
   constexpr std::uint64_t unfit =
@@ -177,7 +249,7 @@ Expected<Frame> turned(const Frame& frame, PlaneTurn turn) {
     turnPlane(planeOf(*frame, *pixels, plane),
               planeOf(**result, *av_pix_fmt_desc_get(turnedFormat), plane), turn, pixels->comp[0].depth > 8);
   }
-  settleChroma(**result, turn);
+  settleChroma(**result, turn, chroma);
   return result;
 }
 

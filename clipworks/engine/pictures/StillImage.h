@@ -13,7 +13,9 @@ namespace clipworks::engine {
 struct StillImage {
   Frame frame;
   /// What the recording says of itself (date, place, device), by the container's own keys; may be empty.
-  std::map<std::string, std::string> metadata;
+  std::map<std::string, std::string> metadata{};
+  /// Its tones lie between its levels, mixed of two of them: what it is coded with has to keep the finest pattern.
+  bool isDithered = false;
 };
 
 }  // namespace clipworks::engine

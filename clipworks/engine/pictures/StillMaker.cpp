@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <initializer_list>
 #include <string>
 #include <utility>
 #include <vector>
@@ -79,6 +80,18 @@ Frame view(const Frame& picture, const Region& part, const AVPixFmtDescriptor& p
   return result;
 }
 
+/// A still is read as sRGB, whose primaries are BT.709's: those of other standard video are changed. Wider ones keep their
+/// numbers and get a profile.
+PrimariesChange primariesChange(const AVFrame& picture) {
+  const auto isAmong = [](auto tag, std::initializer_list<decltype(tag)> tags) { return std::ranges::count(tags, tag) > 0; };
+  const bool isOther = isAmong(picture.color_primaries, {AVCOL_PRI_BT470M, AVCOL_PRI_BT470BG, AVCOL_PRI_SMPTE170M,
+                                                         AVCOL_PRI_SMPTE240M});
+  const bool isKnown = isAmong(picture.colorspace, {AVCOL_SPC_BT709, AVCOL_SPC_FCC, AVCOL_SPC_BT470BG,
+                                                    AVCOL_SPC_SMPTE170M, AVCOL_SPC_SMPTE240M});
+  return isOther && isKnown ? PrimariesChange{picture.color_primaries, AVCOL_PRI_BT709, picture.colorspace}
+                            : PrimariesChange{};
+}
+
 Region wholeOf(const AVFrame& frame) {
   return {0, 0, static_cast<double>(frame.width), static_cast<double>(frame.height)};
 }
@@ -116,14 +129,17 @@ StillMaker::StillMaker(std::shared_ptr<const MediaFile> file, int stream, const 
 
 Expected<std::shared_ptr<const StillImage>> StillMaker::make(const Frame& picture) {
   Frame frame = withPlainKind(picture);
+  // What nobody told is not changed, only called what it will be taken for.
+  const bool tellsPrimaries = frame->color_primaries != AVCOL_PRI_UNSPECIFIED;
   completeColours(*frame);
-  auto whole = scaled(frame);
+  auto whole = scaled(frame, tellsPrimaries ? primariesChange(*frame) : PrimariesChange{});
   if (!whole) return tl::make_unexpected(whole.error());
   auto result = upright(std::move(*whole));
   if (!result) return tl::make_unexpected(result.error());
   (*result)->sample_aspect_ratio = {1, 1};
   av_frame_remove_side_data(result->get(), AV_FRAME_DATA_DISPLAYMATRIX);
   auto still = std::make_shared<StillImage>();
+  still->isDithered = isHighDynamicRange(frame->color_trc);
   still->frame = std::move(*result);
   still->metadata = file_->metadata();
   return still;
@@ -142,7 +158,7 @@ void StillMaker::completeColours(AVFrame& frame) const {
 }
 
 // The part that is shown, at its final size before it is turned, in 8 bits.
-Expected<Frame> StillMaker::scaled(const Frame& picture) {
+Expected<Frame> StillMaker::scaled(const Frame& picture, const PrimariesChange& change) {
   const StreamFacts& facts = file_->stream(stream_);
   const auto kind = static_cast<AVPixelFormat>(picture->format);
   if (!isResampled(kind)) {
@@ -156,17 +172,18 @@ Expected<Frame> StillMaker::scaled(const Frame& picture) {
   const auto [width, height] =
       scaledSize(stillGeometry(facts.shown, facts.naturalWidth, facts.naturalHeight, settings_));
   const bool isDeep = pixels.comp[0].depth > 8;
-  const bool isMovedOnly = part.width == width && part.height == height && startsOnChroma(part, pixels);
+  const bool isMovedOnly = part.width == width && part.height == height && startsOnChroma(part, pixels) &&
+                           change == PrimariesChange{};
   const AVPixelFormat format = stillFormat(pixels, !isMovedOnly || isDeep, width, height);
   const bool isBright = isHighDynamicRange(picture->color_trc);
   const AVPixelFormat scaledFormat = isBright && isDeep ? tenBitsOf(format) : format;
   auto result = isMovedOnly && kind == scaledFormat ? view(picture, part, pixels)
-                                                    : resampled(picture, part, width, height, scaledFormat);
+                                                    : resampled(picture, part, width, height, scaledFormat, change);
   return result && isBright ? toneMapper_.map(*result) : std::move(result);
 }
 
 Expected<Frame> StillMaker::resampled(const Frame& picture, const Region& part, int width, int height,
-                                      AVPixelFormat format) {
+                                      AVPixelFormat format, const PrimariesChange& change) {
   const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(picture->format));
   // Behind the last pixel of an odd side lies half a chroma sample.
   const int roomWidth = AV_CEIL_RSHIFT(picture->width, pixels.log2_chroma_w) << pixels.log2_chroma_w;
@@ -174,7 +191,7 @@ Expected<Frame> StillMaker::resampled(const Frame& picture, const Region& part, 
   auto source = roomWidth == picture->width && roomHeight == picture->height ? Expected<Frame>(shareFrame(picture))
                                                                              : padFrame(picture, roomWidth, roomHeight);
   if (!source) return source;
-  return resampler_.resample(*source, {part.left, part.top, part.width, part.height}, width, height, format);
+  return resampler_.resample(*source, {part.left, part.top, part.width, part.height}, width, height, format, change);
 }
 
 Expected<Frame> StillMaker::upright(Frame frame) {

@@ -54,8 +54,9 @@ class StillMaker {
 
  private:
   void completeColours(AVFrame& frame) const;
-  Expected<Frame> scaled(const Frame& picture);
-  Expected<Frame> resampled(const Frame& picture, const Region& part, int width, int height, AVPixelFormat format);
+  Expected<Frame> scaled(const Frame& picture, const PrimariesChange& change);
+  Expected<Frame> resampled(const Frame& picture, const Region& part, int width, int height, AVPixelFormat format,
+                            const PrimariesChange& change);
   Expected<Frame> upright(Frame frame);
 
   std::shared_ptr<const MediaFile> file_;

@@ -25,20 +25,33 @@ double fromPQ(double signal) {
 }
 
 constexpr double dimmestPeak = 250.0;
-constexpr double brightestPeak = 1000.0;  // with 1500, reference white would fall to 84 % of the signal
+constexpr double brightPeak = 1000.0;    // with 1500, the clause would take reference white to 82 % of the signal
+constexpr double whiteOfBright = 144.0;  // what reference white becomes then: 87 %
+constexpr double roomBeyond = 0.002;     // in PQ signal
 
 }  // namespace
 
-ToneCurve::ToneCurve(double sourcePeak, double signalPeak, double room)
-    : peak_(toPQ(std::clamp(sourcePeak, dimmestPeak, brightestPeak))),
-      white_(toPQ(referenceWhite)),
-      end_((white_ - room) / peak_),
-      knee_(1.5 * end_ - 0.5),
-      slope_(room / (toPQ(signalPeak) - peak_)) {}
+ToneCurve::ToneCurve(double sourcePeak, double signalPeak, double room) {
+  const bool isBright = sourcePeak > brightPeak;
+  const double white = toPQ(referenceWhite);
+  const double last = toPQ(signalPeak);
+  peak_ = isBright ? white : toPQ(std::max(sourcePeak, dimmestPeak));
+  straightEnd_ = isBright ? toPQ(std::min(sourcePeak, signalPeak)) : last;
+  const double splinesEnd = isBright ? toPQ(whiteOfBright) : white - room;
+  const double beyond = straightEnd_ < last ? roomBeyond : 0;
+  end_ = splinesEnd / peak_;
+  knee_ = 1.5 * end_ - 0.5;
+  slope_ = (white - beyond - splinesEnd) / (straightEnd_ - peak_);
+  slopeBeyond_ = beyond > 0 ? beyond / (last - straightEnd_) : 0;
+}
 
 double ToneCurve::operator()(double light) const {
   const double signal = toPQ(light);
-  if (signal >= peak_) return std::min(fromPQ(end_ * peak_ + slope_ * (signal - peak_)), referenceWhite);
+  if (signal >= peak_) {
+    const double straight = slope_ * (std::min(signal, straightEnd_) - peak_);
+    const double beyond = slopeBeyond_ * std::max(signal - straightEnd_, 0.0);
+    return std::min(fromPQ(end_ * peak_ + straight + beyond), referenceWhite);
+  }
   const double e1 = signal / peak_;
   if (e1 <= knee_) return light;
   const double t = (e1 - knee_) / (1 - knee_);

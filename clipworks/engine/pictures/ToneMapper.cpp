@@ -174,20 +174,16 @@ Expected<const AVPixFmtDescriptor*> describe(const AVFrame& picture) {
   return pixels;
 }
 
-// What the programme's brightest part is said to be; 0 where nothing is said.
+// What the programme's brightest part is said to be, by its pixels rather than by its maker's display; 0 where nothing is
+// said.
 double peakLight(const AVFrame& picture) {
-  double peak = 0;
-  const AVFrameSideData* side = av_frame_get_side_data(&picture, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA);
-  if (side != nullptr) {
-    const auto* mastering = reinterpret_cast<const AVMasteringDisplayMetadata*>(side->data);
-    if (mastering->has_luminance != 0) peak = av_q2d(mastering->max_luminance);
-  }
-  side = av_frame_get_side_data(&picture, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL);
-  if (side != nullptr) {
-    const double brightest = reinterpret_cast<const AVContentLightMetadata*>(side->data)->MaxCLL;
-    if (brightest > 0) peak = peak > 0 ? std::min(peak, brightest) : brightest;
-  }
-  return peak;
+  const AVFrameSideData* side = av_frame_get_side_data(&picture, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL);
+  const double brightest = side == nullptr ? 0 : reinterpret_cast<const AVContentLightMetadata*>(side->data)->MaxCLL;
+  if (brightest > 0) return brightest;
+  side = av_frame_get_side_data(&picture, AV_FRAME_DATA_MASTERING_DISPLAY_METADATA);
+  if (side == nullptr) return 0;
+  const auto& mastering = *reinterpret_cast<const AVMasteringDisplayMetadata*>(side->data);
+  return mastering.has_luminance != 0 ? av_q2d(mastering.max_luminance) : 0;
 }
 
 void tagStandardRange(AVFrame& picture) {

@@ -100,15 +100,69 @@ Colour toned(Colour rgb, const ToneCurve& curve) {
   return rgb;
 }
 
-// No channel exceeds 1 here; a colour outside BT.709 has a negative one. Mixed with the grey of its own luminance until
-// that channel is 0, it moves straight towards white in the chromaticity diagram and keeps its hue there.
-Colour insideGamut(Colour rgb) {
-  const double lowest = std::min({rgb[0], rgb[1], rgb[2]});
-  if (lowest >= 0) return rgb;
-  const double grey = std::max(luminance(rgb), 0.0);
-  const double part = grey / (grey - lowest);
-  for (double& channel : rgb) channel = std::max(grey + part * (channel - grey), 0.0);
-  return rgb;
+// Oklab (B. Ottosson, 2020), from light of BT.709: what the three kinds of cones answer is the cube root of these sums.
+constexpr std::array<Colour, 3> conesOf709{{{0.4122214708, 0.5363325363, 0.0514459929},
+                                            {0.2119034982, 0.6806995451, 0.1073969566},
+                                            {0.0883024619, 0.2817188376, 0.6299787005}}};
+constexpr std::array<Colour, 3> lightOfCones{{{4.0767416621, -3.3077115913, 0.2309699292},
+                                              {-1.2684380046, 2.6097574011, -0.3413193965},
+                                              {-0.0041960863, -0.7034186147, 1.7076147010}}};
+constexpr Colour lightnessOfAnswers{0.2104542553, 0.7936177850, -0.0040720468};
+
+double sumOf(const Colour& factors, const Colour& values) {
+  return factors[0] * values[0] + factors[1] * values[1] + factors[2] * values[2];
+}
+
+bool isInside(const Colour& rgb) {
+  return std::min({rgb[0], rgb[1], rgb[2]}) >= 0 && std::max({rgb[0], rgb[1], rgb[2]}) <= 1;
+}
+
+/// The straight way in Oklab from a grey (0) to a colour (1). The three answers to a grey are its lightness, so every
+/// colour on it has the hue of its end; each channel is a polynomial of the third degree.
+class WayFromGrey {
+ public:
+  WayFromGrey(double grey, const Colour& answers) {
+    Colour rise{};
+    std::transform(answers.begin(), answers.end(), rise.begin(), [grey](double answer) { return answer - grey; });
+    const Colour squares{rise[0] * rise[0], rise[1] * rise[1], rise[2] * rise[2]};
+    const Colour cubes{squares[0] * rise[0], squares[1] * rise[1], squares[2] * rise[2]};
+    for (std::size_t i = 0; i < 3; ++i) {
+      const Colour& factors = lightOfCones[i];
+      channels_[i] = {grey * grey * grey, 3 * grey * grey * sumOf(factors, rise), 3 * grey * sumOf(factors, squares),
+                      sumOf(factors, cubes)};
+    }
+  }
+
+  [[nodiscard]] Colour at(double part) const {
+    Colour rgb{};
+    std::transform(channels_.begin(), channels_.end(), rgb.begin(),
+                   [part](const auto& c) { return ((c[3] * part + c[2]) * part + c[1]) * part + c[0]; });
+    return rgb;
+  }
+
+ private:
+  std::array<std::array<double, 4>, 3> channels_{};
+};
+
+// A colour outside BT.709 has a channel below 0 or above 1; it goes the way to a grey until it is inside. A grey of its
+// own lightness would leave the blue of BT.2020 very dark: part of the way to the grey of its brightest channel is what
+// the eye, which takes colourful light for brighter than it is, loses with the colour.
+Colour insideGamut(const Colour& rgb) {
+  constexpr double lift = 0.4;
+  constexpr double precision = 1.0 / 4096;
+  if (isInside(rgb)) return rgb;
+  Colour answers{};
+  for (std::size_t i = 0; i < 3; ++i) answers[i] = std::cbrt(sumOf(conesOf709[i], rgb));
+  const double lightness = sumOf(lightnessOfAnswers, answers);
+  const double brightest = std::cbrt(std::max({rgb[0], rgb[1], rgb[2]}));
+  const WayFromGrey way(std::clamp(lightness + lift * (brightest - lightness), 0.0, 1.0), answers);
+  double part = 0;
+  for (double step = 0.5; step >= precision; step /= 2) {
+    if (isInside(way.at(part + step))) part += step;
+  }
+  Colour result = way.at(part);
+  for (double& channel : result) channel = std::clamp(channel, 0.0, 1.0);
+  return result;
 }
 
 // Y'CbCr of 8 bits and video range, BT.709-6, 3 and 4; the display's curve is BT.1886 with a black of 0.

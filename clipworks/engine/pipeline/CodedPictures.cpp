@@ -6,6 +6,7 @@
 
 #include <clipworks/engine/input/PictureReader.h>
 #include <clipworks/engine/input/SampleReader.h>
+#include <clipworks/engine/pictures/ToneMapper.h>
 #include <clipworks/engine/pictures/WholePictures.h>
 #include <clipworks/engine/pipeline/DecodeTimes.h>
 
@@ -33,6 +34,29 @@ std::vector<RunLayer> layersOf(const PictureRun& run) {
   if (!run.layers.empty()) return run.layers;
   if (run.file == nullptr) return {};
   return {RunLayer{run.file, run.stream, {}, {}, 1}};
+}
+
+/// What the first pictures say of mastering and light level where they stay of high dynamic range, by their track's
+/// description or by themselves. What is said of dynamic metadata does not hold for pictures that are encoded anew.
+Expected<LightFacts> lightFactsOf(const PictureJob& job) {
+  LightFacts facts;
+  const auto transfer = static_cast<AVColorTransferCharacteristic>(job.encoder.colour.transfer);
+  if (job.encoder.codec != VideoCodec::hevc || !isHighDynamicRange(transfer)) return facts;
+  for (const PictureRun& run : job.runs) {
+    const auto layers = layersOf(run);
+    if (layers.empty()) continue;
+    const RunLayer& layer = layers.front();
+    auto reader = PictureReader::open(layer.file, layer.stream);
+    if (!reader) return tl::make_unexpected(reader.error());
+    auto picture = reader->picture(run.layers.empty() ? run.pictures.front().picture : layer.pictures.front());
+    if (!picture) return tl::make_unexpected(picture.error());
+    for (const auto& [kind, said] : masteringKinds) {
+      const AVFrameSideData* side = av_frame_get_side_data(picture->get(), said);
+      if (side != nullptr) facts[kind].assign(side->data, side->data + side->size);
+    }
+    break;
+  }
+  return facts;
 }
 
 }  // namespace
@@ -77,6 +101,7 @@ Expected<void> CodedPictures::openCopy() {
   format_ = owned<CodecParameters>(avcodec_parameters_alloc());
   const auto& first = job_.runs.front();
   if (avcodec_parameters_copy(format_.get(), &first.file->parameters(first.stream)) < 0) throw std::bad_alloc();
+  completeTags(*format_);
   lightFacts_ = first.file->lightFacts(first.stream);
   return start(&CodedPictures::copyRuns);
 }
@@ -107,7 +132,12 @@ Expected<void> CodedPictures::copyRun(const PictureRun& run) {
 }
 
 Expected<void> CodedPictures::openEncoder() {
-  auto encoder = VideoEncoder::open(job_.encoder);
+  auto facts = lightFactsOf(job_);
+  if (!facts) return tl::make_unexpected(facts.error());
+  lightFacts_ = std::move(*facts);
+  VideoEncoderSettings settings = job_.encoder;
+  settings.lightFacts = lightFacts_;
+  auto encoder = VideoEncoder::open(settings);
   if (!encoder) return tl::make_unexpected(encoder.error());
   encoder_.emplace(std::move(*encoder));
   format_ = encoder_->format();

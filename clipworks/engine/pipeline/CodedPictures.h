@@ -35,7 +35,7 @@ class CodedPictures {
   [[nodiscard]] Expected<void> open();
 
   [[nodiscard]] const AVCodecParameters& format() const { return *format_; }
-  /// Of copied pictures; nothing where they are encoded.
+  /// Of copied pictures all, of encoded ones what still holds.
   [[nodiscard]] const LightFacts& lightFacts() const { return lightFacts_; }
   [[nodiscard]] int reorderDepth() const { return reorderDepth_; }
 

@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include <clipworks/engine/pictures/FramePadding.h>
+#include <clipworks/engine/pictures/PlaneTurns.h>
 
 namespace clipworks::engine {
 
@@ -21,7 +22,7 @@ Expected<Frame> PictureFinish::finish(const PictureRun& run, const std::vector<F
   const auto& encoder = job_.encoder;
   if (frames.empty()) return blackFrame(encoder.width, encoder.height, format_, encoder.colour.fullRange);
   if (isShownAgain(run, frames)) return shareFrame(last_);
-  auto picture = job_.canvas ? rendered(run, frames) : standardRange(frames.front());
+  auto picture = job_.canvas ? rendered(run, frames) : asCoded(frames.front());
   if (!picture) return picture;
   auto converted = converter_.convert(*picture);
   if (!converted) return converted;
@@ -40,6 +41,15 @@ bool PictureFinish::isShownAgain(const PictureRun& run, const std::vector<Frame>
 Expected<Frame> PictureFinish::standardRange(const Frame& frame) {
   if (keepsHighRange_ || !isHighDynamicRange(frame->color_trc)) return shareFrame(frame);
   return toneMapper_.map(frame);
+}
+
+// Chroma that lies elsewhere than the encoder's stream lets it be expected is moved there.
+Expected<Frame> PictureFinish::asCoded(const Frame& frame) {
+  auto picture = standardRange(withPlainKind(frame));
+  if (!picture || !isResampled(static_cast<AVPixelFormat>((*picture)->format))) return picture;
+  const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>((*picture)->format));
+  if (pixels.log2_chroma_w > 1 || pixels.log2_chroma_h > 1) return picture;
+  return turned(*picture, {}, TurnedChroma::movedToLeft);
 }
 
 Expected<Frame> PictureFinish::asEncoded(const Frame& frame, PictureResampler& resampler) const {

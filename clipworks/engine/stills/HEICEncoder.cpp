@@ -150,7 +150,8 @@ heif_error keep(heif_context*, const void* bytes, std::size_t length, void* into
 Expected<std::vector<std::uint8_t>> encodeHEIC(const StillImage& still) {
   if (auto fit = checkForHEVC(*still.frame); !fit) return tl::make_unexpected(fit.error());
   const bool isRGB = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(still.frame->format))->flags & AV_PIX_FMT_FLAG_RGB;
-  const YUVMeaning meaning = isRGB ? meaningOfBGRA : meaningOf(*still.frame);
+  YUVMeaning meaning = isRGB ? meaningOfBGRA : meaningOf(*still.frame);
+  meaning.isFullRange = true;  // of video range libheif makes up to a level too much, and the brightest ones the same
   const auto planes = planarYUV(still.frame, AV_PIX_FMT_YUV420P, meaning);
   if (!planes) return tl::make_unexpected(planes.error());
   auto exif = exifBlock(still);

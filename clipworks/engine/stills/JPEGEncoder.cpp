@@ -17,7 +17,8 @@
 namespace clipworks::engine {
 namespace {
 
-constexpr int quality = 95;
+constexpr int usualQuality = 95;
+constexpr int ditheredQuality = 98;  // with less, what was mixed becomes one level, and steps of less than one are lost
 // JFIF 1.02: BT.601's matrix in full range.
 constexpr YUVMeaning meaningInJFIF{AVCOL_SPC_BT470BG, true, AVCHROMA_LOC_CENTER};
 constexpr int blockSide = DCTSIZE;
@@ -42,6 +43,7 @@ struct Input {
   const AVFrame* planes;  // YUV444P, whole blocks
   unsigned width;
   unsigned height;
+  int quality;
   const std::vector<std::uint8_t>* exif;     // may be empty
   const std::vector<std::uint8_t>* profile;  // may be empty
 };
@@ -57,7 +59,7 @@ void configure(jpeg_compress_struct& context, const Input& input) {
   context.input_components = 3;
   context.in_color_space = JCS_YCbCr;
   jpeg_set_defaults(&context);
-  jpeg_set_quality(&context, quality, TRUE);
+  jpeg_set_quality(&context, input.quality, TRUE);
   context.optimize_coding = TRUE;
   context.dct_method = JDCT_ISLOW;
   context.raw_data_in = TRUE;
@@ -129,7 +131,8 @@ Expected<std::vector<std::uint8_t>> encodeJPEG(const StillImage& still) {
   FailureExit failure;
   Output output;
   const Input input{planes->get(), static_cast<unsigned>(still.frame->width),
-                    static_cast<unsigned>(still.frame->height), &*exif, &*profile};
+                    static_cast<unsigned>(still.frame->height),
+                    still.isDithered ? ditheredQuality : usualQuality, &*exif, &*profile};
   const bool isWhole = compress(input, failure, output);
   const std::unique_ptr<unsigned char, decltype(&std::free)> owner(output.bytes, &std::free);
   if (!isWhole)

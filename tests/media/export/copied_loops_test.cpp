@@ -120,6 +120,13 @@ TEST_P(CopiedLoops, PlayEveryPictureAndSoundAgainInItsPlace) {
   expectSamplesOf(source, output, count);
   EXPECT_EQ(output.warnings(), "");
   EXPECT_EQ(output.stream("video").matrix, source.stream("video").matrix);
+  // As told, or as players take video of this size for.
+  const std::string told = source.stream("video").colorPrimaries;
+  const std::string tag = told.empty() || told == "unknown" ? "smpte170m" : told;
+  // Of HEVC, ffprobe tells what the pictures say themselves, which is nothing.
+  if (source.stream("video").codec != "hevc") {
+    EXPECT_EQ(output.stream("video").colorPrimaries, tag);
+  }
   EXPECT_NEAR(output.stream("video").startTime, clip.times().front(), c.tolerance);
   EXPECT_NEAR(output.duration(), count * length, 0.03) << "whatever ends last, up to one block of sound";
   if (c.options.audioCodec.empty()) {

@@ -235,9 +235,24 @@ TEST(JoinedClips, AreEncodedIntoThePicturesOfTheFirst) {
   EXPECT_EQ(output.warnings(), "");
 }
 
+/// What ffprobe tells of mastering and light level: of the track's description and of the first picture, line by line.
+std::string lightOf(const std::filesystem::path& path) {
+  const auto told = [&](const std::string& entries) {
+    const ProgramResult result = runProgram({"ffprobe", "-v", "error", "-select_streams", "v", "-read_intervals", "%+#1",
+                                             "-show_entries", entries + "=red_x,red_y,green_x,green_y,blue_x,blue_y,white_point_x,"
+                                             "white_point_y,min_luminance,max_luminance,max_content,max_average", "-of",
+                                             "default=noprint_wrappers=1", path});
+    EXPECT_TRUE(result.succeeded()) << result;
+    return result.standardOutput;
+  };
+  return "track\n" + told("stream_side_data") + "picture\n" + told("frame_side_data");
+}
+
 TEST(RenderedPictures, OfHighDynamicRangeStaySoInHEVC) {
   ClipOptions options = sized(320, 180, {.videoCodec = "libx265", .pixelFormat = "yuv420p10le", .audioCodec = ""});
-  options.outputArguments = {"-color_primaries", "bt2020", "-color_trc", "arib-std-b67", "-colorspace", "bt2020nc"};
+  options.outputArguments = {"-color_primaries", "bt2020", "-color_trc", "smpte2084", "-colorspace", "bt2020nc", "-x265-params",
+                             "log-level=none:master-display=G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)"
+                             "L(40000000,50):max-cll=3210,400"};
   const BarCodeClip clip(options);
   const auto composition = loopOf(clip.path(), 1);
   const auto layer = AVMutableVideoCompositionLayerInstruction::make(composition->tracks(AVMediaTypeVideo).at(0));
@@ -257,9 +272,14 @@ TEST(RenderedPictures, OfHighDynamicRangeStaySoInHEVC) {
   const StreamFacts video = output.stream("video");
   EXPECT_EQ(video.pixelFormat, "yuv420p10le");
   EXPECT_EQ(video.colorPrimaries, "bt2020");
-  EXPECT_EQ(video.colorTransfer, "arib-std-b67");
+  EXPECT_EQ(video.colorTransfer, "smpte2084");
   EXPECT_EQ(video.colorSpace, "bt2020nc");
   EXPECT_EQ(video.colorRange, "tv");
+  const std::string light =
+      "red_x=34000/50000\nred_y=16000/50000\ngreen_x=13250/50000\ngreen_y=34500/50000\nblue_x=7500/50000\n"
+      "blue_y=3000/50000\nwhite_point_x=15635/50000\nwhite_point_y=16450/50000\nmin_luminance=50/10000\n"
+      "max_luminance=40000000/10000\nmax_content=3210\nmax_average=400\n";
+  EXPECT_EQ(lightOf(directory.file("turned.mp4")), "track\n" + light + "picture\n" + light);
   EXPECT_EQ(numbersOf(output.pictures()), numbersOf(MediaJudge(clip.path()).pictures()));
   EXPECT_THAT(similarity(directory.file("turned.mp4"), clip.path(), 24, "transpose=clock,"),
               testing::AllOf(testing::SizeIs(3), Each(Gt(0.97))));

@@ -1,5 +1,6 @@
 #include <clipworks/media/images/AVAssetImageGenerator.h>
 
+#include <array>
 #include <atomic>
 #include <chrono>
 #include <cmath>
@@ -23,6 +24,7 @@
 
 #include <tests/support/BarCode.h>
 #include <tests/support/BarCodeClip.h>
+#include <tests/support/RunProgram.h>
 #include <tests/support/TemporaryDirectory.h>
 
 namespace clipworks::test {
@@ -256,6 +258,27 @@ INSTANTIATE_TEST_SUITE_P(Kinds, ImageKindTest,
                                                   AVCOL_TRC_SMPTE170M, AVCOL_SPC_SMPTE170M},
                                          KindCase{"10 bits of high dynamic range", hlg(), AVCOL_PRI_BT709,
                                                   AVCOL_TRC_BT709, AVCOL_SPC_BT709}));
+
+// Green of BT.601's 525 lines is yellower than that of sRGB, which stills are read as: 74, 252, 0 by zscale's own reckoning.
+TEST(ImageGeneratorTest, ColoursToldByOtherPrimariesThanThoseOfStillsAreConverted) {
+  const TemporaryDirectory directory;
+  const auto greenOf = [&](const char* primaries) {
+    const auto clip = directory.file(std::string(primaries) + ".mp4");
+    const ProgramResult made =
+        runProgram({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
+                    "color=0x00ff00:s=96x64:d=0.2,format=rgb24,scale=out_color_matrix=bt601,format=yuv420p", "-c:v", "libx264",
+                    "-qp", "1", "-color_primaries", primaries, "-color_trc", "bt709", "-colorspace", "smpte170m", clip});
+    EXPECT_TRUE(made.succeeded()) << made;
+    const auto image = exactGenerator(AVAsset::make(URL(clip)))->copyCGImage(kCMTimeZero);
+    const auto bytes = (*image)->copyData();
+    const std::size_t at = bytes.size() / 2;
+    return std::array<int, 3>{bytes[at + 2], bytes[at + 1], bytes[at]};
+  };
+  const auto converted = greenOf("smpte170m");
+  EXPECT_NEAR(converted[0], 74, 3);
+  EXPECT_NEAR(converted[1], 252, 3);
+  EXPECT_LT(greenOf("bt709")[0], 4);
+}
 
 // What x265 writes for a display of 0 to 400 cd/m² and a brightest pixel of 300, and the boxes that say the same:
 // ISO/IEC 14496-12, 12.1.5.
