@@ -20,7 +20,7 @@ int main(int argc, char** argv) {
   const auto progress = std::make_shared<Progress>();
   const auto compressor = VideoCompressorUtils::make();
   compressor->setDelegate(progress);
-  // Reports on the main queue, which belongs to the host: run() works it off until stop().
+  // Reports on the main queue, which belongs to the host: run() runs its items until stop().
   int exitCode = 1;
   compressor->compress(clips, VideoCompressorUtils::Parameters(Quality480p()), [&](const auto& result) {
     if (result) {

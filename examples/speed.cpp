@@ -12,7 +12,7 @@ int main(int argc, char** argv) {
   }
   FileSystem::shared().setOutputsURL(URL("."));
 
-  // Reports on the main queue, which belongs to the host: run() works it off until stop().
+  // Reports on the main queue, which belongs to the host: run() runs its items until stop().
   int exitCode = 1;
   const auto report = [&](const auto& result) {
     if (result) {

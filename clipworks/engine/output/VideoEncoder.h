@@ -23,7 +23,7 @@ struct Colour {
   bool fullRange = false;
 };
 
-/// The colour of `parameters`, what is untold filled in as players do: BT.709 for high definition, BT.601 below.
+/// The colour of `parameters`, what it does not say filled in as players do: BT.709 for high definition, BT.601 below.
 [[nodiscard]] Colour completeColour(const AVCodecParameters& parameters);
 /// The same for pictures of a size, of which `told` is known; the code point 2 stands for what is not.
 [[nodiscard]] Colour completeColour(int width, int height, const Colour& told);

@@ -47,7 +47,7 @@ class CLIPWORKS_API DispatchMainQueue {
   /// Runs the items that wait now, without waiting; those that they add stay for the next call. How many they were.
   std::size_t drain();
 
-  /// A descriptor that is readable as long as items wait, for `poll` and its kin; never read from it or close it. −1
+  /// A descriptor that is readable as long as items wait, for `poll` or `select`; never read from it or close it. −1
   /// when the system has none left.
   [[nodiscard]] int fileDescriptor();
 

@@ -27,26 +27,26 @@ CMTime infinity(bool isPositive) { return isPositive ? kCMTimePositiveInfinity :
 bool fits(Int128 number) { return number == saturated(number); }
 
 /// What a result takes over from its operands.
-struct Heritage {
+struct Provenance {
   bool wasRounded;
   std::int64_t epoch;
 };
 
-CMTime makeNumber(std::int64_t value, std::int32_t timescale, const Heritage& heritage) {
+CMTime makeNumber(std::int64_t value, std::int32_t timescale, const Provenance& provenance) {
   const std::uint32_t flags =
-      heritage.wasRounded ? CMTime::valid | CMTime::hasBeenRounded : std::uint32_t{CMTime::valid};
-  return {value, timescale, flags, heritage.epoch};
+      provenance.wasRounded ? CMTime::valid | CMTime::hasBeenRounded : std::uint32_t{CMTime::valid};
+  return {value, timescale, flags, provenance.epoch};
 }
 
 /// `numerator` / `denominator` (positive) seconds at `timescale`, or at the half, the quarter … of it that holds the
 /// value. |numerator| < 2^96, so that the product with a time scale fits 128 bits.
-CMTime makeFromFraction(Int128 numerator, Int128 denominator, std::int32_t timescale, Heritage heritage) {
+CMTime makeFromFraction(Int128 numerator, Int128 denominator, std::int32_t timescale, Provenance provenance) {
   for (; timescale > 0; timescale /= 2) {
     const Int128 product = numerator * timescale;
     const Int128 value = divideRounded(product, denominator, CMTimeRoundingMethod::roundHalfAwayFromZero, false);
     if (!fits(value)) continue;
-    heritage.wasRounded = heritage.wasRounded || product % denominator != 0;
-    return makeNumber(static_cast<std::int64_t>(value), timescale, heritage);
+    provenance.wasRounded = provenance.wasRounded || product % denominator != 0;
+    return makeNumber(static_cast<std::int64_t>(value), timescale, provenance);
   }
   return infinity(numerator > 0);
 }
@@ -63,12 +63,12 @@ Int128 greatestCommonDivisor(Int128 a, Int128 b) {
 /// The sum of two numbers; `sign` is that of the second.
 CMTime sumOfNumbers(const CMTime& a, const CMTime& b, int sign) {
   if (a.epoch != b.epoch && a.epoch != 0 && b.epoch != 0) return kCMTimeInvalid;
-  const Heritage heritage{a.wasRounded() || b.wasRounded(), a.epoch == b.epoch ? 0 : a.epoch + b.epoch};
+  const Provenance provenance{a.wasRounded() || b.wasRounded(), a.epoch == b.epoch ? 0 : a.epoch + b.epoch};
   const std::int64_t multiple = std::lcm(std::int64_t{a.timescale}, std::int64_t{b.timescale});
   const Int128 numerator = static_cast<Int128>(a.value) * (multiple / a.timescale) +
                            sign * static_cast<Int128>(b.value) * (multiple / b.timescale);
   const std::int32_t common = commonTimescale(a.timescale, b.timescale);
-  return makeFromFraction(numerator, multiple, common != 0 ? common : kCMTimeMaxTimescale, heritage);
+  return makeFromFraction(numerator, multiple, common != 0 ? common : kCMTimeMaxTimescale, provenance);
 }
 
 CMTime sum(const CMTime& a, const CMTime& b, int sign) {

@@ -86,7 +86,7 @@ TEST(ExactTimeTest, MultipliesAndDividesWithoutOverflow) {
 
 TEST(ExactTimeTest, RoundingMethodsAgreeWithTheirDefinitions) {
   for (const int value : {-7, -6, -5, -4, -3, -2, -1, 0, 1, 2, 3, 4, 5, 6, 7}) {
-    const double exact = value / 4.0;  // halves and quarters: floor and its kin are exact
+    const double exact = value / 4.0;  // halves and quarters: rounding is exact
     EXPECT_EQ(mulDiv(value, 3, 12, roundTowardNegativeInfinity), std::floor(exact)) << exact;
     EXPECT_EQ(mulDiv(value, -3, -12, roundTowardPositiveInfinity), std::ceil(exact)) << exact;
     EXPECT_EQ(mulDiv(-value, 3, -12, roundTowardZero), std::trunc(exact)) << exact;
