@@ -113,6 +113,7 @@ class MediaFile {
   void describeDuration(const AVFormatContext& context);
   Expected<void> measureByPackets();
   Expected<SampleTable> buildTable(int index) const;
+  Expected<CodecChanges> readCodecChanges(int index) const;
 
   std::string name_;
   std::shared_ptr<const FileHandle> handle_;
