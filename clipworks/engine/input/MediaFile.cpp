@@ -181,6 +181,7 @@ void MediaFile::describeStream(const AVFormatContext& context, int index) {
   if (track != nullptr) {
     facts.edits = track->edits;
     facts.sampleDescriptions = track->sampleDescriptions;
+    facts.codedSizes = track->codedSizes;
     if (!boxes_->fragmented && track->sampleCount == 0) return;
   }
   if (video) {

@@ -44,6 +44,10 @@ class CLIPWORKS_API AVAssetTrack {
 
   /// The codec's short name ("h264", "hevc", "aac"); empty for an empty composition track.
   [[nodiscard]] virtual std::string codecName() const = 0;
+  /// Where the format of a file's pictures changes on the way: the coded size by each of the formats that the file
+  /// describes, in its order. Pictures of all of them come in the first one's size, fitted. Empty where nothing changes,
+  /// for sound, and for a composition's track.
+  [[nodiscard]] virtual std::vector<CGSize> formatSizes() const { return {}; }
   /// Of sound; 0 for pictures.
   [[nodiscard]] virtual int channelCount() const = 0;
   /// Of sound, in hertz; 0 for pictures.

@@ -48,6 +48,7 @@ class FileAssetTrack final : public AVAssetTrack {
   [[nodiscard]] std::int32_t naturalTimeScale() const override;
   [[nodiscard]] std::vector<AVAssetTrackSegment> segments() const override;
   [[nodiscard]] std::string codecName() const override;
+  [[nodiscard]] std::vector<CGSize> formatSizes() const override;
   [[nodiscard]] int channelCount() const override;
   [[nodiscard]] double sampleRate() const override;
   [[nodiscard]] std::shared_ptr<const MediaTrack> media() const override;
