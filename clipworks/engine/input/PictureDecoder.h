@@ -10,6 +10,7 @@
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/input/CodedUnits.h>
+#include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/engine/input/MediaFile.h>
 #include <clipworks/engine/input/SampleReader.h>
 #include <clipworks/engine/pictures/PlanarPictures.h>
@@ -34,6 +35,10 @@ class PictureDecoder {
 
   [[nodiscard]] const SampleTable& table() const { return samples_.table(); }
   [[nodiscard]] const std::string& name() const { return file_->name(); }
+  /// Counts picture number `picture` of the track as damaged.
+  void tellDamage(DamagedPictures* counter, std::size_t picture) const {
+    DamagedPictures::tell(counter, *file_, stream_, picture);
+  }
 
   /// From now on, pictures that nothing refers to go without their loop filter.
   void leaveOutFilters() { decoder_->skip_loop_filter = leftOutFilters_ = AVDISCARD_NONREF; }
