@@ -110,6 +110,18 @@ std::string otherLine(const OtherTrack& track) {
   return line + "  (left out by edits)\n";
 }
 
+/// "256 × 128, then 320 × 240".
+std::string formatsLine(const std::vector<CGSize>& sizes) {
+  std::vector<std::string> texts;
+  for (const CGSize& size : sizes) {
+    const std::string text = shortNumber(size.width, 0) + " × " + shortNumber(size.height, 0);
+    if (texts.empty() || texts.back() != text) texts.push_back(text);
+  }
+  std::string line = "    format changes on the way: ";
+  for (std::size_t i = 0; i < texts.size(); ++i) line += (i > 0 ? ", then " : "") + texts[i];
+  return line + '\n';
+}
+
 std::string span(const CMTimeRange& range) { return clock(range.start) + " – " + clock(range.end()); }
 
 std::string segmentLine(const AVAssetTrackSegment& segment) {
@@ -152,6 +164,7 @@ std::string trackLines(const AVAsset& asset) {
     }
     text += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
     if (const auto format = tracks[row]->pictureFormat()) text += formatLine(*format);
+    if (const auto sizes = tracks[row]->formatSizes(); !sizes.empty()) text += formatsLine(sizes);
     const auto segments = tracks[row]->segments();
     if (segments.size() < 2) continue;
     for (const auto& segment : segments) text += segmentLine(segment);
@@ -190,6 +203,8 @@ ordered_json trackObject(const AVAssetTrack& track) {
                         {"target", rangeObject(segment.target)},
                         {"empty", segment.isEmpty()}});
   }
+  auto formats = ordered_json::array();
+  for (const CGSize& size : track.formatSizes()) formats.push_back({{"width", size.width}, {"height", size.height}});
   ordered_json object{{"type", isVideo(track) ? "video" : "audio"},
           {"codec", track.codecName()},
           {"width", track.naturalSize().width},
@@ -198,6 +213,7 @@ ordered_json trackObject(const AVAssetTrack& track) {
           {"frameRate", track.nominalFrameRate()},
           {"dataRate", track.estimatedDataRate()},
           {"duration", timeObject(track.timeRange().duration)},
+          {"formats", formats},
           {"channels", track.channelCount()},
           {"sampleRate", track.sampleRate()},
           {"segments", segments}};

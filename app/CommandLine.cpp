@@ -77,6 +77,8 @@ void CommandLine::addOptions() {
       });
   parser_.add_flag("--strip-metadata", options_.stripMetadata,
                    "Leave out the date, place and device of the recording,\nwhich are kept otherwise");
+  parser_.add_flag("--strict", options_.strict,
+                   "Fail where pictures of an input are damaged, instead of\nshowing what could be decoded");
   parser_.set_version_flag("--version", "clipworks " CLIPWORKS_VERSION, "Print the version");
   parser_.add_flag_callback(
       "--licenses", [] { throw CLI::CallForVersion(licenses(), 0); }, "Print the licences that hold for this program");

@@ -68,7 +68,9 @@ Outcome EditingCommand::run(const Program& program) {
   const auto bench = Workbench::make(program, inputs());
   if (!bench) return failure(bench.error());
   const Outcome edited = edit(**bench);
-  if (edited) program.reporter.done();
+  if (!edited) return edited;
+  (*bench)->tellDamage();
+  program.reporter.done();
   return edited;
 }
 

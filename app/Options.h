@@ -24,6 +24,8 @@ struct Options {
   /// The library's own lines are shown.
   bool verbose = false;
   CodecChoice codec = CodecChoice::automatic;
+  /// Damaged pictures are a failure.
+  bool strict = false;
   /// Results carry no date, place and device of the recording.
   bool stripMetadata = false;
 };

@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <app/DamageSentence.h>
 #include <app/Printable.h>
 #include <app/ProgressLine.h>
 
@@ -86,7 +87,11 @@ void PrintingReporter::done() {
   const std::lock_guard lock(mutex_);
   clearBar();
   if (!json_) return;
-  writeOut(jsonLine({{"event", "done"}, {"outputs", pathsOf(outputs_)}}));
+  nlohmann::ordered_json event{{"event", "done"}, {"outputs", pathsOf(outputs_)}};
+  for (const auto& [name, pictures] : damaged_) {
+    event["damagedPictures"].push_back({{"file", name}, {"pictures", pictures}});
+  }
+  writeOut(jsonLine(event));
 }
 
 void PrintingReporter::failed(const Failure& failure) {
@@ -103,6 +108,12 @@ nlohmann::ordered_json PrintingReporter::errorEvent(const std::string& sentence)
   }
   if (!outputs_.empty()) event["outputs"] = pathsOf(outputs_);
   return event;
+}
+
+void PrintingReporter::damaged(const std::string& fileName, std::int64_t pictures) {
+  warning(damageSentence(fileName, pictures) + "; what could be decoded is shown");
+  const std::lock_guard lock(mutex_);
+  damaged_.emplace_back(fileName, pictures);
 }
 
 void PrintingReporter::warning(std::string_view sentence) {

@@ -5,6 +5,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json_fwd.hpp>
@@ -30,6 +31,8 @@ class PrintingReporter final : public Reporter {
   void note(std::string_view line) override;
   void output(const std::filesystem::path& path) override;
   void done() override;
+  /// The event at the end tells it, too.
+  void damaged(const std::string& fileName, std::int64_t pictures) override;
   void warning(std::string_view sentence) override;
   /// The event at the end tells it, too.
   void inputFailed(const std::filesystem::path& input, std::string_view sentence) override;
@@ -60,6 +63,7 @@ class PrintingReporter final : public Reporter {
     std::string sentence;
   };
 
+  std::vector<std::pair<std::string, std::int64_t>> damaged_;  // guarded by mutex_; names and pictures
   std::vector<std::filesystem::path> outputs_;  // guarded by mutex_
   std::vector<FailedInput> failedInputs_;       // guarded by mutex_
   double shownProgress_ = -1;                   // guarded by mutex_

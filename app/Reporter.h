@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <string>
 #include <string_view>
 
 namespace clipworks::app {
@@ -25,6 +27,8 @@ class Reporter {
   virtual void output(const std::filesystem::path& path) = 0;
   /// The work is done; nothing follows.
   virtual void done() = 0;
+  /// Pictures of an input are damaged; what could be decoded of them is in the result.
+  virtual void damaged(const std::string& fileName, std::int64_t pictures) = 0;
   /// One of several inputs failed; the others go on.
   virtual void warning(std::string_view sentence) = 0;
   /// The same for a command that makes files.

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <utility>
 
+#include <app/DamageSentence.h>
 #include <clipworks/filedeck/FileSystem.h>
 #include <clipworks/media/asset/AVAsset.h>
 #include <clipworks/media/base/FileManager.h>
@@ -33,6 +34,7 @@ Workbench::Workbench(const Program& program, std::vector<std::filesystem::path> 
       interruption_(program.interruption),
       inputs_(std::move(inputs)),
       directories_(std::move(directories)),
+      isStrict_(program.options.strict),
       watch_(program.reporter) {}
 
 void Workbench::enterStage(double from, double to) {
@@ -95,17 +97,27 @@ Result<URL, Failure> Workbench::withMetadataOf(const std::filesystem::path& reco
   return wait(exported, what);
 }
 
-Outcome Workbench::deliver(const URL& made) {
+Outcome Workbench::deliver(const URL& made, const std::filesystem::path& input) {
   const auto asset = AVAsset::make(made);
   if (asset->tracks().empty()) return failed("the result cannot be read back: " + asset->loadError());
-  return deliverWhole(made);
+  return deliverWhole(made, input);
 }
 
-Outcome Workbench::deliverWhole(const URL& made) {
+Outcome Workbench::deliverWhole(const URL& made, const std::filesystem::path& input) {
+  for (const auto& media : damage_.damagedMedia()) {
+    const bool isItsOwn = input.empty() || input.filename() == media.fileName;
+    if (isStrict_ && isItsOwn) {
+      return failed(damageSentence(media.fileName, media.pictures) + ", which strict work does not allow");
+    }
+  }
   const auto place = directories_->moveIntoPlace(made.path(), inputs_);
   if (!place) return failure(place.error());
   reporter_.output(*place);
   return {};
+}
+
+void Workbench::tellDamage() const {
+  for (const auto& media : damage_.damagedMedia()) reporter_.damaged(media.fileName, media.pictures);
 }
 
 }  // namespace clipworks::app

@@ -11,6 +11,7 @@
 #include <app/Command.h>
 #include <app/PrivateDirectories.h>
 #include <app/SessionWatch.h>
+#include <clipworks/media/asset/DamagedMedia.h>
 #include <clipworks/media/base/URL.h>
 
 namespace clipworks::app {
@@ -58,10 +59,13 @@ class Workbench {
   [[nodiscard]] Result<URL, Failure> withMetadataOf(const std::filesystem::path& recording, const URL& made,
                                                     const std::string& fileName);
 
-  /// Checks that the file can be read, moves it into place and tells its path.
-  [[nodiscard]] Outcome deliver(const URL& made);
+  /// Checks that the file can be read, moves it into place and tells its path. Refuses where work is strict and
+  /// pictures of `input`, or of any input when none is named, are damaged.
+  [[nodiscard]] Outcome deliver(const URL& made, const std::filesystem::path& input = {});
   /// The same for a file that is known to be whole.
-  [[nodiscard]] Outcome deliverWhole(const URL& made);
+  [[nodiscard]] Outcome deliverWhole(const URL& made, const std::filesystem::path& input = {});
+  /// Tells of the damaged pictures of all inputs, at the end.
+  void tellDamage() const;
 
  private:
   Workbench(const Program& program, std::vector<std::filesystem::path> inputs,
@@ -77,7 +81,9 @@ class Workbench {
   Interruption& interruption_;
   std::vector<std::filesystem::path> inputs_;
   std::unique_ptr<PrivateDirectories> directories_;
+  bool isStrict_;
   SessionWatch watch_;
+  DamageWatch damage_;
   double stageStart_ = 0;
   double stageEnd_ = 1;
 };

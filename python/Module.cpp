@@ -12,6 +12,7 @@
 
 #include <app/Command.h>
 #include <app/CommandLine.h>
+#include <app/DamageSentence.h>
 #include <clipworks/foundation/HEVCSupport.h>
 #include <python/PythonHost.h>
 
@@ -26,6 +27,7 @@ struct Ran {
   std::string sentence;
   std::vector<std::string> outputs;
   std::string text;
+  std::vector<std::string> warnings;
 };
 
 constexpr std::chrono::milliseconds lookInterval{100};
@@ -58,7 +60,7 @@ app::Outcome runProgram(const std::vector<std::string>& arguments, PythonHost& h
 /// Raises what the callback or a signal's handler raised.
 Ran run(const std::vector<std::string>& arguments, py::object onProgress) {
   if (isForked()) {
-    return {app::ExitCode::failed, "this process was forked from one that had used clipworks; start it by \"spawn\"", {}, {}};
+    return {app::ExitCode::failed, "this process was forked from one that had used clipworks; start it by \"spawn\"", {}, {}, {}};
   }
   PythonHost host(onProgress);
   Ran ran;
@@ -68,12 +70,15 @@ Ran run(const std::vector<std::string>& arguments, py::object onProgress) {
     while (!turn.try_lock_for(lookInterval) && !host.isRequested()) {
     }
     const app::Outcome outcome = turn.owns_lock() ? runProgram(arguments, host) : app::Outcome();
-    if (!outcome) ran = {outcome.error().code, outcome.error().sentence, {}, {}};
+    if (!outcome) ran = {outcome.error().code, outcome.error().sentence, {}, {}, {}};
     host.end();
   }
   if (host.raised() != nullptr) std::rethrow_exception(host.raised());
   ran.outputs = host.outputs();
   ran.text = host.text();
+  for (const auto& [name, pictures] : host.damaged()) {
+    ran.warnings.push_back(app::damageSentence(name, pictures) + "; what could be decoded is shown");
+  }
   return ran;
 }
 
@@ -102,6 +107,7 @@ PYBIND11_MODULE(_clipworks, module) {
       .def_readonly("code", &Ran::code)
       .def_property_readonly("sentence", [](const Ran& ran) { return pybind11::bytes(ran.sentence); })
       .def_property_readonly("outputs", [](const Ran& ran) { return clipworks::python::asBytes(ran.outputs); })
+      .def_property_readonly("warnings", [](const Ran& ran) { return clipworks::python::asBytes(ran.warnings); })
       .def_property_readonly("text", [](const Ran& ran) { return pybind11::bytes(ran.text); });
   module.def("run", &clipworks::python::run, pybind11::arg("arguments"), pybind11::arg("progress"),
              "Runs the command that `arguments` (bytes, as for the program) ask for, without the interpreter lock.");

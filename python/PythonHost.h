@@ -6,6 +6,7 @@
 #include <exception>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <app/Interruption.h>
@@ -29,6 +30,7 @@ class PythonHost final : public app::Reporter, public app::Interruption {
   void note(std::string_view) override {}
   void output(const std::filesystem::path& path) override { outputs_.push_back(path.string()); }
   void done() override {}
+  void damaged(const std::string& fileName, std::int64_t pictures) override { damaged_.emplace_back(fileName, pictures); }
   void warning(std::string_view) override {}
   void inputFailed(const std::filesystem::path&, std::string_view) override {}
   void text(std::string_view text) override { text_ += text; }
@@ -45,6 +47,8 @@ class PythonHost final : public app::Reporter, public app::Interruption {
   /// What the command made; after it.
   [[nodiscard]] const std::vector<std::string>& outputs() const { return outputs_; }
   [[nodiscard]] const std::string& text() const { return text_; }
+  /// Names of files with damaged pictures, and how many.
+  [[nodiscard]] const std::vector<std::pair<std::string, std::int64_t>>& damaged() const { return damaged_; }
   /// What was raised while the command ran; null when nothing was.
   [[nodiscard]] std::exception_ptr raised() const { return raised_; }
 
@@ -57,6 +61,7 @@ class PythonHost final : public app::Reporter, public app::Interruption {
   std::exception_ptr raised_;
   std::vector<std::string> outputs_;
   std::string text_;
+  std::vector<std::pair<std::string, std::int64_t>> damaged_;
 };
 
 }  // namespace clipworks::python

@@ -112,7 +112,7 @@ class CompressCommand final : public CompressingCommand {
   /// At the very end, so that an interrupted run leaves nothing.
   Outcome deliverAll(Workbench& bench, const std::vector<std::pair<const Source*, URL>>& results) {
     for (const auto& [source, made] : results) {
-      const Outcome delivered = bench.deliver(made);
+      const Outcome delivered = bench.deliver(made, source->file);
       if (delivered) continue;
       if (sources_.size() == 1) return delivered;
       fail(bench, *source, delivered.error().sentence);

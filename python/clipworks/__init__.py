@@ -22,6 +22,7 @@ import json
 import operator
 import os
 import re
+import warnings
 from pathlib import Path
 from typing import Any, Callable, Literal, NamedTuple, Sequence, TypedDict, Unpack
 
@@ -49,6 +50,8 @@ class Options(TypedDict, total=False):
     codec: for pictures that are encoded; "auto" is HEVC where the clip is HEVC, else H.264. `rotate` and `crop` choose
         HEVC only when told to; `compress`, `preview`, `reverse` and low qualities are always H.264.
     strip_metadata: whether the date, place and device of the recording are left out; they are kept otherwise.
+    strict: whether damaged pictures of an input are an `Error`; else what could be decoded is shown, and a
+        `RuntimeWarning` tells of it.
     progress: called on the calling thread with rising numbers from 0 to 1; what it raises ends the operation. The last
         call, with 1, comes when the new file is in its place.
     """
@@ -57,6 +60,7 @@ class Options(TypedDict, total=False):
     temp: AnyPath
     codec: Literal["auto", "h264", "hevc"]
     strip_metadata: bool
+    strict: bool
     progress: Callable[[float], Any]
 
 
@@ -191,6 +195,8 @@ def _make(command: str, file: AnyPath, arguments: dict[str, Any], options: Optio
         if path is not None:
             os.stat(path)
     ran = _run([command, *_words(options), *_words(arguments), "--", os.fspath(file)], progress)
+    for sentence in ran.warnings:
+        warnings.warn(sentence.decode(errors="replace"), RuntimeWarning, stacklevel=3)
     return Path(os.fsdecode(ran.outputs[0]))
 
 

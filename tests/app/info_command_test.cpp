@@ -3,6 +3,7 @@
 #include <string>
 
 #include <tests/app/ProgramUnderTest.h>
+#include <tests/support/TwoFormatsClip.h>
 
 namespace clipworks::test {
 namespace {
@@ -94,6 +95,14 @@ TEST(Info, ShowsTheOthersOfAListWhenOneCannotBeRead) {
   EXPECT_EQ(told3.at(1).at("tracks"), json::array());
   EXPECT_THAT(told3.at(1).at("error").get<std::string>(), HasSubstr("note.mp4"));
   EXPECT_EQ(told3.at(2).at("tracks").at(0).at("type"), "audio");
+}
+
+TEST(Info, TellsOfAFormatThatChanges) {
+  const auto people = runClipworks({"info", twoFormatsClip()});
+  EXPECT_THAT(people.standardOutput, HasSubstr("format changes on the way: 256 × 128, then 128 × 128\n")) << people;
+  const auto programs = runClipworks({"--json", "info", twoFormatsClip()});
+  const auto events = eventsOf(programs);
+  EXPECT_EQ(events.front().at("files").at(0).at("tracks").at(0).at("formats"), json::array({{{"width", 256}, {"height", 128}}, {{"width", 128}, {"height", 128}}}));
 }
 
 TEST(Program, ExplainsItself) {

@@ -85,5 +85,19 @@ INSTANTIATE_TEST_SUITE_P(
         DisposableCase{"a record that is cut", h265, hevcRecord(0).substr(0, 27), {hevc(0)}, false},
         DisposableCase{"another codec", AV_CODEC_ID_VP9, "", {"xxxx"}, false}));
 
+TEST(CodedUnits, TellTheBuildOfTheirEncoder) {
+  const struct {
+    std::string says;
+    std::optional<int> build;
+  } cases[] = {{"UUIDx264 - core 78 r1", 78}, {"x264 - core 164", 164}, {"x264 - core 0000", 67}, {"x264 - core 0 ", std::nullopt},
+               {"x264 - core ", std::nullopt}, {"x264 - core x", std::nullopt}, {"x265 - core 12", std::nullopt}, {"", std::nullopt}};
+  for (const auto& c : cases) {
+    Packet packet = makePacket();
+    ASSERT_EQ(av_new_packet(packet.get(), static_cast<int>(c.says.size())), 0);
+    std::copy(c.says.begin(), c.says.end(), packet->data);
+    EXPECT_EQ(x264BuildIn(*packet), c.build) << c.says;
+  }
+}
+
 }  // namespace
 }  // namespace clipworks::engine

@@ -37,6 +37,8 @@ struct MovieBoxes {
     std::uint64_t mediaDuration = 0;    ///< `mdhd`
     std::vector<Edit> edits;            ///< empty when there is no `edts`
     std::uint32_t sampleDescriptions = 0;  ///< count of entries in `stsd`
+    /// Width and height of coded pictures by the descriptions, the first ones at most.
+    std::vector<std::array<std::uint16_t, 2>> codedSizes;
     std::vector<Run> sampleLengths;     ///< `stts`
     std::vector<Run> pictureOffsets;    ///< `ctts`, signed as its values are meant; empty when there is none
     std::vector<std::uint32_t> syncSamples;  ///< `stss`, counted from 1

@@ -132,6 +132,14 @@ void readSampleDescriptions(Bytes stsd, Track& track) {
     if (!description) {
       break;
     }
+    if (track.handler == fourCC("vide") && track.codedSizes.size() < limits::maxDecoderParameters) {
+      constexpr std::size_t beforeSize = 24;  // ISO/IEC 14496-12, 12.1.3; the same in QuickTime
+      BoxCursor size(description->content);
+      size.skip(beforeSize);
+      const auto width = size.read<std::uint16_t>();
+      const auto height = size.read<std::uint16_t>();
+      track.codedSizes.push_back({width, height});
+    }
     if (track.sampleDescriptions == 0 && track.handler == fourCC("vide")) {
       readVisualDescription(description->content, track);
     }

@@ -26,7 +26,7 @@ std::size_t bytesOf(const AVFrame& frame) {
 
 std::size_t estimatedBytes(const AVCodecParameters& parameters) {
   const int bytes =
-      av_image_get_buffer_size(static_cast<AVPixelFormat>(parameters.format), parameters.width, parameters.height, 1);
+      av_image_get_buffer_size(planarKind(static_cast<AVPixelFormat>(parameters.format)), parameters.width, parameters.height, 1);
   return static_cast<std::size_t>(std::max(bytes, 1));
 }
 
@@ -48,7 +48,11 @@ Expected<CachedPictureReader> CachedPictureReader::open(std::shared_ptr<const Me
 Expected<Frame> CachedPictureReader::picture(std::size_t picture, std::span<const std::uint32_t> upcoming,
                                              const std::stop_token& stop) {
   lookBack(picture);
+  standsIn_ = false;
   auto frame = decode(picture, upcoming, stop);
+  if (frame && (standsIn_ || damaged_.contains(table().sampleOfPicture(picture)))) {
+    decoder_.tellDamage(counter_.get(), picture);
+  }
   previous_ = picture;
   return frame;
 }
@@ -57,32 +61,50 @@ Expected<Frame> CachedPictureReader::decode(std::size_t picture, std::span<const
                                             const std::stop_token& stop) {
   for (;;) {
     while (isLacking(picture)) {
+      standsIn_ = true;
       if (picture == 0) return firstThatDecodes(stop);
       --picture;
     }
     std::uint32_t sample = table().sampleOfPicture(picture);
     if (const auto instead = substitutes_.find(sample); instead != substitutes_.end()) {
+      standsIn_ = true;
       sample = instead->second;
       picture = *table().pictureAt(timeOf(sample));
     }
     if (Frame frame = fromMemory(sample)) return frame;
     if (auto chosen = chooseDecoder(picture, upcoming); !chosen) return tl::make_unexpected(chosen.error());
-    auto outcome = run(plan(picture, upcoming), picture, stop);
+    const Pass pass = plan(picture, upcoming);
+    auto outcome = run(pass, picture, stop);
     if (!outcome) return tl::make_unexpected(outcome.error());
     if (outcome->isInDoubt) {
-      kept_.clear();
-      bytesKept_ = 0;
+      forgetAll();
       decoder_.stop();
       continue;
+    }
+    if (outcome->frame != nullptr && damaged_.contains(sample) && !damagedFromBefore_.contains(sample)) {
+      // It may only refer to what lies further back, as the first ones behind an access point that is none do.
+      damagedFromBefore_.insert(sample);
+      Pass further;
+      further.leavesOut = false;
+      further.access = table().accessPointBefore(table().accessPointFor(picture));
+      forgetAll();
+      outcome = run(further, picture, stop);
+      if (!outcome) return tl::make_unexpected(outcome.error());
     }
     if (outcome->frame != nullptr) return std::move(outcome->frame);
     if (!isLacking(picture)) return replacementFor(picture, stop);
   }
 }
 
+void CachedPictureReader::forgetAll() {
+  kept_.clear();
+  bytesKept_ = 0;
+}
+
 // The picture did not come from its own access point. It may refer to what lies further back (an access point that is
 // none), else the last one before it stands in for it: both are found from further back, with nothing left out.
 Expected<Frame> CachedPictureReader::replacementFor(std::size_t picture, const std::stop_token& stop) {
+  standsIn_ = true;
   Pass pass;
   pass.leavesOut = false;
   pass.access = table().accessPointFor(picture);
@@ -90,7 +112,10 @@ Expected<Frame> CachedPictureReader::replacementFor(std::size_t picture, const s
     pass.access = table().accessPointBefore(pass.access);
     auto outcome = run(pass, picture, stop);
     if (!outcome) return tl::make_unexpected(outcome.error());
-    if (outcome->frame != nullptr) return std::move(outcome->frame);
+    if (outcome->frame != nullptr) {
+      standsIn_ = false;
+      return std::move(outcome->frame);
+    }
     if (outcome->before) {
       substitutes_[table().sampleOfPicture(picture)] = outcome->before->sample;
       return std::move(outcome->before->frame);
@@ -100,6 +125,7 @@ Expected<Frame> CachedPictureReader::replacementFor(std::size_t picture, const s
 }
 
 Expected<Frame> CachedPictureReader::firstThatDecodes(const std::stop_token& stop) {
+  standsIn_ = true;
   const auto end = static_cast<std::uint32_t>(table().samples().size());
   decoder_.startAt(0);
   for (;;) {
@@ -230,6 +256,11 @@ Expected<CachedPictureReader::Outcome> CachedPictureReader::run(const Pass& pass
       continue;
     }
     if (!*next) break;
+    if ((*next)->isDamaged) {
+      damaged_.insert((*next)->sample);
+    } else {
+      damaged_.erase((*next)->sample);
+    }
     keep(**next, pass, wanted);
     if ((*next)->sample == wanted) {
       outcome.frame = std::move((*next)->frame);

@@ -37,6 +37,8 @@ class CachedPictureReader {
 
   [[nodiscard]] const SampleTable& table() const { return decoder_.table(); }
   void setCacheLimit(std::size_t bytes) { cacheLimit_ = bytes; }
+  /// Counts the damaged pictures that are handed out from now on in `counter`.
+  void countDamageIn(std::shared_ptr<DamagedPictures> counter) { counter_ = std::move(counter); }
 
   /// Picture number `picture`, shared with the memory. `upcoming` are the pictures that will be asked for after it, in
   /// that order, as far as they are known. Fails with `damaged` when nothing decodes, `cancelled` after a stop request.
@@ -82,6 +84,7 @@ class CachedPictureReader {
         pictureBytes_(pictureBytes),
         cacheLimit_(cacheLimit) {}
   Expected<Frame> decode(std::size_t picture, std::span<const std::uint32_t> upcoming, const std::stop_token& stop);
+  void forgetAll();
   Expected<Frame> replacementFor(std::size_t picture, const std::stop_token& stop);
   Expected<Frame> firstThatDecodes(const std::stop_token& stop);
   Expected<void> chooseDecoder(std::size_t picture, std::span<const std::uint32_t> upcoming);
@@ -115,6 +118,10 @@ class CachedPictureReader {
   std::size_t bytesKept_ = 0;
   std::uint64_t uses_ = 0;
   std::map<std::uint32_t, std::uint32_t> substitutes_;  // for samples that do not decode: the one shown instead
+  std::set<std::uint32_t> damaged_;                     // samples that decode, but not whole
+  std::set<std::uint32_t> damagedFromBefore_;           // of those, the ones that do not from further back either
+  bool standsIn_ = false;                               // the picture that is handed out, for another one
+  std::shared_ptr<DamagedPictures> counter_;
   std::set<std::uint32_t> unreadable_;                  // samples that the file lacks, as far as they were met
   std::optional<std::size_t> previous_;                 // the last picture asked for
   std::size_t stepBack_ = 0;                            // how far before the one before it that lay, if it did

@@ -1,6 +1,9 @@
 #include <clipworks/engine/input/CodedUnits.h>
 
 #include <algorithm>
+#include <charconv>
+#include <string_view>
+#include <system_error>
 
 namespace clipworks::engine {
 namespace {
@@ -94,6 +97,22 @@ std::optional<CodedUnit> CodedUnits::next() {
     return result;
   }
   return std::nullopt;
+}
+
+std::optional<int> x264BuildIn(const AVPacket& sample) {
+  // Looked for as text, whatever the form of the sample's units: no byte of it is ever escaped.
+  static constexpr std::string_view mark = "x264 - core ";
+  constexpr std::size_t digits = 4;
+  constexpr int namelessBuild = 67;  // "0000", in the first streams that said so at all
+  const std::string_view bytes(reinterpret_cast<const char*>(sample.data), static_cast<std::size_t>(sample.size));
+  const std::size_t at = bytes.find(mark);
+  if (at == std::string_view::npos) return std::nullopt;
+  const std::string_view number = bytes.substr(at + mark.size(), digits);
+  int build = 0;
+  const auto read = std::from_chars(number.data(), number.data() + number.size(), build);
+  if (read.ec != std::errc() || build < 0) return std::nullopt;
+  if (number == "0000") return namelessBuild;
+  return build > 0 ? std::optional(build) : std::nullopt;
 }
 
 bool isClosedAccessPoint(const AVPacket& packet, const AVCodecParameters& parameters) {

@@ -35,6 +35,11 @@ class CodedUnits {
   bool whole_ = true;
 };
 
+/// The build of the encoder x264 that a coded sample of H.264 says it comes from (user data of ITU-T H.264, D.1.7: a
+/// UUID, then "x264 - core NNN …"); nothing where it says none. Old builds made pictures that only decode right by a
+/// decoder that knows, and only the first sample of a stream says so.
+[[nodiscard]] std::optional<int> x264BuildIn(const AVPacket& sample);
+
 /// Whether a coded access point in the file's own form lets nothing after it refer to what comes before: an IDR picture
 /// of H.264 or HEVC (ITU-T H.264, 7.4.1.2.4; H.265, 7.4.2.2). Of other codecs every access point does.
 [[nodiscard]] bool isClosedAccessPoint(const AVPacket& packet, const AVCodecParameters& parameters);

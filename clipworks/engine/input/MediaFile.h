@@ -53,6 +53,7 @@ struct StreamFacts {
   std::int64_t bitRate = 0;    ///< bits a second; 0 when unknown
   std::int64_t duration = 0;   ///< of the media, in ticks; 0 when unknown
   std::uint32_t sampleDescriptions = 1;
+  std::vector<std::array<std::uint16_t, 2>> codedSizes;  ///< width and height by each description, as far as known
 
   // Pictures.
   int codedWidth = 0;          ///< as decoded, cropping applied
@@ -141,6 +142,7 @@ class MediaFile {
   void describeDuration(const AVFormatContext& context);
   Expected<void> measureByPackets();
   Expected<SampleTable> buildTable(int index) const;
+  Expected<CodecChanges> readCodecChanges(int index) const;
 
   std::string name_;
   std::shared_ptr<const FileHandle> handle_;

@@ -1,15 +1,37 @@
 #include <clipworks/engine/input/PictureDecoder.h>
 
 #include <algorithm>
+#include <new>
 
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Limits.h>
 #include <clipworks/engine/input/ColorTags.h>
+#include <clipworks/engine/output/VideoEncoder.h>
 
 namespace clipworks::engine {
+namespace {
+
+bool setExtradata(AVCodecParameters& parameters, const std::vector<std::uint8_t>& bytes) {
+  av_freep(&parameters.extradata);
+  parameters.extradata_size = 0;
+  parameters.extradata = static_cast<std::uint8_t*>(av_mallocz(bytes.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+  if (parameters.extradata == nullptr) return false;
+  std::copy(bytes.begin(), bytes.end(), parameters.extradata);
+  parameters.extradata_size = static_cast<int>(bytes.size());
+  return true;
+}
+
+// Grey that does not tell its range is luma like that of other pictures in some codecs; elsewhere it comes from computers.
+bool isGreyFull(const AVCodecParameters& p) {
+  if (p.color_range != AVCOL_RANGE_UNSPECIFIED) return p.color_range == AVCOL_RANGE_JPEG;
+  return p.codec_id != AV_CODEC_ID_H264 && p.codec_id != AV_CODEC_ID_HEVC && p.codec_id != AV_CODEC_ID_VP9 &&
+         p.codec_id != AV_CODEC_ID_AV1;
+}
+
+}  // namespace
 
 Expected<CodecContext> openDecoder(const AVCodecParameters& parameters, AVRational timeBase, int threads,
-                                   const std::string& name) {
+                                   const std::string& name, std::optional<int> x264Build) {
   const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
   if (codec == nullptr) {
     return failed(ErrorKind::unsupported,
@@ -25,22 +47,55 @@ Expected<CodecContext> openDecoder(const AVCodecParameters& parameters, AVRation
   decoder->max_pixels = limits::maxPixels;
   decoder->flags |= AV_CODEC_FLAG_UNALIGNED;      // the stream's own cropping, to the pixel
   decoder->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;  // encoder delay is taken off by our own segments
+  if (x264Build) av_opt_set_int(decoder->priv_data, "x264_build", *x264Build, 0);
   const int code = avcodec_open2(decoder.get(), codec, nullptr);
   // Where the system allows no more threads: slower, on this one.
-  if (code == AVERROR(EAGAIN) && threads != 1) return openDecoder(parameters, timeBase, 1, name);
+  if (code == AVERROR(EAGAIN) && threads != 1) return openDecoder(parameters, timeBase, 1, name, x264Build);
   if (code < 0) {
     return tl::make_unexpected(libraryError(code, name + " cannot be decoded", ErrorKind::unsupported));
   }
   return decoder;
 }
 
+PictureDecoder::PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, SampleReader samples)
+    : file_(std::move(file)),
+      stream_(stream),
+      samples_(std::move(samples)),
+      matrix_(completeColour(file_->parameters(stream_)).matrix),
+      isGreyFull_(isGreyFull(file_->parameters(stream_))),
+      size_(file_->stream(stream_).codedWidth, file_->stream(stream_).codedHeight,
+            {static_cast<int>(file_->stream(stream_).pixelAspect.numerator),
+             static_cast<int>(file_->stream(stream_).pixelAspect.denominator)}) {}
+
 Expected<PictureDecoder> PictureDecoder::open(std::shared_ptr<const MediaFile> file, int stream) {
   auto samples = SampleReader::open(file, stream);
   if (!samples) return tl::make_unexpected(samples.error());
   if (samples->table().pictureCount() == 0) return failed(ErrorKind::damaged, file->name() + " has no pictures");
-  auto decoder = openDecoder(file->parameters(stream), AVRational{1, file->stream(stream).timescale}, 0, file->name());
+  PictureDecoder decoder(std::move(file), stream, std::move(*samples));
+  if (auto opened = decoder.openFor(decoder.table().parametersFor(0)); !opened) {
+    return tl::make_unexpected(opened.error());
+  }
+  return decoder;
+}
+
+Expected<void> PictureDecoder::openFor(const CodecChange* change) {
+  parameters_ = owned<CodecParameters>(avcodec_parameters_alloc());
+  if (avcodec_parameters_copy(parameters_.get(), &file_->parameters(stream_)) < 0) throw std::bad_alloc();
+  if (change != nullptr && !setExtradata(*parameters_, *change->bytes)) throw std::bad_alloc();
+  std::optional<int> build;
+  if (parameters_->codec_id == AV_CODEC_ID_H264) {
+    // A first sample that cannot be read tells nothing; whoever needs it will hear of that.
+    const auto first = samples_.read(change == nullptr ? 0 : change->sample);
+    if (first) build = x264BuildIn(**first);
+  }
+  auto decoder = openDecoder(*parameters_, AVRational{1, file_->stream(stream_).timescale}, 0, name(), build);
   if (!decoder) return tl::make_unexpected(decoder.error());
-  return PictureDecoder(std::move(file), stream, std::move(*samples), std::move(*decoder));
+  decoder_ = std::move(*decoder);
+  decoder_->skip_loop_filter = leftOutFilters_;
+  disposable_.emplace(*parameters_);
+  codec_ = change;
+  palette_ = nullptr;
+  return {};
 }
 
 void PictureDecoder::startAt(std::uint32_t sample) {
@@ -53,6 +108,7 @@ void PictureDecoder::stop() {
   if (running_) avcodec_flush_buffers(decoder_.get());
   running_ = false;
   drained_ = false;
+  changes_ = false;
   leftOut_ = false;
   underWay_.clear();
 }
@@ -73,31 +129,50 @@ Expected<std::optional<PictureDecoder::Picture>> PictureDecoder::next(std::uint3
   Frame frame = makeFrame();
   for (;;) {
     const int code = avcodec_receive_frame(decoder_.get(), frame.get());
-    if (code == AVERROR_EOF) return std::nullopt;
+    if (code == AVERROR_EOF) {
+      if (!changes_ || drained_) return std::nullopt;
+      changes_ = false;
+      if (auto opened = openFor(table().parametersFor(nextSample_)); !opened) {
+        return tl::make_unexpected(opened.error());
+      }
+      continue;
+    }
     if (code == AVERROR(ENOMEM)) return tl::make_unexpected(libraryError(code, name() + " cannot be decoded"));
     if (code == AVERROR(EAGAIN)) {
       if (nextSample_ >= end) {
         drain();
+      } else if (table().parametersFor(nextSample_) != codec_) {
+        changes_ = true;
+        avcodec_send_packet(decoder_.get(), nullptr);
       } else if (auto fed = feed(isNotNeeded); !fed) {
         return tl::make_unexpected(fed.error());
       }
       continue;
     }
-    sawDamage_ =
-        sawDamage_ || code != 0 || frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0;
+    const bool isDamaged =
+        code != 0 || frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0;
+    sawDamage_ = sawDamage_ || isDamaged;
     if (code != 0) continue;  // one broken picture
-    if (frame->width > limits::maxPictureSide || frame->height > limits::maxPictureSide) {
-      return failed(ErrorKind::tooLarge, name() + " has pictures that are too large");
-    }
-    dropUnknownColors(*frame);
     if (const auto sample = sampleOf(*frame)) {
       takeOut(*sample);
-      if (auto completed = file_->completeMastering(stream_, *frame); !completed)
-        return tl::make_unexpected(completed.error());
-      return Picture{*sample, std::move(frame)};
+      auto picture = finished(std::move(frame));
+      if (!picture) return tl::make_unexpected(picture.error());
+      return Picture{*sample, std::move(*picture), isDamaged};
     }
     av_frame_unref(frame.get());
   }
+}
+
+Expected<Frame> PictureDecoder::finished(Frame frame) {
+  if (frame->width > limits::maxPictureSide || frame->height > limits::maxPictureSide) {
+    return failed(ErrorKind::tooLarge, name() + " has pictures that are too large");
+  }
+  dropUnknownColors(*frame);
+  if (auto completed = file_->completeMastering(stream_, *frame); !completed) {
+    return tl::make_unexpected(completed.error());
+  }
+  auto planar = planar_.convert(frame, matrix_, isGreyFull_);
+  return planar ? size_.fit(*planar) : std::move(planar);
 }
 
 Expected<void> PictureDecoder::feed(const IsNotNeeded& isNotNeeded) {
@@ -105,9 +180,15 @@ Expected<void> PictureDecoder::feed(const IsNotNeeded& isNotNeeded) {
   if (!packet) return tl::make_unexpected(packet.error());
   const std::uint32_t sample = nextSample_++;
   // Asked about every picture, since parameter sets on the way count.
-  if (disposable_.isDisposable(**packet) && !sawDamage_ && isNotNeeded(sample)) {
+  if (disposable_->isDisposable(**packet) && !sawDamage_ && isNotNeeded(sample)) {
     leftOut_ = true;
     return {};
+  }
+  if (const auto* palette = table().paletteFor(sample); palette != nullptr && palette != palette_) {
+    std::uint8_t* place = av_packet_new_side_data(packet->get(), AV_PKT_DATA_PALETTE, palette->bytes->size());
+    if (place == nullptr) throw std::bad_alloc();
+    std::copy(palette->bytes->begin(), palette->bytes->end(), place);
+    palette_ = palette;
   }
   ++samplesDecoded_;
   (*packet)->pos = sample;  // comes back as the picture's pkt_pos

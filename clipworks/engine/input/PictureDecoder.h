@@ -10,19 +10,23 @@
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/input/CodedUnits.h>
+#include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/engine/input/MediaFile.h>
 #include <clipworks/engine/input/SampleReader.h>
+#include <clipworks/engine/pictures/PlanarPictures.h>
+#include <clipworks/engine/pictures/TrackSize.h>
 
 namespace clipworks::engine {
 
 /// The one decode loop for pictures: decodes the samples of one track from any access point on and tells which sample
-/// each picture came from. What sits above it decides where to start, what to leave out and what to keep.
+/// each picture came from. Pictures come as planar YUV of the track's size, whatever their own kind and size. What sits above it decides where to start, what to leave out and what to keep.
 /// One thread at a time; the decoder has threads of its own.
 class PictureDecoder {
  public:
   struct Picture {
     std::uint32_t sample = 0;  ///< index in the track's table
     Frame frame;
+    bool isDamaged = false;  ///< the decoder met an error in it, and made up what it could not decode
   };
   /// Asked in decoding order whether a picture need not be decoded; only those that nothing refers to are left out.
   using IsNotNeeded = std::function<bool(std::uint32_t sample)>;
@@ -31,9 +35,13 @@ class PictureDecoder {
 
   [[nodiscard]] const SampleTable& table() const { return samples_.table(); }
   [[nodiscard]] const std::string& name() const { return file_->name(); }
+  /// Counts picture number `picture` of the track as damaged.
+  void tellDamage(DamagedPictures* counter, std::size_t picture) const {
+    DamagedPictures::tell(counter, *file_, stream_, picture);
+  }
 
   /// From now on, pictures that nothing refers to go without their loop filter.
-  void leaveOutFilters() { decoder_->skip_loop_filter = AVDISCARD_NONREF; }
+  void leaveOutFilters() { decoder_->skip_loop_filter = leftOutFilters_ = AVDISCARD_NONREF; }
 
   /// Forgets everything; the next sample is this one.
   void startAt(std::uint32_t sample);
@@ -62,12 +70,9 @@ class PictureDecoder {
   [[nodiscard]] int delay() const { return decoder_->has_b_frames + decoder_->thread_count; }
 
  private:
-  PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, SampleReader samples, CodecContext decoder)
-      : file_(std::move(file)),
-        stream_(stream),
-        samples_(std::move(samples)),
-        decoder_(std::move(decoder)),
-        disposable_(file_->parameters(stream_)) {}
+  PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, SampleReader samples);
+  Expected<void> openFor(const CodecChange* change);
+  Expected<Frame> finished(Frame frame);
   Expected<void> feed(const IsNotNeeded& isNotNeeded);
   std::optional<std::uint32_t> sampleOf(const AVFrame& frame) const;
   void takeOut(std::uint32_t sample);
@@ -75,19 +80,29 @@ class PictureDecoder {
   std::shared_ptr<const MediaFile> file_;
   int stream_;
   SampleReader samples_;
+  const CodecChange* codec_ = nullptr;    // that the decoder was opened for; null for the stream's own parameters
+  const CodecChange* palette_ = nullptr;  // that the decoder was told last
+  CodecParameters parameters_;            // of the decoder
   CodecContext decoder_;
-  DisposablePictures disposable_;
+  std::optional<DisposablePictures> disposable_;
+  AVDiscard leftOutFilters_ = AVDISCARD_DEFAULT;
+  PlanarPictures planar_;
+  int matrix_;       // that RGB is converted by
+  bool isGreyFull_;
+  TrackSize size_;
   std::uint32_t nextSample_ = 0;
   bool running_ = false;
   bool drained_ = false;    // the end was signalled to the decoder
+  bool changes_ = false;    // so it was, for the sample that comes next needs other parameters
   bool leftOut_ = false;    // since the start
   bool sawDamage_ = false;  // ever
   std::int64_t samplesDecoded_ = 0;
   std::vector<std::uint32_t> underWay_;  // samples in the decoder
 };
 
-/// Opens a decoder for `parameters` that may use `threads` threads (0: as many as there are processors).
+/// Opens a decoder for `parameters` that may use `threads` threads (0: as many as there are processors). `x264Build` is
+/// that of the encoder as `x264BuildIn` found it, for decoding that does not begin with the stream's first sample.
 [[nodiscard]] Expected<CodecContext> openDecoder(const AVCodecParameters& parameters, AVRational timeBase, int threads,
-                                                 const std::string& name);
+                                                 const std::string& name, std::optional<int> x264Build = std::nullopt);
 
 }  // namespace clipworks::engine

@@ -22,6 +22,7 @@ Expected<Frame> PictureReader::picture(std::size_t picture) {
   if (!*found) ++replaced_;
   const auto& shown = current_ ? current_ : ahead_;
   if (!shown) return failed(ErrorKind::damaged, decoder_.name() + " holds pictures that cannot be decoded");
+  if (!*found || shown->isDamaged) decoder_.tellDamage(damaged_.get(), picture);
   return shareFrame(shown->frame);
 }
 
@@ -35,9 +36,9 @@ Expected<bool> PictureReader::jumpTo(std::size_t picture, std::uint32_t accessPo
   start(accessPoint);
   auto found = advanceTo(picture, true);
   const bool isInDoubt = decoder_.isInDoubt();
-  if (!found || (*found && !isInDoubt)) return found;
+  if (!found || (*found && !isInDoubt && !current_->isDamaged)) return found;
   // It is broken, or refers to what lies further back, or depends on what was left out: once more, with all before it.
-  start(*found ? accessPoint : table().accessPointBefore(accessPoint));
+  start(*found && !current_->isDamaged ? accessPoint : table().accessPointBefore(accessPoint));
   return advanceTo(picture, false);
 }
 

@@ -26,6 +26,9 @@ class PictureReader {
 
   [[nodiscard]] const SampleTable& table() const { return decoder_.table(); }
 
+  /// Counts the damaged pictures that are handed out from now on in `counter`.
+  void countDamageIn(std::shared_ptr<DamagedPictures> counter) { damaged_ = std::move(counter); }
+
   /// Picture number `picture`, shared with the reader's memory of it. Fails with `damaged` when nothing decodes, and
   /// when the file ends before one of its samples.
   [[nodiscard]] Expected<Frame> picture(std::size_t picture);
@@ -47,6 +50,7 @@ class PictureReader {
   std::optional<PictureDecoder::Picture> current_;  // the last one handed out or passed
   std::optional<PictureDecoder::Picture> ahead_;    // the first decoded one after it
   std::int64_t replaced_ = 0;
+  std::shared_ptr<DamagedPictures> damaged_;
 };
 
 }  // namespace clipworks::engine

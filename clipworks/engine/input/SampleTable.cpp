@@ -4,9 +4,18 @@
 #include <numeric>
 
 namespace clipworks::engine {
+namespace {
 
-SampleTable::SampleTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd)
-    : samples_(std::move(decodeOrder)), trackEnd_(trackEnd) {
+const CodecChange* holdingAt(const std::vector<CodecChange>& changes, std::uint32_t sample) {
+  const auto after = std::upper_bound(changes.begin(), changes.end(), sample,
+                                      [](std::uint32_t s, const CodecChange& change) { return s < change.sample; });
+  return after == changes.begin() ? nullptr : &*(after - 1);
+}
+
+}  // namespace
+
+SampleTable::SampleTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd, CodecChanges changes)
+    : samples_(std::move(decodeOrder)), changes_(std::move(changes)), trackEnd_(trackEnd) {
   pictures_.resize(samples_.size());
   std::iota(pictures_.begin(), pictures_.end(), 0U);
   const auto earlier = [this](std::uint32_t a, std::uint32_t b) {
@@ -25,6 +34,10 @@ SampleTable::SampleTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd)
   }
   if (!pictures_.empty()) trackEnd_ = std::max(trackEnd_, samples_[pictures_.back()].presentation + 1);
 }
+
+const CodecChange* SampleTable::parametersFor(std::uint32_t sample) const { return holdingAt(changes_.parameters, sample); }
+
+const CodecChange* SampleTable::paletteFor(std::uint32_t sample) const { return holdingAt(changes_.palettes, sample); }
 
 std::size_t SampleTable::firstPictureFrom(std::int64_t ticks) const {
   const auto at = std::lower_bound(pictures_.begin(), pictures_.end(), ticks, [this](std::uint32_t i, std::int64_t t) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -15,13 +16,28 @@ struct Sample {
   bool accessPoint = false;       ///< decoding may start here
 };
 
+/// Bytes for the decoder that hold from a sample on, in decoding order, in place of those before.
+struct CodecChange {
+  std::uint32_t sample = 0;
+  std::shared_ptr<const std::vector<std::uint8_t>> bytes;
+};
+
+/// What the decoder needs beside the samples of a track, wherever it starts.
+struct CodecChanges {
+  /// Parameters in place of the stream's own: those of another sample description (ISO/IEC 14496-12, 8.5.2), or a new
+  /// header in the middle of a stream.
+  std::vector<CodecChange> parameters;
+  /// Colours of pixels that are numbers in a list, 32 bits each.
+  std::vector<CodecChange> palettes;
+};
+
 /// All samples of one track of pictures, in both orders: the one list of picture times that reading, rendering and
 /// copying share, so that none of them rounds into a neighbour. Immutable once built.
 class SampleTable {
  public:
   SampleTable() = default;
   /// `decodeOrder` as the file stores it; `trackEnd` is where the last picture stops being shown, in ticks.
-  SampleTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd);
+  SampleTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd, CodecChanges changes = {});
 
   [[nodiscard]] const std::vector<Sample>& samples() const { return samples_; }
 
@@ -51,6 +67,10 @@ class SampleTable {
   [[nodiscard]] bool hasConstantRate() const;
   /// How many samples end beyond `fileSize` bytes.
   [[nodiscard]] std::int64_t samplesBeyond(std::int64_t fileSize) const;
+  /// The change of the decoder's parameters that holds at sample `sample`; null for the stream's own.
+  [[nodiscard]] const CodecChange* parametersFor(std::uint32_t sample) const;
+  /// The palette that holds at sample `sample`; null for none.
+  [[nodiscard]] const CodecChange* paletteFor(std::uint32_t sample) const;
 
   [[nodiscard]] std::int64_t trackEnd() const { return trackEnd_; }
   [[nodiscard]] std::int64_t totalBytes() const { return totalBytes_; }
@@ -59,6 +79,7 @@ class SampleTable {
   std::vector<Sample> samples_;         // in decoding order
   std::vector<std::uint32_t> pictures_;  // indices of samples_ in order of presentation
   std::vector<std::uint32_t> accessPoints_;  // indices of samples_, with rising presentation times
+  CodecChanges changes_;                     // each with rising samples
   std::int64_t trackEnd_ = 0;
   std::int64_t totalBytes_ = 0;
 };

@@ -7,6 +7,7 @@
 
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Thread.h>
+#include <clipworks/engine/pictures/PlanarPictures.h>
 
 namespace clipworks::engine {
 namespace {
@@ -130,9 +131,11 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
 }  // namespace
 
 Colour completeColour(const AVCodecParameters& parameters) {
+  const bool isMade = isMadeYUV(static_cast<AVPixelFormat>(parameters.format));
   return completeColour(parameters.width, parameters.height,
-                        {parameters.color_primaries, parameters.color_trc, parameters.color_space,
-                         parameters.color_range == AVCOL_RANGE_JPEG});
+                        {parameters.color_primaries, parameters.color_trc,
+                         isMade ? AVCOL_SPC_UNSPECIFIED : parameters.color_space,
+                         !isMade && parameters.color_range == AVCOL_RANGE_JPEG});
 }
 
 Colour completeColour(int width, int height, const Colour& told) {
@@ -142,6 +145,8 @@ Colour completeColour(int width, int height, const Colour& told) {
   colour.primaries = known(told.primaries, AVCOL_PRI_UNSPECIFIED, high ? AVCOL_PRI_BT709 : AVCOL_PRI_SMPTE170M);
   colour.transfer = known(told.transfer, AVCOL_TRC_UNSPECIFIED, high ? AVCOL_TRC_BT709 : AVCOL_TRC_SMPTE170M);
   colour.matrix = known(told.matrix, AVCOL_SPC_UNSPECIFIED, high ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M);
+  // That of wide primaries goes with no other: BT.2020, 10-bit and up.
+  if (told.matrix == AVCOL_SPC_UNSPECIFIED && colour.primaries == AVCOL_PRI_BT2020) colour.matrix = AVCOL_SPC_BT2020_NCL;
   if (colour.matrix == AVCOL_SPC_RGB) colour.matrix = AVCOL_SPC_BT709;
   return colour;
 }

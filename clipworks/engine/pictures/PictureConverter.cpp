@@ -1,7 +1,6 @@
 #include <clipworks/engine/pictures/PictureConverter.h>
 
 #include <algorithm>
-#include <string>
 
 #include <clipworks/engine/pictures/FramePadding.h>
 
@@ -10,10 +9,6 @@ namespace clipworks::engine {
 Expected<Frame> PictureConverter::convert(const Frame& picture) {
   Frame source = withPlainKind(picture);
   const auto format = static_cast<AVPixelFormat>(source->format);
-  if (!isResampled(format)) {
-    const char* name = av_get_pix_fmt_name(format);
-    return failed(ErrorKind::unsupported, std::string("pictures of the kind ") + (name ? name : "unknown") + " are not read");
-  }
   const bool smaller = source->width < width_ || source->height < height_;
   const int roomWidth = fit_ == Fit::pad && smaller ? std::max(width_, source->width) : source->width + source->width % 2;
   const int roomHeight = fit_ == Fit::pad && smaller ? std::max(height_, source->height) : source->height + source->height % 2;

@@ -161,14 +161,8 @@ void StillMaker::completeColours(AVFrame& frame) const {
 Expected<Frame> StillMaker::scaled(const Frame& picture, const PrimariesChange& change) {
   const StreamFacts& facts = file_->stream(stream_);
   const auto kind = static_cast<AVPixelFormat>(picture->format);
-  if (!isResampled(kind)) {
-    const char* name = av_get_pix_fmt_name(kind);
-    return failed(ErrorKind::unsupported,
-                  std::string("pictures of the kind ") + (name ? name : "unknown") + " are not read");
-  }
   const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(kind);
-  const bool isAsDescribed = picture->width == facts.codedWidth && picture->height == facts.codedHeight;
-  const Region part = isAsDescribed ? facts.shown : wholeOf(*picture);
+  const Region part = facts.shown;
   const auto [width, height] =
       scaledSize(stillGeometry(facts.shown, facts.naturalWidth, facts.naturalHeight, settings_));
   const bool isDeep = pixels.comp[0].depth > 8;

@@ -173,6 +173,7 @@ Expected<void> CodedPictures::decodeRun(std::size_t number) {
   for (const RunLayer& layer : layersOf(run)) {
     auto reader = PictureReader::open(layer.file, layer.stream);
     if (!reader) return tl::make_unexpected(reader.error());
+    reader->countDamageIn(damaged_);
     if (isMadeMuchSmaller(layer.map)) reader->leaveOutFilters();
     readers.push_back(std::move(*reader));
     whole.emplace_back(*layer.file, layer.stream, readers.back().table().pictureCount());

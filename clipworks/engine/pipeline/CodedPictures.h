@@ -9,6 +9,7 @@
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/LightFacts.h>
 #include <clipworks/engine/Thread.h>
+#include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
 #include <clipworks/engine/pipeline/ExportJob.h>
 #include <clipworks/engine/pipeline/PictureFinish.h>
@@ -44,6 +45,9 @@ class CodedPictures {
 
   void abandon();
 
+  /// The damaged ones of those that were decoded so far.
+  [[nodiscard]] const std::shared_ptr<DamagedPictures>& damagedPictures() const { return damaged_; }
+
   /// Pictures that stand in for others that did not decode; known at the end.
   [[nodiscard]] std::int64_t replacedPictures() const { return replaced_; }
 
@@ -77,6 +81,7 @@ class CodedPictures {
   LightFacts lightFacts_;
   int reorderDepth_ = 0;
   std::optional<VideoEncoder> encoder_;
+  const std::shared_ptr<DamagedPictures> damaged_ = std::make_shared<DamagedPictures>();
   std::int64_t replaced_ = 0;  // written by the decoding thread before it ends
   std::vector<std::int64_t> runStarts_;  // of the first placements
   std::size_t passedRun_ = 0;            // the run whose samples the encoder gives now

@@ -137,7 +137,8 @@ Expected<ExportReport> ExportRun::write() {
     report(std::min(pictureShare, sound ? sound->share() : 1.0));
   }
   if (auto finished = (*movie)->finish(); !finished) return tl::make_unexpected(finished.error());
-  return ExportReport{pictures_ ? pictures_->replacedPictures() : 0};
+  if (!pictures_) return ExportReport{};
+  return ExportReport{pictures_->replacedPictures(), pictures_->damagedPictures()};
 }
 
 }  // namespace clipworks::engine

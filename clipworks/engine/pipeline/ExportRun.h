@@ -13,11 +13,13 @@
 namespace clipworks::engine {
 
 class CodedPictures;
+class DamagedPictures;
 class CodedSound;
 
 /// What came out of an export beside the file.
 struct ExportReport {
   std::int64_t replacedPictures = 0;  ///< stand-ins for pictures that did not decode
+  std::shared_ptr<const DamagedPictures> damaged;  ///< of the pictures that were encoded; null when none were
 };
 
 /// Carries out one job. Stages, each on its own thread, joined by bounded queues:

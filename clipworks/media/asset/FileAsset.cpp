@@ -131,6 +131,15 @@ float FileAssetTrack::estimatedDataRate() const {
 
 std::int32_t FileAssetTrack::naturalTimeScale() const { return facts().timescale; }
 std::vector<AVAssetTrackSegment> FileAssetTrack::segments() const { return segments_; }
+std::vector<CGSize> FileAssetTrack::formatSizes() const {
+  std::vector<CGSize> sizes;
+  if (facts().sampleDescriptions < 2) return sizes;
+  for (const auto& [width, height] : facts().codedSizes) sizes.push_back({double(width), double(height)});
+  // Of the first format its own pictures tell, which descriptions often do not.
+  if (!sizes.empty()) sizes.front() = {double(facts().codedWidth), double(facts().codedHeight)};
+  return sizes;
+}
+
 std::string FileAssetTrack::codecName() const { return facts().codec; }
 std::optional<PictureFormat> FileAssetTrack::pictureFormat() const {
   if (table_ == nullptr) return std::nullopt;

@@ -50,6 +50,7 @@ class FileAssetTrack final : public AVAssetTrack {
   [[nodiscard]] std::vector<AVAssetTrackSegment> segments() const override;
   [[nodiscard]] std::string codecName() const override;
   [[nodiscard]] std::optional<PictureFormat> pictureFormat() const override;
+  [[nodiscard]] std::vector<CGSize> formatSizes() const override;
   [[nodiscard]] int channelCount() const override;
   [[nodiscard]] double sampleRate() const override;
   [[nodiscard]] std::shared_ptr<const MediaTrack> media() const override;

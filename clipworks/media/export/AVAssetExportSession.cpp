@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include <clipworks/engine/Thread.h>
+#include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/engine/pipeline/ExportRun.h>
 #include <clipworks/media/asset/EngineErrors.h>
 #include <clipworks/media/asset/FileTypes.h>
@@ -86,6 +87,7 @@ class ExportSession final : public AVAssetExportSession {
   std::optional<NSError> error() const override;
   float progress() const override;
   std::vector<ExportedTrack> exportedTracks() const override;
+  std::vector<DamagedMedia> damagedMedia() const override;
 
  private:
   using Outcome = Result<std::vector<ExportedTrack>, NSError>;
@@ -115,6 +117,7 @@ class ExportSession final : public AVAssetExportSession {
   bool cancelled_ = false;                                                   // guarded by mutex_
   std::optional<NSError> error_;                                             // guarded by mutex_
   std::vector<ExportedTrack> exportedTracks_;                                // guarded by mutex_
+  std::vector<DamagedMedia> damagedMedia_;                                   // guarded by mutex_
   std::shared_ptr<engine::ExportRun> run_;                                   // guarded by mutex_
 };
 
@@ -165,6 +168,10 @@ ExportSession::Outcome ExportSession::carryOut(const std::vector<ExportTrack>& t
     if (metadata_ && keepsMetadata_) plan->job.metadata = withoutContainerKeys(*metadata_);
     auto report = startRun(std::move(plan->job))->run();
     if (!report) return failure(errorFromEngine(report.error()));
+    if (report->damaged != nullptr) {
+      const std::lock_guard lock(mutex_);
+      damagedMedia_ = damagedMediaIn(*report->damaged);
+    }
     if (report->replacedPictures > 0) {
       plan->tracks.front().remark += (plan->tracks.front().remark.empty() ? "" : " ") +
                                      std::to_string(report->replacedPictures) +
@@ -228,6 +235,11 @@ float ExportSession::progress() const {
 std::vector<ExportedTrack> ExportSession::exportedTracks() const {
   const std::lock_guard lock(mutex_);
   return exportedTracks_;
+}
+
+std::vector<DamagedMedia> ExportSession::damagedMedia() const {
+  const std::lock_guard lock(mutex_);
+  return damagedMedia_;
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <clipworks/media/asset/AVAsset.h>
+#include <clipworks/media/asset/DamagedMedia.h>
 #include <clipworks/media/base/Export.h>
 #include <clipworks/media/base/NSError.h>
 #include <clipworks/media/base/URL.h>
@@ -122,6 +123,10 @@ class CLIPWORKS_API AVAssetExportSession : public std::enable_shared_from_this<A
   [[nodiscard]] virtual std::string presetName() const = 0;
   /// Known once completed.
   [[nodiscard]] virtual std::vector<ExportedTrack> exportedTracks() const = 0;
+
+  /// The files some of whose pictures could not be decoded whole, where pictures were encoded; what could be decoded is
+  /// in the new file. Known once completed.
+  [[nodiscard]] virtual std::vector<DamagedMedia> damagedMedia() const = 0;
 
   /// The sessions between start and completion, oldest first: for hosts that show progress or cancel what an operation
   /// started, since operations hide their sessions. From any thread.

@@ -9,6 +9,7 @@
 #include <string>
 #include <utility>
 
+#include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/dispatch/DispatchQueue.h>
 #include <clipworks/media/images/ImageSource.h>
@@ -68,7 +69,7 @@ class BatchPictures {
 
 class ImageGenerator final : public AVAssetImageGenerator {
  public:
-  explicit ImageGenerator(std::shared_ptr<AVAsset> asset) : source_(std::move(asset)) {}
+  explicit ImageGenerator(std::shared_ptr<AVAsset> asset) : source_(std::move(asset), damaged_) {}
 
   void setMaximumSize(CGSize maximumSize) override {
     change([&](ImageSettings& settings) { settings.maximumSize = maximumSize; });
@@ -89,6 +90,7 @@ class ImageGenerator final : public AVAssetImageGenerator {
   Result<Image, NSError> copyCGImage(const CMTime& at, CMTime* actualTime) override;
   void generateCGImagesAsynchronously(std::vector<CMTime> times, CompletionHandler completionHandler) override;
   void cancelAllCGImageGeneration() override;
+  std::vector<DamagedMedia> damagedMedia() const override { return damagedMediaIn(*damaged_); }
 
  private:
   // What is no length means that no other picture will do.
@@ -110,6 +112,7 @@ class ImageGenerator final : public AVAssetImageGenerator {
   std::shared_ptr<const BatchPictures> look(const Batch& batch, std::optional<NSError>& error);
   Result<Image, NSError> make(const BatchPictures& pictures, std::size_t i, const Batch& batch);
 
+  const std::shared_ptr<engine::DamagedPictures> damaged_ = std::make_shared<engine::DamagedPictures>();
   std::mutex sourceMutex_;
   ImageSource source_;  // guarded by sourceMutex_
 

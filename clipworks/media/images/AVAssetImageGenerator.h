@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <clipworks/media/asset/AVAsset.h>
+#include <clipworks/media/asset/DamagedMedia.h>
 #include <clipworks/media/base/Export.h>
 #include <clipworks/media/base/NSError.h>
 #include <clipworks/media/base/Result.h>
@@ -47,6 +48,9 @@ class CLIPWORKS_API AVAssetImageGenerator : public std::enable_shared_from_this<
   /// `AVError::invalidTimeRange`), without pictures, or when nothing there can be decoded.
   [[nodiscard]] virtual Result<std::shared_ptr<const CGImage>, NSError> copyCGImage(const CMTime& at,
                                                                                     CMTime* actualTime = nullptr) = 0;
+
+  /// The files some of whose pictures could not be decoded whole, of the pictures that were taken so far.
+  [[nodiscard]] virtual std::vector<DamagedMedia> damagedMedia() const = 0;
 
   /// Called once for each requested time: the time as it was asked for, the picture (null unless succeeded), when that
   /// picture comes on screen, how it ended, and why it failed.

@@ -87,6 +87,7 @@ engine::Expected<void> ImageSource::open(const std::shared_ptr<const MediaTrack>
     auto reader = engine::CachedPictureReader::open(media->file(), media->stream(), settings.cacheLimit);
     if (!reader) return tl::make_unexpected(reader.error());
     reader_.emplace(std::move(*reader));
+    reader_->countDamageIn(damaged_);
     whole_.emplace(*media->file(), media->stream(), reader_->table().pictureCount());
     media_ = media;
   }

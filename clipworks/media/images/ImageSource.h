@@ -32,7 +32,9 @@ struct ImageSettings {
 /// One thread at a time; nothing is thrown but for want of memory.
 class ImageSource {
  public:
-  explicit ImageSource(std::shared_ptr<AVAsset> asset) : asset_(std::move(asset)) {}
+  /// Counts the damaged ones of its pictures in `damaged`.
+  ImageSource(std::shared_ptr<AVAsset> asset, std::shared_ptr<engine::DamagedPictures> damaged)
+      : asset_(std::move(asset)), damaged_(std::move(damaged)) {}
 
   /// What is on screen at `time`, or cheap to decode within the tolerance.
   [[nodiscard]] Result<ScreenPicture, NSError> locate(const CMTime& time, const TimeTolerance& tolerance);
@@ -52,6 +54,7 @@ class ImageSource {
   engine::Expected<void> open(const std::shared_ptr<const MediaTrack>& media, const ImageSettings& settings);
 
   std::shared_ptr<AVAsset> asset_;
+  std::shared_ptr<engine::DamagedPictures> damaged_;
   // Seen at the first request.
   std::shared_ptr<AVAssetTrack> track_;
   std::optional<PictureTimeline> timeline_;

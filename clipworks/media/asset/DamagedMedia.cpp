@@ -1,0 +1,21 @@
+#include <clipworks/media/asset/DamagedMedia.h>
+
+#include <clipworks/engine/input/DamagedPictures.h>
+
+namespace clipworks {
+
+std::vector<DamagedMedia> damagedMediaIn(const engine::DamagedPictures& counted) {
+  std::vector<DamagedMedia> media;
+  for (auto& file : counted.files()) media.push_back({std::move(file.name), file.pictures});
+  return media;
+}
+
+DamageWatch::DamageWatch() : counted_(std::make_shared<engine::DamagedPictures>()) {
+  engine::DamagedPictures::setObserver(counted_);
+}
+
+DamageWatch::~DamageWatch() { engine::DamagedPictures::setObserver(nullptr); }
+
+std::vector<DamagedMedia> DamageWatch::damagedMedia() const { return damagedMediaIn(*counted_); }
+
+}  // namespace clipworks

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <clipworks/media/base/Export.h>
+
+namespace clipworks {
+
+namespace engine {
+class DamagedPictures;
+}
+
+/// A file some of whose pictures could not be decoded whole; they were shown as far as they could, or the one before
+/// them in their place.
+struct DamagedMedia {
+  std::string fileName;       ///< without its folder
+  std::int64_t pictures = 0;  ///< how many different ones of those that were shown
+};
+
+/// The same for a count of the engine's. Within the platform only.
+[[nodiscard]] std::vector<DamagedMedia> damagedMediaIn(const engine::DamagedPictures& counted);
+
+/// Sees the damaged pictures that anything in the process shows as long as this lives: for hosts, since operations hide
+/// their sessions and generators. One at a time. Any thread.
+class CLIPWORKS_API DamageWatch {
+ public:
+  DamageWatch();
+  ~DamageWatch();
+  DamageWatch(const DamageWatch&) = delete;
+  DamageWatch& operator=(const DamageWatch&) = delete;
+
+  /// So far, in the order in which the first damage of each was met.
+  [[nodiscard]] std::vector<DamagedMedia> damagedMedia() const;
+
+ private:
+  std::shared_ptr<engine::DamagedPictures> counted_;
+};
+
+}  // namespace clipworks
