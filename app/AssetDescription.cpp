@@ -206,17 +206,17 @@ ordered_json trackObject(const AVAssetTrack& track) {
   auto formats = ordered_json::array();
   for (const CGSize& size : track.formatSizes()) formats.push_back({{"width", size.width}, {"height", size.height}});
   ordered_json object{{"type", isVideo(track) ? "video" : "audio"},
-          {"codec", track.codecName()},
-          {"width", track.naturalSize().width},
-          {"height", track.naturalSize().height},
-          {"transform", ordered_json::array({t.a, t.b, t.c, t.d, t.tx, t.ty})},
-          {"frameRate", track.nominalFrameRate()},
-          {"dataRate", track.estimatedDataRate()},
-          {"duration", timeObject(track.timeRange().duration)},
-          {"formats", formats},
-          {"channels", track.channelCount()},
-          {"sampleRate", track.sampleRate()},
-          {"segments", segments}};
+                      {"codec", track.codecName()},
+                      {"width", track.naturalSize().width},
+                      {"height", track.naturalSize().height},
+                      {"transform", ordered_json::array({t.a, t.b, t.c, t.d, t.tx, t.ty})},
+                      {"frameRate", track.nominalFrameRate()},
+                      {"dataRate", track.estimatedDataRate()},
+                      {"duration", timeObject(track.timeRange().duration)},
+                      {"formats", formats},
+                      {"channels", track.channelCount()},
+                      {"sampleRate", track.sampleRate()},
+                      {"segments", segments}};
   if (const auto format = track.pictureFormat()) object["pictures"] = formatObject(*format);
   return object;
 }

@@ -37,8 +37,8 @@ bool isStillAt(const std::filesystem::path& path, int descriptor) {
 /// What runs left in `parent` that ended without cleaning up.
 void removeOrphans(const std::filesystem::path& parent) {
   std::error_code error;  // what cannot be listed or removed stays hidden
-  for (auto entry = std::filesystem::directory_iterator(parent, error); !error && entry != std::filesystem::directory_iterator();
-       entry.increment(error)) {
+  for (auto entry = std::filesystem::directory_iterator(parent, error);
+       !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
     const std::string name = entry->path().filename().string();
     if (name.size() != namePrefix.size() + randomLetters || !name.starts_with(namePrefix)) continue;
     const int lock = lockOf(entry->path());
@@ -60,7 +60,8 @@ Result<std::unique_ptr<HiddenDirectory>, Failure> HiddenDirectory::make(const st
       const int code = errno;
       if (code == ENOENT) return failed("the " + role + " directory " + parent.string() + " does not exist");
       if (code == ENOTDIR) return failed("the " + role + " directory " + parent.string() + " is not a directory");
-      return failed("nothing can be written to the " + role + " directory " + parent.string() + ": " + std::strerror(code));
+      return failed("nothing can be written to the " + role + " directory " + parent.string() + ": " +
+                    std::strerror(code));
     }
     const int lock = lockOf(path);
     // Another run may have taken it for an orphan before it was locked; where locks do not exist, nobody removes any.

@@ -8,8 +8,8 @@
 
 namespace clipworks::app {
 
-/// A directory of a new hidden name that belongs to this process, and goes with everything in it at the end. It is locked
-/// while the process lives; those in the same place whose process is gone are removed when a new one is made.
+/// A directory of a new hidden name that belongs to this process, and goes with everything in it at the end. It is
+/// locked while the process lives; those in the same place whose process is gone are removed when a new one is made.
 class HiddenDirectory {
  public:
   /// In `parent`, which people know as `role`: "outputs", "temp". Fails with a sentence.

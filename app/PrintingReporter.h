@@ -64,12 +64,12 @@ class PrintingReporter final : public Reporter {
   };
 
   std::vector<std::pair<std::string, std::int64_t>> damaged_;  // guarded by mutex_; names and pictures
-  std::vector<std::filesystem::path> outputs_;  // guarded by mutex_
-  std::vector<FailedInput> failedInputs_;       // guarded by mutex_
-  double shownProgress_ = -1;                   // guarded by mutex_
-  bool barIsShown_ = false;                     // guarded by mutex_
-  bool hasEvents_ = true;                       // guarded by mutex_
-  bool isWritten_ = true;                       // guarded by mutex_
+  std::vector<std::filesystem::path> outputs_;                 // guarded by mutex_
+  std::vector<FailedInput> failedInputs_;                      // guarded by mutex_
+  double shownProgress_ = -1;                                  // guarded by mutex_
+  bool barIsShown_ = false;                                    // guarded by mutex_
+  bool hasEvents_ = true;                                      // guarded by mutex_
+  bool isWritten_ = true;                                      // guarded by mutex_
 };
 
 }  // namespace clipworks::app

@@ -22,7 +22,9 @@ class PrivateDirectories {
 
   [[nodiscard]] std::filesystem::path outputs() const { return besideResults_->path() / "outputs"; }
   [[nodiscard]] std::filesystem::path documents() const { return besideResults_->path() / "documents"; }
-  [[nodiscard]] std::filesystem::path temp() const { return (elsewhere_ ? elsewhere_ : besideResults_)->path() / "temp"; }
+  [[nodiscard]] std::filesystem::path temp() const {
+    return (elsewhere_ ? elsewhere_ : besideResults_)->path() / "temp";
+  }
 
   /// Where a result of that name goes.
   [[nodiscard]] std::filesystem::path place(const std::filesystem::path& fileName) const {

@@ -12,9 +12,9 @@
 
 namespace clipworks::app {
 
-/// Sees the export sessions and writers that an operation hides, and the lines that it prints: how far they are, why one
-/// failed, and how to stop them. The library's printed lines go to the reporter as long as this lives, and nowhere afterwards.
-/// One at a time; thread-safe.
+/// Sees the export sessions and writers that an operation hides, and the lines that it prints: how far they are, why
+/// one failed, and how to stop them. The library's printed lines go to the reporter as long as this lives, and nowhere
+/// afterwards. One at a time; thread-safe.
 class SessionWatch {
  public:
   explicit SessionWatch(Reporter& reporter);

@@ -1,5 +1,5 @@
-// Takes ten pictures of one group out of a clip in a shuffled order: all at once from one generator, one after the other
-// from one, and each from a generator of its own. Prints the seconds of each.
+// Takes ten pictures of one group out of a clip in a shuffled order: all at once from one generator, one after the
+// other from one, and each from a generator of its own. Prints the seconds of each.
 //
 //   ten_pictures CLIP
 #include <algorithm>

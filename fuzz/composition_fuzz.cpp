@@ -7,8 +7,8 @@
 #include <fuzz/FuzzTimes.h>
 #include <tests/media/composition/FakeTrack.h>
 
-// Edit lists of hostile files as segments, and compositions that are edited with them in hostile ways: what comes out is
-// without holes, and within the bounds that the headers promise.
+// Edit lists of hostile files as segments, and compositions that are edited with them in hostile ways: what comes out
+// is without holes, and within the bounds that the headers promise.
 
 namespace {
 
@@ -118,7 +118,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   const auto media = resolveToMedia(*outer);
   checkChain(media);
-  require(media.empty() || meet(media.back().target.end(), outer->timeRange().duration), "nothing is lost on the way to media");
+  require(media.empty() || meet(media.back().target.end(), outer->timeRange().duration),
+          "nothing is lost on the way to media");
   checkChain(sliceSegments(fileSegments, fuzz::takeRange(input), kCMTimeZero));
   for (const auto& segment : media) checkMapping(segment, fuzz::takeTime(input));
   return 0;

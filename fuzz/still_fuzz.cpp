@@ -12,8 +12,8 @@
 #include <clipworks/engine/stills/PNGEncoder.h>
 #include <fuzz/FuzzInput.h>
 
-// The encoders of photos: pictures of any size, layout and colour tags, with recordings' metadata of any content. A file
-// comes out whose own header tells the picture's size, or a sentence.
+// The encoders of photos: pictures of any size, layout and colour tags, with recordings' metadata of any content. A
+// file comes out whose own header tells the picture's size, or a sentence.
 
 namespace {
 
@@ -36,8 +36,8 @@ void takeColors(AVFrame& frame, fuzz::FuzzInput& input) {
 }
 
 StillImage takeStill(fuzz::FuzzInput& input) {
-  constexpr std::array formats{AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV444P, AV_PIX_FMT_YUV440P,
-                               AV_PIX_FMT_YUV411P, AV_PIX_FMT_BGRA};
+  constexpr std::array formats{AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV444P,
+                               AV_PIX_FMT_YUV440P, AV_PIX_FMT_YUV411P, AV_PIX_FMT_BGRA};
   StillImage still;
   still.frame = makeFrame();
   AVFrame& frame = *still.frame;
@@ -50,8 +50,14 @@ StillImage takeStill(fuzz::FuzzInput& input) {
   for (int plane = 0; plane < 4 && frame.buf[plane] != nullptr; ++plane) {
     std::fill_n(frame.buf[plane]->data, frame.buf[plane]->size, input.take<std::uint8_t>());
   }
-  constexpr std::array keys{"com.apple.quicktime.creationdate", "creation_time", "location", "location-eng", "make", "model",
-                            "com.android.version", "com.apple.quicktime.location.ISO6709"};
+  constexpr std::array keys{"com.apple.quicktime.creationdate",
+                            "creation_time",
+                            "location",
+                            "location-eng",
+                            "make",
+                            "model",
+                            "com.android.version",
+                            "com.apple.quicktime.location.ISO6709"};
   const int facts = input.between(0, 4);
   for (int i = 0; i < facts; ++i) {
     std::string text;

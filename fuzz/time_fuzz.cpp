@@ -38,10 +38,10 @@ void checkSum(const CMTime& a, const CMTime& b) {
 }
 
 void checkScale(const CMTime& a, std::int32_t scale) {
-  for (const auto method : {CMTimeRoundingMethod::roundHalfAwayFromZero, CMTimeRoundingMethod::roundTowardZero,
-                            CMTimeRoundingMethod::roundAwayFromZero, CMTimeRoundingMethod::quickTime,
-                            CMTimeRoundingMethod::roundTowardPositiveInfinity,
-                            CMTimeRoundingMethod::roundTowardNegativeInfinity}) {
+  for (const auto method :
+       {CMTimeRoundingMethod::roundHalfAwayFromZero, CMTimeRoundingMethod::roundTowardZero,
+        CMTimeRoundingMethod::roundAwayFromZero, CMTimeRoundingMethod::quickTime,
+        CMTimeRoundingMethod::roundTowardPositiveInfinity, CMTimeRoundingMethod::roundTowardNegativeInfinity}) {
     const CMTime scaled = a.convertScale(scale, method);
     if (!isPlainNumber(a) || !scaled.isNumeric()) continue;
     require(scaled.timescale == scale, "the scale is the one asked for");
@@ -74,7 +74,8 @@ void checkRanges(const CMTimeRange& a, const CMTimeRange& b, const CMTime& time)
                         !both.end().wasRounded() && !all.end().wasRounded() && !both.duration.wasRounded() &&
                         !all.duration.wasRounded() && isPlainNumber(a.end()) && isPlainNumber(b.end());
   if (!areExact) return;
-  require(both.containsTime(time) == (a.containsTime(time) && b.containsTime(time)), "an intersection has what both have");
+  require(both.containsTime(time) == (a.containsTime(time) && b.containsTime(time)),
+          "an intersection has what both have");
   require(!(a.containsTime(time) || b.containsTime(time)) || all.containsTime(time), "a union has what one has");
   require(a.containsTimeRange(both) || both.isEmpty(), "an intersection is part of each");
 }

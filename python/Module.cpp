@@ -60,7 +60,11 @@ app::Outcome runProgram(const std::vector<std::string>& arguments, PythonHost& h
 /// Raises what the callback or a signal's handler raised.
 Ran run(const std::vector<std::string>& arguments, py::object onProgress) {
   if (isForked()) {
-    return {app::ExitCode::failed, "this process was forked from one that had used clipworks; start it by \"spawn\"", {}, {}, {}};
+    return {app::ExitCode::failed,
+            "this process was forked from one that had used clipworks; start it by \"spawn\"",
+            {},
+            {},
+            {}};
   }
   PythonHost host(onProgress);
   Ran ran;

@@ -30,7 +30,9 @@ class PythonHost final : public app::Reporter, public app::Interruption {
   void note(std::string_view) override {}
   void output(const std::filesystem::path& path) override { outputs_.push_back(path.string()); }
   void done() override {}
-  void damaged(const std::string& fileName, std::int64_t pictures) override { damaged_.emplace_back(fileName, pictures); }
+  void damaged(const std::string& fileName, std::int64_t pictures) override {
+    damaged_.emplace_back(fileName, pictures);
+  }
   void warning(std::string_view) override {}
   void inputFailed(const std::filesystem::path&, std::string_view) override {}
   void text(std::string_view text) override { text_ += text; }

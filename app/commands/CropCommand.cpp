@@ -38,9 +38,12 @@ class CropCommand final : public EditingCommand {
   std::string name() const override { return "crop"; }
   std::string purpose() const override { return "Cut a rectangle out of a clip, in a new MP4 file"; }
   std::string notes() const override {
-    return "The rectangle counts in units of your own: in a portrait clip W stands for the whole width, in any other H\n"
-           "for the whole height, and the other side follows. With W (or H) as the clip's own size in pixels, units are\n"
-           "pixels. The pictures are encoded anew, as H.264 unless --codec hevc is given, at the clip's rate without its\n"
+    return "The rectangle counts in units of your own: in a portrait clip W stands for the whole width, in any other "
+           "H\n"
+           "for the whole height, and the other side follows. With W (or H) as the clip's own size in pixels, units "
+           "are\n"
+           "pixels. The pictures are encoded anew, as H.264 unless --codec hevc is given, at the clip's rate without "
+           "its\n"
            "fraction. The new file gets a name of its own.\n\n"
            "Example: clipworks crop landscape_1080p.mp4 --rect 420,0,1080,1080    the middle square\n"
            "\"clipworks --help\" tells the options that hold for every command, and the exit codes.";
@@ -57,7 +60,8 @@ class CropCommand final : public EditingCommand {
     const auto parsed = rectangle(rectText_);
     if (!parsed) return wrongUse("--rect takes four numbers X,Y,W,H, not \"" + rectText_ + "\"");
     rect_ = *parsed;
-    if (!(rect_.size.width > 0) || !(rect_.size.height > 0)) return wrongUse("--rect needs a width and a height above 0");
+    if (!(rect_.size.width > 0) || !(rect_.size.height > 0))
+      return wrongUse("--rect needs a width and a height above 0");
     if (const Outcome fit = checkPictures(file_, "cropping it"); !fit) return fit;
     const auto track = AVAsset::make(URL(file_))->tracks(AVMediaTypeVideo).front();
     return checkAgainst(CGSizeApplyAffineTransform(track->naturalSize(), track->preferredTransform()));
@@ -85,9 +89,10 @@ class CropCommand final : public EditingCommand {
     if (right - left > largestSide || bottom - top > largestSide) return wrongUse("--rect asks for too large pictures");
     constexpr double slack = 0.5;
     if (left < -slack || top < -slack || right > width + slack || bottom > height + slack) {
-      return wrongUse(fmt::format("--rect reaches out of the picture: {} shows {:.0f} × {:.0f} pixels, the rectangle is "
-                                  "{:.0f} × {:.0f} of them from ({:.0f}, {:.0f}) on",
-                                  clipName(), width, height, right - left, bottom - top, left, top));
+      return wrongUse(
+          fmt::format("--rect reaches out of the picture: {} shows {:.0f} × {:.0f} pixels, the rectangle is "
+                      "{:.0f} × {:.0f} of them from ({:.0f}, {:.0f}) on",
+                      clipName(), width, height, right - left, bottom - top, left, top));
     }
     return {};
   }

@@ -75,8 +75,7 @@ class NarrateCommand final : public EditingCommand {
   Outcome edit(Workbench& bench) override {
     std::vector<NarrationPiece> narrations;
     for (const auto& piece : pieces_) {
-      narrations.push_back(
-          {CMTime(piece.seconds, startTimescale), URL(piece.audio), static_cast<float>(piece.volume)});
+      narrations.push_back({CMTime(piece.seconds, startTimescale), URL(piece.audio), static_cast<float>(piece.volume)});
     }
     const std::string what = clipName() + " could not be narrated";
     const auto narration = VideoNarrationUtils::make();

@@ -26,7 +26,8 @@ class SpeedCommand final : public EditingCommand {
   std::string purpose() const override { return "Slow down or speed up one stretch of a clip, in one new MP4 file"; }
   std::string notes() const override {
     return "The clip needs pictures and sound; the sound keeps its pitch.\n\n"
-           "Example, seconds 2 to 4 at half speed: clipworks --outputs results speed clip.mp4 --from 2 --to 4 --ratio 2\n"
+           "Example, seconds 2 to 4 at half speed: clipworks --outputs results speed clip.mp4 --from 2 --to 4 --ratio "
+           "2\n"
            "\"clipworks --help\" tells the options that hold for every command, and the exit codes.";
   }
   void configure(CLI::App& parser) override {
@@ -59,8 +60,8 @@ class SpeedCommand final : public EditingCommand {
 
   Outcome edit(Workbench& bench) override {
     const auto converter = VideoSpeedConverter::make(URL(file_));
-    const auto quality = quality_ == "low" ? VideoSpeedConverter::ConversionQuality::low
-                                           : VideoSpeedConverter::ConversionQuality::high;
+    const auto quality =
+        quality_ == "low" ? VideoSpeedConverter::ConversionQuality::low : VideoSpeedConverter::ConversionQuality::high;
     Awaited<Result<URL, VideoSpeedConverter::ConversionError>> exported;
     converter->applySpeedChange(from_, to_, ratio_, name_, quality, exported.closure());
     const auto made = bench.wait(exported, "the speed of " + clipName() + " could not be changed");
@@ -86,8 +87,10 @@ class SpeedCommand final : public EditingCommand {
                                   seconds, from_, to_));
     }
     const double length = (to_ - from_) * ratio_;
-    if (length * duration.timescale < 0.5) return wrongUse("--ratio is so small that nothing of the stretch would be left");
-    if (length > mostHours * 3600) return wrongUse(fmt::format("the stretch would be longer than {:.0f} hours", mostHours));
+    if (length * duration.timescale < 0.5)
+      return wrongUse("--ratio is so small that nothing of the stretch would be left");
+    if (length > mostHours * 3600)
+      return wrongUse(fmt::format("the stretch would be longer than {:.0f} hours", mostHours));
     return {};
   }
 

@@ -162,7 +162,8 @@ std::function<void()> VideoCompressorUtils::prepared(const URL& video, const Par
           onComplete = std::move(onComplete)] {
     prepared.exporter->exportAsynchronously(
         nullptr, [self, videosCount](float progress) { self->report(progress, videosCount); },
-        [weakSelf = self->weak_from_this(), outputURL = prepared.outputURL, onComplete](const ExporterOutcome& exported) {
+        [weakSelf = self->weak_from_this(), outputURL = prepared.outputURL,
+         onComplete](const ExporterOutcome& exported) {
           onComplete(outcomeOf(exported, outputURL));
           const auto compressor = weakSelf.lock();
           if (compressor == nullptr) return;

@@ -8,19 +8,19 @@ namespace clipworks::engine {
 
 /// What kind of failure it was; the platform turns these into its own errors.
 enum class ErrorKind {
-  unreadable,       ///< the file cannot be opened or read (see `posixCode`)
-  notMedia,         ///< no known container, or one without an index
-  damaged,          ///< a known container or codec with broken content
-  unsupported,      ///< nothing here reads or writes this
-  tooLarge,         ///< beyond a limit for untrusted input
-  noEncoder,        ///< the encoder does not exist or does not open
-  unwritable,       ///< the output cannot be created or written (see `posixCode`)
-  lengthLimit,      ///< the output reached its length limit
-  noDevice,         ///< no microphone can be opened
-  deviceLost,       ///< the microphone went away while it was used
+  unreadable,   ///< the file cannot be opened or read (see `posixCode`)
+  notMedia,     ///< no known container, or one without an index
+  damaged,      ///< a known container or codec with broken content
+  unsupported,  ///< nothing here reads or writes this
+  tooLarge,     ///< beyond a limit for untrusted input
+  noEncoder,    ///< the encoder does not exist or does not open
+  unwritable,   ///< the output cannot be created or written (see `posixCode`)
+  lengthLimit,  ///< the output reached its length limit
+  noDevice,     ///< no microphone can be opened
+  deviceLost,   ///< the microphone went away while it was used
   cancelled,
   outOfMemory,
-  noThreads,        ///< the system allows no more threads (see `posixCode`)
+  noThreads,  ///< the system allows no more threads (see `posixCode`)
   internal,
 };
 

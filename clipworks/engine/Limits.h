@@ -15,8 +15,9 @@ inline constexpr std::uint32_t maxEdits = 100'000;                 ///< in one t
 inline constexpr std::int64_t maxPixels = 16'384LL * 16'384LL;     ///< in one picture
 inline constexpr int maxPictureSide = 16'384;
 inline constexpr int maxChannels = 64;
-inline constexpr int maxSampleRate = 768'000;                      ///< hertz
-inline constexpr std::size_t maxAllocation = 1ULL << 30;           ///< bytes at a time, of FFmpeg: a plane of the largest picture fits
-inline constexpr std::int64_t maxSampleBytes = 256LL << 20;        ///< of one coded sample
+inline constexpr int maxSampleRate = 768'000;  ///< hertz
+inline constexpr std::size_t maxAllocation =
+    1ULL << 30;  ///< bytes at a time, of FFmpeg: a plane of the largest picture fits
+inline constexpr std::int64_t maxSampleBytes = 256LL << 20;  ///< of one coded sample
 
 }  // namespace clipworks::engine::limits

@@ -12,7 +12,7 @@
 #include <clipworks/media/base/SettingsKeys.h>
 #include <clipworks/media/composition/AVMutableComposition.h>
 #include <clipworks/media/export/ExportPreset.h>
-#include <clipworks/media/export/ExportSession.h>
+#include <clipworks/media/export/ExportSessionFactory.h>
 #include <clipworks/media/samples/WriterSettings.h>
 
 namespace clipworks {
@@ -26,15 +26,16 @@ constexpr auto progressPeriod = std::chrono::milliseconds(100);
 constexpr const char* encoderSpeed = "veryfast";
 
 /// What the settings ask of an export of an asset with pictures, sound, or both.
-Result<ExportPreset, NSError> presetFrom(const SettingsDictionary& video, const SettingsDictionary& audio, bool hasPictures,
-                                         bool hasSound) {
+Result<ExportPreset, NSError> presetFrom(const SettingsDictionary& video, const SettingsDictionary& audio,
+                                         bool hasPictures, bool hasSound) {
   ExportPreset preset = *exportPreset(AVAssetExportPresetHighestQuality);
   preset.keepsCodedPictures = false;
   preset.speed = encoderSpeed;
   if (hasPictures || !video.empty()) {
     const auto pictures = pictureSettings(video);
     if (!pictures) return failure(pictures.error());
-    if (pictures->codec == engine::VideoCodec::hevc) preset.quality = exportPreset(AVAssetExportPresetHEVCHighestQuality)->quality;
+    if (pictures->codec == engine::VideoCodec::hevc)
+      preset.quality = exportPreset(AVAssetExportPresetHEVCHighestQuality)->quality;
     preset.videoCodec = pictures->codec;
     preset.fixedSize = ExportPreset::FixedSize{pictures->width, pictures->height, pictures->fills};
     preset.videoBitRate = pictures->averageBitRate;
@@ -50,7 +51,8 @@ Result<ExportPreset, NSError> presetFrom(const SettingsDictionary& video, const 
 
 /// A composition of the first track of each kind: of `range`, or of all that they show while the movie lasts, as every
 /// operation takes it. Further tracks of a recording are other languages or other mixes of the same.
-Result<std::shared_ptr<AVMutableComposition>, NSError> firstTracks(const AVAsset& asset, const std::optional<CMTimeRange>& range) {
+Result<std::shared_ptr<AVMutableComposition>, NSError> firstTracks(const AVAsset& asset,
+                                                                   const std::optional<CMTimeRange>& range) {
   const auto composition = AVMutableComposition::make();
   for (const AVMediaType type : {AVMediaTypeVideo, AVMediaTypeAudio}) {
     const auto tracks = asset.tracks(type);
@@ -58,7 +60,8 @@ Result<std::shared_ptr<AVMutableComposition>, NSError> firstTracks(const AVAsset
     const auto track = composition->addMutableTrack(type, kCMPersistentTrackID_Invalid);
     const CMTime end = CMTimeMinimum(tracks.front()->timeRange().end(), asset.duration());
     const auto wanted = range.value_or(CMTimeRange(kCMTimeZero, end));
-    if (auto inserted = track->insertTimeRange(wanted, tracks.front(), kCMTimeZero); !inserted) return failure(inserted.error());
+    if (auto inserted = track->insertTimeRange(wanted, tracks.front(), kCMTimeZero); !inserted)
+      return failure(inserted.error());
     track->setPreferredTransform(tracks.front()->preferredTransform());
   }
   return composition;
@@ -80,7 +83,8 @@ void NextLevelSessionExporter::exportAsynchronously(RenderHandler /*renderHandle
   }
   progressHandler_ = std::move(progressHandler);
   completionHandler_ = std::move(completionHandler);
-  auto thread = engine::Thread::start([self = shared_from_this()] { self->end(self->carryOut(self->progressHandler_)); });
+  auto thread =
+      engine::Thread::start([self = shared_from_this()] { self->end(self->carryOut(self->progressHandler_)); });
   if (!thread) return end(failure(errorFromEngine(thread.error())));
   thread->detach();
 }
@@ -119,7 +123,8 @@ Result<std::shared_ptr<AVAssetExportSession>, NSError> NextLevelSessionExporter:
     if (!preset) return failure(preset.error());
     auto session = makeExportSession(*composition, "explicit settings", *preset);
     if (session == nullptr) {
-      return failure(makeError(AVError::exportFailed, std::string(AVVideoCodecKey) + ": there is no encoder for these pictures"));
+      return failure(
+          makeError(AVError::exportFailed, std::string(AVVideoCodecKey) + ": there is no encoder for these pictures"));
     }
     if (outputURL_) session->setOutputURL(*outputURL_);
     session->setOutputFileType(outputFileType_);

@@ -19,8 +19,8 @@
 
 namespace clipworks {
 
-/// Encodes an asset anew, pictures and sound each as a dictionary of settings says. Pictures come out upright, every one
-/// at its own time, in the size that the settings name; sound at the named rate and number of channels. An asset
+/// Encodes an asset anew, pictures and sound each as a dictionary of settings says. Pictures come out upright, every
+/// one at its own time, in the size that the settings name; sound at the named rate and number of channels. An asset
 /// without sound gives a file without. The date, the place and the device of the recording are kept.
 ///
 /// Configure it on one thread, then export once. The exporter keeps itself alive from then until its completion handler
@@ -77,12 +77,12 @@ class CLIPWORKS_API NextLevelSessionExporter : public std::enable_shared_from_th
   std::optional<CMTimeRange> timeRange_;
   SettingsDictionary videoConfiguration_;
   SettingsDictionary audioConfiguration_;
-  ProgressHandler progressHandler_;      // once it has started, as the next
+  ProgressHandler progressHandler_;  // once it has started, as the next
   CompletionHandler completionHandler_;
 
   std::mutex mutex_;
   std::condition_variable ended_;
-  bool hasStarted_ = false;                         // guarded by mutex_, like all below
+  bool hasStarted_ = false;  // guarded by mutex_, like all below
   bool isCancelled_ = false;
   bool sessionEnded_ = false;
   std::shared_ptr<AVAssetExportSession> session_;  // while it exports

@@ -31,8 +31,12 @@ class CLIPWORKS_API CopiedPreset final : public VideoCompressorPreset {
  public:
   /// Asks `preset` for everything, once.
   explicit CopiedPreset(const VideoCompressorPreset& preset)
-      : name_(preset.name()), estimatedSize_(preset.estimatedSize()), height_(preset.height()), width_(preset.width()),
-        bitRate_(preset.bitRate()), conversionRate_(preset.conversionRate()) {}
+      : name_(preset.name()),
+        estimatedSize_(preset.estimatedSize()),
+        height_(preset.height()),
+        width_(preset.width()),
+        bitRate_(preset.bitRate()),
+        conversionRate_(preset.conversionRate()) {}
 
   [[nodiscard]] std::string name() const override { return name_; }
   [[nodiscard]] std::string estimatedSize() const override { return estimatedSize_; }

@@ -69,8 +69,8 @@ void VideoLooperUtils::createLoopComposition(std::int64_t loopCount, const Compo
 void VideoLooperUtils::exportCurrentComposition(ExportCompletion onComplete) {
   if (composition_ == nullptr) return onComplete(failure(VideoLooperError::generic));
   const URL url = prepareOutputLocation(FileSystem::shared().outputsURL(), std::nullopt, ".mp4");
-  const auto preset = HEVCSupport::hasHEVCHardwareEncoder() ? AVAssetExportPresetHEVCHighestQuality
-                                                            : AVAssetExportPresetHighestQuality;
+  const auto preset =
+      HEVCSupport::hasHEVCHardwareEncoder() ? AVAssetExportPresetHEVCHighestQuality : AVAssetExportPresetHighestQuality;
   const auto session = AVAssetExportSession::make(composition_, preset);
   if (session != nullptr) {
     session->setOutputURL(url);

@@ -22,8 +22,7 @@ class CLIPWORKS_API VideoLooperUtils : public std::enable_shared_from_this<Video
   /// What a loop fails with, by its name within the class.
   using VideoLooperError = clipworks::VideoLooperError;
   /// Takes the composition, or the failure.
-  using CompositionCompletion =
-      std::function<void(Result<std::shared_ptr<AVMutableComposition>, VideoLooperError>)>;
+  using CompositionCompletion = std::function<void(Result<std::shared_ptr<AVMutableComposition>, VideoLooperError>)>;
   /// Takes the new file's location, or the failure.
   using ExportCompletion = std::function<void(Result<URL, VideoLooperError>)>;
 

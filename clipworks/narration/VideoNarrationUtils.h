@@ -59,8 +59,8 @@ class CLIPWORKS_API VideoNarrationUtils : public AVAudioRecorderDelegate,
   /// `finishNarration()`. Ends the recording; the delegate then hears of it. Nothing happens when none runs.
   void finishNarration();
 
-  /// The running recording, for hosts that show its level; null when none runs: before a start, after `finishNarration`,
-  /// and once the recording has ended by itself, which the delegate hears of right after.
+  /// The running recording, for hosts that show its level; null when none runs: before a start, after
+  /// `finishNarration`, and once the recording has ended by itself, which the delegate hears of right after.
   [[nodiscard]] std::shared_ptr<AVAudioRecorder> audioRecorder() const;
   /// The moment given to the last `startNarration`; nothing at first.
   [[nodiscard]] std::optional<CMTime> startTime() const;

@@ -36,12 +36,12 @@ struct Run {
   std::shared_ptr<AVAssetWriterInput> writerInput;
   std::shared_ptr<AVAssetWriterInputPixelBufferAdaptor> adaptor;
   std::shared_ptr<DispatchSemaphore> gate = DispatchSemaphore::make(1);
-  std::int64_t frameIndex = 0;     // pictures written so far; between gate's wait and signal only
+  std::int64_t frameIndex = 0;  // pictures written so far; between gate's wait and signal only
 };
 
 URL prepareOutput() {
-  const URL documents = FileManager::default_().urls(SearchPathDirectory::documentDirectory,
-                                                     SearchPathDomainMask::userDomainMask)[0];
+  const URL documents =
+      FileManager::default_().urls(SearchPathDirectory::documentDirectory, SearchPathDomainMask::userDomainMask)[0];
   const URL outputURL = documents.appendingPathComponent("reversed_video.mov");
   (void)FileManager::default_().removeItem(outputURL);  // kept: that there is none is no concern
   return outputURL;

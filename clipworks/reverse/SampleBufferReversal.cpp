@@ -35,7 +35,8 @@ std::shared_ptr<CMSampleBuffer> reverse(const std::shared_ptr<CMSampleBuffer>& s
   // A block of no bytes need not lie anywhere, and stays as it is.
   if (blockBuffer == nullptr) fatalError("VideoReverseConverter: a buffer of sound has no data");
   const std::vector<std::byte> reversed = reversedValues(bufferList[0]);
-  if (CMBlockBufferReplaceDataBytes(reversed.data(), *blockBuffer, 0, bufferList[0].mDataByteSize) != noErr) return nullptr;
+  if (CMBlockBufferReplaceDataBytes(reversed.data(), *blockBuffer, 0, bufferList[0].mDataByteSize) != noErr)
+    return nullptr;
 
   std::shared_ptr<CMSampleBuffer> made;
   const OSStatus status =

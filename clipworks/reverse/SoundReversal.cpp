@@ -71,8 +71,8 @@ std::shared_ptr<AVAssetWriterInput> makeInput(const Sound& sound) {
 }
 
 URL prepareOutput() {
-  const URL documents = FileManager::default_().urls(SearchPathDirectory::documentDirectory,
-                                                     SearchPathDomainMask::userDomainMask)[0];
+  const URL documents =
+      FileManager::default_().urls(SearchPathDirectory::documentDirectory, SearchPathDomainMask::userDomainMask)[0];
   const URL outputURL = documents.appendingPathComponent("reversed_audio.m4a");
   (void)FileManager::default_().removeItem(outputURL);  // kept: that there is none is no concern
   return outputURL;

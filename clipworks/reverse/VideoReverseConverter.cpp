@@ -75,14 +75,15 @@ void VideoReverseConverter::reverse(std::optional<std::string> fileName, Complet
   group->enter();
   reverseVideoOnly(storing(results, &HalfResults::video, group));
 
-  group->notify(DispatchQueue::global(DispatchQoS::userInitiated),
-                [weakSelf = weak_from_this(), results, fileName = std::move(fileName), onComplete = std::move(onComplete)] {
-                  if (!results->video) return onComplete(failed());
-                  if (!results->audio) return onComplete(failed());
-                  const auto self = weakSelf.lock();
-                  if (self == nullptr) return;  // kept: no completion then
-                  self->mergeVideoAndAudio(fileName, *results->video, *results->audio, onComplete);
-                });
+  group->notify(
+      DispatchQueue::global(DispatchQoS::userInitiated),
+      [weakSelf = weak_from_this(), results, fileName = std::move(fileName), onComplete = std::move(onComplete)] {
+        if (!results->video) return onComplete(failed());
+        if (!results->audio) return onComplete(failed());
+        const auto self = weakSelf.lock();
+        if (self == nullptr) return;  // kept: no completion then
+        self->mergeVideoAndAudio(fileName, *results->video, *results->audio, onComplete);
+      });
 }
 
 void VideoReverseConverter::reverseVideoOnly(Completion onComplete) {

@@ -41,18 +41,19 @@ class CLIPWORKS_API VideoReverseConverter : public std::enable_shared_from_this<
   void setKeepsDataRate(bool keepsDataRate);
 
   /// `reverse(fileName:onComplete:)`. Returns at once. Reverses pictures and sound at the same time, then joins them in
-  /// the temporary directory of the file-location service, in a file named `fileName`, or a new UUID, with ".mp4" behind
-  /// it; one of that name is deleted. Fails when a half does: a video without sound cannot be reversed as a whole. A
-  /// half's file stays in the documents directory then. **When no export session can be made, the completion is never
-  /// called**; it is destroyed then.
+  /// the temporary directory of the file-location service, in a file named `fileName`, or a new UUID, with ".mp4"
+  /// behind it; one of that name is deleted. Fails when a half does: a video without sound cannot be reversed as a
+  /// whole. A half's file stays in the documents directory then. **When no export session can be made, the completion
+  /// is never called**; it is destroyed then.
   void reverse(std::optional<std::string> fileName, Completion onComplete);
 
-  /// `reverseVideoOnly(onComplete:)`. Returns at once. Writes the pictures backwards, at the source's own picture times,
-  /// to "reversed_video.mov" in the documents directory; one of that name is deleted. H.264 at the source's data rate
-  /// (but see `setKeepsDataRate`), coded as the source is and turned by its matrix. Prints "Starting video reversing", "Reading samples to get
-  /// timestamps", "Finishing first read", "Got image" and "Append image at " for each picture, and "Finished video
-  /// reversing"; or why not: "could not initialize reader.", "could not retrieve the video track.", "Failed: ".
-  /// A failure to write a picture is not noticed: success is reported all the same, without a file.
+  /// `reverseVideoOnly(onComplete:)`. Returns at once. Writes the pictures backwards, at the source's own picture
+  /// times, to "reversed_video.mov" in the documents directory; one of that name is deleted. H.264 at the source's data
+  /// rate (but see `setKeepsDataRate`), coded as the source is and turned by its matrix. Prints "Starting video
+  /// reversing", "Reading samples to get timestamps", "Finishing first read", "Got image" and "Append image at " for
+  /// each picture, and "Finished video reversing"; or why not: "could not initialize reader.", "could not retrieve the
+  /// video track.", "Failed: ". A failure to write a picture is not noticed: success is reported all the same, without
+  /// a file.
   void reverseVideoOnly(Completion onComplete);
 
   /// `reverseAudioOnly(onComplete:)`. Returns at once. Writes the sound backwards, sample by sample, to

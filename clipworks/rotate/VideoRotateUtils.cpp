@@ -140,7 +140,8 @@ void VideoRotateUtils::cropVideo(const URL& url, const CGRect& toRect, Completio
   if (!segment) return onComplete(failure(RotateError::generic));
 
   const CGSize displayed = displayedSize(*segment->video);
-  double scale = isPortrait(url) ? displayed.width / CGRectGetWidth(toRect) : displayed.height / CGRectGetHeight(toRect);
+  double scale =
+      isPortrait(url) ? displayed.width / CGRectGetWidth(toRect) : displayed.height / CGRectGetHeight(toRect);
   insertWhole(*segment);
   scale = std::abs(scale);  // a turned video's sides are signed
 

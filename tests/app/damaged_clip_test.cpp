@@ -22,7 +22,7 @@ std::filesystem::path damagedClip() {
   std::string bytes(static_cast<std::size_t>((*whole)->handle()->size()), '\0');
   std::ifstream(BarCodeClip({.bFrames = 0}).path(), std::ios::binary)
       .read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-  const auto table = *(*whole)->sampleTable((*whole)->streams().front().index);
+  const auto table = *(*whole)->pictureTable((*whole)->streams().front().index);
   for (const std::size_t picture : {10U, 20U, 40U}) {
     const auto& sample = table->samples()[table->sampleOfPicture(picture)];
     const auto start = bytes.begin() + sample.position + sample.bytes / 3;

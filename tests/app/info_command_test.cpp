@@ -29,7 +29,8 @@ TEST(Info, TellsPeopleWhatAFileHolds) {
   EXPECT_THAT(
       result.standardOutput,
       AllOf(HasSubstr("2.500 s"), HasSubstr("video  h264  320 × 180  rotated 90°  30 fps"),
-            HasSubstr("8 bits, SDR, colours unknown/unknown/unknown, limited range, constant rate"), HasSubstr("audio  aac   stereo"), HasSubstr("0.000 s – 0.500 s"), HasSubstr("2024-05-06T07:08:09")));
+            HasSubstr("8 bits, SDR, colours unknown/unknown/unknown, limited range, constant rate"),
+            HasSubstr("audio  aac   stereo"), HasSubstr("0.000 s – 0.500 s"), HasSubstr("2024-05-06T07:08:09")));
 }
 
 TEST(Info, TellsProgramsEveryFigure) {
@@ -61,10 +62,11 @@ TEST(Info, TellsWhatMattersOfAPhonesClip) {
                                 .videoCodec = "libx265",
                                 .preset = "ultrafast",
                                 .pixelFormat = "yuv420p10le",
-                                .outputArguments = {"-color_primaries", "bt2020", "-color_trc", "arib-std-b67", "-colorspace", "bt2020nc"}})
+                                .outputArguments = {"-color_primaries", "bt2020", "-color_trc", "arib-std-b67",
+                                                    "-colorspace", "bt2020nc"}})
                        .path();
-  const auto made = runProgram({"ffmpeg", "-v", "error", "-i", hdr, "-i", directory.file("words.srt"), "-c", "copy", "-c:s", "mov_text",
-                                "-tag:v", "hvc1", directory.file("clip.mp4")});
+  const auto made = runProgram({"ffmpeg", "-v", "error", "-i", hdr, "-i", directory.file("words.srt"), "-c", "copy",
+                                "-c:s", "mov_text", "-tag:v", "hvc1", directory.file("clip.mp4")});
   ASSERT_TRUE(made.succeeded()) << made;
   const auto shown = runClipworks({"info", directory.file("clip.mp4")}).standardOutput;
   EXPECT_THAT(shown, HasSubstr("10 bits, HLG, colours bt2020/arib-std-b67/bt2020nc, limited range, variable rate"));
@@ -73,7 +75,8 @@ TEST(Info, TellsWhatMattersOfAPhonesClip) {
   const auto plain = BarCodeClip({.outputArguments = {"-movflags", "+faststart"}}).path();
   std::filesystem::copy_file(plain, directory.file("cut.mp4"));
   std::filesystem::resize_file(directory.file("cut.mp4"), std::filesystem::file_size(plain) / 2);
-  const auto cut = json::parse(runClipworks({"--json", "info", directory.file("cut.mp4")}).standardOutput).at("files").at(0);
+  const auto cut =
+      json::parse(runClipworks({"--json", "info", directory.file("cut.mp4")}).standardOutput).at("files").at(0);
   EXPECT_GT(cut.at("tracks").at(0).at("pictures").at("missing").get<int>(), 0);
   EXPECT_EQ(cut.at("otherTracks"), json::array());
 }
@@ -102,7 +105,8 @@ TEST(Info, TellsOfAFormatThatChanges) {
   EXPECT_THAT(people.standardOutput, HasSubstr("format changes on the way: 256 × 128, then 128 × 128\n")) << people;
   const auto programs = runClipworks({"--json", "info", twoFormatsClip()});
   const auto events = eventsOf(programs);
-  EXPECT_EQ(events.front().at("files").at(0).at("tracks").at(0).at("formats"), json::array({{{"width", 256}, {"height", 128}}, {{"width", 128}, {"height", 128}}}));
+  EXPECT_EQ(events.front().at("files").at(0).at("tracks").at(0).at("formats"),
+            json::array({{{"width", 256}, {"height", 128}}, {{"width", 128}, {"height", 128}}}));
 }
 
 TEST(Program, ExplainsItself) {

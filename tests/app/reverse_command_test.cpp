@@ -40,8 +40,8 @@ std::vector<int> backwards(int count) {
 TEST(Reverse, PlaysTheClipBackwardsUnderItsName) {
   const TemporaryDirectory outputs;
   const TemporaryDirectory temp;
-  const auto result = runClipworks({"--json", "--verbose", "--outputs", outputs.path(), "--temp", temp.path(), "reverse",
-                                    datedClip(), "--name", "back"});
+  const auto result = runClipworks({"--json", "--verbose", "--outputs", outputs.path(), "--temp", temp.path(),
+                                    "reverse", datedClip(), "--name", "back"});
   ASSERT_EQ(result.exitCode, 0) << result;
   EXPECT_EQ(result.standardError, "");
   const auto file = outputs.path() / "back.mp4";
@@ -71,8 +71,8 @@ TEST(Reverse, IsNotHeldToAPoorDataRate) {
   const auto clip = BarCodeClip(options).path();
   const auto result = runClipworks({"--outputs", outputs.path(), "reverse", clip, "--video-only", "--name", "a"});
   ASSERT_EQ(result.exitCode, 0) << result;
-  const auto compared = runProgram({"ffmpeg", "-nostdin", "-hide_banner", "-i", outputs.path() / "a.mov", "-i", clip, "-lavfi",
-                                    "[1:v]reverse[b];[0:v][b]psnr", "-f", "null", "-"});
+  const auto compared = runProgram({"ffmpeg", "-nostdin", "-hide_banner", "-i", outputs.path() / "a.mov", "-i", clip,
+                                    "-lavfi", "[1:v]reverse[b];[0:v][b]psnr", "-f", "null", "-"});
   std::smatch least;
   ASSERT_TRUE(std::regex_search(compared.standardError, least, std::regex(" min:([0-9.]+)"))) << compared;
   EXPECT_GT(std::stod(least[1]), 32);
@@ -103,16 +103,17 @@ TEST_P(ReverseHalf, IsMadeAlone) {
   EXPECT_THAT(tagsOf(file), HasSubstr("2024-05-06T07:08:09"));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Of, ReverseHalf,
-    testing::Values(HalfCase{"pictures", {"--video-only"}, "reversed_video.mov", {"video"}},
-                    HalfCase{"pictures_by_name", {"--video-only", "--name", "p"}, "p.mov", {"video"}},
-                    HalfCase{"sound", {"--audio-only"}, "reversed_audio.m4a", {"audio"}}),
-    [](const auto& testCase) { return testCase.param.name; });
+INSTANTIATE_TEST_SUITE_P(Of, ReverseHalf,
+                         testing::Values(HalfCase{"pictures", {"--video-only"}, "reversed_video.mov", {"video"}},
+                                         HalfCase{
+                                             "pictures_by_name", {"--video-only", "--name", "p"}, "p.mov", {"video"}},
+                                         HalfCase{"sound", {"--audio-only"}, "reversed_audio.m4a", {"audio"}}),
+                         [](const auto& testCase) { return testCase.param.name; });
 
 TEST(Reverse, KeepsNoDateWhenToldSo) {
   const TemporaryDirectory outputs;
-  const auto result = runClipworks({"--outputs", outputs.path(), "--strip-metadata", "reverse", datedClip(), "--name", "a"});
+  const auto result =
+      runClipworks({"--outputs", outputs.path(), "--strip-metadata", "reverse", datedClip(), "--name", "a"});
   EXPECT_EQ(result.exitCode, 0) << result;
   EXPECT_THAT(tagsOf(outputs.path() / "a.mp4"), testing::Not(HasSubstr("2024")));
 }
@@ -140,7 +141,8 @@ TEST_P(ReverseRefusal, SaysWhy) {
 INSTANTIATE_TEST_SUITE_P(
     Of, ReverseRefusal,
     testing::Values(
-        RefusalCase{"a_clip_without_sound", {silentClip()}, 1, "has no sound track; reversing needs one, unless --video-only"},
+        RefusalCase{
+            "a_clip_without_sound", {silentClip()}, 1, "has no sound track; reversing needs one, unless --video-only"},
         RefusalCase{"sound_alone", {soundAlone()}, 1, "has no video track; reversing needs one, unless --audio-only"},
         RefusalCase{"a_path_for_a_name", {silentClip(), "--video-only", "--name", "a/b"}, 2, "--name takes a name"},
         RefusalCase{"an_empty_name", {silentClip(), "--video-only", "--name", ""}, 2, "--name must not be empty"},
@@ -151,7 +153,8 @@ INSTANTIATE_TEST_SUITE_P(
 TEST(Reverse, NeverReplacesItsInput) {
   const TemporaryDirectory outputs;
   std::filesystem::copy_file(BarCodeClip({.frames = 5}).path(), outputs.path() / "clip.mp4");
-  const auto result = runClipworks({"--outputs", outputs.path(), "reverse", outputs.path() / "clip.mp4", "--name", "clip"});
+  const auto result =
+      runClipworks({"--outputs", outputs.path(), "reverse", outputs.path() / "clip.mp4", "--name", "clip"});
   EXPECT_EQ(result.exitCode, 1) << result;
   EXPECT_THAT(result.standardError, HasSubstr("is the input itself"));
 }

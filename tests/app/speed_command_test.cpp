@@ -63,13 +63,15 @@ INSTANTIATE_TEST_SUITE_P(
         WrongCase{"end_before_start", {"--from", "1", "--to", "1", "--ratio", "2"}, "--from must come before --to"},
         WrongCase{"before_the_clip", {"--from=-1", "--to", "1", "--ratio", "2"}, "--from must not be negative"},
         WrongCase{"after_the_clip", {"--from", "1", "--to", "2.5", "--ratio", "2"}, "ends at 2.0"},
-        WrongCase{"no_number_of_seconds", {"--from", "nan", "--to", "1", "--ratio", "2"}, "--from and --to take seconds"},
+        WrongCase{
+            "no_number_of_seconds", {"--from", "nan", "--to", "1", "--ratio", "2"}, "--from and --to take seconds"},
         WrongCase{"ratio_zero", {"--from", "0", "--to", "1", "--ratio", "0"}, "--ratio must be more than 0"},
         WrongCase{"ratio_infinite", {"--from", "0", "--to", "1", "--ratio", "inf"}, "--ratio must be more than 0"},
         WrongCase{"ratio_too_small", {"--from", "0", "--to", "1", "--ratio", "1e-9"}, "nothing of the stretch"},
         WrongCase{"ratio_too_great", {"--from", "0", "--to", "1", "--ratio", "1e9"}, "1000 hours"},
         WrongCase{"unknown_quality", {"--from", "0", "--to", "1", "--ratio", "2", "--quality", "best"}, "--quality"},
-        WrongCase{"name_with_a_folder", {"--from", "0", "--to", "1", "--ratio", "2", "--name", "a/b"}, "without a folder"},
+        WrongCase{
+            "name_with_a_folder", {"--from", "0", "--to", "1", "--ratio", "2", "--name", "a/b"}, "without a folder"},
         WrongCase{"empty_name", {"--from", "0", "--to", "1", "--ratio", "2", "--name", ""}, "--name must not be empty"},
         WrongCase{"no_sound", {"--from", "0", "--to", "1", "--ratio", "2"}, "has no sound track", 1, false}),
     [](const auto& testCase) { return testCase.param.name; });

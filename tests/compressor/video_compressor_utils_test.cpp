@@ -205,8 +205,9 @@ TEST_F(Compressor, HoldsFewFilesAndThreadsOverALongBatch) {
   const auto files = [] { return countIn("/proc/self/fd"); };
   const auto exporting = [] {
     const auto live = AVAssetExportSession::liveSessions();
-    return std::count_if(live.begin(), live.end(),
-                         [](const auto& session) { return session->status() == AVAssetExportSessionStatus::exporting; });
+    return std::count_if(live.begin(), live.end(), [](const auto& session) {
+      return session->status() == AVAssetExportSessionStatus::exporting;
+    });
   };
   const URL clip(BarCodeClip({.width = 32, .height = 24, .frames = 1, .audioCodec = ""}).path());
   ASSERT_TRUE(compress({clip}));
@@ -227,8 +228,8 @@ TEST_F(Compressor, HoldsFewFilesAndThreadsOverALongBatch) {
       "the batch does not end");
   ASSERT_TRUE(awaited.value() && *awaited.value());
   EXPECT_EQ((*awaited.value())->size(), 100U);
-  // Each waiting video looks at its file for a moment before its turn, some dozens at once on a slow machine; what was kept
-  // would come to one for each.
+  // Each waiting video looks at its file for a moment before its turn, some dozens at once on a slow machine; what was
+  // kept would come to one for each.
   EXPECT_LE(mostFiles, filesBefore + 60);
   EXPECT_EQ(mostExporting, 1);
   // The last export is let go by a thread of its own.

@@ -203,12 +203,24 @@ INSTANTIATE_TEST_SUITE_P(
                     EffortCase{"backwards through groups that fit, once too", 30, 40, backwards(120), 1.0},
                     EffortCase{"backwards through a group three times the memory, twice", 120, 40, backwards(120), 2.5},
                     EffortCase{"any ten of one group, once", 120, 40, {90, 7, 110, 40, 41, 3, 64, 30, 99, 12}, 1.0},
-                    EffortCase{"any ten of one group that fits, one by one, hardly more", 120, 120,
-                               {90, 7, 110, 40, 41, 3, 64, 30, 99, 12}, 1.2, Requests::oneByOne},
-                    EffortCase{"any ten of one three times the memory, one by one, twice", 120, 40,
-                               {90, 7, 110, 40, 41, 3, 64, 30, 99, 12}, 2.0, Requests::oneByOne},
-                    EffortCase{"backwards in steps through three times the memory, one by one, in windows", 120, 40,
-                               {119, 109, 99, 89, 79, 69, 59, 49, 39, 29, 19, 9}, 3.0, Requests::oneByOne},
+                    EffortCase{"any ten of one group that fits, one by one, hardly more",
+                               120,
+                               120,
+                               {90, 7, 110, 40, 41, 3, 64, 30, 99, 12},
+                               1.2,
+                               Requests::oneByOne},
+                    EffortCase{"any ten of one three times the memory, one by one, twice",
+                               120,
+                               40,
+                               {90, 7, 110, 40, 41, 3, 64, 30, 99, 12},
+                               2.0,
+                               Requests::oneByOne},
+                    EffortCase{"backwards in steps through three times the memory, one by one, in windows",
+                               120,
+                               40,
+                               {119, 109, 99, 89, 79, 69, 59, 49, 39, 29, 19, 9},
+                               3.0,
+                               Requests::oneByOne},
                     EffortCase{"many of one group that fits, one by one, in little more than two passes", 120, 200,
                                anyOrder(120, 80), 2.5, Requests::oneByOne},
                     EffortCase{"one far into a group, without what nothing refers to", 120, 40, {115}, 0.8}));
@@ -250,13 +262,13 @@ TEST(WholePicturesTest, MakesInterlacedPicturesWholeTheSameInAnyOrder) {
   const int stream = pictureStream(*file);
   ASSERT_FALSE(file->stream(stream).progressive);
   auto linear = PictureReader::open(file, stream);
-  engine::WholePictures rising(*file, stream, 30);
+  engine::WholePictures rising(true, 30);
   std::vector<std::string> whole;
   for (std::size_t i = 0; i < 30; ++i)
     whole.push_back(hashOf(*rising.picture(i, [&](std::size_t picture) { return linear->picture(picture); })));
   EXPECT_NE(whole, linearHashes(file));
   auto reader = cachedReader(file, roomy);
-  engine::WholePictures anyhow(*file, stream, 30);
+  engine::WholePictures anyhow(true, 30);
   auto order = backwards(30);
   for (const std::uint32_t picture : {17, 17, 2, 29, 16, 18}) order.push_back(picture);
   for (const auto picture : order) {

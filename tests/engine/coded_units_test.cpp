@@ -89,8 +89,10 @@ TEST(CodedUnits, TellTheBuildOfTheirEncoder) {
   const struct {
     std::string says;
     std::optional<int> build;
-  } cases[] = {{"UUIDx264 - core 78 r1", 78}, {"x264 - core 164", 164}, {"x264 - core 0000", 67}, {"x264 - core 0 ", std::nullopt},
-               {"x264 - core ", std::nullopt}, {"x264 - core x", std::nullopt}, {"x265 - core 12", std::nullopt}, {"", std::nullopt}};
+  } cases[] = {{"UUIDx264 - core 78 r1", 78},    {"x264 - core 164", 164},
+               {"x264 - core 0000", 67},         {"x264 - core 0 ", std::nullopt},
+               {"x264 - core ", std::nullopt},   {"x264 - core x", std::nullopt},
+               {"x265 - core 12", std::nullopt}, {"", std::nullopt}};
   for (const auto& c : cases) {
     Packet packet = makePacket();
     ASSERT_EQ(av_new_packet(packet.get(), static_cast<int>(c.says.size())), 0);

@@ -104,14 +104,17 @@ class EndedTrack : public testing::TestWithParam<EndCase> {
     engine::BoxSequence boxes(movie.value());
     while (const auto box = boxes.next()) {
       if (box->type != engine::fourCC("trak")) continue;
-      auto header = engine::FullBoxCursor::open(engine::findBox(box->content, {engine::fourCC("tkhd")}).value()).value();
+      auto header =
+          engine::FullBoxCursor::open(engine::findBox(box->content, {engine::fourCC("tkhd")}).value()).value();
       header.skip(2 * header.timeBytes() + 8);
       lengths.push_back(milliseconds(header.readTime()));
     }
     return lengths;
   }
 
-  static std::int64_t milliseconds(std::uint64_t ticks) { return static_cast<std::int64_t>(ticks * 1000 / movieTimescale); }
+  static std::int64_t milliseconds(std::uint64_t ticks) {
+    return static_cast<std::int64_t>(ticks * 1000 / movieTimescale);
+  }
 
   TemporaryDirectory directory_;
   std::filesystem::path path_ = directory_.file("ended.mp4");
@@ -133,7 +136,8 @@ TEST_P(EndedTrack, IsAsLongAsItsEditsSay) {
   EXPECT_EQ(track.mediaTimescale, static_cast<std::uint32_t>(GetParam().wantedTimescale));
   EXPECT_EQ(track.edits.back().mediaTime * trackTimescale / GetParam().wantedTimescale, 40 + GetParam().hiddenBefore);
   std::uint64_t lengths = 0;
-  for (const auto& run : track.sampleLengths) lengths += std::uint64_t{run.count} * static_cast<std::uint64_t>(run.value);
+  for (const auto& run : track.sampleLengths)
+    lengths += std::uint64_t{run.count} * static_cast<std::uint64_t>(run.value);
   EXPECT_EQ(track.mediaDuration, lengths);
   EXPECT_EQ(lengths * trackTimescale / static_cast<std::uint64_t>(GetParam().wantedTimescale),
             static_cast<std::uint64_t>(GetParam().wantedEdits.back() + GetParam().hiddenBefore));
@@ -143,15 +147,19 @@ constexpr std::int64_t hours = 3'600'000;  // beyond 32 bits in ticks of the mov
 
 INSTANTIATE_TEST_SUITE_P(
     Movies, EndedTrack,
-    testing::Values(EndCase{"ends the longest track", {0, 120, 40}, 80, 60, {80}},
-                    EndCase{"beside a longer track", {0, 120, 40}, 80, 5000, {80}},
-                    EndCase{"behind an empty edit", {200, 320, 240}, 280, 60, {200, 80}, 0, movieTimescale},
-                    EndCase{"behind hidden samples", {-60, 0, 60, 40}, 80, 60, {80}, 60},
-                    EndCase{"behind an empty edit and hidden samples", {200, 260, 340}, 280, 60, {200, 80}, 60, movieTimescale},
-                    EndCase{"hours long", {0, 2 * hours + 80, 2 * hours}, 2 * hours + 40, 60, {2 * hours + 40}},
-                    EndCase{"a short one beside hours", {0, 120, 40}, 80, 2 * hours, {80}},
-                    EndCase{"hours long behind an empty edit", {hours, 3 * hours + 80, 3 * hours}, 3 * hours + 40, hours,
-                            {hours, 2 * hours + 40}}));
+    testing::Values(
+        EndCase{"ends the longest track", {0, 120, 40}, 80, 60, {80}},
+        EndCase{"beside a longer track", {0, 120, 40}, 80, 5000, {80}},
+        EndCase{"behind an empty edit", {200, 320, 240}, 280, 60, {200, 80}, 0, movieTimescale},
+        EndCase{"behind hidden samples", {-60, 0, 60, 40}, 80, 60, {80}, 60},
+        EndCase{"behind an empty edit and hidden samples", {200, 260, 340}, 280, 60, {200, 80}, 60, movieTimescale},
+        EndCase{"hours long", {0, 2 * hours + 80, 2 * hours}, 2 * hours + 40, 60, {2 * hours + 40}},
+        EndCase{"a short one beside hours", {0, 120, 40}, 80, 2 * hours, {80}},
+        EndCase{"hours long behind an empty edit",
+                {hours, 3 * hours + 80, 3 * hours},
+                3 * hours + 40,
+                hours,
+                {hours, 2 * hours + 40}}));
 
 TEST(MovieWriter, KeepsWhatATrackSaysOfItsLight) {
   const auto bytesOf = [](const auto& facts) {
@@ -173,9 +181,9 @@ TEST(MovieWriter, KeepsWhatATrackSaysOfItsLight) {
   dynamic.dv_level = 4;
   dynamic.rpu_present_flag = dynamic.bl_present_flag = 1;
   dynamic.dv_bl_signal_compatibility_id = 4;
-  const engine::LightFacts facts{{AV_PKT_DATA_MASTERING_DISPLAY_METADATA, bytesOf(mastering)},
-                                 {AV_PKT_DATA_CONTENT_LIGHT_LEVEL, bytesOf(light)},
-                                 {AV_PKT_DATA_DOVI_CONF, bytesOf(dynamic)}};
+  const engine::HDRMetadata facts{{AV_PKT_DATA_MASTERING_DISPLAY_METADATA, bytesOf(mastering)},
+                                  {AV_PKT_DATA_CONTENT_LIGHT_LEVEL, bytesOf(light)},
+                                  {AV_PKT_DATA_DOVI_CONF, bytesOf(dynamic)}};
 
   const TemporaryDirectory directory;
   const auto path = directory.file("light.mp4");
@@ -184,7 +192,7 @@ TEST(MovieWriter, KeepsWhatATrackSaysOfItsLight) {
   auto movie = MovieWriter::create(**file, movieTimescale, {});
   ASSERT_TRUE(movie);
   const auto track = (*movie)->addTrack(*pictureFormat(), trackTimescale, std::nullopt);
-  ASSERT_TRUE(track && (*movie)->setLightFacts(*track, facts) && (*movie)->begin());
+  ASSERT_TRUE(track && (*movie)->setHDRMetadata(*track, facts) && (*movie)->begin());
   writeSample(**movie, *track, 0, 0, 40);
   ASSERT_TRUE((*movie)->finish() && (*file)->commit());
 
@@ -195,7 +203,7 @@ TEST(MovieWriter, KeepsWhatATrackSaysOfItsLight) {
   }
   const auto opened = engine::MediaFile::open(path);
   ASSERT_TRUE(opened);
-  const auto& read = (*opened)->lightFacts((*opened)->streams().front().index);
+  const auto& read = (*opened)->hdrMetadata((*opened)->streams().front().index);
   EXPECT_EQ(read.size(), facts.size());
   EXPECT_EQ(read.at(AV_PKT_DATA_DOVI_CONF), facts.at(AV_PKT_DATA_DOVI_CONF));
 }

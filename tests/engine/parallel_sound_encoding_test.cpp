@@ -27,7 +27,8 @@ std::vector<float> restlessSound(int packets) {
   for (std::size_t i = 0; i < samples.size(); ++i) {
     const double seconds = static_cast<double>(i) / rate;
     phase += 2 * std::numbers::pi * (300 + 200 * std::sin(seconds)) / rate;
-    samples[i] = static_cast<float>(0.2 * std::sin(phase)) + (std::fmod(seconds, 0.7) < 0.3 ? 0.02F : 0.0F) * noise(random);
+    samples[i] =
+        static_cast<float>(0.2 * std::sin(phase)) + (std::fmod(seconds, 0.7) < 0.3 ? 0.02F : 0.0F) * noise(random);
     if (i == nextClick) {
       samples[i] += 0.6F;
       nextClick = i + 500 + random() % 6000;
@@ -89,7 +90,8 @@ double sizeOf(const std::vector<Packet>& packets) {
 
 bool areEqual(const std::vector<Packet>& a, const std::vector<Packet>& b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const Packet& one, const Packet& other) {
-    return one->pts == other->pts && one->size == other->size && std::equal(one->data, one->data + one->size, other->data);
+    return one->pts == other->pts && one->size == other->size &&
+           std::equal(one->data, one->data + one->size, other->data);
   });
 }
 

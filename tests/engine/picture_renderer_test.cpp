@@ -22,7 +22,8 @@ constexpr int height = 48;
 double wave(int plane, double x, double y) {
   const double across[] = {40, 64, 50};
   const double down[] = {50, 44, 70};
-  return 128 + 40 * std::sin(2 * std::numbers::pi * x / across[plane]) + 40 * std::cos(2 * std::numbers::pi * y / down[plane]);
+  return 128 + 40 * std::sin(2 * std::numbers::pi * x / across[plane]) +
+         40 * std::cos(2 * std::numbers::pi * y / down[plane]);
 }
 
 /// Where the middle of a sample lies, in pixels; chroma at the left of its four, as video has it.
@@ -49,7 +50,7 @@ struct Case {
   AffineMap map;
   int canvasWidth;
   int canvasHeight;
-  double lumaError;    // the most levels that a sample inside may be off
+  double lumaError;  // the most levels that a sample inside may be off
   double chromaError;
 };
 void PrintTo(const Case& c, std::ostream* out) { *out << c.sentence; }
@@ -72,7 +73,8 @@ void expectWaves(const AVFrame& canvas, const Case& c) {
         const int seen = canvas.data[plane][y * canvas.linesize[plane] + x];
         constexpr double edge = 4;  // there the wave is repeated, not gone on with
         if (sx > edge && sy > edge && sx < width - edge && sy < height - edge) {
-          ASSERT_NEAR(seen, wave(plane, sx, sy), plane == 0 ? c.lumaError : c.chromaError) << plane << ": " << x << ", " << y;
+          ASSERT_NEAR(seen, wave(plane, sx, sy), plane == 0 ? c.lumaError : c.chromaError)
+              << plane << ": " << x << ", " << y;
         } else if (sx < -edge || sy < -edge || sx > width + edge || sy > height + edge) {
           ASSERT_EQ(seen, plane == 0 ? 16 : 128) << plane << ": " << x << ", " << y;
         }
@@ -171,7 +173,8 @@ TEST(PictureRenderer, SharesWhatOnlyLosesItsEdges) {
 }
 
 TEST(PictureRenderer, AMapThatShowsNothingGivesBlack) {
-  for (const AffineMap& map : {AffineMap{0, 0, 0, 0, 5, 5}, AffineMap{1, 0, 0, 1, 1e9, 0}, AffineMap{1, 0, 0, 1, std::nan(""), 0}}) {
+  for (const AffineMap& map :
+       {AffineMap{0, 0, 0, 0, 5, 5}, AffineMap{1, 0, 0, 1, 1e9, 0}, AffineMap{1, 0, 0, 1, std::nan(""), 0}}) {
     std::vector<PictureLayer> layers;
     layers.push_back({waves(), map, 1});
     PictureRenderer renderer(32, 32, AV_PIX_FMT_YUV420P);

@@ -19,7 +19,7 @@ namespace {
 struct MatrixCase {
   std::string name;
   Colour colour;
-  double red;   // their shares in luma
+  double red;  // their shares in luma
   double blue;
   friend std::ostream& operator<<(std::ostream& out, const MatrixCase& c) { return out << c.name; }
 };
@@ -53,7 +53,8 @@ TEST_P(PlanarFromBGRA, IsWithinAFractionOfALevel) {
           const int side = plane == 0 ? 4 : 2;
           for (int y = 0; y < side; ++y) {
             for (int x = 0; x < side; ++x) {
-              ASSERT_NEAR((*frame)->data[plane][y * (*frame)->linesize[plane] + x], std::min(wanted.at(plane), 255.0), 0.53)
+              ASSERT_NEAR((*frame)->data[plane][y * (*frame)->linesize[plane] + x], std::min(wanted.at(plane), 255.0),
+                          0.53)
                   << "plane " << plane << " of " << red << ' ' << green << ' ' << blue;
             }
           }
@@ -82,7 +83,8 @@ TEST_P(PlanarFromBGRA, AndBackIsWithinALevel) {
         for (std::size_t plane = 0; plane < 3; ++plane) {
           const int level = plane == 0 ? y : plane == 1 ? u : v;
           for (int row = 0; row < (plane == 0 ? 3 : 2); ++row) {
-            std::fill_n(frame->data[plane] + row * frame->linesize[plane], plane == 0 ? 5 : 3, static_cast<std::uint8_t>(level));
+            std::fill_n(frame->data[plane] + row * frame->linesize[plane], plane == 0 ? 5 : 3,
+                        static_cast<std::uint8_t>(level));
           }
         }
         std::vector<std::uint8_t> pixels(4 * 5 * 3);
@@ -94,7 +96,8 @@ TEST_P(PlanarFromBGRA, AndBackIsWithinALevel) {
         for (std::size_t pixel = 0; pixel < 15; ++pixel) {
           const std::array<double, 4> wanted{blue, green, red, 255};
           for (std::size_t i = 0; i < 4; ++i) {
-            ASSERT_NEAR(pixels[4 * pixel + i], std::clamp(wanted.at(i), 0.0, 255.0), 0.7) << i << " of " << y << ' ' << u << ' ' << v;
+            ASSERT_NEAR(pixels[4 * pixel + i], std::clamp(wanted.at(i), 0.0, 255.0), 0.7)
+                << i << " of " << y << ' ' << u << ' ' << v;
           }
         }
         const bool isColour = std::min({red, green, blue}) >= 0 && std::max({red, green, blue}) <= 255;

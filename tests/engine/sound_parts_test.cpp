@@ -20,8 +20,9 @@ class SoundParts : public testing::Test {
   /// A minute and a half of sound in `name`, seconds 10 to 12 of it at half speed.
   [[nodiscard]] SoundJob job(const std::string& name, int fileRate) const {
     const auto file = directory_.file(name);
-    const auto made = test::runProgram({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
-                                        "aevalsrc=0.3*sin(2*PI*t*(300+20*t)):d=90:s=" + std::to_string(fileRate), file.string()});
+    const auto made =
+        test::runProgram({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
+                          "aevalsrc=0.3*sin(2*PI*t*(300+20*t)):d=90:s=" + std::to_string(fileRate), file.string()});
     EXPECT_EQ(made.exitCode, 0) << made.standardError;
     SoundLane lane{MediaFile::open(file).value(), 0, {}, 1.0F};
     const auto at = [fileRate](int seconds) { return static_cast<std::int64_t>(seconds) * fileRate; };

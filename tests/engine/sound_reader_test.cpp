@@ -44,7 +44,8 @@ class SoundFiles : public testing::TestWithParam<SoundFile> {};
 // Encoders put silence before the sound, which these files tell: as the LAME tag, pre-skip or granule positions.
 TEST_P(SoundFiles, BeginWithTheirFirstSample) {
   const auto [extension, encoder, rate] = GetParam();
-  const BarCodeClip clip({.frames = 0, .audioCodec = encoder, .sampleRate = rate, .audioSeconds = 1, .extension = extension});
+  const BarCodeClip clip(
+      {.frames = 0, .audioCodec = encoder, .sampleRate = rate, .audioSeconds = 1, .extension = extension});
   const auto lag = lagMilliseconds(makeTone(rate, 0, 0.8), soundOf(clip.path(), 0.8));
   ASSERT_TRUE(lag);
   EXPECT_NEAR(*lag, 0, 0.5);
@@ -86,7 +87,8 @@ TEST(SoundReader, HearsEveryFrameOfASample) {
     amr.push_back(i % bytes == 0 ? '\x3C' : static_cast<char>(noise >> 24));
   }
   std::ofstream(directory.file("plain.amr"), std::ios::binary) << amr;
-  const auto made = runProgram({"ffmpeg", "-v", "error", "-i", directory.file("plain.amr"), "-c", "copy", directory.file("plain.3gp")});
+  const auto made = runProgram(
+      {"ffmpeg", "-v", "error", "-i", directory.file("plain.amr"), "-c", "copy", directory.file("plain.3gp")});
   ASSERT_TRUE(made.succeeded()) << made;
   std::ifstream in(directory.file("plain.3gp"), std::ios::binary);
   std::string movie{std::istreambuf_iterator<char>(in), {}};

@@ -51,8 +51,9 @@ TEST_P(Placement, PutsEverySampleAtTheMomentAtWhichItSounded) {
   ASSERT_TRUE(recording) << recording.error().sentence;
   std::promise<Expected<void>> ended;
   if (!GetParam().failure) (*recording)->stop(momentOf(GetParam().stop));
-  ASSERT_TRUE((*recording)->start(momentOf(GetParam().start),
-                                  [&](const Expected<void>& outcome) { ended.set_value(outcome); }));
+  ASSERT_TRUE((*recording)->start(momentOf(GetParam().start), [&](const Expected<void>& outcome) {
+    ended.set_value(outcome);
+  }));
   auto outcome = ended.get_future();
   ASSERT_EQ(outcome.wait_for(patience), std::future_status::ready) << "the recording does not end";
   const Expected<void> result = outcome.get();

@@ -21,8 +21,8 @@ double tone(std::int64_t position, double hertz) {
 
 /// A source whose left side is `sample`, and whose right side is silent.
 SoundStretcher::ReadSource leftSide(std::function<double(std::int64_t)> sample) {
-  return [sample, next = std::int64_t{INT64_MIN}](std::int64_t position, std::int64_t count, float* out) mutable
-         -> Expected<void> {
+  return [sample, next = std::int64_t{INT64_MIN}](std::int64_t position, std::int64_t count,
+                                                  float* out) mutable -> Expected<void> {
     EXPECT_GE(position, next) << "asked in rising order";
     next = position + count;
     for (std::int64_t i = 0; i < count; ++i) {
@@ -92,14 +92,14 @@ TEST_P(StretchedTone, KeepsItsPitchAndLevelFromTheFirstSampleToTheLast) {
   EXPECT_NEAR(level(samples, length - 0.05, length), 0.354, 0.07) << "at the end";
 }
 
-INSTANTIATE_TEST_SUITE_P(Ratios, StretchedTone,
-                         testing::Values(RatioCase{"ten_times_faster", 0.1, 10, 1}, RatioCase{"four_times_faster", 0.25, 4, 1},
-                                         RatioCase{"twice_as_fast", 0.5, 2, 1}, RatioCase{"a_hair_slower", 1.0001, 2, 1},
-                                         RatioCase{"slower_by_half", 1.5, 2, 1}, RatioCase{"half_as_fast", 2, 2, 1},
-                                         RatioCase{"eight_times_slower", 8, 1, 1},
-                                         RatioCase{"thirty_two_times_slower", 32, 0.5, 1},
-                                         RatioCase{"too_slow_for_the_pitch_to_stay", 40, 0.5, 1.0 / 40}),
-                         [](const auto& testCase) { return testCase.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Ratios, StretchedTone,
+    testing::Values(RatioCase{"ten_times_faster", 0.1, 10, 1}, RatioCase{"four_times_faster", 0.25, 4, 1},
+                    RatioCase{"twice_as_fast", 0.5, 2, 1}, RatioCase{"a_hair_slower", 1.0001, 2, 1},
+                    RatioCase{"slower_by_half", 1.5, 2, 1}, RatioCase{"half_as_fast", 2, 2, 1},
+                    RatioCase{"eight_times_slower", 8, 1, 1}, RatioCase{"thirty_two_times_slower", 32, 0.5, 1},
+                    RatioCase{"too_slow_for_the_pitch_to_stay", 40, 0.5, 1.0 / 40}),
+    [](const auto& testCase) { return testCase.param.name; });
 
 TEST(StretchedSound, IsHeardWhereItBelongs) {
   // The tone swells and fades twice a second of the source; where it is loudest tells where the source is.
@@ -122,8 +122,10 @@ TEST(StretchedSound, IsHeardWhereItBelongs) {
 
 TEST(StretchedSound, IsAMeanOfItsSourceWhereItIsTooFastForThePitchToStay) {
   const SoundPiece piece{500, 100'000, 0, 1000};
-  const auto samples = stretched(piece, [](std::int64_t position) { return static_cast<double>(position - 500) / 100'000; });
-  for (std::size_t i = 0; i < samples.size(); ++i) ASSERT_NEAR(samples[i], (static_cast<double>(i) + 0.5) / 1000, 0.0005) << i;
+  const auto samples =
+      stretched(piece, [](std::int64_t position) { return static_cast<double>(position - 500) / 100'000; });
+  for (std::size_t i = 0; i < samples.size(); ++i)
+    ASSERT_NEAR(samples[i], (static_cast<double>(i) + 0.5) / 1000, 0.0005) << i;
 }
 
 }  // namespace

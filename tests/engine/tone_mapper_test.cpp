@@ -297,9 +297,11 @@ TEST(ToneMapper, TakesTheBrightnessOfTheProgrammeFromItsMetadataAndKeepsIt) {
 TEST(ToneMapper, KeepsTheStepsOfBrightProgrammesApart) {
   for (const int peak : {1500, 2000, 4000}) {
     std::vector<Triple> signals{signalOf({203, 203, 203}, pq.transfer)};
-    for (double signal = signals[0][0]; signal < toPQ(peak); signal += 1.0 / 80) signals.push_back({signal, signal, signal});
+    for (double signal = signals[0][0]; signal < toPQ(peak); signal += 1.0 / 80)
+      signals.push_back({signal, signal, signal});
     const std::size_t last = signals.size();
-    for (const double beyond : {peak * 1.5, 10000.0}) signals.push_back(signalOf({beyond, beyond, beyond}, pq.transfer));
+    for (const double beyond : {peak * 1.5, 10000.0})
+      signals.push_back(signalOf({beyond, beyond, beyond}, pq.transfer));
     const Frame picture = strips(pq, signals);
     say(picture, peak, 0);
     ToneMapper mapper;

@@ -40,13 +40,15 @@ using testing::IsEmpty;
 using Outcome = Result<AVAssetExportSessionStatus, NSError>;
 constexpr std::chrono::seconds patience{100};
 
-SettingsDictionary pictures(int width, int height, double bitRate, const char* scaling = AVVideoScalingModeResizeAspectFill) {
+SettingsDictionary pictures(int width, int height, double bitRate,
+                            const char* scaling = AVVideoScalingModeResizeAspectFill) {
   return {{AVVideoCodecKey, AVVideoCodecTypeH264},
           {AVVideoWidthKey, width},
           {AVVideoHeightKey, height},
           {AVVideoScalingModeKey, scaling},
-          {AVVideoCompressionPropertiesKey, SettingsDictionary{{AVVideoAverageBitRateKey, bitRate},
-                                                               {AVVideoProfileLevelKey, AVVideoProfileLevelH264HighAutoLevel}}}};
+          {AVVideoCompressionPropertiesKey,
+           SettingsDictionary{{AVVideoAverageBitRateKey, bitRate},
+                              {AVVideoProfileLevelKey, AVVideoProfileLevelH264HighAutoLevel}}}};
 }
 
 SettingsDictionary sound() {
@@ -58,7 +60,8 @@ SettingsDictionary sound() {
 
 class Exporter : public testing::Test {
  protected:
-  std::shared_ptr<NextLevelSessionExporter> exporterFor(const std::shared_ptr<AVAsset>& asset, SettingsDictionary video) {
+  std::shared_ptr<NextLevelSessionExporter> exporterFor(const std::shared_ptr<AVAsset>& asset,
+                                                        SettingsDictionary video) {
     auto exporter = NextLevelSessionExporter::make(asset);
     exporter->setOutputURL(URL(output_));
     exporter->setVideoOutputConfiguration(std::move(video));
@@ -74,7 +77,10 @@ class Exporter : public testing::Test {
     auto ended = std::make_shared<std::promise<Outcome>>();
     auto result = ended->get_future();
     exporter->exportAsynchronously(
-        nullptr, [progress](float done) { if (progress != nullptr) progress->push_back(done); },
+        nullptr,
+        [progress](float done) {
+          if (progress != nullptr) progress->push_back(done);
+        },
         [ended](const Outcome& outcome) { ended->set_value(outcome); });
     exporter.reset();
     if (result.wait_for(patience) != std::future_status::ready) {
@@ -144,7 +150,8 @@ INSTANTIATE_TEST_SUITE_P(
         Shape{"upside down", clip(320, 180, {.rotation = 180}), 256, 144},
         Shape{"turned counterclockwise", clip(320, 180, {.rotation = 270}), 90, 160},
         Shape{"odd sides, turned", clip(321, 181, {.pixelFormat = "yuv444p", .rotation = 90}), 90, 160},
-        Shape{"at uneven times", clip(320, 180, {.frameTimes = {0, 40, 200, 233, 1000, 1001, 1900}, .timescale = 1000}), 160, 90},
+        Shape{"at uneven times", clip(320, 180, {.frameTimes = {0, 40, 200, 233, 1000, 1001, 1900}, .timescale = 1000}),
+              160, 90},
         Shape{"anamorphic", clip(320, 360, {.outputArguments = {"-aspect", "16:9"}}), 256, 144},
         Shape{"4:2:2", clip(320, 180, {.pixelFormat = "yuv422p"}), 256, 144},
         Shape{"4:2:2 turned", clip(320, 180, {.pixelFormat = "yuv422p", .rotation = 90}), 90, 160},
@@ -156,7 +163,8 @@ TEST_F(Exporter, ShowsMirroredPicturesAsTheMatrixSays) {
   const auto asset = AVAsset::make(URL(source.path()));
   const auto composition = AVMutableComposition::make();
   const auto track = composition->addMutableTrack(AVMediaTypeVideo, kCMPersistentTrackID_Invalid);
-  ASSERT_TRUE(track->insertTimeRange({kCMTimeZero, asset->duration()}, asset->tracks(AVMediaTypeVideo)[0], kCMTimeZero));
+  ASSERT_TRUE(
+      track->insertTimeRange({kCMTimeZero, asset->duration()}, asset->tracks(AVMediaTypeVideo)[0], kCMTimeZero));
   track->setPreferredTransform({0, 1, 1, 0, 0, 0});
   expectCompleted(finish(exporterFor(composition, pictures(90, 160, 0))));
   EXPECT_THAT(MediaJudge(output_).pictures(), Each(Field(&SeenPicture::orientation, Orientation{true, 3})));
@@ -172,8 +180,9 @@ class ExporterScaling : public Exporter, public testing::WithParamInterface<Scal
 TEST_P(ExporterScaling, CropsOrStretchesToAnotherShape) {
   const BarCodeClip source(clip(640, 360));
   expectCompleted(finish(exporterFor(source.path(), pictures(240, 240, 0, GetParam().mode))));
-  const auto compared = runProgram({"ffmpeg", "-nostdin", "-hide_banner", "-i", output_, "-i", source.path(), "-lavfi",
-                                    std::string("[1:v]") + GetParam().sameAs + ":flags=lanczos[b];[0:v][b]ssim", "-f", "null", "-"});
+  const auto compared =
+      runProgram({"ffmpeg", "-nostdin", "-hide_banner", "-i", output_, "-i", source.path(), "-lavfi",
+                  std::string("[1:v]") + GetParam().sameAs + ":flags=lanczos[b];[0:v][b]ssim", "-f", "null", "-"});
   std::smatch all;
   ASSERT_TRUE(std::regex_search(compared.standardError, all, std::regex("All:([0-9.]+)"))) << compared;
   EXPECT_GT(std::stod(all[1]), 0.97);
@@ -186,7 +195,8 @@ INSTANTIATE_TEST_SUITE_P(Modes, ExporterScaling,
 
 // Each clip is easy in its first half and noisy in its second, which is where one-pass encoders run over.
 TEST_F(Exporter, KeepsAnAverageBitRate) {
-  for (const auto& [seconds, least, most] : {std::tuple{12, 0.95, 1.05}, std::tuple{4, 0.8, 1.1}, std::tuple{2, 0.7, 1.1}}) {
+  for (const auto& [seconds, least, most] :
+       {std::tuple{12, 0.95, 1.05}, std::tuple{4, 0.8, 1.1}, std::tuple{2, 0.7, 1.1}}) {
     fs::remove(output_);
     const fs::path source = directory_.path() / "source.mp4";
     const std::string half = std::to_string(seconds / 2);
@@ -216,8 +226,8 @@ class ExporterOfSound : public Exporter, public testing::WithParamInterface<Soun
 
 TEST_P(ExporterOfSound, MakesItStereoOfTheAskedRateAndLosesNothing) {
   const auto& kind = GetParam();
-  const BarCodeClip source(
-      clip(160, 90, {.sampleRate = kind.rate, .channels = kind.channels, .audioSeconds = 1.5, .audioDelay = kind.delay}));
+  const BarCodeClip source(clip(
+      160, 90, {.sampleRate = kind.rate, .channels = kind.channels, .audioSeconds = 1.5, .audioDelay = kind.delay}));
   expectCompleted(finish(exporterFor(source.path(), pictures(160, 90, 100'000))));
   const MediaJudge judge(output_);
   const auto stream = judge.stream("audio");
@@ -239,10 +249,11 @@ INSTANTIATE_TEST_SUITE_P(Kinds, ExporterOfSound,
 
 TEST_F(Exporter, ExportsWhatThereIs) {
   expectCompleted(finish(exporterFor(BarCodeClip(clip(160, 90, {.audioCodec = ""})).path(), pictures(160, 90, 0))));
-  EXPECT_THAT(MediaJudge(output_).streams(), testing::ElementsAre(Field(&StreamFacts::type, "video")));
+  EXPECT_THAT(MediaJudge(output_).streams(), testing::ElementsAre(Field(&ProbedStream::type, "video")));
   fs::remove(output_);
-  expectCompleted(finish(exporterFor(BarCodeClip({.frames = 0, .audioSeconds = 1, .extension = ".m4a"}).path(), pictures(160, 90, 0))));
-  EXPECT_THAT(MediaJudge(output_).streams(), testing::ElementsAre(Field(&StreamFacts::type, "audio")));
+  expectCompleted(finish(
+      exporterFor(BarCodeClip({.frames = 0, .audioSeconds = 1, .extension = ".m4a"}).path(), pictures(160, 90, 0))));
+  EXPECT_THAT(MediaJudge(output_).streams(), testing::ElementsAre(Field(&ProbedStream::type, "audio")));
 }
 
 TEST_F(Exporter, ExportsAPartOfTheAssetWithWhatTheRecordingSaysOfItself) {
@@ -273,7 +284,8 @@ TEST_F(Exporter, TellsItsProgressAndLetsGoOfItsHandlers) {
   auto gone = std::make_shared<std::promise<void>>();
   fs::remove(output_);
   exporterFor(source.path(), pictures(160, 90, 0))
-      ->exportAsynchronously(nullptr, [held](float) {}, [held, gone](const Outcome&) { gone->set_value(); });
+      ->exportAsynchronously(
+          nullptr, [held](float) {}, [held, gone](const Outcome&) { gone->set_value(); });
   ASSERT_EQ(gone->get_future().wait_for(patience), std::future_status::ready);
   while (held.use_count() > 1) std::this_thread::yield();  // the test's time limit is the deadline
 }
@@ -284,7 +296,10 @@ TEST_F(Exporter, EndsWithoutAFileWhenCancelled) {
   std::promise<Outcome> ended;
   std::promise<void> running;
   exporter->exportAsynchronously(
-      nullptr, [&, told = false](float) mutable { if (!std::exchange(told, true)) running.set_value(); },
+      nullptr,
+      [&, told = false](float) mutable {
+        if (!std::exchange(told, true)) running.set_value();
+      },
       [&](const Outcome& outcome) { ended.set_value(outcome); });
   ASSERT_EQ(running.get_future().wait_for(patience), std::future_status::ready);
   exporter->cancelExport();

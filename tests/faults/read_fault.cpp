@@ -1,5 +1,5 @@
-// Loaded into the program with LD_PRELOAD: reading the file FAULT_FILE at or behind the byte FAULT_FROM fails as a broken
-// disk does, with EIO.
+// Loaded into the program with LD_PRELOAD: reading the file FAULT_FILE at or behind the byte FAULT_FROM fails as a
+// broken disk does, with EIO.
 #include <dlfcn.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,7 +33,8 @@ ssize_t readUpToFault(const char* name, int descriptor, void* bytes, std::size_t
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) ssize_t pread(int descriptor, void* bytes, std::size_t count, off_t offset) {
+extern "C" __attribute__((visibility("default"))) ssize_t pread(int descriptor, void* bytes, std::size_t count,
+                                                                off_t offset) {
   return readUpToFault("pread", descriptor, bytes, count, offset);
 }
 

@@ -144,12 +144,11 @@ TEST_F(NarrationRecording, DoesNotStartWithoutAMicrophoneButKeepsTheTime) {
 
 TEST_F(NarrationRecording, SaysThatItsRecorderDidNotStart) {
   // There for the session, gone for the recorder.
-  engine::setSoundCaptureOpener(
-      [opened = std::make_shared<int>(0)](
-          const engine::PcmFormat& format) -> engine::Expected<std::unique_ptr<engine::SoundCapture>> {
-        if ((*opened)++ > 0) return engine::failed(engine::ErrorKind::noDevice, "there is no microphone");
-        return std::make_unique<ScriptedCapture>(std::vector<ScriptedCapture::Step>{}, format, std::nullopt);
-      });
+  engine::setSoundCaptureOpener([opened = std::make_shared<int>(0)](const engine::PcmFormat& format)
+                                    -> engine::Expected<std::unique_ptr<engine::SoundCapture>> {
+    if ((*opened)++ > 0) return engine::failed(engine::ErrorKind::noDevice, "there is no microphone");
+    return std::make_unique<ScriptedCapture>(std::vector<ScriptedCapture::Step>{}, format, std::nullopt);
+  });
   EXPECT_FALSE(narration_->startNarration(kCMTimeZero, listener_));
   EXPECT_EQ(narration_->audioRecorder(), nullptr);
 }

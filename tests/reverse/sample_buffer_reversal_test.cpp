@@ -56,7 +56,8 @@ INSTANTIATE_TEST_SUITE_P(Of, ReversedBuffer,
                                                    {1, 2, 3, 4, 5, 6, 7, 8},
                                                    {7, 8, 5, 6, 3, 4, 1, 2}},
                                          BytesCase{"an_odd_size_keeps_its_last_byte", {1, 2, 3, 4, 5}, {3, 4, 1, 2, 5}},
-                                         BytesCase{"a_single_byte_stays", {7}, {7}}, BytesCase{"an_empty_one_stays", {}, {}}),
+                                         BytesCase{"a_single_byte_stays", {7}, {7}},
+                                         BytesCase{"an_empty_one_stays", {}, {}}),
                          [](const auto& testCase) { return testCase.param.name; });
 
 TEST(ReversedBufferTiming, WithoutPlaceForItLeavesTheGivenBuffer) {

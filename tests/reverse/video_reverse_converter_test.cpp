@@ -168,12 +168,14 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         ClipCase{"a_constant_rate", {.frames = 70}},
         ClipCase{"a_variable_rate",
-                 {.frameTimes = {0, 20, 100, 130, 210, 400, 410, 700, 720, 760, 800}, .timescale = 600, .audioSeconds = 1.4}},
+                 {.frameTimes = {0, 20, 100, 130, 210, 400, 410, 700, 720, 760, 800},
+                  .timescale = 600,
+                  .audioSeconds = 1.4}},
         ClipCase{"a_first_picture_after_zero", {.frameTimes = {300, 340, 380, 420, 460, 700}, .timescale = 600}},
-        ClipCase{"a_turned_recording", {.frames = 40, .rotation = 90}},
-        ClipCase{"a_single_picture", {.frames = 1}},
-        ClipCase{"HEVC_with_open_groups",
-                 {.frames = 50, .videoCodec = "libx265", .preset = "ultrafast", .gop = 12, .groups = GroupOfPictures::open}},
+        ClipCase{"a_turned_recording", {.frames = 40, .rotation = 90}}, ClipCase{"a_single_picture", {.frames = 1}},
+        ClipCase{
+            "HEVC_with_open_groups",
+            {.frames = 50, .videoCodec = "libx265", .preset = "ultrafast", .gop = 12, .groups = GroupOfPictures::open}},
         ClipCase{"mono_sound_at_22050", {.frames = 60, .sampleRate = 22'050, .channels = 1}},
         ClipCase{"an_odd_size", {.width = 318, .height = 179, .frames = 12, .pixelFormat = "yuv444p"}}),
     [](const auto& testCase) { return testCase.param.name; });
@@ -257,9 +259,13 @@ TEST_P(ReverserRates, AreBroughtIntoTheEncodersRange) {
 
 INSTANTIATE_TEST_SUITE_P(
     Of, ReverserRates,
-    testing::Values(RateCase{"a_black_picture", "color=black:size=64x64:rate=1:duration=10", {"-pix_fmt", "yuv420p"}, 0, 1000},
-                    RateCase{"uncompressed_pictures", "testsrc2=size=1920x1080:rate=60:duration=0.05",
-                             {"-c:v", "v210", "-pix_fmt", "yuv422p10le"}, 1e9, 1e10}),
+    testing::Values(
+        RateCase{"a_black_picture", "color=black:size=64x64:rate=1:duration=10", {"-pix_fmt", "yuv420p"}, 0, 1000},
+        RateCase{"uncompressed_pictures",
+                 "testsrc2=size=1920x1080:rate=60:duration=0.05",
+                 {"-c:v", "v210", "-pix_fmt", "yuv422p10le"},
+                 1e9,
+                 1e10}),
     [](const auto& testCase) { return testCase.param.name; });
 
 /// Five slides of lines of strokes as thin as those of letters, each for five seconds, at a data rate as low as such
@@ -272,8 +278,12 @@ class Slides {
 
   explicit Slides(const fs::path& directory) : path_(directory / "slides.mp4") {
     for (unsigned slide = 0; slide < 5; ++slide) draw(directory / ("slide" + std::to_string(slide) + ".pgm"), slide);
-    ffmpeg({"-framerate", "1/5", "-i", directory / "slide%d.pgm", "-f", "lavfi", "-i", "sine=duration=25", "-vf", "fps=15",
-            "-c:v", "libx264", "-preset", "veryfast", "-crf", "28", "-g", "1000", "-pix_fmt", "yuv420p", "-c:a", "aac", path_});
+    ffmpeg({"-framerate", "1/5",      "-i",       directory / "slide%d.pgm",
+            "-f",         "lavfi",    "-i",       "sine=duration=25",
+            "-vf",        "fps=15",   "-c:v",     "libx264",
+            "-preset",    "veryfast", "-crf",     "28",
+            "-g",         "1000",     "-pix_fmt", "yuv420p",
+            "-c:a",       "aac",      path_});
   }
   [[nodiscard]] const fs::path& path() const { return path_; }
 
@@ -286,8 +296,10 @@ class Slides {
              "settb=1/15,setpts=N," + preparation + "[p" + input + "];";
     };
     // 375 pictures: the reversed 0th, 15th … are these 374th, 359th …
-    const std::string told = ffmpeg({"-i", reversed, "-i", path_, "-lavfi", chain("0", 0, "") + chain("1", 14, "reverse,") +
-                                     "[p0][p1]" + filter + "=stats_file=-,setpts=N/TB", "-vsync", "0", "-f", "null", "-"});
+    const std::string told =
+        ffmpeg({"-i", reversed, "-i", path_, "-lavfi",
+                chain("0", 0, "") + chain("1", 14, "reverse,") + "[p0][p1]" + filter + "=stats_file=-,setpts=N/TB",
+                "-vsync", "0", "-f", "null", "-"});
     double least = 1e9;
     int count = 0;
     const std::regex value(pattern);
@@ -341,8 +353,8 @@ TEST_F(Reverser, KeepsTextReadableAtTheDataRateOfSlides) {
     ASSERT_TRUE(outcome && *outcome);
     const fs::path file = (*outcome)->path();
     EXPECT_GE(slides.least(file, "null", "psnr", "psnr_y:([0-9.]+|inf)"), keepsDataRate ? 35 : 45);
-    const std::string eachLine = "crop=1020:" + std::to_string(Slides::lines * Slides::pitch) + ":90:" +
-                                 std::to_string(Slides::top) + ",untile=1x" + std::to_string(Slides::lines);
+    const std::string eachLine = "crop=1020:" + std::to_string(Slides::lines * Slides::pitch) +
+                                 ":90:" + std::to_string(Slides::top) + ",untile=1x" + std::to_string(Slides::lines);
     EXPECT_GE(slides.least(file, eachLine, "ssim", "All:([0-9.]+)"), 0.95);
     if (keepsDataRate) {
       EXPECT_NEAR(rate(file) / rate(slides.path()), 1, 0.25);

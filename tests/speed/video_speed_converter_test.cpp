@@ -50,7 +50,8 @@ class SpeedConverter : public testing::Test {
                         .outputArguments = {"-movie_timescale", "600"}});
   }
 
-  static std::shared_ptr<AVMutableComposition> compose(VideoSpeedConverter& converter, double from, double to, double ratio) {
+  static std::shared_ptr<AVMutableComposition> compose(VideoSpeedConverter& converter, double from, double to,
+                                                       double ratio) {
     std::vector<CompositionResult> results;
     converter.createComposition(from, to, ratio, [&](const CompositionResult& result) { results.push_back(result); });
     EXPECT_THAT(results, SizeIs(1)) << "called once, before the call returns";
@@ -131,7 +132,8 @@ TEST_F(SpeedConverter, AVideoThatLacksATrackFailsAtOnceOnTheCallingThread) {
     const auto converter = VideoSpeedConverter::make(URL(path));
     EXPECT_EQ(compose(*converter, 0, 1, 2), nullptr);
     std::vector<ExportResult> results;
-    converter->applySpeedChange(0, 1, 2, "x", Quality::high, [&](const ExportResult& result) { results.push_back(result); });
+    converter->applySpeedChange(0, 1, 2, "x", Quality::high,
+                                [&](const ExportResult& result) { results.push_back(result); });
     ASSERT_THAT(results, SizeIs(1)) << path;
     ASSERT_FALSE(results.front());
     EXPECT_EQ(results.front().error(), VideoSpeedConverter::ConversionError::generic);
@@ -151,7 +153,8 @@ TEST_F(SpeedConverter, SaysWhyAnExportFailedButNotThatItWasCancelled) {
   const auto failed = apply(*converter, 2, Quality::low, "no/such/folder");
   ASSERT_TRUE(failed);
   EXPECT_FALSE(*failed);
-  EXPECT_THAT(printed.lines(), ElementsAre("Supports HEVC: true", "Supports HEVC: true", MatchesRegex("FAILED: Optional\\(.+\\)")));
+  EXPECT_THAT(printed.lines(),
+              ElementsAre("Supports HEVC: true", "Supports HEVC: true", MatchesRegex("FAILED: Optional\\(.+\\)")));
 }
 
 }  // namespace

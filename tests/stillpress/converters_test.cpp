@@ -20,7 +20,7 @@ namespace fs = std::filesystem;
 
 /// A picture of a video, decoded by the ffmpeg program, with the video's own samples.
 std::shared_ptr<engine::StillImage> pictureOf(const fs::path& video, int number) {
-  const StreamFacts facts = MediaJudge(video).stream("video");
+  const ProbedStream facts = MediaJudge(video).stream("video");
   const std::string raw = rawPicture(video, number, "yuv420p");
   auto still = std::make_shared<engine::StillImage>();
   still->frame = std::move(engine::allocateFrame(facts.width, facts.height, AV_PIX_FMT_YUV420P).value());
@@ -43,7 +43,7 @@ std::vector<fs::path> clips() {
   if (folder == nullptr) return paths;
   for (const auto& entry : fs::directory_iterator(folder)) {
     if (entry.path().extension() != ".mov" && entry.path().extension() != ".mp4") continue;
-    const StreamFacts facts = MediaJudge(entry.path()).stream("video");
+    const ProbedStream facts = MediaJudge(entry.path()).stream("video");
     // ffmpeg reads untagged video by a rule of its own.
     if (facts.pixelFormat == "yuv420p" && !facts.colorSpace.empty() && facts.colorSpace != "unknown")
       paths.push_back(entry.path());
@@ -75,7 +75,8 @@ TEST(Converters, KeepTheStepsOfAGreyRamp) {
   ramp->color_trc = AVCOL_TRC_SMPTE2084;
   for (int plane = 0; plane < 3; ++plane) {
     for (int y = 0; y < (plane == 0 ? 64 : 32); ++y) {
-      auto* row = reinterpret_cast<std::uint16_t*>(ramp->data[plane] + static_cast<std::ptrdiff_t>(y) * ramp->linesize[plane]);
+      auto* row =
+          reinterpret_cast<std::uint16_t*>(ramp->data[plane] + static_cast<std::ptrdiff_t>(y) * ramp->linesize[plane]);
       for (int x = 0; x < (plane == 0 ? steps * strip : steps * strip / 2); ++x) {
         row[x] = static_cast<std::uint16_t>(plane == 0 ? 64 + x / strip * 876 / (steps - 1) : 512);
       }

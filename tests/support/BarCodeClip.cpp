@@ -132,7 +132,8 @@ void append(std::vector<std::string>& to, std::initializer_list<std::string> mor
 
 bool isMovie(const ClipOptions& options) { return options.extension == ".mp4" || options.extension == ".mov"; }
 
-/// Ticks a second in the file: as the muxer of movies chooses them, a picture's length, or the milliseconds of Matroska.
+/// Ticks a second in the file: as the muxer of movies chooses them, a picture's length, or the milliseconds of
+/// Matroska.
 int trackTimescale(const ClipOptions& options, const Timing& timing) {
   if (options.extension == ".avi" || options.extension == ".ogv") return timing.timescale;
   if (!isMovie(options)) return 1000;

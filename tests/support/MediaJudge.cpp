@@ -71,8 +71,8 @@ std::optional<std::array<std::int64_t, 9>> matrixOf(const std::string& dump) {
   return next == matrix.size() ? std::optional(matrix) : std::nullopt;
 }
 
-StreamFacts factsOf(const json& stream) {
-  StreamFacts facts;
+ProbedStream factsOf(const json& stream) {
+  ProbedStream facts;
   facts.type = text(stream, "codec_type");
   facts.codec = text(stream, "codec_name");
   facts.profile = text(stream, "profile");
@@ -135,15 +135,15 @@ std::uint64_t bigEndian(const std::string& bytes, std::size_t at, int count) {
 
 }  // namespace
 
-std::vector<StreamFacts> MediaJudge::streams() const {
-  std::vector<StreamFacts> all;
+std::vector<ProbedStream> MediaJudge::streams() const {
+  std::vector<ProbedStream> all;
   const json found = probe(path_, {"-show_streams"});
   for (const json& stream : found.at("streams")) all.push_back(factsOf(stream));
   return all;
 }
 
-StreamFacts MediaJudge::stream(const std::string& type) const {
-  for (const StreamFacts& facts : streams()) {
+ProbedStream MediaJudge::stream(const std::string& type) const {
+  for (const ProbedStream& facts : streams()) {
     if (facts.type == type) return facts;
   }
   throw std::runtime_error(path_.string() + " has no " + type + " stream");

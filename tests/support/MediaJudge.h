@@ -23,7 +23,7 @@ struct SeenPicture {
 };
 
 /// What ffprobe says of one stream. What it doesn't say is 0 or empty.
-struct StreamFacts {
+struct ProbedStream {
   std::string type;  ///< "video", "audio" …
   std::string codec;
   std::string profile;
@@ -72,9 +72,9 @@ class MediaJudge {
  public:
   explicit MediaJudge(std::filesystem::path path) : path_(std::move(path)) {}
 
-  [[nodiscard]] std::vector<StreamFacts> streams() const;
+  [[nodiscard]] std::vector<ProbedStream> streams() const;
   /// The first stream of that type ("video", "audio"); throws when there is none.
-  [[nodiscard]] StreamFacts stream(const std::string& type) const;
+  [[nodiscard]] ProbedStream stream(const std::string& type) const;
   /// The container's length.
   [[nodiscard]] double duration() const;
   /// The length in the movie header of an MP4 or QuickTime file, exactly: value and time scale.

@@ -7,11 +7,11 @@
 #include <string>
 #include <utility>
 
+#include <clipworks/engine/Limits.h>
 #include <clipworks/engine/boxes/BoxSequence.h>
 #include <clipworks/engine/boxes/FourCC.h>
 #include <clipworks/engine/boxes/FullBoxCursor.h>
 #include <clipworks/engine/boxes/GaplessTag.h>
-#include <clipworks/engine/Limits.h>
 #include <clipworks/engine/boxes/MovieIndex.h>
 #include <clipworks/engine/boxes/TrackBoxes.h>
 

@@ -28,34 +28,34 @@ struct MovieBoxes {
   };
 
   struct Track {
-    std::uint32_t id = 0;               ///< `tkhd`
-    std::uint32_t handler = 0;          ///< `hdlr`: 'vide', 'soun', …
+    std::uint32_t id = 0;                  ///< `tkhd`
+    std::uint32_t handler = 0;             ///< `hdlr`: 'vide', 'soun', …
     std::array<std::int32_t, 9> matrix{};  ///< `tkhd`: a b u c d v x y w; 16.16, u v w 2.30
-    std::uint32_t width = 0;            ///< `tkhd`, 16.16: the presentation size
+    std::uint32_t width = 0;               ///< `tkhd`, 16.16: the presentation size
     std::uint32_t height = 0;
-    std::uint32_t mediaTimescale = 0;   ///< `mdhd`
-    std::uint64_t mediaDuration = 0;    ///< `mdhd`
-    std::vector<Edit> edits;            ///< empty when there is no `edts`
+    std::uint32_t mediaTimescale = 0;      ///< `mdhd`
+    std::uint64_t mediaDuration = 0;       ///< `mdhd`
+    std::vector<Edit> edits;               ///< empty when there is no `edts`
     std::uint32_t sampleDescriptions = 0;  ///< count of entries in `stsd`
     /// Width and height of coded pictures by the descriptions, the first ones at most.
     std::vector<std::array<std::uint16_t, 2>> codedSizes;
-    std::vector<Run> sampleLengths;     ///< `stts`
-    std::vector<Run> pictureOffsets;    ///< `ctts`, signed as its values are meant; empty when there is none
+    std::vector<Run> sampleLengths;          ///< `stts`
+    std::vector<Run> pictureOffsets;         ///< `ctts`, signed as its values are meant; empty when there is none
     std::vector<std::uint32_t> syncSamples;  ///< `stss`, counted from 1
-    bool hasSyncTable = false;          ///< without one, every sample is an access point
-    std::uint64_t sampleCount = 0;      ///< `stsz` or `stz2`
+    bool hasSyncTable = false;               ///< without one, every sample is an access point
+    std::uint64_t sampleCount = 0;           ///< `stsz` or `stz2`
     /// `clap` of the first sample description: width, height, x and y offset, each a fraction (N, D).
     std::optional<std::array<std::int32_t, 8>> cleanAperture;
     /// `pasp`: horizontal and vertical spacing.
     std::optional<std::array<std::uint32_t, 2>> pixelAspect;
   };
 
-  std::uint32_t timescale = 0;         ///< `mvhd`
-  std::uint64_t duration = 0;          ///< `mvhd`
+  std::uint32_t timescale = 0;           ///< `mvhd`
+  std::uint64_t duration = 0;            ///< `mvhd`
   std::array<std::int32_t, 9> matrix{};  ///< `mvhd`: as that of a track, and applied after it; all 0 when cut off
-  std::uint64_t fragmentsDuration = 0; ///< `mehd`; 0 when there is none
-  bool fragmented = false;             ///< there is an `mvex`, or a `moof`
-  std::vector<Track> tracks;           ///< in the order of the `trak` boxes
+  std::uint64_t fragmentsDuration = 0;   ///< `mehd`; 0 when there is none
+  bool fragmented = false;               ///< there is an `mvex`, or a `moof`
+  std::vector<Track> tracks;             ///< in the order of the `trak` boxes
   /// iTunSMPB: samples of encoder delay, of padding at the end, and of sound between.
   struct GaplessInfo {
     std::uint32_t delay = 0;

@@ -11,9 +11,9 @@
 #include <span>
 #include <string>
 
+#include <clipworks/engine/Limits.h>
 #include <clipworks/engine/boxes/BoxSequence.h>
 #include <clipworks/engine/boxes/FourCC.h>
-#include <clipworks/engine/Limits.h>
 
 namespace clipworks::engine {
 namespace {

@@ -9,11 +9,11 @@
 #include <utility>
 #include <vector>
 
+#include <clipworks/engine/Limits.h>
 #include <clipworks/engine/boxes/BoxCursor.h>
 #include <clipworks/engine/boxes/BoxSequence.h>
 #include <clipworks/engine/boxes/FourCC.h>
 #include <clipworks/engine/boxes/FullBoxCursor.h>
-#include <clipworks/engine/Limits.h>
 
 namespace clipworks::engine {
 namespace {

@@ -39,8 +39,8 @@ class SoundRecording {
   /// never started leaves no file.
   ~SoundRecording();
 
-  /// Starts recording what sounds from `moment` on. To be called once. Fails with `noThreads`; the handler is not called
-  /// then, and no file is left.
+  /// Starts recording what sounds from `moment` on. To be called once. Fails with `noThreads`; the handler is not
+  /// called then, and no file is left.
   [[nodiscard]] Expected<void> start(CaptureClock::time_point moment, const EndHandler& onEnd);
   /// Ends with what sounds at `moment`. Returns at once; the end comes when that sound has arrived. Only the first call
   /// counts.

@@ -25,8 +25,8 @@ std::size_t bytesOf(const AVFrame& frame) {
 }
 
 std::size_t estimatedBytes(const AVCodecParameters& parameters) {
-  const int bytes =
-      av_image_get_buffer_size(planarKind(static_cast<AVPixelFormat>(parameters.format)), parameters.width, parameters.height, 1);
+  const int bytes = av_image_get_buffer_size(planarKind(static_cast<AVPixelFormat>(parameters.format)),
+                                             parameters.width, parameters.height, 1);
   return static_cast<std::size_t>(std::max(bytes, 1));
 }
 

@@ -35,7 +35,7 @@ class CachedPictureReader {
   [[nodiscard]] static Expected<CachedPictureReader> open(std::shared_ptr<const MediaFile> file, int stream,
                                                           std::size_t cacheLimit);
 
-  [[nodiscard]] const SampleTable& table() const { return decoder_.table(); }
+  [[nodiscard]] const PictureTable& table() const { return decoder_.table(); }
   void setCacheLimit(std::size_t bytes) { cacheLimit_ = bytes; }
   /// Counts the damaged pictures that are handed out from now on in `counter`.
   void countDamageIn(std::shared_ptr<DamagedPictures> counter) { counter_ = std::move(counter); }
@@ -122,11 +122,11 @@ class CachedPictureReader {
   std::set<std::uint32_t> damagedFromBefore_;           // of those, the ones that do not from further back either
   bool standsIn_ = false;                               // the picture that is handed out, for another one
   std::shared_ptr<DamagedPictures> counter_;
-  std::set<std::uint32_t> unreadable_;                  // samples that the file lacks, as far as they were met
-  std::optional<std::size_t> previous_;                 // the last picture asked for
-  std::size_t stepBack_ = 0;                            // how far before the one before it that lay, if it did
-  int alikeSteps_ = 0;                                  // as long as that one, in a row
-  bool readsBackwards_ = false;                         // as far as that can be guessed
+  std::set<std::uint32_t> unreadable_;   // samples that the file lacks, as far as they were met
+  std::optional<std::size_t> previous_;  // the last picture asked for
+  std::size_t stepBack_ = 0;             // how far before the one before it that lay, if it did
+  int alikeSteps_ = 0;                   // as long as that one, in a row
+  bool readsBackwards_ = false;          // as far as that can be guessed
 };
 
 }  // namespace clipworks::engine

@@ -132,7 +132,8 @@ bool isDecodingStart(const AVPacket& packet, const AVCodecParameters& parameters
   if (parameters.codec_id != AV_CODEC_ID_HEVC) return isClosedAccessPoint(packet, parameters);
   CodedUnits units(packet, parameters);
   while (const auto unit = units.next()) {
-    if (unit->type < hevc::firstNonPicture) return unit->type >= hevc::firstAccessPoint && unit->type <= hevc::lastAccessPoint;
+    if (unit->type < hevc::firstNonPicture)
+      return unit->type >= hevc::firstAccessPoint && unit->type <= hevc::lastAccessPoint;
   }
   return false;
 }

@@ -44,8 +44,8 @@ class CodedUnits {
 /// of H.264 or HEVC (ITU-T H.264, 7.4.1.2.4; H.265, 7.4.2.2). Of other codecs every access point does.
 [[nodiscard]] bool isClosedAccessPoint(const AVPacket& packet, const AVCodecParameters& parameters);
 
-/// Whether decoding may begin at a coded access point when the pictures that are shown before it are left out: any of HEVC,
-/// since no later picture refers to leading ones (ITU-T H.265, 3.75 and 8.1.3), a closed one of others.
+/// Whether decoding may begin at a coded access point when the pictures that are shown before it are left out: any of
+/// HEVC, since no later picture refers to leading ones (ITU-T H.265, 3.75 and 8.1.3), a closed one of others.
 [[nodiscard]] bool isDecodingStart(const AVPacket& packet, const AVCodecParameters& parameters);
 
 /// Tells the coded pictures that can be left out without changing any other one. For the samples of one track.

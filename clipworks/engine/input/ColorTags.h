@@ -6,8 +6,8 @@
 
 namespace clipworks::engine {
 
-/// `tag` becomes `unspecified` when it is none of the first `count` values of its enumeration, which are all that it can
-/// hold: some decoders pass on any byte of a file.
+/// `tag` becomes `unspecified` when it is none of the first `count` values of its enumeration, which are all that it
+/// can hold: some decoders pass on any byte of a file.
 template <class Tag>
 void dropUnknown(Tag& tag, int count, Tag unspecified) {
   int value = 0;

@@ -19,8 +19,8 @@ class InputContext {
   [[nodiscard]] AVFormatContext* get() const { return context_.get(); }
   AVFormatContext* operator->() const { return context_.get(); }
 
-  /// The next packet; false at the end, and where the content is too damaged to go on. Fails when the file itself cannot
-  /// be read.
+  /// The next packet; false at the end, and where the content is too damaged to go on. Fails when the file itself
+  /// cannot be read.
   [[nodiscard]] Expected<bool> read(AVPacket& packet);
 
   /// Leaves only the packets of `streamIndex`.

@@ -56,8 +56,8 @@ Region cleanAperture(const std::array<std::int32_t, 8>& clap, double width, doub
   return region;
 }
 
-/// Some recorders write a turn without the shift that it needs, which would show the picture beside the screen: a matrix
-/// without any shift gets the one that brings the picture's corner to the origin.
+/// Some recorders write a turn without the shift that it needs, which would show the picture beside the screen: a
+/// matrix without any shift gets the one that brings the picture's corner to the origin.
 void bringIntoView(StreamFacts& facts) {
   auto& [a, b, c, d, tx, ty] = facts.transform;
   if (tx != 0 || ty != 0) return;
@@ -67,8 +67,8 @@ void bringIntoView(StreamFacts& facts) {
 
 /// A track's transform, then the movie's: QuickTime file format, movie header atom.
 std::array<double, 6> concatenated(const std::array<double, 6>& t, const std::array<double, 6>& m) {
-  return {t[0] * m[0] + t[1] * m[2], t[0] * m[1] + t[1] * m[3], t[2] * m[0] + t[3] * m[2], t[2] * m[1] + t[3] * m[3],
-          t[4] * m[0] + t[5] * m[2] + m[4], t[4] * m[1] + t[5] * m[3] + m[5]};
+  return {t[0] * m[0] + t[1] * m[2], t[0] * m[1] + t[1] * m[3],        t[2] * m[0] + t[3] * m[2],
+          t[2] * m[1] + t[3] * m[3], t[4] * m[0] + t[5] * m[2] + m[4], t[4] * m[1] + t[5] * m[3] + m[5]};
 }
 
 void describePictures(StreamFacts& facts, const AVStream& stream, const std::optional<MovieBoxes>& boxes) {
@@ -125,7 +125,8 @@ std::int64_t encoderDelay(const StreamFacts& facts, const AVFormatContext& conte
                           const std::optional<MovieBoxes>& boxes) {
   if (!boxes || stream.codecpar->codec_id != AV_CODEC_ID_AAC) return 0;
   if (facts.edits.empty()) return boxes->gapless ? boxes->gapless->delay : 0;
-  const auto media = std::find_if(facts.edits.begin(), facts.edits.end(), [](const auto& e) { return e.mediaTime >= 0; });
+  const auto media =
+      std::find_if(facts.edits.begin(), facts.edits.end(), [](const auto& e) { return e.mediaTime >= 0; });
   if (media == facts.edits.end() || media->mediaTime != 0 || boxes->timescale == 0) return 0;
   const auto* brand = av_dict_get(context.metadata, "major_brand", nullptr, 0);
   const bool quickTime = brand == nullptr || std::strncmp(brand->value, "qt", 2) == 0;
@@ -143,7 +144,10 @@ OtherStream describeOther(const AVStream& stream) {
   const AVCodecParameters& p = *stream.codecpar;
   OtherStream other;
   const char* type = av_get_media_type_string(p.codec_type);
-  other.kind = p.codec_type == AVMEDIA_TYPE_VIDEO ? "picture" : p.codec_type == AVMEDIA_TYPE_SUBTITLE ? "subtitles" : type == nullptr ? "data" : type;
+  other.kind = p.codec_type == AVMEDIA_TYPE_VIDEO      ? "picture"
+               : p.codec_type == AVMEDIA_TYPE_SUBTITLE ? "subtitles"
+               : type == nullptr                       ? "data"
+                                                       : type;
   if (p.codec_id != AV_CODEC_ID_NONE) {
     other.codec = avcodec_get_name(p.codec_id);
   } else if (p.codec_tag != 0) {
@@ -200,15 +204,17 @@ Expected<void> MediaFile::load() {
   return {};
 }
 
-// Movies say where everything lies on their timeline. Elsewhere times may begin anywhere, and the first picture or sound
-// is the beginning; a stream that starts before zero although its counter cannot wrap has an encoder's delay there.
+// Movies say where everything lies on their timeline. Elsewhere times may begin anywhere, and the first picture or
+// sound is the beginning; a stream that starts before zero although its counter cannot wrap has an encoder's delay
+// there.
 MediaFile::FirstInstant MediaFile::firstInstant(const AVFormatContext& context) const {
   std::optional<FirstInstant> first;
   for (unsigned i = 0; i < context.nb_streams && !boxes_; ++i) {
     const AVStream& stream = *context.streams[i];
     if (!isPictureOrSound(stream) || stream.start_time == AV_NOPTS_VALUE) continue;
     const bool wraps = stream.pts_wrap_bits < 63;
-    const FirstInstant start{wraps ? stream.start_time : std::max<std::int64_t>(stream.start_time, 0), stream.time_base};
+    const FirstInstant start{wraps ? stream.start_time : std::max<std::int64_t>(stream.start_time, 0),
+                             stream.time_base};
     if (!first || av_compare_ts(start.time, start.unit, first->time, first->unit) < 0) first = start;
   }
   return first.value_or(FirstInstant{});
@@ -246,7 +252,7 @@ void MediaFile::describeStream(const AVFormatContext& context, int index, const 
   }
   if (video) {
     describePictures(facts, stream, boxes_);
-    describeLight(stream, index);
+    describeHDRMetadata(stream, index);
   } else {
     facts.channels = p.ch_layout.nb_channels;
     facts.sampleRate = p.sample_rate;
@@ -260,8 +266,8 @@ void MediaFile::describeStream(const AVFormatContext& context, int index, const 
   streams_.push_back(std::move(facts));
 }
 
-// The first packet of Vorbis decodes to nothing (Vorbis I, 1.3.2). In an Ogg file of a single page, whose granule position
-// tells the end alone, the library gives it a length all the same, and all that follows comes that much late.
+// The first packet of Vorbis decodes to nothing (Vorbis I, 1.3.2). In an Ogg file of a single page, whose granule
+// position tells the end alone, the library gives it a length all the same, and all that follows comes that much late.
 Expected<void> MediaFile::placeVorbis(InputContext& input) {
   if (std::strcmp(input->iformat->name, "ogg") != 0) return {};
   std::size_t expected = 0;
@@ -283,8 +289,8 @@ Expected<void> MediaFile::placeVorbis(InputContext& input) {
   return {};
 }
 
-void MediaFile::describeLight(const AVStream& stream, int index) {
-  LightFacts& facts = lightFacts_[index];
+void MediaFile::describeHDRMetadata(const AVStream& stream, int index) {
+  HDRMetadata& facts = hdrMetadata_[index];
   for (const auto kind :
        {AV_PKT_DATA_MASTERING_DISPLAY_METADATA, AV_PKT_DATA_CONTENT_LIGHT_LEVEL, AV_PKT_DATA_DOVI_CONF}) {
     std::size_t bytes = 0;
@@ -338,10 +344,10 @@ const StreamFacts& MediaFile::stream(int index) const {
 
 const AVCodecParameters& MediaFile::parameters(int index) const { return *parameters_.at(index); }
 
-const LightFacts& MediaFile::lightFacts(int index) const { return lightFacts_.at(index); }
+const HDRMetadata& MediaFile::hdrMetadata(int index) const { return hdrMetadata_.at(index); }
 
 Expected<void> MediaFile::completeMastering(int index, AVFrame& picture) const {
-  const LightFacts& facts = lightFacts(index);
+  const HDRMetadata& facts = hdrMetadata(index);
   for (const auto& [said, wanted] : masteringKinds) {
     const auto known = facts.find(said);
     if (known == facts.end() || av_frame_get_side_data(&picture, wanted) != nullptr) continue;
@@ -366,12 +372,12 @@ Expected<StreamPackets> MediaFile::openStream(int index) const {
   return StreamPackets(std::move(*input), index, clocks_.at(index));
 }
 
-Expected<std::shared_ptr<const SampleTable>> MediaFile::sampleTable(int index) const {
+Expected<std::shared_ptr<const PictureTable>> MediaFile::pictureTable(int index) const {
   const std::lock_guard lock(tablesMutex_);
   if (const auto known = tables_.find(index); known != tables_.end()) return known->second;
   auto built = buildTable(index);
   if (!built) return tl::make_unexpected(built.error());
-  auto table = std::make_shared<const SampleTable>(std::move(*built));
+  auto table = std::make_shared<const PictureTable>(std::move(*built));
   tables_[index] = table;
   return table;
 }
@@ -417,7 +423,8 @@ class SideData {
 class CodecChangesReader {
  public:
   explicit CodecChangesReader(const AVCodecParameters& own)
-      : parameters_(AV_PKT_DATA_NEW_EXTRADATA, own.extradata, own.extradata_size), palettes_(AV_PKT_DATA_PALETTE, nullptr, 0) {}
+      : parameters_(AV_PKT_DATA_NEW_EXTRADATA, own.extradata, own.extradata_size),
+        palettes_(AV_PKT_DATA_PALETTE, nullptr, 0) {}
 
   bool take(const AVPacket& packet, std::size_t sample) {
     return parameters_.take(packet, sample) && palettes_.take(packet, sample);
@@ -431,8 +438,7 @@ class CodecChangesReader {
 
 // Expands `stts` and `ctts` beside the demuxer's index, which knows place, size and access points but no presentation
 // times. Nothing when they contradict each other, or the index is not the whole track.
-std::optional<SampleTable> tableFromIndex(AVStream& stream, const MovieBoxes::Track& track,
-                                          CodecChanges changes) {
+std::optional<PictureTable> tableFromIndex(AVStream& stream, const MovieBoxes::Track& track, CodecChanges changes) {
   const int count = avformat_index_get_entries_count(&stream);
   if (count <= 0 || static_cast<std::uint64_t>(count) != track.sampleCount) return std::nullopt;
   std::vector<Sample> samples(static_cast<std::size_t>(count));
@@ -462,11 +468,11 @@ std::optional<SampleTable> tableFromIndex(AVStream& stream, const MovieBoxes::Tr
   const std::int64_t lastLength = track.sampleLengths.empty() ? 0 : track.sampleLengths.back().value;
   std::int64_t lastShown = 0;
   for (const auto& sample : samples) lastShown = std::max(lastShown, sample.presentation);
-  return SampleTable(std::move(samples), lastShown + lastLength, std::move(changes));
+  return PictureTable(std::move(samples), lastShown + lastLength, std::move(changes));
 }
 
-/// Where a fragment's decode times begin before those of the one before it end, its pictures that are not later than all
-/// of the earlier one's are not shown, as the ffmpeg program does: they are decoded only.
+/// Where a fragment's decode times begin before those of the one before it end, its pictures that are not later than
+/// all of the earlier one's are not shown, as the ffmpeg program does: they are decoded only.
 void dropOverlaps(std::vector<Sample>& samples) {
   std::int64_t latest = INT64_MIN;      // presentation so far
   std::int64_t decoded = INT64_MIN;     // decode time so far
@@ -482,7 +488,7 @@ void dropOverlaps(std::vector<Sample>& samples) {
 
 }  // namespace
 
-Expected<SampleTable> MediaFile::buildTable(int index) const {
+Expected<PictureTable> MediaFile::buildTable(int index) const {
   auto packets = openStream(index);
   if (!packets) return tl::make_unexpected(packets.error());
   AVStream& stream = packets->stream();
@@ -527,7 +533,7 @@ Expected<SampleTable> MediaFile::buildTable(int index) const {
   std::int64_t end = 0;
   for (std::size_t i = 0; i < samples.size(); ++i) end = std::max(end, samples[i].presentation + lengths[i]);
   if (boxes_ && boxes_->fragmented) dropOverlaps(samples);
-  return SampleTable(std::move(samples), end, changes.finish());
+  return PictureTable(std::move(samples), end, changes.finish());
 }
 
 Expected<CodecChanges> MediaFile::readCodecChanges(int index) const {

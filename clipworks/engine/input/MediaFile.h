@@ -12,41 +12,24 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/FileHandle.h>
+#include <clipworks/engine/Fraction.h>
+#include <clipworks/engine/HDRMetadata.h>
 #include <clipworks/engine/Handles.h>
-#include <clipworks/engine/LightFacts.h>
-#include <clipworks/engine/input/InputContext.h>
 #include <clipworks/engine/boxes/MovieBoxes.h>
-#include <clipworks/engine/input/SampleTable.h>
+#include <clipworks/engine/input/InputContext.h>
+#include <clipworks/engine/input/PictureTable.h>
 #include <clipworks/engine/input/StreamClock.h>
 #include <clipworks/engine/input/StreamPackets.h>
+#include <clipworks/engine/pictures/Region.h>
 
 namespace clipworks::engine {
 
 enum class StreamKind { video, audio };
 
-/// A fraction; 0/1 stands for unknown.
-struct Fraction {
-  std::int64_t numerator = 0;
-  std::int64_t denominator = 1;
-  [[nodiscard]] double value() const {
-    return denominator == 0 ? 0.0 : static_cast<double>(numerator) / static_cast<double>(denominator);
-  }
-};
-
-/// A part of a picture, in pixels from its upper left corner; edges may lie between pixels.
-struct Region {
-  double left = 0;
-  double top = 0;
-  double width = 0;
-  double height = 0;
-
-  friend bool operator==(const Region&, const Region&) = default;
-};
-
 /// What a stream of a file is, in plain values.
 struct StreamFacts {
-  int index = -1;              ///< of the demuxer
-  int trackID = 0;             ///< the file's own number for it, at least 1
+  int index = -1;   ///< of the demuxer
+  int trackID = 0;  ///< the file's own number for it, at least 1
   StreamKind kind = StreamKind::video;
   std::string codec;           ///< short name: "h264", "aac"
   std::int32_t timescale = 0;  ///< ticks a second of the stream's times
@@ -56,33 +39,33 @@ struct StreamFacts {
   std::vector<std::array<std::uint16_t, 2>> codedSizes;  ///< width and height by each description, as far as known
 
   // Pictures.
-  int codedWidth = 0;          ///< as decoded, cropping applied
+  int codedWidth = 0;  ///< as decoded, cropping applied
   int codedHeight = 0;
-  Region shown{};              ///< of the coded picture: its clean aperture, else all of it
-  double naturalWidth = 0;     ///< after clean aperture and pixel aspect ratio
+  Region shown{};           ///< of the coded picture: its clean aperture, else all of it
+  double naturalWidth = 0;  ///< after clean aperture and pixel aspect ratio
   double naturalHeight = 0;
   Fraction pixelAspect{1, 1};
   int bitDepth = 8;
   bool is420 = true;
   bool progressive = true;
-  bool highDynamicRange = false;             ///< PQ or HLG
+  bool highDynamicRange = false;  ///< PQ or HLG
   bool isHLG = false;
-  int dolbyVisionProfile = 0;                ///< 0: none
+  int dolbyVisionProfile = 0;  ///< 0: none
   struct {
     std::string primaries = "unknown";
     std::string transfer = "unknown";
     std::string matrix = "unknown";
     bool isFullRange = false;
-  } color;                                   ///< as the file tells it, in the library's names
+  } color;                                            ///< as the file tells it, in the library's names
   std::array<double, 6> transform{1, 0, 0, 1, 0, 0};  ///< a b c d tx ty, from coded to upright
 
   // Sound.
   int channels = 0;
-  int sampleRate = 0;          ///< hertz
-  bool hasConfiguration = true;              ///< told apart from the coded samples, as movies want it
-  std::int64_t encoderDelay = 0;             ///< samples before the sound proper that no edit takes off
+  int sampleRate = 0;             ///< hertz
+  bool hasConfiguration = true;   ///< told apart from the coded samples, as movies want it
+  std::int64_t encoderDelay = 0;  ///< samples before the sound proper that no edit takes off
 
-  std::vector<MovieBoxes::Edit> edits;       ///< raw; empty when the file has none
+  std::vector<MovieBoxes::Edit> edits;  ///< raw; empty when the file has none
 };
 
 /// A stream that is neither pictures nor sound.
@@ -106,9 +89,9 @@ class MediaFile {
   [[nodiscard]] const std::vector<OtherStream>& otherStreams() const { return others_; }
   [[nodiscard]] const StreamFacts& stream(int index) const;
   [[nodiscard]] const AVCodecParameters& parameters(int index) const;
-  /// What only the container says of the light that the stream's pictures were mastered for, and of metadata among their
-  /// samples that change it (the boxes `mdcv` and `clli`: ISO/IEC 14496-12, 12.1.5; `dvcC` and `dvvC`).
-  [[nodiscard]] const LightFacts& lightFacts(int index) const;
+  /// What only the container says of the light that the stream's pictures were mastered for, and of metadata among
+  /// their samples that change it (the boxes `mdcv` and `clli`: ISO/IEC 14496-12, 12.1.5; `dvcC` and `dvvC`).
+  [[nodiscard]] const HDRMetadata& hdrMetadata(int index) const;
   /// Adds to a decoded picture of the stream what only the container says of the light it was mastered for; what the
   /// picture says itself stays. Fails when out of memory.
   [[nodiscard]] Expected<void> completeMastering(int index, AVFrame& picture) const;
@@ -122,7 +105,7 @@ class MediaFile {
   [[nodiscard]] bool samplesAreStoredPlainly() const { return boxes_.has_value(); }
 
   /// All samples of a stream of pictures, in ticks of `StreamFacts::timescale`.
-  [[nodiscard]] Expected<std::shared_ptr<const SampleTable>> sampleTable(int index) const;
+  [[nodiscard]] Expected<std::shared_ptr<const PictureTable>> pictureTable(int index) const;
 
   /// The packets of a stream by a demuxer of their own, for one reader.
   [[nodiscard]] Expected<StreamPackets> openStream(int index) const;
@@ -138,10 +121,10 @@ class MediaFile {
   [[nodiscard]] FirstInstant firstInstant(const AVFormatContext& context) const;
   void describeStream(const AVFormatContext& context, int index, const FirstInstant& first);
   Expected<void> placeVorbis(InputContext& input);
-  void describeLight(const AVStream& stream, int index);
+  void describeHDRMetadata(const AVStream& stream, int index);
   void describeDuration(const AVFormatContext& context);
   Expected<void> measureByPackets();
-  Expected<SampleTable> buildTable(int index) const;
+  Expected<PictureTable> buildTable(int index) const;
   Expected<CodecChanges> readCodecChanges(int index) const;
 
   std::string name_;
@@ -151,13 +134,13 @@ class MediaFile {
   std::vector<OtherStream> others_;
   std::map<int, CodecParameters> parameters_;
   std::map<int, StreamClock> clocks_;
-  std::map<int, LightFacts> lightFacts_;  // of streams of pictures
+  std::map<int, HDRMetadata> hdrMetadata_;  // of streams of pictures
   std::int64_t duration_ = 0;
   std::int32_t timescale_ = 1'000'000;
   std::map<std::string, std::string> metadata_;
 
   mutable std::mutex tablesMutex_;
-  mutable std::map<int, std::shared_ptr<const SampleTable>> tables_;  // guarded by tablesMutex_
+  mutable std::map<int, std::shared_ptr<const PictureTable>> tables_;  // guarded by tablesMutex_
 };
 
 }  // namespace clipworks::engine

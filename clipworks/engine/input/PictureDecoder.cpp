@@ -6,7 +6,7 @@
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Limits.h>
 #include <clipworks/engine/input/ColorTags.h>
-#include <clipworks/engine/output/VideoEncoder.h>
+#include <clipworks/engine/pictures/Colour.h>
 
 namespace clipworks::engine {
 namespace {
@@ -21,7 +21,8 @@ bool setExtradata(AVCodecParameters& parameters, const std::vector<std::uint8_t>
   return true;
 }
 
-// Grey that does not tell its range is luma like that of other pictures in some codecs; elsewhere it comes from computers.
+// Grey that does not tell its range is luma like that of other pictures in some codecs; elsewhere it comes from
+// computers.
 bool isGreyFull(const AVCodecParameters& p) {
   if (p.color_range != AVCOL_RANGE_UNSPECIFIED) return p.color_range == AVCOL_RANGE_JPEG;
   return p.codec_id != AV_CODEC_ID_H264 && p.codec_id != AV_CODEC_ID_HEVC && p.codec_id != AV_CODEC_ID_VP9 &&
@@ -57,7 +58,7 @@ Expected<CodecContext> openDecoder(const AVCodecParameters& parameters, AVRation
   return decoder;
 }
 
-PictureDecoder::PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, SampleReader samples)
+PictureDecoder::PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, CodedPictureReader samples)
     : file_(std::move(file)),
       stream_(stream),
       samples_(std::move(samples)),
@@ -68,7 +69,7 @@ PictureDecoder::PictureDecoder(std::shared_ptr<const MediaFile> file, int stream
              static_cast<int>(file_->stream(stream_).pixelAspect.denominator)}) {}
 
 Expected<PictureDecoder> PictureDecoder::open(std::shared_ptr<const MediaFile> file, int stream) {
-  auto samples = SampleReader::open(file, stream);
+  auto samples = CodedPictureReader::open(file, stream);
   if (!samples) return tl::make_unexpected(samples.error());
   if (samples->table().pictureCount() == 0) return failed(ErrorKind::damaged, file->name() + " has no pictures");
   PictureDecoder decoder(std::move(file), stream, std::move(*samples));
@@ -149,8 +150,7 @@ Expected<std::optional<PictureDecoder::Picture>> PictureDecoder::next(std::uint3
       }
       continue;
     }
-    const bool isDamaged =
-        code != 0 || frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0;
+    const bool isDamaged = code != 0 || frame->decode_error_flags != 0 || (frame->flags & AV_FRAME_FLAG_CORRUPT) != 0;
     sawDamage_ = sawDamage_ || isDamaged;
     if (code != 0) continue;  // one broken picture
     if (const auto sample = sampleOf(*frame)) {

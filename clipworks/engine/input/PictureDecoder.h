@@ -9,18 +9,19 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/input/CodedPictureReader.h>
 #include <clipworks/engine/input/CodedUnits.h>
 #include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/engine/input/MediaFile.h>
-#include <clipworks/engine/input/SampleReader.h>
 #include <clipworks/engine/pictures/PlanarPictures.h>
 #include <clipworks/engine/pictures/TrackSize.h>
 
 namespace clipworks::engine {
 
 /// The one decode loop for pictures: decodes the samples of one track from any access point on and tells which sample
-/// each picture came from. Pictures come as planar YUV of the track's size, whatever their own kind and size. What sits above it decides where to start, what to leave out and what to keep.
-/// One thread at a time; the decoder has threads of its own.
+/// each picture came from. Pictures come as planar YUV of the track's size, whatever their own kind and size. What sits
+/// above it decides where to start, what to leave out and what to keep. One thread at a time; the decoder has threads
+/// of its own.
 class PictureDecoder {
  public:
   struct Picture {
@@ -33,7 +34,7 @@ class PictureDecoder {
 
   [[nodiscard]] static Expected<PictureDecoder> open(std::shared_ptr<const MediaFile> file, int stream);
 
-  [[nodiscard]] const SampleTable& table() const { return samples_.table(); }
+  [[nodiscard]] const PictureTable& table() const { return samples_.table(); }
   [[nodiscard]] const std::string& name() const { return file_->name(); }
   /// Counts picture number `picture` of the track as damaged.
   void tellDamage(DamagedPictures* counter, std::size_t picture) const {
@@ -70,7 +71,7 @@ class PictureDecoder {
   [[nodiscard]] int delay() const { return decoder_->has_b_frames + decoder_->thread_count; }
 
  private:
-  PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, SampleReader samples);
+  PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, CodedPictureReader samples);
   Expected<void> openFor(const CodecChange* change);
   Expected<Frame> finished(Frame frame);
   Expected<void> feed(const IsNotNeeded& isNotNeeded);
@@ -79,7 +80,7 @@ class PictureDecoder {
 
   std::shared_ptr<const MediaFile> file_;
   int stream_;
-  SampleReader samples_;
+  CodedPictureReader samples_;
   const CodecChange* codec_ = nullptr;    // that the decoder was opened for; null for the stream's own parameters
   const CodecChange* palette_ = nullptr;  // that the decoder was told last
   CodecParameters parameters_;            // of the decoder
@@ -87,7 +88,7 @@ class PictureDecoder {
   std::optional<DisposablePictures> disposable_;
   AVDiscard leftOutFilters_ = AVDISCARD_DEFAULT;
   PlanarPictures planar_;
-  int matrix_;       // that RGB is converted by
+  int matrix_;  // that RGB is converted by
   bool isGreyFull_;
   TrackSize size_;
   std::uint32_t nextSample_ = 0;

@@ -36,7 +36,8 @@ class PlaceReader {
   Place read(const AVPacket& packet) {
     std::uint8_t* frame = nullptr;
     int bytes = 0;
-    av_parser_parse2(parser_.get(), context_.get(), &frame, &bytes, packet.data, packet.size, AV_NOPTS_VALUE, AV_NOPTS_VALUE, -1);
+    av_parser_parse2(parser_.get(), context_.get(), &frame, &bytes, packet.data, packet.size, AV_NOPTS_VALUE,
+                     AV_NOPTS_VALUE, -1);
     const bool isBidirectional = parser_->pict_type == AV_PICTURE_TYPE_B;
     if (counts_) {
       // The count begins anew at such pictures, some of which are shown after others that refer to them.

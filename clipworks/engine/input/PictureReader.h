@@ -20,11 +20,11 @@ class PictureReader {
  public:
   [[nodiscard]] static Expected<PictureReader> open(std::shared_ptr<const MediaFile> file, int stream);
 
-  /// Leaves out the loop filter of pictures that nothing refers to, before the first one is asked for: they lose a little,
-  /// which does not show when they are made smaller.
+  /// Leaves out the loop filter of pictures that nothing refers to, before the first one is asked for: they lose a
+  /// little, which does not show when they are made smaller.
   void leaveOutFilters() { decoder_.leaveOutFilters(); }
 
-  [[nodiscard]] const SampleTable& table() const { return decoder_.table(); }
+  [[nodiscard]] const PictureTable& table() const { return decoder_.table(); }
 
   /// Counts the damaged pictures that are handed out from now on in `counter`.
   void countDamageIn(std::shared_ptr<DamagedPictures> counter) { damaged_ = std::move(counter); }

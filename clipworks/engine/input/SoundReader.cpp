@@ -13,8 +13,8 @@ namespace {
 constexpr int settleSamples = 4096;
 constexpr double settleSeconds = 0.1;
 
-// Packets of containers with coarse clocks jitter; only a step beyond this is a real gap or overlap. Telephones stamp AMR
-// frames (20 ms each) when they arrive, up to a frame early or late.
+// Packets of containers with coarse clocks jitter; only a step beyond this is a real gap or overlap. Telephones stamp
+// AMR frames (20 ms each) when they arrive, up to a frame early or late.
 constexpr double jitterSeconds = 0.003;
 constexpr double arrivalJitterSeconds = 0.05;
 

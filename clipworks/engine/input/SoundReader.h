@@ -23,15 +23,16 @@ class SoundReader {
   [[nodiscard]] int sampleRate() const { return facts_->sampleRate; }
   [[nodiscard]] int channels() const { return facts_->channels; }
 
-  /// Whether sound lies after a jump where it lies without one, to the sample: the file's index says that packets follow
-  /// each other evenly, as in most MP4 and QuickTime files.
+  /// Whether sound lies after a jump where it lies without one, to the sample: the file's index says that packets
+  /// follow each other evenly, as in most MP4 and QuickTime files.
   [[nodiscard]] bool jumpsExactly() const;
 
   /// Writes `count` samples of every channel from `position` on, interleaved, to `samples`. Cheapest in rising order.
   [[nodiscard]] Expected<void> read(std::int64_t position, std::int64_t count, float* samples);
 
  private:
-  SoundReader(std::shared_ptr<const MediaFile> file, const StreamFacts& facts) : file_(std::move(file)), facts_(&facts) {}
+  SoundReader(std::shared_ptr<const MediaFile> file, const StreamFacts& facts)
+      : file_(std::move(file)), facts_(&facts) {}
   Expected<void> restart();
   Expected<void> jumpTo(std::int64_t position);
   Expected<bool> decodeBlock();
@@ -42,7 +43,7 @@ class SoundReader {
   const StreamFacts* facts_;  // within file_
   std::optional<StreamPackets> packets_;
   CodecContext decoder_;
-  Resampler converter_;       // sample format, and the rate where the decoder's differs from the stream's
+  Resampler converter_;  // sample format, and the rate where the decoder's differs from the stream's
   bool drained_ = false;
   bool anchored_ = false;     // end() follows the packets' times
   std::int64_t start_ = 0;    // position of block_'s first sample

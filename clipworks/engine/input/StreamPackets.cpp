@@ -43,8 +43,9 @@ Expected<bool> StreamPackets::splitSample(AVPacket& packet) {
     if (!isSampleOver_) {
       // With nothing left of a sample, the parser gives the last frame, which it held back.
       const int left = sample_->size - taken_;
-      const int used = av_parser_parse2(parser_.get(), parserContext_.get(), &frame, &bytes,
-                                        left > 0 ? sample_->data + taken_ : nullptr, left, AV_NOPTS_VALUE, AV_NOPTS_VALUE, -1);
+      const int used =
+          av_parser_parse2(parser_.get(), parserContext_.get(), &frame, &bytes,
+                           left > 0 ? sample_->data + taken_ : nullptr, left, AV_NOPTS_VALUE, AV_NOPTS_VALUE, -1);
       isSampleOver_ = left <= 0;
       // The first call after that takes and gives nothing.
       const bool isIdle = left > 0 && used <= 0 && bytes <= 0;

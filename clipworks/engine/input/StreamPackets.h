@@ -12,8 +12,8 @@
 namespace clipworks::engine {
 
 /// The coded packets of one stream in the order of the file, their times in ticks of the file's timeline. What a
-/// container packs into one sample although the decoder takes one frame at a time (AMR: 3GPP TS 26.244, 6.5) comes frame
-/// by frame; only the first of a sample then has a time. One thread at a time.
+/// container packs into one sample although the decoder takes one frame at a time (AMR: 3GPP TS 26.244, 6.5) comes
+/// frame by frame; only the first of a sample then has a time. One thread at a time.
 class StreamPackets {
  public:
   /// `input` is at its start; `clock` is the stream's.
@@ -21,8 +21,8 @@ class StreamPackets {
   StreamPackets(StreamPackets&&) noexcept = default;
   StreamPackets& operator=(StreamPackets&&) noexcept = default;
 
-  /// The next packet; false at the end, and where the content is too damaged to go on. Fails when the file itself cannot
-  /// be read.
+  /// The next packet; false at the end, and where the content is too damaged to go on. Fails when the file itself
+  /// cannot be read.
   [[nodiscard]] Expected<bool> read(AVPacket& packet);
 
   /// Goes to the last place before `ticks` from which decoding can start; false when the container does not allow it.

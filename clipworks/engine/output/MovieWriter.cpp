@@ -31,7 +31,8 @@ void freeIo(AVIOContext* io) {
 bool lengthsToStartCodes(std::uint8_t* bytes, std::int32_t count) {
   std::int64_t at = 0;
   while (at + 4 <= count) {
-    const std::int64_t length = (std::int64_t{bytes[at]} << 24) | (bytes[at + 1] << 16) | (bytes[at + 2] << 8) | bytes[at + 3];
+    const std::int64_t length =
+        (std::int64_t{bytes[at]} << 24) | (bytes[at + 1] << 16) | (bytes[at + 2] << 8) | bytes[at + 3];
     if (length > count - at - 4) return false;
     bytes[at] = bytes[at + 1] = bytes[at + 2] = 0;
     bytes[at + 3] = 1;
@@ -58,8 +59,8 @@ const char* muxerName(MovieContainer container) {
   return "mp4";
 }
 
-// Recordings that describe themselves by reverse-domain keys keep them as such (the `mdta` handler of the QuickTime file
-// format). The others keep the standard boxes, whose place (`loci`) goes only without those keys.
+// Recordings that describe themselves by reverse-domain keys keep them as such (the `mdta` handler of the QuickTime
+// file format). The others keep the standard boxes, whose place (`loci`) goes only without those keys.
 bool needsKeyedMetadata(const AVDictionary* metadata) {
   bool dotted = false;
   for (const AVDictionaryEntry* entry = nullptr;
@@ -120,14 +121,15 @@ Expected<int> MovieWriter::addTrack(const AVCodecParameters& format, std::int32_
   return stream->index;
 }
 
-Expected<void> MovieWriter::addSideData(AVStream& stream, AVPacketSideDataType kind, const void* data, std::size_t size) {
+Expected<void> MovieWriter::addSideData(AVStream& stream, AVPacketSideDataType kind, const void* data,
+                                        std::size_t size) {
   auto* bytes = av_stream_new_side_data(&stream, kind, size);
   if (bytes == nullptr) return failed(ErrorKind::outOfMemory, "out of memory while creating " + file_.name());
   std::memcpy(bytes, data, size);
   return {};
 }
 
-Expected<void> MovieWriter::setLightFacts(int track, const LightFacts& facts) {
+Expected<void> MovieWriter::setHDRMetadata(int track, const HDRMetadata& facts) {
   for (const auto& [kind, data] : facts) {
     if (auto added = addSideData(*context_->streams[track], kind, data.data(), data.size()); !added) return added;
     // Boxes of a specification of its own, not of ISO/IEC 14496, which the muxer leaves out unless it is told so.
@@ -196,7 +198,8 @@ Expected<Packet> MovieWriter::readBack(int track, const StoredSample& sample) {
 }
 
 Expected<void> MovieWriter::finish() {
-  if (const int code = av_write_trailer(context_); code < 0) return writeFailure(code, file_.name() + " cannot be ended");
+  if (const int code = av_write_trailer(context_); code < 0)
+    return writeFailure(code, file_.name() + " cannot be ended");
   avio_flush(io_);
   if (failure_) return tl::make_unexpected(*failure_);
   return edits_.empty() ? Expected<void>{} : writeEdits(file_, movieTimescale_, edits_);

@@ -9,8 +9,8 @@
 #include <string>
 
 #include <clipworks/engine/Error.h>
+#include <clipworks/engine/HDRMetadata.h>
 #include <clipworks/engine/Handles.h>
-#include <clipworks/engine/LightFacts.h>
 #include <clipworks/engine/output/OutputFile.h>
 #include <clipworks/engine/output/TrackEdits.h>
 
@@ -22,8 +22,8 @@ struct StoredSample {
   std::int32_t bytes = 0;
 };
 
-/// What a track of pictures shows, in its ticks: from `start` of the movie to `end`, what its samples' presentation times
-/// call `mediaStart` and on.
+/// What a track of pictures shows, in its ticks: from `start` of the movie to `end`, what its samples' presentation
+/// times call `mediaStart` and on.
 struct TrackEdit {
   std::int64_t start = 0;
   std::int64_t end = 0;
@@ -33,8 +33,8 @@ struct TrackEdit {
 /// Which kind of file: MPEG-4, QuickTime movie, or MPEG-4 with sound only under Apple's brand.
 enum class MovieContainer { mpeg4, quickTime, m4a };
 
-/// Writes an MP4 or QuickTime file with its index first. Samples are written in the order given, so the caller interleaves its
-/// tracks; they can be read back to be written again. One thread at a time.
+/// Writes an MP4 or QuickTime file with its index first. Samples are written in the order given, so the caller
+/// interleaves its tracks; they can be read back to be written again. One thread at a time.
 class MovieWriter {
  public:
   /// `movieTimescale` counts the edits' lengths; choose it so that they come out whole.
@@ -51,15 +51,16 @@ class MovieWriter {
                                        const std::optional<std::array<std::int32_t, 9>>& matrix);
   /// Before `begin()`: what the track's description says of the light of its pictures. The library writes the
   /// configuration of dynamic metadata (`dvcC`, `dvvC`) into MP4 files alone.
-  [[nodiscard]] Expected<void> setLightFacts(int track, const LightFacts& facts);
+  [[nodiscard]] Expected<void> setHDRMetadata(int track, const HDRMetadata& facts);
   [[nodiscard]] Expected<void> begin();
 
   /// Writes one sample, its times in ticks of the track; decode times rise strictly. A first sample shown before zero
   /// becomes an edit that begins at zero, one shown later an empty edit before it.
   [[nodiscard]] Expected<StoredSample> write(int track, AVPacket& packet);
-  /// Writes the last sample of a track of pictures, which shows what `edit` says, whatever samples lie before and behind
-  /// it. The first sample must be shown at zero or before where `edit` starts at zero, and later where it starts later.
-  /// The lengths of the samples then add up to that of the media (`mdhd`): from the first picture to where the last goes.
+  /// Writes the last sample of a track of pictures, which shows what `edit` says, whatever samples lie before and
+  /// behind it. The first sample must be shown at zero or before where `edit` starts at zero, and later where it starts
+  /// later. The lengths of the samples then add up to that of the media (`mdhd`): from the first picture to where the
+  /// last goes.
   [[nodiscard]] Expected<StoredSample> writeLast(int track, AVPacket& packet, const TrackEdit& edit);
 
   /// A sample written earlier, in the form in which `write` takes it.
@@ -74,7 +75,8 @@ class MovieWriter {
   [[nodiscard]] tl::unexpected<Error> writeFailure(int code, const std::string& what) const;
   static int writeBytes(void* opaque, std::uint8_t* bytes, int length);
   static std::int64_t seekBytes(void* opaque, std::int64_t offset, int whence);
-  static int openForShift(AVFormatContext* context, AVIOContext** io, const char* url, int flags, AVDictionary** options);
+  static int openForShift(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
+                          AVDictionary** options);
   static int closeAfterShift(AVFormatContext* context, AVIOContext* io);
   static int readBytes(void* opaque, std::uint8_t* bytes, int length);
   static std::int64_t seekForReading(void* opaque, std::int64_t offset, int whence);

@@ -6,8 +6,8 @@
 
 namespace clipworks::engine {
 
-/// Holds an encoder to an average bit rate: from what has been coded so far it tells which rate to ask for next, so that
-/// what was too little is made up for, and what was too much is saved again, within seconds. One thread at a time.
+/// Holds an encoder to an average bit rate: from what has been coded so far it tells which rate to ask for next, so
+/// that what was too little is made up for, and what was too much is saved again, within seconds. One thread at a time.
 class RateTrim {
  public:
   /// `bitRate` in bits a second.
@@ -25,7 +25,8 @@ class RateTrim {
     const double rate = static_cast<double>(bitRate_);
     const double missing = seconds_ - bits_ / rate;  // in seconds of the asked rate
     const double share = std::clamp(1 + missing / secondsToMend, leastShare, greatestShare);
-    if (std::abs(share * rate - static_cast<double>(asked_)) >= step * rate) asked_ = static_cast<std::int64_t>(share * rate);
+    if (std::abs(share * rate - static_cast<double>(asked_)) >= step * rate)
+      asked_ = static_cast<std::int64_t>(share * rate);
     return asked_;
   }
 

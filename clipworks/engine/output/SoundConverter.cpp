@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include <clipworks/engine/LibraryErrors.h>
-#include <clipworks/engine/pipeline/MixingGains.h>
+#include <clipworks/engine/output/MixingGains.h>
 
 namespace clipworks::engine {
 namespace {

@@ -17,8 +17,8 @@ struct SoundFormat {
 
 /// Brings 16-bit samples that come in portions to another rate and layout in one go, so that nothing happens where
 /// portions meet. n samples become n × new rate / old rate, rounded half up, with nothing moved in time. Mono goes to
-/// both sides at unity; six channels fold down by ITU-R BS.775, the middle two alike, since samples in memory do not tell
-/// which of them is the centre. One thread at a time.
+/// both sides at unity; six channels fold down by ITU-R BS.775, the middle two alike, since samples in memory do not
+/// tell which of them is the centre. One thread at a time.
 class SoundConverter {
  public:
   [[nodiscard]] static Expected<SoundConverter> open(const SoundFormat& from, const SoundFormat& to);

@@ -34,7 +34,8 @@ Expected<SoundEncoder> SoundEncoder::open(const SoundEncoderSettings& settings) 
                                                 " Hz with " + std::to_string(settings.channels) + " channels",
                                             ErrorKind::noEncoder));
   }
-  if (context->frame_size != samplesPerPacket) return failed(ErrorKind::noEncoder, "the AAC encoder has frames of another length");
+  if (context->frame_size != samplesPerPacket)
+    return failed(ErrorKind::noEncoder, "the AAC encoder has frames of another length");
   return SoundEncoder(std::move(context));
 }
 
@@ -51,7 +52,8 @@ Expected<void> SoundEncoder::push(const float* samples, int count) {
   frame->sample_rate = context_->sample_rate;
   frame->pts = taken_;
   av_channel_layout_copy(&frame->ch_layout, &context_->ch_layout);
-  if (av_frame_get_buffer(frame.get(), 0) < 0) return failed(ErrorKind::outOfMemory, "out of memory while encoding sound");
+  if (av_frame_get_buffer(frame.get(), 0) < 0)
+    return failed(ErrorKind::outOfMemory, "out of memory while encoding sound");
   const int channels = context_->ch_layout.nb_channels;
   for (int channel = 0; channel < channels; ++channel) {
     auto* plane = reinterpret_cast<float*>(frame->extended_data[channel]);

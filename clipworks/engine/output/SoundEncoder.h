@@ -10,7 +10,7 @@
 namespace clipworks::engine {
 
 struct SoundEncoderSettings {
-  int sampleRate = 48'000;   ///< hertz
+  int sampleRate = 48'000;  ///< hertz
   int channels = 2;
   std::int64_t bitRate = 0;  ///< bits a second, of all channels
 };

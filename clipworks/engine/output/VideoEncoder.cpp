@@ -7,12 +7,9 @@
 
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Thread.h>
-#include <clipworks/engine/pictures/PlanarPictures.h>
 
 namespace clipworks::engine {
 namespace {
-
-constexpr int highDefinitionLines = 720;
 
 // A picture every ten seconds at least to start decoding from, at 30 a second.
 constexpr int longestGroup = 300;
@@ -33,13 +30,14 @@ void askFor(std::int64_t bitRate, AVCodecContext& context) {
   context.rc_max_rate = bitRate;
 }
 
-/// libx264 gives the time base of the pictures' times for the rate in the stream (ITU-T H.264, E.2.1, num_units_in_tick and
-/// time_scale), since it allows variable rates; players take it for tens of thousands of pictures a second. A tick is half
-/// a picture. Written anew in the parameter sets, which are nowhere else.
+/// libx264 gives the time base of the pictures' times for the rate in the stream (ITU-T H.264, E.2.1, num_units_in_tick
+/// and time_scale), since it allows variable rates; players take it for tens of thousands of pictures a second. A tick
+/// is half a picture. Written anew in the parameter sets, which are nowhere else.
 Expected<CodecParameters> withPictureRate(CodecParameters format, const Fraction& rate) {
   AVBSFContext* made = nullptr;
   const AVBitStreamFilter* kind = av_bsf_get_by_name("h264_metadata");
-  if (kind == nullptr || av_bsf_alloc(kind, &made) < 0) return failed(ErrorKind::noEncoder, "the filter h264_metadata is not installed");
+  if (kind == nullptr || av_bsf_alloc(kind, &made) < 0)
+    return failed(ErrorKind::noEncoder, "the filter h264_metadata is not installed");
   const BitStreamFilter filter(made);
   const AVRational ticks{static_cast<int>(2 * rate.numerator), static_cast<int>(rate.denominator)};
   if (avcodec_parameters_copy(filter->par_in, format.get()) < 0) throw std::bad_alloc();
@@ -69,7 +67,7 @@ std::optional<StillBudget> stillBudget(const VideoEncoderSettings& settings) {
 }
 
 template <class Structure>
-std::optional<Structure> factOf(const LightFacts& facts, AVPacketSideDataType kind) {
+std::optional<Structure> factOf(const HDRMetadata& facts, AVPacketSideDataType kind) {
   const auto found = facts.find(kind);
   if (found == facts.end() || found->second.size() < sizeof(Structure)) return std::nullopt;
   Structure fact{};
@@ -77,8 +75,9 @@ std::optional<Structure> factOf(const LightFacts& facts, AVPacketSideDataType ki
   return fact;
 }
 
-/// As libx265 wants to be told: chromaticities in 1/50000, luminances in 1/10000 cd/m², as ITU-T H.265, D.3.28 codes them.
-std::string lightParameters(const LightFacts& facts) {
+/// As libx265 wants to be told: chromaticities in 1/50000, luminances in 1/10000 cd/m², as ITU-T H.265, D.3.28 codes
+/// them.
+std::string lightParameters(const HDRMetadata& facts) {
   const auto units = [](AVRational value, int unit) {
     const double number = value.den == 0 ? 0 : av_q2d(value) * unit;
     return std::to_string(std::llround(std::clamp(number, 0.0, 4294967295.0)));
@@ -104,7 +103,8 @@ std::string lightParameters(const LightFacts& facts) {
   return parameters;
 }
 
-void applyOptions(const VideoEncoderSettings& settings, const std::optional<StillBudget>& budget, AVCodecContext& context) {
+void applyOptions(const VideoEncoderSettings& settings, const std::optional<StillBudget>& budget,
+                  AVCodecContext& context) {
   void* own = context.priv_data;
   av_opt_set(own, "preset", settings.speed.c_str(), 0);
   av_opt_set_int(own, "forced-idr", 1, 0);
@@ -113,7 +113,8 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
     setQuality(budget->quality(), context);
   } else if (settings.averageBitRate > 0) {
     askFor(settings.averageBitRate, context);
-    context.rc_buffer_size = static_cast<int>(static_cast<double>(settings.averageBitRate) * bufferSeconds(settings.length));
+    context.rc_buffer_size =
+        static_cast<int>(static_cast<double>(settings.averageBitRate) * bufferSeconds(settings.length));
   } else {
     setQuality(settings.quality, context);
   }
@@ -123,52 +124,12 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
     // Closed groups: a repeated run may follow any other. With bidirectional pictures that serve as references, two are
     // decoded ahead of their turn at most.
     const std::string parameters =
-        "log-level=none:open-gop=0:repeat-headers=0:bframes=4:b-pyramid=1" + lightParameters(settings.lightFacts);
+        "log-level=none:open-gop=0:repeat-headers=0:bframes=4:b-pyramid=1" + lightParameters(settings.hdrMetadata);
     av_opt_set(own, "x265-params", parameters.c_str(), 0);
   }
 }
 
 }  // namespace
-
-Colour completeColour(const AVCodecParameters& parameters) {
-  const bool isMade = isMadeYUV(static_cast<AVPixelFormat>(parameters.format));
-  return completeColour(parameters.width, parameters.height,
-                        {parameters.color_primaries, parameters.color_trc,
-                         isMade ? AVCOL_SPC_UNSPECIFIED : parameters.color_space,
-                         !isMade && parameters.color_range == AVCOL_RANGE_JPEG});
-}
-
-Colour completeColour(int width, int height, const Colour& told) {
-  const bool high = height >= highDefinitionLines || width >= 1280;
-  const auto known = [](int value, int unspecified, int otherwise) { return value == unspecified ? otherwise : value; };
-  Colour colour = told;
-  colour.primaries = known(told.primaries, AVCOL_PRI_UNSPECIFIED, high ? AVCOL_PRI_BT709 : AVCOL_PRI_SMPTE170M);
-  colour.transfer = known(told.transfer, AVCOL_TRC_UNSPECIFIED, high ? AVCOL_TRC_BT709 : AVCOL_TRC_SMPTE170M);
-  colour.matrix = known(told.matrix, AVCOL_SPC_UNSPECIFIED, high ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M);
-  // That of wide primaries goes with no other: BT.2020, 10-bit and up.
-  if (told.matrix == AVCOL_SPC_UNSPECIFIED && colour.primaries == AVCOL_PRI_BT2020) colour.matrix = AVCOL_SPC_BT2020_NCL;
-  if (colour.matrix == AVCOL_SPC_RGB) colour.matrix = AVCOL_SPC_BT709;
-  return colour;
-}
-
-void completeTags(AVCodecParameters& parameters) {
-  const Colour colour = completeColour(parameters);
-  if (parameters.color_primaries == AVCOL_PRI_UNSPECIFIED)
-    parameters.color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
-  if (parameters.color_trc == AVCOL_TRC_UNSPECIFIED)
-    parameters.color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
-  if (parameters.color_space == AVCOL_SPC_UNSPECIFIED)
-    parameters.color_space = static_cast<AVColorSpace>(colour.matrix);
-  if (parameters.color_range == AVCOL_RANGE_UNSPECIFIED)
-    parameters.color_range = colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
-}
-
-void tag(AVFrame& frame, const Colour& colour) {
-  frame.color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
-  frame.color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);
-  frame.colorspace = static_cast<AVColorSpace>(colour.matrix);
-  frame.color_range = colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
-}
 
 Fraction nominalRate(double picturesPerSecond) {
   const double rate = std::clamp(picturesPerSecond, 1.0, 1000.0);
@@ -192,10 +153,10 @@ Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& asked) {
   context->height = settings.height;
   context->pix_fmt = pixelFormatFor(settings);
   context->time_base = AVRational{1, settings.timescale};
-  context->framerate = AVRational{static_cast<int>(settings.frameRate.numerator),
-                                  static_cast<int>(settings.frameRate.denominator)};
-  context->sample_aspect_ratio = AVRational{static_cast<int>(settings.pixelAspect.numerator),
-                                            static_cast<int>(settings.pixelAspect.denominator)};
+  context->framerate =
+      AVRational{static_cast<int>(settings.frameRate.numerator), static_cast<int>(settings.frameRate.denominator)};
+  context->sample_aspect_ratio =
+      AVRational{static_cast<int>(settings.pixelAspect.numerator), static_cast<int>(settings.pixelAspect.denominator)};
   context->color_primaries = static_cast<AVColorPrimaries>(settings.colour.primaries);
   context->color_trc = static_cast<AVColorTransferCharacteristic>(settings.colour.transfer);
   context->colorspace = static_cast<AVColorSpace>(settings.colour.matrix);

@@ -5,55 +5,39 @@
 #include <string>
 
 #include <clipworks/engine/Error.h>
+#include <clipworks/engine/Fraction.h>
+#include <clipworks/engine/HDRMetadata.h>
 #include <clipworks/engine/Handles.h>
-#include <clipworks/engine/LightFacts.h>
-#include <clipworks/engine/input/MediaFile.h>
 #include <clipworks/engine/output/RateTrim.h>
 #include <clipworks/engine/output/StillBudget.h>
+#include <clipworks/engine/pictures/Colour.h>
 
 namespace clipworks::engine {
 
 enum class VideoCodec { h264, hevc };
 
-/// Code points of ITU-T H.273: how the numbers of a picture are meant. Always complete: see `completeColour`.
-struct Colour {
-  int primaries = 1;
-  int transfer = 1;
-  int matrix = 1;
-  bool fullRange = false;
-};
-
-/// The colour of `parameters`, what it does not say filled in as players do: BT.709 for high definition, BT.601 below.
-[[nodiscard]] Colour completeColour(const AVCodecParameters& parameters);
-/// The same for pictures of a size, of which `told` is known; the code point 2 stands for what is not.
-[[nodiscard]] Colour completeColour(int width, int height, const Colour& told);
-/// Writes it on `parameters` where they tell nothing.
-void completeTags(AVCodecParameters& parameters);
-/// Writes `colour` on a frame.
-void tag(AVFrame& frame, const Colour& colour);
-
-/// A rate that was measured, 1 to 1000 pictures a second, as encoders are told it: the broadcast rate of 1000/1001 where it
-/// is one, else to a thousandth.
+/// A rate that was measured, 1 to 1000 pictures a second, as encoders are told it: the broadcast rate of 1000/1001
+/// where it is one, else to a thousandth.
 [[nodiscard]] Fraction nominalRate(double picturesPerSecond);
 
 struct VideoEncoderSettings {
   VideoCodec codec = VideoCodec::h264;
-  int width = 0;                  ///< even
-  int height = 0;                 ///< even
-  int bitDepth = 8;               ///< 8, or 10 for HEVC
-  std::int32_t timescale = 0;     ///< ticks a second of the pictures' times
-  Fraction frameRate{30, 1};      ///< nominal, for the rate control and for what the stream says of its own timing
+  int width = 0;               ///< even
+  int height = 0;              ///< even
+  int bitDepth = 8;            ///< 8, or 10 for HEVC
+  std::int32_t timescale = 0;  ///< ticks a second of the pictures' times
+  Fraction frameRate{30, 1};   ///< nominal, for the rate control and for what the stream says of its own timing
   Fraction pixelAspect{1, 1};
   Colour colour;
-  std::string speed = "medium";   ///< the encoder library's preset
-  double quality = 20;            ///< constant rate factor, when `averageBitRate` is 0
+  std::string speed = "medium";     ///< the encoder library's preset
+  double quality = 20;              ///< constant rate factor, when `averageBitRate` is 0
   std::int64_t averageBitRate = 0;  ///< bits a second, brought between `leastBitRate` and `mostBitRate`
   double length = 0;                ///< seconds of all that will be encoded, for the rate control; 0 when unknown
-  LightFacts lightFacts;            ///< of mastering and light level, written into the stream; HEVC only
+  HDRMetadata hdrMetadata;          ///< of mastering and light level, written into the stream; HEVC only
 };
 
-/// What the encoders here take of average bit rates, in bits a second: they count in thousands, a rate is trimmed to less
-/// than what was asked for on the way, and the buffer's size is a number of 32 bits.
+/// What the encoders here take of average bit rates, in bits a second: they count in thousands, a rate is trimmed to
+/// less than what was asked for on the way, and the buffer's size is a number of 32 bits.
 inline constexpr std::int64_t leastBitRate = 2'000;
 inline constexpr std::int64_t mostBitRate = 1'000'000'000;
 
@@ -84,7 +68,8 @@ class VideoEncoder {
   [[nodiscard]] Expected<std::optional<Packet>> pull();
 
  private:
-  VideoEncoder(CodecContext context, CodecParameters format) : context_(std::move(context)), format_(std::move(format)) {}
+  VideoEncoder(CodecContext context, CodecParameters format)
+      : context_(std::move(context)), format_(std::move(format)) {}
   void adjustRate();
   CodecContext context_;
   CodecParameters format_;

@@ -21,8 +21,8 @@ AffineMap inverseOf(const AffineMap& m) {
           (m.b * m.tx - m.a * m.ty) / determinant};
 }
 
-/// The same map between planes whose samples are `acrossStep` pixels wide and `downStep` high, those of shared columns at
-/// the left of their pixels.
+/// The same map between planes whose samples are `acrossStep` pixels wide and `downStep` high, those of shared columns
+/// at the left of their pixels.
 AffineMap betweenPlanes(const AffineMap& m, double acrossStep, double downStep) {
   const double left = (1 - acrossStep) / 2;  // from the middle
   const double tx = m.tx + (m.a - 1) * left;
@@ -55,7 +55,8 @@ double sampleAt(const Plane& plane, double x, double y) {
         reinterpret_cast<const Sample*>(plane.data + static_cast<std::ptrdiff_t>(lineNumber) * plane.stride);
     double inLine = 0;
     for (int i = 0; i < 4; ++i) {
-      inLine += across[static_cast<std::size_t>(i)] * line[std::clamp(static_cast<int>(column) - 1 + i, 0, plane.width - 1)];
+      inLine +=
+          across[static_cast<std::size_t>(i)] * line[std::clamp(static_cast<int>(column) - 1 + i, 0, plane.width - 1)];
     }
     sum += down[static_cast<std::size_t>(j)] * inLine;
   }
@@ -63,7 +64,8 @@ double sampleAt(const Plane& plane, double x, double y) {
 }
 
 template <class Sample>
-void samplePlane(const Plane& source, const AffineMap& toSource, int width, int height, double greatest, AVFrame& to, int plane) {
+void samplePlane(const Plane& source, const AffineMap& toSource, int width, int height, double greatest, AVFrame& to,
+                 int plane) {
   for (int y = 0; y < height; ++y) {
     auto* line = reinterpret_cast<Sample*>(to.data[plane] + static_cast<std::ptrdiff_t>(y) * to.linesize[plane]);
     for (int x = 0; x < width; ++x) {

@@ -11,8 +11,8 @@
 namespace clipworks::engine {
 namespace {
 
-// All arithmetic is in 16 bits, 5 of them behind the point: compilers turn the loops into vector code for every processor
-// of the family, and the sum of the largest luma and the largest difference still fits.
+// All arithmetic is in 16 bits, 5 of them behind the point: compilers turn the loops into vector code for every
+// processor of the family, and the sum of the largest luma and the largest difference still fits.
 constexpr int fractionBits = 5;
 constexpr std::int16_t half = 1 << (fractionBits - 1);
 
@@ -76,8 +76,8 @@ void repeated(const std::int16_t* __restrict from, std::int16_t* __restrict to, 
   }
 }
 
-void addLuma(const std::uint8_t* __restrict luma, const std::int16_t* __restrict difference, std::uint8_t* __restrict level,
-             int width, const Factors& f) {
+void addLuma(const std::uint8_t* __restrict luma, const std::int16_t* __restrict difference,
+             std::uint8_t* __restrict level, int width, const Factors& f) {
   for (int x = 0; x < width; ++x) {
     const auto y = static_cast<std::int16_t>((luma[x] - f.black) * (1 << lumaShift));
     const auto sum = static_cast<std::int16_t>(product(y, f.luma) + difference[x] + half);
@@ -110,8 +110,8 @@ void fillBGRA(const AVFrame& picture, int matrix, bool fullRange, std::uint8_t* 
     const int chromaRow = y >> pixels->log2_chroma_h;
     if (y == chromaRow << pixels->log2_chroma_h) {
       differencesOf(picture.data[1] + static_cast<std::ptrdiff_t>(chromaRow) * picture.linesize[1],
-                    picture.data[2] + static_cast<std::ptrdiff_t>(chromaRow) * picture.linesize[2], chromaWidth, factors,
-                    coarse.red.data(), coarse.green.data(), coarse.blue.data());
+                    picture.data[2] + static_cast<std::ptrdiff_t>(chromaRow) * picture.linesize[2], chromaWidth,
+                    factors, coarse.red.data(), coarse.green.data(), coarse.blue.data());
       if (&used == &fine) {
         repeated(coarse.red.data(), fine.red.data(), chromaWidth);
         repeated(coarse.green.data(), fine.green.data(), chromaWidth);

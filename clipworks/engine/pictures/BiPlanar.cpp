@@ -76,8 +76,9 @@ Expected<Frame> planarFromBiPlanar(const std::uint8_t* luma, std::ptrdiff_t luma
   auto frame = allocateFrame(width, height, AV_PIX_FMT_YUV420P);
   if (!frame) return frame;
   AVFrame& to = **frame;
-  if (libyuv::NV12ToI420(luma, static_cast<int>(lumaBytesPerRow), chroma, static_cast<int>(chromaBytesPerRow), to.data[0],
-                         to.linesize[0], to.data[1], to.linesize[1], to.data[2], to.linesize[2], width, height) != 0) {
+  if (libyuv::NV12ToI420(luma, static_cast<int>(lumaBytesPerRow), chroma, static_cast<int>(chromaBytesPerRow),
+                         to.data[0], to.linesize[0], to.data[1], to.linesize[1], to.data[2], to.linesize[2], width,
+                         height) != 0) {
     return failed(ErrorKind::internal, "a picture cannot be converted");
   }
   to.color_range = range == PictureRange::full ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;

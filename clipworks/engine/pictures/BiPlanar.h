@@ -28,7 +28,7 @@ class BiPlanarConverter {
 
 /// Bi-planar rows as a planar frame, `width` × `height`, tagged as of full or video range.
 [[nodiscard]] Expected<Frame> planarFromBiPlanar(const std::uint8_t* luma, std::ptrdiff_t lumaBytesPerRow,
-                                                 const std::uint8_t* chroma, std::ptrdiff_t chromaBytesPerRow, int width,
-                                                 int height, PictureRange range);
+                                                 const std::uint8_t* chroma, std::ptrdiff_t chromaBytesPerRow,
+                                                 int width, int height, PictureRange range);
 
 }  // namespace clipworks::engine

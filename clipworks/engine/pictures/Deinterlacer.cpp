@@ -29,7 +29,8 @@ Expected<Deinterlacer> Deinterlacer::open(const AVFrame& first) {
                                         "mode=send_frame:parity=auto:deint=interlaced", nullptr, graph);
   }
   if (code >= 0) {
-    code = avfilter_graph_create_filter(&opened.sink_, avfilter_get_by_name("buffersink"), "out", nullptr, nullptr, graph);
+    code =
+        avfilter_graph_create_filter(&opened.sink_, avfilter_get_by_name("buffersink"), "out", nullptr, nullptr, graph);
   }
   if (code >= 0) code = avfilter_link(opened.source_, 0, deinterlace, 0);
   if (code >= 0) code = avfilter_link(deinterlace, 0, opened.sink_, 0);
@@ -51,7 +52,8 @@ Expected<void> Deinterlacer::push(const Frame& picture) {
 
 Expected<void> Deinterlacer::finish() {
   if (const int code = av_buffersrc_add_frame(source_, nullptr); code < 0) {
-    return tl::make_unexpected(libraryError(code, "the last interlaced pictures cannot be made whole", ErrorKind::internal));
+    return tl::make_unexpected(
+        libraryError(code, "the last interlaced pictures cannot be made whole", ErrorKind::internal));
   }
   return {};
 }

@@ -27,8 +27,8 @@ void padPlane(const std::uint8_t* from, int fromStride, PlaneShape fromShape, st
     std::uint8_t* out = to + static_cast<std::ptrdiff_t>(y) * toStride;
     std::memcpy(out, row, static_cast<std::size_t>(fromShape.width) * sample);
     for (int x = fromShape.width; x < toShape.width; ++x) {
-      std::memcpy(out + static_cast<std::size_t>(x) * sample, row + static_cast<std::size_t>(fromShape.width - 1) * sample,
-                  sample);
+      std::memcpy(out + static_cast<std::size_t>(x) * sample,
+                  row + static_cast<std::size_t>(fromShape.width - 1) * sample, sample);
     }
   }
 }

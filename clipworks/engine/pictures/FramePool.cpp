@@ -46,7 +46,8 @@ class ThreadPools {
   }
 
   AVBufferRef* take(std::size_t bytes) {
-    const auto known = std::find_if(pools_.begin(), pools_.end(), [bytes](const Pool& pool) { return pool.bytes == bytes; });
+    const auto known =
+        std::find_if(pools_.begin(), pools_.end(), [bytes](const Pool& pool) { return pool.bytes == bytes; });
     if (known != pools_.end()) {
       std::rotate(pools_.begin(), known, known + 1);
     } else {
@@ -74,7 +75,8 @@ class ThreadPools {
 Expected<Frame> allocateFrame(int width, int height, AVPixelFormat format) {
   thread_local ThreadPools pools;
   Layout layout;
-  if (av_image_check_size2(static_cast<unsigned>(width), static_cast<unsigned>(height), INT64_MAX, format, 0, nullptr) < 0 ||
+  if (av_image_check_size2(static_cast<unsigned>(width), static_cast<unsigned>(height), INT64_MAX, format, 0, nullptr) <
+          0 ||
       !layOut(width, height, format, layout)) {
     return failed(ErrorKind::unsupported, "there are no pictures of this size and kind");
   }

@@ -10,8 +10,10 @@ Expected<Frame> PictureConverter::convert(const Frame& picture) {
   Frame source = withPlainKind(picture);
   const auto format = static_cast<AVPixelFormat>(source->format);
   const bool smaller = source->width < width_ || source->height < height_;
-  const int roomWidth = fit_ == Fit::pad && smaller ? std::max(width_, source->width) : source->width + source->width % 2;
-  const int roomHeight = fit_ == Fit::pad && smaller ? std::max(height_, source->height) : source->height + source->height % 2;
+  const int roomWidth =
+      fit_ == Fit::pad && smaller ? std::max(width_, source->width) : source->width + source->width % 2;
+  const int roomHeight =
+      fit_ == Fit::pad && smaller ? std::max(height_, source->height) : source->height + source->height % 2;
   if (roomWidth != source->width || roomHeight != source->height) {
     auto padded = padFrame(source, roomWidth, roomHeight);
     if (!padded) return padded;

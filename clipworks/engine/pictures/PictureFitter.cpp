@@ -18,7 +18,8 @@ bool swapsAxes(const AffineMap& map) { return std::abs(map.a) + std::abs(map.d) 
 bool isAlongAxes(const AffineMap& map) {
   constexpr double residue = 1e-9;  // what is left of the cosine of a right angle, against the scale
   const double along = std::max({std::abs(map.a), std::abs(map.b), std::abs(map.c), std::abs(map.d)});
-  const double other = swapsAxes(map) ? std::max(std::abs(map.a), std::abs(map.d)) : std::max(std::abs(map.b), std::abs(map.c));
+  const double other =
+      swapsAxes(map) ? std::max(std::abs(map.a), std::abs(map.d)) : std::max(std::abs(map.b), std::abs(map.c));
   return std::isfinite(along) && along > 0 && other <= residue * along;
 }
 
@@ -29,8 +30,10 @@ PictureWindow windowOf(const AffineMap& map, int width, int height) {
   const double downFactor = swaps ? map.c : map.d;    // from its y
   const double acrossShift = swaps ? map.ty : map.tx;
   const double downShift = swaps ? map.tx : map.ty;
-  const auto [left, right] = std::minmax({-acrossShift / acrossFactor, ((swaps ? height : width) - acrossShift) / acrossFactor});
-  const auto [top, bottom] = std::minmax({-downShift / downFactor, ((swaps ? width : height) - downShift) / downFactor});
+  const auto [left, right] =
+      std::minmax({-acrossShift / acrossFactor, ((swaps ? height : width) - acrossShift) / acrossFactor});
+  const auto [top, bottom] =
+      std::minmax({-downShift / downFactor, ((swaps ? width : height) - downShift) / downFactor});
   return {left, top, right - left, bottom - top};
 }
 
@@ -46,7 +49,8 @@ void clip(double& start, double& part, int length) {
 bool PictureFitter::covers(const AVFrame& picture, const AffineMap& map) const {
   if (!isAlongAxes(map)) return false;
   const PictureWindow window = windowOf(map, width_, height_);
-  return window.left >= -tolerance && window.top >= -tolerance && window.left + window.width <= picture.width + tolerance &&
+  return window.left >= -tolerance && window.top >= -tolerance &&
+         window.left + window.width <= picture.width + tolerance &&
          window.top + window.height <= picture.height + tolerance;
 }
 

@@ -7,9 +7,9 @@
 
 namespace clipworks::engine {
 
-/// Scales single pictures so that they cover a canvas, quarter turns and mirrors included. What is not shown is cropped,
-/// the rest resampled in one step, and only the result is turned, so that a large picture is read just once. One thread
-/// at a time.
+/// Scales single pictures so that they cover a canvas, quarter turns and mirrors included. What is not shown is
+/// cropped, the rest resampled in one step, and only the result is turned, so that a large picture is read just once.
+/// One thread at a time.
 class PictureFitter {
  public:
   /// A canvas of `width` × `height` pixels, whole chroma steps of what `fit` makes.

@@ -86,7 +86,8 @@ Expected<Frame> withMargin(const Frame& picture, int margin) {
 }
 
 template <class Sample>
-void blendRow(const Sample* from, const std::uint8_t* coverage, int coverageStep, int count, double opacity, Sample* to) {
+void blendRow(const Sample* from, const std::uint8_t* coverage, int coverageStep, int count, double opacity,
+              Sample* to) {
   for (int x = 0; x < count; ++x) {
     if (coverage != nullptr && coverage[static_cast<std::ptrdiff_t>(x) * coverageStep] == 0) continue;
     to[x] = static_cast<Sample>(std::lround(to[x] + opacity * (from[x] - to[x])));
@@ -130,7 +131,8 @@ Expected<std::optional<PictureRenderer::Patch>> PictureRenderer::place(const Fra
   return alongAxes ? placeAlongAxes(picture, clean) : placeAnywhere(picture, clean);
 }
 
-Expected<std::optional<PictureRenderer::Patch>> PictureRenderer::placeAlongAxes(const Frame& picture, const AffineMap& map) {
+Expected<std::optional<PictureRenderer::Patch>> PictureRenderer::placeAlongAxes(const Frame& picture,
+                                                                                const AffineMap& map) {
   const bool swaps = map.a == 0;
   Side across = sideOf(swaps ? map.c : map.a, map.tx, swaps ? picture->height : picture->width);
   Side down = sideOf(swaps ? map.b : map.d, map.ty, swaps ? picture->width : picture->height);
@@ -159,15 +161,17 @@ Expected<std::optional<PictureRenderer::Patch>> PictureRenderer::placeAlongAxes(
   const int margin = chromaStep * static_cast<int>(std::ceil(1 + 1 / std::min(across.scale, down.scale)));
   auto wide = withMargin(*upright, margin);
   if (!wide) return tl::make_unexpected(wide.error());
-  const PictureWindow window{(patch.x - across.start) / across.scale + margin, (patch.y - down.start) / down.scale + margin,
-                             patchWidth / across.scale, patchHeight / down.scale};
+  const PictureWindow window{(patch.x - across.start) / across.scale + margin,
+                             (patch.y - down.start) / down.scale + margin, patchWidth / across.scale,
+                             patchHeight / down.scale};
   auto resampled = resampler_.resample(*wide, window, patchWidth, patchHeight, format_);
   if (!resampled) return tl::make_unexpected(resampled.error());
   patch.picture = std::move(*resampled);
   return std::optional<Patch>(std::move(patch));
 }
 
-Expected<std::optional<PictureRenderer::Patch>> PictureRenderer::placeAnywhere(const Frame& picture, const AffineMap& map) {
+Expected<std::optional<PictureRenderer::Patch>> PictureRenderer::placeAnywhere(const Frame& picture,
+                                                                               const AffineMap& map) {
   auto placed = turned(picture, {}, TurnedChroma::movedToLeft);
   if (!placed) return tl::make_unexpected(placed.error());
   Frame source = std::move(*placed);
@@ -179,8 +183,10 @@ Expected<std::optional<PictureRenderer::Patch>> PictureRenderer::placeAnywhere(c
     const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(format_);
     auto even = withMargin(source, 0);
     if (!even) return tl::make_unexpected(even.error());
-    const int width = roundedUp(std::max(2, static_cast<int>(std::ceil(across * (*even)->width))), pixels.log2_chroma_w);
-    const int height = roundedUp(std::max(2, static_cast<int>(std::ceil(down * (*even)->height))), pixels.log2_chroma_h);
+    const int width =
+        roundedUp(std::max(2, static_cast<int>(std::ceil(across * (*even)->width))), pixels.log2_chroma_w);
+    const int height =
+        roundedUp(std::max(2, static_cast<int>(std::ceil(down * (*even)->height))), pixels.log2_chroma_h);
     const PictureWindow whole{0, 0, static_cast<double>((*even)->width), static_cast<double>((*even)->height)};
     auto smaller = resampler_.resample(*even, whole, width, height, format_);
     if (!smaller) return tl::make_unexpected(smaller.error());

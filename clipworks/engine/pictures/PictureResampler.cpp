@@ -16,7 +16,8 @@ constexpr std::uintptr_t vectorAlignment = 64;
 bool isAligned(const AVFrame& frame) {
   for (int plane = 0; plane < 3; ++plane) {
     if (reinterpret_cast<std::uintptr_t>(frame.data[plane]) % vectorAlignment != 0) return false;
-    if (frame.linesize[plane] <= 0 || static_cast<std::uintptr_t>(frame.linesize[plane]) % vectorAlignment != 0) return false;
+    if (frame.linesize[plane] <= 0 || static_cast<std::uintptr_t>(frame.linesize[plane]) % vectorAlignment != 0)
+      return false;
   }
   return true;
 }
@@ -65,12 +66,14 @@ struct PictureResampler::Graph {
 
 Expected<std::unique_ptr<PictureResampler::Graph>> PictureResampler::Graph::build(const Kind& kind) {
   const bool fullRange = kind.range == AVCOL_RANGE_JPEG;
-  auto source = describe(static_cast<AVPixelFormat>(kind.fromFormat), kind.fromWidth, kind.fromHeight, fullRange, kind.chroma);
+  auto source =
+      describe(static_cast<AVPixelFormat>(kind.fromFormat), kind.fromWidth, kind.fromHeight, fullRange, kind.chroma);
   source.active_region = {kind.window.left, kind.window.top, kind.window.width, kind.window.height};
   auto target = describe(kind.format, kind.width, kind.height, fullRange, kind.chroma);
   if (kind.change.from != kind.change.to) {
     for (auto* image : {&source, &target}) {
-      image->matrix_coefficients = static_cast<zimg_matrix_coefficients_e>(kind.change.matrix);  // as H.273 numbers them
+      image->matrix_coefficients =
+          static_cast<zimg_matrix_coefficients_e>(kind.change.matrix);  // as H.273 numbers them
       image->transfer_characteristics = ZIMG_TRANSFER_709;
     }
     source.color_primaries = static_cast<zimg_color_primaries_e>(kind.change.from);
@@ -130,19 +133,29 @@ PictureResampler& PictureResampler::operator=(PictureResampler&&) noexcept = def
 PictureResampler::~PictureResampler() = default;
 
 Expected<Frame> PictureResampler::resample(const Frame& picture, const PictureWindow& window, int width, int height,
-                                    AVPixelFormat format, const PrimariesChange& change) {
+                                           AVPixelFormat format, const PrimariesChange& change) {
   Frame source = shareFrame(picture);
   if (!isResampled(static_cast<AVPixelFormat>(source->format)) || !isResampled(format)) {
     const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(source->format));
-    return failed(ErrorKind::unsupported, std::string("pictures of the kind ") + (name ? name : "unknown") + " are not read");
+    return failed(ErrorKind::unsupported,
+                  std::string("pictures of the kind ") + (name ? name : "unknown") + " are not read");
   }
   if (!isAligned(*source)) {
     auto aligned = padFrame(source, source->width, source->height);
     if (!aligned) return aligned;
     source = std::move(*aligned);
   }
-  const Graph::Kind kind{source->width, source->height, source->format, source->color_range, source->chroma_location,
-                         window, width, height, format, filter_, change};
+  const Graph::Kind kind{source->width,
+                         source->height,
+                         source->format,
+                         source->color_range,
+                         source->chroma_location,
+                         window,
+                         width,
+                         height,
+                         format,
+                         filter_,
+                         change};
   if (graph_ == nullptr || graph_->kind != kind) {
     auto built = Graph::build(kind);
     if (!built) return tl::make_unexpected(built.error());

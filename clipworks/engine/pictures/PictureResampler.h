@@ -25,12 +25,12 @@ struct PictureWindow {
 /// Whether pictures of this kind can be resampled: planar YUV of 8 to 16 bits.
 [[nodiscard]] bool isResampled(AVPixelFormat format);
 
-/// By what new samples are weighted from old ones. Both leave whole shifts exact; Lanczos (three lobes) keeps more detail
-/// of what is made smaller, and costs a half more.
+/// By what new samples are weighted from old ones. Both leave whole shifts exact; Lanczos (three lobes) keeps more
+/// detail of what is made smaller, and costs a half more.
 enum class ResamplingFilter { bicubic, lanczos };
 
-/// Colours that mean the same by other primaries; nothing is changed where both are the same. Light is mixed by the curve
-/// of a display of BT.1886, and the matrix, as numbered by H.273, stays.
+/// Colours that mean the same by other primaries; nothing is changed where both are the same. Light is mixed by the
+/// curve of a display of BT.1886, and the matrix, as numbered by H.273, stays.
 struct PrimariesChange {
   AVColorPrimaries from = AVCOL_PRI_BT709;
   AVColorPrimaries to = AVCOL_PRI_BT709;
@@ -38,9 +38,9 @@ struct PrimariesChange {
   friend bool operator==(const PrimariesChange&, const PrimariesChange&) = default;
 };
 
-/// One precise step of zimg: a window of a picture becomes a whole picture of another size, chroma layout or depth, with
-/// error-diffused rounding. Range and colours stay, unless other primaries are asked for. One thread at a time; what it prepares serves the pictures that
-/// follow while they are of one kind.
+/// One precise step of zimg: a window of a picture becomes a whole picture of another size, chroma layout or depth,
+/// with error-diffused rounding. Range and colours stay, unless other primaries are asked for. One thread at a time;
+/// what it prepares serves the pictures that follow while they are of one kind.
 class PictureResampler {
  public:
   explicit PictureResampler(ResamplingFilter filter = ResamplingFilter::bicubic);

@@ -26,10 +26,10 @@ inline std::uint16_t part(std::uint16_t value, std::uint16_t share) {
 /// Shares of red, green and blue in luma, and in the two differences: ITU-T H.273, 8.3, equations 38 to 43.
 struct Shares {
   std::uint16_t redY, greenY, blueY;
-  std::uint16_t redU, greenU;  // taken off
+  std::uint16_t redU, greenU;   // taken off
   std::uint16_t greenV, blueV;  // taken off
-  std::uint16_t own;           // of blue in U, of red in V
-  std::uint16_t black;         // of luma, with the half level that rounds
+  std::uint16_t own;            // of blue in U, of red in V
+  std::uint16_t black;          // of luma, with the half level that rounds
 };
 
 Shares sharesOf(const Colour& colour) {
@@ -76,7 +76,8 @@ inline std::uint16_t mean(const std::uint8_t* upper, const std::uint8_t* lower, 
   return static_cast<std::uint16_t>(sum << (fractionBits - 2));
 }
 
-void chromaRow(const RowPair& rows, std::uint8_t* __restrict u, std::uint8_t* __restrict v, int width, const Shares& s) {
+void chromaRow(const RowPair& rows, std::uint8_t* __restrict u, std::uint8_t* __restrict v, int width,
+               const Shares& s) {
   // One 256th less than half a level: the largest difference must not run over.
   constexpr std::uint16_t middle = (128 << fractionBits) + (1 << (fractionBits - 1)) - 1;
   const std::uint8_t* red = rows.red.data();

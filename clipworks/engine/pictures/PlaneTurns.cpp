@@ -125,8 +125,8 @@ void shiftChroma(AVFrame& frame, const AVPixFmtDescriptor& pixels, bool alongX, 
   }
 }
 
-// Between samples: the spline of Catmull and Rom, in 1/128, for a quarter of a sample before one or after it, and for half
-// of one before. The first of the four lies two samples before, or one.
+// Between samples: the spline of Catmull and Rom, in 1/128, for a quarter of a sample before one or after it, and for
+// half of one before. The first of the four lies two samples before, or one.
 struct Between {
   std::array<int, 4> weights;
   int first;
@@ -139,9 +139,11 @@ Between betweenSamples(int quarters) {
 }
 
 template <class Sample>
-void mix(const std::array<const Sample*, 4>& from, const std::array<int, 4>& weights, int count, int largest, Sample* to) {
+void mix(const std::array<const Sample*, 4>& from, const std::array<int, 4>& weights, int count, int largest,
+         Sample* to) {
   for (int x = 0; x < count; ++x) {
-    const int sum = weights[0] * from[0][x] + weights[1] * from[1][x] + weights[2] * from[2][x] + weights[3] * from[3][x];
+    const int sum =
+        weights[0] * from[0][x] + weights[1] * from[1][x] + weights[2] * from[2][x] + weights[3] * from[3][x];
     to[x] = static_cast<Sample>(std::clamp((sum + 64) >> 7, 0, largest));
   }
 }
@@ -155,7 +157,8 @@ void resamplePlane(const Plane& plane, bool alongX, int quarters, int largest) {
   const auto width = static_cast<std::size_t>(plane.width);
   std::vector<Sample> copy(alongX ? width + 2 * margin : width * static_cast<std::size_t>(plane.height));
   if (!alongX) {
-    for (int y = 0; y < plane.height; ++y) std::copy_n(samples + y * plane.stride, width, copy.data() + y * plane.width);
+    for (int y = 0; y < plane.height; ++y)
+      std::copy_n(samples + y * plane.stride, width, copy.data() + y * plane.width);
   }
   for (int y = 0; y < plane.height; ++y) {
     Sample* row = samples + y * plane.stride;
@@ -168,7 +171,8 @@ void resamplePlane(const Plane& plane, bool alongX, int quarters, int largest) {
     for (int i = 0; i < 4; ++i) {
       from[static_cast<std::size_t>(i)] =
           alongX ? copy.data() + margin + between.first + i
-                 : copy.data() + static_cast<std::ptrdiff_t>(std::clamp(y + between.first + i, 0, plane.height - 1)) * plane.width;
+                 : copy.data() + static_cast<std::ptrdiff_t>(std::clamp(y + between.first + i, 0, plane.height - 1)) *
+                                     plane.width;
     }
     mix(from, between.weights, plane.width, largest, row);
   }
@@ -189,7 +193,8 @@ void moveChromaToLeft(AVFrame& frame, const AVPixFmtDescriptor& pixels, ChromaPl
   if (pixels.log2_chroma_h == 1) move(false, place.y - 1);
 }
 
-// Keeps chroma on its pixels, or says where it went, or moves it. `frame` is turned already; its location is the old one.
+// Keeps chroma on its pixels, or says where it went, or moves it. `frame` is turned already; its location is the old
+// one.
 void settleChroma(AVFrame& frame, PlaneTurn turn, TurnedChroma wanted) {
   const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(frame.format));
   if (pixels.nb_components < 3 || (pixels.log2_chroma_w == 0 && pixels.log2_chroma_h == 0)) return;
@@ -230,14 +235,15 @@ Expected<Frame> turned(const Frame& frame, PlaneTurn turn, TurnedChroma chroma) 
   if (turn.isIdentity() && isInPlace) return shareFrame(frame);
   const auto format = static_cast<AVPixelFormat>(frame->format);
   const AVPixFmtDescriptor* pixels = av_pix_fmt_desc_get(format);
-  constexpr std::uint64_t unfit =
-      AV_PIX_FMT_FLAG_BE | AV_PIX_FMT_FLAG_FLOAT | AV_PIX_FMT_FLAG_HWACCEL | AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_BITSTREAM;
+  constexpr std::uint64_t unfit = AV_PIX_FMT_FLAG_BE | AV_PIX_FMT_FLAG_FLOAT | AV_PIX_FMT_FLAG_HWACCEL |
+                                  AV_PIX_FMT_FLAG_PAL | AV_PIX_FMT_FLAG_BITSTREAM;
   const bool fit = pixels != nullptr && (pixels->flags & unfit) == 0 && pixels->log2_chroma_w <= 1 &&
                    pixels->log2_chroma_h <= 1 && av_pix_fmt_count_planes(format) == pixels->nb_components;
   const AVPixelFormat turnedFormat = !fit ? AV_PIX_FMT_NONE : turn.swapsAxes ? onItsSide(format, *pixels) : format;
   if (turnedFormat == AV_PIX_FMT_NONE) {
     const char* name = av_get_pix_fmt_name(format);
-    return failed(ErrorKind::unsupported, std::string("pictures of the kind ") + (name ? name : "unknown") + " are not turned");
+    return failed(ErrorKind::unsupported,
+                  std::string("pictures of the kind ") + (name ? name : "unknown") + " are not turned");
   }
   auto result = allocateFrame(turn.swapsAxes ? frame->height : frame->width,
                               turn.swapsAxes ? frame->width : frame->height, turnedFormat);
@@ -246,8 +252,8 @@ Expected<Frame> turned(const Frame& frame, PlaneTurn turn, TurnedChroma chroma) 
   av_frame_remove_side_data(result->get(), AV_FRAME_DATA_DISPLAYMATRIX);
   if (turn.swapsAxes) std::swap((*result)->sample_aspect_ratio.num, (*result)->sample_aspect_ratio.den);
   for (int plane = 0; plane < av_pix_fmt_count_planes(format); ++plane) {
-    turnPlane(planeOf(*frame, *pixels, plane),
-              planeOf(**result, *av_pix_fmt_desc_get(turnedFormat), plane), turn, pixels->comp[0].depth > 8);
+    turnPlane(planeOf(*frame, *pixels, plane), planeOf(**result, *av_pix_fmt_desc_get(turnedFormat), plane), turn,
+              pixels->comp[0].depth > 8);
   }
   settleChroma(**result, turn, chroma);
   return result;

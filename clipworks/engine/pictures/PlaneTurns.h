@@ -40,8 +40,8 @@ enum class TurnedChroma {
 /// turn; a place that has no name becomes the centre, half a pixel off. Only where a side of odd length is reversed and
 /// chroma samples lie between two pixels of it, they are moved by half a sample, between their neighbours, to stay on
 /// their pixels. With `movedToLeft`, chroma of any picture (turned or not) is moved between its neighbours to the left
-/// place, by a quarter or a half of its samples' distance. Fails with `unsupported` for pixels that are not planar, of 8 to 16 bits, and for layouts that have no
-/// counterpart on their side.
+/// place, by a quarter or a half of its samples' distance. Fails with `unsupported` for pixels that are not planar, of
+/// 8 to 16 bits, and for layouts that have no counterpart on their side.
 [[nodiscard]] Expected<Frame> turned(const Frame& frame, PlaneTurn turn, TurnedChroma chroma = TurnedChroma::named);
 
 }  // namespace clipworks::engine

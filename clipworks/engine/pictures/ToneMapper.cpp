@@ -174,8 +174,8 @@ Expected<const AVPixFmtDescriptor*> describe(const AVFrame& picture) {
   return pixels;
 }
 
-// What the programme's brightest part is said to be, by its pixels rather than by its maker's display; 0 where nothing is
-// said.
+// What the programme's brightest part is said to be, by its pixels rather than by its maker's display; 0 where nothing
+// is said.
 double peakLight(const AVFrame& picture) {
   const AVFrameSideData* side = av_frame_get_side_data(&picture, AV_FRAME_DATA_CONTENT_LIGHT_LEVEL);
   const double brightest = side == nullptr ? 0 : reinterpret_cast<const AVContentLightMetadata*>(side->data)->MaxCLL;

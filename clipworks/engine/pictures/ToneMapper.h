@@ -12,8 +12,8 @@ namespace clipworks::engine {
 
 /// Turns pictures of high dynamic range into 8-bit 4:2:0 ones of BT.709, video range, by the curve of BT.2390: a white
 /// sheet of paper (203 cd/m², BT.2408) becomes nearly white, greys keep their order, hues stay (as Oklab has them): a
-/// colour that BT.709 does not have becomes the one of its hue that is nearest on the way to a grey about as bright. The
-/// brightness of a PQ programme is taken from its metadata, 1000 cd/m² where there is none. The table behind it is
+/// colour that BT.709 does not have becomes the one of its hue that is nearest on the way to a grey about as bright.
+/// The brightness of a PQ programme is taken from its metadata, 1000 cd/m² where there is none. The table behind it is
 /// made with the first picture and made again when what pictures say of their colours changes. One thread at a time.
 class ToneMapper {
  public:

@@ -7,7 +7,6 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
-#include <clipworks/engine/input/MediaFile.h>
 #include <clipworks/engine/pictures/Deinterlacer.h>
 
 namespace clipworks::engine {
@@ -20,8 +19,8 @@ class WholePictures {
   /// Gives picture number `picture`, in the order of presentation, as it is coded.
   using Decode = std::function<Expected<Frame>(std::size_t picture)>;
 
-  WholePictures(const MediaFile& file, int stream, std::size_t pictureCount)
-      : isInterlaced_(!file.stream(stream).progressive), count_(pictureCount) {}
+  /// Of a track of `pictureCount` pictures.
+  WholePictures(bool isInterlaced, std::size_t pictureCount) : isInterlaced_(isInterlaced), count_(pictureCount) {}
 
   /// Picture number `picture`, of what `decode` gives. Fails as that does.
   [[nodiscard]] Expected<Frame> picture(std::size_t picture, const Decode& decode);

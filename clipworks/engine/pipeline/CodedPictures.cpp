@@ -4,8 +4,8 @@
 #include <cmath>
 #include <exception>
 
+#include <clipworks/engine/input/CodedPictureReader.h>
 #include <clipworks/engine/input/PictureReader.h>
-#include <clipworks/engine/input/SampleReader.h>
 #include <clipworks/engine/pictures/ToneMapper.h>
 #include <clipworks/engine/pictures/WholePictures.h>
 #include <clipworks/engine/pipeline/DecodeTimes.h>
@@ -38,8 +38,8 @@ std::vector<RunLayer> layersOf(const PictureRun& run) {
 
 /// What the first pictures say of mastering and light level where they stay of high dynamic range, by their track's
 /// description or by themselves. What is said of dynamic metadata does not hold for pictures that are encoded anew.
-Expected<LightFacts> lightFactsOf(const PictureJob& job) {
-  LightFacts facts;
+Expected<HDRMetadata> lightFactsOf(const PictureJob& job) {
+  HDRMetadata facts;
   const auto transfer = static_cast<AVColorTransferCharacteristic>(job.encoder.colour.transfer);
   if (job.encoder.codec != VideoCodec::hevc || !isHighDynamicRange(transfer)) return facts;
   for (const PictureRun& run : job.runs) {
@@ -61,7 +61,7 @@ Expected<LightFacts> lightFactsOf(const PictureJob& job) {
 
 }  // namespace
 
-std::vector<RunSample> samplesInDecodingOrder(const PictureRun& run, const SampleTable& table) {
+std::vector<RunSample> samplesInDecodingOrder(const PictureRun& run, const PictureTable& table) {
   std::vector<RunSample> samples;
   std::uint32_t shown = 0;
   for (const auto& picture : run.written()) samples.push_back({table.sampleOfPicture(picture.picture), shown++});
@@ -92,7 +92,7 @@ Expected<void> CodedPictures::open() { return job_.copy ? openCopy() : openEncod
 
 Expected<void> CodedPictures::openCopy() {
   for (const auto& run : job_.runs) {
-    auto table = run.file->sampleTable(run.stream);
+    auto table = run.file->pictureTable(run.stream);
     if (!table) return tl::make_unexpected(table.error());
     std::vector<std::uint32_t> ranks;
     for (const auto& sample : samplesInDecodingOrder(run, **table)) ranks.push_back(sample.shown);
@@ -102,7 +102,7 @@ Expected<void> CodedPictures::openCopy() {
   const auto& first = job_.runs.front();
   if (avcodec_parameters_copy(format_.get(), &first.file->parameters(first.stream)) < 0) throw std::bad_alloc();
   completeTags(*format_);
-  lightFacts_ = first.file->lightFacts(first.stream);
+  hdrMetadata_ = first.file->hdrMetadata(first.stream);
   return start(&CodedPictures::copyRuns);
 }
 
@@ -118,7 +118,7 @@ void CodedPictures::copyRuns() {
 }
 
 Expected<void> CodedPictures::copyRun(const PictureRun& run) {
-  auto reader = SampleReader::open(run.file, run.stream);
+  auto reader = CodedPictureReader::open(run.file, run.stream);
   if (!reader) return tl::make_unexpected(reader.error());
   const auto written = run.written();
   for (const auto& sample : samplesInDecodingOrder(run, reader->table())) {
@@ -134,15 +134,16 @@ Expected<void> CodedPictures::copyRun(const PictureRun& run) {
 Expected<void> CodedPictures::openEncoder() {
   auto facts = lightFactsOf(job_);
   if (!facts) return tl::make_unexpected(facts.error());
-  lightFacts_ = std::move(*facts);
+  hdrMetadata_ = std::move(*facts);
   VideoEncoderSettings settings = job_.encoder;
-  settings.lightFacts = lightFacts_;
+  settings.hdrMetadata = hdrMetadata_;
   auto encoder = VideoEncoder::open(settings);
   if (!encoder) return tl::make_unexpected(encoder.error());
   encoder_.emplace(std::move(*encoder));
   format_ = encoder_->format();
   reorderDepth_ = encoder_->reorderDepth();
-  for (const auto stage : {&CodedPictures::decodeRuns, &CodedPictures::finishPictures, &CodedPictures::encodePictures}) {
+  for (const auto stage :
+       {&CodedPictures::decodeRuns, &CodedPictures::finishPictures, &CodedPictures::encodePictures}) {
     if (auto started = start(stage); !started) return started;
   }
   return {};
@@ -176,7 +177,7 @@ Expected<void> CodedPictures::decodeRun(std::size_t number) {
     reader->countDamageIn(damaged_);
     if (isMadeMuchSmaller(layer.map)) reader->leaveOutFilters();
     readers.push_back(std::move(*reader));
-    whole.emplace_back(*layer.file, layer.stream, readers.back().table().pictureCount());
+    whole.emplace_back(!layer.file->stream(layer.stream).progressive, readers.back().table().pictureCount());
   }
   for (std::size_t i = 0; i < run.pictures.size(); ++i) {
     RawPicture raw{{}, number, runStarts_[number] + run.pictures[i].time, i == 0};
@@ -239,7 +240,8 @@ Expected<void> CodedPictures::encodeAll() {
     auto picture = finished_.pop();
     if (!picture) return tl::make_unexpected(picture.error());
     if (!*picture) break;
-    if (auto pushed = encoder_->push((*picture)->frame, (*picture)->time, (*picture)->startsRun); !pushed) return pushed;
+    if (auto pushed = encoder_->push((*picture)->frame, (*picture)->time, (*picture)->startsRun); !pushed)
+      return pushed;
     if (auto passed = passOn(); !passed) return passed;
   }
   if (auto finished = encoder_->finish(); !finished) return finished;
@@ -248,13 +250,15 @@ Expected<void> CodedPictures::encodeAll() {
   return {};
 }
 
-// Hands on what the encoder has ready. It gives one sample for each picture, run after run, since every run starts anew.
+// Hands on what the encoder has ready. It gives one sample for each picture, run after run, since every run starts
+// anew.
 Expected<void> CodedPictures::passOn() {
   for (;;) {
     auto packet = encoder_->pull();
     if (!packet) return tl::make_unexpected(packet.error());
     if (!*packet) return {};
-    if (passedRun_ == job_.runs.size()) return failed(ErrorKind::internal, "the encoder gave more pictures than it got");
+    if (passedRun_ == job_.runs.size())
+      return failed(ErrorKind::internal, "the encoder gave more pictures than it got");
     const std::int64_t time = (**packet)->pts - runStarts_[passedRun_];
     if (!coded_.push({std::move(**packet), time})) return failed(ErrorKind::cancelled, "cancelled");
     if (++passedOfRun_ == job_.runs[passedRun_].pictures.size()) {

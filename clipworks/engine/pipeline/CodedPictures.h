@@ -6,8 +6,8 @@
 #include <vector>
 
 #include <clipworks/engine/Error.h>
+#include <clipworks/engine/HDRMetadata.h>
 #include <clipworks/engine/Handles.h>
-#include <clipworks/engine/LightFacts.h>
 #include <clipworks/engine/Thread.h>
 #include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
@@ -37,7 +37,7 @@ class CodedPictures {
 
   [[nodiscard]] const AVCodecParameters& format() const { return *format_; }
   /// Of copied pictures all, of encoded ones what still holds.
-  [[nodiscard]] const LightFacts& lightFacts() const { return lightFacts_; }
+  [[nodiscard]] const HDRMetadata& hdrMetadata() const { return hdrMetadata_; }
   [[nodiscard]] int reorderDepth() const { return reorderDepth_; }
 
   /// The next sample; nothing after the last one of the last run.
@@ -78,11 +78,11 @@ class CodedPictures {
 
   const PictureJob& job_;
   CodecParameters format_;
-  LightFacts lightFacts_;
+  HDRMetadata hdrMetadata_;
   int reorderDepth_ = 0;
   std::optional<VideoEncoder> encoder_;
   const std::shared_ptr<DamagedPictures> damaged_ = std::make_shared<DamagedPictures>();
-  std::int64_t replaced_ = 0;  // written by the decoding thread before it ends
+  std::int64_t replaced_ = 0;            // written by the decoding thread before it ends
   std::vector<std::int64_t> runStarts_;  // of the first placements
   std::size_t passedRun_ = 0;            // the run whose samples the encoder gives now
   std::size_t passedOfRun_ = 0;
@@ -98,6 +98,6 @@ struct RunSample {
   std::uint32_t shown = 0;
 };
 /// The samples of `run` in decoding order.
-[[nodiscard]] std::vector<RunSample> samplesInDecodingOrder(const PictureRun& run, const SampleTable& table);
+[[nodiscard]] std::vector<RunSample> samplesInDecodingOrder(const PictureRun& run, const PictureTable& table);
 
 }  // namespace clipworks::engine

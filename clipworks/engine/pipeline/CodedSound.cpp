@@ -16,7 +16,8 @@ constexpr std::size_t packetsUnderWay = 256;
 // Beyond this many, decoding and mixing are the slower part.
 constexpr unsigned mostEncoders = 4;
 
-// A stretch takes longer than its encoding, plain sound less. Where there are both, mixing may run ahead to the stretch.
+// A stretch takes longer than its encoding, plain sound less. Where there are both, mixing may run ahead to the
+// stretch.
 constexpr std::size_t sectionsBeforeStretch = 4;
 
 ParallelSoundEncoding::Means meansFor(const SoundJob& job, std::size_t parts) {
@@ -95,8 +96,9 @@ Expected<std::optional<Packet>> CodedSound::next() {
 Expected<void> CodedSound::mixAll(const Part& part) {
   constexpr std::int64_t portion = SoundEncoder::samplesPerPacket;
   const std::int64_t begin = ParallelSoundEncoding::firstPacket(part.sections.first) * portion;
-  const std::int64_t end =
-      part.sections.end ? std::min(ParallelSoundEncoding::endPacket(*part.sections.end) * portion, job_.length) : job_.length;
+  const std::int64_t end = part.sections.end
+                               ? std::min(ParallelSoundEncoding::endPacket(*part.sections.end) * portion, job_.length)
+                               : job_.length;
   auto mixer = SoundMixer::open(job_, begin);
   if (!mixer) return tl::make_unexpected(mixer.error());
   for (std::int64_t at = begin; at < end; at += portion) {

@@ -39,10 +39,10 @@ struct RunLayer {
 struct PictureRun {
   std::shared_ptr<const MediaFile> file;  ///< null for black, and where layers are
   int stream = 0;
-  std::vector<ShownPicture> pictures;     ///< with rising times; for black one, at 0
-  std::vector<RunLayer> layers{};         ///< of a rendered run, from the back to the front; there `picture` says nothing
-  /// Of a copied run that comes first, and only there: earlier than `pictures`, written because decoding starts with them.
-  /// The track's edit begins behind them.
+  std::vector<ShownPicture> pictures;  ///< with rising times; for black one, at 0
+  std::vector<RunLayer> layers{};      ///< of a rendered run, from the back to the front; there `picture` says nothing
+  /// Of a copied run that comes first, and only there: earlier than `pictures`, written because decoding starts with
+  /// them. The track's edit begins behind them.
   std::vector<ShownPicture> hiddenBefore{};
   /// Of a copied run that comes last, and only there: at the job's end and later, written because pictures before them
   /// refer to them. The track's edit ends before them.
@@ -71,22 +71,22 @@ struct RunPlacement {
 
 /// One track of pictures to be written. Runs are numbered in the order of their first placement.
 struct PictureJob {
-  std::int32_t timescale = 0;            ///< ticks a second
+  std::int32_t timescale = 0;  ///< ticks a second
   std::vector<PictureRun> runs;
-  std::vector<RunPlacement> placements;  ///< with rising starts; a picture stays until the next one
-  std::int64_t end = 0;                  ///< where the last picture goes, in ticks
+  std::vector<RunPlacement> placements;               ///< with rising starts; a picture stays until the next one
+  std::int64_t end = 0;                               ///< where the last picture goes, in ticks
   std::optional<std::array<std::int32_t, 9>> matrix;  ///< of the track header; nothing for the identity
-  bool copy = false;                     ///< coded samples as they are; else decoded and encoded
-  std::optional<Canvas> canvas;          ///< when rendered; else every picture stays what it is
-  VideoEncoderSettings encoder;          ///< when not copied
+  bool copy = false;                                  ///< coded samples as they are; else decoded and encoded
+  std::optional<Canvas> canvas;                       ///< when rendered; else every picture stays what it is
+  VideoEncoderSettings encoder;                       ///< when not copied
   PictureConverter::Fit fit = PictureConverter::Fit::pad;
 };
 
 /// A stretch of a track's sound and where it plays, all in samples at the track's own rate. Lengths are 1 at least.
 struct SoundPiece {
-  std::int64_t source = 0;        ///< on the media's clock
+  std::int64_t source = 0;  ///< on the media's clock
   std::int64_t sourceLength = 0;
-  std::int64_t target = 0;        ///< on the output's timeline
+  std::int64_t target = 0;  ///< on the output's timeline
   std::int64_t length = 0;
 
   /// It plays slower or faster than it was recorded; its pitch stays (`SoundStretcher`).
@@ -105,7 +105,7 @@ struct SoundLane {
 /// One track of sound to be written.
 struct SoundJob {
   SoundEncoderSettings encoder;
-  std::int64_t length = 0;  ///< in samples at the encoder's rate, or the track's own when copied
+  std::int64_t length = 0;       ///< in samples at the encoder's rate, or the track's own when copied
   std::vector<SoundLane> lanes;  ///< added up
   bool limited = false;          ///< the sum is kept within full scale; else it comes out as it is
   bool copy = false;             ///< the one piece of the one lane, coded as it is

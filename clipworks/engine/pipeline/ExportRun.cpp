@@ -106,7 +106,7 @@ Expected<ExportReport> ExportRun::write() {
     if (auto opened = pictures_->open(); !opened) return tl::make_unexpected(opened.error());
     auto track = (*movie)->addTrack(pictures_->format(), job_.pictures->timescale, job_.pictures->matrix);
     if (!track) return tl::make_unexpected(track.error());
-    if (auto described = (*movie)->setLightFacts(*track, pictures_->lightFacts()); !described) {
+    if (auto described = (*movie)->setHDRMetadata(*track, pictures_->hdrMetadata()); !described) {
       return tl::make_unexpected(described.error());
     }
     pictures.emplace(*job_.pictures, *pictures_, **movie, *track);
@@ -130,10 +130,9 @@ Expected<ExportReport> ExportRun::write() {
     }
     auto written = soundCatchesUp || !pictures || pictures->isDone() ? sound->writeNext() : pictures->writeNext();
     if (!written) return tl::make_unexpected(written.error());
-    const double pictureShare =
-        pictures && job_.pictures->end > 0
-            ? static_cast<double>(pictures->writtenUntil()) / static_cast<double>(job_.pictures->end)
-            : 1.0;
+    const double pictureShare = pictures && job_.pictures->end > 0 ? static_cast<double>(pictures->writtenUntil()) /
+                                                                         static_cast<double>(job_.pictures->end)
+                                                                   : 1.0;
     report(std::min(pictureShare, sound ? sound->share() : 1.0));
   }
   if (auto finished = (*movie)->finish(); !finished) return tl::make_unexpected(finished.error());

@@ -7,8 +7,8 @@
 #include <string>
 
 #include <clipworks/engine/Error.h>
-#include <clipworks/engine/pipeline/ExportJob.h>
 #include <clipworks/engine/output/OutputFile.h>
+#include <clipworks/engine/pipeline/ExportJob.h>
 
 namespace clipworks::engine {
 
@@ -18,7 +18,7 @@ class CodedSound;
 
 /// What came out of an export beside the file.
 struct ExportReport {
-  std::int64_t replacedPictures = 0;  ///< stand-ins for pictures that did not decode
+  std::int64_t replacedPictures = 0;               ///< stand-ins for pictures that did not decode
   std::shared_ptr<const DamagedPictures> damaged;  ///< of the pictures that were encoded; null when none were
 };
 

@@ -24,7 +24,8 @@ constexpr std::size_t sectionsUnderWay = 16;
 ParallelSoundEncoding::Section::Section(std::int64_t first) : begin(first), samples(early + sectionPackets + late) {}
 
 Expected<std::unique_ptr<ParallelSoundEncoding>> ParallelSoundEncoding::open(const SoundEncoderSettings& settings,
-                                                                             const Sections& sections, const Means& means) {
+                                                                             const Sections& sections,
+                                                                             const Means& means) {
   auto encoder = SoundEncoder::open(settings);
   if (!encoder) return tl::make_unexpected(encoder.error());
   std::unique_ptr<ParallelSoundEncoding> encoding(
@@ -118,7 +119,8 @@ void ParallelSoundEncoding::work() {
 
 // The first section has nothing before it for its encoder to begin with. It gets its own beginning backwards, so that
 // its rate control has forgotten its start and the sound goes on without a step; packets of that are dropped.
-Expected<std::int64_t> ParallelSoundEncoding::runUp(const std::deque<std::vector<float>>& beginning, SoundEncoder& encoder) const {
+Expected<std::int64_t> ParallelSoundEncoding::runUp(const std::deque<std::vector<float>>& beginning,
+                                                    SoundEncoder& encoder) const {
   const auto channels = static_cast<std::ptrdiff_t>(settings_.channels);
   std::int64_t packets = 0;
   std::vector<float> backwards;
@@ -128,7 +130,8 @@ Expected<std::int64_t> ParallelSoundEncoding::runUp(const std::deque<std::vector
     for (std::ptrdiff_t i = 0; i < SoundEncoder::samplesPerPacket; ++i) {
       std::copy_n(portion->end() - (i + 1) * channels, channels, backwards.begin() + i * channels);
     }
-    if (auto pushed = encoder.push(backwards.data(), SoundEncoder::samplesPerPacket); !pushed) return tl::make_unexpected(pushed.error());
+    if (auto pushed = encoder.push(backwards.data(), SoundEncoder::samplesPerPacket); !pushed)
+      return tl::make_unexpected(pushed.error());
     if (auto dropped = encoder.pull(); !dropped) return tl::make_unexpected(dropped.error());
     ++packets;
   }

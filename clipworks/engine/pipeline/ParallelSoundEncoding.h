@@ -17,10 +17,10 @@
 namespace clipworks::engine {
 
 /// Encodes sound as AAC-LC on several processors at once: in sections of some seconds, each with an encoder of its own
-/// that begins early and goes on a little too long. A packet of AAC-LC refers to no other; a decoder only adds the halves
-/// of neighbouring windows, and their kinds, which must fit, follow from the sound within a few packets. So one section's
-/// packets go on where those of the section before it stop. What comes out is the same on any number of processors.
-/// One thread gives sound (`push`, `finish`, `fail`), another takes packets (`pull`); `abandon` from any.
+/// that begins early and goes on a little too long. A packet of AAC-LC refers to no other; a decoder only adds the
+/// halves of neighbouring windows, and their kinds, which must fit, follow from the sound within a few packets. So one
+/// section's packets go on where those of the section before it stop. What comes out is the same on any number of
+/// processors. One thread gives sound (`push`, `finish`, `fail`), another takes packets (`pull`); `abandon` from any.
 class ParallelSoundEncoding {
  public:
   /// Which sections it makes: from `first` on, up to `end` or to the end of the sound.
@@ -36,7 +36,8 @@ class ParallelSoundEncoding {
 
   /// Sound whose sections are encoded by several of these, with the same settings, comes out as if one had encoded all.
   [[nodiscard]] static Expected<std::unique_ptr<ParallelSoundEncoding>> open(const SoundEncoderSettings& settings,
-                                                                             const Sections& sections, const Means& means);
+                                                                             const Sections& sections,
+                                                                             const Means& means);
   /// Drops what is under way.
   ~ParallelSoundEncoding();
   ParallelSoundEncoding(const ParallelSoundEncoding&) = delete;
@@ -44,9 +45,9 @@ class ParallelSoundEncoding {
 
   [[nodiscard]] CodecParameters format() const { return model_.format(); }
 
-  /// Takes interleaved samples: `SoundEncoder::samplesPerPacket` of every channel, fewer only at the end of the sound. The first are
-  /// those of `firstPacket` of the first section, the last those before `endPacket` of the end. Waits while enough is
-  /// under way; false when it was abandoned.
+  /// Takes interleaved samples: `SoundEncoder::samplesPerPacket` of every channel, fewer only at the end of the sound.
+  /// The first are those of `firstPacket` of the first section, the last those before `endPacket` of the end. Waits
+  /// while enough is under way; false when it was abandoned.
   [[nodiscard]] bool push(std::vector<float> samples);
   /// No more sound will come.
   void finish();
@@ -89,13 +90,13 @@ class ParallelSoundEncoding {
   const SoundEncoder model_;  // tells what all of them make
 
   // Of the giving thread.
-  std::int64_t position_;      // in packets, of what comes next
-  std::int64_t next_;          // the section that begins next
-  std::mutex mutex_;           // guards which these are
+  std::int64_t position_;                      // in packets, of what comes next
+  std::int64_t next_;                          // the section that begins next
+  std::mutex mutex_;                           // guards which these are
   std::deque<std::shared_ptr<Section>> open_;  // those that are given sound: one, or two where they overlap
 
   // Of the taking thread.
-  std::int64_t taken_;           // the section that comes next
+  std::int64_t taken_;  // the section that comes next
   std::deque<Packet> ready_;
   std::deque<Packet> overhang_;  // belongs to the next section, and is given only when there is none
   bool isEnded_ = false;

@@ -38,13 +38,13 @@ class PeakLimiter {
 
   std::size_t channels_;
   std::size_t lookAhead_;
-  double release_;             // share of the way back to 1 that one sample goes
+  double release_;  // share of the way back to 1 that one sample goes
   std::int64_t taken_ = 0;
   std::deque<Wanted> window_;  // rising gains; the first is the least of the look ahead
   double held_ = 1.0;
   std::vector<double> gains_;   // the last of the look ahead, a ring
-  std::size_t reduced_ = 0;    // how many of them are below 1
-  double sum_ = 0;             // of 1 - gain
+  std::size_t reduced_ = 0;     // how many of them are below 1
+  double sum_ = 0;              // of 1 - gain
   std::vector<float> delayed_;  // a ring
 };
 

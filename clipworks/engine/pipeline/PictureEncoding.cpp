@@ -32,8 +32,9 @@ std::int32_t trackTimescale(std::int32_t pictures) {
 int encodedSide(int side) { return std::max(side + side % 2, leastPictureSide); }
 
 Colour colourOf(const AVFrame& frame) {
-  return completeColour(frame.width, frame.height, {frame.color_primaries, frame.color_trc, frame.colorspace,
-                                                    frame.color_range == AVCOL_RANGE_JPEG});
+  return completeColour(
+      frame.width, frame.height,
+      {frame.color_primaries, frame.color_trc, frame.colorspace, frame.color_range == AVCOL_RANGE_JPEG});
 }
 
 Error asError(const std::exception& thrown) {
@@ -46,7 +47,8 @@ Error asError(const std::exception& thrown) {
 Expected<std::unique_ptr<PictureEncoding>> PictureEncoding::open(const PictureEncodingSettings& settings,
                                                                  std::shared_ptr<SharedMovie> movie, std::size_t track,
                                                                  std::function<void(const Error&)> onFailure) {
-  std::unique_ptr<PictureEncoding> encoding(new PictureEncoding(settings, std::move(movie), track, std::move(onFailure)));
+  std::unique_ptr<PictureEncoding> encoding(
+      new PictureEncoding(settings, std::move(movie), track, std::move(onFailure)));
   auto thread = Thread::start([made = encoding.get()] { made->run(); });
   if (!thread) return tl::make_unexpected(thread.error());
   encoding->thread_ = std::move(*thread);
@@ -55,8 +57,12 @@ Expected<std::unique_ptr<PictureEncoding>> PictureEncoding::open(const PictureEn
 
 PictureEncoding::PictureEncoding(const PictureEncodingSettings& settings, std::shared_ptr<SharedMovie> movie,
                                  std::size_t track, std::function<void(const Error&)> onFailure)
-    : settings_(settings), movie_(std::move(movie)), track_(track), onFailure_(std::move(onFailure)),
-      pictures_(picturesUnderWay(settings)), encodedWidth_(encodedSide(settings.width)),
+    : settings_(settings),
+      movie_(std::move(movie)),
+      track_(track),
+      onFailure_(std::move(onFailure)),
+      pictures_(picturesUnderWay(settings)),
+      encodedWidth_(encodedSide(settings.width)),
       encodedHeight_(encodedSide(settings.height)) {}
 
 PictureEncoding::~PictureEncoding() { pictures_.abandon(); }
@@ -114,8 +120,8 @@ Expected<void> PictureEncoding::openEncoder(const Picture& first, const std::opt
   wanted.speed = speed;
   wanted.quality = transparentQuality;
   wanted.averageBitRate = settings_.averageBitRate;
-  const double measured = second ? static_cast<double>(timescale_) / static_cast<double>(second->time - first.time)
-                                 : usualFrameRate;
+  const double measured =
+      second ? static_cast<double>(timescale_) / static_cast<double>(second->time - first.time) : usualFrameRate;
   const double rate = std::clamp(settings_.frameRate.value_or(measured), 1.0, 1000.0);
   wanted.frameRate = nominalRate(rate);
   interval_ = std::max<std::int64_t>(std::lround(timescale_ / rate), 1);
@@ -146,7 +152,9 @@ Expected<Frame> PictureEncoding::fitted(const Frame& picture) {
   // What is cropped off keeps the chroma's grid.
   Frame part = shareFrame(picture);
   const double shape = static_cast<double>(settings_.width) / settings_.height;
-  const auto spare = [](double side, double kept) { return static_cast<std::size_t>(std::max(side - kept, 0.0) / 4) * 2; };
+  const auto spare = [](double side, double kept) {
+    return static_cast<std::size_t>(std::max(side - kept, 0.0) / 4) * 2;
+  };
   part->crop_left = part->crop_right = spare(part->width, part->height * shape);
   part->crop_top = part->crop_bottom = spare(part->height, part->width / shape);
   if (av_frame_apply_cropping(part.get(), AV_FRAME_CROP_UNALIGNED) < 0) {

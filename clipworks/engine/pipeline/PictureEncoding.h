@@ -20,11 +20,11 @@ namespace clipworks::engine {
 
 struct PictureEncodingSettings {
   VideoCodec codec = VideoCodec::h264;
-  int width = 0;   ///< as asked for; odd sizes are rounded up, the edge repeated
+  int width = 0;  ///< as asked for; odd sizes are rounded up, the edge repeated
   int height = 0;
-  bool fills = false;  ///< pictures of another shape are cropped to fit, rather than stretched
-  std::int64_t averageBitRate = 0;            ///< bits a second; 0 is constant quality
-  std::optional<double> frameRate;            ///< pictures a second, for the rate control; else measured
+  bool fills = false;               ///< pictures of another shape are cropped to fit, rather than stretched
+  std::int64_t averageBitRate = 0;  ///< bits a second; 0 is constant quality
+  std::optional<double> frameRate;  ///< pictures a second, for the rate control; else measured
   std::optional<std::array<std::int32_t, 9>> matrix;
 };
 
@@ -85,8 +85,8 @@ class PictureEncoding {
   std::set<std::int64_t> shownTimes_;  // of pictures whose coded sample has not been written
   std::int64_t firstTime_ = 0;
   std::optional<std::int64_t> lastTime_;
-  std::int64_t interval_ = 0;          // between the last two pictures
-  Packet held_;                        // the last coded sample so far
+  std::int64_t interval_ = 0;  // between the last two pictures
+  Packet held_;                // the last coded sample so far
 
   Thread thread_;
 };

@@ -68,7 +68,9 @@ Expected<Frame> PictureFinish::asEncoded(const Frame& frame, PictureResampler& r
 
 bool PictureFinish::isFitted(const PictureRun& run, const std::vector<Frame>& frames) const {
   // The renderer is exact where nothing is scaled.
-  const auto isScaled = [](const AffineMap& map) { return std::hypot(map.a, map.b) != 1 || std::hypot(map.c, map.d) != 1; };
+  const auto isScaled = [](const AffineMap& map) {
+    return std::hypot(map.a, map.b) != 1 || std::hypot(map.c, map.d) != 1;
+  };
   const RunLayer& layer = run.layers.front();
   const bool evenCanvas = job_.canvas->width % 2 == 0 && job_.canvas->height % 2 == 0;
   return run.layers.size() == 1 && layer.opacity >= 1 && evenCanvas && isScaled(layer.map) &&

@@ -38,7 +38,7 @@ class PictureFinish {
   AVPixelFormat format_;
   bool keepsHighRange_;
   ToneMapper toneMapper_;
-  PictureConverter converter_;  // to the encoder's size and kind
+  PictureConverter converter_;                     // to the encoder's size and kind
   std::vector<PictureResampler> layerConverters_;  // to the encoder's kind, one for each layer
   std::optional<PictureRenderer> renderer_;
   std::optional<PictureFitter> fitter_;

@@ -14,10 +14,11 @@ std::int64_t intervalOf(const PictureJob& job) {
   for (const auto& picture : run->pictures) times.push_back(picture.time);
   const std::int64_t shown = usualInterval(times);
   if (run->file == nullptr) return shown;
-  const auto table = run->file->sampleTable(run->stream);
+  const auto table = run->file->pictureTable(run->stream);
   if (!table) return shown;
   times.clear();
-  for (std::size_t picture = 0; picture < (*table)->pictureCount(); ++picture) times.push_back((*table)->timeOfPicture(picture));
+  for (std::size_t picture = 0; picture < (*table)->pictureCount(); ++picture)
+    times.push_back((*table)->timeOfPicture(picture));
   return std::min(shown, av_rescale(usualInterval(times), job.timescale, run->file->stream(run->stream).timescale));
 }
 
@@ -38,8 +39,13 @@ std::int64_t shiftOf(const PictureJob& job) {
 }  // namespace
 
 PictureTrackWriter::PictureTrackWriter(const PictureJob& job, CodedPictures& pictures, MovieWriter& movie, int track)
-    : job_(job), pictures_(pictures), movie_(movie), track_(track), shift_(shiftOf(job)),
-      decodeTimes_(pictures.reorderDepth(), intervalOf(job)), written_(job.runs.size()) {}
+    : job_(job),
+      pictures_(pictures),
+      movie_(movie),
+      track_(track),
+      shift_(shiftOf(job)),
+      decodeTimes_(pictures.reorderDepth(), intervalOf(job)),
+      written_(job.runs.size()) {}
 
 std::int64_t PictureTrackWriter::writtenUntil() const {
   if (isDone()) return job_.end;

@@ -37,7 +37,8 @@ class PictureTrackWriter {
   CodedPictures& pictures_;
   MovieWriter& movie_;
   int track_;
-  std::int64_t shift_;  // of all times in the file, so that an edit list with an empty edit is written where one is needed
+  std::int64_t
+      shift_;  // of all times in the file, so that an edit list with an empty edit is written where one is needed
   DecodeTimes decodeTimes_;
   std::vector<std::vector<WrittenPicture>> written_;  // by run
   std::size_t placement_ = 0;

@@ -9,8 +9,8 @@
 namespace clipworks::engine {
 
 /// Reads sound that is needed again soon: the last samples read are remembered, so that going back a little does not
-/// jump in the file. A jump costs time, and where a recorder stamped packets when they arrived, sound after it would not
-/// lie where it lay before. One thread at a time.
+/// jump in the file. A jump costs time, and where a recorder stamped packets when they arrived, sound after it would
+/// not lie where it lay before. One thread at a time.
 class RecentSound {
  public:
   /// Remembers `samples` of every channel. `reader` must outlive this.

@@ -111,13 +111,14 @@ Expected<void> SharedMovie::begin() {
 
 Expected<void> SharedMovie::writeNow(Sample& sample) {
   const int number = tracks_[sample.track].number;
-  auto stored = sample.edit ? movie_->writeLast(number, *sample.packet, *sample.edit) : movie_->write(number, *sample.packet);
+  auto stored =
+      sample.edit ? movie_->writeLast(number, *sample.packet, *sample.edit) : movie_->write(number, *sample.packet);
   if (!stored) return tl::make_unexpected(stored.error());
   return {};
 }
 
-// The time scale in which the lengths of all tracks are whole, so that no edit is rounded; where there is none, those of
-// the pictures are, and those of the sound within a tenth of a sample.
+// The time scale in which the lengths of all tracks are whole, so that no edit is rounded; where there is none, those
+// of the pictures are, and those of the sound within a tenth of a sample.
 std::int32_t SharedMovie::movieTimescale() const {
   std::int64_t common = 1;
   std::int64_t pictures = 1;
@@ -125,7 +126,8 @@ std::int32_t SharedMovie::movieTimescale() const {
     if (track.state == TrackState::leftOut) continue;
     common = std::lcm(common, std::int64_t{track.timescale});
     if (track.format->codec_type == AVMEDIA_TYPE_VIDEO) pictures = track.timescale;
-    if (common > mostMovieTimescale) return static_cast<std::int32_t>(pictures * std::max<std::int64_t>(1, fineMovieTimescale / pictures));
+    if (common > mostMovieTimescale)
+      return static_cast<std::int32_t>(pictures * std::max<std::int64_t>(1, fineMovieTimescale / pictures));
   }
   return static_cast<std::int32_t>(common);
 }

@@ -24,7 +24,8 @@ namespace clipworks::engine {
 /// in the order in which they come. Any thread; after a failure every further call fails with it.
 class SharedMovie {
  public:
-  SharedMovie(std::unique_ptr<OutputFile> file, MovieContainer container) : file_(std::move(file)), container_(container) {}
+  SharedMovie(std::unique_ptr<OutputFile> file, MovieContainer container)
+      : file_(std::move(file)), container_(container) {}
   ~SharedMovie();
   SharedMovie(const SharedMovie&) = delete;
   SharedMovie& operator=(const SharedMovie&) = delete;
@@ -73,7 +74,7 @@ class SharedMovie {
   [[nodiscard]] std::int32_t movieTimescale() const;
 
   std::mutex mutex_;
-  std::unique_ptr<OutputFile> file_;   // guarded by mutex_, like all below
+  std::unique_ptr<OutputFile> file_;  // guarded by mutex_, like all below
   MovieContainer container_;
   std::map<std::string, std::string> metadata_;
   std::vector<Track> tracks_;

@@ -33,10 +33,15 @@ Expected<std::unique_ptr<SoundEncoding>> SoundEncoding::open(const SoundEncoderS
   return encoding;
 }
 
-SoundEncoding::SoundEncoding(const SoundEncoderSettings& settings, SoundEncoder encoder, std::shared_ptr<SharedMovie> movie,
-                             std::size_t track, std::function<void(const Error&)> onFailure)
-    : settings_(settings), movie_(std::move(movie)), track_(track), onFailure_(std::move(onFailure)),
-      portions_(portionsUnderWay), encoder_(std::move(encoder)) {}
+SoundEncoding::SoundEncoding(const SoundEncoderSettings& settings, SoundEncoder encoder,
+                             std::shared_ptr<SharedMovie> movie, std::size_t track,
+                             std::function<void(const Error&)> onFailure)
+    : settings_(settings),
+      movie_(std::move(movie)),
+      track_(track),
+      onFailure_(std::move(onFailure)),
+      portions_(portionsUnderWay),
+      encoder_(std::move(encoder)) {}
 
 SoundEncoding::~SoundEncoding() { portions_.abandon(); }
 

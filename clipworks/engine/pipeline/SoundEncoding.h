@@ -36,7 +36,8 @@ class SoundEncoding {
  public:
   /// Opens the encoder. `onFailure` is called once, at most, on the encoding thread.
   [[nodiscard]] static Expected<std::unique_ptr<SoundEncoding>> open(const SoundEncoderSettings& settings,
-                                                                     std::shared_ptr<SharedMovie> movie, std::size_t track,
+                                                                     std::shared_ptr<SharedMovie> movie,
+                                                                     std::size_t track,
                                                                      std::function<void(const Error&)> onFailure);
   /// Drops what is under way.
   ~SoundEncoding();
@@ -75,10 +76,10 @@ class SoundEncoding {
   // Of the encoding thread.
   SoundEncoder encoder_;
   std::optional<SoundConverter> converter_;
-  SoundFormat format_;                // of the portions
-  std::int64_t position_ = 0;         // of the next sample, on the movie's timeline, at the portions' rate
-  std::vector<float> converted_;      // and not encoded yet
-  std::int64_t offset_ = 0;           // of the first sample, on the movie's timeline, at the encoder's rate
+  SoundFormat format_;            // of the portions
+  std::int64_t position_ = 0;     // of the next sample, on the movie's timeline, at the portions' rate
+  std::vector<float> converted_;  // and not encoded yet
+  std::int64_t offset_ = 0;       // of the first sample, on the movie's timeline, at the encoder's rate
 
   Thread thread_;
 };

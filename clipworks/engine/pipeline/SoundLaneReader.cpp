@@ -7,7 +7,7 @@
 #include <optional>
 
 #include <clipworks/engine/LibraryErrors.h>
-#include <clipworks/engine/pipeline/MixingGains.h>
+#include <clipworks/engine/output/MixingGains.h>
 
 namespace clipworks::engine {
 namespace {
@@ -22,7 +22,8 @@ double fadedShare(std::size_t at, std::size_t count) {
   return 0.5 - 0.5 * std::cos(std::numbers::pi * (static_cast<double>(at) + 0.5) / static_cast<double>(count));
 }
 
-/// How alike two sounds are while one fades into the other: 1 as a sound is to itself, 0 as two noises, -1 as opposites.
+/// How alike two sounds are while one fades into the other: 1 as a sound is to itself, 0 as two noises, -1 as
+/// opposites.
 double likenessInFade(const std::vector<float>& head, const std::vector<float>& tail, std::size_t channels) {
   double both = 0;
   double powers = 0;
@@ -42,7 +43,8 @@ double likenessInFade(const std::vector<float>& head, const std::vector<float>& 
 
 /// The first `count` samples of a sound that hurries or dawdles at its start, so that from the middle on it is heard
 /// `lead` samples early. The sound goes on for at least `lead` samples behind them.
-std::vector<float> leaning(const std::vector<float>& sound, std::ptrdiff_t lead, std::size_t count, std::size_t channels) {
+std::vector<float> leaning(const std::vector<float>& sound, std::ptrdiff_t lead, std::size_t count,
+                           std::size_t channels) {
   std::vector<float> leant(count * channels);
   for (std::size_t i = 0; i < count; ++i) {
     const double shift = static_cast<double>(lead) * (2 * i < count ? fadedShare(2 * i, count) : 1.0);
@@ -67,7 +69,8 @@ std::vector<float> alongside(const std::vector<float>& head, const std::vector<f
   double bestLikeness = -2;
   for (std::ptrdiff_t lead = -mostLead; lead <= mostLead; ++lead) {
     auto leant = leaning(tail, lead, head.size() / channels, channels);
-    const double cost = costOfMostLead * static_cast<double>(std::abs(lead)) / static_cast<double>(std::max<std::ptrdiff_t>(1, mostLead));
+    const double cost = costOfMostLead * static_cast<double>(std::abs(lead)) /
+                        static_cast<double>(std::max<std::ptrdiff_t>(1, mostLead));
     const double likeness = likenessInFade(head, leant, channels) - cost;
     if (likeness <= bestLikeness) continue;
     bestLikeness = likeness;
@@ -121,7 +124,8 @@ Expected<std::unique_ptr<SoundLaneReader>> SoundLaneReader::open(const SoundLane
 Expected<void> SoundLaneReader::prepareSource() {
   std::int64_t surroundings = 0;
   for (const auto& piece : lane_.pieces) {
-    if (piece.isStretched()) surroundings = std::max(surroundings, SoundStretcher::surroundings(piece, reader_.sampleRate()));
+    if (piece.isStretched())
+      surroundings = std::max(surroundings, SoundStretcher::surroundings(piece, reader_.sampleRate()));
   }
   if (surroundings > 0) {
     recent_.emplace(reader_, 2 * surroundings + blockSamples);
@@ -264,7 +268,8 @@ Expected<void> SoundLaneReader::addNext(std::int64_t count, float* mix) {
     auto* out = reinterpret_cast<std::uint8_t*>(pending_.data() + had);
     const auto* in = reinterpret_cast<const std::uint8_t*>(placed_.data());
     const int made = swr_convert(converter_.get(), &out, room, &in, static_cast<int>(blockSamples));
-    if (made < 0) return tl::make_unexpected(libraryError(made, lane_.file->name() + ": the sound cannot be converted"));
+    if (made < 0)
+      return tl::make_unexpected(libraryError(made, lane_.file->name() + ": the sound cannot be converted"));
     pending_.resize(had + static_cast<std::size_t>(made * channels_));
   }
   for (std::size_t i = 0; i < wanted; ++i) mix[i] += lane_.volume * pending_[i];

@@ -15,8 +15,8 @@
 namespace clipworks::engine {
 
 /// The sound of one lane at the output's rate and layout, in rising order. Sound that plays several times is decoded
-/// once where it fits `cachedBytes`. Where a piece goes on with the source of the one before it at another pace, the two
-/// are faded into each other for `seamSeconds` from the seam on. One thread at a time.
+/// once where it fits `cachedBytes`. Where a piece goes on with the source of the one before it at another pace, the
+/// two are faded into each other for `seamSeconds` from the seam on. One thread at a time.
 class SoundLaneReader {
  public:
   /// The lane must outlive the reader. Starts at `from`, in samples of the output: 0, or where `mayStartAt` allows it.
@@ -48,17 +48,17 @@ class SoundLaneReader {
 
   const SoundLane& lane_;
   SoundReader reader_;
-  int channels_;               // of the output
-  std::int64_t position_ = 0;  // on the output's timeline, at the lane's own rate
-  std::size_t piece_ = 0;      // the first that does not end before position_
+  int channels_;                               // of the output
+  std::int64_t position_ = 0;                  // on the output's timeline, at the lane's own rate
+  std::size_t piece_ = 0;                      // the first that does not end before position_
   std::size_t begun_ = SIZE_MAX;               // the piece that the members below belong to
   std::unique_ptr<SoundStretcher> stretcher_;  // null when it is not stretched
   std::vector<float> seam_;                    // how it begins, when faded into
-  std::optional<RecentSound> recent_;  // where pieces are stretched: they read beyond their ends
-  std::vector<float> cache_;   // where they are not, and play again; of the source, from cacheStart_ on
+  std::optional<RecentSound> recent_;          // where pieces are stretched: they read beyond their ends
+  std::vector<float> cache_;                   // where they are not, and play again; of the source, from cacheStart_ on
   std::int64_t cacheStart_ = 0;
-  Resampler converter_;        // null when neither rate nor layout changes
-  std::vector<float> placed_;  // scratch
+  Resampler converter_;         // null when neither rate nor layout changes
+  std::vector<float> placed_;   // scratch
   std::vector<float> pending_;  // converted and not given yet
 };
 

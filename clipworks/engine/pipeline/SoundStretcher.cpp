@@ -208,9 +208,9 @@ class PlainStretcher final : public SoundStretcher {
   ReadSource readSource_;
   std::size_t channels_;
   std::int64_t source_;
-  double pace_;               // samples of the source for one
+  double pace_;  // samples of the source for one
   std::int64_t given_ = 0;
-  std::int64_t end_;          // of the source, behind window_
+  std::int64_t end_;  // of the source, behind window_
   std::vector<float> window_;
   std::vector<double> mean_;
 };

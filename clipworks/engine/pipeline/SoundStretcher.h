@@ -15,8 +15,8 @@ namespace clipworks::engine {
 /// Streams: memory does not grow with the piece. One thread at a time.
 class SoundStretcher {
  public:
-  /// Writes `count` samples of every channel from `position` of the source on, interleaved. It is asked in rising order,
-  /// for the piece's source and what is around it.
+  /// Writes `count` samples of every channel from `position` of the source on, interleaved. It is asked in rising
+  /// order, for the piece's source and what is around it.
   using ReadSource = std::function<Expected<void>(std::int64_t position, std::int64_t count, float* samples)>;
 
   /// Reads nothing yet. `sampleRate` in hertz.

@@ -130,9 +130,12 @@ Expected<std::vector<std::uint8_t>> encodeJPEG(const StillImage& still) {
 
   FailureExit failure;
   Output output;
-  const Input input{planes->get(), static_cast<unsigned>(still.frame->width),
+  const Input input{planes->get(),
+                    static_cast<unsigned>(still.frame->width),
                     static_cast<unsigned>(still.frame->height),
-                    still.isDithered ? ditheredQuality : usualQuality, &*exif, &*profile};
+                    still.isDithered ? ditheredQuality : usualQuality,
+                    &*exif,
+                    &*profile};
   const bool isWhole = compress(input, failure, output);
   const std::unique_ptr<unsigned char, decltype(&std::free)> owner(output.bytes, &std::free);
   if (!isWhole)

@@ -58,8 +58,8 @@ std::optional<double> degrees(const std::string& text, std::size_t degreeDigits,
 bool RecordingFacts::isEmpty() const { return !time && !place && make.empty() && model.empty() && software.empty(); }
 
 std::optional<RecordingTime> parseRecordingTime(const std::string& text) {
-  static const std::regex& form = *new std::regex(
-      R"((\d{4})-(\d{2})-(\d{2})[T ](\d{2}):(\d{2}):(\d{2})(?:[.,]\d+)?(Z|[+-]\d{2}:?\d{2}|))");
+  static const std::regex& form =
+      *new std::regex(R"((\d{4})-(\d{2})-(\d{2})[T ](\d{2}):(\d{2}):(\d{2})(?:[.,]\d+)?(Z|[+-]\d{2}:?\d{2}|))");
   std::smatch parts;
   if (text.size() > 64 || !std::regex_match(text, parts, form)) return std::nullopt;
   RecordingTime time{number(parts[1]), number(parts[2]), number(parts[3]), number(parts[4]),

@@ -11,9 +11,9 @@ namespace clipworks::engine {
 /// Whose red, green and blue a still's pixels mean.
 ///
 /// All stills are read as sRGB would be. The curve of video (BT.709's) is not converted to that of sRGB: players show
-/// video that way, and a still shall look like its video. Where a video tells that its primaries are BT.601's, the still
-/// has been given BT.709's by `StillMaker`; where they are unspecified, they count as BT.709's.
-/// Wider primaries keep their numbers and get a profile, so that nothing is clipped and every colour is right.
+/// video that way, and a still shall look like its video. Where a video tells that its primaries are BT.601's, the
+/// still has been given BT.709's by `StillMaker`; where they are unspecified, they count as BT.709's. Wider primaries
+/// keep their numbers and get a profile, so that nothing is clipped and every colour is right.
 enum class StillGamut { sRGB, displayP3, bt2020 };
 
 [[nodiscard]] StillGamut gamutOf(const AVFrame& frame);

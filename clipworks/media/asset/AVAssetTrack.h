@@ -49,8 +49,8 @@ class CLIPWORKS_API AVAssetTrack {
   /// Of a file's pictures; nothing for sound and compositions.
   [[nodiscard]] virtual std::optional<PictureFormat> pictureFormat() const { return std::nullopt; }
   /// Where the format of a file's pictures changes on the way: the coded size by each of the formats that the file
-  /// describes, in its order. Pictures of all of them come in the first one's size, fitted. Empty where nothing changes,
-  /// for sound, and for a composition's track.
+  /// describes, in its order. Pictures of all of them come in the first one's size, fitted. Empty where nothing
+  /// changes, for sound, and for a composition's track.
   [[nodiscard]] virtual std::vector<CGSize> formatSizes() const { return {}; }
   /// Of sound; 0 for pictures.
   [[nodiscard]] virtual int channelCount() const = 0;

@@ -83,14 +83,15 @@ FileAssetTrack::FileAssetTrack(std::shared_ptr<const MediaTrack> media) : media_
   presentation.mediaTimescale = facts().timescale;
   presentation.mediaDuration = facts().duration;
   if (facts().kind == engine::StreamKind::video) {
-    if (auto table = media_->file()->sampleTable(facts().index)) table_ = *table;
+    if (auto table = media_->file()->pictureTable(facts().index)) table_ = *table;
     if (table_ == nullptr || table_->pictureCount() == 0) return;  // no samples: not listed
     presentation.mediaDuration = table_->trackEnd();
   } else {
     presentation.encoderDelay = facts().encoderDelay * facts().timescale / std::max(facts().sampleRate, 1);
     if (presentation.mediaDuration <= 0) {
       const CMTime whole(media_->file()->duration(), media_->file()->timescale());
-      presentation.mediaDuration = whole.convertScale(facts().timescale, CMTimeRoundingMethod::roundHalfAwayFromZero).value;
+      presentation.mediaDuration =
+          whole.convertScale(facts().timescale, CMTimeRoundingMethod::roundHalfAwayFromZero).value;
     }
   }
   segments_ = segmentsFromEdits(presentation);
@@ -144,12 +145,21 @@ std::string FileAssetTrack::codecName() const { return facts().codec; }
 std::optional<PictureFormat> FileAssetTrack::pictureFormat() const {
   if (table_ == nullptr) return std::nullopt;
   const auto& color = facts().color;
-  PictureFormat format{facts().bitDepth, PictureFormat::DynamicRange::standard, facts().dolbyVisionProfile, color.primaries,
-                       color.transfer, color.matrix, color.isFullRange, !facts().progressive, table_->hasConstantRate(), 0};
+  PictureFormat format{facts().bitDepth,
+                       PictureFormat::DynamicRange::standard,
+                       facts().dolbyVisionProfile,
+                       color.primaries,
+                       color.transfer,
+                       color.matrix,
+                       color.isFullRange,
+                       !facts().progressive,
+                       table_->hasConstantRate(),
+                       0};
   if (facts().highDynamicRange) {
     format.dynamicRange = facts().isHLG ? PictureFormat::DynamicRange::hlg : PictureFormat::DynamicRange::pq;
   }
-  if (media_->file()->samplesAreStoredPlainly()) format.missingPictures = table_->samplesBeyond(media_->file()->handle()->size());
+  if (media_->file()->samplesAreStoredPlainly())
+    format.missingPictures = table_->samplesBeyond(media_->file()->handle()->size());
   return format;
 }
 

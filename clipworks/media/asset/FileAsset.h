@@ -59,7 +59,7 @@ class FileAssetTrack final : public AVAssetTrack {
   [[nodiscard]] const engine::StreamFacts& facts() const { return media_->facts(); }
 
   std::shared_ptr<const MediaTrack> media_;
-  std::shared_ptr<const engine::SampleTable> table_;  // of pictures; null for sound, or when it cannot be read
+  std::shared_ptr<const engine::PictureTable> table_;  // of pictures; null for sound, or when it cannot be read
   std::vector<AVAssetTrackSegment> segments_;
 };
 

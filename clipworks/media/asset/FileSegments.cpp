@@ -37,7 +37,8 @@ std::vector<AVAssetTrackSegment> segmentsFromEdits(const FilePresentation& prese
   if (presentation.mediaTimescale <= 0) return segments;
   const CMTime delay(presentation.encoderDelay, presentation.mediaTimescale);
   if (presentation.edits.empty() || presentation.movieTimescale <= 0) {
-    const CMTime duration = CMTimeMinimum(CMTime(presentation.mediaDuration, presentation.mediaTimescale) - delay, latest);
+    const CMTime duration =
+        CMTimeMinimum(CMTime(presentation.mediaDuration, presentation.mediaTimescale) - delay, latest);
     if (duration <= kCMTimeZero || !isWhollyPlaceable({delay, duration})) return segments;
     segments.push_back({CMTimeRange(delay, duration), CMTimeRange(kCMTimeZero, duration), SegmentGap::none});
     return segments;

@@ -17,10 +17,10 @@ struct FilePresentation {
   std::int64_t encoderDelay = 0;   ///< in the media's time scale: sound to be left out at the start of the media
 };
 
-/// A file's edit list as segments, ISO/IEC 14496-12, 8.6.6: each edit presents a range of the media, at its rate; one of
-/// rate 0 holds a picture. Empty edits before the first one with media only say that the track begins later (`hold`);
-/// between others they are holes (`empty`). An edit without a length reaches to the end of the media.
-/// No timeline goes beyond 2^31 seconds.
+/// A file's edit list as segments, ISO/IEC 14496-12, 8.6.6: each edit presents a range of the media, at its rate; one
+/// of rate 0 holds a picture. Empty edits before the first one with media only say that the track begins later
+/// (`hold`); between others they are holes (`empty`). An edit without a length reaches to the end of the media. No
+/// timeline goes beyond 2^31 seconds.
 [[nodiscard]] std::vector<AVAssetTrackSegment> segmentsFromEdits(const FilePresentation& presentation);
 
 }  // namespace clipworks

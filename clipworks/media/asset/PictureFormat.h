@@ -5,9 +5,10 @@
 
 namespace clipworks {
 
-/// What a track's pictures are, beyond codec and size. Names are those of the `ffmpeg` program ("bt709", "arib-std-b67");
-/// "unknown" where the file does not tell.
+/// What a track's pictures are, beyond codec and size. Names are those of the `ffmpeg` program ("bt709",
+/// "arib-std-b67"); "unknown" where the file does not tell.
 struct PictureFormat {
+  /// Standard, or the high ranges of ITU-R BT.2100.
   enum class DynamicRange { standard, hlg, pq };
 
   int bitDepth = 8;  ///< bits of a sample of luma
@@ -18,8 +19,9 @@ struct PictureFormat {
   std::string matrix = "unknown";
   bool isFullRange = false;
   bool isInterlaced = false;
-  bool hasConstantRate = true;       ///< pictures follow each other evenly, but for the clock's own steps
-  std::int64_t missingPictures = 0;  ///< whose place in the file lies beyond its end: it was cut off, or its index is damaged
+  bool hasConstantRate = true;  ///< pictures follow each other evenly, but for the clock's own steps
+  std::int64_t missingPictures =
+      0;  ///< whose place in the file lies beyond its end: it was cut off, or its index is damaged
 };
 
 /// A track that is neither pictures nor sound, which no edit takes along.

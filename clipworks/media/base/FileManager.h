@@ -20,7 +20,8 @@ enum class SearchPathDomainMask { userDomainMask };
 class CLIPWORKS_API FileManager {
  public:
   /// `FileManager.default`.
-  [[nodiscard]] static FileManager& default_();  // NOLINT(readability-identifier-naming): the plain word is the language's
+  [[nodiscard]] static FileManager&
+  default_();  // NOLINT(readability-identifier-naming): the plain word is the language's
   FileManager(const FileManager&) = delete;
   FileManager& operator=(const FileManager&) = delete;
 
@@ -31,7 +32,8 @@ class CLIPWORKS_API FileManager {
   /// Changes the documents directory, for what has not asked for it yet. The new one is not made.
   void setDocumentDirectory(const URL& documentDirectory);
 
-  /// `removeItem(at:)`: removes the file. Fails when there is none, or it cannot be removed; directories are left alone.
+  /// `removeItem(at:)`: removes the file. Fails when there is none, or it cannot be removed; directories are left
+  /// alone.
   Result<void, NSError> removeItem(const URL& at) const;
 
  private:

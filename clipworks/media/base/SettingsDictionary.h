@@ -34,8 +34,7 @@ class CLIPWORKS_API SettingsValue {
   SettingsValue(bool value) : value_(value) {}
   /// An integer of any size; those beyond 64 bits with sign wrap around.
   template <std::integral Integer>
-    requires(!std::same_as<Integer, bool>)
-  SettingsValue(Integer value) : value_(static_cast<std::int64_t>(value)) {}
+  requires(!std::same_as<Integer, bool>) SettingsValue(Integer value) : value_(static_cast<std::int64_t>(value)) {}
   /// A floating-point number of either precision.
   template <std::floating_point Number>
   SettingsValue(Number value) : value_(static_cast<double>(value)) {}

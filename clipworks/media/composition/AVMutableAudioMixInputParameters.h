@@ -28,7 +28,8 @@ class CLIPWORKS_API AVMutableAudioMixInputParameters final {
   /// When it was set to begin; zero before.
   [[nodiscard]] CMTime volumeTime() const { return volumeTime_; }
 
-  /// `setTrackID:`. The identifier that the track has in the exported asset. What an asset does not have is passed over.
+  /// `setTrackID:`. The identifier that the track has in the exported asset. What an asset does not have is passed
+  /// over.
   void setTrackID(CMPersistentTrackID trackID) { trackID_ = trackID; }
   /// The identifier of the track that these parameters hold for; 0 for none.
   [[nodiscard]] CMPersistentTrackID trackID() const { return trackID_; }

@@ -23,7 +23,8 @@ class CLIPWORKS_API AVMutableVideoCompositionInstruction final {
   void setLayerInstructions(std::vector<std::shared_ptr<AVMutableVideoCompositionLayerInstruction>> layerInstructions) {
     layerInstructions_ = std::move(layerInstructions);
   }
-  [[nodiscard]] const std::vector<std::shared_ptr<AVMutableVideoCompositionLayerInstruction>>& layerInstructions() const {
+  [[nodiscard]] const std::vector<std::shared_ptr<AVMutableVideoCompositionLayerInstruction>>& layerInstructions()
+      const {
     return layerInstructions_;
   }
 

@@ -31,7 +31,8 @@ Value stepAt(const Steps<Value>& steps, const CMTime& t, const Value& otherwise)
 
 std::shared_ptr<AVMutableVideoCompositionLayerInstruction> AVMutableVideoCompositionLayerInstruction::make(
     const std::shared_ptr<const AVAssetTrack>& assetTrack) {
-  std::shared_ptr<AVMutableVideoCompositionLayerInstruction> instruction(new AVMutableVideoCompositionLayerInstruction());
+  std::shared_ptr<AVMutableVideoCompositionLayerInstruction> instruction(
+      new AVMutableVideoCompositionLayerInstruction());
   if (assetTrack != nullptr) instruction->trackID_ = assetTrack->trackID();
   return instruction;
 }

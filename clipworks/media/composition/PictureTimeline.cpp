@@ -22,7 +22,7 @@ Result<PictureTimeline, NSError> PictureTimeline::make(std::vector<MediaSegment>
   for (auto& segment : segments) {
     Piece piece{std::move(segment), nullptr};
     if (piece.segment.mediaTrack != nullptr) {
-      auto table = piece.segment.mediaTrack->file()->sampleTable(piece.segment.mediaTrack->stream());
+      auto table = piece.segment.mediaTrack->file()->pictureTable(piece.segment.mediaTrack->stream());
       if (!table) return failure(errorFromEngine(table.error()));
       piece.table = *table;
     }

@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include <clipworks/engine/input/SampleTable.h>
+#include <clipworks/engine/input/PictureTable.h>
 #include <clipworks/media/base/NSError.h>
 #include <clipworks/media/base/Result.h>
 #include <clipworks/media/composition/SegmentMapping.h>
@@ -31,8 +31,8 @@ struct TimeTolerance {
   CMTime after = kCMTimePositiveInfinity;
 };
 
-/// Which picture of which media a track of pictures shows when: the one answer that rendering, stills and reading share,
-/// over the same table of picture times that exports use. Immutable, for any thread.
+/// Which picture of which media a track of pictures shows when: the one answer that rendering, stills and reading
+/// share, over the same table of picture times that exports use. Immutable, for any thread.
 class PictureTimeline {
  public:
   /// `segments` in order, without holes. Fails when the pictures of a file cannot be listed.
@@ -47,8 +47,8 @@ class PictureTimeline {
   /// nearest one to `time`; the picture of `at` where there is none, or where it is one itself.
   [[nodiscard]] std::optional<ScreenPicture> near(const CMTime& time, const TimeTolerance& tolerance) const;
 
-  /// The pictures that come on screen, black left out, their times rising and in ticks of the media where that is exact.
-  /// One that stays from a segment to the next counts once; of those at one instant the last counts.
+  /// The pictures that come on screen, black left out, their times rising and in ticks of the media where that is
+  /// exact. One that stays from a segment to the next counts once; of those at one instant the last counts.
   [[nodiscard]] std::vector<ScreenPicture> pictures() const;
 
   /// Where the track ends.
@@ -57,7 +57,7 @@ class PictureTimeline {
  private:
   struct Piece {
     MediaSegment segment;
-    std::shared_ptr<const engine::SampleTable> table;  // null for gaps
+    std::shared_ptr<const engine::PictureTable> table;  // null for gaps
   };
   PictureTimeline() = default;
   [[nodiscard]] std::optional<ScreenPicture> shownBy(std::size_t piece, const CMTime& time) const;

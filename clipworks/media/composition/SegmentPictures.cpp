@@ -13,7 +13,7 @@ constexpr auto down = CMTimeRoundingMethod::roundTowardNegativeInfinity;
 
 }  // namespace
 
-SegmentPictures::SegmentPictures(const MediaSegment& segment, const engine::SampleTable& table)
+SegmentPictures::SegmentPictures(const MediaSegment& segment, const engine::PictureTable& table)
     : segment_(segment), table_(table), scale_(segment.mediaTrack->facts().timescale) {
   next_ = table.firstPictureFrom(ticks(segment.source.start, scale_, up));
   end_ = std::max(next_, table.firstPictureFrom(ticks(segment.source.end(), scale_, up)));

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <optional>
 
-#include <clipworks/engine/input/SampleTable.h>
+#include <clipworks/engine/input/PictureTable.h>
 #include <clipworks/media/composition/SegmentMapping.h>
 
 namespace clipworks {
@@ -13,7 +13,7 @@ namespace clipworks {
 /// screen within its source range, after the one that is on screen where it starts. Refers to what it was made of.
 class SegmentPictures {
  public:
-  SegmentPictures(const MediaSegment& segment, const engine::SampleTable& table);
+  SegmentPictures(const MediaSegment& segment, const engine::PictureTable& table);
 
   /// On screen where the segment starts between two pictures, or where it is a picture that is held.
   [[nodiscard]] std::optional<std::size_t> held() const { return held_; }
@@ -34,7 +34,7 @@ class SegmentPictures {
 
  private:
   const MediaSegment& segment_;
-  const engine::SampleTable& table_;
+  const engine::PictureTable& table_;
   std::int32_t scale_;
   std::optional<std::size_t> held_;
   std::size_t next_ = 0;

@@ -34,9 +34,9 @@ class CLIPWORKS_API DispatchQueue {
   /// The main queue as a handle, for what takes any queue.
   DispatchQueue(DispatchMainQueue& main);  // NOLINT(google-explicit-constructor): it is a queue
 
-  /// Adds an item and returns at once. An empty one is a programming error that ends the process. Where the system allows
-  /// the process no thread at all, an item for the global queue, or a serial one, runs before this returns, on the calling
-  /// thread: hold no lock that it needs.
+  /// Adds an item and returns at once. An empty one is a programming error that ends the process. Where the system
+  /// allows the process no thread at all, an item for the global queue, or a serial one, runs before this returns, on
+  /// the calling thread: hold no lock that it needs.
   void async(Work work) const;
 
   /// For people: the label of a serial queue, or `main` or `global`.

@@ -28,9 +28,9 @@ class CLIPWORKS_API DispatchSemaphore {
   /// The same, blocking for `timeout` at most. False when it was over first; nothing is taken then.
   [[nodiscard]] bool wait(std::chrono::nanoseconds timeout);
 
-  /// A wait that keeps no thread: `work` runs once one could be taken from the count, on this thread before this returns
-  /// when there is one, else on the global queue. Blocked threads come first. While the count stays 0, the semaphore keeps
-  /// `work`.
+  /// A wait that keeps no thread: `work` runs once one could be taken from the count, on this thread before this
+  /// returns when there is one, else on the global queue. Blocked threads come first. While the count stays 0, the
+  /// semaphore keeps `work`.
   void whenAvailable(std::function<void()> work);
 
   /// Adds one to the count.
@@ -42,8 +42,8 @@ class CLIPWORKS_API DispatchSemaphore {
 
   std::mutex mutex_;
   std::condition_variable wasSignaled_;
-  std::int64_t count_;                        // guarded by mutex_, like all below
-  std::int64_t blocked_ = 0;                  ///< threads in a wait
+  std::int64_t count_;                         // guarded by mutex_, like all below
+  std::int64_t blocked_ = 0;                   ///< threads in a wait
   std::deque<std::function<void()>> waiting_;  ///< works that wait for the count
 };
 

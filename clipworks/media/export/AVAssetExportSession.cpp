@@ -13,7 +13,7 @@
 #include <clipworks/media/base/PrintedLines.h>
 #include <clipworks/media/export/ExportPlan.h>
 #include <clipworks/media/export/ExportPreset.h>
-#include <clipworks/media/export/ExportSession.h>
+#include <clipworks/media/export/ExportSessionFactory.h>
 
 namespace clipworks {
 namespace {
@@ -109,7 +109,7 @@ class ExportSession final : public AVAssetExportSession {
   std::shared_ptr<const AVMutableAudioMix> audioMix_;
   bool keepsMetadata_ = keepsMetadataByDefault;
   std::optional<std::map<std::string, std::string>> metadata_;
-  std::vector<ExportTrack> tracks_;           // what is exported, once it starts
+  std::vector<ExportTrack> tracks_;          // what is exported, once it starts
   std::function<void()> completionHandler_;  // likewise
 
   mutable std::mutex mutex_;
@@ -268,9 +268,9 @@ void AVAssetExportSession::setKeepsRecordingMetadataByDefault(bool keepsRecordin
 }
 
 void AVAssetExportSession::setHighestQualityCodec(std::optional<VideoCodecKind> codec) {
-  highestPreset = !codec                            ? HighestPreset::itself
+  highestPreset = !codec                           ? HighestPreset::itself
                   : *codec == VideoCodecKind::hevc ? HighestPreset::hevc
-                                                    : HighestPreset::h264;
+                                                   : HighestPreset::h264;
 }
 
 }  // namespace clipworks

@@ -84,8 +84,8 @@ class CLIPWORKS_API AVAssetExportSession : public std::enable_shared_from_this<A
   /// that ask for it.
   virtual void setShouldOptimizeForNetworkUse(bool shouldOptimizeForNetworkUse) = 0;
   [[nodiscard]] virtual bool shouldOptimizeForNetworkUse() const = 0;
-  /// How the tracks of pictures are put together to one of a constant rate; null, the default, keeps every picture's own
-  /// time, and its size and orientation. Copied when the export starts.
+  /// How the tracks of pictures are put together to one of a constant rate; null, the default, keeps every picture's
+  /// own time, and its size and orientation. Copied when the export starts.
   virtual void setVideoComposition(std::shared_ptr<const AVMutableVideoComposition> videoComposition) = 0;
   [[nodiscard]] virtual std::shared_ptr<const AVMutableVideoComposition> videoComposition() const = 0;
   /// How loud each track of sound is; null, the default, leaves all as they are. Read when the export starts.
@@ -106,7 +106,8 @@ class CLIPWORKS_API AVAssetExportSession : public std::enable_shared_from_this<A
 
   /// `exportAsynchronously(completionHandler:)`. Returns at once. The handler is called once, on a thread of the
   /// session, possibly before this returns; then it is destroyed. Where the system allows no more threads, the export
-  /// has failed when this returns, and the handler was called on the calling thread. A second call on one session aborts.
+  /// has failed when this returns, and the handler was called on the calling thread. A second call on one session
+  /// aborts.
   virtual void exportAsynchronously(std::function<void()> completionHandler) = 0;
 
   /// Ends a running export as soon as its threads notice (well under a second); a finished one stays as it is. Before

@@ -34,7 +34,8 @@ std::map<std::string, std::string> recordingMetadata(const engine::ExportJob& jo
   std::map<std::string, std::string> metadata;
   if (job.pictures) {
     const auto& runs = job.pictures->runs;
-    const auto run = std::find_if(runs.begin(), runs.end(), [](const auto& r) { return r.file != nullptr || !r.layers.empty(); });
+    const auto run =
+        std::find_if(runs.begin(), runs.end(), [](const auto& r) { return r.file != nullptr || !r.layers.empty(); });
     if (run != runs.end()) metadata = (run->file != nullptr ? run->file : run->layers.back().file)->metadata();
   } else if (job.sound) {
     metadata = job.sound->lanes.front().file->metadata();
@@ -42,8 +43,8 @@ std::map<std::string, std::string> recordingMetadata(const engine::ExportJob& jo
   return withoutContainerKeys(std::move(metadata));
 }
 
-/// The time scale in which the lengths of both tracks are whole, so that no edit is rounded; where there is none, those of
-/// the pictures are, and those of the sound within a tenth of a sample.
+/// The time scale in which the lengths of both tracks are whole, so that no edit is rounded; where there is none, those
+/// of the pictures are, and those of the sound within a tenth of a sample.
 std::int32_t movieTimescale(const engine::ExportJob& job) {
   const std::int32_t sound = job.sound ? job.sound->encoder.sampleRate : 0;
   const std::int32_t pictures = job.pictures ? job.pictures->timescale : 0;
@@ -66,13 +67,15 @@ Result<void, NSError> planPictures(const std::vector<const ExportTrack*>& tracks
   if (!track.copied) {
     // Passthrough names no codec; what cannot stay as it is would need one.
     if (!preset.videoCodec) {
-      return failure(makeError(AVError::operationNotSupportedForAsset, "the pictures cannot be copied as they are: " + obstacle));
+      return failure(
+          makeError(AVError::operationNotSupportedForAsset, "the pictures cannot be copied as they are: " + obstacle));
     }
     chooseEncoding(**job, preset);
     track.encoder = engine::VideoEncoder::libraryName(*preset.videoCodec);
     track.remark = "The pictures are encoded: " + obstacle + ".";
   }
-  if (tracks.size() > 1) track.remark += (track.remark.empty() ? "" : " ") + std::string("Only the first track of pictures is shown.");
+  if (tracks.size() > 1)
+    track.remark += (track.remark.empty() ? "" : " ") + std::string("Only the first track of pictures is shown.");
   plan.job.pictures = std::move(**job);
   plan.tracks.push_back(std::move(track));
   return {};

@@ -22,7 +22,7 @@ struct ExportTrack {
   AVMediaType mediaType = AVMediaType::video;
   CGAffineTransform transform;
   std::vector<MediaSegment> segments;
-  float volume = 1.0F;            ///< of sound
+  float volume = 1.0F;              ///< of sound
   CMTime volumeTime = kCMTimeZero;  ///< from when on
   CMPersistentTrackID trackID = kCMPersistentTrackID_Invalid;
 };

@@ -13,6 +13,6 @@ namespace clipworks {
 /// Lays out the pictures of a track for `preset`, which names a codec and a fixed size: each at its own time, drawn
 /// upright onto one of that size. Nothing for a track without a picture.
 [[nodiscard]] Result<std::optional<engine::PictureJob>, NSError> planFitted(const ExportTrack& track,
-                                                                           const ExportPreset& preset);
+                                                                            const ExportPreset& preset);
 
 }  // namespace clipworks

@@ -7,8 +7,8 @@
 #include <tuple>
 #include <utility>
 
+#include <clipworks/engine/input/CodedPictureReader.h>
 #include <clipworks/engine/input/CodedUnits.h>
-#include <clipworks/engine/input/SampleReader.h>
 #include <clipworks/engine/pipeline/CodedPictures.h>
 #include <clipworks/media/asset/EngineErrors.h>
 #include <clipworks/media/asset/MediaTrack.h>
@@ -72,12 +72,13 @@ constexpr double mostPicturesPerSecond = 120;
 /// Thins the pictures of a segment that plays faster: one for each slot of the highest rate.
 class PictureThinner {
  public:
-  PictureThinner(const MediaSegment& segment, const engine::SampleTable& table, std::int32_t timescale)
+  PictureThinner(const MediaSegment& segment, const engine::PictureTable& table, std::int32_t timescale)
       : isNeeded_(segment.target.duration < segment.source.duration) {
     double rate = mostPicturesPerSecond;
     if (const std::size_t count = table.pictureCount(); count > 1) {
       const auto length = static_cast<double>(table.timeOfPicture(count - 1) - table.timeOfPicture(0));
-      if (length > 0) rate = std::max(rate, static_cast<double>(count - 1) * segment.mediaTrack->facts().timescale / length);
+      if (length > 0)
+        rate = std::max(rate, static_cast<double>(count - 1) * segment.mediaTrack->facts().timescale / length);
     }
     slotsPerTick_ = rate / timescale;
   }
@@ -111,7 +112,7 @@ class PictureLayout {
       shown_.reset();
       return {};
     }
-    auto table = segment.mediaTrack->file()->sampleTable(segment.mediaTrack->stream());
+    auto table = segment.mediaTrack->file()->pictureTable(segment.mediaTrack->stream());
     if (!table) return failure(errorFromEngine(table.error()));
     addMedia(stretch, **table, start);
     return {};
@@ -126,7 +127,7 @@ class PictureLayout {
     bool operator==(const OnScreen&) const = default;
   };
 
-  void addMedia(Stretch stretch, const engine::SampleTable& table, std::int64_t start) {
+  void addMedia(Stretch stretch, const engine::PictureTable& table, std::int64_t start) {
     const MediaTrack* const media = stretch.front().mediaTrack.get();
     // A stretch that starts between two pictures starts with the one on screen, unless that is shown already.
     const auto before = SegmentPictures(stretch.front(), table).held();
@@ -147,7 +148,7 @@ class PictureLayout {
     shown_ = OnScreen{media, job_.runs[known->second].pictures.back().picture};
   }
 
-  void appendPictures(engine::PictureRun& run, const MediaSegment& segment, const engine::SampleTable& table,
+  void appendPictures(engine::PictureRun& run, const MediaSegment& segment, const engine::PictureTable& table,
                       std::int64_t start) const {
     const std::int32_t scale = segment.mediaTrack->facts().timescale;
     const SegmentPictures shown(segment, table);
@@ -198,7 +199,8 @@ const engine::PictureRun* firstRunWithMedia(const engine::PictureJob& job) {
 }
 
 bool isPlacedOnce(const engine::PictureJob& job, std::uint32_t run) {
-  return std::count_if(job.placements.begin(), job.placements.end(), [run](const auto& p) { return p.run == run; }) == 1;
+  return std::count_if(job.placements.begin(), job.placements.end(), [run](const auto& p) { return p.run == run; }) ==
+         1;
 }
 
 // More pictures than an encoder's longest group has would keep a player waiting for the first that is shown.
@@ -206,10 +208,11 @@ constexpr std::size_t mostHiddenBefore = 300;
 
 /// Where decoding starts for the first picture of a run that does not begin there: an access point that needs nothing
 /// before it, nor before the run's other samples.
-std::optional<std::uint32_t> decodingStartOf(engine::SampleReader& reader, const engine::PictureRun& run) {
+std::optional<std::uint32_t> decodingStartOf(engine::CodedPictureReader& reader, const engine::PictureRun& run) {
   const auto& table = reader.table();
   const std::uint32_t firstNeeded = engine::samplesInDecodingOrder(run, table).front().sample;
-  for (std::uint32_t start = table.accessPointFor(run.pictures.front().picture);; start = table.accessPointBefore(start)) {
+  for (std::uint32_t start = table.accessPointFor(run.pictures.front().picture);;
+       start = table.accessPointBefore(start)) {
     if (firstNeeded - start > mostHiddenBefore) return std::nullopt;
     const auto packet = reader.read(start);
     if (!packet || !table.samples()[start].accessPoint) return std::nullopt;
@@ -218,9 +221,9 @@ std::optional<std::uint32_t> decodingStartOf(engine::SampleReader& reader, const
   }
 }
 
-/// The distance of hidden pictures, in ticks. They take nearly no time, so that they add nothing to the length of a track,
-/// and players that begin with the first sample whatever the edit says (Firefox) begin at the right picture. Players that
-/// count in microseconds still tell them apart.
+/// The distance of hidden pictures, in ticks. They take nearly no time, so that they add nothing to the length of a
+/// track, and players that begin with the first sample whatever the edit says (Firefox) begin at the right picture.
+/// Players that count in microseconds still tell them apart.
 std::int64_t hiddenStep(std::int32_t timescale) {
   constexpr std::int32_t stepsPerSecond = 50'000;
   return (timescale + stepsPerSecond - 1) / stepsPerSecond;
@@ -229,7 +232,7 @@ std::int64_t hiddenStep(std::int32_t timescale) {
 /// The pictures that are decoded before the first one of a run.
 void hideBefore(engine::PictureRun& run, std::int64_t step) {
   if (run.file == nullptr) return;
-  auto reader = engine::SampleReader::open(run.file, run.stream);
+  auto reader = engine::CodedPictureReader::open(run.file, run.stream);
   if (!reader) return;
   const auto& table = reader->table();
   const engine::ShownPicture& first = run.pictures.front();
@@ -250,7 +253,7 @@ void hideBefore(engine::PictureRun& run, std::int64_t step) {
 /// The pictures that are decoded before the last one of a run, but shown later: from `end` on.
 void hideAfter(engine::PictureRun& run, std::int64_t end, std::int64_t step) {
   if (run.file == nullptr) return;
-  const auto table = run.file->sampleTable(run.stream);
+  const auto table = run.file->pictureTable(run.stream);
   if (!table) return;
   const std::uint32_t lastNeeded = engine::samplesInDecodingOrder(run, **table).back().sample;
   for (std::size_t picture = run.pictures.back().picture + 1; picture < (*table)->pictureCount(); ++picture) {
@@ -266,7 +269,7 @@ enum class RunPlace { first, any };
 /// Whether the samples of a run can be decoded by themselves.
 std::string obstacleInRun(const engine::PictureRun& run, RunPlace place) {
   if (run.file == nullptr) return "it has stretches without pictures";
-  auto reader = engine::SampleReader::open(run.file, run.stream);
+  auto reader = engine::CodedPictureReader::open(run.file, run.stream);
   if (!reader) return reader.error().sentence;
   const auto& table = reader->table();
   const auto samples = engine::samplesInDecodingOrder(run, table);
@@ -276,10 +279,12 @@ std::string obstacleInRun(const engine::PictureRun& run, RunPlace place) {
   if (!packet) return packet.error().sentence;
   const auto& parameters = run.file->parameters(run.stream);
   const bool leavesOutLeading = place == RunPlace::first && engine::isDecodingStart(**packet, parameters);
-  if (!leavesOutLeading && !engine::isClosedAccessPoint(**packet, parameters)) return "it starts with an open group of pictures";
+  if (!leavesOutLeading && !engine::isClosedAccessPoint(**packet, parameters))
+    return "it starts with an open group of pictures";
   for (std::size_t i = 1; i < samples.size(); ++i) {
     for (std::uint32_t left = samples[i - 1].sample + 1; left < samples[i].sample; ++left) {
-      if (!leavesOutLeading || table.samples()[left].presentation >= first.presentation) return "it is cut inside a group of pictures";
+      if (!leavesOutLeading || table.samples()[left].presentation >= first.presentation)
+        return "it is cut inside a group of pictures";
     }
   }
   return {};
@@ -323,10 +328,12 @@ std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset&
   }
   if (facts.sampleDescriptions > 1) return "its format changes on the way";
   for (const auto& run : job.runs) {
-    if (run.file != nullptr && (run.file != media->file || run.stream != media->stream)) return "it joins several videos";
+    if (run.file != nullptr && (run.file != media->file || run.stream != media->stream))
+      return "it joins several videos";
   }
   for (std::uint32_t run = 0; run < job.runs.size(); ++run) {
-    const RunPlace place = run == job.placements.front().run && isPlacedOnce(job, run) ? RunPlace::first : RunPlace::any;
+    const RunPlace place =
+        run == job.placements.front().run && isPlacedOnce(job, run) ? RunPlace::first : RunPlace::any;
     if (auto obstacle = obstacleInRun(job.runs[run], place); !obstacle.empty()) return obstacle;
   }
   return {};

@@ -16,8 +16,8 @@ namespace clipworks {
 /// job is complete but for how it is coded. Nothing for a track without a picture.
 [[nodiscard]] Result<std::optional<engine::PictureJob>, NSError> layOutPictures(const ExportTrack& track);
 
-/// Where the job starts or ends inside a group of pictures: has the pictures kept that are not shown, but that those which
-/// are refer to, hidden before the start and behind the end. For jobs that are copied.
+/// Where the job starts or ends inside a group of pictures: has the pictures kept that are not shown, but that those
+/// which are refer to, hidden before the start and behind the end. For jobs that are copied.
 void keepHiddenPictures(engine::PictureJob& job);
 
 /// Why the coded pictures of a job cannot be copied into a file of `preset`, in a few words; empty when they can.

@@ -149,7 +149,8 @@ Result<engine::PictureJob, NSError> planRendering(const std::vector<const Export
     return failure(invalid("the time that each rendered picture stays is no length"));
   }
   if (frameDuration.timescale > frameDuration.value * mostPicturesPerSecond) {
-    return failure(invalid("more than " + std::to_string(mostPicturesPerSecond) + " pictures a second are not rendered"));
+    return failure(
+        invalid("more than " + std::to_string(mostPicturesPerSecond) + " pictures a second are not rendered"));
   }
   const std::int64_t length = ticks(end, frameDuration.timescale, CMTimeRoundingMethod::roundTowardPositiveInfinity);
   const std::int64_t count = length / frameDuration.value + (length % frameDuration.value != 0 ? 1 : 0);

@@ -12,8 +12,8 @@
 
 namespace clipworks {
 
-/// From the decoded picture of `media` to a canvas: what is shown of it to its natural size first, then as `layer`, which
-/// maps points of the natural size, says.
+/// From the decoded picture of `media` to a canvas: what is shown of it to its natural size first, then as `layer`,
+/// which maps points of the natural size, says.
 [[nodiscard]] engine::AffineMap mapToCanvas(const MediaTrack& media, const CGAffineTransform& layer);
 
 /// Lays out what `videoComposition` draws, picture by picture, until `end`: which picture each layer shows, where it

@@ -33,7 +33,8 @@ engine::SoundLane& laneOf(std::vector<engine::SoundLane>& lanes, std::size_t fir
 
 std::optional<NSError> whyNotAudible(const ExportTrack& track) {
   if (track.volumeTime > kCMTimeZero) {
-    return makeError(AVError::operationNotSupportedForAsset, "volumes that change in the course of a track are not supported");
+    return makeError(AVError::operationNotSupportedForAsset,
+                     "volumes that change in the course of a track are not supported");
   }
   // Written so that NaN fails too.
   if (!(track.volume >= 0.0F && track.volume <= AVMutableAudioMixInputParameters::greatestVolume)) {
@@ -76,8 +77,8 @@ engine::SoundEncoderSettings encoderFor(const std::vector<engine::SoundLane>& la
 bool canPassFullScale(const engine::SoundJob& job, const std::vector<const ExportTrack*>& tracks) {
   const auto audible = std::count_if(tracks.begin(), tracks.end(), [](const auto* track) { return track->volume > 0; });
   return audible > 1 || std::any_of(job.lanes.begin(), job.lanes.end(), [&](const engine::SoundLane& lane) {
-    return lane.volume > 1.0F || lane.file->stream(lane.stream).channels > job.encoder.channels;
-  });
+           return lane.volume > 1.0F || lane.file->stream(lane.stream).channels > job.encoder.channels;
+         });
 }
 
 bool canBeCopied(const engine::SoundJob& job, const ExportPreset& preset, std::size_t tracks) {
@@ -87,8 +88,8 @@ bool canBeCopied(const engine::SoundJob& job, const ExportPreset& preset, std::s
   const auto& lane = job.lanes.front();
   const auto& piece = lane.pieces.front();
   const auto& facts = lane.file->stream(lane.stream);
-  return facts.codec == "aac" && facts.hasConfiguration && lane.volume == 1.0F && !piece.isStretched() && piece.target == 0 &&
-         piece.source <= mostHiddenSamples;
+  return facts.codec == "aac" && facts.hasConfiguration && lane.volume == 1.0F && !piece.isStretched() &&
+         piece.target == 0 && piece.source <= mostHiddenSamples;
 }
 
 }  // namespace

@@ -32,7 +32,8 @@ class CLIPWORKS_API AVAssetImageGenerator : public std::enable_shared_from_this<
   AVAssetImageGenerator(const AVAssetImageGenerator&) = delete;
   AVAssetImageGenerator& operator=(const AVAssetImageGenerator&) = delete;
 
-  /// The box that pictures are fitted into, keeping their aspect, never enlarged; a side of 0 is no limit (the default).
+  /// The box that pictures are fitted into, keeping their aspect, never enlarged; a side of 0 is no limit (the
+  /// default).
   virtual void setMaximumSize(CGSize maximumSize) = 0;
   /// Whether pictures come upright, by the track's preferred transform; off unless asked for.
   virtual void setAppliesPreferredTrackTransform(bool appliesPreferredTrackTransform) = 0;
@@ -54,9 +55,9 @@ class CLIPWORKS_API AVAssetImageGenerator : public std::enable_shared_from_this<
 
   /// Called once for each requested time: the time as it was asked for, the picture (null unless succeeded), when that
   /// picture comes on screen, how it ended, and why it failed.
-  using CompletionHandler =
-      std::function<void(const CMTime& requestedTime, const std::shared_ptr<const CGImage>& image,
-                         const CMTime& actualTime, AVAssetImageGeneratorResult result, const std::optional<NSError>& error)>;
+  using CompletionHandler = std::function<void(const CMTime& requestedTime, const std::shared_ptr<const CGImage>& image,
+                                               const CMTime& actualTime, AVAssetImageGeneratorResult result,
+                                               const std::optional<NSError>& error)>;
 
   /// `generateCGImagesAsynchronously(forTimes:completionHandler:)`. Returns at once; the handler comes on a thread of
   /// the generator, once a time, in the order of `times`, one call at a time, and is destroyed after the last. The

@@ -71,8 +71,8 @@ engine::Expected<std::shared_ptr<const engine::StillImage>> ImageSource::still(c
     return engine::blackStill(size.width, size.height, stillSettings(settings));
   }
   if (auto opened = open(shown.media, settings); !opened) return tl::make_unexpected(opened.error());
-  auto frame = whole_->picture(
-      shown.picture, [&](std::size_t picture) { return reader_->picture(picture, upcoming, stop); });
+  auto frame =
+      whole_->picture(shown.picture, [&](std::size_t picture) { return reader_->picture(picture, upcoming, stop); });
   if (!frame) return tl::make_unexpected(frame.error());
   return maker_->make(*frame);
 }
@@ -88,7 +88,7 @@ engine::Expected<void> ImageSource::open(const std::shared_ptr<const MediaTrack>
     if (!reader) return tl::make_unexpected(reader.error());
     reader_.emplace(std::move(*reader));
     reader_->countDamageIn(damaged_);
-    whole_.emplace(*media->file(), media->stream(), reader_->table().pictureCount());
+    whole_.emplace(!media->facts().progressive, reader_->table().pictureCount());
     media_ = media;
   }
   reader_->setCacheLimit(settings.cacheLimit);

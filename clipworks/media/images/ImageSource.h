@@ -8,8 +8,8 @@
 #include <stop_token>
 
 #include <clipworks/engine/input/CachedPictureReader.h>
-#include <clipworks/engine/pictures/StillMaker.h>
 #include <clipworks/engine/pictures/WholePictures.h>
+#include <clipworks/engine/stills/StillMaker.h>
 #include <clipworks/media/asset/AVAsset.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/base/NSError.h>

@@ -19,7 +19,8 @@ namespace clipworks {
 ///     unknown ── startReading ──> reading ──> completed | failed | cancelled
 class CLIPWORKS_API AVAssetReader {
  public:
-  /// `AVAssetReader(asset:)`. Fails, with the reason, for an asset without tracks: a file that cannot be read above all.
+  /// `AVAssetReader(asset:)`. Fails, with the reason, for an asset without tracks: a file that cannot be read above
+  /// all.
   [[nodiscard]] static Result<std::shared_ptr<AVAssetReader>, NSError> make(const std::shared_ptr<AVAsset>& asset);
   AVAssetReader(const AVAssetReader&) = delete;
   AVAssetReader& operator=(const AVAssetReader&) = delete;

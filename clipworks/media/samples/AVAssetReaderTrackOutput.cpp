@@ -15,7 +15,8 @@ std::shared_ptr<AVAssetReaderTrackOutput> AVAssetReaderTrackOutput::make(std::sh
       new AVAssetReaderTrackOutput(std::move(track), std::move(outputSettings)));
 }
 
-AVAssetReaderTrackOutput::AVAssetReaderTrackOutput(std::shared_ptr<AVAssetTrack> track, SettingsDictionary outputSettings)
+AVAssetReaderTrackOutput::AVAssetReaderTrackOutput(std::shared_ptr<AVAssetTrack> track,
+                                                   SettingsDictionary outputSettings)
     : track_(std::move(track)), outputSettings_(std::move(outputSettings)) {}
 AVAssetReaderTrackOutput::~AVAssetReaderTrackOutput() = default;
 

@@ -25,8 +25,9 @@ class SampleSource;
 /// begins with its first sample, gaps behind that are silence.
 class CLIPWORKS_API AVAssetReaderTrackOutput {
  public:
-  /// `AVAssetReaderTrackOutput(track:outputSettings:)`. For pictures the pixel format has to be named (420f or 420v), for
-  /// sound the format, linear PCM of 16 bits in the machine's byte order; the track's own rate and channels are kept.
+  /// `AVAssetReaderTrackOutput(track:outputSettings:)`. For pictures the pixel format has to be named (420f or 420v),
+  /// for sound the format, linear PCM of 16 bits in the machine's byte order; the track's own rate and channels are
+  /// kept.
   [[nodiscard]] static std::shared_ptr<AVAssetReaderTrackOutput> make(std::shared_ptr<AVAssetTrack> track,
                                                                       SettingsDictionary outputSettings);
   ~AVAssetReaderTrackOutput();

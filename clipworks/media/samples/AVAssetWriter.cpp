@@ -59,7 +59,9 @@ Result<std::shared_ptr<AVAssetWriter>, NSError> AVAssetWriter::make(const URL& o
 }
 
 AVAssetWriter::AVAssetWriter(URL outputURL, AVFileType fileType, std::shared_ptr<engine::SharedMovie> movie)
-    : outputURL_(std::move(outputURL)), fileType_(fileType), movie_(std::move(movie)),
+    : outputURL_(std::move(outputURL)),
+      fileType_(fileType),
+      movie_(std::move(movie)),
       state_(std::make_shared<WritingState>()) {}
 
 // Inputs may live on; what they are still given goes nowhere.

@@ -23,12 +23,12 @@ namespace clipworks {
 ///     unknown ── startWriting ──> writing ── finishWriting ──> completed
 ///                    └───────────────┴──────────────────────> failed | cancelled
 ///
-/// The file appears under its name only when it is whole, with its index first; a writer that fails, is cancelled or let
-/// go leaves none. One thread sets it up and ends it; `status` and `error` may be asked from any.
+/// The file appears under its name only when it is whole, with its index first; a writer that fails, is cancelled or
+/// let go leaves none. One thread sets it up and ends it; `status` and `error` may be asked from any.
 class CLIPWORKS_API AVAssetWriter : public std::enable_shared_from_this<AVAssetWriter> {
  public:
-  /// `AVAssetWriter(url:fileType:)`, `AVAssetWriter(outputURL:fileType:)`. Fails when the type is none of QuickTime movie,
-  /// MPEG-4 and M4A, something of that name is there, or nothing can be written in the directory.
+  /// `AVAssetWriter(url:fileType:)`, `AVAssetWriter(outputURL:fileType:)`. Fails when the type is none of QuickTime
+  /// movie, MPEG-4 and M4A, something of that name is there, or nothing can be written in the directory.
   [[nodiscard]] static Result<std::shared_ptr<AVAssetWriter>, NSError> make(const URL& outputURL, AVFileType fileType);
   ~AVAssetWriter();
   AVAssetWriter(const AVAssetWriter&) = delete;

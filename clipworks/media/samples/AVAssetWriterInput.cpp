@@ -11,15 +11,18 @@
 
 namespace clipworks {
 
-std::shared_ptr<AVAssetWriterInput> AVAssetWriterInput::make(AVMediaType mediaType, SettingsDictionary outputSettings,
-                                                             std::shared_ptr<const CMFormatDescription> sourceFormatHint) {
+std::shared_ptr<AVAssetWriterInput> AVAssetWriterInput::make(
+    AVMediaType mediaType, SettingsDictionary outputSettings,
+    std::shared_ptr<const CMFormatDescription> sourceFormatHint) {
   return std::shared_ptr<AVAssetWriterInput>(
       new AVAssetWriterInput(mediaType, std::move(outputSettings), std::move(sourceFormatHint)));
 }
 
 AVAssetWriterInput::AVAssetWriterInput(AVMediaType mediaType, SettingsDictionary outputSettings,
                                        std::shared_ptr<const CMFormatDescription> sourceFormatHint)
-    : mediaType_(mediaType), outputSettings_(std::move(outputSettings)), sourceFormatHint_(std::move(sourceFormatHint)) {}
+    : mediaType_(mediaType),
+      outputSettings_(std::move(outputSettings)),
+      sourceFormatHint_(std::move(sourceFormatHint)) {}
 AVAssetWriterInput::~AVAssetWriterInput() = default;
 
 std::optional<NSError> AVAssetWriterInput::whyNotWritable() const {
@@ -88,7 +91,8 @@ bool AVAssetWriterInput::append(const CVPixelBuffer& pixelBuffer, const CMTime& 
   try {
     return noted(writing_->append(pixelBuffer, withPresentationTime));
   } catch (const std::exception& thrown) {
-    return noted(failure(makeError(AVError::outOfMemory, std::string("a picture cannot be written: ") + thrown.what())));
+    return noted(
+        failure(makeError(AVError::outOfMemory, std::string("a picture cannot be written: ") + thrown.what())));
   }
 }
 

@@ -25,13 +25,13 @@ class WritingState;
 /// functions are for any. Each input has an encoder on a thread of its own, with a short queue before it: ask
 /// `isReadyForMoreMediaData` before an append, or the append waits for room.
 ///
-/// Pictures: H.264 or HEVC of the size that the settings name (odd sides are rounded up, the edge repeated), at the asked
-/// average bit rate, or at constant, visually transparent quality when it is 0 or not given. Buffers are BGRA or bi-planar
-/// 4:2:0; BGRA becomes video by the matrix and range of the buffer's attachments, else by BT.709 for high definition and
-/// BT.601 below, in video range. Times have to rise.
-/// Sound: AAC; buffers are 16-bit PCM of any one rate and layout, which is converted as a whole, to the sample. A buffer
-/// without a valid time follows the one before it, the first one begins where the session does; one that comes later is
-/// preceded by silence, one that overlaps loses its beginning.
+/// Pictures: H.264 or HEVC of the size that the settings name (odd sides are rounded up, the edge repeated), at the
+/// asked average bit rate, or at constant, visually transparent quality when it is 0 or not given. Buffers are BGRA or
+/// bi-planar 4:2:0; BGRA becomes video by the matrix and range of the buffer's attachments, else by BT.709 for high
+/// definition and BT.601 below, in video range. Times have to rise. Sound: AAC; buffers are 16-bit PCM of any one rate
+/// and layout, which is converted as a whole, to the sample. A buffer without a valid time follows the one before it,
+/// the first one begins where the session does; one that comes later is preceded by silence, one that overlaps loses
+/// its beginning.
 class CLIPWORKS_API AVAssetWriterInput {
  public:
   /// `AVAssetWriterInput(mediaType:outputSettings:sourceFormatHint:)`. What settings cannot be written, `canAdd` of the
@@ -57,8 +57,8 @@ class CLIPWORKS_API AVAssetWriterInput {
   /// that nobody waits for ever. False before it starts.
   [[nodiscard]] bool isReadyForMoreMediaData() const;
 
-  /// `append(_:)`: takes the samples; their bytes are not looked at any more when it returns. False when the writer does
-  /// not write (any more), or the samples are not what the input takes, which makes the writer fail.
+  /// `append(_:)`: takes the samples; their bytes are not looked at any more when it returns. False when the writer
+  /// does not write (any more), or the samples are not what the input takes, which makes the writer fail.
   bool append(const std::shared_ptr<CMSampleBuffer>& sampleBuffer);
 
   /// No more samples will come. Appends return false from then on.
@@ -84,7 +84,7 @@ class CLIPWORKS_API AVAssetWriterInput {
   std::shared_ptr<const CMFormatDescription> sourceFormatHint_;
   bool isRealTime_ = false;
   CGAffineTransform transform_;
-  std::shared_ptr<WritingState> state_;     // null before the writer starts, as the next
+  std::shared_ptr<WritingState> state_;  // null before the writer starts, as the next
   std::unique_ptr<TrackWriting> writing_;
   bool hasSession_ = false;
   bool isFinished_ = false;

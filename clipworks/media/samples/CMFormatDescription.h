@@ -10,11 +10,11 @@ namespace clipworks {
 
 /// How samples of sound are laid out in memory.
 struct AudioStreamBasicDescription {
-  double mSampleRate = 0;                ///< hertz
-  std::uint32_t mFormatID = 0;           ///< `kAudioFormatLinearPCM`, …
+  double mSampleRate = 0;       ///< hertz
+  std::uint32_t mFormatID = 0;  ///< `kAudioFormatLinearPCM`, …
   std::uint32_t mChannelsPerFrame = 0;
-  std::uint32_t mBitsPerChannel = 0;     ///< 0 for coded sound
-  std::uint32_t mBytesPerFrame = 0;      ///< of all channels; 0 for coded sound
+  std::uint32_t mBitsPerChannel = 0;  ///< 0 for coded sound
+  std::uint32_t mBytesPerFrame = 0;   ///< of all channels; 0 for coded sound
   bool mIsFloat = false;
   bool mIsBigEndian = false;
 };

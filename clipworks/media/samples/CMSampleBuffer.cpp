@@ -71,7 +71,8 @@ CMTime CMSampleBufferGetDuration(const CMSampleBuffer& sampleBuffer) {
   if (timing.size() == 1) {
     const CMTime& each = timing.front().duration;
     if (!each.isNumeric()) return each;
-    const Int128 total = static_cast<Int128>(each.value) * static_cast<Int128>(CMSampleBufferGetNumSamples(sampleBuffer));
+    const Int128 total =
+        static_cast<Int128>(each.value) * static_cast<Int128>(CMSampleBufferGetNumSamples(sampleBuffer));
     return CMTime(saturated(total), each.timescale);
   }
   CMTime total = kCMTimeZero;

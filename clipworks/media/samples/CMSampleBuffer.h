@@ -67,15 +67,17 @@ class CLIPWORKS_API CMSampleBuffer {
   friend std::shared_ptr<CVPixelBuffer> CMSampleBufferGetImageBuffer(CMSampleBuffer&);
 };
 
-/// Makes a buffer of `numSamples` samples in `dataBuffer` (for PCM, a sample is one value of every channel). `sampleTiming`
-/// holds no entry, one for all samples (its duration is that of each), or one for each; `sampleSizes` likewise.
-/// `makeDataReadyCallback` is called at once when the data is not ready and it is given. Fails without a format, and
-/// for another number of entries.
-[[nodiscard]] CLIPWORKS_API OSStatus CMSampleBufferCreate(
-    std::shared_ptr<CMBlockBuffer> dataBuffer, bool dataReady, const std::function<void()>& makeDataReadyCallback,
-    std::shared_ptr<const CMFormatDescription> formatDescription, std::size_t numSamples,
-    const std::vector<CMSampleTimingInfo>& sampleTiming, const std::vector<std::size_t>& sampleSizes,
-    std::shared_ptr<CMSampleBuffer>* sampleBufferOut);
+/// Makes a buffer of `numSamples` samples in `dataBuffer` (for PCM, a sample is one value of every channel).
+/// `sampleTiming` holds no entry, one for all samples (its duration is that of each), or one for each; `sampleSizes`
+/// likewise. `makeDataReadyCallback` is called at once when the data is not ready and it is given. Fails without a
+/// format, and for another number of entries.
+[[nodiscard]] CLIPWORKS_API OSStatus CMSampleBufferCreate(std::shared_ptr<CMBlockBuffer> dataBuffer, bool dataReady,
+                                                          const std::function<void()>& makeDataReadyCallback,
+                                                          std::shared_ptr<const CMFormatDescription> formatDescription,
+                                                          std::size_t numSamples,
+                                                          const std::vector<CMSampleTimingInfo>& sampleTiming,
+                                                          const std::vector<std::size_t>& sampleSizes,
+                                                          std::shared_ptr<CMSampleBuffer>* sampleBufferOut);
 
 /// When the first sample is presented; invalid when that is not known.
 [[nodiscard]] CLIPWORKS_API CMTime CMSampleBufferGetPresentationTimeStamp(const CMSampleBuffer& sampleBuffer);
@@ -96,7 +98,8 @@ CLIPWORKS_API OSStatus CMSampleBufferGetSampleTimingInfoArray(const CMSampleBuff
                                                               CMSampleTimingInfo* timingArrayOut,
                                                               std::size_t* timingArrayEntriesNeededOut);
 /// The bytes of the samples; null for a picture.
-[[nodiscard]] CLIPWORKS_API std::shared_ptr<CMBlockBuffer> CMSampleBufferGetDataBuffer(const CMSampleBuffer& sampleBuffer);
+[[nodiscard]] CLIPWORKS_API std::shared_ptr<CMBlockBuffer> CMSampleBufferGetDataBuffer(
+    const CMSampleBuffer& sampleBuffer);
 /// Whether the bytes are there.
 [[nodiscard]] CLIPWORKS_API bool CMSampleBufferDataIsReady(const CMSampleBuffer& sampleBuffer);
 /// The picture, decoded now when nobody has asked before. Null for sound, and when it cannot be decoded.

@@ -21,7 +21,10 @@ std::shared_ptr<const void> ownerOf(const void* bytes, CVPixelBufferReleaseBytes
 
 CVPixelBuffer::CVPixelBuffer(std::size_t width, std::size_t height, std::uint32_t pixelFormatType,
                              std::vector<PixelPlane> planes, std::shared_ptr<const void> owner)
-    : width_(width), height_(height), pixelFormatType_(pixelFormatType), planes_(std::move(planes)),
+    : width_(width),
+      height_(height),
+      pixelFormatType_(pixelFormatType),
+      planes_(std::move(planes)),
       owner_(std::move(owner)) {}
 
 std::shared_ptr<CVPixelBuffer> CVPixelBufferCreateWithBytes(std::size_t width, std::size_t height,

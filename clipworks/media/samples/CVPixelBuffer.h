@@ -16,7 +16,7 @@ namespace clipworks {
 struct PixelPlane {
   std::uint8_t* baseAddress = nullptr;
   std::size_t bytesPerRow = 0;
-  std::size_t width = 0;   ///< in pixels, for the chromas of bi-planar buffers in pairs
+  std::size_t width = 0;  ///< in pixels, for the chromas of bi-planar buffers in pairs
   std::size_t height = 0;
 };
 
@@ -53,9 +53,9 @@ class CLIPWORKS_API CVPixelBuffer {
 using CVPixelBufferReleaseBytesCallback = std::function<void(const void* baseAddress)>;
 
 /// Wraps the rows at `baseAddress` without copying them; the caller keeps them alive as long as the buffer, or what was
-/// made of it, may look at them. Of one-plane formats only: `kCVPixelFormatType_32BGRA`. `releaseCallback` may be empty;
-/// `pixelBufferAttributes` is not looked at. Null for another format, a size that is 0 or over 16,384, or rows that are
-/// shorter than their pixels.
+/// made of it, may look at them. Of one-plane formats only: `kCVPixelFormatType_32BGRA`. `releaseCallback` may be
+/// empty; `pixelBufferAttributes` is not looked at. Null for another format, a size that is 0 or over 16,384, or rows
+/// that are shorter than their pixels.
 [[nodiscard]] CLIPWORKS_API std::shared_ptr<CVPixelBuffer> CVPixelBufferCreateWithBytes(
     std::size_t width, std::size_t height, std::uint32_t pixelFormatType, void* baseAddress, std::size_t bytesPerRow,
     CVPixelBufferReleaseBytesCallback releaseCallback, const SettingsDictionary& pixelBufferAttributes);

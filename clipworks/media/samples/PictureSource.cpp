@@ -63,8 +63,8 @@ class PictureDecoding {
 
   const std::uint32_t pixelFormatType_;
   std::mutex mutex_;
-  engine::BiPlanarConverter converter_;                                              // guarded by mutex_
-  std::map<std::shared_ptr<const MediaTrack>, engine::PictureReader> readers_;       // guarded by mutex_
+  engine::BiPlanarConverter converter_;                                         // guarded by mutex_
+  std::map<std::shared_ptr<const MediaTrack>, engine::PictureReader> readers_;  // guarded by mutex_
 };
 
 class PictureSource final : public SampleSource {
@@ -79,9 +79,10 @@ class PictureSource final : public SampleSource {
     CMSampleTimingInfo timing;
     timing.presentationTimeStamp = shown.since;
     timing.duration = (next_ < pictures_.size() ? pictures_[next_].since : end_) - shown.since;
-    return CMSampleBuffer::picture(format_, timing, [decoding = decoding_, media = shown.media, picture = shown.picture] {
-      return decoding->decode(media, picture);
-    });
+    return CMSampleBuffer::picture(format_, timing,
+                                   [decoding = decoding_, media = shown.media, picture = shown.picture] {
+                                     return decoding->decode(media, picture);
+                                   });
   }
 
  private:
@@ -99,8 +100,8 @@ Result<std::unique_ptr<SampleSource>, NSError> openPictureSource(const AVAssetTr
   const auto wanted = settings.integer(kCVPixelBufferPixelFormatTypeKey);
   const bool isFull = wanted == kCVPixelFormatType_420YpCbCr8BiPlanarFullRange;
   if (!isFull && wanted != kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange) {
-    return failure(makeError(AVError::operationNotSupportedForAsset,
-                             "pictures are read in the pixel formats 420f and 420v only"));
+    return failure(
+        makeError(AVError::operationNotSupportedForAsset, "pictures are read in the pixel formats 420f and 420v only"));
   }
   const auto timeline = PictureTimeline::make(resolveToMedia(track));
   if (!timeline) return failure(timeline.error());
@@ -111,8 +112,8 @@ Result<std::unique_ptr<SampleSource>, NSError> openPictureSource(const AVAssetTr
     size = {facts.codedWidth, facts.codedHeight};
   }
   const auto pixelFormatType = static_cast<std::uint32_t>(*wanted);
-  auto decoding = std::make_shared<PictureDecoding>(
-      pixelFormatType, isFull ? engine::PictureRange::full : engine::PictureRange::video);
+  auto decoding = std::make_shared<PictureDecoding>(pixelFormatType,
+                                                    isFull ? engine::PictureRange::full : engine::PictureRange::video);
   return std::make_unique<PictureSource>(std::move(pictures), timeline->end(), std::move(decoding),
                                          CMFormatDescription::pictures(pixelFormatType, size));
 }

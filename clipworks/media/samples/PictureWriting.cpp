@@ -15,10 +15,10 @@ engine::Colour colourOf(const CVPixelBuffer& buffer) {
     constexpr std::int64_t unspecified = 2;  // ITU-T H.273
     return static_cast<int>(buffer.attachments().integer(key).value_or(unspecified));
   };
-  return engine::completeColour(static_cast<int>(buffer.width()), static_cast<int>(buffer.height()),
-                                {told(kCVImageBufferColorPrimariesKey), told(kCVImageBufferTransferFunctionKey),
-                                 told(kCVImageBufferYCbCrMatrixKey),
-                                 buffer.attachments().integer(kCVImageBufferFullRangeKey).value_or(0) != 0});
+  return engine::completeColour(
+      static_cast<int>(buffer.width()), static_cast<int>(buffer.height()),
+      {told(kCVImageBufferColorPrimariesKey), told(kCVImageBufferTransferFunctionKey),
+       told(kCVImageBufferYCbCrMatrixKey), buffer.attachments().integer(kCVImageBufferFullRangeKey).value_or(0) != 0});
 }
 
 engine::Expected<engine::Frame> planarFrame(const CVPixelBuffer& buffer) {
@@ -32,8 +32,9 @@ engine::Expected<engine::Frame> planarFrame(const CVPixelBuffer& buffer) {
   }
   const bool isFull = buffer.pixelFormatType() == kCVPixelFormatType_420YpCbCr8BiPlanarFullRange;
   const PixelPlane& second = buffer.planes().at(1);
-  auto frame = engine::planarFromBiPlanar(first.baseAddress, rowLength(first), second.baseAddress, rowLength(second), width,
-                                          height, isFull ? engine::PictureRange::full : engine::PictureRange::video);
+  auto frame =
+      engine::planarFromBiPlanar(first.baseAddress, rowLength(first), second.baseAddress, rowLength(second), width,
+                                 height, isFull ? engine::PictureRange::full : engine::PictureRange::video);
   if (frame) engine::tag(**frame, {colour.primaries, colour.transfer, colour.matrix, isFull});
   return frame;
 }
@@ -47,7 +48,8 @@ class PictureWriting final : public TrackWriting {
 
   Result<bool, NSError> append(CMSampleBuffer& sampleBuffer) override {
     const auto pixelBuffer = CMSampleBufferGetImageBuffer(sampleBuffer);
-    if (pixelBuffer == nullptr) return failure(makeError(AVError::decodeFailed, "a buffer holds no picture to be written"));
+    if (pixelBuffer == nullptr)
+      return failure(makeError(AVError::decodeFailed, "a buffer holds no picture to be written"));
     return append(*pixelBuffer, CMSampleBufferGetPresentationTimeStamp(sampleBuffer));
   }
 
@@ -75,9 +77,8 @@ Result<std::unique_ptr<TrackWriting>, NSError> beginPictures(const engine::Pictu
                                                              std::shared_ptr<engine::SharedMovie> movie,
                                                              std::shared_ptr<WritingState> state) {
   const std::size_t track = movie->addTrack();
-  auto encoding = engine::PictureEncoding::open(settings, std::move(movie), track, [state](const engine::Error& error) {
-    state->fail(errorFromEngine(error));
-  });
+  auto encoding = engine::PictureEncoding::open(
+      settings, std::move(movie), track, [state](const engine::Error& error) { state->fail(errorFromEngine(error)); });
   if (!encoding) return failure(errorFromEngine(encoding.error()));
   return std::make_unique<PictureWriting>(std::move(*encoding));
 }

@@ -37,7 +37,9 @@ std::int16_t toInteger(float sample) {
 class SoundSource final : public SampleSource {
  public:
   SoundSource(std::vector<Piece> pieces, int sampleRate, int channels)
-      : pieces_(std::move(pieces)), sampleRate_(sampleRate), channels_(channels),
+      : pieces_(std::move(pieces)),
+        sampleRate_(sampleRate),
+        channels_(channels),
         format_(CMFormatDescription::pcm(sampleRate, static_cast<std::uint32_t>(channels), bitsPerSample)) {
     if (pieces_.empty()) return;
     position_ = pieces_.front().target;
@@ -57,8 +59,9 @@ class SoundSource final : public SampleSource {
     timing.presentationTimeStamp = CMTime(position_, sampleRate_);
     position_ += count;
     std::shared_ptr<CMSampleBuffer> buffer;
-    const OSStatus made = CMSampleBufferCreate(CMBlockBuffer::make(integers.data(), integers.size() * sizeof(std::int16_t)),
-                                               true, {}, format_, static_cast<std::size_t>(count), {timing}, {}, &buffer);
+    const OSStatus made =
+        CMSampleBufferCreate(CMBlockBuffer::make(integers.data(), integers.size() * sizeof(std::int16_t)), true, {},
+                             format_, static_cast<std::size_t>(count), {timing}, {}, &buffer);
     if (made != noErr) return failure(makeError(AVError::unknown, "a buffer of sound could not be made"));
     return buffer;
   }
@@ -107,9 +110,10 @@ NSError unsupported(const char* sentence) { return makeError(AVError::operationN
 /// Whether `settings` ask for what is made: 16-bit integers of this machine, at the source's own rate and channels.
 bool asksForWhatIsMade(const SettingsDictionary& settings, int sampleRate, int channels) {
   const auto isOr = [&settings](const char* key, double otherwise) { return settings.number(key).value_or(otherwise); };
-  return isOr(AVFormatIDKey, 0) == kAudioFormatLinearPCM && isOr(AVLinearPCMBitDepthKey, bitsPerSample) == bitsPerSample &&
-         isOr(AVLinearPCMIsBigEndianKey, 0) == 0 && isOr(AVLinearPCMIsFloatKey, 0) == 0 &&
-         isOr(AVSampleRateKey, sampleRate) == sampleRate && isOr(AVNumberOfChannelsKey, channels) == channels;
+  return isOr(AVFormatIDKey, 0) == kAudioFormatLinearPCM &&
+         isOr(AVLinearPCMBitDepthKey, bitsPerSample) == bitsPerSample && isOr(AVLinearPCMIsBigEndianKey, 0) == 0 &&
+         isOr(AVLinearPCMIsFloatKey, 0) == 0 && isOr(AVSampleRateKey, sampleRate) == sampleRate &&
+         isOr(AVNumberOfChannelsKey, channels) == channels;
 }
 
 }  // namespace
@@ -132,7 +136,8 @@ Result<std::unique_ptr<SampleSource>, NSError> openSoundSource(const AVAssetTrac
     if (!(segment.source.duration == segment.target.duration)) {
       return failure(unsupported("sound that plays faster or slower is not read"));
     }
-    Piece piece{segment.mediaTrack, ticks(segment.source.start, sampleRate), ticks(segment.target.start, sampleRate), 0};
+    Piece piece{segment.mediaTrack, ticks(segment.source.start, sampleRate), ticks(segment.target.start, sampleRate),
+                0};
     piece.length = ticks(segment.target.end(), sampleRate) - piece.target;
     pieces.push_back(std::move(piece));
   }

@@ -41,7 +41,8 @@ class SoundWriting final : public TrackWriting {
     // Whole samples of every channel; what is left of a broken buffer is no sample.
     const std::size_t whole = data->dataLength() / (sound->mChannelsPerFrame * sizeof(std::int16_t));
     portion.samples.resize(whole * sound->mChannelsPerFrame);
-    if (whole > 0) std::memcpy(portion.samples.data(), data->dataPointer(), portion.samples.size() * sizeof(std::int16_t));
+    if (whole > 0)
+      std::memcpy(portion.samples.data(), data->dataPointer(), portion.samples.size() * sizeof(std::int16_t));
     const CMTime start = CMSampleBufferGetPresentationTimeStamp(sampleBuffer);
     if (start.isNumeric() && start.timescale > 0) portion.start = engine::Instant{start.value, start.timescale};
     return encoding_->push(std::move(portion));
@@ -64,9 +65,8 @@ Result<std::unique_ptr<TrackWriting>, NSError> beginSound(const engine::SoundEnc
                                                           std::shared_ptr<engine::SharedMovie> movie,
                                                           std::shared_ptr<WritingState> state) {
   const std::size_t track = movie->addTrack();
-  auto encoding = engine::SoundEncoding::open(settings, std::move(movie), track, [state](const engine::Error& error) {
-    state->fail(errorFromEngine(error));
-  });
+  auto encoding = engine::SoundEncoding::open(
+      settings, std::move(movie), track, [state](const engine::Error& error) { state->fail(errorFromEngine(error)); });
   if (!encoding) return failure(errorFromEngine(encoding.error()));
   return std::make_unique<SoundWriting>(std::move(*encoding));
 }

@@ -31,9 +31,9 @@ class TrackWriting {
 };
 
 /// Both fail when the encoder does not open, or gets no thread.
-[[nodiscard]] Result<std::unique_ptr<TrackWriting>, NSError> beginPictures(const engine::PictureEncodingSettings& settings,
-                                                                           std::shared_ptr<engine::SharedMovie> movie,
-                                                                           std::shared_ptr<WritingState> state);
+[[nodiscard]] Result<std::unique_ptr<TrackWriting>, NSError> beginPictures(
+    const engine::PictureEncodingSettings& settings, std::shared_ptr<engine::SharedMovie> movie,
+    std::shared_ptr<WritingState> state);
 [[nodiscard]] Result<std::unique_ptr<TrackWriting>, NSError> beginSound(const engine::SoundEncoderSettings& settings,
                                                                         std::shared_ptr<engine::SharedMovie> movie,
                                                                         std::shared_ptr<WritingState> state);

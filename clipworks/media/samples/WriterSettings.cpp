@@ -28,7 +28,8 @@ NSError unsupported(std::string sentence) {
 /// A sentence when `settings` has a key that is none of `known`.
 std::optional<NSError> unknownKey(const SettingsDictionary& settings, std::initializer_list<std::string_view> known) {
   for (const auto& [key, value] : settings.entries()) {
-    if (std::find(known.begin(), known.end(), key) == known.end()) return unsupported("the setting " + key + " is not known here");
+    if (std::find(known.begin(), known.end(), key) == known.end())
+      return unsupported("the setting " + key + " is not known here");
   }
   return std::nullopt;
 }
@@ -37,7 +38,8 @@ std::optional<NSError> unknownKey(const SettingsDictionary& settings, std::initi
 Result<int, NSError> side(const SettingsDictionary& settings, const char* key) {
   const double number = std::round(settings.number(key).value_or(0));
   if (number >= 1 && number <= engine::limits::maxPictureSide) return static_cast<int>(number);
-  return failure(unsupported(std::string(key) + " has to be from 1 to " + std::to_string(engine::limits::maxPictureSide)));
+  return failure(
+      unsupported(std::string(key) + " has to be from 1 to " + std::to_string(engine::limits::maxPictureSide)));
 }
 
 /// Nobody who asks for a rate means none, which is constant quality; what is more than encoders take is cut to that.
@@ -51,7 +53,8 @@ Result<std::int64_t, NSError> bitRate(const SettingsDictionary& settings, const 
 }
 
 Result<void, NSError> applyProperties(const SettingsDictionary& properties, engine::PictureEncodingSettings& wanted) {
-  if (auto unknown = unknownKey(properties, {AVVideoAverageBitRateKey, AVVideoProfileLevelKey, AVVideoExpectedSourceFrameRateKey})) {
+  if (auto unknown = unknownKey(
+          properties, {AVVideoAverageBitRateKey, AVVideoProfileLevelKey, AVVideoExpectedSourceFrameRateKey})) {
     return failure(*unknown);
   }
   auto rate = bitRate(properties, AVVideoAverageBitRateKey, 0);
@@ -61,7 +64,8 @@ Result<void, NSError> applyProperties(const SettingsDictionary& properties, engi
   const bool namesProfile = properties.find(AVVideoProfileLevelKey) != nullptr;
   if (namesProfile && (properties.text(AVVideoProfileLevelKey) != AVVideoProfileLevelH264HighAutoLevel ||
                        wanted.codec != engine::VideoCodec::h264)) {
-    return failure(unsupported(std::string(AVVideoProfileLevelKey) + " has to be that of H.264's High profile, for H.264 pictures"));
+    return failure(unsupported(std::string(AVVideoProfileLevelKey) +
+                               " has to be that of H.264's High profile, for H.264 pictures"));
   }
   return {};
 }
@@ -76,7 +80,8 @@ Result<engine::PictureEncodingSettings, NSError> pictureSettings(const SettingsD
   engine::PictureEncodingSettings wanted;
   const std::string codec = settings.text(AVVideoCodecKey).value_or("");
   if (codec != AVVideoCodecTypeH264 && codec != AVVideoCodecTypeHEVC) {
-    return failure(unsupported(std::string(AVVideoCodecKey) + " has to be that of H.264 or HEVC, not \"" + codec + "\""));
+    return failure(
+        unsupported(std::string(AVVideoCodecKey) + " has to be that of H.264 or HEVC, not \"" + codec + "\""));
   }
   wanted.codec = codec == AVVideoCodecTypeHEVC ? engine::VideoCodec::hevc : engine::VideoCodec::h264;
   const auto width = side(settings, AVVideoWidthKey);
@@ -101,8 +106,8 @@ Result<engine::PictureEncodingSettings, NSError> pictureSettings(const SettingsD
 
 Result<engine::SoundEncoderSettings, NSError> soundSettings(const SettingsDictionary& settings,
                                                             const CMFormatDescription* hint) {
-  if (auto unknown = unknownKey(settings, {AVFormatIDKey, AVSampleRateKey, AVNumberOfChannelsKey, AVEncoderBitRateKey,
-                                           AVChannelLayoutKey})) {
+  if (auto unknown = unknownKey(
+          settings, {AVFormatIDKey, AVSampleRateKey, AVNumberOfChannelsKey, AVEncoderBitRateKey, AVChannelLayoutKey})) {
     return failure(*unknown);
   }
   if (settings.integer(AVFormatIDKey) != kAudioFormatMPEG4AAC) {

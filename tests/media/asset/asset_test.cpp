@@ -92,7 +92,8 @@ TEST(Asset, TurnsByTheMatrixOfTheMovieAfterThatOfTheTrack) {
   const auto transformWith = [&](const std::array<int, 9>& matrix) {
     std::size_t at = header + matrixBehindType;
     for (const int value : matrix) {
-      for (const unsigned shift : {24U, 16U, 8U, 0U}) bytes[at++] = static_cast<char>(static_cast<unsigned>(value) >> shift & 0xFFU);
+      for (const unsigned shift : {24U, 16U, 8U, 0U})
+        bytes[at++] = static_cast<char>(static_cast<unsigned>(value) >> shift & 0xFFU);
     }
     write(directory.file("turned.mp4"), bytes);
     return AVAsset::make(URL(directory.file("turned.mp4")))->tracks(AVMediaTypeVideo).at(0)->preferredTransform();

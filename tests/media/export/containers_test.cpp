@@ -31,8 +31,9 @@ constexpr Codec h264{"libx264", "H.264"}, hevc{"libx265", "HEVC"}, mpeg4{"mpeg4"
     mpeg2{"mpeg2video", "MPEG-2"}, mpeg1{"mpeg1video", "MPEG-1"}, vp8{"libvpx", "VP8"}, vp9{"libvpx-vp9", "VP9"},
     prores{"prores", "ProRes"}, h263{"h263", "H.263"}, wmv2{"wmv2", "WMV 8"}, msmpeg4{"msmpeg4", "MS MPEG-4"},
     sorenson{"flv", "Sorenson H.263"}, theora{"libtheora", "Theora"};
-constexpr Codec aac{"aac", "AAC"}, mp3{"libmp3lame", "MP3"}, mp2{"mp2", "MP2"}, ac3{"ac3", "AC-3"}, opus{"libopus", "Opus"},
-    vorbis{"libvorbis", "Vorbis"}, flac{"flac", "FLAC"}, alac{"alac", "ALAC"}, pcm{"pcm_s16le", "PCM"}, wma{"wmav2", "WMA 2"};
+constexpr Codec aac{"aac", "AAC"}, mp3{"libmp3lame", "MP3"}, mp2{"mp2", "MP2"}, ac3{"ac3", "AC-3"},
+    opus{"libopus", "Opus"}, vorbis{"libvorbis", "Vorbis"}, flac{"flac", "FLAC"}, alac{"alac", "ALAC"},
+    pcm{"pcm_s16le", "PCM"}, wma{"wmav2", "WMA 2"};
 
 const std::vector<Container> containers{
     {"MP4", ".mp4", {h264, hevc, mpeg4, mjpeg, mpeg2, vp9}, {aac, mp3, mp2, ac3, opus, flac}},
@@ -89,7 +90,8 @@ ClipOptions optionsFor(const Clip& clip) {
   options.sampleRate = std::string(clip.sound.encoder) == "libopus" ? 48'000 : 44'100;
   options.extension = clip.container->extension;
   options.outputArguments = clip.container->arguments;
-  for (const char* argument : {"-strict", "-2", isOld ? "-q:v" : "-b:v", isOld ? "2" : "2M", "-deadline", "realtime", "-cpu-used", "8"}) {
+  for (const char* argument :
+       {"-strict", "-2", isOld ? "-q:v" : "-b:v", isOld ? "2" : "2M", "-deadline", "realtime", "-cpu-used", "8"}) {
     options.outputArguments.emplace_back(argument);
   }
   return options;
@@ -97,18 +99,26 @@ ClipOptions optionsFor(const Clip& clip) {
 
 /// How much later the sound is heard than the pictures that belong to it are seen, in milliseconds. The tone runs with
 /// the pictures' own numbers.
-double soundBehindPictures(const ClipOptions& options, const Sound& sound, const std::vector<SeenPicture>& pictures, double from) {
+double soundBehindPictures(const ClipOptions& options, const Sound& sound, const std::vector<SeenPicture>& pictures,
+                           double from) {
   const double length = 0.9 * options.frames * options.rate.den / options.rate.num;
-  const auto first = std::find_if(pictures.begin(), pictures.end(), [&](const auto& p) { return p.number == 0 && p.seconds >= from; });
+  const auto first = std::find_if(pictures.begin(), pictures.end(),
+                                  [&](const auto& p) { return p.number == 0 && p.seconds > from - 0.001; });
   if (first == pictures.end()) return 1e9;
-  const auto lag = lagMilliseconds(makeTone(sound.rate, 0, length), sound.part(first->seconds, first->seconds + length));
+  const auto lag =
+      lagMilliseconds(makeTone(sound.rate, 0, length), sound.part(first->seconds, first->seconds + length));
   return lag.value_or(1e9);
 }
 
-/// What a file cannot say: AVI has no place for an encoder's delay, and ffmpeg writes Opus into Matroska that much early.
+/// What a file cannot say: AVI has no place for an encoder's delay, and ffmpeg writes Opus into Matroska that much
+/// early.
 double delayThatIsNotTold(const Clip& clip, const ClipOptions& options) {
   const std::string sound = clip.sound.encoder;
-  const double samples = sound == "libmp3lame" ? 1105 : sound == "mp2" ? 481 : sound == "ac3" ? 256 : sound == "aac" ? 1024 : 0;
+  const double samples = sound == "libmp3lame" ? 1105
+                         : sound == "mp2"      ? 481
+                         : sound == "ac3"      ? 256
+                         : sound == "aac"      ? 1024
+                                               : 0;
   if (options.extension == ".avi") return 1000 * samples / options.sampleRate;
   const bool isMatroska = options.extension == ".mkv" || options.extension == ".webm";
   return isMatroska && sound == "libopus" ? -7 : 0;
@@ -120,7 +130,8 @@ TEST_P(Containers, GiveTheirPicturesAndSoundInPlace) {
   const ClipOptions options = optionsFor(GetParam());
   const BarCodeClip clip(options);
   const TemporaryDirectory directory;
-  const auto exported = exportAsset(loopOf(clip.path(), 2), AVAssetExportPresetHighestQuality, directory.file("loop.mp4"));
+  const auto exported =
+      exportAsset(loopOf(clip.path(), 2), AVAssetExportPresetHighestQuality, directory.file("loop.mp4"));
   ASSERT_EQ(exported.failure(), "");
   const MediaJudge output(directory.file("loop.mp4"));
   const auto pictures = output.pictures();
@@ -152,8 +163,8 @@ TEST(ContainersPage, HasTheTableOfThisTest) {
   std::stringstream page;
   page << file.rdbuf();
   for (const auto& container : containers) {
-    const std::string row =
-        "| " + std::string(container.name) + " | " + namesOf(container.pictures) + " | " + namesOf(container.sound) + " |";
+    const std::string row = "| " + std::string(container.name) + " | " + namesOf(container.pictures) + " | " +
+                            namesOf(container.sound) + " |";
     EXPECT_NE(page.str().find(row), std::string::npos) << row;
   }
 }

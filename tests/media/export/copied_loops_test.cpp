@@ -176,7 +176,8 @@ INSTANTIATE_TEST_SUITE_P(Clips, CopiedOnce, testing::Values(reordered, mono, unt
 TEST(CopiedPart, EndsAtAnyPictureOfAGroup) {
   const ClipOptions options = small({.frames = 40, .bFrames = 3, .gop = 20, .audioCodec = ""});
   const BarCodeClip clip(options);
-  const BarCodeClip turned(small({.frames = 40, .bFrames = 3, .gop = 20, .groups = GroupOfPictures::open, .rotation = 90}));
+  const BarCodeClip turned(
+      small({.frames = 40, .bFrames = 3, .gop = 20, .groups = GroupOfPictures::open, .rotation = 90}));
   for (const auto& source : {clip, turned}) {
     for (const std::int64_t pictures : {21, 24, 25, 26, 27, 33, 38}) {
       SCOPED_TRACE(pictures);
@@ -200,14 +201,15 @@ TEST(CopiedPart, EndsAtAnyPictureOfAGroup) {
 // Where it starts inside one, so do those that decoding begins with, before its start.
 TEST(CopiedPart, StartsAtAnyPictureOfAGroup) {
   const BarCodeClip closed(small({.frames = 40, .bFrames = 3, .gop = 20}));
-  const BarCodeClip open(small({.frames = 40, .videoCodec = "libx265", .preset = "ultrafast", .gop = 10, .groups = GroupOfPictures::open}));
+  const BarCodeClip open(small(
+      {.frames = 40, .videoCodec = "libx265", .preset = "ultrafast", .gop = 10, .groups = GroupOfPictures::open}));
   for (const auto& source : {closed, open}) {
     for (const int first : {0, 3, 12, 18, 21, 30, 39}) {
       SCOPED_TRACE(first);
       const TemporaryDirectory directory;
       const std::int64_t start = first * 1000 / 30;
-      const auto exported =
-          exportAsset(cutOf({{source.path(), start, 1333}}), AVAssetExportPresetPassthrough, directory.file("part.mp4"));
+      const auto exported = exportAsset(cutOf({{source.path(), start, 1333}}), AVAssetExportPresetPassthrough,
+                                        directory.file("part.mp4"));
       ASSERT_EQ(exported.failure(), "");
       const MediaJudge output(directory.file("part.mp4"));
       std::vector<int> wanted;
@@ -226,8 +228,8 @@ TEST(CopiedPart, IsNotCutInsideAGroupBeforeAJoin) {
   const TemporaryDirectory directory;
   int refused = 0;
   for (const std::int64_t end : {700, 733, 766, 800}) {  // one of four neighbours is no B picture
-    const auto exported = exportAsset(cutOf({{clip.path(), 0, end}, {clip.path(), 0, 1333}}), AVAssetExportPresetPassthrough,
-                                      directory.file(std::to_string(end) + ".mp4"));
+    const auto exported = exportAsset(cutOf({{clip.path(), 0, end}, {clip.path(), 0, 1333}}),
+                                      AVAssetExportPresetPassthrough, directory.file(std::to_string(end) + ".mp4"));
     if (exported.failure().find("cut inside a group of pictures") != std::string::npos) ++refused;
   }
   EXPECT_GE(refused, 1);

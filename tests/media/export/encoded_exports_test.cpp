@@ -74,8 +74,8 @@ TEST_P(EncodedLoop, ShowsEveryPictureAgainFromOneEncoding) {
 
   const MediaJudge output(directory.file("loop.mp4"));
   expectPictures(output.pictures(), loopedPictures(clip.times(), length, count), 0.0001);
-  const StreamFacts video = output.stream("video");
-  const StreamFacts source = MediaJudge(clip.path()).stream("video");
+  const ProbedStream video = output.stream("video");
+  const ProbedStream source = MediaJudge(clip.path()).stream("video");
   EXPECT_EQ(video.tag, isHEVC ? "hvc1" : "avc1");
   EXPECT_EQ(video.pixelFormat, c.pixelFormat);
   EXPECT_EQ(video.width, c.width);
@@ -238,10 +238,11 @@ TEST(JoinedClips, AreEncodedIntoThePicturesOfTheFirst) {
 /// What ffprobe tells of mastering and light level: of the track's description and of the first picture, line by line.
 std::string lightOf(const std::filesystem::path& path) {
   const auto told = [&](const std::string& entries) {
-    const ProgramResult result = runProgram({"ffprobe", "-v", "error", "-select_streams", "v", "-read_intervals", "%+#1",
-                                             "-show_entries", entries + "=red_x,red_y,green_x,green_y,blue_x,blue_y,white_point_x,"
-                                             "white_point_y,min_luminance,max_luminance,max_content,max_average", "-of",
-                                             "default=noprint_wrappers=1", path});
+    const ProgramResult result =
+        runProgram({"ffprobe", "-v", "error", "-select_streams", "v", "-read_intervals", "%+#1", "-show_entries",
+                    entries + "=red_x,red_y,green_x,green_y,blue_x,blue_y,white_point_x,"
+                              "white_point_y,min_luminance,max_luminance,max_content,max_average",
+                    "-of", "default=noprint_wrappers=1", path});
     EXPECT_TRUE(result.succeeded()) << result;
     return result.standardOutput;
   };
@@ -250,7 +251,13 @@ std::string lightOf(const std::filesystem::path& path) {
 
 TEST(RenderedPictures, OfHighDynamicRangeStaySoInHEVC) {
   ClipOptions options = sized(320, 180, {.videoCodec = "libx265", .pixelFormat = "yuv420p10le", .audioCodec = ""});
-  options.outputArguments = {"-color_primaries", "bt2020", "-color_trc", "smpte2084", "-colorspace", "bt2020nc", "-x265-params",
+  options.outputArguments = {"-color_primaries",
+                             "bt2020",
+                             "-color_trc",
+                             "smpte2084",
+                             "-colorspace",
+                             "bt2020nc",
+                             "-x265-params",
                              "log-level=none:master-display=G(13250,34500)B(7500,3000)R(34000,16000)WP(15635,16450)"
                              "L(40000000,50):max-cll=3210,400"};
   const BarCodeClip clip(options);
@@ -269,7 +276,7 @@ TEST(RenderedPictures, OfHighDynamicRangeStaySoInHEVC) {
                                     [&](AVAssetExportSession& session) { session.setVideoComposition(turned); });
   ASSERT_EQ(exported.failure(), "");
   const MediaJudge output(directory.file("turned.mp4"));
-  const StreamFacts video = output.stream("video");
+  const ProbedStream video = output.stream("video");
   EXPECT_EQ(video.pixelFormat, "yuv420p10le");
   EXPECT_EQ(video.colorPrimaries, "bt2020");
   EXPECT_EQ(video.colorTransfer, "smpte2084");

@@ -77,7 +77,8 @@ TEST(RealClips, KeepTheirSoundInPlaceAroundAStretch) {
     ASSERT_EQ(exportAsset(composition, AVAssetExportPresetLowQuality, plain).failure(), "");
     const double from = 0.3 * length;
     const double to = 0.6 * length;
-    track->scaleTimeRange(CMTimeRange::fromTo(CMTime(from, 48'000), CMTime(to, 48'000)), CMTime(2 * (to - from), 48'000));
+    track->scaleTimeRange(CMTimeRange::fromTo(CMTime(from, 48'000), CMTime(to, 48'000)),
+                          CMTime(2 * (to - from), 48'000));
     ASSERT_EQ(exportAsset(composition, AVAssetExportPresetLowQuality, stretched).failure(), "");
     const Sound before = MediaJudge(plain).sound();
     const Sound after = MediaJudge(stretched).sound();

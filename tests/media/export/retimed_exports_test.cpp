@@ -143,8 +143,9 @@ TEST(RetimedExport, LoopsWhatWasRetimed) {
   for (int i = 0; i < 2; ++i) {
     for (const auto& track : once->tracks()) {
       const auto known = twice->tracks(track->mediaType());
-      const auto to = known.empty() ? twice->addMutableTrack(track->mediaType(), 0)
-                                    : twice->compositionTracks()[static_cast<std::size_t>(known.front()->trackID() - 1)];
+      const auto to = known.empty()
+                          ? twice->addMutableTrack(track->mediaType(), 0)
+                          : twice->compositionTracks()[static_cast<std::size_t>(known.front()->trackID() - 1)];
       ASSERT_TRUE(to->insertTimeRange(CMTimeRange(kCMTimeZero, once->duration()), track, CMTime(i * 7.22, 600)));
     }
   }

@@ -37,7 +37,8 @@ void addPiece(AVMutableComposition& composition, const BarCodeClip& clip, double
               std::vector<std::shared_ptr<AVMutableAudioMixInputParameters>>& entries) {
   const auto source = AVAsset::make(URL(clip.path()))->tracks(AVMediaTypeAudio).front();
   const auto track = composition.addMutableTrack(AVMediaTypeAudio, kCMPersistentTrackID_Invalid);
-  ASSERT_TRUE(track->insertTimeRange(CMTimeRange(kCMTimeZero, CMTime(clip.audioEnd(), 44'100)), source, CMTime(start, 44'100)));
+  ASSERT_TRUE(
+      track->insertTimeRange(CMTimeRange(kCMTimeZero, CMTime(clip.audioEnd(), 44'100)), source, CMTime(start, 44'100)));
   const auto parameters = AVMutableAudioMixInputParameters::make(source);
   parameters->setVolume(volume, kCMTimeZero);
   parameters->setTrackID(track->trackID());
@@ -62,12 +63,14 @@ struct SoundExport {
   double videoEnd = 0;
 };
 
-SoundExport exportMix(const std::shared_ptr<AVMutableComposition>& composition, const std::shared_ptr<AVMutableAudioMix>& mix,
+SoundExport exportMix(const std::shared_ptr<AVMutableComposition>& composition,
+                      const std::shared_ptr<AVMutableAudioMix>& mix,
                       std::string_view preset = AVAssetExportPresetHighestQuality) {
   const TemporaryDirectory directory;
   const auto output = directory.path() / "mixed.mp4";
   SoundExport result;
-  result.exported = exportAsset(composition, preset, output, [&](AVAssetExportSession& session) { session.setAudioMix(mix); });
+  result.exported =
+      exportAsset(composition, preset, output, [&](AVAssetExportSession& session) { session.setAudioMix(mix); });
   if (!result.exported.failure().empty()) return result;
   result.sound = MediaJudge(output).sound(48'000);
   result.videoEnd = MediaJudge(output).stream("video").duration;
@@ -98,20 +101,22 @@ TEST_P(OneTrack, IsAsLoudAsAskedAndCopiedWhereUntouched) {
               test.factor, 0.01 * std::max(1.0, test.factor));
 }
 
-INSTANTIATE_TEST_SUITE_P(Volumes, OneTrack,
-                         testing::Values(VolumeCase{"no_mix", std::nullopt, 1, true}, VolumeCase{"one", 1.0F, 1, true},
-                                         VolumeCase{"half", 0.5F, 0.5, false}, VolumeCase{"none", 0.0F, 0, false},
-                                         VolumeCase{"double", 2.0F, 2, false},
-                                         VolumeCase{"one_passed_through", 1.0F, 1, true, AVAssetExportPresetPassthrough},
-                                         VolumeCase{"half_passed_through", 0.5F, 0.5, false, AVAssetExportPresetPassthrough}),
-                         [](const auto& testCase) { return testCase.param.name; });
+INSTANTIATE_TEST_SUITE_P(
+    Volumes, OneTrack,
+    testing::Values(VolumeCase{"no_mix", std::nullopt, 1, true}, VolumeCase{"one", 1.0F, 1, true},
+                    VolumeCase{"half", 0.5F, 0.5, false}, VolumeCase{"none", 0.0F, 0, false},
+                    VolumeCase{"double", 2.0F, 2, false},
+                    VolumeCase{"one_passed_through", 1.0F, 1, true, AVAssetExportPresetPassthrough},
+                    VolumeCase{"half_passed_through", 0.5F, 0.5, false, AVAssetExportPresetPassthrough}),
+    [](const auto& testCase) { return testCase.param.name; });
 
 TEST(SoundMix, LimitsWhatAVolumeTakesPastFullScale) {
   const auto composition = loopOf(video().path(), 1);
   const auto result = exportMix(composition, mixOf({entryFor(*composition, 20.0F)}));
   ASSERT_EQ(result.exported.failure(), "");
   const auto part = result.sound.part(0.5, 2.5);
-  const auto inRange = std::count_if(part.samples.begin(), part.samples.end(), [](float s) { return std::fabs(s) > 0.99F; });
+  const auto inRange =
+      std::count_if(part.samples.begin(), part.samples.end(), [](float s) { return std::fabs(s) > 0.99F; });
   // A limited tone still is one: it touches full scale, where a clipped one, at 20 times its level, would stay there.
   EXPECT_LT(static_cast<double>(inRange) / static_cast<double>(part.samples.size()), 0.25);
   EXPECT_GT(part.level(), 0.5);
@@ -170,13 +175,13 @@ TEST_P(WrongMix, FailsTheExportWithASentence) {
   EXPECT_THAT(result.exported.failure(), HasSubstr(GetParam().sentence));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Volumes, WrongMix,
-    testing::Values(WrongCase{"negative", -0.5F, kCMTimeZero, "must be from 0 to 1000, not -0.5"},
-                    WrongCase{"not_a_number", std::numeric_limits<float>::quiet_NaN(), kCMTimeZero, "not nan"},
-                    WrongCase{"too_loud", 1001.0F, kCMTimeZero, "not 1001.0"},
-                    WrongCase{"later", 0.5F, CMTime(1, 1), "volumes that change"}),
-    [](const auto& testCase) { return testCase.param.name; });
+INSTANTIATE_TEST_SUITE_P(Volumes, WrongMix,
+                         testing::Values(WrongCase{"negative", -0.5F, kCMTimeZero, "must be from 0 to 1000, not -0.5"},
+                                         WrongCase{"not_a_number", std::numeric_limits<float>::quiet_NaN(), kCMTimeZero,
+                                                   "not nan"},
+                                         WrongCase{"too_loud", 1001.0F, kCMTimeZero, "not 1001.0"},
+                                         WrongCase{"later", 0.5F, CMTime(1, 1), "volumes that change"}),
+                         [](const auto& testCase) { return testCase.param.name; });
 
 }  // namespace
 }  // namespace clipworks::test

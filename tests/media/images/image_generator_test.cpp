@@ -259,15 +259,16 @@ INSTANTIATE_TEST_SUITE_P(Kinds, ImageKindTest,
                                          KindCase{"10 bits of high dynamic range", hlg(), AVCOL_PRI_BT709,
                                                   AVCOL_TRC_BT709, AVCOL_SPC_BT709}));
 
-// Green of BT.601's 525 lines is yellower than that of sRGB, which stills are read as: 74, 252, 0 by zscale's own reckoning.
+// Green of BT.601's 525 lines is yellower than that of sRGB, which stills are read as: 74, 252, 0 by zscale's own
+// reckoning.
 TEST(ImageGeneratorTest, ColoursToldByOtherPrimariesThanThoseOfStillsAreConverted) {
   const TemporaryDirectory directory;
   const auto greenOf = [&](const char* primaries) {
     const auto clip = directory.file(std::string(primaries) + ".mp4");
-    const ProgramResult made =
-        runProgram({"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
-                    "color=0x00ff00:s=96x64:d=0.2,format=rgb24,scale=out_color_matrix=bt601,format=yuv420p", "-c:v", "libx264",
-                    "-qp", "1", "-color_primaries", primaries, "-color_trc", "bt709", "-colorspace", "smpte170m", clip});
+    const ProgramResult made = runProgram(
+        {"ffmpeg", "-v", "error", "-f", "lavfi", "-i",
+         "color=0x00ff00:s=96x64:d=0.2,format=rgb24,scale=out_color_matrix=bt601,format=yuv420p", "-c:v", "libx264",
+         "-qp", "1", "-color_primaries", primaries, "-color_trc", "bt709", "-colorspace", "smpte170m", clip});
     EXPECT_TRUE(made.succeeded()) << made;
     const auto image = exactGenerator(AVAsset::make(URL(clip)))->copyCGImage(kCMTimeZero);
     const auto bytes = (*image)->copyData();

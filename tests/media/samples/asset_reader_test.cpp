@@ -69,7 +69,9 @@ TEST_P(ReadPictures, ComeInOrderAtTheirTimes) {
   while (const auto buffer = reading.output->copyNextSampleBuffer()) {
     ASSERT_LT(count, clip.times().size());
     EXPECT_NEAR(CMSampleBufferGetPresentationTimeStamp(*buffer).seconds(), clip.times()[count], 1e-3);
-    if (count > 0) { EXPECT_EQ(CMSampleBufferGetPresentationTimeStamp(*buffer), end) << "no gap before " << count; }
+    if (count > 0) {
+      EXPECT_EQ(CMSampleBufferGetPresentationTimeStamp(*buffer), end) << "no gap before " << count;
+    }
     end = CMSampleBufferGetPresentationTimeStamp(*buffer) + CMSampleBufferGetDuration(*buffer);
     const auto picture = CMSampleBufferGetImageBuffer(*buffer);
     ASSERT_NE(picture, nullptr) << "picture " << count;
@@ -89,8 +91,9 @@ INSTANTIATE_TEST_SUITE_P(
         PictureCase{"at_a_constant_rate", {.frames = 40}},
         PictureCase{"at_a_variable_rate", {.frameTimes = {0, 20, 100, 130, 210, 400, 410}, .timescale = 600}},
         PictureCase{"that_start_later", {.frameTimes = {300, 340, 380, 420, 460}, .timescale = 600}},
-        PictureCase{"in_HEVC_with_open_groups",
-                    {.frames = 30, .videoCodec = "libx265", .preset = "ultrafast", .gop = 10, .groups = GroupOfPictures::open}},
+        PictureCase{
+            "in_HEVC_with_open_groups",
+            {.frames = 30, .videoCodec = "libx265", .preset = "ultrafast", .gop = 10, .groups = GroupOfPictures::open}},
         PictureCase{"of_odd_size", {.width = 318, .height = 179, .frames = 5, .pixelFormat = "yuv444p"}}),
     [](const auto& testCase) { return testCase.param.name; });
 
@@ -111,7 +114,8 @@ TEST(AssetReader, DecodesPicturesInAnyOrderWhenTheyAreLookedAt) {
 TEST(AssetReader, GivesTheRangeThatIsAskedFor) {
   const BarCodeClip clip({.frames = 1});
   std::vector<GreyPicture> greys;
-  for (const auto format : {kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange, kCVPixelFormatType_420YpCbCr8BiPlanarFullRange}) {
+  for (const auto format :
+       {kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange, kCVPixelFormatType_420YpCbCr8BiPlanarFullRange}) {
     const Reading reading(clip.path(), AVMediaTypeVideo, {{kCVPixelBufferPixelFormatTypeKey, format}});
     greys.push_back(greyOf(*CMSampleBufferGetImageBuffer(*reading.output->copyNextSampleBuffer())));
   }
@@ -172,7 +176,9 @@ INSTANTIATE_TEST_SUITE_P(Clips, ReadSound,
                          testing::Values(SoundCase{"of_AAC_in_stereo", {}},
                                          SoundCase{"of_AAC_in_mono_at_22050", {.sampleRate = 22'050, .channels = 1}},
                                          SoundCase{"of_PCM", {.audioCodec = "pcm_s16le", .extension = ".mov"}},
-                                         SoundCase{"that_starts_later", {.audioCodec = "pcm_s16le", .audioDelay = 0.4, .extension = ".mov"}}),
+                                         SoundCase{
+                                             "that_starts_later",
+                                             {.audioCodec = "pcm_s16le", .audioDelay = 0.4, .extension = ".mov"}}),
                          [](const auto& testCase) { return testCase.param.name; });
 
 TEST(AssetReader, RefusesWhatItCannotRead) {
@@ -186,8 +192,8 @@ TEST(AssetReader, RefusesWhatItCannotRead) {
 
   const auto asset = AVAsset::make(URL(BarCodeClip().path()));
   const auto reader = AVAssetReader::make(asset).value();
-  const auto floats = AVAssetReaderTrackOutput::make(asset->tracks(AVMediaTypeAudio).front(),
-                                                     {{AVFormatIDKey, kAudioFormatLinearPCM}, {AVLinearPCMIsFloatKey, true}});
+  const auto floats = AVAssetReaderTrackOutput::make(
+      asset->tracks(AVMediaTypeAudio).front(), {{AVFormatIDKey, kAudioFormatLinearPCM}, {AVLinearPCMIsFloatKey, true}});
   EXPECT_FALSE(reader->canAdd(*floats));
   reader->add(floats);
   EXPECT_FALSE(reader->startReading());

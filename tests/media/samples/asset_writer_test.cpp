@@ -55,7 +55,8 @@ struct CodedPixels {
   }
   [[nodiscard]] std::shared_ptr<CVPixelBuffer> buffer() {
     return CVPixelBufferCreateWithBytes(static_cast<std::size_t>(width), static_cast<std::size_t>(height),
-                                        kCVPixelFormatType_32BGRA, bytes.data(), static_cast<std::size_t>(width) * 4, {}, {});
+                                        kCVPixelFormatType_32BGRA, bytes.data(), static_cast<std::size_t>(width) * 4,
+                                        {}, {});
   }
   int width;
   int height;
@@ -87,10 +88,11 @@ std::shared_ptr<CMSampleBuffer> toneBuffer(int rate, int channels, std::int64_t 
                   static_cast<std::int16_t>(std::lround(tone.samples.at(static_cast<std::size_t>(i)) * 32'000)));
   }
   std::shared_ptr<CMSampleBuffer> buffer;
-  EXPECT_EQ(CMSampleBufferCreate(CMBlockBuffer::make(values.data(), values.size() * 2), true, {},
-                                 CMFormatDescription::pcm(rate, static_cast<std::uint32_t>(channels), 16),
-                                 static_cast<std::size_t>(count), {{CMTime(1, rate), time, kCMTimeInvalid}}, {}, &buffer),
-            noErr);
+  EXPECT_EQ(
+      CMSampleBufferCreate(CMBlockBuffer::make(values.data(), values.size() * 2), true, {},
+                           CMFormatDescription::pcm(rate, static_cast<std::uint32_t>(channels), 16),
+                           static_cast<std::size_t>(count), {{CMTime(1, rate), time, kCMTimeInvalid}}, {}, &buffer),
+      noErr);
   return buffer;
 }
 
@@ -114,10 +116,11 @@ AVAssetWriterStatus finish(AVAssetWriter& writer) {
 class Writer : public testing::Test {
  protected:
   /// A started writer with one input for pictures.
-  void start(const SettingsDictionary& settings, const CMTime& at = kCMTimeZero, AVFileType type = AVFileTypeQuickTimeMovie,
-             const CGAffineTransform& transform = {}) {
+  void start(const SettingsDictionary& settings, const CMTime& at = kCMTimeZero,
+             AVFileType type = AVFileTypeQuickTimeMovie, const CGAffineTransform& transform = {}) {
     writer_ = AVAssetWriter::make(URL(file_), type).value();
-    input_ = AVAssetWriterInput::make(settings.find(AVVideoCodecKey) != nullptr ? AVMediaTypeVideo : AVMediaTypeAudio, settings);
+    input_ = AVAssetWriterInput::make(settings.find(AVVideoCodecKey) != nullptr ? AVMediaTypeVideo : AVMediaTypeAudio,
+                                      settings);
     input_->setTransform(transform);
     adaptor_ = AVAssetWriterInputPixelBufferAdaptor::make(input_);
     ASSERT_TRUE(writer_->canAdd(*input_));
@@ -191,8 +194,8 @@ TEST_P(WriterColours, ComeBackAsTheyWere) {
   EXPECT_EQ(stream.colorSpace, c.matrix);
   EXPECT_EQ(stream.colorRange, c.range);
   // zscale goes by the tags, with no shortcut.
-  const auto shown = runProgram({"ffmpeg", "-v", "error", "-i", file_, "-vf", "zscale=f=bilinear,format=gbrp,format=bgr24",
-                                 "-f", "rawvideo", "-"});
+  const auto shown = runProgram({"ffmpeg", "-v", "error", "-i", file_, "-vf",
+                                 "zscale=f=bilinear,format=gbrp,format=bgr24", "-f", "rawvideo", "-"});
   ASSERT_EQ(shown.standardOutput.size(), static_cast<std::size_t>(stream.width * stream.height * 3)) << shown;
   for (std::size_t i = 0; i < 3; ++i) {
     EXPECT_NEAR(static_cast<std::uint8_t>(shown.standardOutput[i + 3 * 50]), c.bgr.at(i), 4) << "colour " << i;
@@ -201,17 +204,19 @@ TEST_P(WriterColours, ComeBackAsTheyWere) {
 
 INSTANTIATE_TEST_SUITE_P(
     Matrices, WriterColours,
-    testing::Values(ColourCase{"small_pictures_by_BT601", {40, 90, 200}, 160, 90, {}, "smpte170m", "tv"},
-                    ColourCase{"large_ones_by_BT709", {200, 60, 50}, 1280, 720, {}, "bt709", "tv"},
-                    ColourCase{"odd_sizes", {30, 160, 60}, 161, 91, {}, "smpte170m", "tv"},
-                    ColourCase{"by_attachment_BT709_in_full_range",
-                               {255, 0, 0},
-                               160,
-                               90,
-                               {{kCVImageBufferYCbCrMatrixKey, 1}, {kCVImageBufferFullRangeKey, true}},
-                               "bt709",
-                               "pc"},
-                    ColourCase{"by_attachment_BT2020", {60, 180, 90}, 160, 90, {{kCVImageBufferYCbCrMatrixKey, 9}}, "bt2020nc", "tv"}),
+    testing::Values(
+        ColourCase{"small_pictures_by_BT601", {40, 90, 200}, 160, 90, {}, "smpte170m", "tv"},
+        ColourCase{"large_ones_by_BT709", {200, 60, 50}, 1280, 720, {}, "bt709", "tv"},
+        ColourCase{"odd_sizes", {30, 160, 60}, 161, 91, {}, "smpte170m", "tv"},
+        ColourCase{"by_attachment_BT709_in_full_range",
+                   {255, 0, 0},
+                   160,
+                   90,
+                   {{kCVImageBufferYCbCrMatrixKey, 1}, {kCVImageBufferFullRangeKey, true}},
+                   "bt709",
+                   "pc"},
+        ColourCase{
+            "by_attachment_BT2020", {60, 180, 90}, 160, 90, {{kCVImageBufferYCbCrMatrixKey, 9}}, "bt2020nc", "tv"}),
     [](const auto& testCase) { return testCase.param.name; });
 
 TEST_F(Writer, RoundsOddSizesUpAndScalesOtherOnes) {
@@ -235,12 +240,13 @@ TEST_F(Writer, MakesAppendsWaitRatherThanHoldingPictures) {
     pixels[i].resize(1920 * 1080 * 3 / 2 / sizeof(std::uint32_t));
     std::generate(pixels[i].begin(), pixels[i].end(), std::ref(noise));
     auto* const luma = reinterpret_cast<std::uint8_t*>(pixels[i].data());
-    pictures[i] = CVPixelBufferCreateWithPlanarBytes(1920, 1080, kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange, luma, 1920,
-                                                     luma + 1920 * 1080, 1920, nullptr);
+    pictures[i] = CVPixelBufferCreateWithPlanarBytes(1920, 1080, kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange, luma,
+                                                     1920, luma + 1920 * 1080, 1920, nullptr);
   }
   constexpr int most = 1000;
   int taken = 0;
-  for (; taken < most && input_->isReadyForMoreMediaData(); ++taken) adaptor_->append(pictures[taken % 2], CMTime(taken, 30));
+  for (; taken < most && input_->isReadyForMoreMediaData(); ++taken)
+    adaptor_->append(pictures[taken % 2], CMTime(taken, 30));
   EXPECT_LT(taken, most) << "there has to be a time without room";
   writer_->cancelWriting();
   EXPECT_TRUE(input_->isReadyForMoreMediaData()) << "nobody waits for ever";
@@ -300,7 +306,8 @@ TEST_F(Writer, LosesNoneOfSixChannels) {
   }
   std::shared_ptr<CMSampleBuffer> buffer;
   ASSERT_EQ(CMSampleBufferCreate(CMBlockBuffer::make(values.data(), values.size() * 2), true, {},
-                                 CMFormatDescription::pcm(48'000, 6, 16), tone.samples.size(), {}, {}, &buffer), noErr);
+                                 CMFormatDescription::pcm(48'000, 6, 16), tone.samples.size(), {}, {}, &buffer),
+            noErr);
   EXPECT_TRUE(input_->append(buffer));
   ASSERT_EQ(finish(*writer_), AVAssetWriterStatus::completed);
   for (int second = 0; second < 6; ++second) EXPECT_EQ(toneSecondAt(MediaJudge(file_).sound(), second + 0.5), second);
@@ -351,7 +358,8 @@ TEST_F(Writer, SaysWhenTheDiskIsFull) {
   do {
     ASSERT_LT(count, 2000) << "the failure must show";
     ASSERT_TRUE(waitUntilReady(*input_));
-    for (std::size_t i = 0; i < pixels.bytes.size(); ++i) pixels.bytes[i] = static_cast<std::uint8_t>((i * i * 7 + static_cast<std::size_t>(count)) >> 3);
+    for (std::size_t i = 0; i < pixels.bytes.size(); ++i)
+      pixels.bytes[i] = static_cast<std::uint8_t>((i * i * 7 + static_cast<std::size_t>(count)) >> 3);
   } while (adaptor_->append(pixels.buffer(), CMTime(count++, 30)));
   EXPECT_TRUE(input_->isReadyForMoreMediaData());
   EXPECT_EQ(finish(*writer_), AVAssetWriterStatus::failed);
@@ -397,8 +405,8 @@ void startWith(AVAssetWriter& writer, WriterInput& input) {
 
 INSTANTIATE_TEST_SUITE_P(
     Of, WriterMisuse,
-    testing::Values(MisuseCase{"a_start_without_an_input",
-                               [](AVAssetWriter& writer, WriterInput&, Adaptor&) { EXPECT_FALSE(writer.startWriting()); }},
+    testing::Values(MisuseCase{"a_start_without_an_input", [](AVAssetWriter& writer, WriterInput&,
+                                                              Adaptor&) { EXPECT_FALSE(writer.startWriting()); }},
                     MisuseCase{"samples_before_the_session",
                                [](AVAssetWriter& writer, WriterInput& input, Adaptor& adaptor) {
                                  startWith(writer, input);

@@ -19,9 +19,9 @@ using testing::ElementsAre;
 std::shared_ptr<CMSampleBuffer> soundBuffer(const std::vector<std::int16_t>& values, std::uint32_t channels,
                                             const std::vector<CMSampleTimingInfo>& timing) {
   std::shared_ptr<CMSampleBuffer> buffer;
-  const auto status = CMSampleBufferCreate(CMBlockBuffer::make(values.data(), values.size() * sizeof(std::int16_t)), true, {},
-                                           CMFormatDescription::pcm(44'100, channels, 16), values.size() / channels,
-                                           timing, {}, &buffer);
+  const auto status = CMSampleBufferCreate(CMBlockBuffer::make(values.data(), values.size() * sizeof(std::int16_t)),
+                                           true, {}, CMFormatDescription::pcm(44'100, channels, 16),
+                                           values.size() / channels, timing, {}, &buffer);
   EXPECT_EQ(status, noErr);
   return buffer;
 }
@@ -95,14 +95,19 @@ TEST(PixelBuffer, IsReleasedWithItsLastOwner) {
 
   EXPECT_EQ(CVPixelBufferCreateWithBytes(8, 2, kCVPixelFormatType_32BGRA, bytes.data(), 31, {}, {}), nullptr);
   EXPECT_EQ(CVPixelBufferCreateWithBytes(0, 2, kCVPixelFormatType_32BGRA, bytes.data(), 32, {}, {}), nullptr);
-  EXPECT_EQ(CVPixelBufferCreateWithBytes(8, 2, kCVPixelFormatType_420YpCbCr8BiPlanarFullRange, bytes.data(), 32, {}, {}),
-            nullptr);
+  EXPECT_EQ(
+      CVPixelBufferCreateWithBytes(8, 2, kCVPixelFormatType_420YpCbCr8BiPlanarFullRange, bytes.data(), 32, {}, {}),
+      nullptr);
 }
 
 TEST(SettingsDictionary, TakesNumbersOfAnyKind) {
-  const SettingsDictionary settings{
-      {"integer", 0x61616320U}, {"single", 44100.0F}, {"truth", true}, {"text", "avc1"}, {"data", SettingsValue::Data()},
-      {"nested", SettingsDictionary{{"inner", 7}}}, {"huge", 1e300}};
+  const SettingsDictionary settings{{"integer", 0x61616320U},
+                                    {"single", 44100.0F},
+                                    {"truth", true},
+                                    {"text", "avc1"},
+                                    {"data", SettingsValue::Data()},
+                                    {"nested", SettingsDictionary{{"inner", 7}}},
+                                    {"huge", 1e300}};
   EXPECT_EQ(settings.integer("integer"), 0x61616320);
   EXPECT_EQ(settings.number("single"), 44100.0);
   EXPECT_EQ(settings.integer("truth"), 1);

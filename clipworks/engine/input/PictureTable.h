@@ -13,7 +13,7 @@ struct Sample {
   std::int64_t decode = 0;        ///< its place in decoding order, in ticks
   std::int64_t position = 0;      ///< byte offset in the file; -1 when the container hides it
   std::int32_t bytes = 0;
-  bool accessPoint = false;       ///< decoding may start here
+  bool accessPoint = false;  ///< decoding may start here
 };
 
 /// Bytes for the decoder that hold from a sample on, in decoding order, in place of those before.
@@ -31,13 +31,13 @@ struct CodecChanges {
   std::vector<CodecChange> palettes;
 };
 
-/// All samples of one track of pictures, in both orders: the one list of picture times that reading, rendering and
-/// copying share, so that none of them rounds into a neighbour. Immutable once built.
-class SampleTable {
+/// All coded samples of one track of pictures, in both orders: the one list of picture times that reading, rendering
+/// and copying share, so that none of them rounds into a neighbour. Immutable once built.
+class PictureTable {
  public:
-  SampleTable() = default;
+  PictureTable() = default;
   /// `decodeOrder` as the file stores it; `trackEnd` is where the last picture stops being shown, in ticks.
-  SampleTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd, CodecChanges changes = {});
+  PictureTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd, CodecChanges changes = {});
 
   [[nodiscard]] const std::vector<Sample>& samples() const { return samples_; }
 
@@ -55,8 +55,8 @@ class SampleTable {
   [[nodiscard]] std::size_t firstPictureFrom(std::int64_t ticks) const;
 
   /// Where decoding has to start to get picture number `picture`: the last access point in decoding order that is
-  /// shown no later (the leading pictures of a later one would lack their references) and is not stored behind it. Index
-  /// in `samples()`; 0 where there is none.
+  /// shown no later (the leading pictures of a later one would lack their references) and is not stored behind it.
+  /// Index in `samples()`; 0 where there is none.
   [[nodiscard]] std::uint32_t accessPointFor(std::size_t picture) const;
   /// The access point before sample `accessPoint`; 0 where there is none.
   [[nodiscard]] std::uint32_t accessPointBefore(std::uint32_t accessPoint) const;
@@ -76,8 +76,8 @@ class SampleTable {
   [[nodiscard]] std::int64_t totalBytes() const { return totalBytes_; }
 
  private:
-  std::vector<Sample> samples_;         // in decoding order
-  std::vector<std::uint32_t> pictures_;  // indices of samples_ in order of presentation
+  std::vector<Sample> samples_;              // in decoding order
+  std::vector<std::uint32_t> pictures_;      // indices of samples_ in order of presentation
   std::vector<std::uint32_t> accessPoints_;  // indices of samples_, with rising presentation times
   CodecChanges changes_;                     // each with rising samples
   std::int64_t trackEnd_ = 0;

@@ -10,7 +10,7 @@
 namespace clipworks::engine {
 
 /// What the description of a track says of the light of its pictures, by FFmpeg's kinds and in its structures.
-using LightFacts = std::map<AVPacketSideDataType, std::vector<std::uint8_t>>;
+using HDRMetadata = std::map<AVPacketSideDataType, std::vector<std::uint8_t>>;
 
 /// Those that hold for every picture, and hold on when it is encoded anew: what a track calls them, and a picture.
 inline constexpr std::pair<AVPacketSideDataType, AVFrameSideDataType> masteringKinds[] = {

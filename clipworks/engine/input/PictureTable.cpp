@@ -1,4 +1,4 @@
-#include <clipworks/engine/input/SampleTable.h>
+#include <clipworks/engine/input/PictureTable.h>
 
 #include <algorithm>
 #include <numeric>
@@ -14,7 +14,7 @@ const CodecChange* holdingAt(const std::vector<CodecChange>& changes, std::uint3
 
 }  // namespace
 
-SampleTable::SampleTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd, CodecChanges changes)
+PictureTable::PictureTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd, CodecChanges changes)
     : samples_(std::move(decodeOrder)), changes_(std::move(changes)), trackEnd_(trackEnd) {
   pictures_.resize(samples_.size());
   std::iota(pictures_.begin(), pictures_.end(), 0U);
@@ -35,24 +35,25 @@ SampleTable::SampleTable(std::vector<Sample> decodeOrder, std::int64_t trackEnd,
   if (!pictures_.empty()) trackEnd_ = std::max(trackEnd_, samples_[pictures_.back()].presentation + 1);
 }
 
-const CodecChange* SampleTable::parametersFor(std::uint32_t sample) const { return holdingAt(changes_.parameters, sample); }
+const CodecChange* PictureTable::parametersFor(std::uint32_t sample) const {
+  return holdingAt(changes_.parameters, sample);
+}
 
-const CodecChange* SampleTable::paletteFor(std::uint32_t sample) const { return holdingAt(changes_.palettes, sample); }
+const CodecChange* PictureTable::paletteFor(std::uint32_t sample) const { return holdingAt(changes_.palettes, sample); }
 
-std::size_t SampleTable::firstPictureFrom(std::int64_t ticks) const {
-  const auto at = std::lower_bound(pictures_.begin(), pictures_.end(), ticks, [this](std::uint32_t i, std::int64_t t) {
-    return samples_[i].presentation < t;
-  });
+std::size_t PictureTable::firstPictureFrom(std::int64_t ticks) const {
+  const auto at = std::lower_bound(pictures_.begin(), pictures_.end(), ticks,
+                                   [this](std::uint32_t i, std::int64_t t) { return samples_[i].presentation < t; });
   return static_cast<std::size_t>(at - pictures_.begin());
 }
 
-std::optional<std::size_t> SampleTable::pictureAt(std::int64_t ticks) const {
+std::optional<std::size_t> PictureTable::pictureAt(std::int64_t ticks) const {
   const std::size_t after = firstPictureFrom(ticks + 1);
   if (after == 0) return std::nullopt;
   return after - 1;
 }
 
-std::uint32_t SampleTable::accessPointFor(std::size_t picture) const {
+std::uint32_t PictureTable::accessPointFor(std::size_t picture) const {
   const std::int64_t time = timeOfPicture(picture);
   auto after = std::upper_bound(accessPoints_.begin(), accessPoints_.end(), time,
                                 [this](std::int64_t t, std::uint32_t i) { return t < samples_[i].presentation; });
@@ -60,18 +61,18 @@ std::uint32_t SampleTable::accessPointFor(std::size_t picture) const {
   return after == accessPoints_.begin() ? 0 : *(after - 1);
 }
 
-std::uint32_t SampleTable::accessPointBefore(std::uint32_t accessPoint) const {
+std::uint32_t PictureTable::accessPointBefore(std::uint32_t accessPoint) const {
   const auto at = std::lower_bound(accessPoints_.begin(), accessPoints_.end(), accessPoint);
   return at == accessPoints_.begin() ? 0 : *(at - 1);
 }
 
-std::optional<std::uint32_t> SampleTable::accessPointAfter(std::uint32_t sample) const {
+std::optional<std::uint32_t> PictureTable::accessPointAfter(std::uint32_t sample) const {
   const auto at = std::upper_bound(accessPoints_.begin(), accessPoints_.end(), sample);
   if (at == accessPoints_.end()) return std::nullopt;
   return *at;
 }
 
-bool SampleTable::hasConstantRate() const {
+bool PictureTable::hasConstantRate() const {
   if (pictures_.size() < 3) return true;
   std::int64_t shortest = INT64_MAX;
   std::int64_t longest = 0;
@@ -83,8 +84,9 @@ bool SampleTable::hasConstantRate() const {
   return longest - shortest <= 1;
 }
 
-std::int64_t SampleTable::samplesBeyond(std::int64_t fileSize) const {
-  return std::count_if(samples_.begin(), samples_.end(), [fileSize](const Sample& s) { return s.position + s.bytes > fileSize; });
+std::int64_t PictureTable::samplesBeyond(std::int64_t fileSize) const {
+  return std::count_if(samples_.begin(), samples_.end(),
+                       [fileSize](const Sample& s) { return s.position + s.bytes > fileSize; });
 }
 
 }  // namespace clipworks::engine

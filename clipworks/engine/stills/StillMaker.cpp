@@ -1,4 +1,4 @@
-#include <clipworks/engine/pictures/StillMaker.h>
+#include <clipworks/engine/stills/StillMaker.h>
 
 #include <algorithm>
 #include <cmath>
@@ -8,7 +8,7 @@
 #include <vector>
 
 #include <clipworks/engine/Limits.h>
-#include <clipworks/engine/output/VideoEncoder.h>
+#include <clipworks/engine/pictures/Colour.h>
 #include <clipworks/engine/pictures/FramePadding.h>
 #include <clipworks/engine/pictures/PictureRenderer.h>
 
@@ -80,20 +80,18 @@ Frame view(const Frame& picture, const Region& part, const AVPixFmtDescriptor& p
   return result;
 }
 
-/// A still is read as sRGB, whose primaries are BT.709's: those of other standard video are changed. Wider ones keep their
-/// numbers and get a profile.
+/// A still is read as sRGB, whose primaries are BT.709's: those of other standard video are changed. Wider ones keep
+/// their numbers and get a profile.
 PrimariesChange primariesChange(const AVFrame& picture) {
-  const auto isAmong = [](auto tag, std::initializer_list<decltype(tag)> tags) { return std::ranges::count(tags, tag) > 0; };
-  const bool isOther = isAmong(picture.color_primaries, {AVCOL_PRI_BT470M, AVCOL_PRI_BT470BG, AVCOL_PRI_SMPTE170M,
-                                                         AVCOL_PRI_SMPTE240M});
+  const auto isAmong = [](auto tag, std::initializer_list<decltype(tag)> tags) {
+    return std::ranges::count(tags, tag) > 0;
+  };
+  const bool isOther =
+      isAmong(picture.color_primaries, {AVCOL_PRI_BT470M, AVCOL_PRI_BT470BG, AVCOL_PRI_SMPTE170M, AVCOL_PRI_SMPTE240M});
   const bool isKnown = isAmong(picture.colorspace, {AVCOL_SPC_BT709, AVCOL_SPC_FCC, AVCOL_SPC_BT470BG,
                                                     AVCOL_SPC_SMPTE170M, AVCOL_SPC_SMPTE240M});
   return isOther && isKnown ? PrimariesChange{picture.color_primaries, AVCOL_PRI_BT709, picture.colorspace}
                             : PrimariesChange{};
-}
-
-Region wholeOf(const AVFrame& frame) {
-  return {0, 0, static_cast<double>(frame.width), static_cast<double>(frame.height)};
 }
 
 }  // namespace
@@ -166,8 +164,8 @@ Expected<Frame> StillMaker::scaled(const Frame& picture, const PrimariesChange& 
   const auto [width, height] =
       scaledSize(stillGeometry(facts.shown, facts.naturalWidth, facts.naturalHeight, settings_));
   const bool isDeep = pixels.comp[0].depth > 8;
-  const bool isMovedOnly = part.width == width && part.height == height && startsOnChroma(part, pixels) &&
-                           change == PrimariesChange{};
+  const bool isMovedOnly =
+      part.width == width && part.height == height && startsOnChroma(part, pixels) && change == PrimariesChange{};
   const AVPixelFormat format = stillFormat(pixels, !isMovedOnly || isDeep, width, height);
   const bool isBright = isHighDynamicRange(picture->color_trc);
   const AVPixelFormat scaledFormat = isBright && isDeep ? tenBitsOf(format) : format;

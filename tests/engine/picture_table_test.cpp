@@ -1,4 +1,4 @@
-#include <clipworks/engine/input/SampleTable.h>
+#include <clipworks/engine/input/PictureTable.h>
 
 #include <cstdint>
 #include <fstream>
@@ -18,12 +18,12 @@
 namespace clipworks::test {
 namespace {
 
+using engine::PictureTable;
 using engine::Sample;
-using engine::SampleTable;
 
 /// Samples with the given presentation times in decoding order; those listed in `accessPoints` are some.
-SampleTable table(const std::vector<std::int64_t>& presentations, const std::vector<std::size_t>& accessPoints,
-                  std::int64_t trackEnd) {
+PictureTable table(const std::vector<std::int64_t>& presentations, const std::vector<std::size_t>& accessPoints,
+                   std::int64_t trackEnd) {
   std::vector<Sample> samples;
   for (std::size_t i = 0; i < presentations.size(); ++i) {
     Sample sample;
@@ -36,8 +36,8 @@ SampleTable table(const std::vector<std::int64_t>& presentations, const std::vec
   return {samples, trackEnd};
 }
 
-TEST(SampleTable, TellsThePictureOnScreenByHalfOpenIntervals) {
-  const SampleTable samples = table({5, 35, 15, 25}, {0}, 45);
+TEST(PictureTable, TellsThePictureOnScreenByHalfOpenIntervals) {
+  const PictureTable samples = table({5, 35, 15, 25}, {0}, 45);
   EXPECT_EQ(samples.sampleOfPicture(1), 2U);
   EXPECT_EQ(samples.pictureAt(4), std::nullopt) << "before the first";
   EXPECT_EQ(samples.pictureAt(14), 0U);
@@ -48,8 +48,8 @@ TEST(SampleTable, TellsThePictureOnScreenByHalfOpenIntervals) {
   EXPECT_EQ(samples.firstPictureFrom(36), samples.pictureCount());
 }
 
-TEST(SampleTable, LeavesOutSamplesThatAreNeverOnScreen) {
-  const SampleTable samples = table({0, 10, 10, 20, 20, 20}, {0}, 30);
+TEST(PictureTable, LeavesOutSamplesThatAreNeverOnScreen) {
+  const PictureTable samples = table({0, 10, 10, 20, 20, 20}, {0}, 30);
   ASSERT_EQ(samples.pictureCount(), 3U);
   EXPECT_EQ(samples.sampleOfPicture(1), 1U) << "the first of equals is shown";
   EXPECT_EQ(samples.sampleOfPicture(2), 3U);
@@ -57,19 +57,20 @@ TEST(SampleTable, LeavesOutSamplesThatAreNeverOnScreen) {
   EXPECT_EQ(samples.samples().size(), 6U) << "all of them are still decoded";
 }
 
-TEST(SampleTable, StartsDecodingWhereThePictureHasItsReferences) {
+TEST(PictureTable, StartsDecodingWhereThePictureHasItsReferences) {
   // Closed 0 20 10 30, then an open group: its access point at 60 is decoded before the pictures at 40 and 50, which
   // refer back across it.
-  const SampleTable samples = table({0, 20, 10, 30, 60, 40, 50, 70}, {0, 4}, 80);
+  const PictureTable samples = table({0, 20, 10, 30, 60, 40, 50, 70}, {0, 4}, 80);
   EXPECT_EQ(samples.accessPointFor(3), 0U);
   EXPECT_EQ(samples.accessPointFor(5), 0U) << "a leading picture needs the group before";
   EXPECT_EQ(samples.accessPointFor(6), 4U);
   EXPECT_EQ(table({0, 10, 20}, {1}, 30).accessPointFor(0), 0U) << "the only one comes later";
 }
 
-TEST(SampleTable, StartsDecodingAtOrBeforeThePictureItself) {
-  // Sample 3 is an access point that shares its time with sample 1, which is the one shown; sample 5 is a leading picture.
-  const SampleTable samples = table({0, 30, 10, 30, 60, 50, 70}, {0, 3, 4}, 80);
+TEST(PictureTable, StartsDecodingAtOrBeforeThePictureItself) {
+  // Sample 3 is an access point that shares its time with sample 1, which is the one shown; sample 5 is a leading
+  // picture.
+  const PictureTable samples = table({0, 30, 10, 30, 60, 50, 70}, {0, 3, 4}, 80);
   const auto accessFor = [&](std::int64_t ticks) { return samples.accessPointFor(*samples.pictureAt(ticks)); };
   EXPECT_EQ(accessFor(30), 0U);
   EXPECT_EQ(accessFor(50), 3U);
@@ -80,15 +81,18 @@ TEST(SampleTable, StartsDecodingAtOrBeforeThePictureItself) {
   EXPECT_EQ(samples.accessPointAfter(4), std::nullopt);
 }
 
-TEST(SampleTable, EndsNoSoonerThanItsLastPicture) {
+TEST(PictureTable, EndsNoSoonerThanItsLastPicture) {
   EXPECT_EQ(table({0, 10, 20}, {0}, 30).trackEnd(), 30);
   EXPECT_EQ(table({0, 10, 20}, {0}, 5).trackEnd(), 21) << "a header that says less is not believed";
-  EXPECT_EQ(SampleTable().pictureAt(0), std::nullopt);
+  EXPECT_EQ(PictureTable().pictureAt(0), std::nullopt);
 }
 
 // As the ffmpeg program plays it: what comes again is dropped.
-TEST(SampleTable, ShowsAFragmentThatBeginsTooEarlyFromTheEndOfTheOneBeforeOn) {
-  const BarCodeClip clip({.frames = 90, .timescale = 3000, .gop = 30, .audioCodec = "",
+TEST(PictureTable, ShowsAFragmentThatBeginsTooEarlyFromTheEndOfTheOneBeforeOn) {
+  const BarCodeClip clip({.frames = 90,
+                          .timescale = 3000,
+                          .gop = 30,
+                          .audioCodec = "",
                           .outputArguments = {"-movflags", "+frag_keyframe+empty_moov"}});
   std::ifstream in(clip.path(), std::ios::binary);
   std::string bytes{std::istreambuf_iterator<char>(in), {}};
@@ -106,7 +110,7 @@ TEST(SampleTable, ShowsAFragmentThatBeginsTooEarlyFromTheEndOfTheOneBeforeOn) {
 
   const auto file = engine::MediaFile::open(path);
   ASSERT_TRUE(file);
-  const auto table = (*file)->sampleTable((*file)->streams().front().index);
+  const auto table = (*file)->pictureTable((*file)->streams().front().index);
   ASSERT_TRUE(table);
   std::vector<std::int64_t> times;
   for (std::size_t i = 0; i < (*table)->pictureCount(); ++i) times.push_back((*table)->timeOfPicture(i));
@@ -114,8 +118,9 @@ TEST(SampleTable, ShowsAFragmentThatBeginsTooEarlyFromTheEndOfTheOneBeforeOn) {
   for (std::size_t i = 0; i < wanted.size(); ++i) wanted[i] = 200 + 100 * static_cast<std::int64_t>(i);
   EXPECT_EQ(times, wanted);
   EXPECT_EQ((*table)->sampleOfPicture(60), 71U) << "picture 70, the first that comes later than all before";
-  const auto played = runProgram({"sh", "-c", "ffmpeg -nostdin -v error -copyts -i '" + path.string() +
-                                                  "' -fps_mode vfr -f framecrc - | grep -vc '^#'"});
+  const auto played = runProgram(
+      {"sh", "-c",
+       "ffmpeg -nostdin -v error -copyts -i '" + path.string() + "' -fps_mode vfr -f framecrc - | grep -vc '^#'"});
   EXPECT_EQ(played.standardOutput, "80\n");
 }
 

@@ -1,4 +1,4 @@
-#include <clipworks/engine/input/SampleReader.h>
+#include <clipworks/engine/input/CodedPictureReader.h>
 
 #include <cerrno>
 #include <cstring>
@@ -7,17 +7,17 @@
 
 namespace clipworks::engine {
 
-Expected<SampleReader> SampleReader::open(std::shared_ptr<const MediaFile> file, int stream) {
-  auto table = file->sampleTable(stream);
+Expected<CodedPictureReader> CodedPictureReader::open(std::shared_ptr<const MediaFile> file, int stream) {
+  auto table = file->pictureTable(stream);
   if (!table) return tl::make_unexpected(table.error());
-  SampleReader reader(std::move(file), stream, std::move(*table));
+  CodedPictureReader reader(std::move(file), stream, std::move(*table));
   if (!reader.file_->samplesAreStoredPlainly()) {
     if (auto started = reader.rewind(); !started) return tl::make_unexpected(started.error());
   }
   return reader;
 }
 
-Expected<Packet> SampleReader::read(std::uint32_t index) {
+Expected<Packet> CodedPictureReader::read(std::uint32_t index) {
   const Sample& sample = table_->samples()[index];
   auto packet = file_->samplesAreStoredPlainly() ? readStored(sample) : readDemuxed(index);
   if (!packet) return packet;
@@ -28,7 +28,7 @@ Expected<Packet> SampleReader::read(std::uint32_t index) {
   return packet;
 }
 
-Expected<Packet> SampleReader::readStored(const Sample& sample) const {
+Expected<Packet> CodedPictureReader::readStored(const Sample& sample) const {
   if (sample.bytes < 0 || sample.bytes > limits::maxSampleBytes ||
       sample.position + sample.bytes > file_->handle()->size()) {
     return failed(ErrorKind::damaged, file_->name() + " is cut off: its index names pictures beyond its end");
@@ -46,7 +46,7 @@ Expected<Packet> SampleReader::readStored(const Sample& sample) const {
   return packet;
 }
 
-Expected<void> SampleReader::rewind() {
+Expected<void> CodedPictureReader::rewind() {
   auto demuxer = file_->openStream(stream_);
   if (!demuxer) return tl::make_unexpected(demuxer.error());
   demuxer_ = std::move(*demuxer);
@@ -54,7 +54,7 @@ Expected<void> SampleReader::rewind() {
   return {};
 }
 
-Expected<Packet> SampleReader::readDemuxed(std::uint32_t index) {
+Expected<Packet> CodedPictureReader::readDemuxed(std::uint32_t index) {
   if (index < next_) {
     if (auto again = rewind(); !again) return tl::make_unexpected(again.error());
   }

@@ -1,4 +1,4 @@
-#include <clipworks/engine/pipeline/MixingGains.h>
+#include <clipworks/engine/output/MixingGains.h>
 
 namespace clipworks::engine {
 
