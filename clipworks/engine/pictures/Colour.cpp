@@ -11,10 +11,10 @@ constexpr int highDefinitionLines = 720;
 
 Colour completeColour(const AVCodecParameters& parameters) {
   const bool isMade = isMadeYUV(static_cast<AVPixelFormat>(parameters.format));
-  return completeColour(parameters.width, parameters.height,
-                        {parameters.color_primaries, parameters.color_trc,
-                         isMade ? AVCOL_SPC_UNSPECIFIED : parameters.color_space,
-                         !isMade && parameters.color_range == AVCOL_RANGE_JPEG});
+  return completeColour(
+      parameters.width, parameters.height,
+      {parameters.color_primaries, parameters.color_trc, isMade ? AVCOL_SPC_UNSPECIFIED : parameters.color_space,
+       !isMade && parameters.color_range == AVCOL_RANGE_JPEG});
 }
 
 Colour completeColour(int width, int height, const Colour& told) {
@@ -25,7 +25,8 @@ Colour completeColour(int width, int height, const Colour& told) {
   colour.transfer = known(told.transfer, AVCOL_TRC_UNSPECIFIED, high ? AVCOL_TRC_BT709 : AVCOL_TRC_SMPTE170M);
   colour.matrix = known(told.matrix, AVCOL_SPC_UNSPECIFIED, high ? AVCOL_SPC_BT709 : AVCOL_SPC_SMPTE170M);
   // That of wide primaries goes with no other: BT.2020, 10-bit and up.
-  if (told.matrix == AVCOL_SPC_UNSPECIFIED && colour.primaries == AVCOL_PRI_BT2020) colour.matrix = AVCOL_SPC_BT2020_NCL;
+  if (told.matrix == AVCOL_SPC_UNSPECIFIED && colour.primaries == AVCOL_PRI_BT2020)
+    colour.matrix = AVCOL_SPC_BT2020_NCL;
   if (colour.matrix == AVCOL_SPC_RGB) colour.matrix = AVCOL_SPC_BT709;
   return colour;
 }
