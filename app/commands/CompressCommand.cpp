@@ -44,10 +44,8 @@ class CompressCommand final : public CompressingCommand {
   std::string name() const override { return "compress"; }
   std::string purpose() const override { return "Encode clips anew, smaller, each in a new MP4 file"; }
   std::string notes() const override {
-    return "Pictures become H.264 of the preset's height, sound AAC; pictures smaller than the preset are enlarged. "
-           "The\n"
-           "new files get names of their own, told in the order of the clips. Clips that cannot be compressed are "
-           "named,\n"
+    return "Pictures become H.264 of the preset's height, sound AAC; pictures smaller than the preset are enlarged. The\n"
+           "new files get names of their own, told in the order of the clips. Clips that cannot be compressed are named,\n"
            "the others are written, and the exit code is 1.\n\n"
            "Example: clipworks --outputs small compress a.mp4 b.mov --preset 480p\n"
            "\"clipworks --help\" tells the options that hold for every command, and the exit codes.";

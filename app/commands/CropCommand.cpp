@@ -38,12 +38,9 @@ class CropCommand final : public EditingCommand {
   std::string name() const override { return "crop"; }
   std::string purpose() const override { return "Cut a rectangle out of a clip, in a new MP4 file"; }
   std::string notes() const override {
-    return "The rectangle counts in units of your own: in a portrait clip W stands for the whole width, in any other "
-           "H\n"
-           "for the whole height, and the other side follows. With W (or H) as the clip's own size in pixels, units "
-           "are\n"
-           "pixels. The pictures are encoded anew, as H.264 unless --codec hevc is given, at the clip's rate without "
-           "its\n"
+    return "The rectangle counts in units of your own: in a portrait clip W stands for the whole width, in any other H\n"
+           "for the whole height, and the other side follows. With W (or H) as the clip's own size in pixels, units are\n"
+           "pixels. The pictures are encoded anew, as H.264 unless --codec hevc is given, at the clip's rate without its\n"
            "fraction. The new file gets a name of its own.\n\n"
            "Example: clipworks crop landscape_1080p.mp4 --rect 420,0,1080,1080    the middle square\n"
            "\"clipworks --help\" tells the options that hold for every command, and the exit codes.";

@@ -12,8 +12,7 @@ class PreviewCommand final : public CompressingCommand {
   std::string name() const override { return "preview"; }
   std::string purpose() const override { return "Compress the first five seconds of a clip, to judge a preset"; }
   std::string notes() const override {
-    return "Does with the first five seconds, or all of a shorter clip, what \"compress\" does with the whole. The new "
-           "file\n"
+    return "Does with the first five seconds, or all of a shorter clip, what \"compress\" does with the whole. The new file\n"
            "gets a name of its own.\n\n"
            "Example: clipworks preview clip.mp4 --preset 480p\n"
            "\"clipworks --help\" tells the options that hold for every command, and the exit codes.";

@@ -59,8 +59,7 @@ class RecordCommand final : public Command {
   std::string name() const override { return "record"; }
   std::string purpose() const override { return "Record a piece of narration with the microphone"; }
   std::string notes() const override {
-    return "Enter, Ctrl-C or the time given with --for ends the recording, and keeps it. The file gets a name of its "
-           "own;\n"
+    return "Enter, Ctrl-C or the time given with --for ends the recording, and keeps it. The file gets a name of its own;\n"
            "the argument that \"narrate\" takes for it goes to standard error.\n\n"
            "Example: clipworks --outputs results record --at 5\n"
            "\"clipworks --help\" tells the options that hold for every command, and the exit codes.";

@@ -14,10 +14,8 @@ class RotateCommand final : public EditingCommand {
   std::string name() const override { return "rotate"; }
   std::string purpose() const override { return "Turn a clip by a quarter turn, in a new MP4 file"; }
   std::string notes() const override {
-    return "Turns counterclockwise; a clip held upright in portrait, which is stored on its side, turns clockwise. "
-           "The\n"
-           "pictures are encoded anew, as H.264 unless --codec hevc is given, at the clip's rate without its "
-           "fraction.\n"
+    return "Turns counterclockwise; a clip held upright in portrait, which is stored on its side, turns clockwise. The\n"
+           "pictures are encoded anew, as H.264 unless --codec hevc is given, at the clip's rate without its fraction.\n"
            "The new file gets a name of its own.\n\n"
            "Example: clipworks --outputs results rotate clip.mp4\n"
            "\"clipworks --help\" tells the options that hold for every command, and the exit codes.";

@@ -26,8 +26,7 @@ class SpeedCommand final : public EditingCommand {
   std::string purpose() const override { return "Slow down or speed up one stretch of a clip, in one new MP4 file"; }
   std::string notes() const override {
     return "The clip needs pictures and sound; the sound keeps its pitch.\n\n"
-           "Example, seconds 2 to 4 at half speed: clipworks --outputs results speed clip.mp4 --from 2 --to 4 --ratio "
-           "2\n"
+           "Example, seconds 2 to 4 at half speed: clipworks --outputs results speed clip.mp4 --from 2 --to 4 --ratio 2\n"
            "\"clipworks --help\" tells the options that hold for every command, and the exit codes.";
   }
   void configure(CLI::App& parser) override {
