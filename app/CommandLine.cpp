@@ -97,10 +97,18 @@ void CommandLine::addCommands() {
 }
 
 std::string CommandLine::sentenceFor(const CLI::ParseError& error) const {
-  const auto unknown = parser_.remaining();
   // Without a command nothing else was understood either; the first such word is what people mistyped.
+  const auto unknown = parser_.remaining();
   if (parser_.get_subcommands().empty() && !unknown.empty()) return "\"" + unknown.front() + "\" is not known";
-  return error.what();
+  // The library's own sentences begin with the option's name and a colon; of unknown words they end with them.
+  const std::string sentence = error.what();
+  const std::size_t colon = sentence.find(": ");
+  if (colon == std::string::npos) return sentence;
+  if (dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr)
+    return "\"" + sentence.substr(colon + 2) + "\" is not known";
+  const std::string option = sentence.substr(0, colon);
+  const bool isBare = dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr;
+  return option + (isBare ? " needs a value" : sentence.substr(colon + 1));
 }
 
 Result<Command*, Failure> CommandLine::parse(int argc, const char* const* argv) {

@@ -84,8 +84,9 @@ TEST(WrongUse, IsFoundBeforeAnythingRuns) {
       {{"loop", clip, "--count", "3x"}, "whole number, not \"3x\""},
       {{"loop", clip}, "--count is required; \"clipworks loop --help\" tells more"},
       {{"loop", "--count", "3"}, "FILE is required"},
-      {{"--quick", "loop", clip, "--count", "3"}, "--quick"},
-      {{"--codec", "av1", "loop", clip, "--count", "3"}, "not \"av1\""},
+      {{"loop", clip, "--count"}, "--count needs a value"},
+      {{"loop", clip, "--count", "3", "--quick"}, "\"--quick\" is not known; \"clipworks loop --help\" tells more"},
+      {{"--codec", "av1", "loop", clip, "--count", "3"}, "--codec takes auto, h264 or hevc, not \"av1\""},
       {{"juggle", clip}, "\"juggle\" is not known"},
       {{}, "a command is needed"},
   };
