@@ -7,7 +7,7 @@
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Limits.h>
 #include <clipworks/engine/input/ColorTags.h>
-#include <clipworks/engine/input/PictureOrder.h>
+#include <clipworks/engine/input/PictureTableBuilder.h>
 #include <clipworks/engine/pictures/PlanarPictures.h>
 
 namespace clipworks::engine {
@@ -375,180 +375,14 @@ Expected<StreamPackets> MediaFile::openStream(int index) const {
 Expected<std::shared_ptr<const PictureTable>> MediaFile::pictureTable(int index) const {
   const std::lock_guard lock(tablesMutex_);
   if (const auto known = tables_.find(index); known != tables_.end()) return known->second;
-  auto built = buildTable(index);
+  const bool isFragmented = boxes_ && boxes_->fragmented;
+  const MovieBoxes::Track* listed = nullptr;
+  if (boxes_ && !isFragmented) listed = findTrack(boxes_, stream(index).trackID);
+  auto built = buildPictureTable(*this, index, {listed, isFragmented});
   if (!built) return tl::make_unexpected(built.error());
   auto table = std::make_shared<const PictureTable>(std::move(*built));
   tables_[index] = table;
   return table;
-}
-
-namespace {
-
-constexpr const char* tooManyFormats = " changes its format too often";
-
-/// Gathers bytes of one kind that come with packets for the decoder; what comes again is kept once.
-class SideData {
- public:
-  SideData(AVPacketSideDataType kind, const std::uint8_t* first, int bytes)
-      : kind_(kind), known_{std::make_shared<Bytes>(first, first + bytes)}, inForce_(known_.front()) {}
-
-  /// Takes what comes with the packet of a sample, in decoding order. False beyond the limit of different ones.
-  bool take(const AVPacket& packet, std::size_t sample) {
-    std::size_t bytes = 0;
-    const std::uint8_t* data = av_packet_get_side_data(&packet, kind_, &bytes);
-    if (data == nullptr || bytes == 0) return true;
-    const auto isSame = [&](const auto& other) { return std::equal(other->begin(), other->end(), data, data + bytes); };
-    if (isSame(inForce_)) return true;
-    auto found = std::find_if(known_.begin(), known_.end(), isSame);
-    if (found == known_.end()) {
-      if (known_.size() == limits::maxDecoderParameters) return false;
-      found = known_.insert(known_.end(), std::make_shared<Bytes>(data, data + bytes));
-    }
-    inForce_ = *found;
-    changes_.push_back({static_cast<std::uint32_t>(sample), inForce_});
-    return true;
-  }
-
-  std::vector<CodecChange> finish() { return std::move(changes_); }
-
- private:
-  using Bytes = std::vector<std::uint8_t>;
-  AVPacketSideDataType kind_;
-  std::vector<std::shared_ptr<Bytes>> known_;
-  std::shared_ptr<Bytes> inForce_;
-  std::vector<CodecChange> changes_;
-};
-
-/// Both kinds that a decoder which starts in the middle has to be told.
-class CodecChangesReader {
- public:
-  explicit CodecChangesReader(const AVCodecParameters& own)
-      : parameters_(AV_PKT_DATA_NEW_EXTRADATA, own.extradata, own.extradata_size),
-        palettes_(AV_PKT_DATA_PALETTE, nullptr, 0) {}
-
-  bool take(const AVPacket& packet, std::size_t sample) {
-    return parameters_.take(packet, sample) && palettes_.take(packet, sample);
-  }
-  CodecChanges finish() { return {parameters_.finish(), palettes_.finish()}; }
-
- private:
-  SideData parameters_;
-  SideData palettes_;
-};
-
-// Expands `stts` and `ctts` beside the demuxer's index, which knows place, size and access points but no presentation
-// times. Nothing when they contradict each other, or the index is not the whole track.
-std::optional<PictureTable> tableFromIndex(AVStream& stream, const MovieBoxes::Track& track, CodecChanges changes) {
-  const int count = avformat_index_get_entries_count(&stream);
-  if (count <= 0 || static_cast<std::uint64_t>(count) != track.sampleCount) return std::nullopt;
-  std::vector<Sample> samples(static_cast<std::size_t>(count));
-  std::size_t at = 0;
-  std::int64_t decode = 0;
-  for (const auto& run : track.sampleLengths) {
-    for (std::uint32_t i = 0; i < run.count && at < samples.size(); ++i, ++at) {
-      samples[at].decode = decode;
-      samples[at].presentation = decode;
-      decode += run.value;
-    }
-  }
-  if (at != samples.size()) return std::nullopt;
-  at = 0;
-  for (const auto& run : track.pictureOffsets) {
-    for (std::uint32_t i = 0; i < run.count && at < samples.size(); ++i, ++at) samples[at].presentation += run.value;
-  }
-  const AVIndexEntry* first = avformat_index_get_entry(&stream, 0);
-  for (int i = 0; i < count; ++i) {
-    const AVIndexEntry* entry = avformat_index_get_entry(&stream, i);
-    Sample& sample = samples[static_cast<std::size_t>(i)];
-    if (entry->timestamp - first->timestamp != sample.decode) return std::nullopt;
-    sample.position = entry->pos;
-    sample.bytes = entry->size;
-    sample.accessPoint = (entry->flags & AVINDEX_KEYFRAME) != 0;
-  }
-  const std::int64_t lastLength = track.sampleLengths.empty() ? 0 : track.sampleLengths.back().value;
-  std::int64_t lastShown = 0;
-  for (const auto& sample : samples) lastShown = std::max(lastShown, sample.presentation);
-  return PictureTable(std::move(samples), lastShown + lastLength, std::move(changes));
-}
-
-/// Where a fragment's decode times begin before those of the one before it end, its pictures that are not later than
-/// all of the earlier one's are not shown, as the ffmpeg program does: they are decoded only.
-void dropOverlaps(std::vector<Sample>& samples) {
-  std::int64_t latest = INT64_MIN;      // presentation so far
-  std::int64_t decoded = INT64_MIN;     // decode time so far
-  std::int64_t overlapped = INT64_MIN;  // presentation up to the last fragment that fell back
-  for (Sample& sample : samples) {
-    if (sample.decode <= decoded) overlapped = latest;
-    decoded = sample.decode;
-    // The table shows one picture of each time, the first in decoding order.
-    sample.presentation = std::max(sample.presentation, overlapped);
-    latest = std::max(latest, sample.presentation);
-  }
-}
-
-}  // namespace
-
-Expected<PictureTable> MediaFile::buildTable(int index) const {
-  auto packets = openStream(index);
-  if (!packets) return tl::make_unexpected(packets.error());
-  AVStream& stream = packets->stream();
-  if (const auto* track = findTrack(boxes_, stream.id); track != nullptr && !boxes_->fragmented) {
-    CodecChanges changes;
-    if (track->sampleDescriptions > 1 || parameters(index).format == AV_PIX_FMT_PAL8) {
-      // The demuxer tells what belongs to a description as it comes to its samples.
-      auto told = readCodecChanges(index);
-      if (!told) return tl::make_unexpected(told.error());
-      changes = std::move(*told);
-    }
-    if (auto table = tableFromIndex(stream, *track, std::move(changes))) return std::move(*table);
-  }
-
-  std::vector<Sample> samples;
-  CodecChangesReader changes(parameters(index));
-  std::vector<bool> isTold;  // by the container, when it is shown
-  std::vector<std::int64_t> lengths;
-  Packet packet = makePacket();
-  auto got = packets->read(*packet);
-  for (; got && *got; got = packets->read(*packet)) {
-    Sample sample;
-    const std::int64_t fallback = samples.empty() ? 0 : samples.back().decode + 1;
-    sample.decode = packet->dts != AV_NOPTS_VALUE ? packet->dts : fallback;
-    isTold.push_back(packet->pts != AV_NOPTS_VALUE);
-    sample.presentation = isTold.back() ? packet->pts : sample.decode;
-    sample.position = packet->pos;
-    sample.bytes = packet->size;
-    sample.accessPoint = (packet->flags & AV_PKT_FLAG_KEY) != 0;
-    if (!changes.take(*packet, samples.size())) return failed(ErrorKind::tooLarge, name_ + tooManyFormats);
-    samples.push_back(sample);
-    lengths.push_back(std::max<std::int64_t>(packet->duration, 0));
-    if (samples.size() > limits::maxSamples) return failed(ErrorKind::tooLarge, name_ + " has too many pictures");
-    av_packet_unref(packet.get());
-  }
-  if (!got) return tl::make_unexpected(got.error());
-  if (std::find(isTold.begin(), isTold.end(), false) != isTold.end()) {
-    auto again = openStream(index);
-    if (!again) return tl::make_unexpected(again.error());
-    if (auto ordered = orderPictures(*again, samples, isTold); !ordered) return tl::make_unexpected(ordered.error());
-  }
-  std::int64_t end = 0;
-  for (std::size_t i = 0; i < samples.size(); ++i) end = std::max(end, samples[i].presentation + lengths[i]);
-  if (boxes_ && boxes_->fragmented) dropOverlaps(samples);
-  return PictureTable(std::move(samples), end, changes.finish());
-}
-
-Expected<CodecChanges> MediaFile::readCodecChanges(int index) const {
-  auto packets = openStream(index);
-  if (!packets) return tl::make_unexpected(packets.error());
-  CodecChangesReader changes(parameters(index));
-  std::size_t sample = 0;
-  Packet packet = makePacket();
-  auto got = packets->read(*packet);
-  for (; got && *got; got = packets->read(*packet)) {
-    if (!changes.take(*packet, sample++)) return failed(ErrorKind::tooLarge, name_ + tooManyFormats);
-    av_packet_unref(packet.get());
-  }
-  if (!got) return tl::make_unexpected(got.error());
-  return changes.finish();
 }
 
 }  // namespace clipworks::engine

@@ -124,8 +124,6 @@ class MediaFile {
   void describeHDRMetadata(const AVStream& stream, int index);
   void describeDuration(const AVFormatContext& context);
   Expected<void> measureByPackets();
-  Expected<PictureTable> buildTable(int index) const;
-  Expected<CodecChanges> readCodecChanges(int index) const;
 
   std::string name_;
   std::shared_ptr<const FileHandle> handle_;
