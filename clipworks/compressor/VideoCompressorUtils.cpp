@@ -1,7 +1,10 @@
 #include <clipworks/compressor/VideoCompressorUtils.h>
 
 #include <algorithm>
+#include <mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <clipworks/compressor/CompressionSettings.h>
 #include <clipworks/exporter/NextLevelSessionExporter.h>
@@ -81,6 +84,15 @@ Outcome outcomeOf(const ExporterOutcome& exported, const URL& outputURL) {
   return outputURL;
 }
 
+/// What waits for a semaphore that nobody signals any more stays, whoever else goes.
+void waitForEver(std::shared_ptr<DispatchSemaphore> semaphore) {
+  if (semaphore == nullptr || !semaphore->hasWaitingWork()) return;
+  static std::mutex mutex;
+  static auto& all = *new std::vector<std::shared_ptr<DispatchSemaphore>>;  // never destroyed
+  const std::lock_guard lock(mutex);
+  all.push_back(std::move(semaphore));
+}
+
 }  // namespace
 
 std::shared_ptr<VideoCompressorUtils> VideoCompressorUtils::make() {
@@ -108,7 +120,8 @@ void VideoCompressorUtils::compress(const std::vector<URL>& videos, const Parame
   const auto group = DispatchGroup::make();
   {
     const std::lock_guard lock(mutex_);
-    semaphore_ = DispatchSemaphore::make(1);  // kept: whoever waits on the former one does so for ever
+    // kept: whoever waits on the former one does so for ever
+    waitForEver(std::exchange(semaphore_, DispatchSemaphore::make(1)));
   }
   const auto batch = std::make_shared<Batch>();
   const auto videosCount = static_cast<std::int64_t>(videos.size());

@@ -45,6 +45,11 @@ void DispatchSemaphore::whenAvailable(std::function<void()> work) {
   runWorkItem(std::move(work));
 }
 
+bool DispatchSemaphore::hasWaitingWork() const {
+  const std::lock_guard lock(mutex_);
+  return !waiting_.empty();
+}
+
 void DispatchSemaphore::signal() {
   std::unique_lock lock(mutex_);
   if (waiting_.empty() || count_ < blocked_) {

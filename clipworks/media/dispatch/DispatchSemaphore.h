@@ -32,6 +32,8 @@ class CLIPWORKS_API DispatchSemaphore {
   /// returns when there is one, else on the global queue. Blocked threads come first. While the count stays 0, the
   /// semaphore keeps `work`.
   void whenAvailable(std::function<void()> work);
+  /// Whether work given to `whenAvailable` has not begun.
+  [[nodiscard]] bool hasWaitingWork() const;
 
   /// Adds one to the count.
   void signal();
@@ -40,7 +42,7 @@ class CLIPWORKS_API DispatchSemaphore {
   explicit DispatchSemaphore(std::int64_t value) : count_(value) {}
   bool waitUntil(std::chrono::steady_clock::time_point deadline);
 
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   std::condition_variable wasSignaled_;
   std::int64_t count_;                         // guarded by mutex_, like all below
   std::int64_t blocked_ = 0;                   ///< threads in a wait
