@@ -38,7 +38,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::StartsWith;
 using testing::UnorderedElementsAre;
-constexpr std::chrono::seconds patience{100};
+constexpr std::chrono::seconds patience{300};
 using Outcome = Result<URL, VideoReverseConverter::ConversionError>;
 
 /// Waits for a completion; notices, too, that it will never come.
