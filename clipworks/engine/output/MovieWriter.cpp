@@ -132,7 +132,7 @@ Expected<void> MovieWriter::addSideData(AVStream& stream, AVPacketSideDataType k
 Expected<void> MovieWriter::setHDRMetadata(int track, const HDRMetadata& facts) {
   for (const auto& [kind, data] : facts) {
     if (auto added = addSideData(*context_->streams[track], kind, data.data(), data.size()); !added) return added;
-    // Boxes of a specification of its own, not of ISO/IEC 14496, which the muxer leaves out unless it is told so.
+    // Boxes that ISO/IEC 14496 does not have, which the muxer leaves out unless it is told so.
     if (kind == AV_PKT_DATA_DOVI_CONF) context_->strict_std_compliance = FF_COMPLIANCE_UNOFFICIAL;
   }
   return {};
