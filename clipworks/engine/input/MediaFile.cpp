@@ -364,7 +364,7 @@ Expected<StreamPackets> MediaFile::openStream(int index) const {
   // Containers without a header list their streams only as packets come. Plain files of MPEG sound have no times, and
   // those that the library makes up are right once it has looked.
   const unsigned streams = input->get()->nb_streams;
-  const bool isPlain = !boxes_ && streams == 1;
+  const bool isPlain = !boxes_ && streams == 1 && input->get()->streams[0]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
   if (isPlain || static_cast<unsigned>(index) >= streams) avformat_find_stream_info(input->get(), nullptr);
   if (static_cast<unsigned>(index) >= input->get()->nb_streams) {
     return failed(ErrorKind::damaged, name_ + " changed while it was read");
