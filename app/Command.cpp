@@ -5,6 +5,9 @@
 #include <new>
 #include <utility>
 
+#include <app/EditRun.h>
+#include <app/StepCommand.h>
+
 namespace clipworks::app {
 namespace {
 
@@ -16,9 +19,12 @@ std::vector<CommandRegistration::Factory>& factories() {
 
 }  // namespace
 
-Outcome runCommand(Command& command, const Program& program) {
+Outcome runCommands(const std::vector<Command*>& commands, const Program& program) {
   try {
-    return command.run(program);
+    if (commands.size() == 1) return commands.front()->run(program);
+    std::vector<StepCommand*> steps;
+    for (auto* command : commands) steps.push_back(&dynamic_cast<StepCommand&>(*command));
+    return runEdit(steps, program);
   } catch (const std::bad_alloc&) {
     return failed("out of memory");
   } catch (const std::exception& thrown) {

@@ -43,8 +43,8 @@ class Command {
   [[nodiscard]] virtual Outcome run(const Program& program) = 0;
 };
 
-/// Runs `command`; what it throws is a failure, too.
-[[nodiscard]] Outcome runCommand(Command& command, const Program& program);
+/// Runs a command, or several that are steps of one movie; what they throw is a failure, too.
+[[nodiscard]] Outcome runCommands(const std::vector<Command*>& commands, const Program& program);
 
 /// Names a command's class to the program, from a constant in the class's own source file.
 class CommandRegistration {

@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include <app/Licenses.h>
+#include <app/StepCommand.h>
 
 namespace clipworks::app {
 namespace {
@@ -15,11 +16,16 @@ constexpr const char* purpose = "Edits real phone clips, exactly and fast, and t
 
 constexpr const char* notes = R"(Examples:
   clipworks loop clip.mp4 --count 3
-  clipworks --outputs results --verbose loop clip.mov --count 10
+  clipworks speed clip.mp4 --from 2 --to 4 --ratio 2 then crop --rect 0,0,800,800 then compress --preset 720p -o short.mp4
   clipworks --json info clip.mp4
 
-The path of each new file goes to standard output, everything else to standard
-error. `clipworks COMMAND --help` tells a command's own arguments.
+"then" joins steps to one movie that is encoded once; times and rectangles of
+a step are those of what the step before it shows.
+
+A new file is named after its clip and what was done ("clip-looped.mp4"), with
+a number behind where that is there already. Its path goes to standard output,
+everything else to standard error. `clipworks COMMAND --help` tells a command's
+own arguments.
 
 Exit codes: 0 done; 1 failed, with the reason on standard error; 2 wrong use,
 nothing was done; 130 interrupted, no file is left.)";
@@ -39,67 +45,10 @@ bool asksForJson(int argc, const char* const* argv) {
 
 std::string notEmpty(const std::string& text) { return text.empty() ? "takes the path of a directory" : ""; }
 
-}  // namespace
-
-CommandLine::CommandLine() : parser_(purpose, "clipworks") {
-  parser_.get_formatter()->column_width(30);
-  parser_.get_formatter()->label("REQUIRED", "(needed)");
-  parser_.get_formatter()->label("SUBCOMMAND", "COMMAND");
-  parser_.get_formatter()->label("Positionals", "Arguments");
-  parser_.footer(notes);
-  parser_.require_subcommand(0, 1);
-  addOptions();
-  addCommands();
-}
-
-void CommandLine::addOptions() {
-  parser_
-      .add_option_function<std::string>(
-          "--outputs", [this](const std::string& directory) { options_.outputs = directory; },
-          "Where results go; default: the current directory")
-      ->type_name("DIR")
-      ->check(notEmpty);
-  parser_
-      .add_option_function<std::string>(
-          "--temp", [this](const std::string& directory) { options_.temp = directory; },
-          "Where intermediate files go; default: a hidden directory\nbeside the results, gone at the end")
-      ->type_name("DIR")
-      ->check(notEmpty);
-  parser_.add_flag("--json", options_.json, "Standard output holds JSON lines: progress, done or error");
-  parser_.add_flag("--verbose", options_.verbose, "Show the library's own lines, too");
-  parser_
-      .add_option_function<std::string>(
-          "--codec", [this](const std::string& name) { options_.codec = codecNames.at(name); },
-          "For the pictures; default: auto, which is HEVC where the first\ninput is HEVC, else H.264")
-      ->type_name("auto|h264|hevc")
-      ->check([](const std::string& name) {
-        return codecNames.contains(name) ? "" : "takes auto, h264 or hevc, not \"" + name + "\"";
-      });
-  parser_.add_flag("--strip-metadata", options_.stripMetadata,
-                   "Leave out the date, place and device of the recording,\nwhich are kept otherwise");
-  parser_.add_flag("--strict", options_.strict,
-                   "Fail where pictures of an input are damaged, instead of\nshowing what could be decoded");
-  parser_.set_version_flag("--version", "clipworks " CLIPWORKS_VERSION, "Print the version");
-  parser_.add_flag_callback(
-      "--licenses", [] { throw CLI::CallForVersion(licenses(), 0); }, "Print the licences that hold for this program");
-  parser_.set_help_flag("-h,--help", "Print this help");
-}
-
-void CommandLine::addCommands() {
-  commands_ = makeCommands();
-  for (const auto& command : commands_) {
-    CLI::App* parser = parser_.add_subcommand(command->name(), command->purpose())->group("Commands");
-    // The program's options are understood behind the command, too.
-    parser->fallthrough();
-    parser->footer(command->notes());
-    command->configure(*parser);
-  }
-}
-
-std::string CommandLine::sentenceFor(const CLI::ParseError& error) const {
+std::string sentenceFor(const CLI::App& parser, const CLI::ParseError& error) {
   // Without a command nothing else was understood either; the first such word is what people mistyped.
-  const auto unknown = parser_.remaining();
-  if (parser_.get_subcommands().empty() && !unknown.empty()) return "\"" + unknown.front() + "\" is not known";
+  const auto unknown = parser.remaining();
+  if (parser.get_subcommands().empty() && !unknown.empty()) return "\"" + unknown.front() + "\" is not known";
   // The library's own sentences begin with the option's name and a colon; of unknown words they end with them.
   const std::string sentence = error.what();
   const std::size_t colon = sentence.find(": ");
@@ -111,23 +60,131 @@ std::string CommandLine::sentenceFor(const CLI::ParseError& error) const {
   return option + (isBare ? " needs a value" : sentence.substr(colon + 1));
 }
 
-Result<Command*, Failure> CommandLine::parse(int argc, const char* const* argv) {
+/// The words of each command; "then" stands between them.
+std::vector<std::vector<const char*>> splitAtThen(int argc, const char* const* argv) {
+  std::vector<std::vector<const char*>> parts{{argv[0]}};
+  for (int i = 1; i < argc; ++i) {
+    if (std::string_view(argv[i]) == "then") {
+      parts.push_back({argv[0]});
+    } else {
+      parts.back().push_back(argv[i]);
+    }
+  }
+  return parts;
+}
+
+}  // namespace
+
+CommandLine::CommandLine() {
+  addOptions(first_);
+  addCommands(first_, false);
+}
+
+void CommandLine::addOptions(Part& part) {
+  CLI::App& parser = part.parser;
+  parser.name("clipworks");
+  parser.description(purpose);
+  parser.get_formatter()->column_width(30);
+  parser.get_formatter()->label("REQUIRED", "(needed)");
+  parser.get_formatter()->label("SUBCOMMAND", "COMMAND");
+  parser.get_formatter()->label("Positionals", "Arguments");
+  parser.footer(notes);
+  parser.require_subcommand(0, 1);
+  parser
+      .add_option_function<std::string>(
+          "-o,--output", [this](const std::string& file) { options_.output = file; },
+          "The new file; default: a name of its own in --outputs")
+      ->type_name("FILE")
+      ->check([](const std::string& text) { return text.empty() ? "takes the path of a file" : ""; });
+  parser.add_flag("--force", options_.replacesFile, "Replace the file of --output where it is there already");
+  parser.add_flag("--plan", options_.planOnly, "Tell what would be done, and do nothing");
+  parser
+      .add_option_function<std::string>(
+          "--outputs", [this](const std::string& directory) { options_.outputs = directory; },
+          "Where results go; default: the current directory")
+      ->type_name("DIR")
+      ->check(notEmpty);
+  parser
+      .add_option_function<std::string>(
+          "--temp", [this](const std::string& directory) { options_.temp = directory; },
+          "Where intermediate files go; edits make none")
+      ->type_name("DIR")
+      ->check(notEmpty);
+  parser.add_flag("--json", options_.json, "Standard output holds JSON lines: progress, done or error");
+  parser.add_flag("--verbose", options_.verbose, "Tell why tracks were encoded, too");
+  parser
+      .add_option_function<std::string>(
+          "--codec", [this](const std::string& name) { options_.codec = codecNames.at(name); },
+          "For the pictures; default: auto, which is HEVC where the first\ninput is HEVC and can be copied in part, else H.264")
+      ->type_name("auto|h264|hevc")
+      ->check([](const std::string& name) {
+        return codecNames.contains(name) ? "" : "takes auto, h264 or hevc, not \"" + name + "\"";
+      });
+  parser.add_flag("--strip-metadata", options_.stripMetadata,
+                  "Leave out the date, place and device of the recording,\nwhich are kept otherwise");
+  parser.add_flag("--strict", options_.strict,
+                  "Fail where pictures of an input are damaged, instead of\nshowing what could be decoded");
+  parser.set_version_flag("--version", "clipworks " CLIPWORKS_VERSION, "Print the version");
+  parser.add_flag_callback(
+      "--licenses", [] { throw CLI::CallForVersion(licenses(), 0); }, "Print the licences that hold for this program");
+  parser.set_help_flag("-h,--help", "Print this help");
+}
+
+void CommandLine::addCommands(Part& part, bool follows) {
+  part.commands = makeCommands();
+  for (const auto& command : part.commands) {
+    auto* step = dynamic_cast<StepCommand*>(command.get());
+    if (follows && step != nullptr) step->follow();
+    CLI::App* parser = part.parser.add_subcommand(command->name(), command->purpose())->group("Commands");
+    // The program's options are understood behind the command, too.
+    parser->fallthrough();
+    parser->footer(command->notes() +
+                   "\n\"clipworks --help\" tells the options that hold for every command, and the exit codes.");
+    command->configure(*parser);
+  }
+}
+
+Result<Command*, Failure> CommandLine::parse(Part& part, const std::vector<const char*>& words) {
   try {
-    parser_.parse(argc, argv);
+    part.parser.parse(static_cast<int>(words.size()), words.data());
   } catch (const CLI::Success& asked) {
-    parser_.exit(asked);
+    part.parser.exit(asked);
     return nullptr;
   } catch (const CLI::ParseError& error) {
-    options_.json = asksForJson(argc, argv);
-    const auto chosen = parser_.get_subcommands();
+    const auto chosen = part.parser.get_subcommands();
     const std::string command = chosen.empty() ? "" : chosen.front()->get_name() + " ";
-    return wrongUse(sentenceFor(error) + "; \"clipworks " + command + "--help\" tells more");
+    return wrongUse(sentenceFor(part.parser, error) + "; \"clipworks " + command + "--help\" tells more");
   }
-  if (parser_.get_subcommands().empty()) return wrongUse("a command is needed; \"clipworks --help\" lists them");
-  const std::string name = parser_.get_subcommands().front()->get_name();
-  const auto chosen = std::find_if(commands_.begin(), commands_.end(),
-                                   [&name](const auto& command) { return command->name() == name; });
-  return chosen->get();
+  if (part.parser.get_subcommands().empty())
+    return wrongUse("a command is needed; \"clipworks --help\" lists them");
+  const std::string name = part.parser.get_subcommands().front()->get_name();
+  return std::find_if(part.commands.begin(), part.commands.end(), [&name](const auto& command) {
+           return command->name() == name;
+         })->get();
+}
+
+Result<std::vector<Command*>, Failure> CommandLine::parse(int argc, const char* const* argv) {
+  std::vector<Command*> commands;
+  for (const auto& words : splitAtThen(argc, argv)) {
+    Part* part = &first_;
+    if (!commands.empty()) {
+      part = later_.emplace_back(std::make_unique<Part>()).get();
+      addOptions(*part);
+      addCommands(*part, true);
+    }
+    const auto command = parse(*part, words);
+    if (!command) {
+      options_.json = asksForJson(argc, argv);
+      return failure(command.error());
+    }
+    if (*command == nullptr) return std::vector<Command*>{};
+    commands.push_back(*command);
+    const bool isStep = dynamic_cast<StepCommand*>(*command) != nullptr;
+    if (!isStep && commands.size() > 1) return wrongUse("\"" + (*command)->name() + "\" cannot stand behind \"then\"");
+  }
+  if (commands.size() > 1 && dynamic_cast<StepCommand*>(commands.front()) == nullptr)
+    return wrongUse("nothing can follow \"" + commands.front()->name() + "\"");
+  return commands;
 }
 
 }  // namespace clipworks::app

@@ -20,24 +20,29 @@ class CommandLine {
   CommandLine(const CommandLine&) = delete;
   CommandLine& operator=(const CommandLine&) = delete;
 
-  /// What was asked for: a command, or none, when a text was asked for and printed (help, version, licences). Fails
-  /// with wrong use.
-  [[nodiscard]] Result<Command*, Failure> parse(int argc, const char* const* argv);
+  /// What was asked for: the commands between which "then" stands, or none, when a text was asked for and printed
+  /// (help, version, licences). Fails with wrong use.
+  [[nodiscard]] Result<std::vector<Command*>, Failure> parse(int argc, const char* const* argv);
 
   /// As far as they were understood.
   [[nodiscard]] const Options& options() const { return options_; }
 
   /// All that is understood, for texts about it.
-  [[nodiscard]] const CLI::App& parser() const { return parser_; }
+  [[nodiscard]] const CLI::App& parser() const { return first_.parser; }
 
  private:
-  void addOptions();
-  void addCommands();
-  [[nodiscard]] std::string sentenceFor(const CLI::ParseError& error) const;
+  /// Understands the words of one command.
+  struct Part {
+    CLI::App parser;
+    std::vector<std::unique_ptr<Command>> commands;
+  };
+  void addOptions(Part& part);
+  static void addCommands(Part& part, bool follows);
+  [[nodiscard]] Result<Command*, Failure> parse(Part& part, const std::vector<const char*>& words);
 
   Options options_;
-  CLI::App parser_;
-  std::vector<std::unique_ptr<Command>> commands_;
+  Part first_;
+  std::vector<std::unique_ptr<Part>> later_;
 };
 
 }  // namespace clipworks::app

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <stop_token>
+
 namespace clipworks::app {
 
 /// Whether a command is asked to stop. Used by the thread that runs the command.
@@ -13,6 +15,8 @@ class Interruption {
   /// From now on there is something to clean up: a request is noted, and the command answers it.
   virtual void defer() = 0;
   [[nodiscard]] virtual bool isRequested() = 0;
+  /// The same, for work that looks by itself.
+  [[nodiscard]] virtual std::stop_token token() const = 0;
   /// Whether the process ends right after a command that was asked to stop, so that work which cannot be stopped need
   /// not be waited for.
   [[nodiscard]] virtual bool endsProcess() const = 0;

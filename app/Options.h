@@ -3,20 +3,20 @@
 #include <filesystem>
 #include <optional>
 
-namespace clipworks::app {
+#include <clipworks/edit/Plan.h>
 
-/// Which codec new pictures get.
-enum class CodecChoice {
-  /// HEVC when the first input's pictures are HEVC, else H.264: what is already right is then copied.
-  automatic,
-  h264,
-  hevc,
-};
+namespace clipworks::app {
 
 /// What holds for every command.
 struct Options {
   /// Where results go; must exist.
   std::filesystem::path outputs = ".";
+  /// The one new file's place, in place of a name in `outputs`.
+  std::optional<std::filesystem::path> output;
+  /// `output` may be there already.
+  bool replacesFile = false;
+  /// What would be done is told, and not done.
+  bool planOnly = false;
   /// Where intermediate files go; beside the results when not given.
   std::optional<std::filesystem::path> temp;
   /// Standard output holds JSON lines only.

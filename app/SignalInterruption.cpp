@@ -76,7 +76,6 @@ void SignalInterruption::take() {
   const sigset_t signals = endingSignals();
   pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
 
-  isRequested_ = true;
   {
     // Held to the end, so that nothing that would have to be undone is begun beside it.
     const std::lock_guard lock(mutex_);
@@ -85,6 +84,7 @@ void SignalInterruption::take() {
       ::_exit(exitCode);
     }
   }
+  stop_.request_stop();
   DispatchQueue::main().async([] {});
   // Stays, with the signals unblocked, until this object goes.
   pollfd end = {end_, POLLIN, 0};

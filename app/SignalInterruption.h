@@ -1,8 +1,8 @@
 #pragma once
 
-#include <atomic>
 #include <functional>
 #include <mutex>
+#include <stop_token>
 #include <thread>
 
 #include <app/Interruption.h>
@@ -22,7 +22,8 @@ class SignalInterruption final : public Interruption {
   ~SignalInterruption() override;
 
   void defer() override;
-  [[nodiscard]] bool isRequested() override { return isRequested_; }
+  [[nodiscard]] bool isRequested() override { return stop_.stop_requested(); }
+  [[nodiscard]] std::stop_token token() const override { return stop_.get_token(); }
   [[nodiscard]] bool endsProcess() const override { return true; }
 
  private:
@@ -32,7 +33,7 @@ class SignalInterruption final : public Interruption {
   std::function<void()> onImmediateEnd_;
   int signals_ = -1;  // readable when a signal came
   int end_ = -1;      // readable when this object goes
-  std::atomic<bool> isRequested_ = false;
+  std::stop_source stop_;
   std::mutex mutex_;
   bool isDeferred_ = false;  // guarded by mutex_
   std::thread thread_;

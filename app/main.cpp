@@ -16,16 +16,16 @@ namespace {
 
 int runProgram(int argc, const char* const* argv) {
   CommandLine commandLine;
-  const auto command = commandLine.parse(argc, argv);
+  const auto commands = commandLine.parse(argc, argv);
   PrintingReporter reporter(commandLine.options());
-  if (!command) {
-    reporter.failed(command.error());
-    return static_cast<int>(command.error().code);
+  if (!commands) {
+    reporter.failed(commands.error());
+    return static_cast<int>(commands.error().code);
   }
-  if (*command == nullptr) return static_cast<int>(ExitCode::done);
+  if (commands->empty()) return static_cast<int>(ExitCode::done);
 
   SignalInterruption interruption([&reporter] { reporter.failed({ExitCode::interrupted, "interrupted"}); });
-  Outcome outcome = runCommand(**command, {commandLine.options(), reporter, interruption});
+  Outcome outcome = runCommands(*commands, {commandLine.options(), reporter, interruption});
   if (outcome && !reporter.isWritten()) outcome = failed("standard output cannot be written");
   if (outcome) return static_cast<int>(ExitCode::done);
   reporter.failed(outcome.error());

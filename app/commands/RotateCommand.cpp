@@ -1,41 +1,39 @@
+#include <map>
 #include <string>
 
 #include <CLI/CLI.hpp>
 
-#include <app/EditingCommand.h>
-#include <clipworks/media/asset/AVAsset.h>
-#include <clipworks/rotate/VideoRotateUtils.h>
+#include <app/StepCommand.h>
+#include <clipworks/edit/Steps.h>
 
 namespace clipworks::app {
 namespace {
 
-class RotateCommand final : public EditingCommand {
+const std::map<std::string, Turn> turns{{"right", Turn::right}, {"left", Turn::left}, {"half", Turn::half}};
+
+class RotateCommand final : public StepCommand {
  public:
   std::string name() const override { return "rotate"; }
-  std::string purpose() const override { return "Turn a clip by a quarter turn, in a new MP4 file"; }
+  std::string participle() const override { return "turned"; }
+  std::string purpose() const override { return "Turn a clip by a quarter or half turn, in a new MP4 file"; }
   std::string notes() const override {
-    return "Turns counterclockwise; a clip held upright in portrait, which is stored on its side, turns clockwise. The\n"
-           "pictures are encoded anew, as H.264 unless --codec hevc is given, at the clip's rate without its fraction.\n"
-           "The new file gets a name of its own.\n\n"
-           "Example: clipworks --outputs results rotate clip.mp4\n"
-           "\"clipworks --help\" tells the options that hold for every command, and the exit codes.";
+    return "The pictures are encoded anew, as H.264 unless --codec hevc is given, upright, each at its own time.\n\n"
+           "Example: clipworks --outputs results rotate clip.mp4 --by left";
   }
-  void configure(CLI::App& parser) override { parser.add_option("FILE", file_, "The clip")->type_name("")->required(); }
+
+  Result<Edit, Error> apply(const Edit& edit) const override { return turned(edit, turns.at(by_)); }
 
  protected:
-  std::vector<std::filesystem::path> inputs() const override { return {file_}; }
-
-  Outcome check() override { return checkPictures(file_, "turning it"); }
-
-  Outcome edit(Workbench& bench) override {
-    Awaited<Result<URL, VideoRotateUtils::RotateError>> turned;
-    VideoRotateUtils::make()->rotateVideo(URL(file_), turned.closure());
-    const auto made = bench.wait(turned, std::filesystem::path(file_).filename().string() + " could not be turned");
-    return made ? bench.deliver(*made) : failure(made.error());
+  void addOptions(CLI::App& parser) override {
+    parser.add_option("--by", by_, "How it is turned: right, the default, is clockwise")
+        ->type_name("right|left|half")
+        ->check([](const std::string& word) {
+          return turns.contains(word) ? "" : "takes right, left or half, not \"" + word + "\"";
+        });
   }
 
  private:
-  std::string file_;
+  std::string by_ = "right";
 };
 
 const RegisteredCommand<RotateCommand> registration;

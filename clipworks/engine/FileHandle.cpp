@@ -17,7 +17,7 @@ Expected<std::shared_ptr<const FileHandle>> FileHandle::openForReading(const std
     const int code = errno;
     return failed(ErrorKind::unreadable, name + " cannot be opened: " + std::strerror(code), code);
   }
-  auto handle = std::make_shared<const FileHandle>(descriptor);
+  auto handle = std::make_shared<FileHandle>(descriptor);
   struct stat facts {};
   if (::fstat(descriptor, &facts) != 0) {
     const int code = errno;
@@ -26,6 +26,8 @@ Expected<std::shared_ptr<const FileHandle>> FileHandle::openForReading(const std
   if (S_ISDIR(facts.st_mode)) return failed(ErrorKind::unreadable, name + " is a directory", EISDIR);
   if (!S_ISREG(facts.st_mode)) return failed(ErrorKind::unreadable, name + " is not a regular file");
   if (facts.st_size == 0) return failed(ErrorKind::notMedia, name + " is empty");
+  handle->openedSize_ = facts.st_size;
+  handle->openedTime_ = facts.st_mtim;
   return handle;
 }
 
@@ -36,6 +38,13 @@ FileHandle::~FileHandle() {
 std::int64_t FileHandle::size() const {
   struct stat facts {};
   return ::fstat(descriptor_, &facts) == 0 ? static_cast<std::int64_t>(facts.st_size) : 0;
+}
+
+bool FileHandle::hasChanged() const {
+  struct stat facts {};
+  if (::fstat(descriptor_, &facts) != 0) return false;
+  return facts.st_size != openedSize_ || facts.st_mtim.tv_sec != openedTime_.tv_sec ||
+         facts.st_mtim.tv_nsec != openedTime_.tv_nsec;
 }
 
 std::int64_t FileHandle::readAt(std::int64_t offset, std::uint8_t* bytes, std::int64_t length) const {

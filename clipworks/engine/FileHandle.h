@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+#include <time.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -25,12 +28,16 @@ class FileHandle {
 
   [[nodiscard]] int descriptor() const { return descriptor_; }
   [[nodiscard]] std::int64_t size() const;
+  /// Whether the file was written since it was opened for reading, as far as its size and time tell.
+  [[nodiscard]] bool hasChanged() const;
 
   /// Reads up to `length` bytes at `offset`; fewer only at the end of the file. -1 with `errno` on failure.
   [[nodiscard]] std::int64_t readAt(std::int64_t offset, std::uint8_t* bytes, std::int64_t length) const;
 
  private:
   int descriptor_;
+  std::int64_t openedSize_ = 0;      // bytes
+  timespec openedTime_{};  // of its last change of content
 };
 
 }  // namespace clipworks::engine

@@ -18,6 +18,12 @@ class MediaFile;
 struct DamagedFile {
   std::string name;  ///< the file's, without its folder
   std::int64_t pictures = 0;
+
+  /// "3 pictures of clip.mp4 are damaged".
+  [[nodiscard]] std::string sentence() const {
+    return std::to_string(pictures) + (pictures == 1 ? " picture of " : " pictures of ") + name +
+           (pictures == 1 ? " is damaged" : " are damaged");
+  }
 };
 
 /// Counts the pictures that were handed out although they could not be decoded whole: each picture of each track once,

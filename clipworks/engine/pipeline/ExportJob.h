@@ -11,6 +11,7 @@
 
 #include <clipworks/engine/input/MediaFile.h>
 #include <clipworks/engine/output/MovieWriter.h>
+#include <clipworks/engine/output/OutputFile.h>
 #include <clipworks/engine/output/SoundEncoder.h>
 #include <clipworks/engine/output/VideoEncoder.h>
 #include <clipworks/engine/pictures/AffineMap.h>
@@ -100,6 +101,8 @@ struct SoundLane {
   int stream = 0;
   std::vector<SoundPiece> pieces;  ///< with rising targets, not overlapping
   float volume = 1.0F;             ///< factor of the level, from 0 on
+  /// Where the sound plays backwards: position p of its pieces is the sample mirror − 1 − p of the media's clock.
+  std::optional<std::int64_t> mirror{};
 };
 
 /// One track of sound to be written.
@@ -115,6 +118,8 @@ struct SoundJob {
 struct ExportJob {
   std::filesystem::path path;
   std::int64_t fileLengthLimit = 0;    ///< bytes; 0 is no limit
+  OutputFile::Existing existing = OutputFile::Existing::kept;
+  bool isStrict = false;               ///< damaged pictures are a failure
   std::int32_t movieTimescale = 1000;  ///< such that the lengths of both tracks come out whole
   MovieContainer container = MovieContainer::mpeg4;
   std::map<std::string, std::string> metadata;

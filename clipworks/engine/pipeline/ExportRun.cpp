@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <optional>
 
+#include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/engine/output/MovieWriter.h>
 #include <clipworks/engine/pipeline/CodedPictures.h>
 #include <clipworks/engine/pipeline/CodedSound.h>
@@ -52,6 +53,13 @@ double pictureSeconds(const PictureJob& job, const PictureTrackWriter& writer) {
   return static_cast<double>(writer.writtenUntil()) / job.timescale;
 }
 
+Expected<ExportReport> withoutDamage(ExportReport report) {
+  if (report.damaged == nullptr) return report;
+  const auto files = report.damaged->files();
+  if (files.empty()) return report;
+  return failed(ErrorKind::damaged, files.front().sentence() + ", which strict work does not allow");
+}
+
 }  // namespace
 
 ExportRun::ExportRun(ExportJob job) : job_(std::move(job)) {}
@@ -70,15 +78,18 @@ void ExportRun::report(double share) {
   if (now > progress()) progress_.store(now, std::memory_order_relaxed);
 }
 
-Expected<ExportReport> ExportRun::run() {
-  auto report = write();
+Expected<ExportReport> ExportRun::run(const OnProgress& onProgress) {
+  auto report = write(onProgress);
   {
     const std::lock_guard lock(mutex_);
     if (pictures_) pictures_->abandon();
     if (sound_) sound_->abandon();
     if (cancelled_) report = failed(ErrorKind::cancelled, "the export was cancelled");
+    if (report && job_.isStrict) report = withoutDamage(std::move(*report));
     if (report) {
+      report->bytes = file_->handle().size();
       if (auto named = file_->commit(); !named) report = tl::make_unexpected(named.error());
+      if (report) report->path = file_->path();
     }
   }
   sound_.reset();
@@ -87,11 +98,11 @@ Expected<ExportReport> ExportRun::run() {
   return report;
 }
 
-Expected<ExportReport> ExportRun::write() {
+Expected<ExportReport> ExportRun::write(const OnProgress& onProgress) {
   {
     const std::lock_guard lock(mutex_);
     if (cancelled_) return failed(ErrorKind::cancelled, "the export was cancelled");
-    auto file = OutputFile::create(job_.path, job_.fileLengthLimit);
+    auto file = OutputFile::create(job_.path, job_.fileLengthLimit, job_.existing);
     if (!file) return tl::make_unexpected(file.error());
     file_ = std::move(*file);
     if (job_.pictures) pictures_ = std::make_unique<CodedPictures>(*job_.pictures);
@@ -133,11 +144,17 @@ Expected<ExportReport> ExportRun::write() {
     const double pictureShare = pictures && job_.pictures->end > 0 ? static_cast<double>(pictures->writtenUntil()) /
                                                                          static_cast<double>(job_.pictures->end)
                                                                    : 1.0;
-    report(std::min(pictureShare, sound ? sound->share() : 1.0));
+    const double share = std::min(pictureShare, sound ? sound->share() : 1.0);
+    report(share);
+    if (onProgress) onProgress(share, pictures ? pictures->picturesWritten() : 0);
   }
   if (auto finished = (*movie)->finish(); !finished) return tl::make_unexpected(finished.error());
-  if (!pictures_) return ExportReport{};
-  return ExportReport{pictures_->replacedPictures(), pictures_->damagedPictures()};
+  ExportReport report;
+  if (pictures_) {
+    report.replacedPictures = pictures_->replacedPictures();
+    report.damaged = pictures_->damagedPictures();
+  }
+  return report;
 }
 
 }  // namespace clipworks::engine

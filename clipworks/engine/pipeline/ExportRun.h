@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -20,6 +22,8 @@ class CodedSound;
 struct ExportReport {
   std::int64_t replacedPictures = 0;               ///< stand-ins for pictures that did not decode
   std::shared_ptr<const DamagedPictures> damaged;  ///< of the pictures that were encoded; null when none were
+  std::filesystem::path path;                      ///< of the file
+  std::int64_t bytes = 0;                          ///< of the file
 };
 
 /// Carries out one job. Stages, each on its own thread, joined by bounded queues:
@@ -37,8 +41,12 @@ class ExportRun {
   ExportRun& operator=(const ExportRun&) = delete;
   ~ExportRun();
 
+  /// Called on the thread that calls `run`: how far the slower track has been written, from 0 to 1, and how many
+  /// pictures were. What it throws ends the run.
+  using OnProgress = std::function<void(double share, std::int64_t pictures)>;
+
   /// Blocks until the file is whole under its name, or nothing is left of it.
-  [[nodiscard]] Expected<ExportReport> run();
+  [[nodiscard]] Expected<ExportReport> run(const OnProgress& onProgress = nullptr);
 
   /// Makes `run` end with `cancelled` soon.
   void cancel();
@@ -47,7 +55,7 @@ class ExportRun {
   [[nodiscard]] float progress() const { return progress_.load(std::memory_order_relaxed); }
 
  private:
-  Expected<ExportReport> write();
+  Expected<ExportReport> write(const OnProgress& onProgress);
   void report(double share);
 
   const ExportJob job_;

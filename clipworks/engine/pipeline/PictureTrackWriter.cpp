@@ -85,6 +85,7 @@ Expected<void> PictureTrackWriter::writeNext() {
   auto stored = isLast ? movie_.writeLast(track_, *packet, edit()) : movie_.write(track_, *packet);
   if (!stored) return tl::make_unexpected(stored.error());
   if (!again) written.push_back({*stored, time, flags});
+  ++picturesWritten_;
   if (++sample_ == samples) {
     sample_ = 0;
     ++placement_;

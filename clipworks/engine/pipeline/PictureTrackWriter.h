@@ -21,6 +21,7 @@ class PictureTrackWriter {
   /// The presentation time, in ticks, up to which everything is written; the track's end when it is all there.
   [[nodiscard]] std::int64_t writtenUntil() const;
   [[nodiscard]] bool isDone() const { return placement_ == job_.placements.size(); }
+  [[nodiscard]] std::int64_t picturesWritten() const { return picturesWritten_; }
   /// Writes the next picture.
   [[nodiscard]] Expected<void> writeNext();
 
@@ -43,6 +44,7 @@ class PictureTrackWriter {
   std::vector<std::vector<WrittenPicture>> written_;  // by run
   std::size_t placement_ = 0;
   std::size_t sample_ = 0;  // of the placement
+  std::int64_t picturesWritten_ = 0;
 };
 
 }  // namespace clipworks::engine

@@ -26,7 +26,7 @@ void FileAsset::load() const {
     try {
       auto file = engine::MediaFile::open(url_.path());
       if (!file) {
-        loadError_ = file.error().sentence;
+        failure_ = file.error();
         return;
       }
       file_ = *file;
@@ -34,10 +34,11 @@ void FileAsset::load() const {
         auto track = std::make_shared<FileAssetTrack>(std::make_shared<const MediaTrack>(file_, stream.index));
         if (!track->segments().empty()) tracks_.push_back(std::move(track));
       }
-      if (tracks_.empty()) loadError_ = file_->name() + " holds no pictures and no sound";
+      if (!tracks_.empty()) return;
+      failure_ = {engine::ErrorKind::notMedia, file_->name() + " holds no pictures and no sound"};
     } catch (const std::exception& thrown) {
       tracks_.clear();
-      loadError_ = url_.lastPathComponent() + " cannot be read: " + thrown.what();
+      failure_ = {engine::ErrorKind::internal, url_.lastPathComponent() + " cannot be read: " + thrown.what()};
     }
   });
 }
@@ -73,7 +74,17 @@ std::map<std::string, std::string> FileAsset::metadata() const {
 
 std::string FileAsset::loadError() const {
   load();
-  return loadError_;
+  return failure_ ? failure_->sentence : "";
+}
+
+std::optional<engine::Error> FileAsset::openFailure() const {
+  load();
+  return failure_;
+}
+
+bool FileAsset::hasChanged() const {
+  load();
+  return file_ != nullptr && file_->handle()->hasChanged();
 }
 
 FileAssetTrack::FileAssetTrack(std::shared_ptr<const MediaTrack> media) : media_(std::move(media)) {

@@ -3,6 +3,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,11 @@ class FileAsset final : public AVAsset {
   [[nodiscard]] std::map<std::string, std::string> metadata() const override;
   [[nodiscard]] std::string loadError() const override;
 
+  /// Why the file has no tracks; nothing when it has some.
+  [[nodiscard]] std::optional<engine::Error> openFailure() const;
+  /// Whether it was written since it was opened.
+  [[nodiscard]] bool hasChanged() const;
+
  private:
   void load() const;
 
@@ -31,7 +37,7 @@ class FileAsset final : public AVAsset {
   // Written once, under loaded_.
   mutable std::shared_ptr<const engine::MediaFile> file_;
   mutable std::vector<std::shared_ptr<AVAssetTrack>> tracks_;
-  mutable std::string loadError_;
+  mutable std::optional<engine::Error> failure_;
 };
 
 /// A stream of a file as a track.

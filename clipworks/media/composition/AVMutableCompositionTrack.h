@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -12,6 +11,9 @@
 #include <clipworks/media/base/Result.h>
 
 namespace clipworks {
+
+template <class Segment>
+class SegmentList;
 
 /// A segment of a composition's track, with the track that its source range lies on; null for gaps.
 struct CLIPWORKS_API AVCompositionTrackSegment : AVAssetTrackSegment {
@@ -29,6 +31,7 @@ class CLIPWORKS_API AVMutableCompositionTrack final : public AVAssetTrack {
  public:
   /// Empty, with the identity transform. Compositions make their tracks: `AVMutableComposition::addMutableTrack`.
   AVMutableCompositionTrack(AVMediaType mediaType, CMPersistentTrackID trackID);
+  ~AVMutableCompositionTrack() override;
 
   /// `insertTimeRange(_:of:at:)`. Presents `timeRange` of the track `of` from `at` on. What lay at `at` is split there
   /// and moves later by the length of the range; an insertion past the end fills up to it with an empty segment. The
@@ -95,17 +98,10 @@ class CLIPWORKS_API AVMutableCompositionTrack final : public AVAssetTrack {
   // The track of a file behind the first segment with media; null when there is none.
   [[nodiscard]] const AVAssetTrack* firstFileTrack() const;
 
-  // The instants below are fitted to `timescale_`.
-  std::size_t splitAt(const CMTime& t);
-  void insertSegments(std::vector<AVCompositionTrackSegment> pieces, const CMTime& at, const CMTime& length);
-  void stretch(std::size_t first, std::size_t last, const CMTimeRange& from, const CMTime& length);
-  void shiftFrom(std::size_t index, const CMTime& by);
-
   AVMediaType mediaType_;
   CMPersistentTrackID trackID_;
   CGAffineTransform preferredTransform_;
-  std::vector<AVCompositionTrackSegment> segments_;
-  std::int32_t timescale_ = 1;  // all instants of the timeline are whole counts of 1 / timescale_
+  const std::unique_ptr<SegmentList<AVCompositionTrackSegment>> list_;
 };
 
 }  // namespace clipworks

@@ -177,6 +177,15 @@ CMTime mapped(const AVAssetTrackSegment& segment, const CMTime& t, const CMTimeR
 
 }  // namespace
 
+void keepPart(MediaSegment& segment, const CMTime& from, const CMTime& to) {
+  AVAssetTrackSegment& plain = segment;
+  if (!segment.backwards) return keepPart(plain, from, to);
+  const CMTimeRange part = CMTimeRange::fromTo(from, to);
+  const CMTime whole = segment.target.start + segment.target.end();
+  keepPart(plain, whole - to, whole - from);
+  segment.target = part;
+}
+
 CMTime mapToTarget(const AVAssetTrackSegment& segment, const CMTime& t) {
   return mapped(segment, t, segment.source, segment.target);
 }

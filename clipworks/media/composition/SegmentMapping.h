@@ -1,10 +1,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include <clipworks/media/asset/AVAssetTrackSegment.h>
 #include <clipworks/media/composition/AVMutableCompositionTrack.h>
+#include <clipworks/media/geometry/CGAffineTransform.h>
 
 namespace clipworks {
 
@@ -29,7 +31,15 @@ namespace clipworks {
 struct MediaSegment : AVAssetTrackSegment {
   /// Null for gaps.
   std::shared_ptr<const MediaTrack> mediaTrack;
+  /// The end of the source comes first. Sound is mirrored; pictures come in reverse order at the times at which they
+  /// come forwards, so that their rate stays what it is.
+  bool backwards = false;
+  /// Of pictures that are drawn: from the track's natural size to the canvas, in pixels.
+  std::optional<CGAffineTransform> place{};
 };
+
+/// As for any segment; the part of a backwards one is taken from the other end of its source.
+void keepPart(MediaSegment& segment, const CMTime& from, const CMTime& to);
 
 /// Sees through a track's segments (and those of compositions nested in it) to the coded media, in order, without
 /// holes; neighbours that continue one another, target and source alike, at one rate, are joined, and so are gaps of

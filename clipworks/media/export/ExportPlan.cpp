@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include <clipworks/media/asset/MediaTrack.h>
-#include <clipworks/media/export/FittedPlan.h>
+#include <clipworks/media/export/DrawnPlan.h>
 #include <clipworks/media/export/PicturePlan.h>
 #include <clipworks/media/export/RenderPlan.h>
 #include <clipworks/media/export/SoundPlan.h>
@@ -59,37 +59,41 @@ Result<void, NSError> planPictures(const std::vector<const ExportTrack*>& tracks
   auto job = layOutPictures(*tracks.front());
   if (!job) return failure(job.error());
   if (!*job) return {};
+  engine::PictureJob& laidOut = (*job)->job;
   ExportedTrack track;
   track.mediaType = AVMediaType::video;
-  keepHiddenPictures(**job);
-  const std::string obstacle = obstacleToCopying(**job, preset);
-  track.copied = (*job)->copy = obstacle.empty();
+  keepHiddenPictures(laidOut);
+  const std::string obstacle = obstacleToCopying(laidOut, preset);
+  track.copied = laidOut.copy = obstacle.empty();
   if (!track.copied) {
     // Passthrough names no codec; what cannot stay as it is would need one.
     if (!preset.videoCodec) {
       return failure(
           makeError(AVError::operationNotSupportedForAsset, "the pictures cannot be copied as they are: " + obstacle));
     }
-    chooseEncoding(**job, preset);
+    chooseEncoding(laidOut, preset);
     track.encoder = engine::VideoEncoder::libraryName(*preset.videoCodec);
     track.remark = "The pictures are encoded: " + obstacle + ".";
   }
   if (tracks.size() > 1)
     track.remark += (track.remark.empty() ? "" : " ") + std::string("Only the first track of pictures is shown.");
-  plan.job.pictures = std::move(**job);
+  plan.job.pictures = std::move(laidOut);
   plan.tracks.push_back(std::move(track));
   return {};
 }
 
-Result<void, NSError> planFittedPictures(const std::vector<const ExportTrack*>& tracks, const ExportPreset& preset,
-                                         ExportPlan& plan) {
-  if (tracks.empty()) return {};
-  auto job = planFitted(*tracks.front(), preset);
+Result<void, NSError> planDrawnPictures(const ExportTrack& track, const ExportPreset& preset, const std::string& why,
+                                        ExportPlan& plan) {
+  if (!preset.videoCodec) {
+    return failure(
+        makeError(AVError::operationNotSupportedForAsset, "the pictures cannot be copied as they are: " + why));
+  }
+  auto job = planDrawn(track, preset);
   if (!job) return failure(job.error());
   if (!*job) return {};
   plan.job.pictures = std::move(**job);
   plan.tracks.push_back({AVMediaType::video, false, engine::VideoEncoder::libraryName(*preset.videoCodec),
-                         "The pictures are encoded: their size is asked for."});
+                         "The pictures are encoded: " + why + "."});
   return {};
 }
 
@@ -133,8 +137,11 @@ Result<ExportPlan, NSError> planExport(const std::vector<ExportTrack>& tracks,
   }
 
   auto planned = videoComposition != nullptr ? planRenderedPictures(pictures, *videoComposition, end, preset, plan)
-                 : preset.fixedSize          ? planFittedPictures(pictures, preset, plan)
-                                             : planPictures(pictures, preset, plan);
+                 : pictures.empty()          ? Result<void, NSError>{}
+                 : preset.fixedSize
+                     ? planDrawnPictures(fitted(*pictures.front(), *preset.fixedSize), preset, "their size is asked for", plan)
+                 : pictures.front()->canvas ? planDrawnPictures(*pictures.front(), preset, "they are drawn anew", plan)
+                                            : planPictures(pictures, preset, plan);
   if (!planned) return failure(planned.error());
   auto soundJob = planSound(sound, preset);
   if (!soundJob) return failure(soundJob.error());

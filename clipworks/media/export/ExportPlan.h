@@ -25,6 +25,7 @@ struct ExportTrack {
   float volume = 1.0F;              ///< of sound
   CMTime volumeTime = kCMTimeZero;  ///< from when on
   CMPersistentTrackID trackID = kCMPersistentTrackID_Invalid;
+  std::optional<engine::Canvas> canvas{};  ///< of pictures that are drawn, each as its segment's `place` says
 };
 
 /// The tracks of `asset` that have something to show or to play, as loud as `audioMix`, which may be null, says.

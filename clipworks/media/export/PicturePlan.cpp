@@ -1,6 +1,7 @@
 #include <clipworks/media/export/PicturePlan.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <map>
 #include <span>
@@ -41,8 +42,10 @@ std::int32_t commonTimescaleOf(const std::vector<MediaSegment>& segments) {
 using Stretch = std::span<const MediaSegment>;
 
 bool goesOn(const MediaSegment& before, const MediaSegment& segment) {
-  return !before.isEmpty() && !segment.isEmpty() && before.mediaTrack == segment.mediaTrack &&
-         before.source.duration > kCMTimeZero && before.source.end() == segment.source.start;
+  if (before.isEmpty() || segment.isEmpty() || before.mediaTrack != segment.mediaTrack) return false;
+  if (before.backwards != segment.backwards || before.place != segment.place) return false;
+  const auto& [earlier, later] = segment.backwards ? std::tie(segment, before) : std::tie(before, segment);
+  return before.source.duration > kCMTimeZero && earlier.source.end() == later.source.start;
 }
 
 /// The segments from `first` on that go on in one source.
@@ -54,14 +57,16 @@ Stretch stretchFrom(const std::vector<MediaSegment>& segments, std::size_t first
 
 /// What makes two stretches show the same pictures at the same distances, segment by segment.
 using RunKey = std::vector<std::tuple<const MediaTrack*, std::int64_t, std::int32_t, std::int64_t, std::int32_t,
-                                      std::int64_t, std::int32_t, bool>>;
+                                      std::int64_t, std::int32_t, bool, bool, std::array<double, 6>>>;
 
 RunKey keyOf(Stretch stretch, bool startsHeld) {
   RunKey key;
   for (const MediaSegment& segment : stretch) {
+    const CGAffineTransform place = segment.place.value_or(CGAffineTransformIdentity);
     key.emplace_back(segment.mediaTrack.get(), segment.source.start.value, segment.source.start.timescale,
                      segment.source.duration.value, segment.source.duration.timescale, segment.target.duration.value,
-                     segment.target.duration.timescale, startsHeld);
+                     segment.target.duration.timescale, startsHeld, segment.backwards,
+                     std::array{place.a, place.b, place.c, place.d, place.tx, place.ty});
   }
   return key;
 }
@@ -118,7 +123,7 @@ class PictureLayout {
     return {};
   }
 
-  engine::PictureJob take() { return std::move(job_); }
+  LaidOutPictures take() { return {std::move(job_), std::move(places_)}; }
 
  private:
   struct OnScreen {
@@ -130,8 +135,9 @@ class PictureLayout {
   void addMedia(Stretch stretch, const engine::PictureTable& table, std::int64_t start) {
     const MediaTrack* const media = stretch.front().mediaTrack.get();
     // A stretch that starts between two pictures starts with the one on screen, unless that is shown already.
+    const bool backwards = stretch.front().backwards;
     const auto before = SegmentPictures(stretch.front(), table).held();
-    const bool startsHeld = before && shown_ != OnScreen{media, *before};
+    const bool startsHeld = !backwards && before && shown_ != OnScreen{media, *before};
     RunKey key = keyOf(stretch, startsHeld);
     auto known = runs_.find(key);
     if (known == runs_.end()) {
@@ -139,10 +145,12 @@ class PictureLayout {
       run.file = stretch.front().mediaTrack->file();
       run.stream = stretch.front().mediaTrack->stream();
       if (startsHeld) run.pictures.push_back({static_cast<std::uint32_t>(*before), 0});
-      for (const MediaSegment& segment : stretch) appendPictures(run, segment, table, start);
+      for (const MediaSegment& segment : stretch) {
+        backwards ? appendBackwards(run, segment, table, start) : appendPictures(run, segment, table, start);
+      }
       if (run.pictures.empty()) return;
       known = runs_.emplace(std::move(key), job_.runs.size()).first;
-      job_.runs.push_back(std::move(run));
+      addRun(std::move(run), stretch.front().place);
     }
     place(known->second, start);
     shown_ = OnScreen{media, job_.runs[known->second].pictures.back().picture};
@@ -167,6 +175,25 @@ class PictureLayout {
     }
   }
 
+  /// The pictures that the segment shows forwards, in reverse order at the same times.
+  void appendBackwards(engine::PictureRun& run, const MediaSegment& segment, const engine::PictureTable& table,
+                       std::int64_t start) const {
+    engine::PictureRun forwards;
+    if (const auto held = SegmentPictures(segment, table).held()) {
+      forwards.pictures.push_back(
+          {static_cast<std::uint32_t>(*held), ticks(segment.target.start, job_.timescale) - start});
+    }
+    appendPictures(forwards, segment, table, start);
+    const auto& pictures = forwards.pictures;
+    for (std::size_t i = 0; i < pictures.size(); ++i) {
+      const engine::ShownPicture shown{pictures[pictures.size() - 1 - i].picture, pictures[i].time};
+      const auto* before = run.pictures.empty() ? nullptr : &run.pictures.back();
+      // One in which the pace changes stays on screen.
+      if (before == nullptr || (before->picture != shown.picture && before->time < shown.time))
+        run.pictures.push_back(shown);
+    }
+  }
+
   /// When a picture of a segment appears, in ticks of the output.
   [[nodiscard]] std::int64_t timeOf(const MediaSegment& segment, const CMTime& mediaTime) const {
     const std::int64_t start = ticks(segment.target.start, job_.timescale);
@@ -178,9 +205,14 @@ class PictureLayout {
   std::size_t blackRun() {
     if (!black_) {
       black_ = job_.runs.size();
-      job_.runs.push_back({nullptr, 0, {{0, 0}}});
+      addRun({nullptr, 0, {{0, 0}}}, std::nullopt);
     }
     return *black_;
+  }
+
+  void addRun(engine::PictureRun run, const std::optional<CGAffineTransform>& place) {
+    job_.runs.push_back(std::move(run));
+    places_.push_back(place);
   }
 
   void place(std::size_t run, std::int64_t start) {
@@ -188,6 +220,7 @@ class PictureLayout {
   }
 
   engine::PictureJob job_;
+  std::vector<std::optional<CGAffineTransform>> places_;  // by run
   std::map<RunKey, std::size_t> runs_;
   std::optional<std::size_t> black_;
   std::optional<OnScreen> shown_;
@@ -196,6 +229,10 @@ class PictureLayout {
 const engine::PictureRun* firstRunWithMedia(const engine::PictureJob& job) {
   const auto run = std::find_if(job.runs.begin(), job.runs.end(), [](const auto& r) { return r.file != nullptr; });
   return run == job.runs.end() ? nullptr : &*run;
+}
+
+bool playsBackwards(const engine::PictureRun& run) {
+  return run.pictures.size() > 1 && run.pictures.back().picture < run.pictures.front().picture;
 }
 
 bool isPlacedOnce(const engine::PictureJob& job, std::uint32_t run) {
@@ -296,20 +333,21 @@ std::int32_t outputTimescale(std::int32_t timescale) {
   return timescale >= leastTimescale ? timescale : timescale * ((leastTimescale + timescale - 1) / timescale);
 }
 
-Result<std::optional<engine::PictureJob>, NSError> layOutPictures(const ExportTrack& track) {
+Result<std::optional<LaidOutPictures>, NSError> layOutPictures(const ExportTrack& track) {
   PictureLayout layout(commonTimescaleOf(track.segments));
   for (std::size_t first = 0; first < track.segments.size();) {
     const Stretch stretch = stretchFrom(track.segments, first);
     if (auto added = layout.add(stretch); !added) return failure(added.error());
     first += stretch.size();
   }
-  engine::PictureJob job = layout.take();
-  if (firstRunWithMedia(job) == nullptr) return std::optional<engine::PictureJob>{};
-  job.matrix = trackMatrix(track.transform);
-  return std::optional<engine::PictureJob>(std::move(job));
+  LaidOutPictures laidOut = layout.take();
+  if (firstRunWithMedia(laidOut.job) == nullptr) return std::optional<LaidOutPictures>{};
+  laidOut.job.matrix = trackMatrix(track.transform);
+  return std::optional<LaidOutPictures>(std::move(laidOut));
 }
 
 void keepHiddenPictures(engine::PictureJob& job) {
+  if (std::any_of(job.runs.begin(), job.runs.end(), playsBackwards)) return;
   const engine::RunPlacement first = job.placements.front();
   if (isPlacedOnce(job, first.run)) hideBefore(job.runs[first.run], hiddenStep(job.timescale));
   const engine::RunPlacement last = job.placements.back();
@@ -327,6 +365,7 @@ std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset&
     if (!facts.progressive) return "it is interlaced";
   }
   if (facts.sampleDescriptions > 1) return "its format changes on the way";
+  if (std::any_of(job.runs.begin(), job.runs.end(), playsBackwards)) return "it plays backwards";
   for (const auto& run : job.runs) {
     if (run.file != nullptr && (run.file != media->file || run.stream != media->stream))
       return "it joins several videos";

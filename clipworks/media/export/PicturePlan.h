@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <clipworks/engine/pipeline/ExportJob.h>
 #include <clipworks/media/asset/MediaTrack.h>
@@ -12,9 +13,17 @@
 
 namespace clipworks {
 
-/// Lays the pictures of a track out: which picture is shown when, which stretches repeat, and at what time scale. The
-/// job is complete but for how it is coded. Nothing for a track without a picture.
-[[nodiscard]] Result<std::optional<engine::PictureJob>, NSError> layOutPictures(const ExportTrack& track);
+/// The pictures of a track in time.
+struct LaidOutPictures {
+  /// Complete but for how it is coded.
+  engine::PictureJob job;
+  /// By run: where its segments say that it is drawn.
+  std::vector<std::optional<CGAffineTransform>> places;
+};
+
+/// Lays the pictures of a track out: which picture is shown when, which stretches repeat, and at what time scale.
+/// Nothing for a track without a picture.
+[[nodiscard]] Result<std::optional<LaidOutPictures>, NSError> layOutPictures(const ExportTrack& track);
 
 /// Where the job starts or ends inside a group of pictures: has the pictures kept that are not shown, but that those
 /// which are refer to, hidden before the start and behind the end. For jobs that are copied.

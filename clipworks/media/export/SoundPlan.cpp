@@ -21,13 +21,13 @@ constexpr std::int64_t mostHiddenSamples = 8192;
 int outputRate(int sourceRate) { return sourceRate <= lowRate ? lowRate : highRate; }
 
 engine::SoundLane& laneOf(std::vector<engine::SoundLane>& lanes, std::size_t firstOfTrack, const MediaTrack& media,
-                          float volume) {
+                          const std::optional<std::int64_t>& mirror, float volume) {
   const auto begin = lanes.begin() + static_cast<std::ptrdiff_t>(firstOfTrack);
   const auto known = std::find_if(begin, lanes.end(), [&](const engine::SoundLane& lane) {
-    return lane.file == media.file() && lane.stream == media.stream();
+    return lane.file == media.file() && lane.stream == media.stream() && lane.mirror == mirror;
   });
   if (known != lanes.end()) return *known;
-  lanes.push_back({media.file(), media.stream(), {}, volume});
+  lanes.push_back({media.file(), media.stream(), {}, volume, mirror});
   return lanes.back();
 }
 
@@ -44,8 +44,19 @@ std::optional<NSError> whyNotAudible(const ExportTrack& track) {
   return std::nullopt;
 }
 
+/// Where the media of a backwards segment is mirrored: behind all that the track plays of it, in samples.
+std::optional<std::int64_t> mirrorOf(const MediaSegment& segment, const ExportTrack& track) {
+  if (!segment.backwards) return std::nullopt;
+  std::int64_t end = 0;
+  for (const auto& other : track.segments) {
+    if (other.mediaTrack == segment.mediaTrack)
+      end = std::max(end, ticks(other.source.end(), segment.mediaTrack->facts().sampleRate));
+  }
+  return end;
+}
+
 /// Places a segment in samples at its own rate. Start and end are rounded each by itself, so no rounding adds up.
-engine::SoundPiece pieceOf(const MediaSegment& segment) {
+engine::SoundPiece pieceOf(const MediaSegment& segment, const std::optional<std::int64_t>& mirror) {
   const int rate = segment.mediaTrack->facts().sampleRate;
   engine::SoundPiece piece;
   piece.source = ticks(segment.source.start, rate);
@@ -53,6 +64,7 @@ engine::SoundPiece pieceOf(const MediaSegment& segment) {
   piece.length = ticks(segment.target.end(), rate) - piece.target;
   const bool staysAtPace = segment.source.duration == segment.target.duration;
   piece.sourceLength = staysAtPace ? piece.length : ticks(segment.source.end(), rate) - piece.source;
+  if (mirror) piece.source = *mirror - piece.source - piece.sourceLength;
   return piece;
 }
 
@@ -88,7 +100,7 @@ bool canBeCopied(const engine::SoundJob& job, const ExportPreset& preset, std::s
   const auto& lane = job.lanes.front();
   const auto& piece = lane.pieces.front();
   const auto& facts = lane.file->stream(lane.stream);
-  return facts.codec == "aac" && facts.hasConfiguration && lane.volume == 1.0F && !piece.isStretched() &&
+  return facts.codec == "aac" && facts.hasConfiguration && !lane.mirror && lane.volume == 1.0F && !piece.isStretched() &&
          piece.target == 0 && piece.source <= mostHiddenSamples;
 }
 
@@ -113,10 +125,11 @@ Result<std::optional<engine::SoundJob>, NSError> planSound(const std::vector<con
     for (const auto& segment : track->segments) {
       end = CMTimeMaximum(end, segment.target.end());
       if (segment.isEmpty()) continue;
-      const engine::SoundPiece piece = pieceOf(segment);
+      const auto mirror = mirrorOf(segment, *track);
+      const engine::SoundPiece piece = pieceOf(segment, mirror);
       // Shorter than a sample, or a held picture's: silent.
       if (piece.length <= 0 || piece.sourceLength <= 0) continue;
-      laneOf(job.lanes, firstOfTrack, *segment.mediaTrack, track->volume).pieces.push_back(piece);
+      laneOf(job.lanes, firstOfTrack, *segment.mediaTrack, mirror, track->volume).pieces.push_back(piece);
     }
   }
   if (job.lanes.empty()) return std::optional<engine::SoundJob>{};

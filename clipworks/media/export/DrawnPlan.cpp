@@ -1,4 +1,4 @@
-#include <clipworks/media/export/FittedPlan.h>
+#include <clipworks/media/export/DrawnPlan.h>
 
 #include <algorithm>
 #include <array>
@@ -45,26 +45,39 @@ CGAffineTransform uprightOnto(const engine::Canvas& canvas, const CGSize& natura
 
 }  // namespace
 
-Result<std::optional<engine::PictureJob>, NSError> planFitted(const ExportTrack& track, const ExportPreset& preset) {
+ExportTrack fitted(const ExportTrack& track, const ExportPreset::FixedSize& size) {
+  ExportTrack onCanvas = track;
+  onCanvas.canvas = canvasOf(size);
+  for (auto& segment : onCanvas.segments) {
+    if (segment.mediaTrack == nullptr) continue;
+    const auto& facts = segment.mediaTrack->facts();
+    segment.place =
+        uprightOnto(*onCanvas.canvas, {facts.naturalWidth, facts.naturalHeight}, track.transform, size.fills);
+  }
+  return onCanvas;
+}
+
+Result<std::optional<engine::PictureJob>, NSError> planDrawn(const ExportTrack& track, const ExportPreset& preset) {
   auto planned = layOutPictures(track);
-  if (!planned || !*planned) return planned;
-  engine::PictureJob& job = **planned;
+  if (!planned) return failure(planned.error());
+  if (!*planned) return std::nullopt;
+  engine::PictureJob& job = (*planned)->job;
   chooseEncoding(job, preset);
-  job.canvas = canvasOf(*preset.fixedSize);
+  job.canvas = track.canvas;
   job.matrix.reset();
   job.encoder.pixelAspect = {1, 1};
   setEncodedSize(job, job.canvas->width, job.canvas->height, preset);
-  for (auto& run : job.runs) {
+  for (std::size_t i = 0; i < job.runs.size(); ++i) {
+    auto& run = job.runs[i];
     if (run.file == nullptr) continue;
     const MediaTrack media(run.file, run.stream);
-    const CGSize natural{media.facts().naturalWidth, media.facts().naturalHeight};
-    const auto upright = uprightOnto(*job.canvas, natural, track.transform, preset.fixedSize->fills);
+    const CGAffineTransform place = (*planned)->places[i].value_or(CGAffineTransformIdentity);
     engine::RunLayer layer{
-        std::exchange(run.file, nullptr), std::exchange(run.stream, 0), {}, mapToCanvas(media, upright), 1};
+        std::exchange(run.file, nullptr), std::exchange(run.stream, 0), {}, mapToCanvas(media, place), 1};
     for (const auto& shown : run.pictures) layer.pictures.push_back(shown.picture);
     run.layers.push_back(std::move(layer));
   }
-  return planned;
+  return std::move(job);
 }
 
 }  // namespace clipworks

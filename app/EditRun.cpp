@@ -1,0 +1,218 @@
+#include <app/EditRun.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <system_error>
+#include <utility>
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <app/PlanDescription.h>
+#include <clipworks/edit/MakeMovie.h>
+#include <clipworks/edit/Plan.h>
+
+namespace clipworks::app {
+namespace {
+
+namespace fs = std::filesystem;
+
+// So that a clip without a length counts for something.
+constexpr double leastSeconds = 0.1;
+
+/// `24.1 MB`, in powers of 1000.
+std::string shownSize(double bytes) {
+  if (bytes >= 1e9) return fmt::format("{:.2f} GB", bytes / 1e9);
+  return bytes >= 1e6 ? fmt::format("{:.1f} MB", bytes / 1e6) : fmt::format("{:.1f} kB", bytes / 1e3);
+}
+
+Failure failureOf(const Error& error) {
+  switch (error.code) {
+    case ErrorCode::badArgument:
+      return {ExitCode::wrongUse, error.sentence};
+    case ErrorCode::cancelled:
+      return {ExitCode::interrupted, "interrupted"};
+    default:
+      return {ExitCode::failed, error.sentence};
+  }
+}
+
+Outcome checkDirectory(const fs::path& directory, const std::string& role) {
+  std::error_code unknown;
+  const std::string which = "the " + role + " directory " + directory.string();
+  if (!fs::exists(directory, unknown)) return failed(which + " does not exist");
+  if (!fs::is_directory(directory, unknown)) return failed(which + " is not a directory");
+  return {};
+}
+
+/// One movie of the run.
+struct Item {
+  fs::path file;
+  Result<Edit, Failure> edit;
+  fs::path made{};
+
+  [[nodiscard]] std::string name() const { return file.filename().string(); }
+  [[nodiscard]] double seconds() const { return edit ? std::max(edit->duration().seconds(), leastSeconds) : 0; }
+};
+
+class EditRun {
+ public:
+  EditRun(const std::vector<StepCommand*>& steps, const Program& program)
+      : steps_(steps), options_(program.options), reporter_(program.reporter), interruption_(program.interruption) {}
+
+  Outcome run() {
+    for (auto* step : steps_) {
+      if (const Outcome checked = step->check(); !checked) return checked;
+    }
+    for (const auto& file : steps_.front()->files()) items_.push_back({file, edited(file)});
+    if (options_.output && items_.size() > 1) return wrongUse("--output names one file, and there are several clips");
+    if (items_.size() == 1 && !items_.front().edit) return failure(items_.front().edit.error());
+    if (options_.planOnly) return tellPlans();
+    if (const Outcome checked = checkPlaces(); !checked) return checked;
+    return makeAll();
+  }
+
+ private:
+  Result<Edit, Failure> edited(const fs::path& file) const {
+    auto edit = Edit::open(file);
+    for (const auto* step : steps_) {
+      if (!edit) break;
+      edit = step->apply(*edit);
+    }
+    if (edit) return *edit;
+    return failure(failureOf(edit.error()));
+  }
+
+  [[nodiscard]] PlanOptions planOptions() const { return {options_.codec, !options_.stripMetadata}; }
+
+  Outcome tellPlans() {
+    reporter_.keepEventsOff();
+    auto objects = nlohmann::ordered_json::array();
+    for (const auto& item : items_) {
+      if (!item.edit) return failure(item.edit.error());
+      const auto planned = plan(*item.edit, planOptions());
+      if (!planned) return failure(failureOf(planned.error()));
+      if (options_.json) {
+        objects.push_back(describedForPrograms(*planned));
+      } else {
+        reporter_.text(planned->text());
+      }
+    }
+    if (options_.json) {
+      const nlohmann::ordered_json object{{"plans", objects}};
+      reporter_.text(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n');
+    }
+    return {};
+  }
+
+  Outcome checkPlaces() const {
+    if (const Outcome found = checkDirectory(options_.outputs, "outputs"); !found) return found;
+    if (options_.temp) {
+      if (const Outcome found = checkDirectory(*options_.temp, "temp"); !found) return found;
+    }
+    std::error_code unknown;
+    if (options_.output && !options_.replacesFile && fs::exists(*options_.output, unknown))
+      return wrongUse(options_.output->string() + " is there already; --force replaces it");
+    return {};
+  }
+
+  /// Where the movie of `item` goes.
+  [[nodiscard]] fs::path placeOf(const Item& item) const {
+    if (options_.output) return *options_.output;
+    std::string ending = ".mp4";
+    std::optional<std::string> name;
+    for (const auto* step : steps_) {
+      if (!step->extension().empty()) ending = step->extension();
+      if (const auto given = step->givenName()) name = given;
+    }
+    const std::string done = steps_.size() > 1 ? "edited" : steps_.front()->participle();
+    return (options_.outputs / (name.value_or(item.file.stem().string() + "-" + done) + ending)).lexically_normal();
+  }
+
+  [[nodiscard]] ExistingFile existing() const {
+    if (options_.output) return options_.replacesFile ? ExistingFile::replaced : ExistingFile::refused;
+    const bool isNamed =
+        std::any_of(steps_.begin(), steps_.end(), [](const auto* step) { return step->givenName().has_value(); });
+    return isNamed ? ExistingFile::replaced : ExistingFile::numbered;
+  }
+
+  Outcome makeAll() {
+    double whole = 0;
+    for (const auto& item : items_) whole += item.seconds();
+    double done = 0;
+    interruption_.defer();
+    for (auto& item : items_) {
+      if (!item.edit) {
+        fail(item, item.edit.error());
+        continue;
+      }
+      const double from = done / whole;
+      done += item.seconds();
+      const Outcome made = make(item, from, done / whole);
+      if (made) continue;
+      if (items_.size() == 1 || made.error().code == ExitCode::interrupted) {
+        // An interrupted run leaves nothing.
+        std::error_code ignored;
+        for (const auto& other : items_) fs::remove(other.made, ignored);
+        return made;
+      }
+      fail(item, made.error());
+    }
+    for (const auto& item : items_) {
+      if (!item.made.empty()) reporter_.output(item.made);
+    }
+    if (!failedNames_.empty()) {
+      return failed(fmt::format("{} of {} files could not be {}: {}", failedNames_.size(), items_.size(),
+                                steps_.front()->participle(), fmt::join(failedNames_, ", ")));
+    }
+    reporter_.done();
+    return {};
+  }
+
+  Outcome make(Item& item, double from, double to) {
+    MovieOptions options;
+    options.plan = planOptions();
+    options.existing = existing();
+    options.isStrict = options_.strict;
+    options.stop = interruption_.token();
+    options.onProgress = [&](const Progress& progress) { reporter_.progress(from + progress.share * (to - from)); };
+    const auto made = makeMovie(*item.edit, placeOf(item), options);
+    if (!made) return failure(failureOf(made.error()));
+    item.made = made->path;
+    for (const auto& remark : made->remarks) reporter_.note(remark);
+    for (const auto& track : made->tracks) {
+      if (!track.remark.empty()) reporter_.log(track.remark);
+    }
+    for (const auto& media : made->damaged) reporter_.damaged(media.fileName, media.pictures);
+    if (steps_.back()->tellsSizes()) tellSizes(item, made->bytes);
+    return {};
+  }
+
+  void tellSizes(const Item& item, std::int64_t bytes) const {
+    std::error_code error;
+    const auto before = fs::file_size(item.file, error);
+    reporter_.note(fmt::format("{}: {}, now {}: {}", item.name(),
+                               error ? "an unknown size" : shownSize(static_cast<double>(before)),
+                               shownSize(static_cast<double>(bytes)), item.made.filename().string()));
+  }
+
+  void fail(const Item& item, const Failure& why) {
+    failedNames_.push_back(item.name());
+    reporter_.inputFailed(item.file, why.sentence);
+  }
+
+  const std::vector<StepCommand*>& steps_;
+  const Options& options_;
+  Reporter& reporter_;
+  Interruption& interruption_;
+  std::vector<Item> items_;
+  std::vector<std::string> failedNames_;
+};
+
+}  // namespace
+
+Outcome runEdit(const std::vector<StepCommand*>& steps, const Program& program) { return EditRun(steps, program).run(); }
+
+}  // namespace clipworks::app

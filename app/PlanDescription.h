@@ -1,0 +1,12 @@
+#pragma once
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <clipworks/edit/Plan.h>
+
+namespace clipworks::app {
+
+/// `plan` as an object: `length`, `bytes` where known, `tracks` with their `stretches`, `leftOut`, `remarks`.
+[[nodiscard]] nlohmann::ordered_json describedForPrograms(const Plan& plan);
+
+}  // namespace clipworks::app

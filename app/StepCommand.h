@@ -1,0 +1,48 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <app/Command.h>
+#include <clipworks/edit/Edit.h>
+#include <clipworks/edit/Error.h>
+
+namespace clipworks::app {
+
+/// A command that does something to a clip: one step of an edit. Several make one movie, joined by "then"; the first
+/// names the file.
+class StepCommand : public Command {
+ public:
+  /// From now on the command stands behind another one, and takes no file. Before `configure`.
+  void follow() { follows_ = true; }
+
+  void configure(CLI::App& parser) final;
+  /// The edit of this step alone.
+  [[nodiscard]] Outcome run(const Program& program) final;
+
+  /// As typed; none where the command follows another.
+  [[nodiscard]] std::vector<std::filesystem::path> files() const { return {files_.begin(), files_.end()}; }
+  /// Finds wrong use, by the words alone; before `apply`.
+  [[nodiscard]] virtual Outcome check() { return {}; }
+  [[nodiscard]] virtual Result<Edit, Error> apply(const Edit& edit) const = 0;
+  /// What has been done to a clip then, for its name: "looped".
+  [[nodiscard]] virtual std::string participle() const = 0;
+  /// The result's name without its ending, where one was typed.
+  [[nodiscard]] virtual std::optional<std::string> givenName() const { return std::nullopt; }
+  /// The ending that the step asks for; empty for any.
+  [[nodiscard]] virtual std::string extension() const { return ""; }
+  /// Whether people want to know how much smaller the file has become.
+  [[nodiscard]] virtual bool tellsSizes() const { return false; }
+
+ protected:
+  virtual void addOptions(CLI::App& parser) = 0;
+  [[nodiscard]] virtual bool takesSeveralFiles() const { return false; }
+
+ private:
+  bool follows_ = false;
+  std::vector<std::string> files_;
+};
+
+}  // namespace clipworks::app

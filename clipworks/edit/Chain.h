@@ -1,0 +1,51 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <utility>
+#include <vector>
+
+#include <clipworks/edit/Edit.h>
+#include <clipworks/edit/Error.h>
+#include <clipworks/edit/MakeMovie.h>
+#include <clipworks/edit/Steps.h>
+#include <clipworks/media/base/Export.h>
+#include <clipworks/media/base/Result.h>
+#include <clipworks/media/geometry/CGRect.h>
+
+namespace clipworks {
+
+/// Steps one behind the other, as one writes them; the first that fails is what `save` reports. A value.
+///
+///     const auto made = clipworks::Chain("clip.mp4").speed(2, 4, 2).crop({100, 100, 800, 800}).save("short.mp4");
+///     if (!made) std::cerr << made.error().sentence << '\n';
+///
+/// Times are seconds of what the chain shows so far, rectangles pixels of it. See Steps.h.
+class CLIPWORKS_API Chain {
+ public:
+  explicit Chain(const std::filesystem::path& file);
+  explicit Chain(Result<Edit, Error> edit) : edit_(std::move(edit)) {}
+
+  [[nodiscard]] Chain loop(std::int64_t count) const;
+  [[nodiscard]] Chain speed(double from, double to, double ratio) const;
+  [[nodiscard]] Chain reverse() const;
+  [[nodiscard]] Chain rotate(Turn by = Turn::right) const;
+  [[nodiscard]] Chain crop(const CGRect& rect) const;
+  [[nodiscard]] Chain narrate(const std::vector<NarratedPiece>& pieces, double baseVolume = 1) const;
+  [[nodiscard]] Chain compress(int height, std::int64_t bitRate) const;
+  [[nodiscard]] Chain trim(double from, double to) const;
+
+  /// The edit so far, or why there is none.
+  [[nodiscard]] const Result<Edit, Error>& edit() const { return edit_; }
+  /// See `makeMovie`.
+  [[nodiscard]] Result<MovieReport, Error> save(const std::filesystem::path& path,
+                                                const MovieOptions& options = {}) const;
+
+ private:
+  [[nodiscard]] Chain then(const std::function<Result<Edit, Error>(const Edit&)>& step) const;
+
+  Result<Edit, Error> edit_;
+};
+
+}  // namespace clipworks

@@ -1,0 +1,148 @@
+#include <clipworks/edit/Edit.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <utility>
+
+#include <clipworks/edit/EditErrors.h>
+#include <clipworks/edit/EditState.h>
+#include <clipworks/media/asset/MediaTrack.h>
+#include <clipworks/media/time/ExactTime.h>
+
+namespace clipworks {
+namespace {
+
+/// Where a picture of `natural` size lies once `turn` has been applied to it.
+struct Box {
+  CGPoint origin;
+  CGSize size;
+};
+
+Box boxOf(const CGSize& natural, const CGAffineTransform& turn) {
+  std::array<CGPoint, 4> corners = {
+      CGPoint{0, 0}, {natural.width, 0}, {0, natural.height}, {natural.width, natural.height}};
+  for (auto& corner : corners) corner = CGPointApplyAffineTransform(corner, turn);
+  const auto [left, right] = std::minmax({corners[0].x, corners[1].x, corners[2].x, corners[3].x});
+  const auto [top, bottom] = std::minmax({corners[0].y, corners[1].y, corners[2].y, corners[3].y});
+  return {{left, top}, {right - left, bottom - top}};
+}
+
+/// From a track's natural size to what is seen, whose corner is at zero.
+CGAffineTransform seenOf(const CGSize& natural, const CGAffineTransform& turn) {
+  const Box box = boxOf(natural, turn);
+  return CGAffineTransformConcat(turn, {1, 0, 0, 1, -box.origin.x, -box.origin.y});
+}
+
+CGSize naturalSizeOf(const MediaTrack& media) { return {media.facts().naturalWidth, media.facts().naturalHeight}; }
+
+const MediaTrack* firstMedia(const Stretches& stretches) {
+  const auto& segments = stretches.segments();
+  const auto found = std::find_if(segments.begin(), segments.end(), [](const auto& s) { return s.mediaTrack; });
+  return found == segments.end() ? nullptr : found->mediaTrack.get();
+}
+
+void tellLeftOut(const Source& source, EditState& state) {
+  for (const AVMediaType type : {AVMediaType::video, AVMediaType::audio}) {
+    const std::size_t tracks = source.asset->AVAsset::tracks(type).size();
+    const std::string kind = type == AVMediaType::video ? "pictures" : "sound";
+    for (std::size_t i = 1; i < tracks; ++i) {
+      state.leftOut.push_back({source.name() + ": track " + std::to_string(i + 1) + " of " + kind,
+                               "only the first track of " + kind + " is used"});
+    }
+  }
+  for (const auto& other : source.asset->otherTracks()) {
+    state.leftOut.push_back({source.name() + ": " + other.kind + (other.name.empty() ? "" : " \"" + other.name + "\""),
+                             "edits keep pictures and sound only"});
+  }
+}
+
+}  // namespace
+
+Result<std::shared_ptr<const Source>, Error> Source::open(const std::filesystem::path& path) {
+  auto asset = std::make_shared<const FileAsset>(URL(path));
+  if (const auto error = asset->openFailure()) return failure(fromEngine(*error));
+  return std::make_shared<const Source>(Source{path, std::move(asset)});
+}
+
+std::optional<Stretches> firstTrack(const Source& source, AVMediaType type, const CMTime& length) {
+  const auto tracks = source.asset->AVAsset::tracks(type);
+  if (tracks.empty()) return std::nullopt;
+  Stretches stretches;
+  const CMTime end = stretches.fit(length);
+  for (MediaSegment segment : resolveToMedia(*tracks.front())) {
+    const CMTime start = stretches.end();
+    if (start >= end) break;
+    if (segment.target.end() > end) keepPart(segment, segment.target.start, end);
+    const CMTime stop = CMTimeMinimum(stretches.fit(segment.target.end()), end);
+    segment.target = CMTimeRange::fromTo(start, stop);
+    stretches.insert({segment}, start, stop - start);
+  }
+  pad(stretches, length);
+  return stretches;
+}
+
+void pad(Stretches& stretches, const CMTime& length) {
+  const CMTime start = stretches.end();
+  const CMTime end = stretches.fit(length);
+  if (start < end) stretches.insert({Stretches::gap(SegmentGap::hold, end - start)}, start, end - start);
+}
+
+Result<void, Error> needPictures(const Edit& edit, const std::string& work) {
+  if (edit.hasPictures()) return {};
+  return failed(ErrorCode::noPictures, edit.name() + " has no video track; " + work + " needs one");
+}
+
+Result<void, Error> needSound(const Edit& edit, const std::string& work) {
+  if (edit.hasSound()) return {};
+  return failed(ErrorCode::noSound, edit.name() + " has no sound track; " + work + " needs one");
+}
+
+void draw(EditState& state, const CGAffineTransform& map, const CGSize& size) {
+  state.pictures->forEach([&](MediaSegment& segment) {
+    if (segment.mediaTrack == nullptr) return;
+    const MediaTrack& media = *segment.mediaTrack;
+    const auto& t = media.facts().transform;
+    const CGAffineTransform seen = segment.place.value_or(
+        seenOf(naturalSizeOf(media), CGAffineTransform{t[0], t[1], t[2], t[3], t[4], t[5]}));
+    segment.place = CGAffineTransformConcat(seen, map);
+  });
+  state.canvas = size;
+}
+
+Edit edited(EditState state) { return Edit(std::make_shared<const EditState>(std::move(state))); }
+
+Result<Edit, Error> Edit::open(const std::filesystem::path& file) {
+  auto source = Source::open(file);
+  if (!source) return failure(source.error());
+  EditState state;
+  state.sources.push_back(*source);
+  state.length = (*source)->asset->duration();
+  if (!(state.length > kCMTimeZero)) return failed(ErrorCode::damaged, (*source)->name() + " has no length");
+  state.pictures = firstTrack(**source, AVMediaType::video, state.length);
+  if (auto sound = firstTrack(**source, AVMediaType::audio, state.length)) {
+    state.sounds.push_back({std::move(*sound), 1});
+  }
+  if (state.pictures) {
+    state.transform = (*source)->asset->AVAsset::tracks(AVMediaType::video).front()->preferredTransform();
+  }
+  tellLeftOut(**source, state);
+  return edited(std::move(state));
+}
+
+CMTime Edit::duration() const { return state_->length; }
+bool Edit::hasPictures() const { return state_->pictures && firstMedia(*state_->pictures) != nullptr; }
+bool Edit::hasSound() const {
+  return std::any_of(state_->sounds.begin(), state_->sounds.end(),
+                     [](const Sound& sound) { return firstMedia(sound.stretches) != nullptr; });
+}
+
+CGSize Edit::size() const {
+  if (state_->canvas) return *state_->canvas;
+  if (!hasPictures()) return {};
+  return boxOf(naturalSizeOf(*firstMedia(*state_->pictures)), state_->transform).size;
+}
+
+std::string Edit::name() const { return state_->sources.front()->name(); }
+
+}  // namespace clipworks

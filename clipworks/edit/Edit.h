@@ -1,0 +1,46 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+#include <clipworks/edit/Error.h>
+#include <clipworks/media/base/Export.h>
+#include <clipworks/media/base/Result.h>
+#include <clipworks/media/geometry/CGSize.h>
+#include <clipworks/media/time/CMTime.h>
+
+namespace clipworks {
+
+struct EditState;
+
+/// What a movie is made of: stretches of files in time, how their pictures are placed, how loud each sound is, and how
+/// the result is to be coded. A value: cheap to copy, never changed, for any thread. `open` makes one of a file, the
+/// steps (Steps.h) make new ones of it, `plan` and `makeMovie` turn it into a file.
+///
+/// Keeps its files open. A file that is replaced stays what it was; one that is changed in place is noticed when a movie
+/// is made.
+class CLIPWORKS_API Edit {
+ public:
+  /// All of a file: its first track of pictures and its first of sound, for as long as its header says. Reads header and
+  /// sample tables only. Fails with `notFound`, `notReadable`, `notAMovie`, `damaged`, `tooLarge` or `unsupported`.
+  [[nodiscard]] static Result<Edit, Error> open(const std::filesystem::path& file);
+
+  /// How long it lasts.
+  [[nodiscard]] CMTime duration() const;
+  [[nodiscard]] bool hasPictures() const;
+  [[nodiscard]] bool hasSound() const;
+  /// Of the pictures, in pixels as they are seen: upright, with square pixels; zero without pictures.
+  [[nodiscard]] CGSize size() const;
+  /// The name of the first file, without its folder: what sentences call the edit.
+  [[nodiscard]] std::string name() const;
+
+  /// Within the core.
+  explicit Edit(std::shared_ptr<const EditState> state) : state_(std::move(state)) {}
+  [[nodiscard]] const EditState& state() const { return *state_; }
+
+ private:
+  std::shared_ptr<const EditState> state_;
+};
+
+}  // namespace clipworks

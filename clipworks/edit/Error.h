@@ -1,0 +1,39 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include <clipworks/media/base/Export.h>
+
+namespace clipworks {
+
+/// What kind of failure it was. Hosts map these to exit codes, exceptions, statuses.
+enum class ErrorCode {
+  notFound,      ///< a file or directory is not there
+  notReadable,   ///< it is there, and cannot be read
+  notAMovie,     ///< no container that is known, or one without an index
+  unsupported,   ///< a known thing that nothing here reads, draws or writes
+  damaged,       ///< broken content
+  noPictures,    ///< the step needs pictures
+  noSound,       ///< the step needs sound
+  badArgument,   ///< the step does not fit what the edit shows
+  tooLarge,      ///< beyond a limit for untrusted input
+  noEncoder,     ///< the encoder does not exist or does not open
+  notWritable,   ///< the result cannot be written where it was asked for
+  noSpace,       ///< the disk or the quota is full
+  limitReached,  ///< the result would pass the length that was allowed
+  cancelled,     ///< the stop token asked for it
+  internal,      ///< out of memory, out of threads, or a fault of this library
+};
+
+/// The code's own name: "notFound".
+[[nodiscard]] CLIPWORKS_API std::string_view name(ErrorCode code);
+
+/// Why something could not be done. A value.
+struct Error {
+  ErrorCode code = ErrorCode::internal;
+  /// One sentence for people, with the file and the place, without a full stop.
+  std::string sentence;
+};
+
+}  // namespace clipworks

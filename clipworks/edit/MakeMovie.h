@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include <clipworks/edit/Edit.h>
+#include <clipworks/edit/Error.h>
+#include <clipworks/edit/Plan.h>
+#include <clipworks/media/asset/DamagedMedia.h>
+#include <clipworks/media/base/Export.h>
+#include <clipworks/media/base/Result.h>
+
+namespace clipworks {
+
+/// How far the work is.
+struct Progress {
+  double share = 0;                   ///< from 0 to 1, never falling; 1 only once the file is in its place
+  std::int64_t pictures = 0;          ///< written so far
+  std::optional<double> secondsLeft;  ///< as far as that can be guessed
+  std::string stage;                  ///< "copying", "encoding", "done"
+};
+
+/// What becomes of a file that has the new one's name already.
+enum class ExistingFile {
+  refused,   ///< a failure
+  replaced,  ///< in one step, when the new one is whole
+  numbered,  ///< it stays, and the new one gets a number: "clip-2.mp4"
+};
+
+struct MovieOptions {
+  PlanOptions plan;
+  ExistingFile existing = ExistingFile::refused;
+  /// Whether damaged pictures of an input are a failure; else what could be decoded is shown.
+  bool isStrict = false;
+  /// The most bytes that the file may have; 0 is no limit.
+  std::int64_t mostBytes = 0;
+  /// Called on the caller's thread as the work goes on. What it throws ends the work and is passed on.
+  std::function<void(const Progress&)> onProgress;
+  /// A request ends the work within a tenth of a second.
+  std::stop_token stop;
+};
+
+/// What became of an edit.
+struct MovieReport {
+  std::filesystem::path path;        ///< of the new file
+  std::vector<PlannedTrack> tracks;  ///< as they were made
+  std::vector<PlannedLoss> leftOut;
+  std::vector<std::string> remarks;
+  std::vector<DamagedMedia> damaged;  ///< files whose pictures could not be decoded whole, where they were encoded
+  CMTime length;
+  std::int64_t bytes = 0;
+};
+
+/// Makes the movie at `path`: MP4, for ".mov" QuickTime, for ".m4a" sound alone. Works on the caller's thread and threads
+/// of its own, and returns when the file is whole under its name, or nothing is left of it. Any number at once.
+/// Fails as `plan` does; with `badArgument` where `path` is one of the edit's own files; with `notFound`, `notWritable`,
+/// `noSpace`, `limitReached`, `damaged`, `noEncoder`, `cancelled` or `internal`.
+[[nodiscard]] CLIPWORKS_API Result<MovieReport, Error> makeMovie(const Edit& edit, const std::filesystem::path& path,
+                                                                 const MovieOptions& options = {});
+
+}  // namespace clipworks

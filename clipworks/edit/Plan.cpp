@@ -1,0 +1,243 @@
+#include <clipworks/edit/Plan.h>
+
+#include <algorithm>
+#include <cmath>
+#include <exception>
+#include <utility>
+
+#include <clipworks/edit/EditErrors.h>
+#include <clipworks/edit/EditState.h>
+#include <clipworks/edit/Sentences.h>
+#include <clipworks/engine/pipeline/CodedPictures.h>
+#include <clipworks/media/asset/MediaTrack.h>
+#include <clipworks/media/export/AVAssetExportSession.h>
+#include <clipworks/media/export/ExportPlan.h>
+#include <clipworks/media/export/ExportPreset.h>
+
+namespace clipworks {
+namespace {
+
+bool hasMedia(const std::vector<MediaSegment>& segments) {
+  return std::any_of(segments.begin(), segments.end(), [](const auto& segment) { return segment.mediaTrack != nullptr; });
+}
+
+std::vector<ExportTrack> tracksOf(const EditState& state) {
+  std::vector<ExportTrack> tracks;
+  if (state.pictures && hasMedia(state.pictures->segments())) {
+    ExportTrack track{AVMediaType::video, state.transform, state.pictures->segments()};
+    if (state.canvas) {
+      track.canvas = engine::Canvas{static_cast<int>(std::lround(state.canvas->width)),
+                                    static_cast<int>(std::lround(state.canvas->height))};
+    }
+    tracks.push_back(std::move(track));
+  }
+  for (const Sound& sound : state.sounds) {
+    if (!hasMedia(sound.stretches.segments())) continue;
+    ExportTrack track{AVMediaType::audio, CGAffineTransformIdentity, sound.stretches.segments()};
+    track.volume = sound.volume;
+    tracks.push_back(std::move(track));
+  }
+  return tracks;
+}
+
+bool isHEVC(const EditState& state) {
+  const auto tracks = state.sources.front()->asset->AVAsset::tracks(AVMediaType::video);
+  return !tracks.empty() && tracks.front()->codecName() == "hevc";
+}
+
+bool playsBackwards(const EditState& state) {
+  return state.pictures && std::any_of(state.pictures->segments().begin(), state.pictures->segments().end(),
+                                       [](const MediaSegment& segment) { return segment.backwards; });
+}
+
+engine::VideoCodec codecOf(const EditState& state, CodecChoice choice) {
+  if (choice == CodecChoice::h264) return engine::VideoCodec::h264;
+  if (choice == CodecChoice::hevc) return engine::VideoCodec::hevc;
+  return isHEVC(state) && !state.canvas && !playsBackwards(state) ? engine::VideoCodec::hevc : engine::VideoCodec::h264;
+}
+
+ExportPreset presetOf(const EditState& state, const PlanOptions& options) {
+  using Quality = Wanted::Quality;
+  if (state.wanted.quality == Quality::small) return *exportPreset(AVAssetExportPresetLowQuality);
+  if (state.wanted.quality == Quality::codedPictures) return *exportPreset(AVAssetExportPresetPassthrough);
+  const bool hevc = codecOf(state, options.codec) == engine::VideoCodec::hevc;
+  ExportPreset preset =
+      *exportPreset(hevc ? AVAssetExportPresetHEVCHighestQuality : AVAssetExportPresetHighestQuality);
+  if (state.wanted.quality == Quality::bitRate) {
+    preset.keepsCodedPictures = false;
+    preset.videoBitRate = state.wanted.pictureBitRate;
+    preset.fixedSound = engine::SoundEncoderSettings{44'100, 2, 128'000};
+  }
+  return preset;
+}
+
+std::vector<PlannedStretch> stretchesOf(const ExportTrack& track) {
+  std::vector<PlannedStretch> stretches;
+  for (const MediaSegment& segment : track.segments) {
+    PlannedStretch stretch;
+    stretch.target = segment.target;
+    if (segment.mediaTrack == nullptr) {
+      stretch.kind = segment.gap == SegmentGap::hold ? PlannedStretch::Kind::held : PlannedStretch::Kind::black;
+    } else {
+      stretch.source = segment.source;
+      stretch.file = segment.mediaTrack->file()->name();
+      stretch.backwards = segment.backwards;
+    }
+    stretches.push_back(std::move(stretch));
+  }
+  return stretches;
+}
+
+std::int64_t picturesShown(const engine::PictureJob& job) {
+  std::int64_t count = 0;
+  for (const auto& placement : job.placements) count += static_cast<std::int64_t>(job.runs[placement.run].pictures.size());
+  return count;
+}
+
+/// Of the samples that are copied, each time they play.
+std::int64_t copiedBytes(const engine::PictureJob& job) {
+  std::int64_t bytes = 0;
+  for (const auto& placement : job.placements) {
+    const auto& run = job.runs[placement.run];
+    const auto table = run.file->pictureTable(run.stream);
+    if (!table) continue;
+    for (const auto& shown : run.written()) bytes += (*table)->samples()[(*table)->sampleOfPicture(shown.picture)].bytes;
+  }
+  return bytes;
+}
+
+PlannedTrack pictureTrack(const engine::PictureJob& job, const ExportedTrack& exported) {
+  PlannedTrack track;
+  track.isCopied = exported.copied;
+  track.encoder = exported.encoder;
+  track.remark = exported.remark;
+  track.pictures = picturesShown(job);
+  track.width = job.encoder.width;
+  track.height = job.encoder.height;
+  track.bitRate = job.encoder.averageBitRate;
+  if (job.copy) {
+    const auto& first = job.runs.front();
+    track.width = first.file->stream(first.stream).codedWidth;
+    track.height = first.file->stream(first.stream).codedHeight;
+    track.bitRate = 0;
+  }
+  return track;
+}
+
+PlannedTrack soundTrack(const engine::SoundJob& job) {
+  PlannedTrack track;
+  track.kind = PlannedTrack::Kind::sound;
+  track.isCopied = job.copy;
+  track.sampleRate = job.encoder.sampleRate;
+  track.channels = job.copy ? job.lanes.front().file->stream(job.lanes.front().stream).channels : job.encoder.channels;
+  if (!job.copy) {
+    track.encoder = "aac";
+    track.bitRate = job.encoder.bitRate;
+  }
+  return track;
+}
+
+std::optional<std::int64_t> bytesOf(const Plan& plan) {
+  double bytes = 0;
+  const double seconds = plan.length.seconds();
+  for (const auto& track : plan.tracks) {
+    if (track.kind == PlannedTrack::Kind::sound) {
+      const auto& sound = *plan.job->sound;
+      const auto& lane = sound.lanes.front();
+      const auto rate = track.isCopied ? lane.file->stream(lane.stream).bitRate : track.bitRate;
+      bytes += static_cast<double>(rate) * seconds / 8;
+    } else if (track.isCopied) {
+      bytes += static_cast<double>(copiedBytes(*plan.job->pictures));
+    } else if (track.bitRate > 0) {
+      bytes += static_cast<double>(track.bitRate) * seconds / 8;
+    } else {
+      return std::nullopt;
+    }
+  }
+  return static_cast<std::int64_t>(bytes);
+}
+
+Result<Plan, Error> planOf(const EditState& state, const PlanOptions& options) {
+  const auto tracks = tracksOf(state);
+  auto planned = planExport(tracks, nullptr, presetOf(state, options), options.keepsMetadata);
+  if (!planned) return failure(fromPlatform(planned.error()));
+  Plan plan;
+  plan.length = state.length;
+  plan.remarks = state.remarks;
+  for (const auto& part : state.leftOut) plan.leftOut.push_back({part.what, part.why});
+  if (planned->job.pictures) {
+    plan.tracks.push_back(pictureTrack(*planned->job.pictures, planned->tracks.front()));
+    plan.tracks.back().stretches.push_back(stretchesOf(tracks.front()));
+  }
+  if (planned->job.sound) {
+    plan.tracks.push_back(soundTrack(*planned->job.sound));
+    for (const auto& track : tracks) {
+      if (track.mediaType == AVMediaType::audio) plan.tracks.back().stretches.push_back(stretchesOf(track));
+    }
+  }
+  plan.job = std::make_shared<const engine::ExportJob>(std::move(planned->job));
+  plan.bytes = bytesOf(plan);
+  return plan;
+}
+
+std::string textOf(const PlannedStretch& stretch) {
+  std::string text = "    " + shownSeconds(stretch.target.start) + " to " + shownSeconds(stretch.target.end()) + " s: ";
+  switch (stretch.kind) {
+    case PlannedStretch::Kind::black:
+      return text + "nothing";
+    case PlannedStretch::Kind::held:
+      return text + "what came before stays";
+    case PlannedStretch::Kind::media:
+      break;
+  }
+  text += stretch.file + " from " + shownSeconds(stretch.source.start) + " to " + shownSeconds(stretch.source.end()) + " s";
+  if (stretch.source.duration != stretch.target.duration && stretch.source.duration > kCMTimeZero) {
+    text += ", " + shortNumber(stretch.target.duration.seconds() / stretch.source.duration.seconds()) + " times as long";
+  }
+  return text + (stretch.backwards ? ", backwards" : "");
+}
+
+std::string textOf(const PlannedTrack& track) {
+  const bool isPictures = track.kind == PlannedTrack::Kind::pictures;
+  std::string text = isPictures ? std::to_string(track.pictures) + " pictures of " + std::to_string(track.width) +
+                                      " × " + std::to_string(track.height) + " pixels"
+                                : "sound, " + std::to_string(track.sampleRate) + " Hz, " +
+                                      std::to_string(track.channels) + (track.channels == 1 ? " channel" : " channels");
+  if (track.isCopied) {
+    text += ", copied as it is coded";
+  } else {
+    text += ", encoded by " + track.encoder +
+            (track.bitRate > 0 ? " at " + std::to_string(track.bitRate / 1000) + " kb/s" : " at constant quality");
+  }
+  text += "\n";
+  if (!track.remark.empty()) text += "    " + track.remark + "\n";
+  // A loop of many copies is told by its first lines.
+  constexpr std::size_t mostLines = 12;
+  for (const auto& list : track.stretches) {
+    for (std::size_t i = 0; i < std::min(list.size(), mostLines); ++i) text += textOf(list[i]) + "\n";
+    if (list.size() > mostLines) text += "    and " + std::to_string(list.size() - mostLines) + " stretches more\n";
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string Plan::text() const {
+  std::string text = "lasts " + shownSeconds(length) + " s";
+  if (bytes) text += ", about " + shortNumber(std::round(static_cast<double>(*bytes) / 1e5) / 10) + " MB";
+  text += "\n";
+  for (const auto& track : tracks) text += textOf(track);
+  for (const auto& remark : remarks) text += "note: " + remark + "\n";
+  for (const auto& loss : leftOut) text += "left out: " + loss.what + " (" + loss.why + ")\n";
+  return text;
+}
+
+Result<Plan, Error> plan(const Edit& edit, const PlanOptions& options) {
+  try {
+    return planOf(edit.state(), options);
+  } catch (const std::exception& thrown) {
+    return failed(ErrorCode::internal, edit.name() + " could not be planned: " + thrown.what());
+  }
+}
+
+}  // namespace clipworks

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <clipworks/edit/Edit.h>
+#include <clipworks/edit/Error.h>
+#include <clipworks/media/base/Export.h>
+#include <clipworks/media/base/Result.h>
+#include <clipworks/media/time/CMTimeRange.h>
+
+namespace clipworks {
+
+namespace engine {
+struct ExportJob;
+}
+
+/// The codec of pictures that are encoded.
+enum class CodecChoice {
+  /// HEVC where the first file is HEVC and its pictures are neither drawn nor turned round, so that what is right already
+  /// is copied; else H.264.
+  automatic,
+  h264,
+  hevc,
+};
+
+/// What a plan decides by, beside the edit.
+struct PlanOptions {
+  CodecChoice codec = CodecChoice::automatic;
+  /// Whether the date, place and device of the recording are kept.
+  bool keepsMetadata = true;
+};
+
+/// A part of a planned track.
+struct PlannedStretch {
+  enum class Kind {
+    media,  ///< a range of a file
+    black,  ///< black pictures, silence
+    held,   ///< the picture stays, the sound is silent
+  };
+  Kind kind = Kind::media;
+  CMTimeRange target;       ///< in the new movie
+  CMTimeRange source;       ///< on the clock of the file's track; of media only
+  std::string file;         ///< its name; of media only
+  bool backwards = false;
+  friend bool operator==(const PlannedStretch&, const PlannedStretch&) = default;
+};
+
+/// A track of the new movie.
+struct PlannedTrack {
+  enum class Kind { pictures, sound };
+  Kind kind = Kind::pictures;
+  /// Coded samples as they are; else encoded.
+  bool isCopied = false;
+  /// The encoder's name; empty where nothing is encoded.
+  std::string encoder;
+  /// One sentence: why it is not copied, what is not shown; may be empty.
+  std::string remark;
+  int width = 0;               ///< of pictures, in pixels as they are coded
+  int height = 0;
+  std::int64_t pictures = 0;   ///< how many are shown, copies of the same one too
+  int sampleRate = 0;          ///< of sound, in hertz
+  int channels = 0;            ///< of sound
+  std::int64_t bitRate = 0;    ///< bits a second that are asked for; 0: constant quality, or copied
+  /// Of pictures one list, of sound one for each that is mixed.
+  std::vector<std::vector<PlannedStretch>> stretches;
+};
+
+/// Something of the files that the new movie will not have.
+struct PlannedLoss {
+  std::string what;
+  std::string why;
+};
+
+/// What will be done, decided to the last: plain data. Reading one costs nothing; nothing has been decoded or written.
+struct CLIPWORKS_API Plan {
+  CMTime length;
+  std::vector<PlannedTrack> tracks;
+  std::vector<PlannedLoss> leftOut;
+  /// What was changed of what was asked, one sentence each.
+  std::vector<std::string> remarks;
+  /// Bytes of the new file: what is copied, and what bit rates come to; nothing where pictures are encoded at constant
+  /// quality, which nobody knows beforehand.
+  std::optional<std::int64_t> bytes;
+  /// The same as text for people, some lines.
+  [[nodiscard]] std::string text() const;
+
+  /// Within the core: what the engine will do.
+  std::shared_ptr<const engine::ExportJob> job;
+};
+
+/// Decides how `edit` becomes a movie. Reads sample tables, and where pictures may be copied a few samples. Fails with
+/// `unsupported` where nothing can make it, or with `damaged`. Any thread.
+[[nodiscard]] CLIPWORKS_API Result<Plan, Error> plan(const Edit& edit, const PlanOptions& options = {});
+
+}  // namespace clipworks

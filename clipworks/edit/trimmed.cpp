@@ -1,0 +1,36 @@
+#include <utility>
+
+#include <clipworks/edit/EditErrors.h>
+#include <clipworks/edit/EditState.h>
+#include <clipworks/edit/Sentences.h>
+#include <clipworks/edit/Steps.h>
+
+namespace clipworks {
+namespace {
+
+void keep(Stretches& stretches, const CMTimeRange& range) {
+  const CMTime start = stretches.fit(range.start);
+  const CMTime stop = stretches.fit(range.end());
+  if (stop < stretches.end()) stretches.remove(stop, stretches.end());
+  if (start > kCMTimeZero) stretches.remove(kCMTimeZero, start);
+}
+
+}  // namespace
+
+Result<Edit, Error> trimmed(const Edit& edit, const CMTimeRange& asked) {
+  if (!asked.start.isNumeric() || asked.start < kCMTimeZero || !(asked.duration > kCMTimeZero))
+    return failed(ErrorCode::badArgument, "a part must start before it ends, and not before the clip");
+  if (asked.start >= edit.duration()) {
+    return failed(ErrorCode::badArgument, edit.name() + " ends at " + shownSeconds(edit.duration()) +
+                                              " seconds, so nothing is left from " +
+                                              shortNumber(asked.start.seconds()) + " on");
+  }
+  const CMTimeRange range = CMTimeRange::fromTo(asked.start, CMTimeMinimum(asked.end(), edit.duration()));
+  EditState state = edit.state();
+  if (state.pictures) keep(*state.pictures, range);
+  for (auto& sound : state.sounds) keep(sound.stretches, range);
+  state.length = range.duration;
+  return edited(std::move(state));
+}
+
+}  // namespace clipworks

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <optional>
+
+#include <clipworks/engine/pipeline/ExportJob.h>
+#include <clipworks/media/base/NSError.h>
+#include <clipworks/media/base/Result.h>
+#include <clipworks/media/export/ExportPlan.h>
+#include <clipworks/media/export/ExportPreset.h>
+
+namespace clipworks {
+
+/// `track` with its pictures upright on a canvas of `size`.
+[[nodiscard]] ExportTrack fitted(const ExportTrack& track, const ExportPreset::FixedSize& size);
+
+/// Lays out the pictures of a track that has a canvas for `preset`, which names a codec: each at its own time, drawn as
+/// its segment's place says. Nothing for a track without a picture.
+[[nodiscard]] Result<std::optional<engine::PictureJob>, NSError> planDrawn(const ExportTrack& track,
+                                                                           const ExportPreset& preset);
+
+}  // namespace clipworks
