@@ -51,7 +51,7 @@ Outcome checkDirectory(const fs::path& directory, const std::string& role) {
 struct Item {
   fs::path file;
   Result<Edit, Failure> edit;
-  fs::path made{};
+  std::vector<fs::path> made{};
 
   [[nodiscard]] std::string name() const { return file.filename().string(); }
   [[nodiscard]] double seconds() const { return edit ? std::max(edit->duration().seconds(), leastSeconds) : 0; }
@@ -155,13 +155,15 @@ class EditRun {
       if (items_.size() == 1 || made.error().code == ExitCode::interrupted) {
         // An interrupted run leaves nothing.
         std::error_code ignored;
-        for (const auto& other : items_) fs::remove(other.made, ignored);
+        for (const auto& other : items_) {
+          for (const auto& path : other.made) fs::remove(path, ignored);
+        }
         return made;
       }
       fail(item, made.error());
     }
     for (const auto& item : items_) {
-      if (!item.made.empty()) reporter_.output(item.made);
+      for (const auto& path : item.made) reporter_.output(path);
     }
     if (!failedNames_.empty()) {
       return failed(fmt::format("{} of {} files could not be {}: {}", failedNames_.size(), items_.size(),
@@ -172,6 +174,12 @@ class EditRun {
   }
 
   Outcome make(Item& item, double from, double to) {
+    const auto pictures = steps_.back()->pictures(*item.edit);
+    if (!pictures) return failure(failureOf(pictures.error()));
+    return *pictures ? take(item, **pictures) : makeOne(item, from, to);
+  }
+
+  Outcome makeOne(Item& item, double from, double to) {
     MovieOptions options;
     options.plan = planOptions();
     options.existing = existing();
@@ -180,13 +188,40 @@ class EditRun {
     options.onProgress = [&](const Progress& progress) { reporter_.progress(from + progress.share * (to - from)); };
     const auto made = makeMovie(*item.edit, placeOf(item), options);
     if (!made) return failure(failureOf(made.error()));
-    item.made = made->path;
+    item.made = {made->path};
     for (const auto& remark : made->remarks) reporter_.note(remark);
     for (const auto& track : made->tracks) {
       if (!track.remark.empty()) reporter_.log(track.remark);
     }
-    for (const auto& media : made->damaged) reporter_.damaged(media.fileName, media.pictures);
+    for (const auto& media : made->damaged) reporter_.damaged(media);
     if (steps_.back()->tellsSizes()) tellSizes(item, made->bytes);
+    return {};
+  }
+
+  Outcome take(Item& item, const StepCommand::Pictures& wanted) {
+    PictureOptions options;
+    options.format = wanted.format;
+    options.keepsMetadata = !options_.stripMetadata;
+    options.existing = existing();
+    options.isStrict = options_.strict;
+    options.stop = interruption_.token();
+    options.onProgress = [this](double share) { reporter_.progress(share); };
+    reporter_.progress(0);
+    const fs::path place = placeOf(item);
+    std::vector<WantedPicture> pictures;
+    const auto digits = std::to_string(wanted.times.size()).size();
+    for (std::size_t i = 0; i < wanted.times.size(); ++i) {
+      fs::path path = place;
+      if (wanted.times.size() > 1) {
+        path.replace_filename(fmt::format("{}-{:0{}}{}", place.stem().string(), i + 1, digits,
+                                          place.extension().string()));
+      }
+      pictures.push_back({wanted.times[i], path});
+    }
+    auto taken = takePictures(*item.edit, pictures, options);
+    if (!taken) return failure(failureOf(taken.error()));
+    item.made = std::move(taken->paths);
+    for (const auto& media : taken->damaged) reporter_.damaged(media);
     return {};
   }
 
@@ -195,7 +230,7 @@ class EditRun {
     const auto before = fs::file_size(item.file, error);
     reporter_.note(fmt::format("{}: {}, now {}: {}", item.name(),
                                error ? "an unknown size" : shownSize(static_cast<double>(before)),
-                               shownSize(static_cast<double>(bytes)), item.made.filename().string()));
+                               shownSize(static_cast<double>(bytes)), item.made.front().filename().string()));
   }
 
   void fail(const Item& item, const Failure& why) {

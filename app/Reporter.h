@@ -1,42 +1,79 @@
 #pragma once
 
-#include <cstdint>
+#include <chrono>
 #include <filesystem>
+#include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <app/Failure.h>
+#include <app/Options.h>
+#include <clipworks/media/asset/DamagedMedia.h>
 
 namespace clipworks::app {
 
-/// What a command tells while it works, and what it made. Any thread.
+/// All that the program prints. Results go to standard output as lines, or as JSON lines with --json; failures and the
+/// progress bar go to standard error. Thread-safe; nothing throws for a stream that cannot be written.
 class Reporter {
  public:
-  Reporter() = default;
-  virtual ~Reporter() = default;
-  Reporter(const Reporter&) = delete;
-  Reporter& operator=(const Reporter&) = delete;
+  explicit Reporter(const Options& options);
 
-  /// A line that the library printed.
-  virtual void log(std::string_view line) = 0;
-  /// How far the work is, from 0 to 1.
-  virtual void progress(double value) = 0;
-  /// A line in place of the progress, such as a level meter.
-  virtual void status(std::string_view line) = 0;
+  /// A line that is shown with --verbose only.
+  void log(std::string_view line);
+  /// How far the work is, from 0 to 1. A value that is not worth a new event or bar is left out.
+  void progress(double value);
+  /// A line in place of the progress, such as a level meter; on a terminal only.
+  void status(std::string_view line);
   /// A line for people.
-  virtual void note(std::string_view line) = 0;
+  void note(std::string_view line);
   /// A file that the command made.
-  virtual void output(const std::filesystem::path& path) = 0;
+  void output(const std::filesystem::path& path);
   /// The work is done; nothing follows.
-  virtual void done() = 0;
-  /// Pictures of an input are damaged; what could be decoded of them is in the result.
-  virtual void damaged(const std::string& fileName, std::int64_t pictures) = 0;
-  /// One of several inputs failed; the others go on.
-  virtual void warning(std::string_view sentence) = 0;
-  /// The same for a command that makes files.
-  virtual void inputFailed(const std::filesystem::path& input, std::string_view sentence) = 0;
+  void done();
+  /// Pictures of an input are damaged, and shown as far as they could be decoded. The event at the end tells it, too.
+  void damaged(const DamagedMedia& media);
+  void warning(std::string_view sentence);
+  /// One of several inputs failed; the others go on. The event at the end tells it, too.
+  void inputFailed(const std::filesystem::path& input, std::string_view sentence);
   /// Ready-made text: the result of a command that makes no files.
-  virtual void text(std::string_view text) = 0;
-  /// Results are no stream of events from now on, but `text` alone.
-  virtual void keepEventsOff() = 0;
+  void text(std::string_view text);
+  /// Results are no stream of events from now on, but `text` alone; failures go to standard error alone.
+  void keepEventsOff();
+
+  /// The work failed; nothing follows.
+  void failed(const Failure& failure);
+  /// Whether everything for standard output was written.
+  [[nodiscard]] bool isWritten() const;
+
+ private:
+  // All of these: with mutex_ held.
+  void writeOut(std::string_view text);
+  void writeSentence(std::string_view sentence);
+  void clearBar();
+  [[nodiscard]] nlohmann::ordered_json errorEvent(const std::string& sentence) const;
+
+  const bool json_;
+  const bool verbose_;
+  const bool showsBar_;
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+
+  mutable std::mutex mutex_;
+  struct FailedInput {
+    std::filesystem::path path;
+    std::string sentence;
+  };
+
+  std::vector<DamagedMedia> damaged_;                          // guarded by mutex_
+  std::vector<std::filesystem::path> outputs_;                 // guarded by mutex_
+  std::vector<FailedInput> failedInputs_;                      // guarded by mutex_
+  double shownProgress_ = -1;                                  // guarded by mutex_
+  bool barIsShown_ = false;                                    // guarded by mutex_
+  bool hasEvents_ = true;                                      // guarded by mutex_
+  bool isWritten_ = true;                                      // guarded by mutex_
 };
 
 }  // namespace clipworks::app

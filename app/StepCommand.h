@@ -8,6 +8,7 @@
 #include <app/Command.h>
 #include <clipworks/edit/Edit.h>
 #include <clipworks/edit/Error.h>
+#include <clipworks/edit/TakePicture.h>
 
 namespace clipworks::app {
 
@@ -33,6 +34,12 @@ class StepCommand : public Command {
   [[nodiscard]] virtual std::optional<std::string> givenName() const { return std::nullopt; }
   /// The ending that the step asks for; empty for any.
   [[nodiscard]] virtual std::string extension() const { return ""; }
+  /// What pictures are taken of the edit in place of a movie; nothing for most.
+  struct Pictures {
+    std::vector<CMTime> times;
+    StillFormat format = StillFormat::jpg;
+  };
+  [[nodiscard]] virtual Result<std::optional<Pictures>, Error> pictures(const Edit&) const { return std::nullopt; }
   /// Whether people want to know how much smaller the file has become.
   [[nodiscard]] virtual bool tellsSizes() const { return false; }
 

@@ -8,8 +8,8 @@
 #include <app/Command.h>
 #include <app/CommandLine.h>
 #include <app/Failure.h>
-#include <app/PrintingReporter.h>
-#include <app/SignalInterruption.h>
+#include <app/Reporter.h>
+#include <app/Interruption.h>
 
 namespace clipworks::app {
 namespace {
@@ -17,14 +17,14 @@ namespace {
 int runProgram(int argc, const char* const* argv) {
   CommandLine commandLine;
   const auto commands = commandLine.parse(argc, argv);
-  PrintingReporter reporter(commandLine.options());
+  Reporter reporter(commandLine.options());
   if (!commands) {
     reporter.failed(commands.error());
     return static_cast<int>(commands.error().code);
   }
   if (commands->empty()) return static_cast<int>(ExitCode::done);
 
-  SignalInterruption interruption([&reporter] { reporter.failed({ExitCode::interrupted, "interrupted"}); });
+  Interruption interruption([&reporter] { reporter.failed({ExitCode::interrupted, "interrupted"}); });
   Outcome outcome = runCommands(*commands, {commandLine.options(), reporter, interruption});
   if (outcome && !reporter.isWritten()) outcome = failed("standard output cannot be written");
   if (outcome) return static_cast<int>(ExitCode::done);

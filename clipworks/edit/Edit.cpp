@@ -28,12 +28,6 @@ Box boxOf(const CGSize& natural, const CGAffineTransform& turn) {
   return {{left, top}, {right - left, bottom - top}};
 }
 
-/// From a track's natural size to what is seen, whose corner is at zero.
-CGAffineTransform seenOf(const CGSize& natural, const CGAffineTransform& turn) {
-  const Box box = boxOf(natural, turn);
-  return CGAffineTransformConcat(turn, {1, 0, 0, 1, -box.origin.x, -box.origin.y});
-}
-
 CGSize naturalSizeOf(const MediaTrack& media) { return {media.facts().naturalWidth, media.facts().naturalHeight}; }
 
 const MediaTrack* firstMedia(const Stretches& stretches) {
@@ -98,14 +92,17 @@ Result<void, Error> needSound(const Edit& edit, const std::string& work) {
   return failed(ErrorCode::noSound, edit.name() + " has no sound track; " + work + " needs one");
 }
 
+CGAffineTransform seenOf(const MediaTrack& media) {
+  const auto& t = media.facts().transform;
+  const CGAffineTransform turn{t[0], t[1], t[2], t[3], t[4], t[5]};
+  const CGPoint corner = boxOf(naturalSizeOf(media), turn).origin;
+  return CGAffineTransformConcat(turn, {1, 0, 0, 1, -corner.x, -corner.y});
+}
+
 void draw(EditState& state, const CGAffineTransform& map, const CGSize& size) {
   state.pictures->forEach([&](MediaSegment& segment) {
-    if (segment.mediaTrack == nullptr) return;
-    const MediaTrack& media = *segment.mediaTrack;
-    const auto& t = media.facts().transform;
-    const CGAffineTransform seen = segment.place.value_or(
-        seenOf(naturalSizeOf(media), CGAffineTransform{t[0], t[1], t[2], t[3], t[4], t[5]}));
-    segment.place = CGAffineTransformConcat(seen, map);
+    if (segment.mediaTrack != nullptr)
+      segment.place = CGAffineTransformConcat(segment.place.value_or(seenOf(*segment.mediaTrack)), map);
   });
   state.canvas = size;
 }

@@ -4,11 +4,11 @@
 #include <chrono>
 #include <exception>
 #include <new>
-#include <system_error>
 #include <utility>
 
 #include <clipworks/edit/EditErrors.h>
 #include <clipworks/edit/EditState.h>
+#include <clipworks/edit/Files.h>
 #include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/engine/pipeline/ExportRun.h>
 #include <clipworks/media/asset/FileTypes.h>
@@ -24,25 +24,6 @@ engine::MovieContainer containerOf(const std::filesystem::path& path, const Edit
   if (extension == ".mov") return *movieContainer(AVFileTypeQuickTimeMovie);
   if (extension == ".m4a" && !edit.hasPictures()) return *movieContainer(AVFileTypeAppleM4A);
   return *movieContainer(AVFileTypeMPEG4);
-}
-
-engine::OutputFile::Existing existingOf(ExistingFile existing) {
-  if (existing == ExistingFile::replaced) return engine::OutputFile::Existing::replaced;
-  return existing == ExistingFile::numbered ? engine::OutputFile::Existing::numbered
-                                            : engine::OutputFile::Existing::kept;
-}
-
-/// The inputs are as they were when the edit was made, and none of them is what is written.
-Result<void, Error> checkFiles(const EditState& state, const std::filesystem::path& path, ExistingFile existing) {
-  const bool isWrittenOver = existing != ExistingFile::numbered;
-  for (const auto& source : state.sources) {
-    if (source->asset->hasChanged())
-      return failed(ErrorCode::notReadable, source->name() + " has changed since it was opened");
-    std::error_code ignored;  // a file that is not there is nobody's input
-    if (isWrittenOver && std::filesystem::equivalent(path, source->path, ignored))
-      return failed(ErrorCode::badArgument, path.string() + " is the input itself; choose another name");
-  }
-  return {};
 }
 
 /// Guesses the time that is left, and passes everything on.
@@ -85,7 +66,7 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
   job.path = path;
   job.container = containerOf(path, edit);
   job.fileLengthLimit = options.mostBytes;
-  job.existing = existingOf(options.existing);
+  job.existing = engineExisting(options.existing);
   job.isStrict = options.isStrict;
   engine::ExportRun run(std::move(job));
   const std::stop_callback cancels(options.stop, [&run] { run.cancel(); });

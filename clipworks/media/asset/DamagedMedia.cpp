@@ -10,6 +10,8 @@ std::vector<DamagedMedia> damagedMediaIn(const engine::DamagedPictures& counted)
   return media;
 }
 
+std::string DamagedMedia::sentence() const { return engine::DamagedFile{fileName, pictures}.sentence(); }
+
 DamageWatch::DamageWatch() : counted_(std::make_shared<engine::DamagedPictures>()) {
   engine::DamagedPictures::setObserver(counted_);
 }

@@ -19,7 +19,8 @@ Result<void, NSError> ImageSource::look() {
   }
   auto timeline = PictureTimeline::make(resolveToMedia(*tracks.front()));
   if (!timeline) return failure(timeline.error());
-  track_ = tracks.front();
+  transform_ = tracks.front()->preferredTransform();
+  blackSize_ = tracks.front()->naturalSize();
   end_ = CMTimeMaximum(asset_->duration(), timeline->end());
   timeline_ = std::move(*timeline);
   return {};
@@ -41,8 +42,7 @@ engine::StillSettings ImageSource::stillSettings(const ImageSettings& settings) 
   still.maxWidth = limit(settings.maximumSize.width);
   still.maxHeight = limit(settings.maximumSize.height);
   if (settings.isUpright) {
-    const CGAffineTransform t = track_->preferredTransform();
-    still.transform = {t.a, t.b, t.c, t.d};
+    still.transform = {transform_.a, transform_.b, transform_.c, transform_.d};
   }
   return still;
 }
@@ -67,8 +67,7 @@ engine::Expected<std::shared_ptr<const engine::StillImage>> ImageSource::still(c
                                                                                const ImageSettings& settings,
                                                                                const std::stop_token& stop) {
   if (shown.media == nullptr) {
-    const CGSize size = track_->naturalSize();
-    return engine::blackStill(size.width, size.height, stillSettings(settings));
+    return engine::blackStill(blackSize_.width, blackSize_.height, stillSettings(settings));
   }
   if (auto opened = open(shown.media, settings); !opened) return tl::make_unexpected(opened.error());
   auto frame =

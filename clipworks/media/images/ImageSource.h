@@ -35,6 +35,12 @@ class ImageSource {
   /// Counts the damaged ones of its pictures in `damaged`.
   ImageSource(std::shared_ptr<AVAsset> asset, std::shared_ptr<engine::DamagedPictures> damaged)
       : asset_(std::move(asset)), damaged_(std::move(damaged)) {}
+  /// The same for what `timeline` shows, turned upright by `transform`; black is as large as `blackSize`.
+  ImageSource(PictureTimeline timeline, const CGAffineTransform& transform, const CGSize& blackSize,
+              std::shared_ptr<engine::DamagedPictures> damaged)
+      : damaged_(std::move(damaged)), transform_(transform), blackSize_(blackSize), timeline_(std::move(timeline)) {
+    end_ = timeline_->end();
+  }
 
   /// What is on screen at `time`, or cheap to decode within the tolerance.
   [[nodiscard]] Result<ScreenPicture, NSError> locate(const CMTime& time, const TimeTolerance& tolerance);
@@ -56,7 +62,8 @@ class ImageSource {
   std::shared_ptr<AVAsset> asset_;
   std::shared_ptr<engine::DamagedPictures> damaged_;
   // Seen at the first request.
-  std::shared_ptr<AVAssetTrack> track_;
+  CGAffineTransform transform_;
+  CGSize blackSize_;
   std::optional<PictureTimeline> timeline_;
   CMTime end_;
   // Of the media that is shown at the moment.

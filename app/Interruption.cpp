@@ -1,4 +1,4 @@
-#include <app/SignalInterruption.h>
+#include <app/Interruption.h>
 
 #include <poll.h>
 #include <pthread.h>
@@ -29,7 +29,7 @@ sigset_t endingSignals() {
 
 }  // namespace
 
-SignalInterruption::SignalInterruption(std::function<void()> onImmediateEnd)
+Interruption::Interruption(std::function<void()> onImmediateEnd)
     : onImmediateEnd_(std::move(onImmediateEnd)) {
   // A reader of ours that goes away must not kill us between two files; the failed write is seen instead.
   std::signal(SIGPIPE, SIG_IGN);
@@ -46,7 +46,7 @@ SignalInterruption::SignalInterruption(std::function<void()> onImmediateEnd)
   }
 }
 
-SignalInterruption::~SignalInterruption() {
+Interruption::~Interruption() {
   if (thread_.joinable()) {
     const std::uint64_t one = 1;
     (void)!::write(end_, &one, sizeof one);
@@ -56,19 +56,19 @@ SignalInterruption::~SignalInterruption() {
   if (end_ >= 0) ::close(end_);
 }
 
-void SignalInterruption::defer() {
+void Interruption::defer() {
   const std::lock_guard lock(mutex_);
   isDeferred_ = true;
 }
 
-void SignalInterruption::watch() {
+void Interruption::watch() {
   pollfd awaited[] = {{signals_, POLLIN, 0}, {end_, POLLIN, 0}};
   while (::poll(awaited, 2, -1) < 0 && errno == EINTR) {
   }
   if ((awaited[1].revents & POLLIN) == 0) take();
 }
 
-void SignalInterruption::take() {
+void Interruption::take() {
   signalfd_siginfo taken{};
   (void)!::read(signals_, &taken, sizeof taken);
   // The next one comes on this thread, as a plain signal: it needs no lock and waits for nobody.

@@ -1,4 +1,4 @@
-#include <app/PrintingReporter.h>
+#include <app/Reporter.h>
 
 #include <unistd.h>
 
@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <app/DamageSentence.h>
 #include <app/Printable.h>
 #include <app/ProgressLine.h>
 
@@ -34,17 +33,17 @@ void writeError(std::string_view text) {
 
 }  // namespace
 
-PrintingReporter::PrintingReporter(const Options& options)
+Reporter::Reporter(const Options& options)
     : json_(options.json), verbose_(options.verbose), showsBar_(!options.json && ::isatty(STDERR_FILENO) == 1) {}
 
-void PrintingReporter::log(std::string_view line) {
+void Reporter::log(std::string_view line) {
   if (!verbose_) return;
   const std::lock_guard lock(mutex_);
   clearBar();
   writeOut(json_ ? jsonLine({{"event", "log"}, {"line", line}}) : std::string(line) + '\n');
 }
 
-void PrintingReporter::progress(double value) {
+void Reporter::progress(double value) {
   const std::lock_guard lock(mutex_);
   if (value < shownProgress_ + progressStep && !(value >= 1 && shownProgress_ < 1)) {
     // The bar's time left runs on between two steps.
@@ -63,45 +62,45 @@ void PrintingReporter::progress(double value) {
   }
 }
 
-void PrintingReporter::status(std::string_view line) {
+void Reporter::status(std::string_view line) {
   const std::lock_guard lock(mutex_);
   if (!showsBar_) return;
   writeError(fmt::format("\r{}\x1b[K", line));
   barIsShown_ = true;
 }
 
-void PrintingReporter::note(std::string_view line) {
+void Reporter::note(std::string_view line) {
   const std::lock_guard lock(mutex_);
   clearBar();
   writeError(fmt::format("{}\n", printable(line)));
 }
 
-void PrintingReporter::output(const std::filesystem::path& path) {
+void Reporter::output(const std::filesystem::path& path) {
   const std::lock_guard lock(mutex_);
   clearBar();
   outputs_.push_back(path);
   if (!json_) writeOut(path.string() + '\n');
 }
 
-void PrintingReporter::done() {
+void Reporter::done() {
   const std::lock_guard lock(mutex_);
   clearBar();
   if (!json_) return;
   nlohmann::ordered_json event{{"event", "done"}, {"outputs", pathsOf(outputs_)}};
-  for (const auto& [name, pictures] : damaged_) {
-    event["damagedPictures"].push_back({{"file", name}, {"pictures", pictures}});
+  for (const auto& media : damaged_) {
+    event["damagedPictures"].push_back({{"file", media.fileName}, {"pictures", media.pictures}});
   }
   writeOut(jsonLine(event));
 }
 
-void PrintingReporter::failed(const Failure& failure) {
+void Reporter::failed(const Failure& failure) {
   const std::lock_guard lock(mutex_);
   clearBar();
   writeSentence(failure.sentence);
   if (json_ && hasEvents_) writeOut(jsonLine(errorEvent(failure.sentence)));
 }
 
-nlohmann::ordered_json PrintingReporter::errorEvent(const std::string& sentence) const {
+nlohmann::ordered_json Reporter::errorEvent(const std::string& sentence) const {
   nlohmann::ordered_json event{{"event", "error"}, {"message", printable(sentence)}};
   for (const auto& [path, reason] : failedInputs_) {
     event["failed"].push_back({{"input", path.string()}, {"message", printable(reason)}});
@@ -110,50 +109,50 @@ nlohmann::ordered_json PrintingReporter::errorEvent(const std::string& sentence)
   return event;
 }
 
-void PrintingReporter::damaged(const std::string& fileName, std::int64_t pictures) {
-  warning(damageSentence(fileName, pictures) + "; what could be decoded is shown");
+void Reporter::damaged(const DamagedMedia& media) {
+  warning(media.sentence() + "; what could be decoded is shown");
   const std::lock_guard lock(mutex_);
-  damaged_.emplace_back(fileName, pictures);
+  damaged_.push_back(media);
 }
 
-void PrintingReporter::warning(std::string_view sentence) {
+void Reporter::warning(std::string_view sentence) {
   const std::lock_guard lock(mutex_);
   clearBar();
   writeSentence(sentence);
 }
 
-void PrintingReporter::inputFailed(const std::filesystem::path& input, std::string_view sentence) {
+void Reporter::inputFailed(const std::filesystem::path& input, std::string_view sentence) {
   warning(sentence);
   const std::lock_guard lock(mutex_);
   failedInputs_.push_back({input, std::string(sentence)});
 }
 
-void PrintingReporter::text(std::string_view text) {
+void Reporter::text(std::string_view text) {
   const std::lock_guard lock(mutex_);
   clearBar();
   writeOut(text);
 }
 
-void PrintingReporter::keepEventsOff() {
+void Reporter::keepEventsOff() {
   const std::lock_guard lock(mutex_);
   hasEvents_ = false;
 }
 
-bool PrintingReporter::isWritten() const {
+bool Reporter::isWritten() const {
   const std::lock_guard lock(mutex_);
   return isWritten_;
 }
 
-void PrintingReporter::writeOut(std::string_view text) {
+void Reporter::writeOut(std::string_view text) {
   const bool written = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
   isWritten_ = isWritten_ && written;
 }
 
-void PrintingReporter::writeSentence(std::string_view sentence) {
+void Reporter::writeSentence(std::string_view sentence) {
   writeError(fmt::format("clipworks: {}\n", printable(sentence)));
 }
 
-void PrintingReporter::clearBar() {
+void Reporter::clearBar() {
   if (!barIsShown_) return;
   writeError("\r\x1b[K");
   barIsShown_ = false;
