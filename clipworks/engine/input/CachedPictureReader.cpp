@@ -53,6 +53,7 @@ Expected<Frame> CachedPictureReader::picture(std::size_t picture, std::span<cons
   if (frame && (standsIn_ || damaged_.contains(table().sampleOfPicture(picture)))) {
     decoder_.tellDamage(counter_.get(), picture);
   }
+  if (frame && standsIn_) ++replaced_;
   previous_ = picture;
   return frame;
 }

@@ -36,6 +36,8 @@ class CachedPictureReader {
                                                           std::size_t cacheLimit);
 
   [[nodiscard]] const PictureTable& table() const { return decoder_.table(); }
+  /// For pictures that play backwards, in bytes: about 85 of 1080p in 8 bits, 10 of 4K in 10.
+  static constexpr std::size_t usualCacheLimit = std::size_t{256} << 20;
   void setCacheLimit(std::size_t bytes) { cacheLimit_ = bytes; }
   /// Counts the damaged pictures that are handed out from now on in `counter`.
   void countDamageIn(std::shared_ptr<DamagedPictures> counter) { counter_ = std::move(counter); }
@@ -45,6 +47,8 @@ class CachedPictureReader {
   [[nodiscard]] Expected<Frame> picture(std::size_t picture, std::span<const std::uint32_t> upcoming = {},
                                         const std::stop_token& stop = {});
 
+  /// How many of the pictures handed out stand in for one that did not decode.
+  [[nodiscard]] std::int64_t replacedPictures() const { return replaced_; }
   /// How many samples were decoded in all, some of them again.
   [[nodiscard]] std::int64_t samplesDecoded() const {
     return decoder_.samplesDecoded() + (parked_ ? parked_->samplesDecoded() : 0);
@@ -121,6 +125,7 @@ class CachedPictureReader {
   std::set<std::uint32_t> damaged_;                     // samples that decode, but not whole
   std::set<std::uint32_t> damagedFromBefore_;           // of those, the ones that do not from further back either
   bool standsIn_ = false;                               // the picture that is handed out, for another one
+  std::int64_t replaced_ = 0;                           // so many did
   std::shared_ptr<DamagedPictures> counter_;
   std::set<std::uint32_t> unreadable_;   // samples that the file lacks, as far as they were met
   std::optional<std::size_t> previous_;  // the last picture asked for

@@ -38,12 +38,16 @@ Expected<void> SoundReader::restart() {
   auto packets = file_->openStream(facts_->index);
   if (!packets) return tl::make_unexpected(packets.error());
   packets_.emplace(std::move(*packets));
+  forgetDecoded();
+  return {};
+}
+
+void SoundReader::forgetDecoded() {
   avcodec_flush_buffers(decoder_.get());
   drained_ = false;
   anchored_ = false;
   start_ = 0;
   block_.clear();
-  return {};
 }
 
 bool SoundReader::jumpsExactly() const {
@@ -64,9 +68,20 @@ Expected<void> SoundReader::jumpTo(std::int64_t position) {
   const std::int64_t from = position - settle;
   const bool ahead = from > end();
   if (!ahead && position >= start_ && anchored_) return {};
-  if (auto again = restart(); !again) return again;
-  if (from <= 0) return {};
-  if (!packets_->seek(av_rescale(from, facts_->timescale, sampleRate()))) return restart();
+  // In the demuxer that is open: it may have found out where packets are as it read.
+  if (from <= 0 || !packets_->seek(av_rescale(from, facts_->timescale, sampleRate()))) return restart();
+  forgetDecoded();
+  return {};
+}
+
+Expected<void> SoundReader::learnPlaces(std::int64_t from, std::int64_t to) {
+  places_.clear();
+  if (auto jumped = jumpTo(from); !jumped) return jumped;
+  isLearning_ = true;
+  Expected<bool> more = true;
+  while (more && *more && (!anchored_ || end() < to)) more = decodeBlock();
+  isLearning_ = false;
+  if (!more) return tl::make_unexpected(more.error());
   return {};
 }
 
@@ -143,15 +158,22 @@ Expected<void> SoundReader::prepareConverter(const AVFrame& frame) {
   return {};
 }
 
+// Where the sound of a packet of that time lies, behind what was decoded so far.
+std::int64_t SoundReader::placeOf(std::int64_t time) {
+  const auto known = std::lower_bound(places_.begin(), places_.end(), time,
+                                      [](const Place& place, std::int64_t wanted) { return place.time < wanted; });
+  if (!isLearning_ && known != places_.end() && known->time == time) return known->position;
+  const std::int64_t counted = end();
+  const std::int64_t told = av_rescale(time, sampleRate(), facts_->timescale);
+  const auto jitter = static_cast<std::int64_t>(jitterOf(decoder_->codec_id) * sampleRate());
+  const std::int64_t position = !anchored_ || std::llabs(told - counted) > jitter ? told : counted;
+  if (isLearning_ && (places_.empty() || places_.back().time < time)) places_.push_back({time, position});
+  return position;
+}
+
 Expected<void> SoundReader::takeFrame(const Frame& frame) {
   if (auto ready = prepareConverter(*frame); !ready) return ready;
-  const std::int64_t counted = end();
-  std::int64_t position = counted;
-  if (frame->pts != AV_NOPTS_VALUE) {
-    const std::int64_t told = av_rescale(frame->pts, sampleRate(), facts_->timescale);
-    const auto jitter = static_cast<std::int64_t>(jitterOf(decoder_->codec_id) * sampleRate());
-    if (!anchored_ || std::llabs(told - counted) > jitter) position = told;
-  }
+  const std::int64_t position = frame->pts == AV_NOPTS_VALUE ? end() : placeOf(frame->pts);
   const int room = swr_get_out_samples(converter_.get(), frame->nb_samples);
   block_.resize(static_cast<std::size_t>(std::max(room, 0)) * static_cast<std::size_t>(facts_->channels));
   auto* out = reinterpret_cast<std::uint8_t*>(block_.data());

@@ -1,14 +1,13 @@
 #include <clipworks/engine/pipeline/CodedPictures.h>
 
 #include <algorithm>
-#include <cmath>
 #include <exception>
 
 #include <clipworks/engine/input/CodedPictureReader.h>
 #include <clipworks/engine/input/PictureReader.h>
 #include <clipworks/engine/pictures/ToneMapper.h>
-#include <clipworks/engine/pictures/WholePictures.h>
 #include <clipworks/engine/pipeline/DecodeTimes.h>
+#include <clipworks/engine/pipeline/LayerPictures.h>
 
 namespace clipworks::engine {
 namespace {
@@ -23,17 +22,13 @@ Error asError(const std::exception& thrown) {
   return {ErrorKind::internal, thrown.what(), 0};
 }
 
-/// To half its size or less, either way.
-bool isMadeMuchSmaller(const AffineMap& map) {
-  constexpr double half = 0.5;
-  return std::hypot(map.a, map.b) <= half && std::hypot(map.c, map.d) <= half;
-}
-
-/// The tracks that a run's pictures come from; none for black.
+/// The tracks that a run's pictures come from, each with its pictures; none for black.
 std::vector<RunLayer> layersOf(const PictureRun& run) {
   if (!run.layers.empty()) return run.layers;
   if (run.file == nullptr) return {};
-  return {RunLayer{run.file, run.stream, {}, {}, 1}};
+  RunLayer only{run.file, run.stream, {}, {}, 1};
+  for (const auto& shown : run.pictures) only.pictures.push_back(shown.picture);
+  return {only};
 }
 
 /// What the first pictures say of mastering and light level where they stay of high dynamic range, by their track's
@@ -48,7 +43,7 @@ Expected<HDRMetadata> lightFactsOf(const PictureJob& job) {
     const RunLayer& layer = layers.front();
     auto reader = PictureReader::open(layer.file, layer.stream);
     if (!reader) return tl::make_unexpected(reader.error());
-    auto picture = reader->picture(run.layers.empty() ? run.pictures.front().picture : layer.pictures.front());
+    auto picture = reader->picture(layer.pictures.front());
     if (!picture) return tl::make_unexpected(picture.error());
     for (const auto& [kind, said] : masteringKinds) {
       const AVFrameSideData* side = av_frame_get_side_data(picture->get(), said);
@@ -83,6 +78,7 @@ CodedPictures::CodedPictures(const PictureJob& job)
 CodedPictures::~CodedPictures() { abandon(); }
 
 void CodedPictures::abandon() {
+  abandoned_.request_stop();
   raw_.abandon();
   finished_.abandon();
   coded_.abandon();
@@ -169,27 +165,24 @@ void CodedPictures::decodeRuns() {
 
 Expected<void> CodedPictures::decodeRun(std::size_t number) {
   const PictureRun& run = job_.runs[number];
-  std::vector<PictureReader> readers;
-  std::vector<WholePictures> whole;
-  for (const RunLayer& layer : layersOf(run)) {
-    auto reader = PictureReader::open(layer.file, layer.stream);
-    if (!reader) return tl::make_unexpected(reader.error());
-    reader->countDamageIn(damaged_);
-    if (isMadeMuchSmaller(layer.map)) reader->leaveOutFilters();
-    readers.push_back(std::move(*reader));
-    whole.emplace_back(!layer.file->stream(layer.stream).progressive, readers.back().table().pictureCount());
+  const auto layers = layersOf(run);
+  const auto falling = static_cast<std::size_t>(std::count_if(layers.begin(), layers.end(), LayerPictures::fall));
+  std::vector<LayerPictures> tracks;
+  for (const RunLayer& layer : layers) {
+    auto opened = LayerPictures::open(layer, damaged_, backwardsBytes / std::max<std::size_t>(falling, 1));
+    if (!opened) return tl::make_unexpected(opened.error());
+    tracks.push_back(std::move(*opened));
   }
   for (std::size_t i = 0; i < run.pictures.size(); ++i) {
     RawPicture raw{{}, number, runStarts_[number] + run.pictures[i].time, i == 0};
-    for (std::size_t layer = 0; layer < readers.size(); ++layer) {
-      const std::size_t shown = run.layers.empty() ? run.pictures[i].picture : run.layers[layer].pictures[i];
-      auto frame = whole[layer].picture(shown, [&](std::size_t picture) { return readers[layer].picture(picture); });
+    for (auto& track : tracks) {
+      auto frame = track.next(abandoned_.get_token());
       if (!frame) return tl::make_unexpected(frame.error());
       raw.frames.push_back(std::move(*frame));
     }
     if (!raw_.push(std::move(raw))) return failed(ErrorKind::cancelled, "cancelled");
   }
-  for (const auto& reader : readers) replaced_ += reader.replacedPictures();
+  for (const auto& track : tracks) replaced_ += track.replacedPictures();
   return {};
 }
 

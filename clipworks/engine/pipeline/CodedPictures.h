@@ -1,7 +1,9 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -9,6 +11,7 @@
 #include <clipworks/engine/HDRMetadata.h>
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/Thread.h>
+#include <clipworks/engine/input/CachedPictureReader.h>
 #include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
 #include <clipworks/engine/pipeline/ExportJob.h>
@@ -23,8 +26,8 @@ struct CodedPicture {
 };
 
 /// The first stage of a track of pictures: gives the coded samples of every run of a job once, run after run. Copies
-/// them from their files, or decodes and encodes on threads of its own. `open`, `next` and `format` on one thread,
-/// `abandon` on any.
+/// them from their files, or decodes and encodes on threads of its own; what plays backwards is decoded in windows that
+/// fit `backwardsBytes`. `open`, `next` and `format` on one thread, `abandon` on any.
 class CodedPictures {
  public:
   explicit CodedPictures(const PictureJob& job);
@@ -44,6 +47,9 @@ class CodedPictures {
   [[nodiscard]] Expected<std::optional<CodedPicture>> next() { return coded_.pop(); }
 
   void abandon();
+
+  /// Of decoded pictures, the most that are held for a run that plays backwards, all its layers together.
+  static constexpr std::size_t backwardsBytes = CachedPictureReader::usualCacheLimit;
 
   /// The damaged ones of those that were decoded so far.
   [[nodiscard]] const std::shared_ptr<DamagedPictures>& damagedPictures() const { return damaged_; }
@@ -86,6 +92,7 @@ class CodedPictures {
   std::vector<std::int64_t> runStarts_;  // of the first placements
   std::size_t passedRun_ = 0;            // the run whose samples the encoder gives now
   std::size_t passedOfRun_ = 0;
+  std::stop_source abandoned_;  // ends the decoding of a window early
   BoundedQueue<RawPicture> raw_;
   BoundedQueue<FinishedPicture> finished_;
   BoundedQueue<CodedPicture> coded_;
@@ -97,7 +104,7 @@ struct RunSample {
   std::uint32_t sample = 0;
   std::uint32_t shown = 0;
 };
-/// The samples of `run` in decoding order.
+/// The samples of `run`, whose numbers rise, in decoding order.
 [[nodiscard]] std::vector<RunSample> samplesInDecodingOrder(const PictureRun& run, const PictureTable& table);
 
 }  // namespace clipworks::engine

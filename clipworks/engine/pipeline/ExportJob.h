@@ -30,17 +30,19 @@ struct ShownPicture {
 struct RunLayer {
   std::shared_ptr<const MediaFile> file;
   int stream = 0;
-  std::vector<std::uint32_t> pictures;  ///< one number for each picture of the run, none lower than the one before
-  AffineMap map;                        ///< from the decoded picture to the canvas
+  /// One number for each picture of the run: none lower than the one before, or none higher, which plays backwards.
+  std::vector<std::uint32_t> pictures;
+  AffineMap map;  ///< from the decoded picture to the canvas
   double opacity = 1;
 };
 
 /// Pictures that are shown one after the other; each is coded once, however often the run is placed. They come from one
-/// track of a file, or are rendered from several.
+/// track of a file, or are rendered from several. Their numbers rise or, in a run that plays backwards, fall
+/// throughout; a falling run is never copied, since what is copied decodes forwards only.
 struct PictureRun {
   std::shared_ptr<const MediaFile> file;  ///< null for black, and where layers are
   int stream = 0;
-  std::vector<ShownPicture> pictures;  ///< with rising times; for black one, at 0
+  std::vector<ShownPicture> pictures;  ///< with rising times, whichever way the numbers go; for black one, at 0
   std::vector<RunLayer> layers{};      ///< of a rendered run, from the back to the front; there `picture` says nothing
   /// Of a copied run that comes first, and only there: earlier than `pictures`, written because decoding starts with
   /// them. The track's edit begins behind them.
@@ -85,7 +87,7 @@ struct PictureJob {
 
 /// A stretch of a track's sound and where it plays, all in samples at the track's own rate. Lengths are 1 at least.
 struct SoundPiece {
-  std::int64_t source = 0;  ///< on the media's clock
+  std::int64_t source = 0;  ///< on the media's clock, or behind the lane's mirror
   std::int64_t sourceLength = 0;
   std::int64_t target = 0;  ///< on the output's timeline
   std::int64_t length = 0;
@@ -101,7 +103,8 @@ struct SoundLane {
   int stream = 0;
   std::vector<SoundPiece> pieces;  ///< with rising targets, not overlapping
   float volume = 1.0F;             ///< factor of the level, from 0 on
-  /// Where the sound plays backwards: position p of its pieces is the sample mirror − 1 − p of the media's clock.
+  /// Where the track plays backwards: positions of its pieces count backwards, position p is the sample mirror − 1 − p
+  /// of the media's clock, each channel in its place. Such a lane is never copied.
   std::optional<std::int64_t> mirror{};
 };
 

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include <clipworks/engine/Error.h>
-#include <clipworks/engine/input/SoundReader.h>
+#include <clipworks/engine/pipeline/LaneSound.h>
 
 namespace clipworks::engine {
 
@@ -13,19 +13,19 @@ namespace clipworks::engine {
 /// not lie where it lay before. One thread at a time.
 class RecentSound {
  public:
-  /// Remembers `samples` of every channel. `reader` must outlive this.
-  RecentSound(SoundReader& reader, std::int64_t samples) : reader_(reader), most_(samples) {}
+  /// Remembers `samples` of every channel. `sound` must outlive this.
+  RecentSound(LaneSound& sound, std::int64_t samples) : sound_(sound), most_(samples) {}
 
-  /// As `SoundReader::read`.
+  /// As `LaneSound::read`.
   [[nodiscard]] Expected<void> read(std::int64_t position, std::int64_t count, float* samples);
 
  private:
   [[nodiscard]] std::int64_t end() const {
-    return start_ + static_cast<std::int64_t>(recent_.size()) / reader_.channels();
+    return start_ + static_cast<std::int64_t>(recent_.size()) / sound_.channels();
   }
   void remember(const float* samples, std::int64_t count);
 
-  SoundReader& reader_;
+  LaneSound& sound_;
   std::int64_t most_;
   std::int64_t start_ = 0;     // position of recent_'s first sample
   std::vector<float> recent_;  // interleaved

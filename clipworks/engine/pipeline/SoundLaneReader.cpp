@@ -112,9 +112,9 @@ bool SoundLaneReader::mayStartAt(std::int64_t from, const SoundLane& lane, int s
 
 Expected<std::unique_ptr<SoundLaneReader>> SoundLaneReader::open(const SoundLane& lane, int sampleRate, int channels,
                                                                  std::int64_t from) {
-  auto reader = SoundReader::open(lane.file, lane.stream);
-  if (!reader) return tl::make_unexpected(reader.error());
-  std::unique_ptr<SoundLaneReader> opened(new SoundLaneReader(lane, std::move(*reader), channels));
+  auto sound = LaneSound::open(lane);
+  if (!sound) return tl::make_unexpected(sound.error());
+  std::unique_ptr<SoundLaneReader> opened(new SoundLaneReader(lane, std::move(*sound), channels));
   if (auto ready = opened->prepareConverter(sampleRate); !ready) return tl::make_unexpected(ready.error());
   if (auto cached = opened->prepareSource(); !cached) return tl::make_unexpected(cached.error());
   opened->position_ = from;
@@ -125,10 +125,10 @@ Expected<void> SoundLaneReader::prepareSource() {
   std::int64_t surroundings = 0;
   for (const auto& piece : lane_.pieces) {
     if (piece.isStretched())
-      surroundings = std::max(surroundings, SoundStretcher::surroundings(piece, reader_.sampleRate()));
+      surroundings = std::max(surroundings, SoundStretcher::surroundings(piece, sound_.sampleRate()));
   }
   if (surroundings > 0) {
-    recent_.emplace(reader_, 2 * surroundings + blockSamples);
+    recent_.emplace(sound_, 2 * surroundings + blockSamples);
     return {};
   }
   if (lane_.pieces.size() < 2) return {};
@@ -140,25 +140,25 @@ Expected<void> SoundLaneReader::prepareSource() {
     end = std::max(end, piece.source + piece.length);
     played += piece.length;
   }
-  const std::int64_t values = (end - start) * reader_.channels();
+  const std::int64_t values = (end - start) * sound_.channels();
   if (played <= end - start || values * static_cast<std::int64_t>(sizeof(float)) > cachedBytes) return {};
   std::vector<float> cache(static_cast<std::size_t>(values));
-  if (auto read = reader_.read(start, end - start, cache.data()); !read) return read;
+  if (auto read = sound_.read(start, end - start, cache.data()); !read) return read;
   cache_ = std::move(cache);
   cacheStart_ = start;
   return {};
 }
 
 Expected<void> SoundLaneReader::prepareConverter(int sampleRate) {
-  const int from = reader_.channels();
-  if (reader_.sampleRate() == sampleRate && from == channels_) return {};
+  const int from = sound_.channels();
+  if (sound_.sampleRate() == sampleRate && from == channels_) return {};
   AVChannelLayout source;
   AVChannelLayout target;
   av_channel_layout_default(&source, from);
   av_channel_layout_default(&target, channels_);
   SwrContext* converter = nullptr;
   int code = swr_alloc_set_opts2(&converter, &target, AV_SAMPLE_FMT_FLT, sampleRate, &source, AV_SAMPLE_FMT_FLT,
-                                 reader_.sampleRate(), 0, nullptr);
+                                 sound_.sampleRate(), 0, nullptr);
   converter_.reset(converter);
   av_channel_layout_uninit(&source);
   av_channel_layout_uninit(&target);
@@ -171,15 +171,10 @@ Expected<void> SoundLaneReader::prepareConverter(int sampleRate) {
 }
 
 Expected<void> SoundLaneReader::readSource(std::int64_t position, std::int64_t count, float* samples) {
-  const std::int64_t before = std::clamp<std::int64_t>(-position, 0, count);  // the track has no sound there
-  samples = std::fill_n(samples, before * reader_.channels(), 0.0F);
-  position += before;
-  count -= before;
-  if (count == 0) return {};
   if (recent_) return recent_->read(position, count, samples);
-  if (cache_.empty()) return reader_.read(position, count, samples);
-  const auto from = cache_.begin() + (position - cacheStart_) * reader_.channels();
-  std::copy(from, from + count * reader_.channels(), samples);
+  if (cache_.empty()) return sound_.read(position, count, samples);
+  const auto from = cache_.begin() + (position - cacheStart_) * sound_.channels();
+  std::copy(from, from + count * sound_.channels(), samples);
   return {};
 }
 
@@ -190,12 +185,12 @@ Expected<void> SoundLaneReader::beginPiece(std::size_t index) {
                       std::llabs(before->source + before->sourceLength - piece.source) <= 1;  // both were rounded
   const bool isAtStart = position_ <= piece.target;
   const bool fades = isAtStart && goesOn && (before->isStretched() || piece.isStretched());
-  const auto most = static_cast<std::int64_t>(seamSeconds * reader_.sampleRate());
+  const auto most = static_cast<std::int64_t>(seamSeconds * sound_.sampleRate());
   const std::int64_t count = fades ? std::min(most, piece.length) : 0;
 
   const std::int64_t mostLead = count / leadDivisor;
   const std::int64_t tailCount = count + mostLead;
-  std::vector<float> tail(static_cast<std::size_t>(tailCount * reader_.channels()));
+  std::vector<float> tail(static_cast<std::size_t>(tailCount * sound_.channels()));
   if (count > 0) {
     auto read = before->isStretched() ? stretcher_->read(tailCount, tail.data())
                                       : readSource(before->source + before->length, tailCount, tail.data());
@@ -205,21 +200,21 @@ Expected<void> SoundLaneReader::beginPiece(std::size_t index) {
   stretcher_.reset();
   if (piece.isStretched()) {
     stretcher_ = SoundStretcher::make(
-        piece, reader_.sampleRate(), reader_.channels(),
+        piece, sound_.sampleRate(), sound_.channels(),
         [this](std::int64_t position, std::int64_t n, float* samples) { return readSource(position, n, samples); });
   }
   seam_.clear();
   if (count == 0) return {};
-  std::vector<float> seam(static_cast<std::size_t>(count * reader_.channels()));
+  std::vector<float> seam(static_cast<std::size_t>(count * sound_.channels()));
   if (auto read = readPiece(0, count, seam.data()); !read) return read;
-  fadeInto(seam, tail, mostLead, reader_.channels());
+  fadeInto(seam, tail, mostLead, sound_.channels());
   seam_ = std::move(seam);
   return {};
 }
 
 // `count` samples of the piece that was begun, from `offset` on; in rising order.
 Expected<void> SoundLaneReader::readPiece(std::int64_t offset, std::int64_t count, float* samples) {
-  const std::int64_t channels = reader_.channels();
+  const std::int64_t channels = sound_.channels();
   const std::int64_t ofSeam = static_cast<std::int64_t>(seam_.size()) / channels;
   if (offset < ofSeam) {
     const std::int64_t part = std::min(count, ofSeam - offset);
@@ -234,7 +229,7 @@ Expected<void> SoundLaneReader::readPiece(std::int64_t offset, std::int64_t coun
 
 // The next `count` samples of the pieces in their places, silence between them, at the lane's own rate and layout.
 Expected<void> SoundLaneReader::readPlaced(std::int64_t count, std::vector<float>& samples) {
-  const std::int64_t channels = reader_.channels();
+  const std::int64_t channels = sound_.channels();
   samples.assign(static_cast<std::size_t>(count * channels), 0.0F);
   const std::int64_t end = position_ + count;
   for (; piece_ < lane_.pieces.size(); ++piece_) {

@@ -7,8 +7,8 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
-#include <clipworks/engine/input/SoundReader.h>
 #include <clipworks/engine/pipeline/ExportJob.h>
+#include <clipworks/engine/pipeline/LaneSound.h>
 #include <clipworks/engine/pipeline/RecentSound.h>
 #include <clipworks/engine/pipeline/SoundStretcher.h>
 
@@ -37,8 +37,8 @@ class SoundLaneReader {
   static_assert(2 * seamSeconds < SoundStretcher::leastTail);
 
  private:
-  SoundLaneReader(const SoundLane& lane, SoundReader reader, int channels)
-      : lane_(lane), reader_(std::move(reader)), channels_(channels) {}
+  SoundLaneReader(const SoundLane& lane, LaneSound sound, int channels)
+      : lane_(lane), sound_(std::move(sound)), channels_(channels) {}
   Expected<void> prepareSource();
   Expected<void> prepareConverter(int sampleRate);
   Expected<void> readSource(std::int64_t position, std::int64_t count, float* samples);
@@ -47,7 +47,7 @@ class SoundLaneReader {
   Expected<void> readPlaced(std::int64_t count, std::vector<float>& samples);
 
   const SoundLane& lane_;
-  SoundReader reader_;
+  LaneSound sound_;
   int channels_;                               // of the output
   std::int64_t position_ = 0;                  // on the output's timeline, at the lane's own rate
   std::size_t piece_ = 0;                      // the first that does not end before position_

@@ -11,8 +11,10 @@ namespace {
 // Each part costs a decoder, a stretcher and some threads.
 constexpr std::size_t mostParts = 4;
 
+// A mirrored lane is read by jumps alone, to the same places wherever reading begins.
 Expected<bool> allJumpExactly(const SoundJob& job) {
   for (const auto& lane : job.lanes) {
+    if (lane.mirror) continue;
     const auto reader = SoundReader::open(lane.file, lane.stream);
     if (!reader) return tl::make_unexpected(reader.error());
     if (!reader->jumpsExactly()) return false;
