@@ -11,6 +11,7 @@
 
 #include <clipworks/edit/EditErrors.h>
 #include <clipworks/edit/EditState.h>
+#include <clipworks/edit/Files.h>
 #include <clipworks/edit/Sentences.h>
 #include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/engine/output/OutputFile.h>
@@ -210,10 +211,8 @@ class Taking {
       return failed(ErrorCode::damaged, damaged.front().sentence() + ", which strict work does not allow");
     auto still = asShown((*image)->still(), shown[i]);
     if (!still) return failure(because(wanted.at, fromEngine(still.error())));
-    const bool keeps = options_.keepsMetadata;
-    const auto bytes =
-        encoded(keeps ? **still : engine::StillImage{engine::shareFrame((*still)->frame), {}, (*still)->isDithered},
-                options_.format);
+    const engine::StillImage plain{engine::shareFrame((*still)->frame), {}, (*still)->isDithered};
+    const auto bytes = encoded(options_.keepsMetadata ? **still : plain, options_.format);
     if (!bytes) return failure(because(wanted.at, fromEngine(bytes.error())));
     const auto path = write(*bytes, wanted.path, options_.existing);
     if (!path) return failure(fromEngine(path.error()));
