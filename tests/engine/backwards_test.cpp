@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <clipworks/engine/input/PictureReader.h>
 #include <clipworks/engine/pipeline/ExportRun.h>
 #include <clipworks/engine/pipeline/SoundLaneReader.h>
 
@@ -203,41 +202,6 @@ INSTANTIATE_TEST_SUITE_P(
         ClipCase{"short open groups", {.frames = 270, .gop = 12, .groups = test::GroupOfPictures::open}},
         ClipCase{"fields",
                  {.frames = 270, .gop = 12, .outputArguments = {"-flags", "+ildct+ilme", "-x264-params", "tff=1"}}}));
-
-/// Decibels by which a picture's luma stands above what makes another one differ from it.
-double likeness(const AVFrame& a, const AVFrame& b) {
-  double error = 0;
-  for (int y = 0; y < a.height; ++y) {
-    for (int x = 0; x < a.width; ++x) {
-      const int d = a.data[0][y * a.linesize[0] + x] - b.data[0][y * b.linesize[0] + x];
-      error += d * d;
-    }
-  }
-  return 10 * std::log10(255.0 * 255.0 * a.width * a.height / (error + 1));
-}
-
-TEST(BackwardsExport, OfRealClipsShowsTheirPicturesFromTheEnd) {
-  const char* folder = std::getenv("CLIPWORKS_MEDIA");
-  if (folder == nullptr) GTEST_SKIP() << "CLIPWORKS_MEDIA names no folder with clips";
-  for (const char* name : {"camcorder_1080p_baseline_2997.mp4", "noelst_bframes_audiofirst.mp4", "amr_h263.3gp"}) {
-    SCOPED_TRACE(name);
-    const test::TemporaryDirectory directory;
-    const auto source = MediaFile::open(fs::path(folder) / name).value();
-    const auto path = directory.file("backwards.mp4");
-    const auto report = ExportRun(backwardsJob(source, path)).run();
-    ASSERT_TRUE(report) << report.error().sentence;
-    const auto made = MediaFile::open(path).value();
-    auto shown = PictureReader::open(source, streamOf(*source, StreamKind::video)->index).value();
-    auto backwards = PictureReader::open(made, streamOf(*made, StreamKind::video)->index).value();
-    const std::size_t count = shown.table().pictureCount();
-    ASSERT_EQ(backwards.table().pictureCount(), count);
-    for (const std::size_t picture : {std::size_t{0}, count / 3, count / 2, count - 1}) {
-      const auto there = shown.picture(picture).value();
-      const auto here = backwards.picture(count - 1 - picture).value();
-      EXPECT_GT(likeness(*there, *here), 30) << picture;
-    }
-  }
-}
 
 }  // namespace
 }  // namespace clipworks::engine
