@@ -27,17 +27,19 @@ double jitterOf(AVCodecID codec) {
 Expected<SoundReader> SoundReader::open(std::shared_ptr<const MediaFile> file, int stream) {
   const StreamFacts& facts = file->stream(stream);
   SoundReader reader(std::move(file), facts);
-  auto decoder = openDecoder(reader.file_->parameters(stream), AVRational{1, facts.timescale}, 1, reader.file_->name());
-  if (!decoder) return tl::make_unexpected(decoder.error());
-  reader.decoder_ = std::move(*decoder);
   if (auto started = reader.restart(); !started) return tl::make_unexpected(started.error());
   return reader;
 }
 
+// With a decoder that knows of nothing: some keep a little of what they decoded when they are flushed.
 Expected<void> SoundReader::restart() {
   auto packets = file_->openStream(facts_->index);
   if (!packets) return tl::make_unexpected(packets.error());
   packets_.emplace(std::move(*packets));
+  const AVCodecParameters& parameters = file_->parameters(facts_->index);
+  auto decoder = openDecoder(parameters, AVRational{1, facts_->timescale}, 1, file_->name());
+  if (!decoder) return tl::make_unexpected(decoder.error());
+  decoder_ = std::move(*decoder);
   forgetDecoded();
   return {};
 }
@@ -68,19 +70,23 @@ Expected<void> SoundReader::jumpTo(std::int64_t position) {
   const std::int64_t from = position - settle;
   const bool ahead = from > end();
   if (!ahead && position >= start_ && anchored_) return {};
-  // In the demuxer that is open: it may have found out where packets are as it read.
-  if (from <= 0 || !packets_->seek(av_rescale(from, facts_->timescale, sampleRate()))) return restart();
+  if (from <= 0) return restart();
+  if (!packets_->seeksWhereItIs()) {
+    if (auto again = restart(); !again) return again;
+  }
+  if (!packets_->seek(av_rescale(from, facts_->timescale, sampleRate()))) return restart();
   forgetDecoded();
   return {};
 }
 
-Expected<void> SoundReader::learnPlaces(std::int64_t from, std::int64_t to) {
+Expected<void> SoundReader::learnPlaces(std::int64_t from, std::int64_t to, const std::stop_token& stop) {
   places_.clear();
   if (auto jumped = jumpTo(from); !jumped) return jumped;
   isLearning_ = true;
   Expected<bool> more = true;
-  while (more && *more && (!anchored_ || end() < to)) more = decodeBlock();
+  while (more && *more && (!anchored_ || end() < to) && !stop.stop_requested()) more = decodeBlock();
   isLearning_ = false;
+  if (stop.stop_requested()) return failed(ErrorKind::cancelled, "cancelled");
   if (!more) return tl::make_unexpected(more.error());
   return {};
 }

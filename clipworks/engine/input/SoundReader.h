@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <vector>
 
 #include <clipworks/engine/Error.h>
@@ -28,8 +29,9 @@ class SoundReader {
   [[nodiscard]] bool jumpsExactly() const;
 
   /// For a file that does not jump exactly: decodes it from position `from` to `to` once, so that later jumps within
-  /// find sound where it lies when all between is read in one go. Takes some 16 bytes for each packet.
-  [[nodiscard]] Expected<void> learnPlaces(std::int64_t from, std::int64_t to);
+  /// find sound where it lies when all between is read in one go. Takes some 16 bytes for each packet. Fails with
+  /// `cancelled` soon after a stop request.
+  [[nodiscard]] Expected<void> learnPlaces(std::int64_t from, std::int64_t to, const std::stop_token& stop = {});
 
   /// Writes `count` samples of every channel from `position` on, interleaved, to `samples`. Cheapest in rising order.
   [[nodiscard]] Expected<void> read(std::int64_t position, std::int64_t count, float* samples);

@@ -28,6 +28,10 @@ class StreamPackets {
   /// Goes to the last place before `ticks` from which decoding can start; false when the container does not allow it.
   [[nodiscard]] bool seek(std::int64_t ticks);
 
+  /// Whether it seeks as well after it has read as when it was new, and quicker, since it has learned where packets
+  /// are. Where times may begin again within a file (Ogg, MPEG streams), demuxers tell wrong ones behind a second seek.
+  [[nodiscard]] bool seeksWhereItIs() const { return (input_->iformat->flags & AVFMT_TS_DISCONT) == 0; }
+
   [[nodiscard]] AVStream& stream() const { return *input_->streams[index_]; }
 
  private:

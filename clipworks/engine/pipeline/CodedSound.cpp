@@ -46,9 +46,9 @@ CodedSound::CodedSound(const SoundJob& job) : job_(job), copied_(packetsUnderWay
 CodedSound::~CodedSound() { abandon(); }
 
 void CodedSound::abandon() {
+  abandoned_.request_stop();
   copied_.abandon();
   const std::lock_guard lock(mutex_);
-  isAbandoned_ = true;
   for (const auto& part : parts_) part.encoding->abandon();
 }
 
@@ -72,7 +72,7 @@ Expected<void> CodedSound::open() {
   }
   {
     const std::lock_guard lock(mutex_);
-    if (isAbandoned_) return failed(ErrorKind::cancelled, "cancelled");
+    if (abandoned_.stop_requested()) return failed(ErrorKind::cancelled, "cancelled");
     parts_ = std::move(opened);
   }
   format_ = parts_.front().encoding->format();
@@ -99,7 +99,7 @@ Expected<void> CodedSound::mixAll(const Part& part) {
   const std::int64_t end = part.sections.end
                                ? std::min(ParallelSoundEncoding::endPacket(*part.sections.end) * portion, job_.length)
                                : job_.length;
-  auto mixer = SoundMixer::open(job_, begin);
+  auto mixer = SoundMixer::open(job_, begin, abandoned_.get_token());
   if (!mixer) return tl::make_unexpected(mixer.error());
   for (std::int64_t at = begin; at < end; at += portion) {
     std::vector<float> samples;

@@ -3,6 +3,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <stop_token>
 #include <vector>
 
 #include <clipworks/engine/Error.h>
@@ -44,8 +45,8 @@ class CodedSound {
   CodecParameters format_;
   BoundedQueue<Packet> copied_;
   Thread copying_;
-  std::mutex mutex_;  // between abandon() and the two below
-  bool isAbandoned_ = false;
+  std::stop_source abandoned_;
+  std::mutex mutex_;         // between abandon() and the parts
   std::vector<Part> parts_;  // set once, by open(); none when the track is copied
   std::size_t part_ = 0;     // the one whose turn it is
 };

@@ -15,10 +15,10 @@ std::int64_t startOfBlock(std::int64_t position) {
 
 }  // namespace
 
-Expected<LaneSound> LaneSound::open(const SoundLane& lane) {
+Expected<LaneSound> LaneSound::open(const SoundLane& lane, std::stop_token stop) {
   auto reader = SoundReader::open(lane.file, lane.stream);
   if (!reader) return tl::make_unexpected(reader.error());
-  LaneSound sound(std::move(*reader), lane.mirror);
+  LaneSound sound(std::move(*reader), lane.mirror, std::move(stop));
   // Every block is reached by a jump, and a click would be heard where it lay beside the one before.
   if (lane.mirror && !sound.reader_.jumpsExactly()) sound.toLearn_ = mirroredRange(lane, sound.sampleRate());
   return sound;
@@ -61,7 +61,7 @@ Expected<void> LaneSound::readMirrored(std::int64_t position, std::int64_t count
 Expected<void> LaneSound::load(std::int64_t start) {
   if (!block_.empty() && blockStart_ == start) return {};
   if (const auto range = std::exchange(toLearn_, std::nullopt)) {
-    if (auto learned = reader_.learnPlaces(range->begin, range->end); !learned) return learned;
+    if (auto learned = reader_.learnPlaces(range->begin, range->end, stop_); !learned) return learned;
   }
   std::vector<float> block = std::move(block_);
   block.resize(static_cast<std::size_t>(blockSamples * channels()));

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <stop_token>
 #include <vector>
 
 #include <clipworks/engine/Error.h>
@@ -16,7 +17,8 @@ namespace clipworks::engine {
 /// what a mirrored lane gives does not depend on where reading began. One thread at a time.
 class LaneSound {
  public:
-  [[nodiscard]] static Expected<LaneSound> open(const SoundLane& lane);
+  /// After a stop request, a first look at where packets lie fails with `cancelled`; it may take seconds.
+  [[nodiscard]] static Expected<LaneSound> open(const SoundLane& lane, std::stop_token stop = {});
 
   [[nodiscard]] int sampleRate() const { return reader_.sampleRate(); }
   [[nodiscard]] int channels() const { return reader_.channels(); }
@@ -34,13 +36,15 @@ class LaneSound {
     std::int64_t begin = 0;
     std::int64_t end = 0;
   };
-  LaneSound(SoundReader reader, std::optional<std::int64_t> mirror) : reader_(std::move(reader)), mirror_(mirror) {}
+  LaneSound(SoundReader reader, std::optional<std::int64_t> mirror, std::stop_token stop)
+      : reader_(std::move(reader)), mirror_(mirror), stop_(std::move(stop)) {}
   static Range mirroredRange(const SoundLane& lane, int sampleRate);
   Expected<void> readMirrored(std::int64_t position, std::int64_t count, float* samples);
   Expected<void> load(std::int64_t start);
 
   SoundReader reader_;
   std::optional<std::int64_t> mirror_;
+  std::stop_token stop_;
   std::optional<Range> toLearn_;  // where the file does not tell its places to the sample; before the first block
   std::vector<float> block_;      // interleaved, in the media's order; empty before the first one
   std::int64_t blockStart_ = 0;   // on the media's clock

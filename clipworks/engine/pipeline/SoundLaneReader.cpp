@@ -111,8 +111,8 @@ bool SoundLaneReader::mayStartAt(std::int64_t from, const SoundLane& lane, int s
 }
 
 Expected<std::unique_ptr<SoundLaneReader>> SoundLaneReader::open(const SoundLane& lane, int sampleRate, int channels,
-                                                                 std::int64_t from) {
-  auto sound = LaneSound::open(lane);
+                                                                 std::int64_t from, std::stop_token stop) {
+  auto sound = LaneSound::open(lane, std::move(stop));
   if (!sound) return tl::make_unexpected(sound.error());
   std::unique_ptr<SoundLaneReader> opened(new SoundLaneReader(lane, std::move(*sound), channels));
   if (auto ready = opened->prepareConverter(sampleRate); !ready) return tl::make_unexpected(ready.error());

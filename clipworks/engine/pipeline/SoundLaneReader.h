@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <vector>
 
 #include <clipworks/engine/Error.h>
@@ -20,8 +21,10 @@ namespace clipworks::engine {
 class SoundLaneReader {
  public:
   /// The lane must outlive the reader. Starts at `from`, in samples of the output: 0, or where `mayStartAt` allows it.
+  /// `stop` as for `LaneSound`.
   [[nodiscard]] static Expected<std::unique_ptr<SoundLaneReader>> open(const SoundLane& lane, int sampleRate,
-                                                                       int channels, std::int64_t from);
+                                                                       int channels, std::int64_t from,
+                                                                       std::stop_token stop = {});
 
   /// Whether a reader that starts at `from` gives what one gives that has read all before: nothing that is
   /// stretched, and no seam, lies there, and neither the lane's rate nor its file needs what came before.

@@ -4,11 +4,11 @@
 
 namespace clipworks::engine {
 
-Expected<SoundMixer> SoundMixer::open(const SoundJob& job, std::int64_t from) {
+Expected<SoundMixer> SoundMixer::open(const SoundJob& job, std::int64_t from, const std::stop_token& stop) {
   SoundMixer mixer(job.encoder.channels);
   for (const auto& lane : job.lanes) {
     if (lane.volume == 0) continue;
-    auto reader = SoundLaneReader::open(lane, job.encoder.sampleRate, job.encoder.channels, from);
+    auto reader = SoundLaneReader::open(lane, job.encoder.sampleRate, job.encoder.channels, from, stop);
     if (!reader) return tl::make_unexpected(reader.error());
     mixer.lanes_.push_back(std::move(*reader));
   }

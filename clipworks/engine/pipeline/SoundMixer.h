@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <vector>
 
 #include <clipworks/engine/Error.h>
@@ -16,8 +17,9 @@ namespace clipworks::engine {
 class SoundMixer {
  public:
   /// The job must outlive the mixer. Starts at `from`, in samples: 0, or where every lane allows it and nothing is
-  /// limited.
-  [[nodiscard]] static Expected<SoundMixer> open(const SoundJob& job, std::int64_t from);
+  /// limited. `stop` as for `LaneSound`.
+  [[nodiscard]] static Expected<SoundMixer> open(const SoundJob& job, std::int64_t from,
+                                                 const std::stop_token& stop = {});
   /// The next `count` samples, interleaved.
   [[nodiscard]] Expected<void> next(std::int64_t count, std::vector<float>& samples);
 
