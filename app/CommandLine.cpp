@@ -155,12 +155,11 @@ Result<Command*, Failure> CommandLine::parse(Part& part, const std::vector<const
     const std::string command = chosen.empty() ? "" : chosen.front()->get_name() + " ";
     return wrongUse(sentenceFor(part.parser, error) + "; \"clipworks " + command + "--help\" tells more");
   }
-  if (part.parser.get_subcommands().empty())
-    return wrongUse("a command is needed; \"clipworks --help\" lists them");
+  if (part.parser.get_subcommands().empty()) return wrongUse("a command is needed; \"clipworks --help\" lists them");
   const std::string name = part.parser.get_subcommands().front()->get_name();
-  return std::find_if(part.commands.begin(), part.commands.end(), [&name](const auto& command) {
-           return command->name() == name;
-         })->get();
+  return std::find_if(part.commands.begin(), part.commands.end(),
+                      [&name](const auto& command) { return command->name() == name; })
+      ->get();
 }
 
 Result<std::vector<Command*>, Failure> CommandLine::parse(int argc, const char* const* argv) {

@@ -213,8 +213,8 @@ class EditRun {
     for (std::size_t i = 0; i < wanted.times.size(); ++i) {
       fs::path path = place;
       if (wanted.times.size() > 1) {
-        path.replace_filename(fmt::format("{}-{:0{}}{}", place.stem().string(), i + 1, digits,
-                                          place.extension().string()));
+        path.replace_filename(
+            fmt::format("{}-{:0{}}{}", place.stem().string(), i + 1, digits, place.extension().string()));
       }
       pictures.push_back({wanted.times[i], path});
     }
@@ -248,6 +248,8 @@ class EditRun {
 
 }  // namespace
 
-Outcome runEdit(const std::vector<StepCommand*>& steps, const Program& program) { return EditRun(steps, program).run(); }
+Outcome runEdit(const std::vector<StepCommand*>& steps, const Program& program) {
+  return EditRun(steps, program).run();
+}
 
 }  // namespace clipworks::app

@@ -29,8 +29,7 @@ sigset_t endingSignals() {
 
 }  // namespace
 
-Interruption::Interruption(std::function<void()> onImmediateEnd)
-    : onImmediateEnd_(std::move(onImmediateEnd)) {
+Interruption::Interruption(std::function<void()> onImmediateEnd) : onImmediateEnd_(std::move(onImmediateEnd)) {
   // A reader of ours that goes away must not kill us between two files; the failed write is seen instead.
   std::signal(SIGPIPE, SIG_IGN);
   const sigset_t signals = endingSignals();

@@ -67,13 +67,13 @@ class Reporter {
     std::string sentence;
   };
 
-  std::vector<DamagedMedia> damaged_;                          // guarded by mutex_
-  std::vector<std::filesystem::path> outputs_;                 // guarded by mutex_
-  std::vector<FailedInput> failedInputs_;                      // guarded by mutex_
-  double shownProgress_ = -1;                                  // guarded by mutex_
-  bool barIsShown_ = false;                                    // guarded by mutex_
-  bool hasEvents_ = true;                                      // guarded by mutex_
-  bool isWritten_ = true;                                      // guarded by mutex_
+  std::vector<DamagedMedia> damaged_;           // guarded by mutex_
+  std::vector<std::filesystem::path> outputs_;  // guarded by mutex_
+  std::vector<FailedInput> failedInputs_;       // guarded by mutex_
+  double shownProgress_ = -1;                   // guarded by mutex_
+  bool barIsShown_ = false;                     // guarded by mutex_
+  bool hasEvents_ = true;                       // guarded by mutex_
+  bool isWritten_ = true;                       // guarded by mutex_
 };
 
 }  // namespace clipworks::app

@@ -8,8 +8,8 @@
 #include <app/Command.h>
 #include <app/CommandLine.h>
 #include <app/Failure.h>
-#include <app/Reporter.h>
 #include <app/Interruption.h>
+#include <app/Reporter.h>
 
 namespace clipworks::app {
 namespace {

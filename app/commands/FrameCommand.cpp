@@ -71,9 +71,9 @@ class FrameCommand final : public StepCommand {
       }
       const auto number = std::get<std::uint64_t>(places_[i]);
       if (number >= times->size()) {
-        return failure(Error{ErrorCode::badArgument,
-                             fmt::format("{} has {} pictures, from #0 to #{}; there is no {}", edit.name(),
-                                         times->size(), times->size() - 1, atTexts_[i])});
+        return failure(
+            Error{ErrorCode::badArgument, fmt::format("{} has {} pictures, from #0 to #{}; there is no {}", edit.name(),
+                                                      times->size(), times->size() - 1, atTexts_[i])});
       }
       wanted.times.push_back((*times)[number]);
     }

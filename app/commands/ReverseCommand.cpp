@@ -25,8 +25,8 @@ class ReverseCommand final : public StepCommand {
 
   Result<Edit, Error> apply(const Edit& edit) const override {
     const auto lacks = [&](ErrorCode code, const char* track, const char* otherwise) {
-      return Error{code, edit.name() + " has no " + track + " track; reversing needs one, unless " + otherwise +
-                             " is given"};
+      return Error{code,
+                   edit.name() + " has no " + track + " track; reversing needs one, unless " + otherwise + " is given"};
     };
     if (!audioOnly_ && !edit.hasPictures()) return failure(lacks(ErrorCode::noPictures, "video", "--audio-only"));
     if (!videoOnly_ && !edit.hasSound()) return failure(lacks(ErrorCode::noSound, "sound", "--video-only"));

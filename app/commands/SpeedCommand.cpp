@@ -34,8 +34,7 @@ class SpeedCommand final : public StepCommand {
       return wrongUse("each stretch needs --from, --to and --ratio");
     for (std::size_t i = 0; i < from_.size(); ++i) {
       if (!std::isfinite(from_[i]) || !std::isfinite(to_[i])) return wrongUse("--from and --to take seconds");
-      if (!std::isfinite(ratio_[i]) || ratio_[i] <= 0)
-        return wrongUse("--ratio must be more than 0, and not infinite");
+      if (!std::isfinite(ratio_[i]) || ratio_[i] <= 0) return wrongUse("--ratio must be more than 0, and not infinite");
       if (from_[i] < 0) return wrongUse("--from must not be negative");
       if (from_[i] >= to_[i]) return wrongUse("--from must come before --to");
       stretches_.push_back({from_[i], to_[i], ratio_[i]});
@@ -43,8 +42,8 @@ class SpeedCommand final : public StepCommand {
     std::sort(stretches_.begin(), stretches_.end(), [](const auto& a, const auto& b) { return a.from > b.from; });
     for (std::size_t i = 1; i < stretches_.size(); ++i) {
       if (stretches_[i].to > stretches_[i - 1].from) {
-        return wrongUse(fmt::format("the stretches from {} and from {} overlap", stretches_[i].from,
-                                    stretches_[i - 1].from));
+        return wrongUse(
+            fmt::format("the stretches from {} and from {} overlap", stretches_[i].from, stretches_[i - 1].from));
       }
     }
     return {};
@@ -55,8 +54,8 @@ class SpeedCommand final : public StepCommand {
     Result<Edit, Error> changed = quality_ == "low" ? madeSmall(edit) : edit;
     for (const auto& stretch : stretches_) {
       if (!changed) return changed;
-      changed = retimed(*changed, CMTimeRange::fromTo(exactSeconds(stretch.from), exactSeconds(stretch.to)),
-                        stretch.ratio);
+      changed =
+          retimed(*changed, CMTimeRange::fromTo(exactSeconds(stretch.from), exactSeconds(stretch.to)), stretch.ratio);
     }
     return changed;
   }

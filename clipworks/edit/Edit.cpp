@@ -105,6 +105,16 @@ void draw(EditState& state, const CGAffineTransform& map, const CGSize& size) {
       segment.place = CGAffineTransformConcat(segment.place.value_or(seenOf(*segment.mediaTrack)), map);
   });
   state.canvas = size;
+  // Turned all the way round, say: nothing needs to be drawn.
+  const auto& segments = state.pictures->segments();
+  const bool isAsRecorded = std::all_of(segments.begin(), segments.end(), [&](const MediaSegment& segment) {
+    if (segment.mediaTrack == nullptr) return true;
+    const CGSize seen = boxOf(naturalSizeOf(*segment.mediaTrack), seenOf(*segment.mediaTrack)).size;
+    return *segment.place == seenOf(*segment.mediaTrack) && seen.width == size.width && seen.height == size.height;
+  });
+  if (!isAsRecorded) return;
+  state.canvas.reset();
+  state.pictures->forEach([](MediaSegment& segment) { segment.place.reset(); });
 }
 
 Edit edited(EditState state) { return Edit(std::make_shared<const EditState>(std::move(state))); }

@@ -18,12 +18,12 @@ struct EditState;
 /// the result is to be coded. A value: cheap to copy, never changed, for any thread. `open` makes one of a file, the
 /// steps (Steps.h) make new ones of it, `plan` and `makeMovie` turn it into a file.
 ///
-/// Keeps its files open. A file that is replaced stays what it was; one that is changed in place is noticed when a movie
-/// is made.
+/// Keeps its files open. A file that is replaced stays what it was; one that is changed in place is noticed when a
+/// movie is made.
 class CLIPWORKS_API Edit {
  public:
-  /// All of a file: its first track of pictures and its first of sound, for as long as its header says. Reads header and
-  /// sample tables only. Fails with `notFound`, `notReadable`, `notAMovie`, `damaged`, `tooLarge` or `unsupported`.
+  /// All of a file: its first track of pictures and its first of sound, for as long as its header says. Reads header
+  /// and sample tables only. Fails with `notFound`, `notReadable`, `notAMovie`, `damaged`, `tooLarge` or `unsupported`.
   [[nodiscard]] static Result<Edit, Error> open(const std::filesystem::path& file);
 
   /// How long it lasts.

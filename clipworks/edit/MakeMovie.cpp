@@ -20,7 +20,8 @@ using Clock = std::chrono::steady_clock;
 
 engine::MovieContainer containerOf(const std::filesystem::path& path, const Edit& edit) {
   std::string extension = path.extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(), [](unsigned char c) { return std::tolower(c); });
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return std::tolower(c); });
   if (extension == ".mov") return *movieContainer(AVFileTypeQuickTimeMovie);
   if (extension == ".m4a" && !edit.hasPictures()) return *movieContainer(AVFileTypeAppleM4A);
   return *movieContainer(AVFileTypeMPEG4);
@@ -80,8 +81,13 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
     }
   });
   if (!report) return failure(fromEngine(report.error()));
-  MovieReport made{std::move(report->path), std::move(planned->tracks), std::move(planned->leftOut), std::move(planned->remarks), {},
-                   planned->length, report->bytes};
+  MovieReport made{std::move(report->path),
+                   std::move(planned->tracks),
+                   std::move(planned->leftOut),
+                   std::move(planned->remarks),
+                   {},
+                   planned->length,
+                   report->bytes};
   if (report->damaged != nullptr) made.damaged = damagedMediaIn(*report->damaged);
   return made;
 }

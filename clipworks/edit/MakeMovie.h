@@ -56,10 +56,10 @@ struct MovieReport {
   std::int64_t bytes = 0;
 };
 
-/// Makes the movie at `path`: MP4, for ".mov" QuickTime, for ".m4a" sound alone. Works on the caller's thread and threads
-/// of its own, and returns when the file is whole under its name, or nothing is left of it. Any number at once.
-/// Fails as `plan` does; with `badArgument` where `path` is one of the edit's own files; with `notFound`, `notWritable`,
-/// `noSpace`, `limitReached`, `damaged`, `noEncoder`, `cancelled` or `internal`.
+/// Makes the movie at `path`: MP4, for ".mov" QuickTime, for ".m4a" sound alone. Works on the caller's thread and
+/// threads of its own, and returns when the file is whole under its name, or nothing is left of it. Any number at once.
+/// Fails as `plan` does; with `badArgument` where `path` is one of the edit's own files; with `notFound`,
+/// `notWritable`, `noSpace`, `limitReached`, `damaged`, `noEncoder`, `cancelled` or `internal`.
 [[nodiscard]] CLIPWORKS_API Result<MovieReport, Error> makeMovie(const Edit& edit, const std::filesystem::path& path,
                                                                  const MovieOptions& options = {});
 

@@ -18,7 +18,8 @@ namespace clipworks {
 namespace {
 
 bool hasMedia(const std::vector<MediaSegment>& segments) {
-  return std::any_of(segments.begin(), segments.end(), [](const auto& segment) { return segment.mediaTrack != nullptr; });
+  return std::any_of(segments.begin(), segments.end(),
+                     [](const auto& segment) { return segment.mediaTrack != nullptr; });
 }
 
 std::vector<ExportTrack> tracksOf(const EditState& state) {
@@ -61,8 +62,7 @@ ExportPreset presetOf(const EditState& state, const PlanOptions& options) {
   if (state.wanted.quality == Quality::small) return *exportPreset(AVAssetExportPresetLowQuality);
   if (state.wanted.quality == Quality::codedPictures) return *exportPreset(AVAssetExportPresetPassthrough);
   const bool hevc = codecOf(state, options.codec) == engine::VideoCodec::hevc;
-  ExportPreset preset =
-      *exportPreset(hevc ? AVAssetExportPresetHEVCHighestQuality : AVAssetExportPresetHighestQuality);
+  ExportPreset preset = *exportPreset(hevc ? AVAssetExportPresetHEVCHighestQuality : AVAssetExportPresetHighestQuality);
   if (state.wanted.quality == Quality::bitRate) {
     preset.keepsCodedPictures = false;
     preset.videoBitRate = state.wanted.pictureBitRate;
@@ -71,7 +71,21 @@ ExportPreset presetOf(const EditState& state, const PlanOptions& options) {
   return preset;
 }
 
-std::vector<PlannedStretch> stretchesOf(const ExportTrack& track) {
+/// When `t`, on the clock of a track's media, is shown as the file itself plays.
+CMTime onFileTimeline(const EditState& state, const MediaTrack& media, const CMTime& t) {
+  for (const auto& source : state.sources) {
+    for (const auto& track : source->asset->tracks()) {
+      if (track->media().get() != &media) continue;
+      for (const auto& segment : track->segments()) {
+        if (!segment.isEmpty() && segment.source.start <= t && t <= segment.source.end())
+          return mapToTarget(segment, t);
+      }
+    }
+  }
+  return t;
+}
+
+std::vector<PlannedStretch> stretchesOf(const EditState& state, const ExportTrack& track) {
   std::vector<PlannedStretch> stretches;
   for (const MediaSegment& segment : track.segments) {
     PlannedStretch stretch;
@@ -79,7 +93,9 @@ std::vector<PlannedStretch> stretchesOf(const ExportTrack& track) {
     if (segment.mediaTrack == nullptr) {
       stretch.kind = segment.gap == SegmentGap::hold ? PlannedStretch::Kind::held : PlannedStretch::Kind::black;
     } else {
-      stretch.source = segment.source;
+      const auto& media = *segment.mediaTrack;
+      stretch.source = CMTimeRange::fromTo(onFileTimeline(state, media, segment.source.start),
+                                           onFileTimeline(state, media, segment.source.end()));
       stretch.file = segment.mediaTrack->file()->name();
       stretch.backwards = segment.backwards;
     }
@@ -90,7 +106,8 @@ std::vector<PlannedStretch> stretchesOf(const ExportTrack& track) {
 
 std::int64_t picturesShown(const engine::PictureJob& job) {
   std::int64_t count = 0;
-  for (const auto& placement : job.placements) count += static_cast<std::int64_t>(job.runs[placement.run].pictures.size());
+  for (const auto& placement : job.placements)
+    count += static_cast<std::int64_t>(job.runs[placement.run].pictures.size());
   return count;
 }
 
@@ -101,7 +118,8 @@ std::int64_t copiedBytes(const engine::PictureJob& job) {
     const auto& run = job.runs[placement.run];
     const auto table = run.file->pictureTable(run.stream);
     if (!table) continue;
-    for (const auto& shown : run.written()) bytes += (*table)->samples()[(*table)->sampleOfPicture(shown.picture)].bytes;
+    for (const auto& shown : run.written())
+      bytes += (*table)->samples()[(*table)->sampleOfPicture(shown.picture)].bytes;
   }
   return bytes;
 }
@@ -167,12 +185,12 @@ Result<Plan, Error> planOf(const EditState& state, const PlanOptions& options) {
   for (const auto& part : state.leftOut) plan.leftOut.push_back({part.what, part.why});
   if (planned->job.pictures) {
     plan.tracks.push_back(pictureTrack(*planned->job.pictures, planned->tracks.front()));
-    plan.tracks.back().stretches.push_back(stretchesOf(tracks.front()));
+    plan.tracks.back().stretches.push_back(stretchesOf(state, tracks.front()));
   }
   if (planned->job.sound) {
     plan.tracks.push_back(soundTrack(*planned->job.sound));
     for (const auto& track : tracks) {
-      if (track.mediaType == AVMediaType::audio) plan.tracks.back().stretches.push_back(stretchesOf(track));
+      if (track.mediaType == AVMediaType::audio) plan.tracks.back().stretches.push_back(stretchesOf(state, track));
     }
   }
   plan.job = std::make_shared<const engine::ExportJob>(std::move(planned->job));
@@ -180,19 +198,21 @@ Result<Plan, Error> planOf(const EditState& state, const PlanOptions& options) {
   return plan;
 }
 
-std::string textOf(const PlannedStretch& stretch) {
+std::string textOf(const PlannedStretch& stretch, bool isPictures) {
   std::string text = "    " + shownSeconds(stretch.target.start) + " to " + shownSeconds(stretch.target.end()) + " s: ";
   switch (stretch.kind) {
     case PlannedStretch::Kind::black:
-      return text + "nothing";
+      return text + (isPictures ? "black" : "silence");
     case PlannedStretch::Kind::held:
-      return text + "what came before stays";
+      return text + (isPictures ? "the picture before stays" : "silence");
     case PlannedStretch::Kind::media:
       break;
   }
-  text += stretch.file + " from " + shownSeconds(stretch.source.start) + " to " + shownSeconds(stretch.source.end()) + " s";
+  text +=
+      stretch.file + " from " + shownSeconds(stretch.source.start) + " to " + shownSeconds(stretch.source.end()) + " s";
   if (stretch.source.duration != stretch.target.duration && stretch.source.duration > kCMTimeZero) {
-    text += ", " + shortNumber(stretch.target.duration.seconds() / stretch.source.duration.seconds()) + " times as long";
+    text +=
+        ", " + shortNumber(stretch.target.duration.seconds() / stretch.source.duration.seconds()) + " times as long";
   }
   return text + (stretch.backwards ? ", backwards" : "");
 }
@@ -214,7 +234,7 @@ std::string textOf(const PlannedTrack& track) {
   // A loop of many copies is told by its first lines.
   constexpr std::size_t mostLines = 12;
   for (const auto& list : track.stretches) {
-    for (std::size_t i = 0; i < std::min(list.size(), mostLines); ++i) text += textOf(list[i]) + "\n";
+    for (std::size_t i = 0; i < std::min(list.size(), mostLines); ++i) text += textOf(list[i], isPictures) + "\n";
     if (list.size() > mostLines) text += "    and " + std::to_string(list.size() - mostLines) + " stretches more\n";
   }
   return text;

@@ -20,7 +20,8 @@ struct ExportJob;
 
 /// The codec of pictures that are encoded.
 enum class CodecChoice {
-  /// HEVC where the first file is HEVC and its pictures are neither drawn nor turned round, so that what is right already
+  /// HEVC where the first file is HEVC and its pictures are neither drawn nor turned round, so that what is right
+  /// already
   /// is copied; else H.264.
   automatic,
   h264,
@@ -42,9 +43,9 @@ struct PlannedStretch {
     held,   ///< the picture stays, the sound is silent
   };
   Kind kind = Kind::media;
-  CMTimeRange target;       ///< in the new movie
-  CMTimeRange source;       ///< on the clock of the file's track; of media only
-  std::string file;         ///< its name; of media only
+  CMTimeRange target;  ///< in the new movie
+  CMTimeRange source;  ///< on the file's timeline, which starts at zero; of media only
+  std::string file;    ///< its name; of media only
   bool backwards = false;
   friend bool operator==(const PlannedStretch&, const PlannedStretch&) = default;
 };
@@ -59,12 +60,12 @@ struct PlannedTrack {
   std::string encoder;
   /// One sentence: why it is not copied, what is not shown; may be empty.
   std::string remark;
-  int width = 0;               ///< of pictures, in pixels as they are coded
+  int width = 0;  ///< of pictures, in pixels as they are coded
   int height = 0;
-  std::int64_t pictures = 0;   ///< how many are shown, copies of the same one too
-  int sampleRate = 0;          ///< of sound, in hertz
-  int channels = 0;            ///< of sound
-  std::int64_t bitRate = 0;    ///< bits a second that are asked for; 0: constant quality, or copied
+  std::int64_t pictures = 0;  ///< how many are shown, copies of the same one too
+  int sampleRate = 0;         ///< of sound, in hertz
+  int channels = 0;           ///< of sound
+  std::int64_t bitRate = 0;   ///< bits a second that are asked for; 0: constant quality, or copied
   /// Of pictures one list, of sound one for each that is mixed.
   std::vector<std::vector<PlannedStretch>> stretches;
 };

@@ -12,9 +12,9 @@
 #include <clipworks/media/time/CMTime.h>
 #include <clipworks/media/time/CMTimeRange.h>
 
-/// The steps: functions from an edit to an edit. Times and rectangles of a step are those of what the edit shows that it
-/// is given. They read at most headers and sample tables of files that they add; nothing is decoded, written or printed.
-/// Each is in a source file of its own, with its rule. From any thread.
+/// The steps: functions from an edit to an edit. Times and rectangles of a step are those of what the edit shows that
+/// it is given. They read at most headers and sample tables of files that they add; nothing is decoded, written or
+/// printed. Each is in a source file of its own, with its rule. From any thread.
 namespace clipworks {
 
 /// A length or an instant that somebody typed, as the fraction that was meant: 2.1 is 21/10 s, in lowest terms; finer
@@ -26,8 +26,8 @@ namespace clipworks {
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> looped(const Edit& edit, std::int64_t count);
 
 /// Makes `stretch` last `ratio` times as long: 2 is half the speed, 0.5 double the speed. The sound keeps its pitch.
-/// Fails with `noPictures`, `noSound`, or with `badArgument` where the stretch does not lie in the edit, would vanish, or
-/// would last more than 1000 hours.
+/// Fails with `noPictures`, `noSound`, or with `badArgument` where the stretch does not lie in the edit, would vanish,
+/// or would last more than 1000 hours.
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> retimed(const Edit& edit, const CMTimeRange& stretch, double ratio);
 
 /// Plays it backwards. Fails with `noPictures` or `noSound`.
@@ -38,8 +38,9 @@ enum class Turn { right, half, left };
 /// Turns the pictures. Fails with `noPictures`.
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> turned(const Edit& edit, Turn turn);
 
-/// Shows `rect` of the pictures, in pixels as they are seen. Sides are made whole, and even by leaving the last column or
-/// line out, which the plan tells. Fails with `noPictures`, or with `badArgument` where it reaches out of the picture.
+/// Shows `rect` of the pictures, in pixels as they are seen. Sides are made whole, and even by leaving the last column
+/// or line out, which the plan tells. Fails with `noPictures`, or with `badArgument` where it reaches out of the
+/// picture.
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> cropped(const Edit& edit, const CGRect& rect);
 
 /// A recording that is laid over an edit.
@@ -49,14 +50,14 @@ struct NarratedPiece {
   double volume = 1;           ///< factor of its level, from 0 to 1000
 };
 /// Lays recordings over the sound, which plays at `baseVolume`, a factor from 0 to 1000. Pieces may overlap; one that
-/// runs past the end makes the movie longer, the last picture stays. Fails with `noPictures`, `noSound`, as `Edit::open`,
-/// or with `badArgument` for volumes, and where a piece would start behind the end.
+/// runs past the end makes the movie longer, the last picture stays. Fails with `noPictures`, `noSound`, as
+/// `Edit::open`, or with `badArgument` for volumes, and where a piece would start behind the end.
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> narrated(const Edit& edit, const std::vector<NarratedPiece>& pieces,
                                                          double baseVolume = 1);
 
-/// Has the pictures encoded `height` pixels high, as wide as their shape asks, at `bitRate` bits a second on average or,
-/// for 0, at constant quality; smaller ones are enlarged. The sound becomes stereo at 44.1 kHz and 128 kb/s.
-/// Fails with `noPictures`, or with `badArgument` for a height or a shape that gives no picture of 1 to 16,384 pixels.
+/// Has the pictures encoded `height` pixels high, as wide as their shape asks, at `bitRate` bits a second on average
+/// or, for 0, at constant quality; smaller ones are enlarged. The sound becomes stereo at 44.1 kHz and 128 kb/s. Fails
+/// with `noPictures`, or with `badArgument` for a height or a shape that gives no picture of 1 to 16,384 pixels.
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> compressed(const Edit& edit, int height, std::int64_t bitRate);
 
 /// Keeps `range` alone. Fails with `badArgument` where nothing of the edit lies in it.

@@ -231,8 +231,8 @@ class Taking {
 
   [[nodiscard]] Error because(const CMTime& at, Error why) const {
     if (why.code == ErrorCode::cancelled) return why;
-    return {why.code, "no picture of " + edit_.name() + " could be taken at " + shortNumber(at.seconds()) + ": " +
-                          why.sentence};
+    return {why.code,
+            "no picture of " + edit_.name() + " could be taken at " + shortNumber(at.seconds()) + ": " + why.sentence};
   }
 
   const Edit& edit_;

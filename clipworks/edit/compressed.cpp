@@ -33,8 +33,8 @@ Result<Edit, Error> compressed(const Edit& edit, int height, std::int64_t bitRat
   const CGSize size{evenFrom(width), evenFrom(height)};
   const double scale = std::max(size.width / seen.width, size.height / seen.height);
   EditState state = edit.state();
-  draw(state,
-       {scale, 0, 0, scale, (size.width - scale * seen.width) / 2, (size.height - scale * seen.height) / 2}, size);
+  draw(state, {scale, 0, 0, scale, (size.width - scale * seen.width) / 2, (size.height - scale * seen.height) / 2},
+       size);
   state.wanted.quality = Wanted::Quality::bitRate;
   state.wanted.pictureBitRate = bitRate;
   return edited(std::move(state));

@@ -18,8 +18,7 @@ bool isVolume(double volume) { return volume >= 0 && volume <= greatestVolume; }
 Result<Sound, Error> laidOver(const Edit& edit, const NarratedPiece& piece, const Source& source) {
   const CMTime length = source.asset->duration();
   auto recorded = firstTrack(source, AVMediaType::audio, length);
-  if (!recorded)
-    return failed(ErrorCode::noSound, source.name() + " has no sound track; a piece needs one");
+  if (!recorded) return failed(ErrorCode::noSound, source.name() + " has no sound track; a piece needs one");
   if (!piece.at.isNumeric() || piece.at < kCMTimeZero)
     return failed(ErrorCode::badArgument, source.name() + " would start before the clip");
   if (piece.at >= edit.duration()) {

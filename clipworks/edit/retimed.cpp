@@ -57,8 +57,7 @@ Result<Edit, Error> retimed(const Edit& edit, const CMTimeRange& asked, double r
   }
   const CMTimeRange stretch = CMTimeRange::fromTo(asked.start, CMTimeMinimum(asked.end(), end));
   if (stretch.duration.seconds() * ratio > mostHours * 3600) {
-    return failed(ErrorCode::badArgument,
-                  "the stretch would be longer than " + wholeNumber(mostHours) + " hours");
+    return failed(ErrorCode::badArgument, "the stretch would be longer than " + wholeNumber(mostHours) + " hours");
   }
   const CMTime exactRatio = exactSeconds(ratio);
   const CMTime length = times(stretch.duration, exactRatio);

@@ -36,8 +36,8 @@ class FileHandle {
 
  private:
   int descriptor_;
-  std::int64_t openedSize_ = 0;      // bytes
-  timespec openedTime_{};  // of its last change of content
+  std::int64_t openedSize_ = 0;  // bytes
+  timespec openedTime_{};        // of its last change of content
 };
 
 }  // namespace clipworks::engine

@@ -66,7 +66,7 @@ offers "auto h264 hevc" --codec ""
 offers "auto h264 hevc" --codec =
 offers "h264 hevc" --codec = h
 offers "-o dirnames" --outputs ""
-offers "--outputs" --ou
+offers "--output --outputs" --ou
 offers "-o default" loop clip
 offers "--count --codec" loop --co
 offers "" loop --count ""
@@ -80,7 +80,7 @@ offers "-o default" narrate clip.mp4 --piece voice
 offers "720p" compress --preset 7
 offers "720p" preview --preset = 7
 offers "" record ""
-offers "--for" record --f
+offers "--for --force" record --fo
 offers "" unknown ""
 
 ((faults == 0)) || exit 1

@@ -40,7 +40,7 @@ std::vector<int> backwards(int count) {
 TEST(Reverse, PlaysTheClipBackwardsUnderItsName) {
   const TemporaryDirectory outputs;
   const TemporaryDirectory temp;
-  const auto result = runClipworks({"--json", "--verbose", "--outputs", outputs.path(), "--temp", temp.path(),
+  const auto result = runClipworks({"--json", "--outputs", outputs.path(), "--temp", temp.path(),
                                     "reverse", datedClip(), "--name", "back"});
   ASSERT_EQ(result.exitCode, 0) << result;
   EXPECT_EQ(result.standardError, "");
@@ -59,9 +59,6 @@ TEST(Reverse, PlaysTheClipBackwardsUnderItsName) {
   EXPECT_EQ(values.back(), 1);
   EXPECT_GT(values.size(), 20U) << "the pictures tell how far they are";
   EXPECT_EQ(std::count_if(values.begin(), values.end(), [](double value) { return value == 1; }), 1);
-  std::vector<std::string> lines;
-  for (const auto& event : eventsOf(result, "log")) lines.push_back(event.at("line"));
-  EXPECT_THAT(lines, testing::Contains("Finished video reversing"));
 }
 
 TEST(Reverse, IsNotHeldToAPoorDataRate) {
@@ -155,7 +152,7 @@ TEST(Reverse, NeverReplacesItsInput) {
   std::filesystem::copy_file(BarCodeClip({.frames = 5}).path(), outputs.path() / "clip.mp4");
   const auto result =
       runClipworks({"--outputs", outputs.path(), "reverse", outputs.path() / "clip.mp4", "--name", "clip"});
-  EXPECT_EQ(result.exitCode, 1) << result;
+  EXPECT_EQ(result.exitCode, 2) << result;
   EXPECT_THAT(result.standardError, HasSubstr("is the input itself"));
 }
 

@@ -30,7 +30,8 @@ Expected<std::unique_ptr<OutputFile>> OutputFile::create(const std::filesystem::
   const std::string what = "nothing can be written to " + directory.string();
   // Found again when the file gets its name; said here, it costs nobody an export.
   struct stat facts {};
-  if (::lstat(path.c_str(), &facts) == 0 && (existing == Existing::kept || (existing == Existing::replaced && S_ISDIR(facts.st_mode)))) {
+  if (::lstat(path.c_str(), &facts) == 0 &&
+      (existing == Existing::kept || (existing == Existing::replaced && S_ISDIR(facts.st_mode)))) {
     return tl::make_unexpected(unwritable(path.filename().string() + " cannot be put in place", EEXIST));
   }
   int descriptor = ::open(directory.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, newFileMode);

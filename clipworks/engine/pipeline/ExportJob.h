@@ -120,7 +120,7 @@ struct SoundJob {
 /// All that an export needs to know, without a question left to the platform.
 struct ExportJob {
   std::filesystem::path path;
-  std::int64_t fileLengthLimit = 0;    ///< bytes; 0 is no limit
+  std::int64_t fileLengthLimit = 0;  ///< bytes; 0 is no limit
   OutputFile::Existing existing = OutputFile::Existing::kept;
   bool isStrict = false;               ///< damaged pictures are a failure
   std::int32_t movieTimescale = 1000;  ///< such that the lengths of both tracks come out whole

@@ -138,10 +138,10 @@ Result<ExportPlan, NSError> planExport(const std::vector<ExportTrack>& tracks,
 
   auto planned = videoComposition != nullptr ? planRenderedPictures(pictures, *videoComposition, end, preset, plan)
                  : pictures.empty()          ? Result<void, NSError>{}
-                 : preset.fixedSize
-                     ? planDrawnPictures(fitted(*pictures.front(), *preset.fixedSize), preset, "their size is asked for", plan)
-                 : pictures.front()->canvas ? planDrawnPictures(*pictures.front(), preset, "they are drawn anew", plan)
-                                            : planPictures(pictures, preset, plan);
+                 : preset.fixedSize          ? planDrawnPictures(fitted(*pictures.front(), *preset.fixedSize), preset,
+                                                                 "their size is asked for", plan)
+                 : pictures.front()->canvas  ? planDrawnPictures(*pictures.front(), preset, "they are drawn anew", plan)
+                                             : planPictures(pictures, preset, plan);
   if (!planned) return failure(planned.error());
   auto soundJob = planSound(sound, preset);
   if (!soundJob) return failure(soundJob.error());

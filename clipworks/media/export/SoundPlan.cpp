@@ -100,8 +100,8 @@ bool canBeCopied(const engine::SoundJob& job, const ExportPreset& preset, std::s
   const auto& lane = job.lanes.front();
   const auto& piece = lane.pieces.front();
   const auto& facts = lane.file->stream(lane.stream);
-  return facts.codec == "aac" && facts.hasConfiguration && !lane.mirror && lane.volume == 1.0F && !piece.isStretched() &&
-         piece.target == 0 && piece.source <= mostHiddenSamples;
+  return facts.codec == "aac" && facts.hasConfiguration && !lane.mirror && lane.volume == 1.0F &&
+         !piece.isStretched() && piece.target == 0 && piece.source <= mostHiddenSamples;
 }
 
 }  // namespace

@@ -25,7 +25,7 @@ struct ImageSettings {
   CGSize maximumSize{0, 0};  ///< sides that are not positive numbers are no limits
   bool isUpright = false;    ///< by the track's preferred transform
   TimeTolerance tolerance;
-  std::size_t cacheLimit = std::size_t{256} << 20;  ///< bytes
+  std::size_t cacheLimit = engine::CachedPictureReader::usualCacheLimit;  ///< bytes
 };
 
 /// Makes images of an asset's first track of pictures, as it is at the first request. Holds one memory of pictures.
