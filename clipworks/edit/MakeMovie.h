@@ -33,16 +33,16 @@ enum class ExistingFile {
 };
 
 struct MovieOptions {
-  PlanOptions plan;
+  PlanOptions plan{};
   ExistingFile existing = ExistingFile::refused;
   /// Whether damaged pictures of an input are a failure; else what could be decoded is shown.
   bool isStrict = false;
   /// The most bytes that the file may have; 0 is no limit.
   std::int64_t mostBytes = 0;
   /// Called on the caller's thread as the work goes on. What it throws ends the work and is passed on.
-  std::function<void(const Progress&)> onProgress;
+  std::function<void(const Progress&)> onProgress{};
   /// A request ends the work within a tenth of a second.
-  std::stop_token stop;
+  std::stop_token stop{};
 };
 
 /// What became of an edit.

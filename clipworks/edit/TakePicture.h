@@ -32,8 +32,8 @@ struct PictureOptions {
   /// Whether a damaged picture is a failure; else what could be decoded is shown.
   bool isStrict = false;
   /// Called on the caller's thread with the share of the pictures that is done. What it throws ends the work.
-  std::function<void(double)> onProgress;
-  std::stop_token stop;
+  std::function<void(double)> onProgress{};
+  std::stop_token stop{};
 };
 
 /// What became of the pictures, in their order.
