@@ -63,20 +63,17 @@ std::vector<CMTime> readTimestamps(AVAssetReader& reader, const std::shared_ptr<
   return timestamps;
 }
 
-SettingsDictionary videoSettings(const AVAssetTrack& videoTrack, bool keepsDataRate) {
-  constexpr float constantQuality = 0;  // as a bit rate
-  const float bitRate = keepsDataRate ? videoTrack.estimatedDataRate() : constantQuality;
+SettingsDictionary videoSettings(const AVAssetTrack& videoTrack) {
   const CGSize size = videoTrack.naturalSize();
   return {{AVVideoCodecKey, AVVideoCodecTypeH264},
           {AVVideoWidthKey, size.width},
           {AVVideoHeightKey, size.height},
-          {AVVideoCompressionPropertiesKey, SettingsDictionary{{AVVideoAverageBitRateKey, bitRate}}}};
+          {AVVideoCompressionPropertiesKey, SettingsDictionary{{AVVideoAverageBitRateKey, videoTrack.estimatedDataRate()}}}};
 }
 
 /// Puts the input together and starts the writer at the source's first picture: the file keeps the source's timeline.
 void startWriter(Run& run) {
-  const bool keepsDataRate = run.converter->keepsDataRate();
-  run.writerInput = AVAssetWriterInput::make(AVMediaTypeVideo, videoSettings(*run.videoTrack, keepsDataRate));
+  run.writerInput = AVAssetWriterInput::make(AVMediaTypeVideo, videoSettings(*run.videoTrack));
   run.writerInput->setExpectsMediaDataInRealTime(false);
   run.writerInput->setTransform(run.videoTrack->preferredTransform());
   run.adaptor = AVAssetWriterInputPixelBufferAdaptor::make(run.writerInput);

@@ -57,16 +57,6 @@ void VideoReverseConverter::setDelegate(std::weak_ptr<VideoReverseDelegate> dele
   delegate_ = std::move(delegate);
 }
 
-bool VideoReverseConverter::keepsDataRate() const {
-  const std::lock_guard lock(mutex_);
-  return keepsDataRate_;
-}
-
-void VideoReverseConverter::setKeepsDataRate(bool keepsDataRate) {
-  const std::lock_guard lock(mutex_);
-  keepsDataRate_ = keepsDataRate;
-}
-
 void VideoReverseConverter::reverse(std::optional<std::string> fileName, Completion onComplete) {
   const auto group = DispatchGroup::make();
   const auto results = std::make_shared<HalfResults>();

@@ -35,10 +35,6 @@ class CLIPWORKS_API VideoReverseConverter : public std::enable_shared_from_this<
   /// Who hears of the progress; nobody at first. It may be changed while a reversal runs.
   [[nodiscard]] std::weak_ptr<VideoReverseDelegate> delegate() const;
   void setDelegate(std::weak_ptr<VideoReverseDelegate> delegate);
-  /// Whether the pictures are coded at the source's data rate, which is how it begins; else they are coded at constant,
-  /// visually transparent quality, in as many bits as that takes. Reversals that start later go by it.
-  [[nodiscard]] bool keepsDataRate() const;
-  void setKeepsDataRate(bool keepsDataRate);
 
   /// `reverse(fileName:onComplete:)`. Returns at once. Reverses pictures and sound at the same time, then joins them in
   /// the temporary directory of the file-location service, in a file named `fileName`, or a new UUID, with ".mp4"
@@ -49,7 +45,7 @@ class CLIPWORKS_API VideoReverseConverter : public std::enable_shared_from_this<
 
   /// `reverseVideoOnly(onComplete:)`. Returns at once. Writes the pictures backwards, at the source's own picture
   /// times, to "reversed_video.mov" in the documents directory; one of that name is deleted. H.264 at the source's data
-  /// rate (but see `setKeepsDataRate`), coded as the source is and turned by its matrix. Prints "Starting video
+  /// rate, coded as the source is and turned by its matrix. Prints "Starting video
   /// reversing", "Reading samples to get timestamps", "Finishing first read", "Got image" and "Append image at " for
   /// each picture, and "Finished video reversing"; or why not: "could not initialize reader.", "could not retrieve the
   /// video track.", "Failed: ". A failure to write a picture is not noticed: success is reported all the same, without
@@ -70,7 +66,6 @@ class CLIPWORKS_API VideoReverseConverter : public std::enable_shared_from_this<
   const URL videoURL_;
   mutable std::mutex mutex_;
   std::weak_ptr<VideoReverseDelegate> delegate_;  // guarded by mutex_
-  bool keepsDataRate_ = true;                     // guarded by mutex_
 };
 
 }  // namespace clipworks

@@ -1,23 +1,10 @@
 #include <clipworks/stillpress/ImageConverter.h>
 
-#include <atomic>
 #include <exception>
 
 #include <clipworks/engine/pictures/StillImage.h>
 
 namespace clipworks {
-namespace {
-
-std::atomic<bool> keepsMetadataByDefault{true};
-
-}  // namespace
-
-ImageConverter::ImageConverter() : keepsMetadata_(keepsMetadataByDefault) {}
-
-void ImageConverter::setKeepsRecordingMetadataByDefault(bool keepsRecordingMetadata) {
-  keepsMetadataByDefault = keepsRecordingMetadata;
-}
-
 void ImageConverter::convert(const Completion& onComplete) { onComplete(converted()); }
 
 Result<Data, ConverterError> ImageConverter::converted() const {

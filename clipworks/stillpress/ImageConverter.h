@@ -24,17 +24,13 @@ class CLIPWORKS_API ImageConverter : public Converter {
   [[nodiscard]] const std::optional<UIImage>& image() const { return image_; }
   void setImage(std::optional<UIImage> image) { image_ = std::move(image); }
 
-  /// Whether the file tells of the recording; as `setKeepsRecordingMetadataByDefault` left it when the converter was
-  /// made.
+  /// Whether the file tells of the recording; it does unless told otherwise.
   void setKeepsRecordingMetadata(bool keepsRecordingMetadata) { keepsMetadata_ = keepsRecordingMetadata; }
-  /// What converters made from now on start with, for hosts whose operations make them; true unless told otherwise.
-  /// Any thread.
-  static void setKeepsRecordingMetadataByDefault(bool keepsRecordingMetadata);
 
   void convert(const Completion& onComplete) final;
 
  protected:
-  ImageConverter();
+  ImageConverter() = default;
   /// The format's encoder; may throw.
   [[nodiscard]] virtual Result<Data, ConverterError> encode(const engine::StillImage& still) const = 0;
 
@@ -42,7 +38,7 @@ class CLIPWORKS_API ImageConverter : public Converter {
   [[nodiscard]] Result<Data, ConverterError> converted() const;
 
   std::optional<UIImage> image_;
-  bool keepsMetadata_;
+  bool keepsMetadata_ = true;
 };
 
 }  // namespace clipworks

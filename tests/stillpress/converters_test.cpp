@@ -136,9 +136,8 @@ TEST_P(EveryFormat, TellsNothingWhenToldSoOrWhenThereIsNothing) {
   EXPECT_FALSE(tagsOf(stillWith(phone, *converter, directory)).contains("DateTimeOriginal"));
   EXPECT_FALSE(
       tagsOf(stillWith({{"major_brand", "isom"}}, *converterFor(GetParam()), directory)).contains("ExifVersion"));
-  ImageConverter::setKeepsRecordingMetadataByDefault(false);
   const auto made = converterFor(GetParam());
-  ImageConverter::setKeepsRecordingMetadataByDefault(true);
+  made->setKeepsRecordingMetadata(false);
   EXPECT_FALSE(tagsOf(stillWith(phone, *made, directory)).contains("DateTimeOriginal"));
 }
 

@@ -5,18 +5,6 @@
 #include <clipworks/engine/input/MediaFile.h>
 
 namespace clipworks::engine {
-namespace {
-
-std::mutex observerMutex;
-
-std::shared_ptr<DamagedPictures>& observerPlace() {
-  // Never destroyed: readers may outlive the end of main().
-  static auto* instance = new std::shared_ptr<DamagedPictures>();
-  return *instance;
-}
-
-}  // namespace
-
 void DamagedPictures::add(const MediaFile& file, int stream, std::size_t picture) {
   struct stat facts {};
   (void)::fstat(file.handle()->descriptor(), &facts);
@@ -33,19 +21,8 @@ std::vector<DamagedFile> DamagedPictures::files() const {
   return files;
 }
 
-void DamagedPictures::setObserver(std::shared_ptr<DamagedPictures> observer) {
-  const std::lock_guard lock(observerMutex);
-  observerPlace() = std::move(observer);
-}
-
 void DamagedPictures::tell(DamagedPictures* counter, const MediaFile& file, int stream, std::size_t picture) {
   if (counter != nullptr) counter->add(file, stream, picture);
-  std::shared_ptr<DamagedPictures> observer;
-  {
-    const std::lock_guard lock(observerMutex);
-    observer = observerPlace();
-  }
-  if (observer != nullptr) observer->add(file, stream, picture);
 }
 
 }  // namespace clipworks::engine

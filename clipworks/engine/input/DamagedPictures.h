@@ -34,9 +34,7 @@ class DamagedPictures {
   /// In the order in which their first damage was met.
   [[nodiscard]] std::vector<DamagedFile> files() const;
 
-  /// From now on all readers of the process tell `observer`, too, beside what was made to count them; null for nobody.
-  static void setObserver(std::shared_ptr<DamagedPictures> observer);
-  /// Counts a picture in `counter`, unless that is null, and for the observer.
+  /// Counts a picture in `counter`, unless that is null.
   static void tell(DamagedPictures* counter, const MediaFile& file, int stream, std::size_t picture);
 
  private:

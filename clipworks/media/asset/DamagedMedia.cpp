@@ -12,12 +12,4 @@ std::vector<DamagedMedia> damagedMediaIn(const engine::DamagedPictures& counted)
 
 std::string DamagedMedia::sentence() const { return engine::DamagedFile{fileName, pictures}.sentence(); }
 
-DamageWatch::DamageWatch() : counted_(std::make_shared<engine::DamagedPictures>()) {
-  engine::DamagedPictures::setObserver(counted_);
-}
-
-DamageWatch::~DamageWatch() { engine::DamagedPictures::setObserver(nullptr); }
-
-std::vector<DamagedMedia> DamageWatch::damagedMedia() const { return damagedMediaIn(*counted_); }
-
 }  // namespace clipworks

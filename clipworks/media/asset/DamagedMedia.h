@@ -26,20 +26,4 @@ struct CLIPWORKS_API DamagedMedia {
 /// The same for a count of the engine's. Within the platform only.
 [[nodiscard]] std::vector<DamagedMedia> damagedMediaIn(const engine::DamagedPictures& counted);
 
-/// Sees the damaged pictures that anything in the process shows as long as this lives: for hosts, since operations hide
-/// their sessions and generators. One at a time. Any thread.
-class CLIPWORKS_API DamageWatch {
- public:
-  DamageWatch();
-  ~DamageWatch();
-  DamageWatch(const DamageWatch&) = delete;
-  DamageWatch& operator=(const DamageWatch&) = delete;
-
-  /// So far, in the order in which the first damage of each was met.
-  [[nodiscard]] std::vector<DamagedMedia> damagedMedia() const;
-
- private:
-  std::shared_ptr<engine::DamagedPictures> counted_;
-};
-
 }  // namespace clipworks

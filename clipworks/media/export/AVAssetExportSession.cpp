@@ -1,7 +1,6 @@
 #include <clipworks/media/export/AVAssetExportSession.h>
 
 #include <algorithm>
-#include <atomic>
 #include <exception>
 #include <mutex>
 
@@ -17,21 +16,6 @@
 
 namespace clipworks {
 namespace {
-
-std::atomic<bool> keepsMetadataByDefault{true};
-
-/// What stands for both presets of highest quality.
-enum class HighestPreset { itself, h264, hevc };
-std::atomic<HighestPreset> highestPreset{HighestPreset::itself};
-
-/// The preset that a session of that name encodes by.
-std::string_view chosenPreset(std::string_view presetName) {
-  const auto chosen = highestPreset.load();
-  const bool isHighest =
-      presetName == AVAssetExportPresetHighestQuality || presetName == AVAssetExportPresetHEVCHighestQuality;
-  if (chosen == HighestPreset::itself || !isHighest) return presetName;
-  return chosen == HighestPreset::hevc ? AVAssetExportPresetHEVCHighestQuality : AVAssetExportPresetHighestQuality;
-}
 
 /// The sessions between start and completion.
 class LiveSessions {
@@ -78,7 +62,6 @@ class ExportSession final : public AVAssetExportSession {
   void setAudioMix(std::shared_ptr<const AVMutableAudioMix> audioMix) override { audioMix_ = std::move(audioMix); }
   std::shared_ptr<const AVMutableAudioMix> audioMix() const override { return audioMix_; }
   void setKeepsRecordingMetadata(bool keeps) override { keepsMetadata_ = keeps; }
-  void setMetadata(std::map<std::string, std::string> metadata) override { metadata_ = std::move(metadata); }
   std::string presetName() const override { return presetName_; }
 
   void exportAsynchronously(std::function<void()> completionHandler) override;
@@ -107,8 +90,7 @@ class ExportSession final : public AVAssetExportSession {
   bool optimizes_ = false;
   std::shared_ptr<const AVMutableVideoComposition> videoComposition_;
   std::shared_ptr<const AVMutableAudioMix> audioMix_;
-  bool keepsMetadata_ = keepsMetadataByDefault;
-  std::optional<std::map<std::string, std::string>> metadata_;
+  bool keepsMetadata_ = true;
   std::vector<ExportTrack> tracks_;          // what is exported, once it starts
   std::function<void()> completionHandler_;  // likewise
 
@@ -165,7 +147,6 @@ ExportSession::Outcome ExportSession::carryOut(const std::vector<ExportTrack>& t
     plan->job.path = outputURL_->path();
     plan->job.fileLengthLimit = fileLengthLimit_;
     plan->job.container = *container;
-    if (metadata_ && keepsMetadata_) plan->job.metadata = withoutContainerKeys(*metadata_);
     auto report = startRun(std::move(plan->job))->run();
     if (!report) return failure(errorFromEngine(report.error()));
     if (report->damaged != nullptr) {
@@ -246,7 +227,7 @@ std::vector<DamagedMedia> ExportSession::damagedMedia() const {
 
 std::shared_ptr<AVAssetExportSession> AVAssetExportSession::make(const std::shared_ptr<AVAsset>& asset,
                                                                  std::string_view presetName) {
-  const auto preset = exportPreset(chosenPreset(presetName));
+  const auto preset = exportPreset(presetName);
   return asset == nullptr || !preset ? nullptr : makeExportSession(asset, presetName, *preset);
 }
 
@@ -261,16 +242,6 @@ std::shared_ptr<AVAssetExportSession> makeExportSession(const std::shared_ptr<AV
 
 std::vector<std::shared_ptr<AVAssetExportSession>> AVAssetExportSession::liveSessions() {
   return LiveSessions::shared().all();
-}
-
-void AVAssetExportSession::setKeepsRecordingMetadataByDefault(bool keepsRecordingMetadata) {
-  keepsMetadataByDefault = keepsRecordingMetadata;
-}
-
-void AVAssetExportSession::setHighestQualityCodec(std::optional<VideoCodecKind> codec) {
-  highestPreset = !codec                           ? HighestPreset::itself
-                  : *codec == VideoCodecKind::hevc ? HighestPreset::hevc
-                                                   : HighestPreset::h264;
 }
 
 }  // namespace clipworks

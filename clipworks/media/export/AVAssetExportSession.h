@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -94,15 +93,6 @@ class CLIPWORKS_API AVAssetExportSession : public std::enable_shared_from_this<A
   /// Whether the date, place and device of the recording are kept (the default). They are taken from the asset of the
   /// first segment of pictures, else of sound.
   virtual void setKeepsRecordingMetadata(bool keepsRecordingMetadata) = 0;
-  /// What the file says of itself, by the container's keys, in place of what its recording says. It counts only where
-  /// that is kept.
-  virtual void setMetadata(std::map<std::string, std::string> metadata) = 0;
-  /// What sessions made from now on start with; true unless the host says otherwise.
-  static void setKeepsRecordingMetadataByDefault(bool keepsRecordingMetadata);
-  /// What sessions made from now on with one of the two presets of highest quality encode pictures with, whichever of
-  /// the two it is; nothing, the default, leaves it to the preset. For hosts whose users choose: operations choose
-  /// between the presets by an answer that is remembered for the process (`HEVCSupport`), or not at all. Any thread.
-  static void setHighestQualityCodec(std::optional<VideoCodecKind> codec);
 
   /// `exportAsynchronously(completionHandler:)`. Returns at once. The handler is called once, on a thread of the
   /// session, possibly before this returns; then it is destroyed. Where the system allows no more threads, the export

@@ -39,8 +39,6 @@ bool opens(VideoCodecKind codec, int width, int height) {
 
 void EncoderAvailability::withhold(VideoCodecKind codec) { withheld(codec) = true; }
 
-void EncoderAvailability::restore(VideoCodecKind codec) { withheld(codec) = false; }
-
 bool EncoderAvailability::isAvailable(VideoCodecKind codec) {
   // Small: this is asked before every export, and an encoder's memory for large pictures takes time to clear.
   return opens(codec, 320, 180);

@@ -14,8 +14,6 @@ class CLIPWORKS_API EncoderAvailability {
  public:
   /// Makes the platform behave as if it had no encoder for `codec`.
   static void withhold(VideoCodecKind codec);
-  /// Takes `withhold` back, for what asks from now on.
-  static void restore(VideoCodecKind codec);
   /// Whether `codec` can be encoded here: not withheld, and an encoder really opens. The encoder is opened for every
   /// call; one that cannot be tried since the system allows no more threads counts as there.
   [[nodiscard]] static bool isAvailable(VideoCodecKind codec);

@@ -14,36 +14,6 @@ namespace clipworks {
 namespace {
 
 /// The writers between start and end.
-class LiveWriters {
- public:
-  static LiveWriters& shared() {
-    // Never destroyed: writers may outlive the end of main().
-    static auto* instance = new LiveWriters();
-    return *instance;
-  }
-  void add(const std::shared_ptr<AVAssetWriter>& writer) {
-    const std::lock_guard lock(mutex_);
-    std::erase_if(writers_, [](const auto& live) { return live.expired(); });
-    writers_.push_back(writer);
-  }
-  void remove(const AVAssetWriter* writer) {
-    const std::lock_guard lock(mutex_);
-    std::erase_if(writers_, [writer](const auto& live) { return live.lock().get() == writer; });
-  }
-  std::vector<std::shared_ptr<AVAssetWriter>> all() {
-    const std::lock_guard lock(mutex_);
-    std::vector<std::shared_ptr<AVAssetWriter>> writers;
-    for (const auto& live : writers_) {
-      if (auto writer = live.lock()) writers.push_back(std::move(writer));
-    }
-    return writers;
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<std::weak_ptr<AVAssetWriter>> writers_;  // guarded by mutex_
-};
-
 }  // namespace
 
 Result<std::shared_ptr<AVAssetWriter>, NSError> AVAssetWriter::make(const URL& outputURL, AVFileType fileType) {
@@ -82,7 +52,6 @@ void AVAssetWriter::add(std::shared_ptr<AVAssetWriterInput> input) { inputs_.pus
 
 bool AVAssetWriter::startWriting() {
   if (!state_->start()) return false;
-  LiveWriters::shared().add(shared_from_this());
   if (inputs_.empty()) state_->fail(makeError(AVError::unknown, "a writer needs an input"));
   movie_->setMetadata(metadata_);
   for (const auto& input : inputs_) {
@@ -106,7 +75,6 @@ void AVAssetWriter::finishWriting(std::function<void()> completionHandler) {
   const auto end = [self = shared_from_this(), handler] {
     self->finish();
     std::exchange(*handler, nullptr)();
-    LiveWriters::shared().remove(self.get());
   };
   auto thread = engine::Thread::start(end);
   if (!thread) return end();
@@ -127,8 +95,6 @@ void AVAssetWriter::cancelWriting() {
   state_->cancel();
   movie_->cancel();
 }
-
-std::vector<std::shared_ptr<AVAssetWriter>> AVAssetWriter::liveWriters() { return LiveWriters::shared().all(); }
 
 AVAssetWriterStatus AVAssetWriter::status() const { return state_->status(); }
 std::optional<NSError> AVAssetWriter::error() const { return state_->error(); }

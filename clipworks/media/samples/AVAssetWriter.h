@@ -65,10 +65,6 @@ class CLIPWORKS_API AVAssetWriter : public std::enable_shared_from_this<AVAssetW
   /// The reason while `status()` is failed.
   [[nodiscard]] std::optional<NSError> error() const;
 
-  /// The writers between their start and the end of their completion handler, oldest first: for hosts that want to know
-  /// why an operation failed, since operations hide their writers. From any thread.
-  [[nodiscard]] static std::vector<std::shared_ptr<AVAssetWriter>> liveWriters();
-
  private:
   AVAssetWriter(URL outputURL, AVFileType fileType, std::shared_ptr<engine::SharedMovie> movie);
   [[nodiscard]] std::optional<NSError> whyNotAddable(const AVAssetWriterInput& input) const;
