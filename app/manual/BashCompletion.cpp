@@ -44,6 +44,7 @@ _clipworks() {
           ((++i))
         fi
         ;;
+      "then") command="" ;;
       *) command=${command:-${COMP_WORDS[i]}} ;;
     esac
   done

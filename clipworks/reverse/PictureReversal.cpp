@@ -68,7 +68,8 @@ SettingsDictionary videoSettings(const AVAssetTrack& videoTrack) {
   return {{AVVideoCodecKey, AVVideoCodecTypeH264},
           {AVVideoWidthKey, size.width},
           {AVVideoHeightKey, size.height},
-          {AVVideoCompressionPropertiesKey, SettingsDictionary{{AVVideoAverageBitRateKey, videoTrack.estimatedDataRate()}}}};
+          {AVVideoCompressionPropertiesKey,
+           SettingsDictionary{{AVVideoAverageBitRateKey, videoTrack.estimatedDataRate()}}}};
 }
 
 /// Puts the input together and starts the writer at the source's first picture: the file keeps the source's timeline.

@@ -81,6 +81,7 @@ offers "720p" compress --preset 7
 offers "720p" preview --preset = 7
 offers "" record ""
 offers "--for --force" record --fo
+offers "loop" speed clip.mp4 --from 1 then lo
 offers "" unknown ""
 
 ((faults == 0)) || exit 1

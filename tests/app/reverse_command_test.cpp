@@ -40,8 +40,8 @@ std::vector<int> backwards(int count) {
 TEST(Reverse, PlaysTheClipBackwardsUnderItsName) {
   const TemporaryDirectory outputs;
   const TemporaryDirectory temp;
-  const auto result = runClipworks({"--json", "--outputs", outputs.path(), "--temp", temp.path(),
-                                    "reverse", datedClip(), "--name", "back"});
+  const auto result = runClipworks(
+      {"--json", "--outputs", outputs.path(), "--temp", temp.path(), "reverse", datedClip(), "--name", "back"});
   ASSERT_EQ(result.exitCode, 0) << result;
   EXPECT_EQ(result.standardError, "");
   const auto file = outputs.path() / "back.mp4";

@@ -32,6 +32,7 @@ expect() {
   fi
 }
 
+expect 720,720,30 chain clip.mp4
 expect 1920,1080,90 loop clip.mp4
 expect 1080,1920,30 rotate clip.mp4
 expect 1080,1080,30 crop clip.mp4

@@ -343,8 +343,9 @@ TEST_F(Reverser, KeepsTextReadableAtTheDataRateOfSlides) {
     return AVAsset::make(URL(file))->tracks(AVMediaTypeVideo).at(0)->estimatedDataRate();
   };
   ASSERT_LT(rate(slides.path()), 100'000);
+  const auto converter = VideoReverseConverter::make(URL(slides.path()));
   Awaited awaited;
-  VideoReverseConverter::make(URL(slides.path()))->reverseVideoOnly(awaited.completion());
+  converter->reverseVideoOnly(awaited.completion());
   const auto outcome = awaited.get();
   ASSERT_TRUE(outcome && *outcome);
   const fs::path file = (*outcome)->path();
