@@ -76,7 +76,7 @@ class EditRun {
 
  private:
   Result<Edit, Failure> edited(const fs::path& file) const {
-    auto edit = Edit::open(file);
+    auto edit = Edit::open(file, steps_.front()->extent());
     for (const auto* step : steps_) {
       if (!edit) break;
       edit = step->apply(*edit);
@@ -208,6 +208,7 @@ class EditRun {
     options.onProgress = [this](double share) { reporter_.progress(share); };
     reporter_.progress(0);
     const fs::path place = placeOf(item);
+    if (wanted.columns > 0) return deliver(item, takeSheet(*item.edit, wanted.columns, wanted.rows, place, options));
     std::vector<WantedPicture> pictures;
     const auto digits = std::to_string(wanted.times.size()).size();
     for (std::size_t i = 0; i < wanted.times.size(); ++i) {
@@ -218,7 +219,10 @@ class EditRun {
       }
       pictures.push_back({wanted.times[i], path});
     }
-    auto taken = takePictures(*item.edit, pictures, options);
+    return deliver(item, takePictures(*item.edit, pictures, options));
+  }
+
+  Outcome deliver(Item& item, Result<PictureReport, Error> taken) {
     if (!taken) return failure(failureOf(taken.error()));
     item.made = std::move(taken->paths);
     for (const auto& media : taken->damaged) reporter_.damaged(media);

@@ -60,6 +60,7 @@ ordered_json trackOf(const PlannedTrack& track) {
 ordered_json describedForPrograms(const Plan& plan) {
   ordered_json object{{"length", timeOf(plan.length)}};
   if (plan.bytes) object["bytes"] = *plan.bytes;
+  object["memory"] = plan.memory;
   object["tracks"] = ordered_json::array();
   for (const auto& track : plan.tracks) object["tracks"].push_back(trackOf(track));
   object["leftOut"] = ordered_json::array();

@@ -6,7 +6,7 @@
 
 namespace clipworks::app {
 
-/// `plan` as an object: `length`, `bytes` where known, `tracks` with their `stretches`, `leftOut`, `remarks`.
+/// `plan` as an object: `length`, `bytes` where known, `memory`, `tracks` with their `stretches`, `leftOut`, `remarks`.
 [[nodiscard]] nlohmann::ordered_json describedForPrograms(const Plan& plan);
 
 }  // namespace clipworks::app

@@ -25,6 +25,8 @@ class StepCommand : public Command {
 
   /// As typed; none where the command follows another.
   [[nodiscard]] std::vector<std::filesystem::path> files() const { return {files_.begin(), files_.end()}; }
+  /// How much of its file the command sees where it is the first.
+  [[nodiscard]] virtual Edit::Extent extent() const { return Edit::Extent::movie; }
   /// Finds wrong use, by the words alone; before `apply`.
   [[nodiscard]] virtual Outcome check() { return {}; }
   [[nodiscard]] virtual Result<Edit, Error> apply(const Edit& edit) const = 0;
@@ -38,6 +40,9 @@ class StepCommand : public Command {
   struct Pictures {
     std::vector<CMTime> times;
     StillFormat format = StillFormat::jpg;
+    /// Columns and rows of one sheet in place of single pictures; none where 0.
+    int columns = 0;
+    int rows = 0;
   };
   [[nodiscard]] virtual Result<std::optional<Pictures>, Error> pictures(const Edit&) const { return std::nullopt; }
   /// Whether people want to know how much smaller the file has become.

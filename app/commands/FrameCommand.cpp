@@ -1,5 +1,6 @@
 #include <cmath>
 #include <cstdint>
+#include <cstdio>
 #include <map>
 #include <optional>
 #include <string>
@@ -36,6 +37,7 @@ class FrameCommand final : public StepCommand {
            "Examples: clipworks frame clip.mp4 --at 2.5\n"
            "          clipworks frame clip.mp4 --at 00:01:02.500 --format png --name kick-off\n"
            "          clipworks frame clip.mp4 --every 10     one picture for every ten seconds\n"
+           "          clipworks frame clip.mp4 --sheet 4x3    twelve of them on one sheet\n"
            "          clipworks frame clip.mp4 --at=#123      with \"=\": behind a space, # begins a shell's remark";
   }
 
@@ -43,11 +45,18 @@ class FrameCommand final : public StepCommand {
     if (name_) {
       if (const Outcome named = checkOutputName(*name_); !named) return named;
     }
-    if (atTexts_.empty() && !every_) return wrongUse("--at or --every is needed");
+    if (atTexts_.empty() && !every_ && !sheetText_) return wrongUse("--at, --every or --sheet is needed");
     for (const auto& text : atTexts_) {
       const auto place = typedPlace(text);
       if (!place) return wrongUse("--at takes seconds, HH:MM:SS.mmm or #N, not \"" + text + "\"");
       places_.push_back(*place);
+    }
+    if (sheetText_) {
+      if (!atTexts_.empty() || every_)
+        return wrongUse("--sheet chooses the times itself; it goes without --at and --every");
+      char rest = 0;
+      if (std::sscanf(sheetText_->c_str(), "%2dx%2d%c", &columns_, &rows_, &rest) != 2 || columns_ < 1 || rows_ < 1)
+        return wrongUse("--sheet takes COLUMNSxROWS, such as 4x3, not \"" + *sheetText_ + "\"");
     }
     if (every_ && !(std::isfinite(*every_) && *every_ > 0)) return wrongUse("--every takes seconds, more than 0");
     return {};
@@ -56,8 +65,9 @@ class FrameCommand final : public StepCommand {
   Result<Edit, Error> apply(const Edit& edit) const override { return edit; }
 
   Result<std::optional<Pictures>, Error> pictures(const Edit& edit) const override {
-    if (!edit.hasPictures()) return Pictures{{kCMTimeZero}, formats.at(format_)};  // which tells that there is none
-    Pictures wanted{{}, formats.at(format_)};
+    if (!edit.hasPictures())
+      return Pictures{{kCMTimeZero}, formats.at(format_), columns_, rows_};  // which tells that there is none
+    Pictures wanted{{}, formats.at(format_), columns_, rows_};
     std::optional<std::vector<CMTime>> times;
     for (std::size_t i = 0; i < places_.size(); ++i) {
       if (const auto* time = std::get_if<CMTime>(&places_[i])) {
@@ -96,6 +106,8 @@ class FrameCommand final : public StepCommand {
         ->type_name("T")
         ->allow_extra_args(false);
     parser.add_option("--every", every_, "A picture for every S seconds, from the first one on")->type_name("S");
+    parser.add_option("--sheet", sheetText_, "One sheet of pictures from all over the clip, with their times")
+        ->type_name("COLUMNSxROWS");
     parser.add_option("--format", format_, "Of the new files; default: jpg")
         ->type_name("jpg|png|heic")
         ->check([](const std::string& name) {
@@ -108,6 +120,9 @@ class FrameCommand final : public StepCommand {
   std::vector<std::string> atTexts_;
   std::vector<TypedPlace> places_;
   std::optional<double> every_;
+  std::optional<std::string> sheetText_;
+  int columns_ = 0;
+  int rows_ = 0;
   std::string format_ = "jpg";
   std::optional<std::string> name_;
 };

@@ -34,6 +34,9 @@ class ReverseCommand final : public StepCommand {
     return half ? reversed(*half) : half;
   }
 
+  /// The last picture comes first, wherever the header ends.
+  Edit::Extent extent() const override { return Edit::Extent::tracks; }
+
   std::optional<std::string> givenName() const override {
     if (!name_ && videoOnly_) return "reversed_video";
     if (!name_ && audioOnly_) return "reversed_audio";

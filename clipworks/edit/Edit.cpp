@@ -51,6 +51,16 @@ void tellLeftOut(const Source& source, EditState& state) {
   }
 }
 
+/// Where the last of the first tracks of each type ends.
+CMTime endOfTracks(const Source& source) {
+  CMTime end = kCMTimeZero;
+  for (const AVMediaType type : {AVMediaType::video, AVMediaType::audio}) {
+    const auto tracks = source.asset->AVAsset::tracks(type);
+    if (!tracks.empty()) end = CMTimeMaximum(end, tracks.front()->timeRange().end());
+  }
+  return end;
+}
+
 }  // namespace
 
 Result<std::shared_ptr<const Source>, Error> Source::open(const std::filesystem::path& path) {
@@ -119,12 +129,12 @@ void draw(EditState& state, const CGAffineTransform& map, const CGSize& size) {
 
 Edit edited(EditState state) { return Edit(std::make_shared<const EditState>(std::move(state))); }
 
-Result<Edit, Error> Edit::open(const std::filesystem::path& file) {
+Result<Edit, Error> Edit::open(const std::filesystem::path& file, Extent extent) {
   auto source = Source::open(file);
   if (!source) return failure(source.error());
   EditState state;
   state.sources.push_back(*source);
-  state.length = (*source)->asset->duration();
+  state.length = extent == Extent::movie ? (*source)->asset->duration() : endOfTracks(**source);
   if (!(state.length > kCMTimeZero)) return failed(ErrorCode::damaged, (*source)->name() + " has no length");
   state.pictures = firstTrack(**source, AVMediaType::video, state.length);
   if (auto sound = firstTrack(**source, AVMediaType::audio, state.length)) {

@@ -22,9 +22,15 @@ struct EditState;
 /// movie is made.
 class CLIPWORKS_API Edit {
  public:
-  /// All of a file: its first track of pictures and its first of sound, for as long as its header says. Reads header
-  /// and sample tables only. Fails with `notFound`, `notReadable`, `notAMovie`, `damaged`, `tooLarge` or `unsupported`.
-  [[nodiscard]] static Result<Edit, Error> open(const std::filesystem::path& file);
+  /// How much of a file.
+  enum class Extent {
+    movie,   ///< as long as its header says, which is how long players play it
+    tracks,  ///< until the last of the tracks that are used ends; the header may say less or more
+  };
+
+  /// A file's first track of pictures and its first of sound. Reads header and sample tables only. Fails with
+  /// `notFound`, `notReadable`, `notAMovie`, `damaged`, `tooLarge` or `unsupported`.
+  [[nodiscard]] static Result<Edit, Error> open(const std::filesystem::path& file, Extent extent = Extent::movie);
 
   /// How long it lasts.
   [[nodiscard]] CMTime duration() const;

@@ -86,6 +86,9 @@ struct CLIPWORKS_API Plan {
   /// Bytes of the new file: what is copied, and what bit rates come to; nothing where pictures are encoded at constant
   /// quality, which nobody knows beforehand.
   std::optional<std::int64_t> bytes;
+  /// Bytes of memory that the work will hardly pass: an estimate from above, by the sizes of pictures and the number of
+  /// processors.
+  std::int64_t memory = 0;
   /// The same as text for people, some lines.
   [[nodiscard]] std::string text() const;
 

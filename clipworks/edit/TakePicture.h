@@ -51,6 +51,13 @@ struct PictureReport {
                                                                       const std::vector<WantedPicture>& pictures,
                                                                       const PictureOptions& options = {});
 
+/// Takes pictures at `columns` × `rows` times, spread evenly over the edit, and puts them on one sheet, at most 1920
+/// pixels wide, each with its time (hours, minutes, seconds and thousandths). Fails as `takePictures` does, and with
+/// `badArgument` for a side of the sheet below 1 or over 40.
+[[nodiscard]] CLIPWORKS_API Result<PictureReport, Error> takeSheet(const Edit& edit, int columns, int rows,
+                                                                   const std::filesystem::path& path,
+                                                                   const PictureOptions& options = {});
+
 /// When each picture of the edit comes on screen, rising. Fails with `noPictures` or `damaged`.
 [[nodiscard]] CLIPWORKS_API Result<std::vector<CMTime>, Error> pictureTimes(const Edit& edit);
 

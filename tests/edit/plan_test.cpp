@@ -36,7 +36,7 @@ std::string tellPlan(const Case& c) {
     return std::string(name(chain.edit().error().code)) + ": " + withoutName(chain.edit().error().sentence);
   const auto planned = plan(*chain.edit(), c.options);
   if (!planned) return std::string(name(planned.error().code)) + ": " + withoutName(planned.error().sentence);
-  return withoutName(std::regex_replace(planned->text(), std::regex(", about [^\n]*"), ""));
+  return withoutName(std::regex_replace(planned->text(), std::regex("(, about [^,]*)?, at most [^\n]*"), ""));
 }
 
 class PlanOf : public testing::TestWithParam<Case> {};
