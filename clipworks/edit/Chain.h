@@ -24,16 +24,26 @@ namespace clipworks {
 /// Times are seconds of what the chain shows so far, rectangles pixels of it. See Steps.h.
 class CLIPWORKS_API Chain {
  public:
+  /// Begins with all of a file, see `Edit::open`.
   explicit Chain(const std::filesystem::path& file);
+  /// Begins with an edit.
   explicit Chain(Result<Edit, Error> edit) : edit_(std::move(edit)) {}
 
+  /// See `looped`.
   [[nodiscard]] Chain loop(std::int64_t count) const;
+  /// Seconds `from` to `to` last `ratio` times as long: `retimed`.
   [[nodiscard]] Chain speed(double from, double to, double ratio) const;
+  /// See `reversed`.
   [[nodiscard]] Chain reverse() const;
+  /// See `turned`.
   [[nodiscard]] Chain rotate(Turn by = Turn::right) const;
+  /// See `cropped`.
   [[nodiscard]] Chain crop(const CGRect& rect) const;
+  /// See `narrated`.
   [[nodiscard]] Chain narrate(const std::vector<NarratedPiece>& pieces, double baseVolume = 1) const;
+  /// `height` in pixels, `bitRate` in bits a second: `compressed`.
   [[nodiscard]] Chain compress(int height, std::int64_t bitRate) const;
+  /// Keeps seconds `from` to `to`: `trimmed`.
   [[nodiscard]] Chain trim(double from, double to) const;
 
   /// The edit so far, or why there is none.

@@ -32,6 +32,7 @@ enum class ExistingFile {
   numbered,  ///< it stays, and the new one gets a number: "clip-2.mp4"
 };
 
+/// How a movie is made.
 struct MovieOptions {
   PlanOptions plan{};
   ExistingFile existing = ExistingFile::refused;

@@ -37,6 +37,7 @@ struct PlanOptions {
 
 /// A part of a planned track.
 struct PlannedStretch {
+  /// What is shown or heard.
   enum class Kind {
     media,  ///< a range of a file
     black,  ///< black pictures, silence
@@ -52,6 +53,7 @@ struct PlannedStretch {
 
 /// A track of the new movie.
 struct PlannedTrack {
+  /// What it holds.
   enum class Kind { pictures, sound };
   Kind kind = Kind::pictures;
   /// Coded samples as they are; else encoded.

@@ -16,6 +16,7 @@
 
 namespace clipworks {
 
+/// The format of a picture's file.
 enum class StillFormat { jpg, png, heic };
 
 /// A picture to be taken: what is on screen at a time, and where it goes.
@@ -24,6 +25,7 @@ struct WantedPicture {
   std::filesystem::path path;
 };
 
+/// How pictures are taken.
 struct PictureOptions {
   StillFormat format = StillFormat::jpg;
   /// Whether the date, place and device of the recording are kept.

@@ -5,6 +5,7 @@ and links that lead somewhere.
     pages_hold.py REPOSITORY PROGRAM
 """
 
+import itertools
 import re
 import shlex
 import subprocess
@@ -34,15 +35,20 @@ def link_faults(path, text):
             if "://" not in target and not (path.parent / target).exists()]
 
 
+def commands_in(text):
+    """The lines of shell blocks that run the program, with the words of each command; "then" stands between them."""
+    for line in "".join(blocks(text, "sh")).splitlines():
+        words = shlex.split(line, comments=True)
+        if "clipworks" in words[:1]:
+            yield from ((line, ["clipworks", *part]) for is_then, part in itertools.groupby(words[1:], "then".__eq__) if not is_then)
+
+
 def command_faults(name, text, help_of):
     """Commands in shell blocks whose name or options the program does not know; `help_of` gives a command's help, the
     program's own for an empty name."""
     faults = []
     known = help_of("")
-    for line in "".join(blocks(text, "sh")).splitlines():
-        words = shlex.split(line, comments=True)
-        if "clipworks" not in words[:1]:
-            continue
+    for line, words in commands_in(text):
         command = next((word for word in words[1:] if not word.startswith("-") and re.search(rf"^  {re.escape(word)} ", known, re.MULTILINE)), None)
         understood = known + (help_of(command) if command else "")
         options = {word.split("=")[0] for word in words[1:] if word.startswith("--")}
