@@ -1,118 +1,343 @@
-// The extension clipworks._clipworks: runs one of the program's commands inside the interpreter's process.
+// The extension clipworks._clipworks: the library's core for Python. The package clipworks is what to use.
 
+#include <pybind11/functional.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
-#include <unistd.h>
+#include <pybind11/stl/filesystem.h>
 
+#include <array>
 #include <chrono>
+#include <condition_variable>
 #include <exception>
+#include <filesystem>
+#include <functional>
 #include <mutex>
+#include <optional>
+#include <stop_token>
 #include <string>
+#include <system_error>
+#include <thread>
+#include <tuple>
+#include <utility>
+#include <variant>
 #include <vector>
 
-#include <app/Command.h>
-#include <app/CommandLine.h>
-#include <app/DamageSentence.h>
-#include <clipworks/foundation/HEVCSupport.h>
-#include <python/PythonHost.h>
+#include <nlohmann/json.hpp>
+
+#include <app/AssetDescription.h>
+#include <app/PlanDescription.h>
+#include <app/TypedPlace.h>
+#include <clipworks/edit/MakeMovie.h>
+#include <clipworks/edit/Steps.h>
+#include <clipworks/edit/TakePicture.h>
+#include <clipworks/foundation/VideoCompressorPreset.h>
 
 namespace clipworks::python {
 namespace {
 
 namespace py = pybind11;
 
-/// What became of a command. Texts are bytes: paths need not be UTF-8.
-struct Ran {
-  app::ExitCode code = app::ExitCode::done;
-  std::string sentence;
-  std::vector<std::string> outputs;
-  std::string text;
-  std::vector<std::string> warnings;
+/// What the core reports as a failure, on its way to Python.
+struct Failed : std::exception {
+  explicit Failed(Error of) : error(std::move(of)) {}
+  const char* what() const noexcept override { return error.sentence.c_str(); }
+  Error error;
 };
 
-constexpr std::chrono::milliseconds lookInterval{100};
-
-/// The library's directories, its codec and its main queue are the process's own, so commands run one after the other.
-std::timed_mutex& oneAtATime() {
-  static std::timed_mutex mutex;
-  return mutex;
+template <class T>
+T valueOf(Result<T, Error> result) {
+  if (!result) throw Failed(result.error());
+  return std::move(*result);
 }
 
-/// A process that was forked after the first call has the library's queues without their threads, and would wait for
-/// ever.
-bool isForked() {
-  static const pid_t first = ::getpid();
-  return ::getpid() != first;
-}
+/// Work on a thread of its own, without the interpreter's lock. The calling thread calls back with its progress, rising
+/// and from 0 to 1, and lets Python look at its signals; what either raises stops the work and comes out.
+class Work {
+ public:
+  explicit Work(py::object onProgress) : onProgress_(std::move(onProgress)) {}
 
-app::Outcome runProgram(const std::vector<std::string>& arguments, PythonHost& host) {
-  // Before any command withholds an encoder: the answer is remembered for the process.
-  (void)HEVCSupport::hasHEVCHardwareEncoder();
-  std::vector<const char*> argv{"clipworks"};
-  for (const auto& argument : arguments) argv.push_back(argument.c_str());
-  app::CommandLine commandLine;
-  const auto command = commandLine.parse(static_cast<int>(argv.size()), argv.data());
-  if (!command) return failure(command.error());
-  if (*command == nullptr) return app::wrongUse("a command is needed");
-  return app::runCommand(**command, {commandLine.options(), host, host});
-}
-
-/// Raises what the callback or a signal's handler raised.
-Ran run(const std::vector<std::string>& arguments, py::object onProgress) {
-  if (isForked()) {
-    return {app::ExitCode::failed,
-            "this process was forked from one that had used clipworks; start it by \"spawn\"",
-            {},
-            {},
-            {}};
+  [[nodiscard]] std::stop_token token() const { return stop_.get_token(); }
+  void tell(double share) {
+    const std::lock_guard lock(mutex_);
+    share_ = share;
   }
-  PythonHost host(onProgress);
-  Ran ran;
-  {
-    const py::gil_scoped_release released;
-    std::unique_lock turn(oneAtATime(), std::defer_lock);
-    while (!turn.try_lock_for(lookInterval) && !host.isRequested()) {
+
+  /// `task` may throw nothing but `Failed`; `discard` takes its results back where it ended well in spite of a stop.
+  void run(const std::function<void()>& task, const std::function<void()>& discard) {
+    callBack(0);
+    std::thread thread([&] {
+      std::exception_ptr thrown;
+      try {
+        task();
+      } catch (...) {
+        thrown = std::current_exception();
+      }
+      const std::lock_guard lock(mutex_);
+      thrown_ = thrown;
+      isOver_ = true;
+      over_.notify_all();
+    });
+    {
+      const py::gil_scoped_release released;
+      while (!wait()) {
+        const py::gil_scoped_acquire acquired;
+        look();
+      }
+      thread.join();
     }
-    const app::Outcome outcome = turn.owns_lock() ? runProgram(arguments, host) : app::Outcome();
-    if (!outcome) ran = {outcome.error().code, outcome.error().sentence, {}, {}, {}};
-    host.end();
+    if (raised_ && !thrown_) discard();
+    if (raised_) std::rethrow_exception(raised_);
+    if (thrown_) std::rethrow_exception(thrown_);
+    callBack(1);
   }
-  if (host.raised() != nullptr) std::rethrow_exception(host.raised());
-  ran.outputs = host.outputs();
-  ran.text = host.text();
-  for (const auto& [name, pictures] : host.damaged()) {
-    ran.warnings.push_back(app::damageSentence(name, pictures) + "; what could be decoded is shown");
+
+ private:
+  static constexpr std::chrono::milliseconds lookInterval{50};
+
+  bool wait() {
+    std::unique_lock lock(mutex_);
+    return over_.wait_for(lock, lookInterval, [this] { return isOver_; });
   }
-  return ran;
+
+  void look() {
+    if (raised_) return;
+    double share = 0;
+    {
+      const std::lock_guard lock(mutex_);
+      share = share_;
+    }
+    try {
+      if (PyErr_CheckSignals() != 0) throw py::error_already_set();
+      if (share < 1) callBack(share);
+    } catch (const py::error_already_set&) {
+      raised_ = std::current_exception();
+      stop_.request_stop();
+    }
+  }
+
+  void callBack(double share) {
+    if (onProgress_.is_none() || share <= told_) return;
+    told_ = share;
+    onProgress_(share);
+  }
+
+  const py::object onProgress_;
+  double told_ = -1;
+  std::exception_ptr raised_;
+  std::stop_source stop_;
+  std::mutex mutex_;
+  std::condition_variable over_;
+  double share_ = 0;           // guarded by mutex_
+  bool isOver_ = false;        // guarded by mutex_
+  std::exception_ptr thrown_;  // guarded by mutex_
+};
+
+std::vector<std::string> sentencesOf(const std::vector<DamagedMedia>& damaged) {
+  std::vector<std::string> sentences;
+  for (const auto& media : damaged) sentences.push_back(media.sentence() + "; what could be decoded is shown");
+  return sentences;
 }
 
-py::list asBytes(const std::vector<std::string>& texts) {
-  py::list list;
-  for (const auto& text : texts) list.append(py::bytes(text));
-  return list;
+void remove(const std::vector<std::filesystem::path>& files) {
+  std::error_code ignored;
+  for (const auto& file : files) std::filesystem::remove(file, ignored);
 }
+
+/// Paths of new files, and warnings.
+using Made = std::pair<std::vector<std::filesystem::path>, std::vector<std::string>>;
+
+Made makeMovieOf(const Edit& edit, const std::filesystem::path& path, ExistingFile existing, CodecChoice codec,
+                 bool keepsMetadata, bool isStrict, py::object onProgress) {
+  Work work(std::move(onProgress));
+  MovieOptions options;
+  options.plan = {codec, keepsMetadata};
+  options.existing = existing;
+  options.isStrict = isStrict;
+  options.stop = work.token();
+  options.onProgress = [&work](const Progress& progress) { work.tell(progress.share); };
+  Made made;
+  work.run(
+      [&] {
+        auto report = valueOf(makeMovie(edit, path, options));
+        made = {{std::move(report.path)}, sentencesOf(report.damaged)};
+      },
+      [&] { remove(made.first); });
+  return made;
+}
+
+/// A time as it was given: seconds, or the number of a picture.
+CMTime timeOf(const Edit& edit, const std::variant<double, std::string>& at) {
+  if (const auto* seconds = std::get_if<double>(&at)) return exactSeconds(*seconds);
+  const auto& text = std::get<std::string>(at);
+  const auto place = app::typedPlace(text);
+  if (!place) throw Failed({ErrorCode::badArgument, "at takes seconds, HH:MM:SS.mmm or #N, not \"" + text + "\""});
+  if (const auto* time = std::get_if<CMTime>(&*place)) return *time;
+  const auto times = valueOf(pictureTimes(edit));
+  const auto number = std::get<std::uint64_t>(*place);
+  if (number < times.size()) return times[number];
+  throw Failed({ErrorCode::badArgument, edit.name() + " has " + std::to_string(times.size()) +
+                                            " pictures, from #0 to #" + std::to_string(times.size() - 1) +
+                                            "; there is no " + text});
+}
+
+Made takePicturesOf(const Edit& edit,
+                    const std::vector<std::pair<std::variant<double, std::string>, std::filesystem::path>>& pictures,
+                    StillFormat format, ExistingFile existing, bool keepsMetadata, bool isStrict,
+                    py::object onProgress) {
+  Work work(std::move(onProgress));
+  PictureOptions options;
+  options.format = format;
+  options.existing = existing;
+  options.keepsMetadata = keepsMetadata;
+  options.isStrict = isStrict;
+  options.stop = work.token();
+  options.onProgress = [&work](double share) { work.tell(share); };
+  Made made;
+  work.run(
+      [&] {
+        std::vector<WantedPicture> wanted;
+        for (const auto& [at, path] : pictures) wanted.push_back({timeOf(edit, at), path});
+        auto report = valueOf(takePictures(edit, wanted, options));
+        made = {std::move(report.paths), sentencesOf(report.damaged)};
+      },
+      [&] { remove(made.first); });
+  return made;
+}
+
+std::string describe(const std::filesystem::path& file) {
+  const auto asset = AVAsset::make(URL(file));
+  if (const auto why = asset->loadError(); !why.empty()) throw Failed({ErrorCode::notAMovie, why});
+  return app::describedForPrograms(file, *asset).dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+py::dict presets() {
+  py::dict all;
+  const auto add = [&all](const char* name, const VideoCompressorPreset& preset) {
+    all[name] = py::make_tuple(preset.height(), preset.bitRate());
+  };
+  add("144p", Quality144p());
+  add("360p", Quality360p());
+  add("480p", Quality480p());
+  add("540p", Quality540p());
+  add("720p", QualityHD());
+  add("1080p", QualityFullHD());
+  return all;
+}
+
+CMTimeRange rangeOf(double start, double end) { return CMTimeRange::fromTo(exactSeconds(start), exactSeconds(end)); }
 
 }  // namespace
 }  // namespace clipworks::python
 
 PYBIND11_MODULE(_clipworks, module) {
-  namespace app = clipworks::app;
-  using clipworks::python::Ran;
+  namespace py = pybind11;
+  using namespace clipworks;
+  using python::Failed;
+  using python::valueOf;
+  // Opening and planning read files: without the interpreter's lock.
+  using Unlocked = py::call_guard<py::gil_scoped_release>;
 
-  module.doc() = "Runs the commands of the program clipworks; the package clipworks is what to use.";
+  module.doc() = "The core of clipworks; the package clipworks is what to use.";
   module.attr("version") = CLIPWORKS_VERSION;
+  module.attr("presets") = python::presets();  // height in pixels and kilobits a second, by name
 
-  pybind11::enum_<app::ExitCode>(module, "ExitCode")
-      .value("done", app::ExitCode::done)
-      .value("failed", app::ExitCode::failed)
-      .value("wrong_use", app::ExitCode::wrongUse)
-      .value("interrupted", app::ExitCode::interrupted);
-  pybind11::class_<Ran>(module, "Ran")
-      .def_readonly("code", &Ran::code)
-      .def_property_readonly("sentence", [](const Ran& ran) { return pybind11::bytes(ran.sentence); })
-      .def_property_readonly("outputs", [](const Ran& ran) { return clipworks::python::asBytes(ran.outputs); })
-      .def_property_readonly("warnings", [](const Ran& ran) { return clipworks::python::asBytes(ran.warnings); })
-      .def_property_readonly("text", [](const Ran& ran) { return pybind11::bytes(ran.text); });
-  module.def("run", &clipworks::python::run, pybind11::arg("arguments"), pybind11::arg("progress"),
-             "Runs the command that `arguments` (bytes, as for the program) ask for, without the interpreter lock.");
+  static py::handle failed = py::exception<Failed>(module, "Failed").release();
+  py::register_exception_translator([](std::exception_ptr thrown) {
+    try {
+      if (thrown) std::rethrow_exception(thrown);
+    } catch (const Failed& why) {
+      const py::object sentence = py::reinterpret_steal<py::object>(PyUnicode_DecodeUTF8(
+          why.error.sentence.data(), static_cast<py::ssize_t>(why.error.sentence.size()), "replace"));
+      PyErr_SetObject(failed.ptr(), py::make_tuple(std::string(name(why.error.code)), sentence).ptr());
+    }
+  });
+
+  py::enum_<ExistingFile>(module, "ExistingFile")
+      .value("refused", ExistingFile::refused)
+      .value("replaced", ExistingFile::replaced)
+      .value("numbered", ExistingFile::numbered);
+  py::enum_<CodecChoice>(module, "Codec")
+      .value("auto", CodecChoice::automatic)
+      .value("h264", CodecChoice::h264)
+      .value("hevc", CodecChoice::hevc);
+  py::enum_<StillFormat>(module, "StillFormat")
+      .value("jpg", StillFormat::jpg)
+      .value("png", StillFormat::png)
+      .value("heic", StillFormat::heic);
+  py::enum_<Turn>(module, "Turn").value("right", Turn::right).value("half", Turn::half).value("left", Turn::left);
+
+  py::class_<Edit>(module, "Edit")
+      .def_static(
+          "open",
+          [](const std::filesystem::path& file, bool wholeTracks) {
+            return valueOf(Edit::open(file, wholeTracks ? Edit::Extent::tracks : Edit::Extent::movie));
+          },
+          py::arg("file"), py::arg("whole_tracks") = false, Unlocked())
+      .def_property_readonly("duration", [](const Edit& edit) { return edit.duration().seconds(); })
+      .def_property_readonly("size", [](const Edit& edit) { return std::pair(edit.size().width, edit.size().height); })
+      .def_property_readonly("name", &Edit::name)
+      .def_property_readonly("has_pictures", &Edit::hasPictures)
+      .def_property_readonly("has_sound", &Edit::hasSound)
+      .def(
+          "loop", [](const Edit& edit, std::int64_t count) { return valueOf(looped(edit, count)); }, Unlocked())
+      .def(
+          "speed",
+          [](const Edit& edit, double start, double end, double ratio) {
+            return valueOf(retimed(edit, python::rangeOf(start, end), ratio));
+          },
+          Unlocked())
+      .def(
+          "reverse", [](const Edit& edit) { return valueOf(reversed(edit)); }, Unlocked())
+      .def(
+          "turn", [](const Edit& edit, Turn by) { return valueOf(turned(edit, by)); }, Unlocked())
+      .def(
+          "crop",
+          [](const Edit& edit, const std::array<double, 4>& rect) {
+            return valueOf(cropped(edit, CGRect(rect[0], rect[1], rect[2], rect[3])));
+          },
+          Unlocked())
+      .def(
+          "narrate",
+          [](const Edit& edit, const std::vector<std::tuple<std::filesystem::path, double, double>>& pieces,
+             double baseVolume) {
+            std::vector<NarratedPiece> narrated;
+            for (const auto& [file, at, volume] : pieces) narrated.push_back({file, exactSeconds(at), volume});
+            return valueOf(clipworks::narrated(edit, narrated, baseVolume));
+          },
+          Unlocked())
+      .def(
+          "compress",
+          [](const Edit& edit, int height, std::int64_t kilobits) {
+            return valueOf(compressed(edit, height, kilobits * 1000));
+          },
+          Unlocked())
+      .def(
+          "trim",
+          [](const Edit& edit, double start, double end) {
+            return valueOf(trimmed(edit, python::rangeOf(start, end)));
+          },
+          Unlocked())
+      .def("pictures_only", [](const Edit& edit) { return valueOf(picturesOnly(edit)); })
+      .def("sound_only", [](const Edit& edit) { return valueOf(soundOnly(edit)); })
+      .def("small", &madeSmall)
+      .def("keeping_coded_pictures", &keepingCodedPictures)
+      .def(
+          "picture_times",
+          [](const Edit& edit) {
+            std::vector<double> times;
+            for (const auto& time : valueOf(pictureTimes(edit))) times.push_back(time.seconds());
+            return times;
+          },
+          Unlocked())
+      .def(
+          "plan",
+          [](const Edit& edit, CodecChoice codec) {
+            return app::describedForPrograms(valueOf(plan(edit, {codec, true})))
+                .dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+          },
+          Unlocked());
+
+  module.def("make_movie", &python::makeMovieOf);
+  module.def("take_pictures", &python::takePicturesOf);
+  module.def("describe", &python::describe, Unlocked());
 }

@@ -1,27 +1,28 @@
 """Edits real phone clips, exactly and fast, and tells what they hold.
 
-Each operation reads one clip, makes a new file and returns its path:
+A clip is opened, goes through steps, and is saved; however many steps there are, each picture is encoded once at most:
 
     import clipworks
+
+    clip = clipworks.open("clip.mp4").speed(2, 4, 2).crop((100, 100, 800, 800)).compress("720p")
+    print(clip.duration, clip.save("short.mp4"))
+
+Each operation also stands as a function that reads one clip, makes a new file and returns its path:
 
     looped = clipworks.loop("clip.mp4", 3, outputs="results")
     print(clipworks.info(looped)["duration"]["seconds"])
 
 What can go wrong is raised: FileNotFoundError for a file or folder that is not there, ValueError for arguments that do
-not fit the clip, and Error, with one sentence, for everything else. No file is left then, and none is harmed.
+not fit the clip, and Error, with one sentence and a code, for everything else. No file is left then, and none is harmed.
 
-Operations run one after the other, whatever threads call them, and let other threads of Python run meanwhile. To work
-on several clips at once, use processes (multiprocessing with "spawn", or concurrent.futures with that context); one that
-is forked after its parent has used this package raises Error.
-
-Ctrl-C ends an operation with KeyboardInterrupt, and an exception of a progress callback ends it with that exception.
-Work that cannot be cut short, such as the search for one picture, is waited for.
+Any number of operations may work at once, each in a thread of its own; they let other threads of Python run. Ctrl-C ends
+an operation with KeyboardInterrupt, and an exception of a progress callback ends it with that exception.
 """
 
+import errno
 import json
 import operator
 import os
-import re
 import warnings
 from pathlib import Path
 from typing import Any, Callable, Literal, NamedTuple, Sequence, TypedDict, Unpack
@@ -30,25 +31,37 @@ from . import _clipworks
 
 __version__ = _clipworks.version
 __all__ = [
-    "Error", "Options", "Piece", "compress", "crop", "frame", "info", "loop", "narrate", "preview", "reverse", "rotate",
-    "speed",
+    "Clip", "Error", "Options", "Piece", "compress", "crop", "frame", "info", "loop", "narrate", "open", "preview",
+    "reverse", "rotate", "speed",
 ]  # fmt: skip
 
 AnyPath = str | os.PathLike[str]
+Codec = Literal["auto", "h264", "hevc"]
+Format = Literal["jpg", "png", "heic"]
 Preset = Literal["144p", "360p", "480p", "540p", "720p", "1080p"]
+OnProgress = Callable[[float], Any]
+
+_PREVIEW_SECONDS = 5
 
 
 class Error(RuntimeError):
-    """An operation failed; its text is one sentence that says what and why."""
+    """Something could not be done; the text is one sentence that says what and why.
+
+    code: what kind of failure it was: "notReadable", "notAMovie", "unsupported", "damaged", "noPictures", "noSound",
+        "tooLarge", "noEncoder", "notWritable", "noSpace", "limitReached", "cancelled" or "internal".
+    """
+
+    def __init__(self, sentence: str, code: str = "internal") -> None:
+        super().__init__(sentence)
+        self.code = code
 
 
 class Options(TypedDict, total=False):
     """The keywords that every operation takes.
 
     outputs: the folder for the new file, which must exist; the current one when not given.
-    temp: the folder for intermediate files; a hidden one beside the result when not given, gone at the end.
-    codec: for pictures that are encoded; "auto" is HEVC where the clip is HEVC, else H.264. `rotate` and `crop` choose
-        HEVC only when told to; `compress`, `preview`, `reverse` and low qualities are always H.264.
+    temp: accepted for callers of old; no intermediate files are made.
+    codec: for pictures that are encoded; "auto" is HEVC where the clip is HEVC and part of it can be copied, else H.264.
     strip_metadata: whether the date, place and device of the recording are left out; they are kept otherwise.
     strict: whether damaged pictures of an input are an `Error`; else what could be decoded is shown, and a
         `RuntimeWarning` tells of it.
@@ -58,14 +71,14 @@ class Options(TypedDict, total=False):
 
     outputs: AnyPath
     temp: AnyPath
-    codec: Literal["auto", "h264", "hevc"]
+    codec: Codec
     strip_metadata: bool
     strict: bool
-    progress: Callable[[float], Any]
+    progress: OnProgress
 
 
 class Piece(NamedTuple):
-    """A recording that `narrate` lays over a clip.
+    """A recording that is laid over a clip.
 
     audio: any audio file, or a video for its sound.
     at: where it starts, in seconds of the clip.
@@ -77,9 +90,131 @@ class Piece(NamedTuple):
     volume: float = 1
 
 
+class Clip:
+    """What a movie will be made of: a file, and the steps that it went through. Never changes; steps give new ones.
+
+    Times of a step are seconds of what the clip shows so far, rectangles are pixels of it. Nothing is decoded or written
+    before `save` or `frame`.
+    """
+
+    def __init__(self, edit: _clipworks.Edit) -> None:
+        self._edit = edit
+
+    @property
+    def duration(self) -> float:
+        """In seconds."""
+        return self._edit.duration
+
+    @property
+    def size(self) -> tuple[float, float]:
+        """Width and height of the pictures as they are seen, in pixels; zeros without pictures."""
+        return self._edit.size
+
+    def loop(self, count: int) -> "Clip":
+        """Plays it `count` times in a row, from 1 to 100000. It needs pictures and sound."""
+        return self._then("loop", operator.index(count))
+
+    def speed(self, start: float, end: float, ratio: float) -> "Clip":
+        """Makes the stretch from second `start` to second `end` last `ratio` times as long, its sound at the same pitch."""
+        return self._then("speed", start, end, ratio)
+
+    def reverse(self) -> "Clip":
+        """Plays it backwards."""
+        return self._then("reverse")
+
+    def rotate(self, by: Literal["right", "left", "half"] = "right") -> "Clip":
+        """Turns the pictures; right is clockwise."""
+        return self._then("turn", _member(_clipworks.Turn, "by", by))
+
+    def crop(self, rect: Sequence[float]) -> "Clip":
+        """Shows `rect` of the pictures alone: left, top, width, height, in pixels as they are seen. Sides become even."""
+        rect = [float(side) for side in rect]
+        if len(rect) != 4:
+            raise ValueError(f"rect takes four numbers, not {len(rect)}")
+        return self._then("crop", rect)
+
+    def narrate(self, pieces: Sequence[Piece], *, base_volume: float = 1) -> "Clip":
+        """Lays recordings over the sound, which plays at `base_volume`."""
+        pieces = [Piece(*piece) for piece in pieces]
+        return self._then("narrate", [(os.fspath(file), at, volume) for file, at, volume in pieces], base_volume)
+
+    def compress(self, preset: Preset | int, *, bitrate: int | None = None) -> "Clip":
+        """Has the pictures encoded at the height of `preset`, or at as many pixels.
+
+        `bitrate` is that of the pictures in kilobits a second, in place of the preset's; 0 is constant quality.
+        """
+        if isinstance(preset, str):
+            if preset not in _clipworks.presets:
+                raise ValueError(f'preset takes {", ".join(_clipworks.presets)}, not "{preset}"')
+            height, kilobits = _clipworks.presets[preset]
+        else:
+            height, kilobits = operator.index(preset), 0
+        return self._then("compress", height, kilobits if bitrate is None else operator.index(bitrate))
+
+    def trim(self, start: float, end: float) -> "Clip":
+        """Keeps what lies from second `start` to second `end`."""
+        return self._then("trim", start, end)
+
+    def plan(self, *, codec: Codec = "auto") -> dict[str, Any]:
+        """What `save` would do: length, tracks with their stretches, what is copied and why not, what is left out."""
+        return json.loads(_tell(self._edit.plan, _member(_clipworks.Codec, "codec", codec)))
+
+    def save(
+        self,
+        path: AnyPath,
+        *,
+        overwrite: bool = False,
+        codec: Codec = "auto",
+        strip_metadata: bool = False,
+        strict: bool = False,
+        progress: OnProgress | None = None,
+    ) -> Path:
+        """Makes the movie, and returns its path. A file of that name is an `Error` unless `overwrite` is given.
+
+        The other keywords are those of `Options`.
+        """
+        existing = _clipworks.ExistingFile.replaced if overwrite else _clipworks.ExistingFile.refused
+        return self._make(path, existing, codec, strip_metadata, strict, progress)
+
+    def frame(
+        self,
+        at: float | str,
+        path: AnyPath,
+        *,
+        overwrite: bool = False,
+        strip_metadata: bool = False,
+        strict: bool = False,
+    ) -> Path:
+        """Saves the picture on screen at `at` as JPEG, PNG or HEIC, by the ending of `path`.
+
+        `at` is in seconds, "HH:MM:SS.mmm", or "#N" for picture number N, the first being #0.
+        """
+        existing = _clipworks.ExistingFile.replaced if overwrite else _clipworks.ExistingFile.refused
+        format = Path(path).suffix.removeprefix(".").lower().replace("jpeg", "jpg")
+        return self._take(at, path, _member(_clipworks.StillFormat, "the ending", format), existing, strip_metadata, strict, None)
+
+    def _then(self, step: str, *arguments: Any) -> "Clip":
+        return Clip(_tell(getattr(self._edit, step), *arguments))
+
+    def _make(self, path, existing, codec="auto", strip_metadata=False, strict=False, progress=None) -> Path:
+        codec = _member(_clipworks.Codec, "codec", codec)
+        made = _tell(_clipworks.make_movie, self._edit, _path(path), existing, codec, not strip_metadata, strict, progress)
+        return _first(*made)
+
+    def _take(self, at, path, format, existing, strip_metadata, strict, progress) -> Path:
+        wanted = [(at if isinstance(at, str) else float(at), _path(path))]
+        made = _tell(_clipworks.take_pictures, self._edit, wanted, format, existing, not strip_metadata, strict, progress)
+        return _first(*made)
+
+
+def open(file: AnyPath) -> Clip:
+    """A clip of all of a file: its first track of pictures and its first of sound. Reads its headers only."""
+    return Clip(_tell(_clipworks.Edit.open, _existing(file)))
+
+
 def loop(file: AnyPath, count: int, **options: Unpack[Options]) -> Path:
     """Plays the clip `count` times in a row, from 1 to 100000. It needs pictures and sound."""
-    return _make("loop", file, {"count": count}, options)
+    return _save(open(file).loop(count), file, "looped", options)
 
 
 def speed(
@@ -96,8 +231,10 @@ def speed(
 
     2 is half the speed, 0.5 double the speed. `name` is the new file's, without ".mp4".
     """
-    arguments = {"from": start, "to": end, "ratio": ratio, "quality": quality, "name": name}
-    return _make("speed", file, arguments, options)
+    clip = open(file).speed(start, end, ratio)
+    if _choice("quality", quality, "low", "high") == "low":
+        clip = Clip(clip._edit.small())
+    return _save(clip, file, "retimed", options, name)
 
 
 def compress(file: AnyPath, preset: Preset, *, bitrate: int | None = None, **options: Unpack[Options]) -> Path:
@@ -105,12 +242,13 @@ def compress(file: AnyPath, preset: Preset, *, bitrate: int | None = None, **opt
 
     `bitrate` is that of the pictures in kilobits a second, in place of the preset's; 0 is constant quality.
     """
-    return _make("compress", file, {"preset": preset, "bitrate": bitrate}, options)
+    return _save(open(file).compress(preset, bitrate=bitrate), file, "compressed", options)
 
 
 def preview(file: AnyPath, preset: Preset, *, bitrate: int | None = None, **options: Unpack[Options]) -> Path:
     """Does with the first five seconds what `compress` does with the whole clip, to judge a preset."""
-    return _make("preview", file, {"preset": preset, "bitrate": bitrate}, options)
+    clip = open(file).trim(0, _PREVIEW_SECONDS).compress(preset, bitrate=bitrate)
+    return _save(clip, file, "preview", options)
 
 
 def reverse(
@@ -124,30 +262,36 @@ def reverse(
 
     `name` is the new file's, without its ending; "reversed_video" and "reversed_audio" for the parts when not given.
     """
-    if part not in ("both", "video", "audio"):
-        raise ValueError(f'part takes both, video or audio, not "{part}"')
-    return _make("reverse", file, {"name": name, "video-only": part == "video", "audio-only": part == "audio"}, options)
+    _choice("part", part, "both", "video", "audio")
+    edit = _tell(_clipworks.Edit.open, _existing(file), True)
+    for track, code, has, alone in (
+        ("video", "noPictures", edit.has_pictures, "audio"),
+        ("sound", "noSound", edit.has_sound, "video"),
+    ):
+        if part != alone and not has:
+            raise Error(f'{edit.name} has no {track} track; reversing needs one, unless part="{alone}" is given', code)
+    if part != "both":
+        name = name if name is not None else f"reversed_{part}"
+        edit = _tell(edit.pictures_only if part == "video" else edit.sound_only)
+    ending = {"both": ".mp4", "video": ".mov", "audio": ".m4a"}[part]
+    return _save(Clip(edit).reverse(), file, "reversed", options, name, ending)
 
 
-def rotate(file: AnyPath, **options: Unpack[Options]) -> Path:
-    """Turns the clip by a quarter turn, counterclockwise; one held upright in portrait turns clockwise."""
-    return _make("rotate", file, {}, options)
+def rotate(file: AnyPath, *, by: Literal["right", "left", "half"] = "right", **options: Unpack[Options]) -> Path:
+    """Turns the clip; right is clockwise."""
+    return _save(open(file).rotate(by), file, "turned", options)
 
 
 def crop(file: AnyPath, rect: Sequence[float], **options: Unpack[Options]) -> Path:
-    """Cuts `rect` out of the pictures: left, top, width, height.
-
-    In a portrait clip the rectangle's width stands for the whole width, in any other its height for the whole height;
-    with the clip's own size in pixels, units are pixels.
-    """
-    return _make("crop", file, {"rect": ",".join(map(_number, rect))}, options)
+    """Cuts `rect` out of the pictures: left, top, width, height, in pixels as they are seen."""
+    return _save(open(file).crop(rect), file, "cropped", options)
 
 
 def frame(
     file: AnyPath,
     at: float | str,
     *,
-    format: Literal["jpg", "png", "heic"] = "jpg",
+    format: Format = "jpg",
     name: str | None = None,
     **options: Unpack[Options],
 ) -> Path:
@@ -155,8 +299,11 @@ def frame(
 
     `name` is the new file's, without its ending.
     """
-    place = at if isinstance(at, str) else f"{at:.9f}"
-    return _make("frame", file, {"at": place, "format": format, "name": name}, options)
+    clip = open(file)
+    kind = _member(_clipworks.StillFormat, "format", format)
+    options, path, existing = _place(options, file, "frame", name, f".{format}")
+    options.pop("codec", None)
+    return clip._take(at, path, kind, existing, **{"strip_metadata": False, "strict": False, "progress": None, **options})
 
 
 def narrate(
@@ -171,70 +318,75 @@ def narrate(
 
     "low" makes small pictures; "highLossless" keeps the clip's own coded ones.
     """
-    pieces = [Piece(*piece) for piece in pieces]
-    for piece in pieces:
-        os.stat(piece.audio)
-    texts = [f"{os.fspath(piece.audio)}@{_number(piece.at)}:{_number(piece.volume)}" for piece in pieces]
-    return _make("narrate", file, {"piece": texts, "base-volume": base_volume, "quality": quality}, options)
+    clip = open(file).narrate(pieces, base_volume=base_volume)
+    if _choice("quality", quality, "low", "highCompressed", "highLossless") == "low":
+        clip = Clip(clip._edit.small())
+    elif quality == "highLossless":
+        clip = Clip(clip._edit.keeping_coded_pictures())
+    return _save(clip, file, "narrated", options)
 
 
 def info(file: AnyPath) -> dict[str, Any]:
     """Tells what a file holds: `duration`, `tracks` with their `segments`, `metadata`; lengths in seconds too."""
-    os.stat(file)
-    ran = _run(["--json", "info", "--", os.fspath(file)], None)
-    return json.loads(ran.text)["files"][0]
+    return json.loads(_tell(_clipworks.describe, _existing(file)))
 
 
-def _make(command: str, file: AnyPath, arguments: dict[str, Any], options: Options) -> Path:
-    options = {"outputs": os.curdir, **options}
-    progress = options.pop("progress", None)
+def _save(clip: Clip, file: AnyPath, done: str, options: Options, name: str | None = None, ending: str = ".mp4") -> Path:
+    options, path, existing = _place(options, file, done, name, ending)
+    return clip._make(path, existing, **options)
+
+
+def _place(options: Options, file: AnyPath, done: str, name: str | None, ending: str):
+    """The options without folders, where the new file goes, and what becomes of a file that is there."""
+    options = dict(options)
     unknown = options.keys() - Options.__annotations__.keys()
     if unknown:
-        raise TypeError(f"{command}() got an unexpected keyword argument {min(unknown)!r}")
-    for path in (file, options["outputs"], options.get("temp")):
-        if path is not None:
-            os.stat(path)
-    ran = _run([command, *_words(options), *_words(arguments), "--", os.fspath(file)], progress)
-    for sentence in ran.warnings:
-        warnings.warn(sentence.decode(errors="replace"), RuntimeWarning, stacklevel=3)
-    return Path(os.fsdecode(ran.outputs[0]))
+        raise TypeError(f"got an unexpected keyword argument {min(unknown)!r}")
+    options.pop("temp", None)
+    folder = Path(_existing(options.pop("outputs", os.curdir)))
+    if name is None:
+        return options, folder / f"{Path(file).stem}-{done}{ending}", _clipworks.ExistingFile.numbered
+    if not name or "/" in name:
+        raise ValueError("name must not be empty" if not name else f'name takes a name without a folder, not "{name}"')
+    return options, folder / f"{name}{ending}", _clipworks.ExistingFile.replaced
 
 
-def _words(arguments: dict[str, Any]) -> list[str]:
-    """The program's own words for them."""
-    words = []
-    for name, value in arguments.items():
-        option = "--" + name.replace("_", "-")
-        if value is True:
-            words.append(option)
-        elif value is not None and value is not False:
-            for text in map(_number, value if isinstance(value, list) else [value]):
-                # Each of the two forms has texts that only the other one can tell: an empty one, and one with a dash.
-                words += [f"{option}={text}"] if text else [option, text]
-    return words
+def _existing(path: AnyPath) -> str:
+    os.stat(path)
+    return _path(path)
 
 
-def _number(value: Any) -> str:
-    """Numbers of any library as plain ones, with all their digits; other values as they are."""
-    if isinstance(value, (str, os.PathLike)):
-        return os.fspath(value)
-    try:
-        return str(operator.index(value))
-    except TypeError:
-        return repr(float(value))
-
-
-# What the program's sentences call arguments that have another name here.
-_NAMES = {"--from": "start", "--to": "end", "--video-only": 'part="video"', "--audio-only": 'part="audio"'}
-
-
-def _run(words: list[str], progress: Callable[[float], Any] | None) -> _clipworks.Ran:
-    if any("\0" in word for word in words):
+def _path(path: AnyPath) -> str:
+    text = os.fsdecode(path)
+    if "\0" in text:
         raise ValueError("embedded null character")
-    ran = _clipworks.run([os.fsencode(word) for word in words], progress)
-    if ran.code == _clipworks.ExitCode.done:
-        return ran
-    sentence = re.sub('; "clipworks [a-z ]*--help" tells more$', "", ran.sentence.decode(errors="replace"))
-    if ran.code != _clipworks.ExitCode.wrong_use:
-        raise Error(sentence)
-    raise ValueError(" ".join(_NAMES.get(word, word) for word in sentence.split(" ")).replace(" --", " ").removeprefix("--"))
+    return text
+
+
+def _choice(name: str, value: str, *words: str) -> str:
+    if value not in words:
+        raise ValueError(f'{name} takes {", ".join(words[:-1])} or {words[-1]}, not "{value}"')
+    return value
+
+
+def _member(enumeration: Any, name: str, word: str) -> Any:
+    return enumeration.__members__[_choice(name, word, *enumeration.__members__)]
+
+
+def _first(paths: list[Path], sentences: list[str]) -> Path:
+    for sentence in sentences:
+        warnings.warn(sentence, RuntimeWarning, stacklevel=5)
+    return paths[0]
+
+
+def _tell(call: Callable[..., Any], *arguments: Any) -> Any:
+    """What the core raises, as this package does."""
+    try:
+        return call(*arguments)
+    except _clipworks.Failed as failed:
+        code, sentence = failed.args
+    if code == "badArgument":
+        raise ValueError(sentence)
+    if code == "notFound":
+        raise FileNotFoundError(errno.ENOENT, sentence)
+    raise Error(sentence, code)
