@@ -54,6 +54,7 @@ Expected<Frame> CachedPictureReader::picture(std::size_t picture, std::span<cons
     decoder_.tellDamage(counter_.get(), picture);
   }
   previous_ = picture;
+  endsAtFirst_ = false;
   return frame;
 }
 
@@ -76,7 +77,10 @@ Expected<Frame> CachedPictureReader::decode(std::size_t picture, std::span<const
     const Pass pass = plan(picture, upcoming);
     auto outcome = run(pass, picture, stop);
     if (!outcome) return tl::make_unexpected(outcome.error());
-    if (outcome->isInDoubt) {
+    // The other field of an interlaced picture may be the next sample.
+    const bool mayLackField = endsAtFirst_ && outcome->frame != nullptr && outcome->frame->interlaced_frame != 0;
+    if (outcome->isInDoubt || mayLackField) {
+      endsAtFirst_ = false;
       forgetAll();
       decoder_.stop();
       continue;
@@ -177,6 +181,7 @@ CachedPictureReader::Pass CachedPictureReader::plan(std::size_t picture,
   pass.access = table().accessPointFor(picture);
   pass.last = wanted;
   pass.goesOn = goesOn(decoder_, picture);
+  pass.endsThere = endsAtFirst_;
   if (!upcoming.empty()) {
     planForRequests(pass, picture, upcoming);
   } else if (readsBackwards_) {

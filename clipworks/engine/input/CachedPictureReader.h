@@ -82,7 +82,8 @@ class CachedPictureReader {
         stream_(stream),
         decoder_(std::move(decoder)),
         pictureBytes_(pictureBytes),
-        cacheLimit_(cacheLimit) {}
+        cacheLimit_(cacheLimit),
+        endsAtFirst_(cacheLimit == 0 && file_->stream(stream_).progressive) {}
   Expected<Frame> decode(std::size_t picture, std::span<const std::uint32_t> upcoming, const std::stop_token& stop);
   void forgetAll();
   Expected<Frame> replacementFor(std::size_t picture, const std::stop_token& stop);
@@ -114,6 +115,7 @@ class CachedPictureReader {
   std::optional<PictureDecoder> parked_;  // where another request left it in the group, in any order of requests
   std::size_t pictureBytes_;
   std::size_t cacheLimit_;
+  bool endsAtFirst_;  // nothing is decoded behind the first picture asked for: where none is kept, it is the only one
   std::map<std::uint32_t, Kept> kept_;  // by sample
   std::size_t bytesKept_ = 0;
   std::uint64_t uses_ = 0;
