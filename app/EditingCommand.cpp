@@ -60,6 +60,9 @@ Outcome EditingCommand::checkPictures(const std::filesystem::path& file, const s
 }
 
 Outcome EditingCommand::run(const Program& program) {
+  // As long as it is open, all who open it again share what is known of it.
+  const auto first = AVAsset::make(URL(inputs().front()));
+  (void)first->tracks();
   if (const Outcome checked = check(); !checked) return checked;
   if (const Outcome kept = keepInputs(program.options.outputs, resultNames(), inputs()); !kept) return kept;
   if (const Outcome applied = applyCodec(program.options.codec, inputs().front()); !applied) return applied;
