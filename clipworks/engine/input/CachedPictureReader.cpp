@@ -77,9 +77,8 @@ Expected<Frame> CachedPictureReader::decode(std::size_t picture, std::span<const
     const Pass pass = plan(picture, upcoming);
     auto outcome = run(pass, picture, stop);
     if (!outcome) return tl::make_unexpected(outcome.error());
-    // The other field of an interlaced picture may be the next sample.
-    const bool mayLackField = endsAtFirst_ && outcome->frame != nullptr && outcome->frame->interlaced_frame != 0;
-    if (outcome->isInDoubt || mayLackField) {
+    const bool isShort = endsAtFirst_ && !isSurelyWhole(outcome->frame, sample);
+    if (outcome->isInDoubt || isShort) {
       endsAtFirst_ = false;
       forgetAll();
       decoder_.stop();
@@ -98,6 +97,12 @@ Expected<Frame> CachedPictureReader::decode(std::size_t picture, std::span<const
     if (outcome->frame != nullptr) return std::move(outcome->frame);
     if (!isLacking(picture)) return replacementFor(picture, stop);
   }
+}
+
+// What follows a picture may make it good: the other field of an interlaced one may be the next sample, and behind
+// damage the decoder only begins to give pictures somewhere later.
+bool CachedPictureReader::isSurelyWhole(const Frame& frame, std::uint32_t sample) const {
+  return frame != nullptr && frame->interlaced_frame == 0 && !damaged_.contains(sample);
 }
 
 void CachedPictureReader::forgetAll() {

@@ -85,6 +85,7 @@ class CachedPictureReader {
         cacheLimit_(cacheLimit),
         endsAtFirst_(cacheLimit == 0 && file_->stream(stream_).progressive) {}
   Expected<Frame> decode(std::size_t picture, std::span<const std::uint32_t> upcoming, const std::stop_token& stop);
+  [[nodiscard]] bool isSurelyWhole(const Frame& frame, std::uint32_t sample) const;
   void forgetAll();
   Expected<Frame> replacementFor(std::size_t picture, const std::stop_token& stop);
   Expected<Frame> firstThatDecodes(const std::stop_token& stop);
