@@ -16,7 +16,7 @@ pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse>=15)
 pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa>=1.2)
 pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET rubberband>=3.0)
 # Still images: their codecs, EXIF and ICC profiles.
-pkg_check_modules(STILLS REQUIRED IMPORTED_TARGET libjpeg>=2.0 libpng>=1.6.32 libheif>=1.15 libexif>=0.6.22 lcms2>=2.9)
+pkg_check_modules(STILLS REQUIRED IMPORTED_TARGET libjpeg>=2.0 libpng>=1.6.32 zlib>=1.2.11 libheif>=1.15 libexif>=0.6.22 lcms2>=2.9)
 
 # Debian's libyuv-dev brings neither a pkg-config file nor a CMake package.
 find_path(CLIPWORKS_LIBYUV_INCLUDE_DIR libyuv.h)
