@@ -27,6 +27,8 @@ namespace clipworks::engine {
 /// second one starts again; the memory keeps what would take them longest to decode again. On the way to a picture that
 /// is jumped to, those that nothing refers to are left out, unless it is the second time in a group that fits.
 ///
+/// With a limit of 0 the first picture is taken for the only one: nothing is decoded behind it.
+///
 /// A picture that does not decode is replaced by the one before it, the first by the one after.
 /// One thread at a time; the decoders have threads of their own.
 class CachedPictureReader {
