@@ -7,14 +7,16 @@ find_package(tl-expected REQUIRED)
 find_package(PkgConfig REQUIRED)
 
 # IMPORTED_TARGET: include folders come with the target, as system folders.
-pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat>=59 libavcodec>=59 libavutil>=57 libswresample>=4
-                  libavfilter>=8)
+pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat>=59 libavcodec>=59 libavutil>=57 libswresample>=4)
+# Not linked: loaded when the first interlaced picture comes.
+pkg_check_modules(FILTERS REQUIRED libavfilter>=8)
+string(REGEX MATCH "^[0-9]+" CLIPWORKS_LIBAVFILTER_MAJOR ${FILTERS_VERSION})
 pkg_check_modules(ZIMG REQUIRED IMPORTED_TARGET zimg>=3.0)
 pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse>=15)
 pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa>=1.2)
 pkg_check_modules(RUBBERBAND REQUIRED IMPORTED_TARGET rubberband>=3.0)
 # Still images: their codecs, EXIF and ICC profiles.
-pkg_check_modules(STILLS REQUIRED IMPORTED_TARGET libjpeg>=2.0 libpng>=1.6.32 libheif>=1.15 libexif>=0.6.22 lcms2>=2.9)
+pkg_check_modules(STILLS REQUIRED IMPORTED_TARGET libjpeg>=2.0 libpng>=1.6.32 zlib>=1.2.11 libheif>=1.15 libexif>=0.6.22 lcms2>=2.9)
 
 # Debian's libyuv-dev brings neither a pkg-config file nor a CMake package.
 find_path(CLIPWORKS_LIBYUV_INCLUDE_DIR libyuv.h)

@@ -114,6 +114,11 @@ void expectExactInAnyOrder(const std::shared_ptr<const MediaFile>& file, const s
       EXPECT_EQ(firstDifference(reader, backwards(linear.size()), requests, linear), "") << "backwards";
     }
   }
+  for (std::size_t i = 0; i < linear.size(); i += 3) {
+    auto reader = cachedReader(file, 0);
+    const auto picture = static_cast<std::uint32_t>(i);
+    EXPECT_EQ(firstDifference(reader, {picture, picture / 2}, Requests::oneByOne, linear), "") << "with no memory";
+  }
 }
 
 struct ClipCase {

@@ -55,6 +55,7 @@ Expected<Frame> CachedPictureReader::picture(std::size_t picture, std::span<cons
   }
   if (frame && standsIn_) ++replaced_;
   previous_ = picture;
+  endsAtFirst_ = false;
   return frame;
 }
 
@@ -77,7 +78,9 @@ Expected<Frame> CachedPictureReader::decode(std::size_t picture, std::span<const
     const Pass pass = plan(picture, upcoming);
     auto outcome = run(pass, picture, stop);
     if (!outcome) return tl::make_unexpected(outcome.error());
-    if (outcome->isInDoubt) {
+    const bool isShort = endsAtFirst_ && !isSurelyWhole(outcome->frame, sample);
+    if (outcome->isInDoubt || isShort) {
+      endsAtFirst_ = false;
       forgetAll();
       decoder_.stop();
       continue;
@@ -95,6 +98,12 @@ Expected<Frame> CachedPictureReader::decode(std::size_t picture, std::span<const
     if (outcome->frame != nullptr) return std::move(outcome->frame);
     if (!isLacking(picture)) return replacementFor(picture, stop);
   }
+}
+
+// What follows a picture may make it good: the other field of an interlaced one may be the next sample, and behind
+// damage the decoder only begins to give pictures somewhere later.
+bool CachedPictureReader::isSurelyWhole(const Frame& frame, std::uint32_t sample) const {
+  return frame != nullptr && frame->interlaced_frame == 0 && !damaged_.contains(sample);
 }
 
 void CachedPictureReader::forgetAll() {
@@ -178,6 +187,7 @@ CachedPictureReader::Pass CachedPictureReader::plan(std::size_t picture,
   pass.access = table().accessPointFor(picture);
   pass.last = wanted;
   pass.goesOn = goesOn(decoder_, picture);
+  pass.endsThere = endsAtFirst_;
   if (!upcoming.empty()) {
     planForRequests(pass, picture, upcoming);
   } else if (readsBackwards_) {

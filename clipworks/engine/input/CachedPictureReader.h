@@ -27,6 +27,8 @@ namespace clipworks::engine {
 /// second one starts again; the memory keeps what would take them longest to decode again. On the way to a picture that
 /// is jumped to, those that nothing refers to are left out, unless it is the second time in a group that fits.
 ///
+/// With a limit of 0 the first picture is taken for the only one: nothing is decoded behind it.
+///
 /// A picture that does not decode is replaced by the one before it, the first by the one after.
 /// One thread at a time; the decoders have threads of their own.
 class CachedPictureReader {
@@ -86,8 +88,10 @@ class CachedPictureReader {
         stream_(stream),
         decoder_(std::move(decoder)),
         pictureBytes_(pictureBytes),
-        cacheLimit_(cacheLimit) {}
+        cacheLimit_(cacheLimit),
+        endsAtFirst_(cacheLimit == 0 && file_->stream(stream_).progressive) {}
   Expected<Frame> decode(std::size_t picture, std::span<const std::uint32_t> upcoming, const std::stop_token& stop);
+  [[nodiscard]] bool isSurelyWhole(const Frame& frame, std::uint32_t sample) const;
   void forgetAll();
   Expected<Frame> replacementFor(std::size_t picture, const std::stop_token& stop);
   Expected<Frame> firstThatDecodes(const std::stop_token& stop);
@@ -118,6 +122,7 @@ class CachedPictureReader {
   std::optional<PictureDecoder> parked_;  // where another request left it in the group, in any order of requests
   std::size_t pictureBytes_;
   std::size_t cacheLimit_;
+  bool endsAtFirst_;  // nothing is decoded behind the first picture asked for: where none is kept, it is the only one
   std::map<std::uint32_t, Kept> kept_;  // by sample
   std::size_t bytesKept_ = 0;
   std::uint64_t uses_ = 0;

@@ -1,7 +1,11 @@
 #include <clipworks/engine/input/MediaFile.h>
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstring>
+#include <ctime>
+#include <tuple>
 #include <utility>
 
 #include <clipworks/engine/LibraryErrors.h>
@@ -25,6 +29,82 @@ bool beginsLikeMovie(const FileHandle& file) {
                                                        "wide", "moof", "pnot", "styp"};
   return std::any_of(kinds.begin(), kinds.end(), [&](const char* k) { return std::memcmp(&head[4], k, 4) == 0; });
 }
+
+/// How much of H.264 is decoded to look at a file. The library wants up to 20 pictures, for their pixels and the order
+/// in which they come out: one intra picture, unfinished, and the headers of the others tell as much.
+enum class Look { quick, thorough };
+
+int findStreamInfo(AVFormatContext& context, Look look) {
+  std::vector<AVDictionary*> options(context.nb_streams, nullptr);
+  for (std::size_t i = 0; i < options.size() && look == Look::quick; ++i) {
+    if (context.streams[i]->codecpar->codec_id != AV_CODEC_ID_H264) continue;
+    av_dict_set(&options[i], "skip_frame", "nointra", 0);
+    for (const char* step : {"skip_loop_filter", "skip_idct"}) av_dict_set(&options[i], step, "all", 0);
+  }
+  const int code = avformat_find_stream_info(&context, options.empty() ? nullptr : options.data());
+  for (auto& option : options) av_dict_free(&option);
+  return code;
+}
+
+bool tellsPixels(const AVFormatContext& context) {
+  return std::all_of(context.streams, context.streams + context.nb_streams, [](const AVStream* stream) {
+    return stream->codecpar->codec_id != AV_CODEC_ID_H264 || stream->codecpar->format != AV_PIX_FMT_NONE;
+  });
+}
+
+/// The file's streams with all that can be known of them before they are read.
+Expected<InputContext> lookInto(const std::shared_ptr<const FileHandle>& handle, const std::string& name) {
+  for (Look look = Look::quick;; look = Look::thorough) {
+    auto input = InputContext::open(handle, name);
+    if (!input) return input;
+    input->get()->probesize = probeBytes;
+    if (const int code = findStreamInfo(*input->get(), look); code < 0) {
+      return tl::make_unexpected(libraryError(code, name + " holds streams that cannot be read"));
+    }
+    // Pictures may be refreshed piece by piece, so that none is an intra picture.
+    if (look == Look::thorough || tellsPixels(*input->get())) return input;
+  }
+}
+
+/// A file as it was at a moment: another one, or another content, is never the same.
+using FileState = std::tuple<std::filesystem::path, dev_t, ino_t, off_t, std::int64_t>;
+
+/// Nothing for a file that changed within the last two seconds: clocks of file systems are too coarse to tell whether
+/// it does so again.
+std::optional<FileState> settledState(const std::filesystem::path& path, const FileHandle& handle) {
+  constexpr std::int64_t second = 1'000'000'000;
+  const auto nanoseconds = [](const timespec& time) { return time.tv_sec * second + time.tv_nsec; };
+  struct stat facts {};
+  timespec now{};
+  if (::fstat(handle.descriptor(), &facts) != 0 || ::clock_gettime(CLOCK_REALTIME, &now) != 0) return std::nullopt;
+  // The time of the inode's last change, which no program can set.
+  const std::int64_t changed = nanoseconds(facts.st_ctim);
+  if (changed > nanoseconds(now) - 2 * second) return std::nullopt;
+  return FileState(path, facts.st_dev, facts.st_ino, facts.st_size, changed);
+}
+
+/// The files that are open at the moment, so that each is looked at once. Thread-safe.
+class OpenFiles {
+ public:
+  static OpenFiles& shared() {
+    static auto* instance = new OpenFiles();  // never destroyed: readers may outlive the end of main()
+    return *instance;
+  }
+  std::shared_ptr<const MediaFile> find(const FileState& state) {
+    const std::lock_guard lock(mutex_);
+    const auto known = files_.find(state);
+    return known == files_.end() ? nullptr : known->second.lock();
+  }
+  void add(const FileState& state, const std::shared_ptr<const MediaFile>& file) {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(files_, [](const auto& entry) { return entry.second.expired(); });
+    files_[state] = file;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::map<FileState, std::weak_ptr<const MediaFile>> files_;
+};
 
 const MovieBoxes::Track* findTrack(const std::optional<MovieBoxes>& boxes, int id) {
   if (!boxes) return nullptr;
@@ -164,12 +244,17 @@ OtherStream describeOther(const AVStream& stream) {
 }  // namespace
 
 Expected<std::shared_ptr<const MediaFile>> MediaFile::open(const std::filesystem::path& path) {
-  std::shared_ptr<MediaFile> file(new MediaFile());
-  file->name_ = path.filename().string();
   auto handle = FileHandle::openForReading(path);
   if (!handle) return tl::make_unexpected(handle.error());
+  const auto state = settledState(path, **handle);
+  if (state) {
+    if (auto known = OpenFiles::shared().find(*state)) return known;
+  }
+  std::shared_ptr<MediaFile> file(new MediaFile());
+  file->name_ = path.filename().string();
   file->handle_ = *handle;
   if (auto loaded = file->load(); !loaded) return tl::make_unexpected(loaded.error());
+  if (state) OpenFiles::shared().add(*state, file);
   return file;
 }
 
@@ -183,13 +268,9 @@ Expected<void> MediaFile::load() {
     }
     boxes_ = std::move(*boxes);
   }
-  auto input = InputContext::open(handle_, name_);
+  auto input = lookInto(handle_, name_);
   if (!input) return tl::make_unexpected(input.error());
   AVFormatContext& context = *input->get();
-  context.probesize = probeBytes;
-  if (const int code = avformat_find_stream_info(&context, nullptr); code < 0) {
-    return tl::make_unexpected(libraryError(code, name_ + " holds streams that cannot be read"));
-  }
   const FirstInstant first = firstInstant(context);
   for (unsigned i = 0; i < context.nb_streams && streams_.size() < limits::maxTracks; ++i) {
     describeStream(context, static_cast<int>(i), first);

@@ -79,7 +79,8 @@ struct OtherStream {
 /// pictures is built at the first question. Keeps the file open, so that a file replaced meanwhile stays what it was.
 class MediaFile {
  public:
-  /// Fails with one sentence that names the file.
+  /// Shares what is known of a file that is open already and has not changed since. Fails with one sentence that names
+  /// the file.
   [[nodiscard]] static Expected<std::shared_ptr<const MediaFile>> open(const std::filesystem::path& path);
 
   [[nodiscard]] const std::string& name() const { return name_; }

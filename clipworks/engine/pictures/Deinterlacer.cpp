@@ -4,37 +4,32 @@
 
 #include <clipworks/engine/LibraryErrors.h>
 
-extern "C" {
-#include <libavfilter/avfilter.h>
-#include <libavfilter/buffersink.h>
-#include <libavfilter/buffersrc.h>
-}
-
 namespace clipworks::engine {
 
-void Deinterlacer::FreeGraph::operator()(AVFilterGraph* graph) const { avfilter_graph_free(&graph); }
+void Deinterlacer::FreeGraph::operator()(AVFilterGraph* graph) const { library->freeGraph(&graph); }
 
 Expected<Deinterlacer> Deinterlacer::open(const AVFrame& first) {
-  Deinterlacer opened;
-  opened.graph_.reset(avfilter_graph_alloc());
+  const auto library = FilterLibrary::load();
+  if (!library) return tl::make_unexpected(library.error());
+  const FilterLibrary& filters = **library;
+  Deinterlacer opened(filters);
   if (opened.graph_ == nullptr) return failed(ErrorKind::outOfMemory, "out of memory for deinterlacing");
   AVFilterGraph* graph = opened.graph_.get();
   const std::string pictures = "video_size=" + std::to_string(first.width) + "x" + std::to_string(first.height) +
                                ":pix_fmt=" + std::to_string(first.format) + ":time_base=1/1";
   AVFilterContext* deinterlace = nullptr;
-  int code = avfilter_graph_create_filter(&opened.source_, avfilter_get_by_name("buffer"), "in", pictures.c_str(),
-                                          nullptr, graph);
+  int code =
+      filters.createFilter(&opened.source_, filters.filterByName("buffer"), "in", pictures.c_str(), nullptr, graph);
   if (code >= 0) {
-    code = avfilter_graph_create_filter(&deinterlace, avfilter_get_by_name("bwdif"), "whole",
-                                        "mode=send_frame:parity=auto:deint=interlaced", nullptr, graph);
+    code = filters.createFilter(&deinterlace, filters.filterByName("bwdif"), "whole",
+                                "mode=send_frame:parity=auto:deint=interlaced", nullptr, graph);
   }
   if (code >= 0) {
-    code =
-        avfilter_graph_create_filter(&opened.sink_, avfilter_get_by_name("buffersink"), "out", nullptr, nullptr, graph);
+    code = filters.createFilter(&opened.sink_, filters.filterByName("buffersink"), "out", nullptr, nullptr, graph);
   }
-  if (code >= 0) code = avfilter_link(opened.source_, 0, deinterlace, 0);
-  if (code >= 0) code = avfilter_link(deinterlace, 0, opened.sink_, 0);
-  if (code >= 0) code = avfilter_graph_config(graph, nullptr);
+  if (code >= 0) code = filters.link(opened.source_, 0, deinterlace, 0);
+  if (code >= 0) code = filters.link(deinterlace, 0, opened.sink_, 0);
+  if (code >= 0) code = filters.configureGraph(graph, nullptr);
   if (code < 0) {
     return tl::make_unexpected(libraryError(code, "interlaced pictures cannot be made whole", ErrorKind::unsupported));
   }
@@ -44,14 +39,14 @@ Expected<Deinterlacer> Deinterlacer::open(const AVFrame& first) {
 Expected<void> Deinterlacer::push(const Frame& picture) {
   Frame frame = shareFrame(picture);
   frame->pts = pushed_++;
-  if (const int code = av_buffersrc_add_frame(source_, frame.get()); code < 0) {
+  if (const int code = filters_->addFrame(source_, frame.get()); code < 0) {
     return tl::make_unexpected(libraryError(code, "an interlaced picture cannot be made whole", ErrorKind::internal));
   }
   return {};
 }
 
 Expected<void> Deinterlacer::finish() {
-  if (const int code = av_buffersrc_add_frame(source_, nullptr); code < 0) {
+  if (const int code = filters_->addFrame(source_, nullptr); code < 0) {
     return tl::make_unexpected(
         libraryError(code, "the last interlaced pictures cannot be made whole", ErrorKind::internal));
   }
@@ -60,7 +55,7 @@ Expected<void> Deinterlacer::finish() {
 
 Expected<std::optional<Frame>> Deinterlacer::pull() {
   Frame frame = makeFrame();
-  const int code = av_buffersink_get_frame(sink_, frame.get());
+  const int code = filters_->getFrame(sink_, frame.get());
   if (code == AVERROR(EAGAIN) || code == AVERROR_EOF) return std::nullopt;
   if (code < 0) {
     return tl::make_unexpected(libraryError(code, "an interlaced picture cannot be made whole", ErrorKind::internal));

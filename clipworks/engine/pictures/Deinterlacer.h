@@ -5,9 +5,7 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
-
-struct AVFilterGraph;
-struct AVFilterContext;
+#include <clipworks/engine/pictures/FilterLibrary.h>
 
 namespace clipworks::engine {
 
@@ -26,10 +24,13 @@ class Deinterlacer {
 
  private:
   struct FreeGraph {
+    const FilterLibrary* library;
     void operator()(AVFilterGraph* graph) const;
   };
-  Deinterlacer() = default;
+  explicit Deinterlacer(const FilterLibrary& filters)
+      : filters_(&filters), graph_(filters.allocateGraph(), FreeGraph{&filters}) {}
 
+  const FilterLibrary* filters_;
   std::unique_ptr<AVFilterGraph, FreeGraph> graph_;
   AVFilterContext* source_ = nullptr;  // within graph_
   AVFilterContext* sink_ = nullptr;    // within graph_

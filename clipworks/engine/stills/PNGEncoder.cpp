@@ -1,6 +1,5 @@
 #include <clipworks/engine/stills/PNGEncoder.h>
 
-#include <libyuv.h>
 #include <png.h>
 
 #include <array>
@@ -9,15 +8,15 @@
 #include <new>
 #include <string>
 
+#include <clipworks/engine/stills/DeflatedRows.h>
 #include <clipworks/engine/stills/ExifBlock.h>
 #include <clipworks/engine/stills/StillPixels.h>
 
 namespace clipworks::engine {
 namespace {
 
-constexpr int compressionLevel = 3;
-constexpr int filter = PNG_FILTER_AVG;
-constexpr std::size_t compressionBuffer = std::size_t{256} << 10;  // bytes: the length of an IDAT chunk
+constexpr std::array<png_byte, 5> dataChunk{'I', 'D', 'A', 'T', 0};
+constexpr std::array<png_byte, 5> endChunk{'I', 'E', 'N', 'D', 0};
 
 struct Output {
   std::vector<std::uint8_t> bytes;
@@ -44,15 +43,15 @@ void leave(png_structp context, png_const_charp words) {
 void keepSilent(png_structp, png_const_charp) {}
 
 struct Input {
-  const AVFrame* planes;                     // GBRP
-  std::uint8_t* row;                         // room for one packed row
-  std::vector<std::uint8_t>* exif;           // may be empty
-  const std::vector<std::uint8_t>* profile;  // empty: sRGB
+  png_uint_32 width;
+  png_uint_32 height;
+  const std::vector<std::vector<std::uint8_t>>* rows;  // parts of their zlib stream
+  std::vector<std::uint8_t>* exif;                     // may be empty
+  const std::vector<std::uint8_t>* profile;            // empty: sRGB
 };
 
 void writeHeader(png_structp context, png_infop info, const Input& input) {
-  png_set_IHDR(context, info, static_cast<png_uint_32>(input.planes->width),
-               static_cast<png_uint_32>(input.planes->height), 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
+  png_set_IHDR(context, info, input.width, input.height, 8, PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE,
                PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
   if (input.profile->empty()) {
     png_set_sRGB_gAMA_and_cHRM(context, info, PNG_sRGB_INTENT_PERCEPTUAL);
@@ -64,15 +63,6 @@ void writeHeader(png_structp context, png_infop info, const Input& input) {
     png_set_eXIf_1(context, info, static_cast<png_uint_32>(input.exif->size()), input.exif->data());
   }
   png_write_info(context, info);
-}
-
-void writeRows(png_structp context, const Input& input) {
-  const AVFrame& planes = *input.planes;
-  for (int y = 0; y < planes.height; ++y) {
-    const auto plane = [&](int i) { return planes.data[i] + static_cast<std::ptrdiff_t>(y) * planes.linesize[i]; };
-    libyuv::MergeRGBPlane(plane(2), 0, plane(0), 0, plane(1), 0, input.row, 0, planes.width, 1);
-    png_write_row(context, input.row);
-  }
 }
 
 /// Between `setjmp` and its return only plain values live. False with words in `output` when libpng failed.
@@ -88,12 +78,9 @@ bool compress(const Input& input, Output& output) {
     return false;
   }
   png_set_write_fn(context, &output, keep, nullptr);
-  png_set_compression_level(context, compressionLevel);
-  png_set_filter(context, PNG_FILTER_TYPE_BASE, filter);
-  png_set_compression_buffer_size(context, compressionBuffer);
   writeHeader(context, info, input);
-  writeRows(context, input);
-  png_write_end(context, info);
+  for (const auto& part : *input.rows) png_write_chunk(context, dataChunk.data(), part.data(), part.size());
+  png_write_chunk(context, endChunk.data(), nullptr, 0);
   png_destroy_write_struct(&context, &info);
   return true;
 }
@@ -109,9 +96,13 @@ Expected<std::vector<std::uint8_t>> encodePNG(const StillImage& still) {
   auto exif = exifBlock(still);
   if (!exif) return exif;
 
-  std::vector<std::uint8_t> row(static_cast<std::size_t>(still.frame->width) * 3);
+  const auto rows = deflatedRows(**planes);
+  if (!rows) return tl::make_unexpected(rows.error());
+
   Output output;
-  if (!compress(Input{planes->get(), row.data(), &*exif, &*profile}, output)) {
+  const Input input{static_cast<png_uint_32>(still.frame->width), static_cast<png_uint_32>(still.frame->height), &*rows,
+                    &*exif, &*profile};
+  if (!compress(input, output)) {
     return failed(ErrorKind::internal, std::string("the picture cannot be encoded as PNG: ") + output.words.data());
   }
   return std::move(output.bytes);

@@ -156,6 +156,22 @@ TEST(Asset, LeavesTheDelayOutThatQuickTimeMoviesDoNotTell) {
   EXPECT_EQ(segments[0].target.duration, CMTime(1900, 1000));
 }
 
+TEST(Asset, ReadsPicturesThatAreRefreshedPieceByPiece) {
+  const BarCodeClip clip({.frames = 60,
+                          .audioCodec = "",
+                          .extension = ".ts",
+                          .outputArguments = {"-x264-params", "intra-refresh=1:keyint=20"}});
+  std::ifstream in(clip.path(), std::ios::binary);
+  std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  constexpr std::size_t packet = 188;
+  bytes.erase(0, bytes.size() / 3 / packet * packet);  // with the only intra picture
+  const TemporaryDirectory directory;
+  write(directory.file("tuned_in.ts"), bytes);
+  const auto tracks = AVAsset::make(URL(directory.file("tuned_in.ts")))->tracks(AVMediaTypeVideo);
+  ASSERT_EQ(tracks.size(), 1U);
+  EXPECT_EQ(tracks[0]->naturalSize(), CGSize(320, 180));
+}
+
 TEST(Asset, ListsNoCoverArt) {
   const BarCodeClip clip({.frames = 30});
   const TemporaryDirectory directory;
