@@ -27,10 +27,7 @@ def facts(path, entries="stream=codec_name,width,height,nb_read_packets"):
 
 
 def loop_in_child(clip, outputs, results):
-    try:
-        results.put(str(clipworks.loop(clip, 1, outputs=outputs)))
-    except clipworks.Error as error:
-        results.put(f"Error: {error}")
+    results.put(str(clipworks.loop(clip, 1, outputs=outputs)))
 
 
 class Operations(unittest.TestCase):
@@ -102,17 +99,36 @@ class Operations(unittest.TestCase):
         self.assertEqual({thread for _, thread in told}, {threading.get_ident()})
         self.assertGreater(ticks[0], 20)
 
-    def test_threads_take_turns(self):
-        made = []
-        threads = [
-            threading.Thread(target=lambda: made.append(clipworks.loop(self.clip, 2, outputs=self.outputs)))
-            for _ in range(4)
-        ]
+    def test_a_chain_is_one_movie(self):
+        clip = clipworks.open(self.clip).speed(0.5, 1, 2).crop((100, 0, 180, 180)).compress("144p")
+        self.assertEqual((clip.duration, clip.size), (2.5, (144, 144)))
+        self.assertEqual(clip.plan()["tracks"][0]["encoder"], "libx264")
+        path = clip.save(self.outputs / "short.mp4")
+        self.assertEqual(facts(path), "h264,144,144,20")
+        with self.assertRaises(clipworks.Error) as refused:
+            clip.save(path)
+        self.assertEqual(refused.exception.code, "notWritable")
+        self.assertEqual(clip.rotate("half").save(path, overwrite=True), path)
+        self.assertEqual(facts(clip.frame("#19", self.outputs / "last.png")), "png,144,144,1")
+
+    def test_eight_work_at_once(self):
+        clip = self.folder / "one of eight.mp4"
+        make_clip(clip, size="640x360", seconds=3)
+        spans, made = [], []
+
+        def turn():
+            began = time.monotonic()
+            made.append(clipworks.rotate(clip, outputs=self.outputs))
+            spans.append((began, time.monotonic()))
+
+        threads = [threading.Thread(target=turn) for _ in range(8)]
         for thread in threads:
             thread.start()
         for thread in threads:
             thread.join()
-        self.assertEqual([facts(path, "stream=nb_read_packets") for path in made], ["40"] * 4)
+        self.assertEqual([facts(path, "stream=height,nb_read_packets") for path in made], ["640,30"] * 8)
+        self.assertEqual(len(set(made)), 8)
+        self.assertLess(max(began for began, _ in spans), min(ended for _, ended in spans), "they took turns")
 
     def test_what_goes_wrong_is_raised_and_leaves_nothing(self):
         options = {"outputs": self.outputs}
@@ -125,14 +141,14 @@ class Operations(unittest.TestCase):
             (FileNotFoundError, "nowhere", lambda: clipworks.info("nowhere.mp4")),
             (clipworks.Error, "broken.mp4", lambda: clipworks.rotate(broken, **options)),
             (clipworks.Error, "broken.mp4", lambda: clipworks.info(broken)),
-            (ValueError, "^count must be at least 1$", lambda: clipworks.loop(self.clip, 0, **options)),
-            (ValueError, "^start must come before end$", lambda: clipworks.speed(self.clip, 2, 1, 2, **options)),
+            (ValueError, "count must be at least 1$", lambda: clipworks.loop(self.clip, 0, **options)),
+            (ValueError, "start before it ends$", lambda: clipworks.speed(self.clip, 2, 1, 2, **options)),
             (ValueError, "^preset takes 144p, .* not", lambda: clipworks.compress(self.clip, "4k", **options)),
             (ValueError, "four numbers", lambda: clipworks.crop(self.clip, (1, 2, 3), **options)),
             (ValueError, "^name must not be empty$", lambda: clipworks.frame(self.clip, 0, name="", **options)),
             (ValueError, "^codec takes auto", lambda: clipworks.rotate(self.clip, codec="av1", **options)),
             (ValueError, "null", lambda: clipworks.frame(self.clip, 0, name="a\0b", **options)),
-            (ValueError, "^count takes a whole number", lambda: clipworks.loop(self.clip, "three", **options)),
+            (TypeError, "integer", lambda: clipworks.loop(self.clip, "three", **options)),
             (TypeError, "'output'", lambda: clipworks.rotate(self.clip, output=self.outputs)),
         ]
         for raised, words, call in cases:
@@ -204,26 +220,21 @@ class Operations(unittest.TestCase):
         make_clip(clip, size="1280x720", seconds=60)
         script = f"import clipworks; clipworks.rotate({str(clip)!r}, outputs={str(self.outputs)!r})"
         child = subprocess.Popen([sys.executable, "-c", script], stderr=subprocess.PIPE, text=True)
-        deadline = time.monotonic() + 30
-        while not any(self.outputs.iterdir()) and time.monotonic() < deadline:
-            time.sleep(0.01)
+        time.sleep(1.5)  # well into it: a minute of 720p takes longer
         child.send_signal(signal.SIGINT)
         _, errors = child.communicate(timeout=30)
         self.assertIn("KeyboardInterrupt", errors)
         self.assertEqual(list(self.outputs.iterdir()), [])
 
-    def test_new_processes_work_and_forked_ones_say_that_they_cannot(self):
+    def test_new_processes_work_forked_ones_too(self):
         clipworks.loop(self.clip, 1, outputs=self.outputs)
-        told = {}
         for method in "spawn", "fork":
             context = multiprocessing.get_context(method)
             results = context.Queue()
             child = context.Process(target=loop_in_child, args=(self.clip, self.outputs, results))
             child.start()
-            told[method] = results.get(timeout=60)
+            self.assertTrue(os.path.exists(results.get(timeout=60)))
             child.join()
-        self.assertTrue(os.path.exists(told["spawn"]))
-        self.assertIn("forked", told["fork"])
 
     def test_the_first_example_loops_a_clip(self):
         os.link(self.clip, self.outputs / "clip.mp4")
