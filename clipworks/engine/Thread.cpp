@@ -147,13 +147,15 @@ void endStarts() {
   }
 }
 
+// When the library is loaded, after those below it: it runs before they are taken down, also where the very first start
+// comes while the process ends.
+const bool isRegistered = std::atexit(endStarts) == 0;
+
 }  // namespace
 
 Expected<EncoderStart> EncoderStart::begin() {
-  static const bool isRegistered = std::atexit(endStarts) == 0;
-  (void)isRegistered;
   std::shared_lock lock(starts().mutex);
-  if (starts().processEnds) return failed(ErrorKind::cancelled, "the process is ending");
+  if (!isRegistered || starts().processEnds) return failed(ErrorKind::cancelled, "the process is ending");
   if (auto room = requireThreads(threadsOfAnEncoder()); !room) return tl::make_unexpected(room.error());
   return EncoderStart(std::move(lock));
 }
