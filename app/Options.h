@@ -17,11 +17,11 @@ struct Options {
   bool replacesFile = false;
   /// What would be done is told, and not done.
   bool planOnly = false;
-  /// Where intermediate files go; beside the results when not given.
+  /// Where intermediate files go; edits make none, but it must exist.
   std::optional<std::filesystem::path> temp;
   /// Standard output holds JSON lines only.
   bool json = false;
-  /// The library's own lines are shown.
+  /// Why tracks were encoded is told.
   bool verbose = false;
   CodecChoice codec = CodecChoice::automatic;
   /// Damaged pictures are a failure.
