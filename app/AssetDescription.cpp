@@ -1,4 +1,5 @@
 #include <app/AssetDescription.h>
+#include <app/JsonText.h>
 
 #include <algorithm>
 #include <array>
@@ -247,6 +248,10 @@ ordered_json describedForPrograms(const std::filesystem::path& path, const AVAss
   file["otherTracks"] = others;
   if (const std::string error = asset.loadError(); !error.empty()) file["error"] = error;
   return file;
+}
+
+std::string jsonTextOf(const std::filesystem::path& path, const AVAsset& asset) {
+  return jsonText(describedForPrograms(path, asset));
 }
 
 }  // namespace clipworks::app

@@ -17,4 +17,7 @@ namespace clipworks::app {
 /// that cannot be read also `error`.
 [[nodiscard]] nlohmann::ordered_json describedForPrograms(const std::filesystem::path& path, const AVAsset& asset);
 
+/// The same as text, on one line.
+[[nodiscard]] std::string jsonTextOf(const std::filesystem::path& path, const AVAsset& asset);
+
 }  // namespace clipworks::app

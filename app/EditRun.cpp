@@ -10,6 +10,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <app/JsonText.h>
 #include <app/PlanDescription.h>
 #include <clipworks/edit/MakeMovie.h>
 #include <clipworks/edit/Plan.h>
@@ -102,7 +103,7 @@ class EditRun {
     }
     if (options_.json) {
       const nlohmann::ordered_json object{{"plans", objects}};
-      reporter_.text(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n');
+      reporter_.text(jsonText(object) + '\n');
     }
     return {};
   }

@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <app/JsonText.h>
+
 namespace clipworks::app {
 namespace {
 
@@ -68,5 +70,7 @@ ordered_json describedForPrograms(const Plan& plan) {
   object["remarks"] = plan.remarks;
   return object;
 }
+
+std::string jsonTextOf(const Plan& plan) { return jsonText(describedForPrograms(plan)); }
 
 }  // namespace clipworks::app

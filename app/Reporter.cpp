@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include <app/JsonText.h>
 #include <app/Printable.h>
 #include <app/ProgressLine.h>
 
@@ -15,10 +16,7 @@ namespace {
 
 constexpr double progressStep = 0.001;
 
-/// One line. Paths need not be UTF-8; what is not becomes a replacement character.
-std::string jsonLine(const nlohmann::ordered_json& event) {
-  return event.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
-}
+std::string jsonLine(const nlohmann::ordered_json& event) { return jsonText(event) + '\n'; }
 
 nlohmann::ordered_json pathsOf(const std::vector<std::filesystem::path>& files) {
   auto paths = nlohmann::ordered_json::array();

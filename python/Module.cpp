@@ -13,6 +13,7 @@
 #include <functional>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <stop_token>
 #include <string>
 #include <system_error>
@@ -21,8 +22,6 @@
 #include <utility>
 #include <variant>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 #include <app/AssetDescription.h>
 #include <app/PlanDescription.h>
@@ -50,6 +49,38 @@ T valueOf(Result<T, Error> result) {
   return std::move(*result);
 }
 
+/// The work that is under way: the interpreter must not end before it has.
+class Running {
+ public:
+  static Running& shared() {
+    static auto& instance = *new Running;  // never destroyed: threads may outlive the module
+    return instance;
+  }
+  void begin(std::stop_source& stop) {
+    const std::lock_guard lock(mutex_);
+    if (hasEnded_) throw Failed({ErrorCode::cancelled, "the interpreter is ending"});
+    stops_.insert(&stop);
+  }
+  void end(std::stop_source& stop) {
+    const std::lock_guard lock(mutex_);
+    stops_.erase(&stop);
+    changed_.notify_all();
+  }
+  /// Stops everything and waits for it; without the interpreter's lock.
+  void endAll() {
+    std::unique_lock lock(mutex_);
+    hasEnded_ = true;
+    for (auto* stop : stops_) stop->request_stop();
+    changed_.wait(lock, [this] { return stops_.empty(); });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool hasEnded_ = false;              // guarded by mutex_
+  std::set<std::stop_source*> stops_;  // guarded by mutex_
+};
+
 /// Work on a thread of its own, without the interpreter's lock. The calling thread calls back with its progress, rising
 /// and from 0 to 1, and lets Python look at its signals; what either raises stops the work and comes out.
 class Work {
@@ -65,6 +96,7 @@ class Work {
   /// `task` may throw nothing but `Failed`; `discard` takes its results back where it ended well in spite of a stop.
   void run(const std::function<void()>& task, const std::function<void()>& discard) {
     callBack(0);
+    const Registered registered(stop_);
     std::thread thread([&] {
       std::exception_ptr thrown;
       try {
@@ -92,6 +124,13 @@ class Work {
   }
 
  private:
+  struct Registered {
+    explicit Registered(std::stop_source& of) : stop(of) { Running::shared().begin(stop); }
+    ~Registered() { Running::shared().end(stop); }
+    Registered(const Registered&) = delete;
+    Registered& operator=(const Registered&) = delete;
+    std::stop_source& stop;
+  };
   static constexpr std::chrono::milliseconds lookInterval{50};
 
   bool wait() {
@@ -132,10 +171,10 @@ class Work {
   std::exception_ptr thrown_;  // guarded by mutex_
 };
 
-std::vector<std::string> sentencesOf(const std::vector<DamagedMedia>& damaged) {
-  std::vector<std::string> sentences;
-  for (const auto& media : damaged) sentences.push_back(media.sentence() + "; what could be decoded is shown");
-  return sentences;
+/// Names of files need not be UTF-8; what is not becomes a replacement character.
+py::str decoded(const std::string& text) {
+  return py::reinterpret_steal<py::str>(
+      PyUnicode_DecodeUTF8(text.data(), static_cast<py::ssize_t>(text.size()), "replace"));
 }
 
 void remove(const std::vector<std::filesystem::path>& files) {
@@ -144,10 +183,19 @@ void remove(const std::vector<std::filesystem::path>& files) {
 }
 
 /// Paths of new files, and warnings.
-using Made = std::pair<std::vector<std::filesystem::path>, std::vector<std::string>>;
+struct Made {
+  std::vector<std::filesystem::path> paths;
+  std::vector<DamagedMedia> damaged;
 
-Made makeMovieOf(const Edit& edit, const std::filesystem::path& path, ExistingFile existing, CodecChoice codec,
-                 bool keepsMetadata, bool isStrict, py::object onProgress) {
+  [[nodiscard]] py::tuple forPython() const {
+    py::list warnings;
+    for (const auto& media : damaged) warnings.append(decoded(media.sentence() + "; what could be decoded is shown"));
+    return py::make_tuple(paths, warnings);
+  }
+};
+
+py::tuple makeMovieOf(const Edit& edit, const std::filesystem::path& path, ExistingFile existing, CodecChoice codec,
+                      bool keepsMetadata, bool isStrict, py::object onProgress) {
   Work work(std::move(onProgress));
   MovieOptions options;
   options.plan = {codec, keepsMetadata};
@@ -159,10 +207,12 @@ Made makeMovieOf(const Edit& edit, const std::filesystem::path& path, ExistingFi
   work.run(
       [&] {
         auto report = valueOf(makeMovie(edit, path, options));
-        made = {{std::move(report.path)}, sentencesOf(report.damaged)};
+        made = {{std::move(report.path)}, std::move(report.damaged)};
       },
-      [&] { remove(made.first); });
-  return made;
+      [&] {
+        if (existing != ExistingFile::replaced) remove(made.paths);
+      });
+  return made.forPython();
 }
 
 /// A time as it was given: seconds, or the number of a picture.
@@ -180,10 +230,9 @@ CMTime timeOf(const Edit& edit, const std::variant<double, std::string>& at) {
                                             "; there is no " + text});
 }
 
-Made takePicturesOf(const Edit& edit,
-                    const std::vector<std::pair<std::variant<double, std::string>, std::filesystem::path>>& pictures,
-                    StillFormat format, ExistingFile existing, bool keepsMetadata, bool isStrict,
-                    py::object onProgress) {
+py::tuple takePicturesOf(
+    const Edit& edit, const std::vector<std::pair<std::variant<double, std::string>, std::filesystem::path>>& pictures,
+    StillFormat format, ExistingFile existing, bool keepsMetadata, bool isStrict, py::object onProgress) {
   Work work(std::move(onProgress));
   PictureOptions options;
   options.format = format;
@@ -198,16 +247,18 @@ Made takePicturesOf(const Edit& edit,
         std::vector<WantedPicture> wanted;
         for (const auto& [at, path] : pictures) wanted.push_back({timeOf(edit, at), path});
         auto report = valueOf(takePictures(edit, wanted, options));
-        made = {std::move(report.paths), sentencesOf(report.damaged)};
+        made = {std::move(report.paths), std::move(report.damaged)};
       },
-      [&] { remove(made.first); });
-  return made;
+      [&] {
+        if (existing != ExistingFile::replaced) remove(made.paths);
+      });
+  return made.forPython();
 }
 
 std::string describe(const std::filesystem::path& file) {
   const auto asset = AVAsset::make(URL(file));
-  if (const auto why = asset->loadError(); !why.empty()) throw Failed({ErrorCode::notAMovie, why});
-  return app::describedForPrograms(file, *asset).dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  if (!asset->loadError().empty()) (void)valueOf(Edit::open(file));  // which says the same, with its code
+  return app::jsonTextOf(file, *asset);
 }
 
 py::dict presets() {
@@ -246,9 +297,8 @@ PYBIND11_MODULE(_clipworks, module) {
     try {
       if (thrown) std::rethrow_exception(thrown);
     } catch (const Failed& why) {
-      const py::object sentence = py::reinterpret_steal<py::object>(PyUnicode_DecodeUTF8(
-          why.error.sentence.data(), static_cast<py::ssize_t>(why.error.sentence.size()), "replace"));
-      PyErr_SetObject(failed.ptr(), py::make_tuple(std::string(name(why.error.code)), sentence).ptr());
+      PyErr_SetObject(failed.ptr(),
+                      py::make_tuple(std::string(name(why.error.code)), python::decoded(why.error.sentence)).ptr());
     }
   });
 
@@ -275,7 +325,7 @@ PYBIND11_MODULE(_clipworks, module) {
           py::arg("file"), py::arg("whole_tracks") = false, Unlocked())
       .def_property_readonly("duration", [](const Edit& edit) { return edit.duration().seconds(); })
       .def_property_readonly("size", [](const Edit& edit) { return std::pair(edit.size().width, edit.size().height); })
-      .def_property_readonly("name", &Edit::name)
+      .def_property_readonly("name", [](const Edit& edit) { return python::decoded(edit.name()); })
       .def_property_readonly("has_pictures", &Edit::hasPictures)
       .def_property_readonly("has_sound", &Edit::hasSound)
       .def(
@@ -332,12 +382,13 @@ PYBIND11_MODULE(_clipworks, module) {
       .def(
           "plan",
           [](const Edit& edit, CodecChoice codec) {
-            return app::describedForPrograms(valueOf(plan(edit, {codec, true})))
-                .dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+            return app::jsonTextOf(valueOf(plan(edit, {codec, true})));
           },
           Unlocked());
 
   module.def("make_movie", &python::makeMovieOf);
   module.def("take_pictures", &python::takePicturesOf);
+  py::module_::import("atexit").attr("register")(
+      py::cpp_function([] { python::Running::shared().endAll(); }, Unlocked()));
   module.def("describe", &python::describe, Unlocked());
 }

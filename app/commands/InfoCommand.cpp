@@ -7,6 +7,7 @@
 
 #include <app/AssetDescription.h>
 #include <app/Command.h>
+#include <app/JsonText.h>
 
 namespace clipworks::app {
 namespace {
@@ -42,8 +43,7 @@ class InfoCommand final : public Command {
     }
     if (program.options.json) {
       const nlohmann::ordered_json object{{"files", objects}};
-      // Paths and metadata need not be UTF-8; what is not becomes a replacement character.
-      program.reporter.text(object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n');
+      program.reporter.text(jsonText(object) + '\n');
     }
     if (errors.empty()) return {};
     for (std::size_t i = 0; i + 1 < errors.size(); ++i) program.reporter.warning(errors[i]);

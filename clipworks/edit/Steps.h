@@ -55,9 +55,10 @@ struct NarratedPiece {
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> narrated(const Edit& edit, const std::vector<NarratedPiece>& pieces,
                                                          double baseVolume = 1);
 
-/// Has the pictures encoded `height` pixels high, as wide as their shape asks, at `bitRate` bits a second on average
-/// or, for 0, at constant quality; smaller ones are enlarged. The sound becomes stereo at 44.1 kHz and 128 kb/s. Fails
-/// with `noPictures`, or with `badArgument` for a height or a shape that gives no picture of 1 to 16,384 pixels.
+/// Has the pictures encoded `height` pixels high, as wide as their shape asks, at `bitRate` bits a second on average,
+/// 10^9 at most, or, for 0, at constant quality; smaller ones are enlarged. The sound becomes stereo at 44.1 kHz and
+/// 128 kb/s. Fails with `noPictures`, or with `badArgument` for a height or a shape that gives no picture of 1 to
+/// 16,384 pixels.
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> compressed(const Edit& edit, int height, std::int64_t bitRate);
 
 /// Keeps `range` alone. Fails with `badArgument` where nothing of the edit lies in it.

@@ -12,6 +12,8 @@ namespace clipworks {
 namespace {
 
 constexpr double largestSide = 16'384;
+// More than any encoder takes.
+constexpr std::int64_t mostBitsPerSecond = 1'000'000'000;
 
 double evenFrom(double side) { return 2 * std::ceil(side / 2); }
 
@@ -20,7 +22,8 @@ double evenFrom(double side) { return 2 * std::ceil(side / 2); }
 Result<Edit, Error> compressed(const Edit& edit, int height, std::int64_t bitRate) {
   if (height < 1 || height > largestSide)
     return failed(ErrorCode::badArgument, "a height must be from 1 to " + wholeNumber(largestSide) + " pixels");
-  if (bitRate < 0) return failed(ErrorCode::badArgument, "a bit rate must not be negative");
+  if (bitRate < 0 || bitRate > mostBitsPerSecond)
+    return failed(ErrorCode::badArgument, "a bit rate must be from 0 to 1000000 kb/s");
   if (auto fit = needPictures(edit, "compressing it"); !fit) return failure(fit.error());
   const CGSize seen = edit.size();
   const double width = std::floor(seen.width / seen.height * height);

@@ -136,7 +136,7 @@ class Clip:
     def narrate(self, pieces: Sequence[Piece], *, base_volume: float = 1) -> "Clip":
         """Lays recordings over the sound, which plays at `base_volume`."""
         pieces = [Piece(*piece) for piece in pieces]
-        return self._then("narrate", [(os.fspath(file), at, volume) for file, at, volume in pieces], base_volume)
+        return self._then("narrate", [(_existing(file), at, volume) for file, at, volume in pieces], base_volume)
 
     def compress(self, preset: Preset | int, *, bitrate: int | None = None) -> "Clip":
         """Has the pictures encoded at the height of `preset`, or at as many pixels.
@@ -149,7 +149,11 @@ class Clip:
             height, kilobits = _clipworks.presets[preset]
         else:
             height, kilobits = operator.index(preset), 0
-        return self._then("compress", height, kilobits if bitrate is None else operator.index(bitrate))
+        if bitrate is not None:
+            kilobits = operator.index(bitrate)
+            if not 0 <= kilobits <= 1_000_000:
+                raise ValueError(f"bitrate takes a whole number from 0 to 1000000, not {kilobits}")
+        return self._then("compress", height, kilobits)
 
     def trim(self, start: float, end: float) -> "Clip":
         """Keeps what lies from second `start` to second `end`."""
@@ -174,6 +178,7 @@ class Clip:
         The other keywords are those of `Options`.
         """
         existing = _clipworks.ExistingFile.replaced if overwrite else _clipworks.ExistingFile.refused
+        os.stat(Path(path).parent)
         return self._make(path, existing, codec, strip_metadata, strict, progress)
 
     def frame(

@@ -42,7 +42,7 @@ POSIX = re.compile(
     r"(dlfcn|errno|fcntl|poll|pthread|pwd|sched|signal|spawn|termios|unistd|sys/[a-z]+|linux/[a-z]+)\.h"
 )
 LIBRARY = re.compile(r"tl/expected\.hpp")
-HOSTS = {"app": re.compile(r"(CLI|nlohmann|fmt)/[A-Za-z/._]+"), "python": re.compile(r"pybind11/[a-z0-9]+\.h")}
+HOSTS = {"app": re.compile(r"(CLI|nlohmann|fmt)/[A-Za-z/._]+"), "python": re.compile(r"pybind11/[a-z0-9/]+\.h")}
 
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^">]+)[">]', re.MULTILINE)
 

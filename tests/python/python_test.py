@@ -168,6 +168,12 @@ class Operations(unittest.TestCase):
             with self.subTest(call.__name__), self.assertRaisesRegex(StopIteration, "enough"):
                 call(clip, outputs=self.outputs, progress=stop)
         self.assertEqual(list(self.outputs.iterdir()), [])
+        # What would have been replaced is still there, even where the work was over before anybody looked.
+        old = clipworks.speed(self.clip, 0, 1, 2, outputs=self.outputs, name="old")
+        with self.assertRaisesRegex(StopIteration, "enough"):
+            late = lambda value: value and (time.sleep(1) or stop(1))
+            clipworks.speed(self.clip, 0, 1, 3, outputs=self.outputs, name="old", progress=late)
+        self.assertTrue(old.exists())
         # And the next one is none the worse for it.
         self.assertEqual(facts(clipworks.loop(self.clip, 2, outputs=self.outputs), "stream=nb_read_packets"), "40")
 
@@ -225,6 +231,17 @@ class Operations(unittest.TestCase):
         _, errors = child.communicate(timeout=30)
         self.assertIn("KeyboardInterrupt", errors)
         self.assertEqual(list(self.outputs.iterdir()), [])
+
+    def test_the_interpreter_ends_in_the_midst_of_it(self):
+        clip = self.folder / "for a daemon.mp4"
+        make_clip(clip, size="1280x720", seconds=10)
+        script = f"""if True:
+            import clipworks, threading, time
+            work = lambda: clipworks.rotate({str(clip)!r}, outputs={str(self.outputs)!r})
+            threading.Thread(target=work, daemon=True).start()
+            time.sleep(0.3)"""
+        ran = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, timeout=60)
+        self.assertEqual((ran.returncode, list(self.outputs.iterdir())), (0, []), ran.stderr)
 
     def test_new_processes_work_forked_ones_too(self):
         clipworks.loop(self.clip, 1, outputs=self.outputs)
