@@ -1,9 +1,7 @@
 // Plays a clip three times in a row, into one new file in the current directory.
 #include <iostream>
 
-#include <clipworks/filedeck/FileSystem.h>
-#include <clipworks/looper/VideoLooperUtils.h>
-#include <clipworks/media/dispatch/DispatchQueue.h>
+#include "until_reported.h"
 
 using namespace clipworks;
 
@@ -23,15 +21,5 @@ int main(int argc, char** argv) {
     return 1;
   }
 
-  // Reports on the main queue, which belongs to the host: run() runs its items until stop().
-  int exitCode = 1;
-  looper->exportCurrentComposition([&](const auto& result) {
-    if (result) {
-      std::cout << result->path().string() << '\n';
-      exitCode = 0;
-    }
-    DispatchQueue::main().stop();
-  });
-  DispatchQueue::main().run();
-  return exitCode;
+  return untilReported([&](const auto& report) { looper->exportCurrentComposition(report); });
 }

@@ -1,7 +1,7 @@
 // Lays a recording over a clip from its first second on, the clip's own sound at half its level.
 #include <iostream>
 
-#include <clipworks/clipworks.h>
+#include "until_reported.h"
 
 using namespace clipworks;
 
@@ -21,16 +21,6 @@ int main(int argc, char** argv) {
     return 1;
   }
 
-  // Reports on the main queue, which belongs to the host: run() runs its items until stop().
-  int exitCode = 1;
-  const auto report = [&](const auto& result) {
-    if (result) {
-      std::cout << result->path().string() << '\n';
-      exitCode = 0;
-    }
-    DispatchQueue::main().stop();
-  };
-  narration->exportComposition(ExportQuality::highCompressed, report);
-  DispatchQueue::main().run();
-  return exitCode;
+  return untilReported(
+      [&](const auto& report) { narration->exportComposition(ExportQuality::highCompressed, report); });
 }

@@ -1,7 +1,7 @@
 // Turns a clip by a quarter turn, into a new file in the current directory.
 #include <iostream>
 
-#include <clipworks/clipworks.h>
+#include "until_reported.h"
 
 using namespace clipworks;
 
@@ -12,16 +12,5 @@ int main(int argc, char** argv) {
   }
   FileSystem::shared().setOutputsURL(URL("."));
 
-  // Reports on the main queue, which belongs to the host: run() runs its items until stop().
-  int exitCode = 1;
-  const auto report = [&](const auto& result) {
-    if (result) {
-      std::cout << result->path().string() << '\n';
-      exitCode = 0;
-    }
-    DispatchQueue::main().stop();
-  };
-  VideoRotateUtils::make()->rotateVideo(URL(argv[1]), report);
-  DispatchQueue::main().run();
-  return exitCode;
+  return untilReported([&](const auto& report) { VideoRotateUtils::make()->rotateVideo(URL(argv[1]), report); });
 }
