@@ -100,7 +100,7 @@ Part deflatePart(const AVFrame& planes, int from, int to) {
   stream.next_out = part.bytes.data();
   stream.avail_out = static_cast<uInt>(part.bytes.size());
   deflate(&stream, to == planes.height ? Z_FINISH : Z_SYNC_FLUSH);
-  part.bytes.resize(part.bytes.size() - stream.avail_out);
+  part.bytes.erase(part.bytes.end() - static_cast<std::ptrdiff_t>(stream.avail_out), part.bytes.end());
   return part;
 }
 
