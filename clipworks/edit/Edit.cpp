@@ -1,32 +1,16 @@
 #include <clipworks/edit/Edit.h>
 
 #include <algorithm>
-#include <array>
-#include <cmath>
 #include <utility>
 
 #include <clipworks/edit/EditErrors.h>
 #include <clipworks/edit/EditState.h>
 #include <clipworks/media/asset/MediaTrack.h>
+#include <clipworks/media/export/DrawnPlan.h>
 #include <clipworks/media/time/ExactTime.h>
 
 namespace clipworks {
 namespace {
-
-/// Where a picture of `natural` size lies once `turn` has been applied to it.
-struct Box {
-  CGPoint origin;
-  CGSize size;
-};
-
-Box boxOf(const CGSize& natural, const CGAffineTransform& turn) {
-  std::array<CGPoint, 4> corners = {
-      CGPoint{0, 0}, {natural.width, 0}, {0, natural.height}, {natural.width, natural.height}};
-  for (auto& corner : corners) corner = CGPointApplyAffineTransform(corner, turn);
-  const auto [left, right] = std::minmax({corners[0].x, corners[1].x, corners[2].x, corners[3].x});
-  const auto [top, bottom] = std::minmax({corners[0].y, corners[1].y, corners[2].y, corners[3].y});
-  return {{left, top}, {right - left, bottom - top}};
-}
 
 CGSize naturalSizeOf(const MediaTrack& media) { return {media.facts().naturalWidth, media.facts().naturalHeight}; }
 

@@ -100,20 +100,12 @@ class Screen {
   std::vector<std::shared_ptr<const MediaTrack>> tracks_;  // of its runs; null for black
 };
 
-CGAffineTransform inverse(const CGAffineTransform& t) {
-  const double determinant = t.a * t.d - t.b * t.c;
-  return {t.d / determinant,
-          -t.b / determinant,
-          -t.c / determinant,
-          t.a / determinant,
-          (t.c * t.ty - t.d * t.tx) / determinant,
-          (t.b * t.tx - t.a * t.ty) / determinant};
-}
-
 /// A still of what is seen as the edit's canvas shows it.
 engine::Expected<Still> drawn(const Still& seen, const CGAffineTransform& place, const CGAffineTransform& seenOfMedia,
                               const CGSize& canvas) {
-  const CGAffineTransform map = CGAffineTransformConcat(inverse(seenOfMedia), place);
+  const auto [a, b, c, d, tx, ty] =
+      engine::inverseOf({seenOfMedia.a, seenOfMedia.b, seenOfMedia.c, seenOfMedia.d, seenOfMedia.tx, seenOfMedia.ty});
+  const CGAffineTransform map = CGAffineTransformConcat({a, b, c, d, tx, ty}, place);
   const engine::AffineMap onto{map.a, map.b, map.c, map.d, map.tx, map.ty};
   const int width = static_cast<int>(std::lround(canvas.width));
   const int height = static_cast<int>(std::lround(canvas.height));

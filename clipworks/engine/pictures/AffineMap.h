@@ -15,4 +15,15 @@ struct AffineMap {
   friend constexpr bool operator==(const AffineMap&, const AffineMap&) = default;
 };
 
+/// The map back, where there is one: the determinant is not zero.
+[[nodiscard]] constexpr AffineMap inverseOf(const AffineMap& m) {
+  const double determinant = m.a * m.d - m.b * m.c;
+  return {m.d / determinant,
+          -m.b / determinant,
+          -m.c / determinant,
+          m.a / determinant,
+          (m.c * m.ty - m.d * m.tx) / determinant,
+          (m.b * m.tx - m.a * m.ty) / determinant};
+}
+
 }  // namespace clipworks::engine

@@ -11,16 +11,6 @@
 namespace clipworks::engine {
 namespace {
 
-AffineMap inverseOf(const AffineMap& m) {
-  const double determinant = m.a * m.d - m.b * m.c;
-  return {m.d / determinant,
-          -m.b / determinant,
-          -m.c / determinant,
-          m.a / determinant,
-          (m.c * m.ty - m.d * m.tx) / determinant,
-          (m.b * m.tx - m.a * m.ty) / determinant};
-}
-
 /// The same map between planes whose samples are `acrossStep` pixels wide and `downStep` high, those of shared columns
 /// at the left of their pixels.
 AffineMap betweenPlanes(const AffineMap& m, double acrossStep, double downStep) {

@@ -17,16 +17,6 @@ engine::Canvas canvasOf(const ExportPreset::FixedSize& size) {
   return {size.width + size.width % 2, size.height + size.height % 2};
 }
 
-/// Where a picture of `natural` size lies once `turn` has been applied to it.
-CGRect boxOf(const CGSize& natural, const CGAffineTransform& turn) {
-  std::array<CGPoint, 4> corners = {
-      CGPoint{0, 0}, {natural.width, 0}, {0, natural.height}, {natural.width, natural.height}};
-  for (auto& corner : corners) corner = CGPointApplyAffineTransform(corner, turn);
-  const auto [left, right] = std::minmax({corners[0].x, corners[1].x, corners[2].x, corners[3].x});
-  const auto [top, bottom] = std::minmax({corners[0].y, corners[1].y, corners[2].y, corners[3].y});
-  return {{left, top}, {right - left, bottom - top}};
-}
-
 /// Upright, in the middle of the canvas, which it covers whole.
 CGAffineTransform uprightOnto(const engine::Canvas& canvas, const CGSize& natural, const CGAffineTransform& turn,
                               bool fills) {
@@ -44,6 +34,15 @@ CGAffineTransform uprightOnto(const engine::Canvas& canvas, const CGSize& natura
 }
 
 }  // namespace
+
+CGRect boxOf(const CGSize& natural, const CGAffineTransform& turn) {
+  std::array<CGPoint, 4> corners = {
+      CGPoint{0, 0}, {natural.width, 0}, {0, natural.height}, {natural.width, natural.height}};
+  for (auto& corner : corners) corner = CGPointApplyAffineTransform(corner, turn);
+  const auto [left, right] = std::minmax({corners[0].x, corners[1].x, corners[2].x, corners[3].x});
+  const auto [top, bottom] = std::minmax({corners[0].y, corners[1].y, corners[2].y, corners[3].y});
+  return {{left, top}, {right - left, bottom - top}};
+}
 
 ExportTrack fitted(const ExportTrack& track, const ExportPreset::FixedSize& size) {
   ExportTrack onCanvas = track;

@@ -7,8 +7,12 @@
 #include <clipworks/media/base/Result.h>
 #include <clipworks/media/export/ExportPlan.h>
 #include <clipworks/media/export/ExportPreset.h>
+#include <clipworks/media/geometry/CGRect.h>
 
 namespace clipworks {
+
+/// Where a picture of `natural` size lies once `turn` has been applied to it.
+[[nodiscard]] CGRect boxOf(const CGSize& natural, const CGAffineTransform& turn);
 
 /// `track` with its pictures upright on a canvas of `size`.
 [[nodiscard]] ExportTrack fitted(const ExportTrack& track, const ExportPreset::FixedSize& size);
