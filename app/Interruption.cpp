@@ -35,7 +35,7 @@ Interruption::Interruption(std::function<void()> onImmediateEnd) : onImmediateEn
   const sigset_t signals = endingSignals();
   signals_ = ::signalfd(-1, &signals, SFD_CLOEXEC);
   end_ = ::eventfd(0, EFD_CLOEXEC);
-  // Without the descriptors the signals keep their default, which ends the process and leaves a hidden directory.
+  // Without the descriptors the signals keep their default, which ends the process at once.
   if (signals_ < 0 || end_ < 0) return;
   pthread_sigmask(SIG_BLOCK, &signals, nullptr);
   try {

@@ -1,6 +1,7 @@
 #include <clipworks/edit/MakeMovie.h>
 
 #include <algorithm>
+#include <cctype>
 #include <chrono>
 #include <exception>
 #include <new>

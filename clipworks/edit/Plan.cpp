@@ -114,14 +114,16 @@ std::int64_t picturesShown(const engine::PictureJob& job) {
 
 /// Of the samples that are copied, each time they play.
 std::int64_t copiedBytes(const engine::PictureJob& job) {
-  std::int64_t bytes = 0;
-  for (const auto& placement : job.placements) {
-    const auto& run = job.runs[placement.run];
+  std::vector<std::int64_t> ofRuns;
+  for (const auto& run : job.runs) {
+    ofRuns.push_back(0);
     const auto table = run.file->pictureTable(run.stream);
     if (!table) continue;
     for (const auto& shown : run.written())
-      bytes += (*table)->samples()[(*table)->sampleOfPicture(shown.picture)].bytes;
+      ofRuns.back() += (*table)->samples()[(*table)->sampleOfPicture(shown.picture)].bytes;
   }
+  std::int64_t bytes = 0;
+  for (const auto& placement : job.placements) bytes += ofRuns[placement.run];
   return bytes;
 }
 

@@ -43,8 +43,11 @@ Result<PictureReport, Error> takePictures(const Edit& edit, const std::vector<Wa
   const auto taken = takeAll(*stills, pictures, options, report);
   report.damaged = damagedMediaIn(stills->damaged());
   if (taken) return report;
+  // Those that replaced older files are whole, and all that is left of these.
   std::error_code ignored;
-  for (const auto& path : report.paths) std::filesystem::remove(path, ignored);
+  if (options.existing != ExistingFile::replaced) {
+    for (const auto& path : report.paths) std::filesystem::remove(path, ignored);
+  }
   return failure(taken.error());
 }
 

@@ -47,8 +47,9 @@ struct PictureReport {
 /// Takes pictures of what an edit shows: upright, with square pixels, 8 bits, of standard range. A time before the
 /// first picture gives that one, the edit's end the last one. Decodes each group of pictures as few times as a memory
 /// of 256 MiB allows, in any order of times. Works on the caller's thread; any number at once. After a failure no new
-/// file is left. Fails with `noPictures`; with `badArgument` for a time outside the edit; with `damaged`,
-/// `unsupported`, `tooLarge`, `notFound`, `notWritable`, `noSpace`, `cancelled` or `internal`.
+/// file is left, but for those that have replaced older ones. Fails with `noPictures`; with `badArgument` for a time
+/// outside the edit; with `damaged`, `unsupported`, `tooLarge`, `notFound`, `notWritable`, `noSpace`, `cancelled` or
+/// `internal`.
 [[nodiscard]] CLIPWORKS_API Result<PictureReport, Error> takePictures(const Edit& edit,
                                                                       const std::vector<WantedPicture>& pictures,
                                                                       const PictureOptions& options = {});
