@@ -1,25 +1,18 @@
 #include <app/AssetDescription.h>
-#include <app/JsonText.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <numbers>
 #include <vector>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <app/Printable.h>
 
 namespace clipworks::app {
 namespace {
 
-using nlohmann::ordered_json;
-
 bool isVideo(const AVAssetTrack& track) { return track.mediaType() == AVMediaType::video; }
-
-// For people.
 
 /// 2.000 s, 1:02.500, 1:00:00.000.
 std::string clock(const CMTime& time) {
@@ -84,10 +77,6 @@ std::vector<std::string> cells(const AVAssetTrack& track) {
           rate > 0 ? shortNumber(rate, 3) + " fps" : "",
           dataRate(track.estimatedDataRate())};
 }
-
-constexpr std::array<const char*, 3> rangeNames{"SDR", "HLG", "PQ"};
-
-const char* nameOf(PictureFormat::DynamicRange range) { return rangeNames[static_cast<std::size_t>(range)]; }
 
 /// What matters of a track's pictures beside the table's cells.
 std::string formatLine(const PictureFormat& format) {
@@ -173,55 +162,6 @@ std::string trackLines(const AVAsset& asset) {
   return text;
 }
 
-// For programs.
-
-ordered_json timeObject(const CMTime& time) {
-  return {{"value", time.value}, {"timescale", time.timescale}, {"seconds", time.seconds()}};
-}
-
-ordered_json rangeObject(const CMTimeRange& range) {
-  return {{"start", timeObject(range.start)}, {"duration", timeObject(range.duration)}};
-}
-
-ordered_json formatObject(const PictureFormat& format) {
-  return {{"bitDepth", format.bitDepth},
-          {"dynamicRange", nameOf(format.dynamicRange)},
-          {"dolbyVisionProfile", format.dolbyVisionProfile},
-          {"primaries", format.primaries},
-          {"transfer", format.transfer},
-          {"matrix", format.matrix},
-          {"fullRange", format.isFullRange},
-          {"interlaced", format.isInterlaced},
-          {"constantRate", format.hasConstantRate},
-          {"missing", format.missingPictures}};
-}
-
-ordered_json trackObject(const AVAssetTrack& track) {
-  const CGAffineTransform t = track.preferredTransform();
-  auto segments = ordered_json::array();
-  for (const auto& segment : track.segments()) {
-    segments.push_back({{"source", rangeObject(segment.source)},
-                        {"target", rangeObject(segment.target)},
-                        {"empty", segment.isEmpty()}});
-  }
-  auto formats = ordered_json::array();
-  for (const CGSize& size : track.formatSizes()) formats.push_back({{"width", size.width}, {"height", size.height}});
-  ordered_json object{{"type", isVideo(track) ? "video" : "audio"},
-                      {"codec", track.codecName()},
-                      {"width", track.naturalSize().width},
-                      {"height", track.naturalSize().height},
-                      {"transform", ordered_json::array({t.a, t.b, t.c, t.d, t.tx, t.ty})},
-                      {"frameRate", track.nominalFrameRate()},
-                      {"dataRate", track.estimatedDataRate()},
-                      {"duration", timeObject(track.timeRange().duration)},
-                      {"formats", formats},
-                      {"channels", track.channelCount()},
-                      {"sampleRate", track.sampleRate()},
-                      {"segments", segments}};
-  if (const auto format = track.pictureFormat()) object["pictures"] = formatObject(*format);
-  return object;
-}
-
 }  // namespace
 
 std::string describedForPeople(const std::filesystem::path& path, const AVAsset& asset) {
@@ -232,26 +172,6 @@ std::string describedForPeople(const std::filesystem::path& path, const AVAsset&
     if (!describesContainer(key)) text += fmt::format("  {}: {}\n", printable(key), printable(value));
   }
   return text;
-}
-
-ordered_json describedForPrograms(const std::filesystem::path& path, const AVAsset& asset) {
-  auto tracks = ordered_json::array();
-  for (const auto& track : asset.tracks()) tracks.push_back(trackObject(*track));
-  auto metadata = ordered_json::object();
-  for (const auto& [key, value] : asset.metadata()) metadata[key] = value;
-  ordered_json file{
-      {"path", path.string()}, {"duration", timeObject(asset.duration())}, {"tracks", tracks}, {"metadata", metadata}};
-  auto others = ordered_json::array();
-  for (const auto& other : asset.otherTracks()) {
-    others.push_back({{"kind", other.kind}, {"codec", other.codec}, {"name", other.name}});
-  }
-  file["otherTracks"] = others;
-  if (const std::string error = asset.loadError(); !error.empty()) file["error"] = error;
-  return file;
-}
-
-std::string jsonTextOf(const std::filesystem::path& path, const AVAsset& asset) {
-  return jsonText(describedForPrograms(path, asset));
 }
 
 }  // namespace clipworks::app

@@ -8,10 +8,7 @@
 #include <utility>
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
-#include <app/JsonText.h>
-#include <app/PlanDescription.h>
 #include <clipworks/edit/MakeMovie.h>
 #include <clipworks/edit/Plan.h>
 
@@ -90,21 +87,21 @@ class EditRun {
 
   Outcome tellPlans() {
     reporter_.keepEventsOff();
-    auto objects = nlohmann::ordered_json::array();
+    std::vector<std::string> objects;
     for (const auto& item : items_) {
       if (!item.edit) return failure(item.edit.error());
+      const auto pictures = steps_.back()->pictures(*item.edit);
+      if (!pictures) return failure(failureOf(pictures.error()));
+      if (*pictures) return wrongUse("pictures have no plan; --plan goes with commands that make movies");
       const auto planned = plan(*item.edit, planOptions());
       if (!planned) return failure(failureOf(planned.error()));
       if (options_.json) {
-        objects.push_back(describedForPrograms(*planned));
+        objects.push_back(planned->json());
       } else {
         reporter_.text(planned->text());
       }
     }
-    if (options_.json) {
-      const nlohmann::ordered_json object{{"plans", objects}};
-      reporter_.text(jsonText(object) + '\n');
-    }
+    if (options_.json) reporter_.text(fmt::format("{{\"plans\":[{}]}}\n", fmt::join(objects, ",")));
     return {};
   }
 

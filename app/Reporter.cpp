@@ -7,7 +7,6 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
-#include <app/JsonText.h>
 #include <app/Printable.h>
 #include <app/ProgressLine.h>
 
@@ -16,7 +15,10 @@ namespace {
 
 constexpr double progressStep = 0.001;
 
-std::string jsonLine(const nlohmann::ordered_json& event) { return jsonText(event) + '\n'; }
+/// Bytes that are not UTF-8 become the replacement character.
+std::string jsonLine(const nlohmann::ordered_json& event) {
+  return event.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
+}
 
 nlohmann::ordered_json pathsOf(const std::vector<std::filesystem::path>& files) {
   auto paths = nlohmann::ordered_json::array();

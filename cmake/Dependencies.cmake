@@ -5,6 +5,7 @@
 find_package(Threads REQUIRED)
 find_package(tl-expected REQUIRED)
 find_package(PkgConfig REQUIRED)
+find_package(nlohmann_json REQUIRED)
 
 # IMPORTED_TARGET: include folders come with the target, as system folders.
 pkg_check_modules(FFMPEG REQUIRED IMPORTED_TARGET libavformat>=59 libavcodec>=59 libavutil>=57 libswresample>=4)
@@ -36,9 +37,6 @@ set(CLIPWORKS_MEDIA_LIBRARIES PkgConfig::FFMPEG PkgConfig::ZIMG PkgConfig::STILL
 if(CLIPWORKS_BUILD_PROGRAM)
   find_package(CLI11 REQUIRED)
   find_package(fmt REQUIRED)
-endif()
-if(CLIPWORKS_BUILD_PROGRAM OR CLIPWORKS_BUILD_TESTS)
-  find_package(nlohmann_json REQUIRED)
 endif()
 if(CLIPWORKS_BUILD_PYTHON)
   # The system's own interpreter, unless another one is named: it is the one that users of Debian packages run.

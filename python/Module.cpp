@@ -23,13 +23,13 @@
 #include <variant>
 #include <vector>
 
-#include <app/AssetDescription.h>
-#include <app/PlanDescription.h>
-#include <app/TypedPlace.h>
+#include <clipworks/edit/Describe.h>
 #include <clipworks/edit/MakeMovie.h>
 #include <clipworks/edit/Steps.h>
 #include <clipworks/edit/TakePicture.h>
+#include <clipworks/edit/TypedPlace.h>
 #include <clipworks/foundation/VideoCompressorPreset.h>
+#include <clipworks/media/asset/AVAsset.h>
 
 namespace clipworks::python {
 namespace {
@@ -219,15 +219,9 @@ py::tuple makeMovieOf(const Edit& edit, const std::filesystem::path& path, Exist
 CMTime timeOf(const Edit& edit, const std::variant<double, std::string>& at) {
   if (const auto* seconds = std::get_if<double>(&at)) return exactSeconds(*seconds);
   const auto& text = std::get<std::string>(at);
-  const auto place = app::typedPlace(text);
+  const auto place = typedPlace(text);
   if (!place) throw Failed({ErrorCode::badArgument, "at takes seconds, HH:MM:SS.mmm or #N, not \"" + text + "\""});
-  if (const auto* time = std::get_if<CMTime>(&*place)) return *time;
-  const auto times = valueOf(pictureTimes(edit));
-  const auto number = std::get<std::uint64_t>(*place);
-  if (number < times.size()) return times[number];
-  throw Failed({ErrorCode::badArgument, edit.name() + " has " + std::to_string(times.size()) +
-                                            " pictures, from #0 to #" + std::to_string(times.size() - 1) +
-                                            "; there is no " + text});
+  return valueOf(timeOfPlace(edit, *place));
 }
 
 py::tuple takePicturesOf(
@@ -255,10 +249,9 @@ py::tuple takePicturesOf(
   return made.forPython();
 }
 
-std::string describe(const std::filesystem::path& file) {
-  const auto asset = AVAsset::make(URL(file));
-  if (!asset->loadError().empty()) (void)valueOf(Edit::open(file));  // which says the same, with its code
-  return app::jsonTextOf(file, *asset);
+std::string describeReadable(const std::filesystem::path& file) {
+  if (!AVAsset::make(URL(file))->loadError().empty()) (void)valueOf(Edit::open(file));  // says the same, with its code
+  return describe(file);
 }
 
 py::dict presets() {
@@ -382,7 +375,7 @@ PYBIND11_MODULE(_clipworks, module) {
       .def(
           "plan",
           [](const Edit& edit, CodecChoice codec) {
-            return app::jsonTextOf(valueOf(plan(edit, {codec, true})));
+            return valueOf(plan(edit, {codec, true})).json();
           },
           Unlocked());
 
@@ -390,5 +383,5 @@ PYBIND11_MODULE(_clipworks, module) {
   module.def("take_pictures", &python::takePicturesOf);
   py::module_::import("atexit").attr("register")(
       py::cpp_function([] { python::Running::shared().endAll(); }, Unlocked()));
-  module.def("describe", &python::describe, Unlocked());
+  module.def("describe", &python::describeReadable, Unlocked());
 }

@@ -5,7 +5,6 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include <fmt/format.h>
@@ -13,8 +12,8 @@
 
 #include <app/OutputName.h>
 #include <app/StepCommand.h>
-#include <app/TypedPlace.h>
 #include <clipworks/edit/Steps.h>
+#include <clipworks/edit/TypedPlace.h>
 
 namespace clipworks::app {
 namespace {
@@ -68,24 +67,10 @@ class FrameCommand final : public StepCommand {
     if (!edit.hasPictures())
       return Pictures{{kCMTimeZero}, formats.at(format_), columns_, rows_};  // which tells that there is none
     Pictures wanted{{}, formats.at(format_), columns_, rows_};
-    std::optional<std::vector<CMTime>> times;
-    for (std::size_t i = 0; i < places_.size(); ++i) {
-      if (const auto* time = std::get_if<CMTime>(&places_[i])) {
-        wanted.times.push_back(*time);
-        continue;
-      }
-      if (!times) {
-        auto listed = pictureTimes(edit);
-        if (!listed) return failure(listed.error());
-        times = std::move(*listed);
-      }
-      const auto number = std::get<std::uint64_t>(places_[i]);
-      if (number >= times->size()) {
-        return failure(
-            Error{ErrorCode::badArgument, fmt::format("{} has {} pictures, from #0 to #{}; there is no {}", edit.name(),
-                                                      times->size(), times->size() - 1, atTexts_[i])});
-      }
-      wanted.times.push_back((*times)[number]);
+    for (const TypedPlace& place : places_) {
+      const auto time = timeOfPlace(edit, place);
+      if (!time) return failure(time.error());
+      wanted.times.push_back(*time);
     }
     if (every_) {
       const double seconds = edit.duration().seconds();

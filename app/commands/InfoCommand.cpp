@@ -3,11 +3,10 @@
 
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
-#include <nlohmann/json.hpp>
 
 #include <app/AssetDescription.h>
 #include <app/Command.h>
-#include <app/JsonText.h>
+#include <clipworks/edit/Describe.h>
 
 namespace clipworks::app {
 namespace {
@@ -28,23 +27,21 @@ class InfoCommand final : public Command {
   }
 
   Outcome run(const Program& program) override {
+    if (program.options.planOnly) return wrongUse("info makes nothing; --plan is for commands that do");
     if (program.options.json) program.reporter.keepEventsOff();
-    auto objects = nlohmann::ordered_json::array();
+    std::vector<std::string> objects;
     std::vector<std::string> errors;
     for (const auto& file : files_) {
       const auto asset = AVAsset::make(URL(file));
       const std::string error = asset->loadError();
       if (!error.empty()) errors.push_back(error);
       if (program.options.json) {
-        objects.push_back(describedForPrograms(file, *asset));
+        objects.push_back(describe(file));
       } else if (error.empty()) {
         program.reporter.text(describedForPeople(file, *asset));
       }
     }
-    if (program.options.json) {
-      const nlohmann::ordered_json object{{"files", objects}};
-      program.reporter.text(jsonText(object) + '\n');
-    }
+    if (program.options.json) program.reporter.text(fmt::format("{{\"files\":[{}]}}\n", fmt::join(objects, ",")));
     if (errors.empty()) return {};
     for (std::size_t i = 0; i + 1 < errors.size(); ++i) program.reporter.warning(errors[i]);
     return failed(errors.back());

@@ -70,6 +70,8 @@ class RecordCommand final : public Command {
   }
 
   Outcome run(const Program& program) override {
+    if (program.options.planOnly) return wrongUse("a recording cannot be planned; --plan goes with edits");
+    if (program.options.output) return wrongUse("a recording gets a name of its own; --output goes with edits");
     if (const Outcome checked = check(program.options.outputs); !checked) return checked;
     // From here on Ctrl-C only ends the recording.
     program.interruption.defer();

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include <clipworks/edit/Error.h>
 #include <clipworks/media/base/Export.h>
@@ -40,6 +41,15 @@ class CLIPWORKS_API Edit {
   [[nodiscard]] CGSize size() const;
   /// The name of the first file, without its folder: what sentences call the edit.
   [[nodiscard]] std::string name() const;
+
+  /// All of it on one line, for another process on this machine or for later. Versioned; names its files by their
+  /// absolute paths.
+  [[nodiscard]] std::string json() const;
+  /// What `json` wrote. Fails as `open` does; with `badArgument` for anything else, `unsupported` for another version,
+  /// and `notReadable` where a file has changed since.
+  [[nodiscard]] static Result<Edit, Error> fromJson(std::string_view text);
+  /// Whether both make the same of the same files.
+  friend CLIPWORKS_API bool operator==(const Edit& a, const Edit& b);
 
   /// Within the core.
   explicit Edit(std::shared_ptr<const EditState> state) : state_(std::move(state)) {}

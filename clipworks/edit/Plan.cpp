@@ -8,7 +8,6 @@
 
 #include <clipworks/edit/EditErrors.h>
 #include <clipworks/edit/EditState.h>
-#include <clipworks/edit/Sentences.h>
 #include <clipworks/engine/input/CachedPictureReader.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
@@ -236,59 +235,7 @@ Result<Plan, Error> planOf(const EditState& state, const PlanOptions& options) {
   return plan;
 }
 
-std::string textOf(const PlannedStretch& stretch, bool isPictures) {
-  std::string text = "    " + shownSeconds(stretch.target.start) + " to " + shownSeconds(stretch.target.end()) + " s: ";
-  switch (stretch.kind) {
-    case PlannedStretch::Kind::black:
-      return text + (isPictures ? "black" : "silence");
-    case PlannedStretch::Kind::held:
-      return text + (isPictures ? "the picture before stays" : "silence");
-    case PlannedStretch::Kind::media:
-      break;
-  }
-  text +=
-      stretch.file + " from " + shownSeconds(stretch.source.start) + " to " + shownSeconds(stretch.source.end()) + " s";
-  if (stretch.source.duration != stretch.target.duration && stretch.source.duration > kCMTimeZero) {
-    text +=
-        ", " + shortNumber(stretch.target.duration.seconds() / stretch.source.duration.seconds()) + " times as long";
-  }
-  return text + (stretch.backwards ? ", backwards" : "");
-}
-
-std::string textOf(const PlannedTrack& track) {
-  const bool isPictures = track.kind == PlannedTrack::Kind::pictures;
-  std::string text = isPictures ? std::to_string(track.pictures) + " pictures of " + std::to_string(track.width) +
-                                      " × " + std::to_string(track.height) + " pixels"
-                                : "sound, " + std::to_string(track.sampleRate) + " Hz, " +
-                                      std::to_string(track.channels) + (track.channels == 1 ? " channel" : " channels");
-  if (track.isCopied) {
-    text += ", copied as it is coded";
-  } else {
-    text += ", encoded by " + track.encoder +
-            (track.bitRate > 0 ? " at " + std::to_string(track.bitRate / 1000) + " kb/s" : " at constant quality");
-  }
-  text += "\n";
-  if (!track.remark.empty()) text += "    " + track.remark + "\n";
-  // A loop of many copies is told by its first lines.
-  constexpr std::size_t mostLines = 12;
-  for (const auto& list : track.stretches) {
-    for (std::size_t i = 0; i < std::min(list.size(), mostLines); ++i) text += textOf(list[i], isPictures) + "\n";
-    if (list.size() > mostLines) text += "    and " + std::to_string(list.size() - mostLines) + " stretches more\n";
-  }
-  return text;
-}
-
 }  // namespace
-
-std::string Plan::text() const {
-  std::string text = "lasts " + shownSeconds(length) + " s";
-  if (bytes) text += ", about " + shortNumber(std::round(static_cast<double>(*bytes) / 1e5) / 10) + " MB";
-  text += ", at most " + wholeNumber(std::ceil(static_cast<double>(memory) / (1 << 20))) + " MiB of memory\n";
-  for (const auto& track : tracks) text += textOf(track);
-  for (const auto& remark : remarks) text += "note: " + remark + "\n";
-  for (const auto& loss : leftOut) text += "left out: " + loss.what + " (" + loss.why + ")\n";
-  return text;
-}
 
 Result<Plan, Error> plan(const Edit& edit, const PlanOptions& options) {
   try {

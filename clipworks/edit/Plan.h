@@ -93,6 +93,8 @@ struct CLIPWORKS_API Plan {
   std::int64_t memory = 0;
   /// The same as text for people, some lines.
   [[nodiscard]] std::string text() const;
+  /// The same as one line of JSON; see docs/program.md for its keys.
+  [[nodiscard]] std::string json() const;
 
   /// Within the core: what the engine will do.
   std::shared_ptr<const engine::ExportJob> job;

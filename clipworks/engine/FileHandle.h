@@ -28,6 +28,9 @@ class FileHandle {
 
   [[nodiscard]] int descriptor() const { return descriptor_; }
   [[nodiscard]] std::int64_t size() const;
+  /// When it was opened for reading: bytes, and nanoseconds since 1970 of its last change of content.
+  [[nodiscard]] std::int64_t openedSize() const { return openedSize_; }
+  [[nodiscard]] std::int64_t openedTime() const { return openedTime_.tv_sec * 1'000'000'000 + openedTime_.tv_nsec; }
   /// Whether the file was written since it was opened for reading, as far as its size and time tell.
   [[nodiscard]] bool hasChanged() const;
 

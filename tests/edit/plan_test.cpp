@@ -3,10 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <functional>
 #include <ostream>
 #include <regex>
 #include <string>
+#include <vector>
 
 #include <clipworks/edit/Chain.h>
 #include <tests/support/BarCodeClip.h>
@@ -34,7 +36,11 @@ std::string tellPlan(const Case& c) {
   };
   if (!chain.edit())
     return std::string(name(chain.edit().error().code)) + ": " + withoutName(chain.edit().error().sentence);
-  const auto planned = plan(*chain.edit(), c.options);
+  // Written and read again, it is the same.
+  const auto edit = Edit::fromJson(chain.edit()->json());
+  if (!edit) return edit.error().sentence;
+  EXPECT_EQ(*edit, *chain.edit());
+  const auto planned = plan(*edit, c.options);
   if (!planned) return std::string(name(planned.error().code)) + ": " + withoutName(planned.error().sentence);
   return withoutName(std::regex_replace(planned->text(), std::regex("(, about [^,]*)?, at most [^\n]*"), ""));
 }
@@ -135,6 +141,30 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"stretch_before_the_cut_end", [](const Chain& c) { return c.trim(0, 1).speed(1, 2, 2); },
              "badArgument: clip ends at 1.000 seconds, so the stretch from 1 to 2 is not in it"}),
     [](const auto& c) { return c.param.name; });
+
+TEST(EditAsJson, IsRefusedWhereItDoesNotHold) {
+  const BarCodeClip clip;
+  const Edit edit = *Chain(clip.path()).speed(0.5, 1.5, 3).rotate().edit();
+  const auto changed = [&](const std::string& from, const std::string& to) {
+    const auto read = Edit::fromJson(std::regex_replace(edit.json(), std::regex(from), to));
+    return read ? "taken" : std::string(name(read.error().code));
+  };
+  const std::vector<std::array<std::string, 3>> cases{
+      {"", "", "taken"},
+      {"\"version\":1", "\"version\":2", "unsupported"},
+      {"^\\{", "[", "badArgument"},
+      {"\"size\":", "\"size\":1", "notReadable"},
+      {"\"path\":\"", "\"path\":\"/nowhere", "notFound"},
+      {"\"source\":0", "\"source\":1", "badArgument"},
+      {"\"track\":0", "\"track\":1", "badArgument"},
+      {"\"volume\":1", "\"volume\":-1", "badArgument"},
+      {"\"from\":\\[", "\"from\":[-1", "badArgument"},
+      {"\"canvas\":\\[180.0,320.0\\],", "", "badArgument"},
+      {"\"length\":\\[4", "\"length\":[5", "badArgument"},
+  };
+  for (const auto& [from, to, becomes] : cases) EXPECT_EQ(changed(from, to), becomes) << from << " as " << to;
+  EXPECT_NE(edit, *Chain(clip.path()).speed(0.5, 1.5, 3).edit());
+}
 
 }  // namespace
 }  // namespace clipworks::test

@@ -31,4 +31,10 @@ struct OtherTrack {
   std::string name;   ///< that the file gives it; empty for none
 };
 
+/// "SDR", "HLG", "PQ".
+[[nodiscard]] inline const char* nameOf(PictureFormat::DynamicRange range) {
+  constexpr const char* names[] = {"SDR", "HLG", "PQ"};
+  return names[static_cast<int>(range)];
+}
+
 }  // namespace clipworks

@@ -1,10 +1,13 @@
-#include <app/TypedPlace.h>
+#include <clipworks/edit/TypedPlace.h>
 
 #include <algorithm>
 #include <charconv>
 #include <regex>
 
-namespace clipworks::app {
+#include <clipworks/edit/EditErrors.h>
+#include <clipworks/edit/TakePicture.h>
+
+namespace clipworks {
 namespace {
 
 constexpr std::size_t mostDigits = 9;  // of whole seconds and behind the point: both fit a time of 64 bits
@@ -38,4 +41,16 @@ std::optional<TypedPlace> typedPlace(const std::string& text) {
   return std::nullopt;
 }
 
-}  // namespace clipworks::app
+Result<CMTime, Error> timeOfPlace(const Edit& edit, const TypedPlace& place) {
+  if (const auto* time = std::get_if<CMTime>(&place)) return *time;
+  const auto times = pictureTimes(edit);
+  if (!times) return failure(times.error());
+  const auto picture = std::get<std::uint64_t>(place);
+  if (picture < times->size()) return (*times)[picture];
+  const std::string count = std::to_string(times->size());
+  return failed(ErrorCode::badArgument, edit.name() + " has " + count + " pictures, from #0 to #" +
+                                            std::to_string(times->size() - 1) + "; there is no #" +
+                                            std::to_string(picture));
+}
+
+}  // namespace clipworks
