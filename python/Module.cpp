@@ -1,6 +1,7 @@
 // The extension clipworks._clipworks: the library's core for Python. The package clipworks is what to use.
 
 #include <pybind11/functional.h>
+#include <pybind11/operators.h>
 #include <pybind11/pybind11.h>
 #include <pybind11/stl.h>
 #include <pybind11/stl/filesystem.h>
@@ -316,6 +317,10 @@ PYBIND11_MODULE(_clipworks, module) {
             return valueOf(Edit::open(file, wholeTracks ? Edit::Extent::tracks : Edit::Extent::movie));
           },
           py::arg("file"), py::arg("whole_tracks") = false, Unlocked())
+      .def_static(
+          "from_json", [](const std::string& text) { return valueOf(Edit::fromJson(text)); }, Unlocked())
+      .def("json", &Edit::json, Unlocked())
+      .def(py::self == py::self)
       .def_property_readonly("duration", [](const Edit& edit) { return edit.duration().seconds(); })
       .def_property_readonly("size", [](const Edit& edit) { return std::pair(edit.size().width, edit.size().height); })
       .def_property_readonly("name", [](const Edit& edit) { return python::decoded(edit.name()); })

@@ -70,6 +70,7 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
   job.fileLengthLimit = options.mostBytes;
   job.existing = engineExisting(options.existing);
   job.isStrict = options.isStrict;
+  if (options.threads > 0) job.limitThreads(options.threads);
   engine::ExportRun run(std::move(job));
   const std::stop_callback cancels(options.stop, [&run] { run.cancel(); });
   ProgressTeller progress(options, encodes ? "encoding" : "copying");

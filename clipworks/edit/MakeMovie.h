@@ -38,6 +38,8 @@ struct MovieOptions {
   ExistingFile existing = ExistingFile::refused;
   /// Whether damaged pictures of an input are a failure; else what could be decoded is shown.
   bool isStrict = false;
+  /// Threads that each encoder and decoder may have at most; 0 is as many as suit the processors.
+  int threads = 0;
   /// The most bytes that the file may have; 0 is no limit.
   std::int64_t mostBytes = 0;
   /// Called on the caller's thread as the work goes on. What it throws ends the work and is passed on.

@@ -23,6 +23,7 @@ import errno
 import json
 import operator
 import os
+import sys
 import warnings
 from pathlib import Path
 from typing import Any, Callable, Literal, NamedTuple, Sequence, TypedDict, Unpack
@@ -194,9 +195,43 @@ class Clip:
 
         `at` is in seconds, "HH:MM:SS.mmm", or "#N" for picture number N, the first being #0.
         """
+        return self.frames([(at, path)], overwrite=overwrite, strip_metadata=strip_metadata, strict=strict)[0]
+
+    def frames(
+        self,
+        wanted: Sequence[tuple[float | str, AnyPath]],
+        *,
+        overwrite: bool = False,
+        strip_metadata: bool = False,
+        strict: bool = False,
+        progress: OnProgress | None = None,
+    ) -> list[Path]:
+        """Saves several pictures, each with its time and its path as `frame` takes them, all of one format.
+
+        Far cheaper than one at a time: pictures that lie close together are decoded once.
+        """
         existing = _clipworks.ExistingFile.replaced if overwrite else _clipworks.ExistingFile.refused
-        format = Path(path).suffix.removeprefix(".").lower().replace("jpeg", "jpg")
-        return self._take(at, path, _member(_clipworks.StillFormat, "the ending", format), existing, strip_metadata, strict, None)
+        formats = {_format(path) for _, path in wanted}
+        if len(formats) != 1:
+            raise ValueError("frames takes one picture at least, and the same ending for all")
+        return self._take(wanted, formats.pop(), existing, strip_metadata, strict, progress)
+
+    def json(self) -> str:
+        """All of it as one line of text, for another process on this machine or for later; see `from_json`."""
+        return self._edit.json()
+
+    @staticmethod
+    def from_json(text: str) -> "Clip":
+        """The clip that `json` wrote. Its files must be as they were then."""
+        return Clip(_tell(_clipworks.Edit.from_json, text))
+
+    def __eq__(self, other: object) -> bool:
+        return self._edit == other._edit if isinstance(other, Clip) else NotImplemented
+
+    __hash__ = None
+
+    def __reduce__(self) -> tuple[Any, ...]:
+        return Clip.from_json, (self.json(),)
 
     def _then(self, step: str, *arguments: Any) -> "Clip":
         return Clip(_tell(getattr(self._edit, step), *arguments))
@@ -204,12 +239,12 @@ class Clip:
     def _make(self, path, existing, codec="auto", strip_metadata=False, strict=False, progress=None) -> Path:
         codec = _member(_clipworks.Codec, "codec", codec)
         made = _tell(_clipworks.make_movie, self._edit, _path(path), existing, codec, not strip_metadata, strict, progress)
-        return _first(*made)
+        return _warned(*made)[0]
 
-    def _take(self, at, path, format, existing, strip_metadata, strict, progress) -> Path:
-        wanted = [(at if isinstance(at, str) else float(at), _path(path))]
+    def _take(self, wanted, format, existing, strip_metadata, strict, progress) -> list[Path]:
+        wanted = [(at if isinstance(at, str) else float(at), _path(path)) for at, path in wanted]
         made = _tell(_clipworks.take_pictures, self._edit, wanted, format, existing, not strip_metadata, strict, progress)
-        return _first(*made)
+        return _warned(*made)
 
 
 def open(file: AnyPath) -> Clip:
@@ -308,7 +343,8 @@ def frame(
     kind = _member(_clipworks.StillFormat, "format", format)
     options, path, existing = _place(options, file, "frame", name, f".{format}")
     options.pop("codec", None)
-    return clip._take(at, path, kind, existing, **{"strip_metadata": False, "strict": False, "progress": None, **options})
+    options = {"strip_metadata": False, "strict": False, "progress": None, **options}
+    return clip._take([(at, path)], kind, existing, **options)[0]
 
 
 def narrate(
@@ -378,10 +414,19 @@ def _member(enumeration: Any, name: str, word: str) -> Any:
     return enumeration.__members__[_choice(name, word, *enumeration.__members__)]
 
 
-def _first(paths: list[Path], sentences: list[str]) -> Path:
+def _format(path: AnyPath) -> Any:
+    ending = Path(path).suffix.removeprefix(".").lower().replace("jpeg", "jpg")
+    return _member(_clipworks.StillFormat, "the ending", ending)
+
+
+def _warned(paths: list[Path], sentences: list[str]) -> list[Path]:
+    """The paths, after warnings where this package was called."""
+    level, frame = 1, sys._getframe()
+    while frame.f_back is not None and frame.f_globals is globals():
+        level, frame = level + 1, frame.f_back
     for sentence in sentences:
-        warnings.warn(sentence, RuntimeWarning, stacklevel=5)
-    return paths[0]
+        warnings.warn(sentence, RuntimeWarning, stacklevel=level)
+    return paths
 
 
 def _tell(call: Callable[..., Any], *arguments: Any) -> Any:

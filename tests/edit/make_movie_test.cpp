@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <future>
@@ -33,6 +34,20 @@ std::vector<int> numbersOf(const fs::path& file) {
 /// What is in a directory.
 std::size_t filesIn(const fs::path& directory) {
   return static_cast<std::size_t>(std::distance(fs::directory_iterator(directory), {}));
+}
+
+TEST(Movie, TakesNoMoreThreadsThanItMay) {
+  const TemporaryDirectory directory;
+  const BarCodeClip clip;
+  const auto mostThreads = [&](int threads, const std::string& name) {
+    std::size_t most = 0;
+    MovieOptions options;
+    options.threads = threads;
+    options.onProgress = [&](const Progress&) { most = std::max(most, filesIn("/proc/self/task")); };
+    EXPECT_TRUE(Chain(clip.path()).rotate().save(directory.file(name), options));
+    return most;
+  };
+  EXPECT_LT(mostThreads(1, "one.mp4"), mostThreads(4, "four.mp4"));
 }
 
 TEST(Movie, OfManyStepsIsExactByAllOfThem) {

@@ -38,9 +38,9 @@ Error cancelledError() { return {ErrorKind::cancelled, "cancelled", 0}; }
 }  // namespace
 
 Expected<CachedPictureReader> CachedPictureReader::open(std::shared_ptr<const MediaFile> file, int stream,
-                                                        std::size_t cacheLimit) {
+                                                        std::size_t cacheLimit, int threads) {
   const std::size_t bytes = estimatedBytes(file->parameters(stream));
-  auto decoder = PictureDecoder::open(file, stream);
+  auto decoder = PictureDecoder::open(file, stream, threads);
   if (!decoder) return tl::make_unexpected(decoder.error());
   return CachedPictureReader(std::move(file), stream, std::move(*decoder), bytes, cacheLimit);
 }
@@ -169,7 +169,7 @@ Expected<void> CachedPictureReader::chooseDecoder(std::size_t picture, std::span
   }
   const bool isBehind = !goesOn(decoder_, picture);
   if (isBehind && !parked_) {
-    auto second = PictureDecoder::open(file_, stream_);
+    auto second = PictureDecoder::open(file_, stream_, decoder_.threads());
     if (!second) return tl::make_unexpected(second.error());
     parked_.emplace(std::move(*second));
   }

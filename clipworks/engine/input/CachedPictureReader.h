@@ -34,8 +34,9 @@ namespace clipworks::engine {
 class CachedPictureReader {
  public:
   /// `cacheLimit` in bytes: of all pictures held, those in the decoder included; one picture is always kept.
+  /// `threads`: see `PictureDecoder::open`.
   [[nodiscard]] static Expected<CachedPictureReader> open(std::shared_ptr<const MediaFile> file, int stream,
-                                                          std::size_t cacheLimit);
+                                                          std::size_t cacheLimit, int threads = 0);
 
   [[nodiscard]] const PictureTable& table() const { return decoder_.table(); }
   /// For pictures that play backwards, in bytes: about 85 of 1080p in 8 bits, 10 of 4K in 10.

@@ -58,9 +58,11 @@ Expected<CodecContext> openDecoder(const AVCodecParameters& parameters, AVRation
   return decoder;
 }
 
-PictureDecoder::PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, CodedPictureReader samples)
+PictureDecoder::PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, int threads,
+                               CodedPictureReader samples)
     : file_(std::move(file)),
       stream_(stream),
+      threads_(threads),
       samples_(std::move(samples)),
       matrix_(completeColour(file_->parameters(stream_)).matrix),
       isGreyFull_(isGreyFull(file_->parameters(stream_))),
@@ -68,11 +70,11 @@ PictureDecoder::PictureDecoder(std::shared_ptr<const MediaFile> file, int stream
             {static_cast<int>(file_->stream(stream_).pixelAspect.numerator),
              static_cast<int>(file_->stream(stream_).pixelAspect.denominator)}) {}
 
-Expected<PictureDecoder> PictureDecoder::open(std::shared_ptr<const MediaFile> file, int stream) {
+Expected<PictureDecoder> PictureDecoder::open(std::shared_ptr<const MediaFile> file, int stream, int threads) {
   auto samples = CodedPictureReader::open(file, stream);
   if (!samples) return tl::make_unexpected(samples.error());
   if (samples->table().pictureCount() == 0) return failed(ErrorKind::damaged, file->name() + " has no pictures");
-  PictureDecoder decoder(std::move(file), stream, std::move(*samples));
+  PictureDecoder decoder(std::move(file), stream, threads, std::move(*samples));
   if (auto opened = decoder.openFor(decoder.table().parametersFor(0)); !opened) {
     return tl::make_unexpected(opened.error());
   }
@@ -89,7 +91,7 @@ Expected<void> PictureDecoder::openFor(const CodecChange* change) {
     const auto first = samples_.read(change == nullptr ? 0 : change->sample);
     if (first) build = x264BuildIn(**first);
   }
-  auto decoder = openDecoder(*parameters_, AVRational{1, file_->stream(stream_).timescale}, 0, name(), build);
+  auto decoder = openDecoder(*parameters_, AVRational{1, file_->stream(stream_).timescale}, threads_, name(), build);
   if (!decoder) return tl::make_unexpected(decoder.error());
   decoder_ = std::move(*decoder);
   decoder_->skip_loop_filter = leftOutFilters_;

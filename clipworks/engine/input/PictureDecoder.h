@@ -32,7 +32,9 @@ class PictureDecoder {
   /// Asked in decoding order whether a picture need not be decoded; only those that nothing refers to are left out.
   using IsNotNeeded = std::function<bool(std::uint32_t sample)>;
 
-  [[nodiscard]] static Expected<PictureDecoder> open(std::shared_ptr<const MediaFile> file, int stream);
+  /// `threads`: how many the decoder may have at most; 0: as many as there are processors.
+  [[nodiscard]] static Expected<PictureDecoder> open(std::shared_ptr<const MediaFile> file, int stream,
+                                                     int threads = 0);
 
   [[nodiscard]] const PictureTable& table() const { return samples_.table(); }
   [[nodiscard]] const std::string& name() const { return file_->name(); }
@@ -65,13 +67,15 @@ class PictureDecoder {
   /// picture is passed over. Fails when a sample cannot be read, which is then `nextSample()`.
   [[nodiscard]] Expected<std::optional<Picture>> next(std::uint32_t end, const IsNotNeeded& isNotNeeded);
 
+  /// As it was opened with.
+  [[nodiscard]] int threads() const { return threads_; }
   /// How many samples were decoded in all.
   [[nodiscard]] std::int64_t samplesDecoded() const { return samplesDecoded_; }
   /// About how many pictures are in the decoder at most that have not come out yet.
   [[nodiscard]] int delay() const { return decoder_->has_b_frames + decoder_->thread_count; }
 
  private:
-  PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, CodedPictureReader samples);
+  PictureDecoder(std::shared_ptr<const MediaFile> file, int stream, int threads, CodedPictureReader samples);
   Expected<void> openFor(const CodecChange* change);
   Expected<Frame> finished(Frame frame);
   Expected<void> feed(const IsNotNeeded& isNotNeeded);
@@ -80,6 +84,7 @@ class PictureDecoder {
 
   std::shared_ptr<const MediaFile> file_;
   int stream_;
+  int threads_;
   CodedPictureReader samples_;
   const CodecChange* codec_ = nullptr;    // that the decoder was opened for; null for the stream's own parameters
   const CodecChange* palette_ = nullptr;  // that the decoder was told last

@@ -5,8 +5,8 @@
 
 namespace clipworks::engine {
 
-Expected<PictureReader> PictureReader::open(std::shared_ptr<const MediaFile> file, int stream) {
-  auto decoder = PictureDecoder::open(std::move(file), stream);
+Expected<PictureReader> PictureReader::open(std::shared_ptr<const MediaFile> file, int stream, int threads) {
+  auto decoder = PictureDecoder::open(std::move(file), stream, threads);
   if (!decoder) return tl::make_unexpected(decoder.error());
   return PictureReader(std::move(*decoder));
 }

@@ -18,7 +18,8 @@ namespace clipworks::engine {
 /// One thread at a time; the decoder has threads of its own.
 class PictureReader {
  public:
-  [[nodiscard]] static Expected<PictureReader> open(std::shared_ptr<const MediaFile> file, int stream);
+  /// `threads`: see `PictureDecoder::open`.
+  [[nodiscard]] static Expected<PictureReader> open(std::shared_ptr<const MediaFile> file, int stream, int threads = 0);
 
   /// Leaves out the loop filter of pictures that nothing refers to, before the first one is asked for: they lose a
   /// little, which does not show when they are made smaller.

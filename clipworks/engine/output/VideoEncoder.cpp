@@ -108,6 +108,7 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
   void* own = context.priv_data;
   av_opt_set(own, "preset", settings.speed.c_str(), 0);
   av_opt_set_int(own, "forced-idr", 1, 0);
+  if (settings.threads > 0) context.thread_count = settings.threads;
   context.gop_size = budget ? longestStillGroup : longestGroup;
   if (budget) {
     setQuality(budget->quality(), context);
@@ -123,8 +124,9 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
   } else {
     // Closed groups: a repeated run may follow any other. With bidirectional pictures that serve as references, two are
     // decoded ahead of their turn at most.
-    const std::string parameters =
-        "log-level=none:open-gop=0:repeat-headers=0:bframes=4:b-pyramid=1" + lightParameters(settings.hdrMetadata);
+    const std::string parameters = "log-level=none:open-gop=0:repeat-headers=0:bframes=4:b-pyramid=1" +
+                                   lightParameters(settings.hdrMetadata) +
+                                   (settings.threads > 0 ? ":pools=" + std::to_string(settings.threads) : "");
     av_opt_set(own, "x265-params", parameters.c_str(), 0);
   }
 }

@@ -41,7 +41,7 @@ Expected<HDRMetadata> lightFactsOf(const PictureJob& job) {
     const auto layers = layersOf(run);
     if (layers.empty()) continue;
     const RunLayer& layer = layers.front();
-    auto reader = PictureReader::open(layer.file, layer.stream);
+    auto reader = PictureReader::open(layer.file, layer.stream, job.encoder.threads);
     if (!reader) return tl::make_unexpected(reader.error());
     auto picture = reader->picture(layer.pictures.front());
     if (!picture) return tl::make_unexpected(picture.error());
@@ -169,7 +169,8 @@ Expected<void> CodedPictures::decodeRun(std::size_t number) {
   const auto falling = static_cast<std::size_t>(std::count_if(layers.begin(), layers.end(), LayerPictures::fall));
   std::vector<LayerPictures> tracks;
   for (const RunLayer& layer : layers) {
-    auto opened = LayerPictures::open(layer, damaged_, backwardsBytes / std::max<std::size_t>(falling, 1));
+    auto opened =
+        LayerPictures::open(layer, damaged_, backwardsBytes / std::max<std::size_t>(falling, 1), job_.encoder.threads);
     if (!opened) return tl::make_unexpected(opened.error());
     tracks.push_back(std::move(*opened));
   }

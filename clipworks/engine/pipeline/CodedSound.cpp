@@ -21,7 +21,9 @@ constexpr unsigned mostEncoders = 4;
 constexpr std::size_t sectionsBeforeStretch = 4;
 
 ParallelSoundEncoding::Means meansFor(const SoundJob& job, std::size_t parts) {
-  const auto share = std::thread::hardware_concurrency() / static_cast<unsigned>(parts);
+  const unsigned processors = std::thread::hardware_concurrency();
+  const unsigned threads = job.threads > 0 ? std::min(static_cast<unsigned>(job.threads), processors) : processors;
+  const auto share = threads / static_cast<unsigned>(parts);
   const unsigned encoders = std::clamp(share, 1U, mostEncoders);
   return {encoders, stretches(job, 0, job.length) ? sectionsBeforeStretch : encoders};
 }

@@ -81,7 +81,7 @@ struct PictureJob {
   std::optional<std::array<std::int32_t, 9>> matrix;  ///< of the track header; nothing for the identity
   bool copy = false;                                  ///< coded samples as they are; else decoded and encoded
   std::optional<Canvas> canvas;                       ///< when rendered; else every picture stays what it is
-  VideoEncoderSettings encoder;                       ///< when not copied
+  VideoEncoderSettings encoder;                       ///< when not copied; its `threads` hold for decoders, too
   PictureConverter::Fit fit = PictureConverter::Fit::pad;
 };
 
@@ -115,6 +115,7 @@ struct SoundJob {
   std::vector<SoundLane> lanes;  ///< added up
   bool limited = false;          ///< the sum is kept within full scale; else it comes out as it is
   bool copy = false;             ///< the one piece of the one lane, coded as it is
+  int threads = 0;               ///< that encode at most; 0: as many as suit the processors
 };
 
 /// All that an export needs to know, without a question left to the platform.
@@ -128,6 +129,12 @@ struct ExportJob {
   std::map<std::string, std::string> metadata;
   std::optional<PictureJob> pictures;
   std::optional<SoundJob> sound;
+
+  /// Lets each encoder and decoder have `threads` threads at most.
+  void limitThreads(int threads) {
+    if (pictures) pictures->encoder.threads = threads;
+    if (sound) sound->threads = threads;
+  }
 };
 
 }  // namespace clipworks::engine

@@ -16,10 +16,11 @@ bool isMadeMuchSmaller(const AffineMap& map) {
 }  // namespace
 
 Expected<LayerPictures> LayerPictures::open(RunLayer layer, std::shared_ptr<DamagedPictures> damaged,
-                                            std::size_t cacheLimit) {
+                                            std::size_t cacheLimit, int threads) {
   LayerPictures pictures(std::move(layer));
   const bool falls = fall(pictures.layer_);
-  auto opened = falls ? pictures.openFalling(std::move(damaged), cacheLimit) : pictures.openRising(std::move(damaged));
+  auto opened = falls ? pictures.openFalling(std::move(damaged), cacheLimit, threads)
+                      : pictures.openRising(std::move(damaged), threads);
   if (!opened) return tl::make_unexpected(opened.error());
   const PictureTable& table = falls ? pictures.falling_->table() : pictures.rising_->table();
   const bool isInterlaced = !pictures.layer_.file->stream(pictures.layer_.stream).progressive;
@@ -27,16 +28,17 @@ Expected<LayerPictures> LayerPictures::open(RunLayer layer, std::shared_ptr<Dama
   return pictures;
 }
 
-Expected<void> LayerPictures::openFalling(std::shared_ptr<DamagedPictures> damaged, std::size_t cacheLimit) {
-  auto reader = CachedPictureReader::open(layer_.file, layer_.stream, cacheLimit);
+Expected<void> LayerPictures::openFalling(std::shared_ptr<DamagedPictures> damaged, std::size_t cacheLimit,
+                                          int threads) {
+  auto reader = CachedPictureReader::open(layer_.file, layer_.stream, cacheLimit, threads);
   if (!reader) return tl::make_unexpected(reader.error());
   reader->countDamageIn(std::move(damaged));
   falling_.emplace(std::move(*reader));
   return {};
 }
 
-Expected<void> LayerPictures::openRising(std::shared_ptr<DamagedPictures> damaged) {
-  auto reader = PictureReader::open(layer_.file, layer_.stream);
+Expected<void> LayerPictures::openRising(std::shared_ptr<DamagedPictures> damaged, int threads) {
+  auto reader = PictureReader::open(layer_.file, layer_.stream, threads);
   if (!reader) return tl::make_unexpected(reader.error());
   reader->countDamageIn(std::move(damaged));
   if (isMadeMuchSmaller(layer_.map)) reader->leaveOutFilters();

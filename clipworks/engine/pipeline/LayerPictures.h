@@ -22,9 +22,10 @@ namespace clipworks::engine {
 /// time; decoders have threads of their own.
 class LayerPictures {
  public:
-  /// Counts damaged pictures in `damaged`. `cacheLimit` in bytes, for numbers that fall.
+  /// Counts damaged pictures in `damaged`. `cacheLimit` in bytes, for numbers that fall. `threads`: see
+  /// `PictureDecoder::open`.
   [[nodiscard]] static Expected<LayerPictures> open(RunLayer layer, std::shared_ptr<DamagedPictures> damaged,
-                                                    std::size_t cacheLimit);
+                                                    std::size_t cacheLimit, int threads = 0);
   /// Whether the numbers of `layer` fall.
   [[nodiscard]] static bool fall(const RunLayer& layer) { return layer.pictures.front() > layer.pictures.back(); }
 
@@ -39,8 +40,8 @@ class LayerPictures {
 
  private:
   explicit LayerPictures(RunLayer layer) : layer_(std::move(layer)) {}
-  Expected<void> openFalling(std::shared_ptr<DamagedPictures> damaged, std::size_t cacheLimit);
-  Expected<void> openRising(std::shared_ptr<DamagedPictures> damaged);
+  Expected<void> openFalling(std::shared_ptr<DamagedPictures> damaged, std::size_t cacheLimit, int threads);
+  Expected<void> openRising(std::shared_ptr<DamagedPictures> damaged, int threads);
 
   RunLayer layer_;
   std::optional<PictureReader> rising_;  // one of the two
