@@ -158,6 +158,7 @@ struct Stills::Taking {
       : edit(of), shown(std::move(pictures)), source(sourceOf(of.state(), screen, damaged)) {
     settings.isUpright = true;
     settings.tolerance = {kCMTimeZero, kCMTimeZero};
+    if (shown.size() == 1) settings.cacheLimit = 0;  // those on the way to it need not stay
   }
 
   engine::Expected<Still> asShown(Still seen, const ScreenPicture& picture) const {
