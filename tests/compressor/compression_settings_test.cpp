@@ -36,35 +36,27 @@ struct ChangingPreset final : public VideoCompressorPreset {
   std::int64_t lines = 5'000'000'000;
 };
 
-struct SettingsCase {
-  const char* name;
-  std::shared_ptr<AVAsset> asset;
-  Parameters parameters;
-  std::int64_t width;
-  std::int64_t height;
-  std::int64_t bitRate;
-};
-
 TEST(CompressionSettings, FollowThePresetAndTheVideo) {
   const std::shared_ptr<AVAsset> noPictures = AVMutableComposition::make();
   ChangingPreset preset;
   const Parameters parameters(preset);
   preset.lines = 0;
-  const std::vector<SettingsCase> cases{
-      {"a portrait recording", fullHD({0, 1, -1, 0, 1080, 0}), Parameters(Quality480p()), 270, 480, 1'000'000},
-      {"an odd width, cut towards zero", fullHD({}), Parameters(Quality480p()), 853, 480, 1'000'000},
-      {"a mirrored recording", fullHD({-1, 0, 0, 1, 1920, 0}), Parameters(Quality144p()), 256, 144, 100'000},
-      {"no pictures", noPictures, Parameters(Quality360p(), 77), 480, 360, 77'000},
-      {"a bit rate of zero", fullHD({}), Parameters(QualityFullHD(), 0), 1920, 1080, 0},
-      {"a preset held by value", noPictures, parameters, 5'000'000'000, 5'000'000'000, 5'000'000'000'000},
+  using Figures = std::array<std::int64_t, 3>;  // width, height, bits a second
+  const std::vector<std::tuple<const char*, std::shared_ptr<AVAsset>, Parameters, Figures>> cases{
+      {"a portrait recording", fullHD({0, 1, -1, 0, 1080, 0}), Parameters(Quality480p()), {270, 480, 1'000'000}},
+      {"an odd width, cut towards zero", fullHD({}), Parameters(Quality480p()), {853, 480, 1'000'000}},
+      {"a mirrored recording", fullHD({-1, 0, 0, 1, 1920, 0}), Parameters(Quality144p()), {256, 144, 100'000}},
+      {"no pictures", noPictures, Parameters(Quality360p(), 77), {480, 360, 77'000}},
+      {"a bit rate of zero", fullHD({}), Parameters(QualityFullHD(), 0), {1920, 1080, 0}},
+      {"a preset held by value", noPictures, parameters, {5'000'000'000, 5'000'000'000, 5'000'000'000'000}},
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const auto video = videoOutputConfiguration(*c.asset, c.parameters);
+  for (const auto& [name, asset, wanted, figures] : cases) {
+    SCOPED_TRACE(name);
+    const auto video = videoOutputConfiguration(*asset, wanted);
     const auto& properties = *video.find(AVVideoCompressionPropertiesKey)->dictionary();
-    EXPECT_EQ(video.integer(AVVideoWidthKey), c.width);
-    EXPECT_EQ(video.integer(AVVideoHeightKey), c.height);
-    EXPECT_EQ(properties.integer(AVVideoAverageBitRateKey), c.bitRate);
+    EXPECT_EQ((Figures{video.integer(AVVideoWidthKey).value(), video.integer(AVVideoHeightKey).value(),
+                       properties.integer(AVVideoAverageBitRateKey).value()}),
+              figures);
     EXPECT_EQ(video.text(AVVideoCodecKey), AVVideoCodecTypeH264);
     EXPECT_EQ(video.text(AVVideoScalingModeKey), AVVideoScalingModeResizeAspectFill);
     EXPECT_EQ(properties.text(AVVideoProfileLevelKey), AVVideoProfileLevelH264HighAutoLevel);

@@ -45,8 +45,12 @@ class Compressor : public OperationTest {
   static URL clipOf(int frames) { return urlOf({.width = 160, .height = 90, .frames = frames}); }
   static URL slowClip() { return urlOf({.width = 640, .height = 360, .frames = 300}); }
 
-  std::optional<Batch> compress(const std::vector<URL>& videos, const std::function<void()>& watch = {}) const {
+  std::optional<Batch> compress(const std::vector<URL>& videos, const Action& watch = {}) const {
     return eventually<Batch>([&](auto done) { compressor_->compress(videos, small_, done); }, watch);
+  }
+
+  std::optional<Preview> preview(const URL& video, const Parameters& parameters, const Action& watch = {}) const {
+    return eventually<Preview>([&](auto done) { compressor_->previewCompression(video, parameters, done); }, watch);
   }
 
   const Parameters small_{Quality144p()};
@@ -95,16 +99,12 @@ TEST_F(Compressor, CountsTheVideosThatEndedOverItsWholeLife) {
 
 TEST_F(Compressor, PreviewsFiveSecondsAtMost) {
   for (const auto& [video, seconds] : {std::pair(slowClip(), 5.0), std::pair(clipOf(60), 2.0)}) {
-    const auto preview = eventually<Preview>([&](auto done) { compressor_->previewCompression(video, small_, done); });
-    EXPECT_NEAR(MediaJudge(preview.value().value().path()).duration(), seconds, 0.05);
+    EXPECT_NEAR(MediaJudge(preview(video, small_).value().value().path()).duration(), seconds, 0.05);
   }
 }
 
 TEST_F(Compressor, IsSilentAboutAPreviewThatFails) {
-  const Parameters large{QualityFullHD()};
-  const auto preview =
-      eventually<Preview>([&](auto done) { compressor_->previewCompression(slowClip(), large, done); }, cancelExports);
-  EXPECT_FALSE(preview) << "destroyed uncalled";
+  EXPECT_FALSE(preview(slowClip(), Parameters(QualityFullHD()), cancelExports)) << "destroyed uncalled";
   auto lines = printed_.lines();
   std::erase_if(lines, [](const auto& line) { return line.find("Progress: ") != std::string::npos; });
   EXPECT_THAT(lines, ElementsAre("FAILED")) << "a cancelled export is no error";

@@ -1,13 +1,11 @@
 #include <clipworks/filedeck/FileSystem.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <ostream>
-#include <string>
+#include <optional>
+#include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <tests/support/TemporaryDirectory.h>
@@ -18,49 +16,45 @@ namespace {
 namespace fs = std::filesystem;
 
 struct Variables {
-  const char* sentence;
-  const char* dataHome;  // null: unset; "/" in front: below the test's directory
-  const char* cacheHome;
-  const char* outputs;
-  const char* temp;
+  std::optional<std::string> data;
+  std::optional<std::string> cache;
+  std::string outputs;  // what follows from them
+  std::string temp;
 };
-void PrintTo(const Variables& c, std::ostream* out) { *out << c.sentence; }
 
-void set(const char* name, const char* value, const fs::path& root) {
-  if (value == nullptr) {
-    unsetenv(name);
-  } else {
-    setenv(name, value[0] == '/' ? (root.string() + value).c_str() : value, 1);
-  }
+void set(const char* name, const std::optional<std::string>& value) {
+  if (value) setenv(name, value->c_str(), 1);
+  if (!value) unsetenv(name);
 }
 
-class FileSystemDeathTest : public testing::TestWithParam<Variables> {};
+/// Ends the process: well when the directories are as wanted.
+[[noreturn]] void look(const Variables& variables, const std::string& home) {
+  set("HOME", home);
+  set("XDG_DATA_HOME", variables.data);
+  set("XDG_CACHE_HOME", variables.cache);
+  const auto& files = FileSystem::shared();
+  std::cerr << files.outputsURL().path() << ' ' << files.tempURL().path() << '\n';
+  std::exit(files.outputsURL().path() == variables.outputs && files.tempURL().path() == variables.temp ? 0 : 1);
+}
 
 // In a child: the variables count at the first use in a process.
-TEST_P(FileSystemDeathTest, TakesItsDirectoriesFromTheEnvironmentAndMakesThem) {
-  const auto& c = GetParam();
+TEST(FileSystemDeathTest, TakesItsDirectoriesFromTheEnvironmentAndMakesThem) {
   const TemporaryDirectory root;
-  const auto askedInChild = [&] {
-    set("HOME", "/home", root.path());
-    set("XDG_DATA_HOME", c.dataHome, root.path());
-    set("XDG_CACHE_HOME", c.cacheHome, root.path());
-    const bool right = FileSystem::shared().outputsURL().path() == root.path().string() + c.outputs &&
-                       FileSystem::shared().tempURL().path() == root.path().string() + c.temp;
-    std::cerr << FileSystem::shared().outputsURL().path() << ' ' << FileSystem::shared().tempURL().path() << '\n';
-    std::exit(right ? 0 : 1);
+  const std::string base = root.path();
+  const std::string home = base + "/home";
+  const std::string outputs = home + "/.local/share/clipworks/outputs";
+  const std::string temp = home + "/.cache/clipworks/temp";
+  const std::vector<Variables> cases{
+      {std::nullopt, std::nullopt, outputs, temp},
+      {"", "./cache", outputs, temp},  // an empty and a relative variable count for nothing
+      {base + "/data", base + "/cache", base + "/data/clipworks/outputs", base + "/cache/clipworks/temp"},
   };
-  EXPECT_EXIT(askedInChild(), testing::ExitedWithCode(0), "");
-  EXPECT_TRUE(fs::is_directory(root.path().string() + c.outputs));
-  EXPECT_TRUE(fs::is_directory(root.path().string() + c.temp));
+  for (const auto& variables : cases) {
+    fs::remove_all(home);
+    EXPECT_EXIT(look(variables, home), testing::ExitedWithCode(0), "");
+    EXPECT_TRUE(fs::is_directory(variables.outputs) && fs::is_directory(variables.temp)) << variables.outputs;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Environments, FileSystemDeathTest,
-    testing::Values(Variables{"nothing but a home", nullptr, nullptr, "/home/.local/share/clipworks/outputs",
-                              "/home/.cache/clipworks/temp"},
-                    Variables{"both variables", "/data", "/cache", "/data/clipworks/outputs", "/cache/clipworks/temp"},
-                    Variables{"an empty and a relative variable, which count for nothing", "", "./cache",
-                              "/home/.local/share/clipworks/outputs", "/home/.cache/clipworks/temp"}));
 
 TEST(FileSystem, MakesTheDirectoriesThatTheHostSetsWhenTheyAreUsed) {
   const TemporaryDirectory root;

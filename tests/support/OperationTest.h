@@ -34,6 +34,7 @@ class OperationTest : public testing::Test {
 
   template <class Outcome>
   using Start = std::function<void(std::function<void(const Outcome&)> completion)>;
+  using Action = std::function<void()>;
 
   void SetUp() override { FileSystem::shared().setOutputsURL(URL(outputs_.path())); }
 
@@ -48,7 +49,7 @@ class OperationTest : public testing::Test {
 
   /// What the completion is called with: once, by the main queue, after both have returned.
   template <class Outcome>
-  static Outcome later(const Start<Outcome>& start, const std::function<void()>& meanwhile = {}) {
+  static Outcome later(const Start<Outcome>& start, const Action& meanwhile = {}) {
     std::vector<Outcome> outcomes;
     start([&, thread = std::this_thread::get_id()](const Outcome& outcome) {
       EXPECT_EQ(std::this_thread::get_id(), thread) << "the main queue is pumped by the test's thread";
@@ -73,7 +74,7 @@ class OperationTest : public testing::Test {
   /// What the completion is called with, on any thread; nothing when it is destroyed uncalled. `watch` is called again
   /// and again until then.
   template <class Outcome>
-  static std::optional<Outcome> eventually(const Start<Outcome>& start, const std::function<void()>& watch = {}) {
+  static std::optional<Outcome> eventually(const Start<Outcome>& start, const Action& watch = {}) {
     auto promise = std::make_shared<std::promise<Outcome>>();
     auto future = promise->get_future();
     start([promise](const Outcome& outcome) { promise->set_value(outcome); });  // throws at the second
