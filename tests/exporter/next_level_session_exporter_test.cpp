@@ -7,7 +7,6 @@
 #include <clipworks/media/base/SettingsKeys.h>
 #include <clipworks/media/composition/AVMutableComposition.h>
 #include <tests/support/OperationTest.h>
-#include <tests/support/RunProgram.h>
 
 namespace clipworks::test {
 namespace {
@@ -36,17 +35,10 @@ SettingsDictionary sound() {
           {AVSampleRateKey, 44'100.0F}};
 }
 
-ClipOptions clip(int width, int height, ClipOptions options = {}) {
-  options.width = width;
-  options.height = height;
-  if (options.frameTimes.empty()) options.frames = 30;
-  return options;
-}
-
 class Exporter : public OperationTest {
  protected:
-  std::shared_ptr<NextLevelSessionExporter> exporterFor(const std::shared_ptr<AVAsset>& asset,
-                                                        SettingsDictionary video) const {
+  using Asset = std::shared_ptr<AVAsset>;
+  std::shared_ptr<NextLevelSessionExporter> exporterFor(const Asset& asset, SettingsDictionary video) const {
     auto exporter = NextLevelSessionExporter::make(asset);
     exporter->setOutputURL(URL(output_));
     exporter->setVideoOutputConfiguration(std::move(video));
@@ -63,34 +55,33 @@ class Exporter : public OperationTest {
     return eventually(start).value();
   }
   /// What a completed export has made, in place of an earlier one's.
-  MediaJudge made(const std::shared_ptr<AVAsset>& asset, SettingsDictionary video,
-                  const Progress& progress = {}) const {
+  MediaJudge made(const Asset& asset, SettingsDictionary video, const Progress& progress = {}) const {
     fs::remove(output_);
     const Outcome outcome = finish(exporterFor(asset, std::move(video)), progress);
     if (!outcome) throw std::runtime_error(outcome.error().localizedDescription());
     EXPECT_EQ(*outcome, AVAssetExportSessionStatus::completed);
     return MediaJudge(output_);
   }
-  static std::shared_ptr<AVAsset> asset(const ClipOptions& options) { return AVAsset::make(urlOf(options)); }
+  static Asset asset(const ClipOptions& options) { return AVAsset::make(urlOf(options)); }
 
   const fs::path output_ = outputs_.file("out.mp4");
 };
 
 TEST_F(Exporter, DrawsEveryPictureAsTheMatrixSaysAtItsOwnTime) {
   const std::vector<std::tuple<const char*, ClipOptions, int, int>> shapes{
-      {"made smaller", clip(640, 360), 256, 144},
-      {"made larger, to an odd width", clip(320, 180), 853, 480},
-      {"of its own size", clip(320, 180), 320, 180},
-      {"turned clockwise", clip(320, 180, {.rotation = 90}), 90, 160},
-      {"upside down", clip(320, 180, {.rotation = 180}), 256, 144},
-      {"turned counterclockwise", clip(320, 180, {.rotation = 270}), 90, 160},
-      {"odd sides, turned", clip(321, 181, {.pixelFormat = "yuv444p", .rotation = 90}), 90, 160},
-      {"uneven times", clip(320, 180, {.frameTimes = {0, 40, 200, 233, 1000, 1001, 1900}, .timescale = 1000}), 160, 90},
-      {"anamorphic", clip(320, 360, {.outputArguments = {"-aspect", "16:9"}}), 256, 144},
-      {"4:2:2", clip(320, 180, {.pixelFormat = "yuv422p"}), 256, 144},
-      {"4:2:2 turned", clip(320, 180, {.pixelFormat = "yuv422p", .rotation = 90}), 90, 160},
-      {"of ten bits", clip(320, 180, {.videoCodec = "libx265", .pixelFormat = "yuv420p10le"}), 256, 144},
-      {"of full range", clip(320, 180, {.pixelFormat = "yuvj420p"}), 256, 144},
+      {"made smaller", {.width = 640, .height = 360, .frames = 30}, 256, 144},
+      {"made larger, to an odd width", {.frames = 30}, 853, 480},
+      {"of its own size", {.frames = 30}, 320, 180},
+      {"turned clockwise", {.frames = 30, .rotation = 90}, 90, 160},
+      {"upside down", {.frames = 30, .rotation = 180}, 256, 144},
+      {"turned counterclockwise", {.frames = 30, .rotation = 270}, 90, 160},
+      {"odd, turned", {.width = 321, .height = 181, .frames = 30, .pixelFormat = "yuv444p", .rotation = 90}, 90, 160},
+      {"uneven times", {.frameTimes = {0, 40, 200, 233, 1000, 1001, 1900}, .timescale = 1000}, 160, 90},
+      {"anamorphic", {.width = 320, .height = 360, .frames = 30, .outputArguments = {"-aspect", "16:9"}}, 256, 144},
+      {"4:2:2", {.frames = 30, .pixelFormat = "yuv422p"}, 256, 144},
+      {"4:2:2 turned", {.frames = 30, .pixelFormat = "yuv422p", .rotation = 90}, 90, 160},
+      {"of ten bits", {.frames = 30, .videoCodec = "libx265", .pixelFormat = "yuv420p10le"}, 256, 144},
+      {"of full range", {.frames = 30, .pixelFormat = "yuvj420p"}, 256, 144},
   };
   for (const auto& [name, options, width, height] : shapes) {
     SCOPED_TRACE(name);
@@ -114,7 +105,7 @@ TEST_F(Exporter, DrawsEveryPictureAsTheMatrixSaysAtItsOwnTime) {
 }
 
 TEST_F(Exporter, ShowsMirroredPicturesAsTheMatrixSays) {
-  const auto source = asset(clip(320, 180));
+  const auto source = asset({.frames = 30});
   const auto composition = AVMutableComposition::make();
   const auto track = composition->addMutableTrack(AVMediaTypeVideo, kCMPersistentTrackID_Invalid);
   const auto whole = CMTimeRange(kCMTimeZero, source->duration());
@@ -125,7 +116,7 @@ TEST_F(Exporter, ShowsMirroredPicturesAsTheMatrixSays) {
 }
 
 TEST_F(Exporter, CropsOrStretchesToAnotherShape) {
-  const BarCodeClip source(clip(640, 360));
+  const BarCodeClip source({.width = 640, .height = 360, .frames = 30});
   for (const auto& [mode, sameAs] : {std::pair(AVVideoScalingModeResizeAspectFill, "crop=360:360,scale=240:240"),
                                      std::pair(AVVideoScalingModeResize, "scale=240:240")}) {
     made(AVAsset::make(URL(source.path())), pictures(240, 240, 0, mode));
@@ -143,11 +134,10 @@ TEST_F(Exporter, KeepsAnAverageBitRate) {
   for (const auto& [seconds, least, most] :
        {std::tuple{12, 0.95, 1.05}, std::tuple{4, 0.8, 1.1}, std::tuple{2, 0.7, 1.1}}) {
     const fs::path source = outputs_.file("source.mp4");
-    const auto drawn = runProgram({"ffmpeg", "-nostdin", "-y", "-f", "lavfi", "-i",
-                                   "testsrc2=size=320x180:rate=30:duration=" + std::to_string(seconds) +
-                                       ",noise=alls=60:allf=t:enable='gte(t," + std::to_string(seconds / 2) + ")'",
-                                   "-pix_fmt", "yuv420p", "-preset", "ultrafast", source});
-    ASSERT_TRUE(drawn.succeeded()) << drawn;
+    outputOf({"ffmpeg", "-nostdin", "-y", "-f", "lavfi", "-i",
+              "testsrc2=size=320x180:rate=30:duration=" + std::to_string(seconds) +
+                  ",noise=alls=60:allf=t:enable='gte(t," + std::to_string(seconds / 2) + ")'",
+              "-pix_fmt", "yuv420p", "-preset", "ultrafast", source});
     const auto stream = made(AVAsset::make(URL(source)), pictures(320, 180, 300'000)).stream("video");
     const double share = static_cast<double>(stream.bitRate) / 300'000;
     EXPECT_TRUE(share >= least && share <= most) << share << " in " << seconds << " s";
@@ -158,8 +148,8 @@ TEST_F(Exporter, MakesSoundStereoOfTheAskedRateAndLosesNothing) {
   for (const auto& [rate, channels, delay] : {std::tuple(44'100, 2, 0.0), std::tuple(16'000, 1, 0.0),
                                               std::tuple(48'000, 6, 0.0), std::tuple(48'000, 2, 0.4)}) {
     SCOPED_TRACE(rate * channels);
-    const auto options =
-        clip(160, 90, {.sampleRate = rate, .channels = channels, .audioSeconds = 1.5, .audioDelay = delay});
+    const ClipOptions options{
+        .frames = 30, .sampleRate = rate, .channels = channels, .audioSeconds = 1.5, .audioDelay = delay};
     const double end = BarCodeClip(options).audioEnd();
     const MediaJudge judge = made(asset(options), pictures(160, 90, 100'000));
     const auto stream = judge.stream("audio");
@@ -177,7 +167,7 @@ TEST_F(Exporter, ExportsWhatThereIs) {
     for (const auto& stream : made(asset(options), pictures(160, 90)).streams()) types += stream.type;
     return types;
   };
-  EXPECT_EQ(typesOf(clip(160, 90, {.audioCodec = ""})), "video");
+  EXPECT_EQ(typesOf({.width = 160, .height = 90, .frames = 30, .audioCodec = ""}), "video");
   EXPECT_EQ(typesOf({.frames = 0, .audioSeconds = 1, .extension = ".m4a"}), "audio");
 }
 
@@ -206,7 +196,8 @@ TEST_F(Exporter, TellsItsProgressAndLetsGoOfItsHandlers) {
   EXPECT_EQ(progress.back(), 1);
 
   const auto handler = [held](const auto&) {};
-  exporterFor(asset(clip(160, 90)), pictures(160, 90))->exportAsynchronously(nullptr, handler, handler);
+  exporterFor(asset({.width = 160, .height = 90, .frames = 30}), pictures(160, 90))
+      ->exportAsynchronously(nullptr, handler, handler);
   pumpUntil([&] { return held.use_count() == 2; }, "another handler than this one is kept");
 }
 
@@ -223,7 +214,7 @@ TEST_F(Exporter, EndsWithoutAFileWhenCancelled) {
 }
 
 TEST_F(Exporter, NamesTheSettingThatCannotBeHad) {
-  const auto source = asset(clip(160, 90));
+  const auto source = asset({.width = 160, .height = 90, .frames = 30});
   const std::vector<std::tuple<const char*, SettingsValue, bool>> refusals{
       {AVVideoCodecKey, "ap4h", false},
       {AVVideoWidthKey, 0, false},

@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <optional>
+#include <map>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -15,44 +15,35 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Variables {
-  std::optional<std::string> data;
-  std::optional<std::string> cache;
-  std::string outputs;  // what follows from them
-  std::string temp;
-};
+using Environment = std::map<std::string, std::string>;
 
-void set(const char* name, const std::optional<std::string>& value) {
-  if (value) setenv(name, value->c_str(), 1);
-  if (!value) unsetenv(name);
-}
-
-/// Ends the process: well when the directories are as wanted.
-[[noreturn]] void look(const Variables& variables, const std::string& home) {
-  set("HOME", home);
-  set("XDG_DATA_HOME", variables.data);
-  set("XDG_CACHE_HOME", variables.cache);
+/// Ends the process: well when these are the directories.
+[[noreturn]] void look(const Environment& environment, const std::string& outputs, const std::string& temp) {
+  for (const char* name : {"XDG_DATA_HOME", "XDG_CACHE_HOME"}) unsetenv(name);
+  for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
   const auto& files = FileSystem::shared();
   std::cerr << files.outputsURL().path() << ' ' << files.tempURL().path() << '\n';
-  std::exit(files.outputsURL().path() == variables.outputs && files.tempURL().path() == variables.temp ? 0 : 1);
+  std::exit(files.outputsURL().path() == outputs && files.tempURL().path() == temp ? 0 : 1);
 }
 
 // In a child: the variables count at the first use in a process.
 TEST(FileSystemDeathTest, TakesItsDirectoriesFromTheEnvironmentAndMakesThem) {
   const TemporaryDirectory root;
-  const std::string base = root.path();
-  const std::string home = base + "/home";
+  const std::string data = root.file("data");
+  const std::string cache = root.file("cache");
+  const std::string home = root.file("home");
   const std::string outputs = home + "/.local/share/clipworks/outputs";
   const std::string temp = home + "/.cache/clipworks/temp";
-  const std::vector<Variables> cases{
-      {std::nullopt, std::nullopt, outputs, temp},
-      {"", "./cache", outputs, temp},  // an empty and a relative variable count for nothing
-      {base + "/data", base + "/cache", base + "/data/clipworks/outputs", base + "/cache/clipworks/temp"},
+  const std::vector<std::tuple<Environment, std::string, std::string>> cases{
+      {{}, outputs, temp},
+      {{{"XDG_DATA_HOME", ""}, {"XDG_CACHE_HOME", "./cache"}}, outputs, temp},  // empty or relative: as if unset
+      {{{"XDG_DATA_HOME", data}, {"XDG_CACHE_HOME", cache}}, data + "/clipworks/outputs", cache + "/clipworks/temp"},
   };
-  for (const auto& variables : cases) {
+  for (auto [environment, wantedOutputs, wantedTemp] : cases) {
     fs::remove_all(home);
-    EXPECT_EXIT(look(variables, home), testing::ExitedWithCode(0), "");
-    EXPECT_TRUE(fs::is_directory(variables.outputs) && fs::is_directory(variables.temp)) << variables.outputs;
+    environment["HOME"] = home;
+    EXPECT_EXIT(look(environment, wantedOutputs, wantedTemp), testing::ExitedWithCode(0), "");
+    EXPECT_TRUE(fs::is_directory(wantedOutputs) && fs::is_directory(wantedTemp)) << wantedOutputs;
   }
 }
 

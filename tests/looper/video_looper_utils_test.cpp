@@ -21,7 +21,7 @@ class Looper : public OperationTest {
   static Created createLoop(VideoLooperUtils& looper, int count) {
     return atOnce<Created>([&](auto done) { looper.createLoopComposition(count, done); });
   }
-  static Exported exportLoop(VideoLooperUtils& looper, const std::function<void()>& meanwhile = {}) {
+  static Exported exportLoop(VideoLooperUtils& looper, const Action& meanwhile = {}) {
     return later<Exported>([&](auto done) { looper.exportCurrentComposition(done); }, meanwhile);
   }
 };

@@ -9,7 +9,6 @@
 #include <clipworks/media/asset/AVAsset.h>
 #include <clipworks/media/base/FileManager.h>
 #include <tests/support/OperationTest.h>
-#include <tests/support/RunProgram.h>
 
 namespace clipworks::test {
 namespace {
@@ -53,9 +52,7 @@ class Reverser : public OperationTest {
   std::string ffmpeg(const std::string& arguments) const {
     std::istringstream in("ffmpeg -nostdin -v error -y " + arguments);
     const std::vector<std::string> words(std::istream_iterator<std::string>(in), {});
-    const auto result = runProgram(words, {.workingDirectory = documents_.path()});
-    EXPECT_EQ(result.exitCode, 0) << result;
-    return result.standardOutput;
+    return outputOf(words, {.workingDirectory = documents_.path()});
   }
 
   TemporaryDirectory documents_;
@@ -163,27 +160,25 @@ TEST_F(Reverser, BringsDataRatesIntoTheEncodersRange) {
 TEST_F(Reverser, KeepsTextReadableAtTheDataRateOfSlides) {
   constexpr int width = 1280;
   constexpr int height = 720;
-  for (unsigned slide = 0; slide < 5; ++slide) {
-    std::string pixels(static_cast<std::size_t>(width * height), '\xf0');
-    std::mt19937 random(slide);
+  std::string pixels(std::size_t{5} * width * height, '\xf0');
+  for (int slide = 0; slide < 5; ++slide) {
+    std::mt19937 random(static_cast<unsigned>(slide));
     for (int stroke = 0; stroke < 8 * 50 * 3; ++stroke) {
       const bool upright = random() % 2 == 0;
       const int left = 100 + stroke / 3 % 50 * 20 + static_cast<int>(random() % 12);
       const int upper = 96 + stroke / 150 * 70 + static_cast<int>(random() % 20);
       for (int i = 0; i < 12 * 3; ++i) {
         const int x = left + (upright ? i % 3 : i / 3);
-        const int y = upper + (upright ? i / 3 : i % 3);
+        const int y = slide * height + upper + (upright ? i / 3 : i % 3);
         pixels.at(static_cast<std::size_t>(y * width + x)) = '\x14';
       }
     }
-    std::ofstream(documents_.file("slide" + std::to_string(slide) + ".pgm"), std::ios::binary)
-        << "P5\n"
-        << width << ' ' << height << "\n255\n"
-        << pixels;
   }
+  std::ofstream(documents_.file("slides.gray"), std::ios::binary) << pixels;
   ffmpeg(
-      "-framerate 1/5 -i slide%d.pgm -f lavfi -i sine=duration=25 -vf fps=15 -c:v libx264 -preset veryfast -crf 28 "
-      "-g 1000 -pix_fmt yuv420p -c:a aac slides.mp4");
+      "-f rawvideo -pixel_format gray -video_size 1280x720 -framerate 1/5 -i slides.gray -f lavfi -i "
+      "sine=duration=25 -vf fps=15 -c:v libx264 -preset veryfast -crf 28 -g 1000 -pix_fmt yuv420p -c:a aac "
+      "slides.mp4");
   const float rate = dataRate(documents_.file("slides.mp4"));
   ASSERT_LT(rate, 100'000);
   EXPECT_NEAR(dataRate(reversedPictures(documents_.file("slides.mp4"))) / rate, 1, 0.25);

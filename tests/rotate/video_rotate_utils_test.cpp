@@ -5,7 +5,6 @@
 #include <limits>
 
 #include <tests/support/OperationTest.h>
-#include <tests/support/RunProgram.h>
 
 namespace clipworks::test {
 namespace {
@@ -38,9 +37,9 @@ std::array<int, 3> colourAt(double x, double y) {
 
 /// Fails the test for each place of the first picture that does not show what `drawn` maps there from the source.
 void expectDrawn(const URL& output, const CGAffineTransform& drawn, int outputWidth, int outputHeight) {
-  const auto raw = runProgram(
+  const std::string rgb = outputOf(
       {"ffmpeg", "-v", "error", "-i", output.path(), "-frames:v", "1", "-pix_fmt", "rgb24", "-f", "rawvideo", "-"});
-  ASSERT_EQ(raw.standardOutput.size(), static_cast<std::size_t>(outputWidth * outputHeight * 3)) << raw.standardError;
+  ASSERT_EQ(rgb.size(), static_cast<std::size_t>(outputWidth * outputHeight * 3));
   const double determinant = drawn.a * drawn.d - drawn.b * drawn.c;
   for (int y = 4; y < outputHeight; y += 8) {
     for (int x = 4; x < outputWidth; x += 8) {
@@ -54,7 +53,7 @@ void expectDrawn(const URL& output, const CGAffineTransform& drawn, int outputWi
       const auto wanted = colourAt(sourceX, sourceY);
       for (std::size_t i = 0; i < 3; ++i) {
         const auto at = static_cast<std::size_t>(y * outputWidth + x) * 3 + i;
-        EXPECT_NEAR(static_cast<std::uint8_t>(raw.standardOutput[at]), wanted[i], 23) << "at " << x << ", " << y;
+        EXPECT_NEAR(static_cast<std::uint8_t>(rgb[at]), wanted[i], 23) << "at " << x << ", " << y;
       }
     }
   }
@@ -71,12 +70,10 @@ class Rotate : public OperationTest {
   /// Four quarters of different colours, for a third of a second.
   URL fourQuarters(const CGAffineTransform& matrix) const {
     const fs::path path = outputs_.file("quarters.mp4");
-    const auto colour = [](const std::string& name) { return "color=" + name + ":s=32x24:r=30:d=0.34[" + name + "];"; };
-    const auto made = runProgram({"ffmpeg", "-v", "error", "-y", "-filter_complex",
-                                  colour("red") + colour("lime") + colour("blue") + colour("white") +
-                                      "[red][lime]hstack[u];[blue][white]hstack[l];[u][l]vstack,format=yuv420p",
-                                  "-c:v", "libx264", "-crf", "8", path});
-    EXPECT_TRUE(made.succeeded()) << made;
+    outputOf({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
+              "color=red:s=64x48:r=30:d=0.34,drawbox=32:0:32:24:lime:fill,drawbox=0:24:32:24:blue:fill,"
+              "drawbox=32:24:32:24:white:fill,format=yuv420p",
+              "-c:v", "libx264", "-crf", "8", path});
     setMatrix(path, matrix);
     return URL(path);
   }

@@ -5,7 +5,6 @@
 namespace clipworks::test {
 namespace {
 
-using testing::ElementsAre;
 using testing::MatchesRegex;
 using testing::SizeIs;
 using Quality = VideoSpeedConverter::ConversionQuality;
@@ -17,14 +16,13 @@ class SpeedConverter : public OperationTest {
   static Created compose(VideoSpeedConverter& converter, double ratio) {
     return atOnce<Created>([&](auto done) { converter.createComposition(2, 4, ratio, done); });
   }
-  Exported apply(double ratio, Quality quality, const std::optional<std::string>& name,
-                 const std::function<void()>& meanwhile = {}) const {
+  Exported apply(double ratio, Quality quality, std::optional<std::string> name, const Action& meanwhile = {}) const {
     return later<Exported>([&](auto done) { converter_->applySpeedChange(2, 4, ratio, name, quality, done); },
                            meanwhile);
   }
 
-  const URL clip_ = urlIn600ths(
-      {.width = 96, .height = 64, .frames = 100, .rate = {10, 1}, .timescale = 600, .rotation = 90});  // ten seconds
+  // Ten seconds.
+  const URL clip_ = urlIn600ths({.width = 96, .height = 64, .rate = {6, 1}, .timescale = 600, .rotation = 90});
   const std::shared_ptr<VideoSpeedConverter> converter_ = VideoSpeedConverter::make(clip_);
 };
 
@@ -74,8 +72,8 @@ TEST_F(SpeedConverter, AVideoThatLacksATrackFailsAtOnceOnTheCallingThread) {
 TEST_F(SpeedConverter, SaysWhyAnExportFailedButNotThatItWasCancelled) {
   EXPECT_FALSE(apply(30, Quality::low, "x", cancelExports));
   EXPECT_FALSE(apply(2, Quality::low, "no/such/folder"));
-  EXPECT_THAT(printed_.lines(),
-              ElementsAre("Supports HEVC: true", "Supports HEVC: true", MatchesRegex("FAILED: Optional\\(.+\\)")));
+  EXPECT_THAT(printed_.lines(), testing::ElementsAre("Supports HEVC: true", "Supports HEVC: true",
+                                                     MatchesRegex("FAILED: Optional\\(.+\\)")));
 }
 
 }  // namespace

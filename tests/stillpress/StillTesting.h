@@ -3,12 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <functional>
-#include <sstream>
-#include <stdexcept>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include <clipworks/engine/pictures/FramePadding.h>
@@ -18,9 +13,7 @@
 #include <clipworks/stillpress/JPGConverter.h>
 #include <clipworks/stillpress/PNGConverter.h>
 
-#include <tests/support/MediaJudge.h>
-#include <tests/support/RunProgram.h>
-#include <tests/support/TemporaryDirectory.h>
+#include <tests/support/OperationTest.h>
 
 namespace clipworks::test {
 
@@ -80,12 +73,6 @@ inline std::shared_ptr<ImageConverter> converterFor(const std::string& extension
   if (extension == "jpg") return JPGConverter::make();
   if (extension == "png") return PNGConverter::make();
   return HEICConverter::make();
-}
-
-inline std::string outputOf(const std::vector<std::string>& command) {
-  const auto result = runProgram(command);
-  if (result.succeeded()) return result.standardOutput;
-  throw std::runtime_error((std::ostringstream() << command.front() << ": " << result).str());
 }
 
 /// A still as a file.

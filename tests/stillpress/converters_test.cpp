@@ -2,7 +2,6 @@
 
 #include <clipworks/engine/pictures/ToneMapper.h>
 #include <tests/stillpress/StillTesting.h>
-#include <tests/support/BarCodeClip.h>
 
 namespace clipworks::test {
 namespace {
@@ -92,9 +91,7 @@ TEST(Converters, KeepTheStepsOfAGreyRamp) {
 
 TEST(Converters, TellWhenWhereAndWithWhatTheRecordingWasMade) {
   const auto still = stillOf(64, 48, AV_PIX_FMT_YUV420P, {}, [](int) { return Color{90, 90, 90}; });
-  const auto bare = std::make_shared<engine::StillImage>();
-  bare->frame = engine::shareFrame(still->frame);
-  bare->metadata = {{"major_brand", "isom"}};
+  const Still bare(new engine::StillImage{engine::shareFrame(still->frame), {{"major_brand", "isom"}}});
   still->metadata = {{"creation_time", "2019-07-24T08:25:57.000000Z"},
                      {"org.maker.creationdate", "2019-07-24T11:25:40+0300"},
                      {"org.maker.location.ISO6709", "-32.0929+034.8620+028.516/"},

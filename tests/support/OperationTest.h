@@ -6,6 +6,7 @@
 #include <future>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -21,9 +22,17 @@
 #include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
 #include <tests/support/PrintedLinesCapture.h>
+#include <tests/support/RunProgram.h>
 #include <tests/support/TemporaryDirectory.h>
 
 namespace clipworks::test {
+
+/// What a program writes to standard output; throws with its words when it fails.
+inline std::string outputOf(const std::vector<std::string>& command, const ProgramOptions& options = {}) {
+  const auto result = runProgram(command, options);
+  if (result.succeeded()) return result.standardOutput;
+  throw std::runtime_error((std::ostringstream() << command.front() << ": " << result).str());
+}
 
 /// What the tests of the operations' classes share: a directory for outputs, what is printed, and how completions come.
 class OperationTest : public testing::Test {
