@@ -20,8 +20,23 @@ using Created = Result<std::shared_ptr<AVMutableComposition>, NarrationError>;
 using Exported = Result<URL, NarrationError>;
 using Finish = Result<NarrationPiece, NarrationError>;
 
+template <class Value>
+Value waitFor(std::promise<Value>& promise) {
+  auto future = promise.get_future();
+  if (future.wait_for(std::chrono::seconds(30)) != std::future_status::ready) throw std::runtime_error("nothing comes");
+  return future.get();
+}
+
+/// Hands on the first thing that it hears.
+struct Listener : public VideoNarrationUtilsDelegate {
+  void narrationDidFinish(const Finish& result) override { finished.set_value(result); }  // throws at the second
+  std::promise<Finish> finished;
+};
+
 class Narration : public OperationTest {
  protected:
+  ~Narration() override { engine::setSoundCaptureOpener({}); }
+
   /// A recording of so many seconds: a tone of 3,000 Hz at a tenth of full scale, which no video of these tests has.
   URL tone(double seconds) const {
     const auto path = recordings_.file(std::to_string(seconds) + ".wav");
@@ -36,9 +51,25 @@ class Narration : public OperationTest {
     return later<Exported>([&](auto done) { narration_->exportComposition(quality, done); });
   }
 
-  const URL clip_ =  // four seconds
-      urlIn600ths({.width = 160, .height = 90, .frames = 120, .timescale = 30, .rotation = 90});
+  /// Records 0.9 seconds or more; the recording runs on.
+  std::shared_ptr<AVAudioRecorder> record(const CMTime& at, const std::shared_ptr<Listener>& listener) const {
+    if (!narration_->startNarration(at, listener)) throw std::runtime_error("the recording does not start");
+    const auto recorder = narration_->audioRecorder();
+    pumpUntil([&] { return recorder->currentTime() >= 0.9; }, "no sound comes");
+    return recorder;
+  }
+  void expectAuthorization(bool expected) const {
+    std::promise<std::pair<bool, std::thread::id>> answered;
+    narration_->requestAuthorization([&](bool granted) { answered.set_value({granted, std::this_thread::get_id()}); });
+    const auto [granted, thread] = waitFor(answered);
+    EXPECT_EQ(granted, expected);
+    EXPECT_NE(thread, std::this_thread::get_id());
+  }
+
+  // Four seconds.
+  const URL clip_ = urlIn600ths({.width = 160, .height = 90, .frames = 120, .timescale = 30, .rotation = 90});
   TemporaryDirectory recordings_;
+  std::shared_ptr<Listener> listener_ = std::make_shared<Listener>();
   std::shared_ptr<VideoNarrationUtils> narration_ = VideoNarrationUtils::make();
 };
 
@@ -125,43 +156,7 @@ TEST_F(Narration, AnExportThatFailsSaysWhy) {
                                             MatchesRegex("Failed: Optional\\(.*Code=-11807 .*\\)")));
 }
 
-template <class Value>
-Value waitFor(std::promise<Value>& promise) {
-  auto future = promise.get_future();
-  if (future.wait_for(std::chrono::seconds(30)) != std::future_status::ready) throw std::runtime_error("nothing comes");
-  return future.get();
-}
-
-/// Hands on the first thing that it hears.
-struct Listener : public VideoNarrationUtilsDelegate {
-  void narrationDidFinish(const Finish& result) override { finished.set_value(result); }  // throws at the second
-  std::promise<Finish> finished;
-};
-
-class NarrationRecording : public OperationTest {
- protected:
-  ~NarrationRecording() override { engine::setSoundCaptureOpener({}); }
-
-  /// Records 0.9 seconds or more; the recording runs on.
-  std::shared_ptr<AVAudioRecorder> record(const CMTime& at, const std::shared_ptr<Listener>& listener) const {
-    if (!narration_->startNarration(at, listener)) throw std::runtime_error("the recording does not start");
-    const auto recorder = narration_->audioRecorder();
-    pumpUntil([&] { return recorder->currentTime() >= 0.9; }, "no sound comes");
-    return recorder;
-  }
-  void expectAuthorization(bool expected) const {
-    std::promise<std::pair<bool, std::thread::id>> answered;
-    narration_->requestAuthorization([&](bool granted) { answered.set_value({granted, std::this_thread::get_id()}); });
-    const auto [granted, thread] = waitFor(answered);
-    EXPECT_EQ(granted, expected);
-    EXPECT_NE(thread, std::this_thread::get_id());
-  }
-
-  std::shared_ptr<Listener> listener_ = std::make_shared<Listener>();
-  std::shared_ptr<VideoNarrationUtils> narration_ = VideoNarrationUtils::make();
-};
-
-TEST_F(NarrationRecording, GivesThePieceToTheDelegate) {
+TEST_F(Narration, GivesTheRecordedPieceToTheDelegate) {
   const ScriptedMicrophone microphone({{0, 44'100}});
   EXPECT_FALSE(narration_->startTime());
   record(CMTime(3000, 600), listener_);
@@ -177,7 +172,7 @@ TEST_F(NarrationRecording, GivesThePieceToTheDelegate) {
   EXPECT_THAT(printed_.lines(), testing::IsEmpty());
 }
 
-TEST_F(NarrationRecording, ReplacedByASecondOneIsHeardOfNoMore) {
+TEST_F(Narration, HearsNoMoreOfARecordingThatASecondOneReplaces) {
   const ScriptedMicrophone microphone({{0, 44'100}});
   const auto replacedListener = std::make_shared<Listener>();
   const fs::path replaced = record(kCMTimeZero, replacedListener)->url().path();
@@ -189,14 +184,14 @@ TEST_F(NarrationRecording, ReplacedByASecondOneIsHeardOfNoMore) {
   EXPECT_GT(recordedSamples(replaced).size(), 40'000U);
 }
 
-TEST_F(NarrationRecording, ReportsAMicrophoneThatGoes) {
+TEST_F(Narration, ReportsAMicrophoneThatGoes) {
   const ScriptedMicrophone microphone({{0, 44'100}, {.fails = true}});
   ASSERT_TRUE(narration_->startNarration(kCMTimeZero, listener_));
   EXPECT_FALSE(waitFor(listener_->finished));
   EXPECT_EQ(narration_->audioRecorder(), nullptr) << "none runs any more";
 }
 
-TEST_F(NarrationRecording, WithoutAListenerLeavesTheFile) {
+TEST_F(Narration, LeavesTheFileOfARecordingWithoutAListener) {
   const ScriptedMicrophone microphone({{0, 44'100}});
   const auto recorder = record(kCMTimeZero, listener_);
   listener_.reset();
@@ -206,7 +201,7 @@ TEST_F(NarrationRecording, WithoutAListenerLeavesTheFile) {
   EXPECT_GT(recordedSamples(recorder->url().path()).size(), 40'000U);
 }
 
-TEST_F(NarrationRecording, DoesNotStartWithoutAMicrophoneOrItsDirectoryButKeepsTheTime) {
+TEST_F(Narration, DoesNotStartWithoutAMicrophoneOrItsDirectoryButKeepsTheTime) {
   int opened = 0;
   // Gone at once for the session; then there for the session, gone for the recorder.
   engine::setSoundCaptureOpener(
