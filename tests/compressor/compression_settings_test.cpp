@@ -1,10 +1,6 @@
 #include <clipworks/compressor/CompressionSettings.h>
 
-#include <cstdint>
 #include <limits>
-#include <optional>
-#include <ostream>
-#include <string>
 
 #include <gtest/gtest.h>
 
@@ -29,49 +25,8 @@ std::shared_ptr<AVAsset> fullHD(const CGAffineTransform& transform) {
   return asset;
 }
 
-struct SettingsCase {
-  std::string name;
-  std::optional<CGAffineTransform> transform;  // nothing: no pictures
-  Parameters parameters;
-  std::int64_t width;
-  std::int64_t height;
-  std::int64_t bitRate;
-  friend std::ostream& operator<<(std::ostream& out, const SettingsCase& c) { return out << c.name; }
-};
-
-class CompressionSettings : public testing::TestWithParam<SettingsCase> {};
-
-TEST_P(CompressionSettings, Are) {
-  const auto& c = GetParam();
-  const auto video =
-      videoOutputConfiguration(c.transform ? *fullHD(*c.transform) : *AVMutableComposition::make(), c.parameters);
-  EXPECT_EQ(video.integer(AVVideoWidthKey), c.width);
-  EXPECT_EQ(video.integer(AVVideoHeightKey), c.height);
-  EXPECT_EQ(video.text(AVVideoCodecKey), AVVideoCodecTypeH264);
-  EXPECT_EQ(video.text(AVVideoScalingModeKey), AVVideoScalingModeResizeAspectFill);
-  EXPECT_EQ(video.entries().size(), 5U);
-  const auto* properties = video.find(AVVideoCompressionPropertiesKey)->dictionary();
-  EXPECT_EQ(properties->integer(AVVideoAverageBitRateKey), c.bitRate);
-  EXPECT_EQ(properties->text(AVVideoProfileLevelKey), AVVideoProfileLevelH264HighAutoLevel);
-  EXPECT_EQ(properties->entries().size(), 2U);
-}
-
-INSTANTIATE_TEST_SUITE_P(Of, CompressionSettings,
-                         testing::Values(SettingsCase{"a_portrait_recording", CGAffineTransform{0, 1, -1, 0, 1080, 0},
-                                                      Parameters(Quality480p()), 270, 480, 1'000'000},
-                                         SettingsCase{"an_odd_width_cut_towards_zero", CGAffineTransform{},
-                                                      Parameters(Quality480p()), 853, 480, 1'000'000},
-                                         SettingsCase{"a_mirrored_recording", CGAffineTransform{-1, 0, 0, 1, 1920, 0},
-                                                      Parameters(Quality144p()), 256, 144, 100'000},
-                                         SettingsCase{"no_pictures", std::nullopt, Parameters(Quality360p(), 77), 480,
-                                                      360, 77'000},
-                                         SettingsCase{"a_bit_rate_of_zero", CGAffineTransform{},
-                                                      Parameters(QualityFullHD(), 0), 1920, 1080, 0}),
-                         [](const auto& testCase) { return testCase.param.name; });
-
 /// A host's own, whose figures change and need 64 bits.
-class ChangingPreset final : public VideoCompressorPreset {
- public:
+struct ChangingPreset final : public VideoCompressorPreset {
   std::string name() const override { return ""; }
   std::string estimatedSize() const override { return ""; }
   std::int64_t height() const override { return lines; }
@@ -81,13 +36,32 @@ class ChangingPreset final : public VideoCompressorPreset {
   std::int64_t lines = 5'000'000'000;
 };
 
-TEST(CompressionParameters, HoldTheirPresetByValue) {
+TEST(CompressionSettings, FollowThePresetAndTheVideo) {
+  const std::shared_ptr<AVAsset> noPictures = AVMutableComposition::make();
   ChangingPreset preset;
   const Parameters parameters(preset);
   preset.lines = 0;
-  const auto video = videoOutputConfiguration(*AVMutableComposition::make(), parameters);
-  EXPECT_EQ(video.integer(AVVideoWidthKey), 5'000'000'000);
-  EXPECT_EQ(video.integer(AVVideoHeightKey), 5'000'000'000);
+  using Figures = std::array<std::int64_t, 3>;  // width, height, bits a second
+  const std::vector<std::tuple<const char*, std::shared_ptr<AVAsset>, Parameters, Figures>> cases{
+      {"a portrait recording", fullHD({0, 1, -1, 0, 1080, 0}), Parameters(Quality480p()), {270, 480, 1'000'000}},
+      {"an odd width, cut towards zero", fullHD({}), Parameters(Quality480p()), {853, 480, 1'000'000}},
+      {"a mirrored recording", fullHD({-1, 0, 0, 1, 1920, 0}), Parameters(Quality144p()), {256, 144, 100'000}},
+      {"no pictures", noPictures, Parameters(Quality360p(), 77), {480, 360, 77'000}},
+      {"a bit rate of zero", fullHD({}), Parameters(QualityFullHD(), 0), {1920, 1080, 0}},
+      {"a preset held by value", noPictures, parameters, {5'000'000'000, 5'000'000'000, 5'000'000'000'000}},
+  };
+  for (const auto& [name, asset, wanted, figures] : cases) {
+    SCOPED_TRACE(name);
+    const auto video = videoOutputConfiguration(*asset, wanted);
+    const auto& properties = *video.find(AVVideoCompressionPropertiesKey)->dictionary();
+    EXPECT_EQ((Figures{video.integer(AVVideoWidthKey).value(), video.integer(AVVideoHeightKey).value(),
+                       properties.integer(AVVideoAverageBitRateKey).value()}),
+              figures);
+    EXPECT_EQ(video.text(AVVideoCodecKey), AVVideoCodecTypeH264);
+    EXPECT_EQ(video.text(AVVideoScalingModeKey), AVVideoScalingModeResizeAspectFill);
+    EXPECT_EQ(properties.text(AVVideoProfileLevelKey), AVVideoProfileLevelH264HighAutoLevel);
+    EXPECT_EQ(std::pair(video.entries().size(), properties.entries().size()), std::pair(5UL, 2UL));
+  }
 }
 
 TEST(CompressionSettingsDeathTest, WhatDoesNotFitAborts) {

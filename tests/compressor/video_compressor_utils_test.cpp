@@ -2,77 +2,31 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
-#include <filesystem>
 #include <fstream>
-#include <functional>
-#include <iterator>
-#include <memory>
-#include <optional>
-#include <string>
-#include <thread>
-#include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <app/Awaited.h>
-#include <clipworks/filedeck/FileSystem.h>
 #include <clipworks/media/base/PrintedText.h>
-#include <clipworks/media/dispatch/DispatchQueue.h>
-#include <clipworks/media/export/AVAssetExportSession.h>
-
-#include <tests/support/BarCodeClip.h>
-#include <tests/support/MediaJudge.h>
-#include <tests/support/PrintedLinesCapture.h>
-#include <tests/support/TemporaryDirectory.h>
+#include <tests/support/OperationTest.h>
 
 namespace clipworks::test {
 namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::StartsWith;
-
-constexpr std::chrono::seconds patience{100};
-using CompressionError = VideoCompressorUtils::CompressionError;
-using AwaitedBatch = app::Awaited<Result<std::vector<URL>, CompressionError>>;
-using AwaitedPreview = app::Awaited<Result<URL, CompressionError>>;
+using Batch = Result<std::vector<URL>, VideoCompressorUtils::CompressionError>;
+using Preview = Result<URL, VideoCompressorUtils::CompressionError>;
 using Parameters = VideoCompressorUtils::Parameters;
-
-URL clipOf(int frames) { return URL(BarCodeClip({.width = 160, .height = 90, .frames = frames}).path()); }
-URL slowClip() { return URL(BarCodeClip({.width = 640, .height = 360, .frames = 300}).path()); }
-
-void pumpUntil(const std::function<bool()>& isOver, const std::string& wanted) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
-  while (!isOver()) {
-    ASSERT_LT(std::chrono::steady_clock::now(), deadline) << wanted;
-    DispatchQueue::main().runOne(std::chrono::milliseconds(5));
-  }
-}
-
-/// What came; nothing when the closure was destroyed uncalled.
-template <class Value>
-std::optional<Value> valueOf(const app::Awaited<Value>& awaited) {
-  pumpUntil([&] { return awaited.isOver(); }, "the completion is neither called nor destroyed");
-  return awaited.value();
-}
 
 std::size_t countIn(const fs::path& directory) {
   return static_cast<std::size_t>(std::distance(fs::directory_iterator(directory), {}));
 }
 
-class ProgressLog final : public VideoCompressorDelegate {
- public:
+struct ProgressLog final : public VideoCompressorDelegate {
   void videoCompressorDidUpdateProgress(float progress) override {
-    EXPECT_EQ(std::this_thread::get_id(), thread_) << "the main queue is pumped by the test's thread";
+    EXPECT_EQ(std::this_thread::get_id(), thread) << "the main queue is pumped by the test's thread";
     texts.push_back("General Progress: " + printedNumber(progress));
   }
   std::vector<std::string> texts;
-
- private:
-  std::thread::id thread_ = std::this_thread::get_id();
+  std::thread::id thread = std::this_thread::get_id();
 };
 
 /// Whether no thread of the queue runs: what was added has been prepared.
@@ -86,27 +40,28 @@ bool isQueueResting() {
   return true;
 }
 
-class Compressor : public testing::Test {
+class Compressor : public OperationTest {
  protected:
-  void SetUp() override { FileSystem::shared().setOutputsURL(URL(outputs_.path())); }
+  static URL clipOf(int frames) { return urlOf({.width = 160, .height = 90, .frames = frames}); }
+  static URL slowClip() { return urlOf({.width = 640, .height = 360, .frames = 300}); }
 
-  std::optional<Result<std::vector<URL>, CompressionError>> compress(const std::vector<URL>& videos) const {
-    AwaitedBatch awaited;
-    compressor_->compress(videos, Parameters(Quality144p()), awaited.closure());
-    return valueOf(awaited);
+  std::optional<Batch> compress(const std::vector<URL>& videos, const Action& watch = {}) const {
+    return eventually<Batch>([&](auto done) { compressor_->compress(videos, small_, done); }, watch);
   }
 
-  TemporaryDirectory outputs_;
-  PrintedLinesCapture printed_;
+  std::optional<Preview> preview(const URL& video, const Parameters& parameters, const Action& watch = {}) const {
+    return eventually<Preview>([&](auto done) { compressor_->previewCompression(video, parameters, done); }, watch);
+  }
+
+  const Parameters small_{Quality144p()};
   std::shared_ptr<VideoCompressorUtils> compressor_ = VideoCompressorUtils::make();
 };
 
 TEST_F(Compressor, GivesFilesInTheOrderOfTheListAndLeavesFailuresOut) {
   const auto outcome = compress({clipOf(20), URL("/nowhere/clip.mp4"), clipOf(5), clipOf(10)});
-  ASSERT_TRUE(outcome && *outcome);
   std::vector<std::size_t> frames;
-  for (const auto& url : **outcome) {
-    EXPECT_THAT(url.path().filename(), testing::ContainsRegex("^[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\\.mp4$"));
+  for (const auto& url : outcome.value().value()) {
+    EXPECT_THAT(url.path(), testing::MatchesRegex(outputs_.file(identifier).string() + "\\.mp4"));
     EXPECT_EQ(MediaJudge(url.path()).stream("video").height, 144);
     frames.push_back(MediaJudge(url.path()).pictures().size());
   }
@@ -115,12 +70,9 @@ TEST_F(Compressor, GivesFilesInTheOrderOfTheListAndLeavesFailuresOut) {
 }
 
 TEST_F(Compressor, FailsWhenNothingSucceeds) {
-  for (const auto& videos : {std::vector<URL>{}, std::vector<URL>{URL("/nowhere/clip.mp4")}}) {
-    const auto outcome = compress(videos);
-    ASSERT_TRUE(outcome && !*outcome);
-    EXPECT_EQ(outcome->error(), CompressionError::generic);
-  }
-  EXPECT_THAT(printed_.lines(), ElementsAre(StartsWith("ERROR: clip.mp4 cannot be opened"),
+  EXPECT_FALSE(compress({}).value());
+  EXPECT_FALSE(compress({URL("/nowhere/clip.mp4")}).value());
+  EXPECT_THAT(printed_.lines(), ElementsAre(testing::StartsWith("ERROR: clip.mp4 cannot be opened"),
                                             testing::MatchesRegex("ERROR2: .*Code=-[0-9]+ .*clip.mp4.*"), "FAILED"));
 }
 
@@ -130,15 +82,13 @@ TEST_F(Compressor, CountsTheVideosThatEndedOverItsWholeLife) {
   ASSERT_TRUE(compress({clipOf(20), URL("/nowhere/clip.mp4"), clipOf(5)}));
   ASSERT_TRUE(compress({clipOf(5)}));
   float ended = 0;
-  float count = 3;
   float current = -1;
   std::vector<std::string> general;
   for (const auto& line : printed_.lines()) {
     if (line == "FAILED" || line.starts_with("COMPLETED")) ended += 1;
-    if (ended == 3) count = 1;
     if (line.starts_with("Current Progress: ")) current = std::stof(line.substr(18));
     if (!line.starts_with("General Progress: ")) continue;
-    EXPECT_EQ(line, "General Progress: " + printedNumber((current + ended) / count));
+    EXPECT_EQ(line, "General Progress: " + printedNumber((current + ended) / (ended < 3 ? 3 : 1)));
     general.push_back(line);
   }
   ASSERT_GE(general.size(), 3U);
@@ -149,20 +99,12 @@ TEST_F(Compressor, CountsTheVideosThatEndedOverItsWholeLife) {
 
 TEST_F(Compressor, PreviewsFiveSecondsAtMost) {
   for (const auto& [video, seconds] : {std::pair(slowClip(), 5.0), std::pair(clipOf(60), 2.0)}) {
-    AwaitedPreview awaited;
-    compressor_->previewCompression(video, Parameters(Quality144p()), awaited.closure());
-    const auto outcome = valueOf(awaited);
-    ASSERT_TRUE(outcome && *outcome);
-    EXPECT_NEAR(MediaJudge((*outcome)->path()).duration(), seconds, 0.05);
+    EXPECT_NEAR(MediaJudge(preview(video, small_).value().value().path()).duration(), seconds, 0.05);
   }
 }
 
 TEST_F(Compressor, IsSilentAboutAPreviewThatFails) {
-  AwaitedPreview awaited;
-  compressor_->previewCompression(slowClip(), Parameters(QualityFullHD()), awaited.closure());
-  pumpUntil([] { return !AVAssetExportSession::liveSessions().empty(); }, "the preview does not start");
-  for (const auto& session : AVAssetExportSession::liveSessions()) session->cancelExport();
-  EXPECT_EQ(valueOf(awaited), std::nullopt) << "destroyed uncalled";
+  EXPECT_FALSE(preview(slowClip(), Parameters(QualityFullHD()), cancelExports)) << "destroyed uncalled";
   auto lines = printed_.lines();
   std::erase_if(lines, [](const auto& line) { return line.find("Progress: ") != std::string::npos; });
   EXPECT_THAT(lines, ElementsAre("FAILED")) << "a cancelled export is no error";
@@ -177,39 +119,32 @@ TEST_F(Compressor, DropsWhatHasNotBegunWhenItIsLetGo) {
       while (*isHeldUp) continue;
     });
   }
-  AwaitedBatch awaited;
-  compressor_->compress({clipOf(5), clipOf(5)}, Parameters(Quality144p()), awaited.closure());
-  compressor_.reset();
-  *isHeldUp = false;
-  EXPECT_EQ(valueOf(awaited), std::nullopt) << "destroyed uncalled";
-  EXPECT_THAT(printed_.lines(), IsEmpty());
+  const auto outcome = eventually<Batch>([&](auto done) {
+    std::exchange(compressor_, nullptr)->compress({clipOf(5), clipOf(5)}, small_, done);
+    *isHeldUp = false;
+  });
+  EXPECT_FALSE(outcome) << "destroyed uncalled";
+  EXPECT_THAT(printed_.lines(), testing::IsEmpty());
 }
 
 TEST_F(Compressor, ASecondBatchLeavesTheWaitingVideosOfTheFirstWaiting) {
-  AwaitedBatch first;
-  compressor_->compress({slowClip(), slowClip(), slowClip()}, Parameters(Quality144p()), first.closure());
+  const auto held = std::make_shared<int>();
+  compressor_->compress({slowClip(), slowClip(), slowClip()}, small_,
+                        [held](const Batch&) { ADD_FAILURE() << "the first batch ends"; });
   const auto running = [] { return AVAssetExportSession::liveSessions().size(); };
   int looks = 0;
   pumpUntil([&] { return (looks = running() == 1 && isQueueResting() ? looks + 1 : 0) == 10; },
-            "one export, and two that wait for it");
-  const auto second = compress({clipOf(10), clipOf(5)});
-  ASSERT_TRUE(second && *second);
-  EXPECT_EQ((*second)->size(), 2U);
+            "no single export that two wait for");
+  EXPECT_EQ(compress({clipOf(10), clipOf(5)}).value().value().size(), 2U);
   pumpUntil([&] { return running() == 0; }, "the first export does not end");
   EXPECT_EQ(countIn(outputs_.path()), 3U);
-  EXPECT_FALSE(first.isOver());
+  EXPECT_GT(held.use_count(), 1) << "the first batch is let go";
 }
 
 TEST_F(Compressor, HoldsFewFilesAndThreadsOverALongBatch) {
   const auto threads = [] { return countIn("/proc/self/task"); };
   const auto files = [] { return countIn("/proc/self/fd"); };
-  const auto exporting = [] {
-    const auto live = AVAssetExportSession::liveSessions();
-    return std::count_if(live.begin(), live.end(), [](const auto& session) {
-      return session->status() == AVAssetExportSessionStatus::exporting;
-    });
-  };
-  const URL clip(BarCodeClip({.width = 32, .height = 24, .frames = 1, .audioCodec = ""}).path());
+  const URL clip = urlOf({.width = 32, .height = 24, .frames = 1, .audioCodec = ""});
   ASSERT_TRUE(compress({clip}));
   // The end of that batch may still come, and would let two exports of the next one run at once.
   compressor_ = VideoCompressorUtils::make();
@@ -217,17 +152,14 @@ TEST_F(Compressor, HoldsFewFilesAndThreadsOverALongBatch) {
   const std::size_t filesBefore = files();
   std::size_t mostFiles = 0;
   std::ptrdiff_t mostExporting = 0;
-  AwaitedBatch awaited;
-  compressor_->compress(std::vector<URL>(100, clip), Parameters(Quality144p()), awaited.closure());
-  pumpUntil(
-      [&] {
-        mostFiles = std::max(mostFiles, files());
-        mostExporting = std::max(mostExporting, exporting());
-        return awaited.isOver();
-      },
-      "the batch does not end");
-  ASSERT_TRUE(awaited.value() && *awaited.value());
-  EXPECT_EQ((*awaited.value())->size(), 100U);
+  const auto watch = [&] {
+    mostFiles = std::max(mostFiles, files());
+    const auto live = AVAssetExportSession::liveSessions();
+    mostExporting = std::max(mostExporting, std::count_if(live.begin(), live.end(), [](const auto& session) {
+                               return session->status() == AVAssetExportSessionStatus::exporting;
+                             }));
+  };
+  EXPECT_EQ(compress(std::vector<URL>(100, clip), watch).value().value().size(), 100U);
   // Each waiting video looks at its file for a moment before its turn, some dozens at once on a slow machine; what was
   // kept would come to one for each.
   EXPECT_LE(mostFiles, filesBefore + 60);

@@ -1,13 +1,11 @@
 #include <clipworks/filedeck/FileSystem.h>
 
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <ostream>
-#include <string>
+#include <map>
+#include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <tests/support/TemporaryDirectory.h>
@@ -17,50 +15,37 @@ namespace {
 
 namespace fs = std::filesystem;
 
-struct Variables {
-  const char* sentence;
-  const char* dataHome;  // null: unset; "/" in front: below the test's directory
-  const char* cacheHome;
-  const char* outputs;
-  const char* temp;
-};
-void PrintTo(const Variables& c, std::ostream* out) { *out << c.sentence; }
+using Environment = std::map<std::string, std::string>;
 
-void set(const char* name, const char* value, const fs::path& root) {
-  if (value == nullptr) {
-    unsetenv(name);
-  } else {
-    setenv(name, value[0] == '/' ? (root.string() + value).c_str() : value, 1);
-  }
+/// Ends the process: well when these are the directories.
+[[noreturn]] void look(const Environment& environment, const std::string& outputs, const std::string& temp) {
+  for (const char* name : {"XDG_DATA_HOME", "XDG_CACHE_HOME"}) unsetenv(name);
+  for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
+  const auto& files = FileSystem::shared();
+  std::cerr << files.outputsURL().path() << ' ' << files.tempURL().path() << '\n';
+  std::exit(files.outputsURL().path() == outputs && files.tempURL().path() == temp ? 0 : 1);
 }
-
-class FileSystemDeathTest : public testing::TestWithParam<Variables> {};
 
 // In a child: the variables count at the first use in a process.
-TEST_P(FileSystemDeathTest, TakesItsDirectoriesFromTheEnvironmentAndMakesThem) {
-  const auto& c = GetParam();
+TEST(FileSystemDeathTest, TakesItsDirectoriesFromTheEnvironmentAndMakesThem) {
   const TemporaryDirectory root;
-  const auto askedInChild = [&] {
-    set("HOME", "/home", root.path());
-    set("XDG_DATA_HOME", c.dataHome, root.path());
-    set("XDG_CACHE_HOME", c.cacheHome, root.path());
-    const bool right = FileSystem::shared().outputsURL().path() == root.path().string() + c.outputs &&
-                       FileSystem::shared().tempURL().path() == root.path().string() + c.temp;
-    std::cerr << FileSystem::shared().outputsURL().path() << ' ' << FileSystem::shared().tempURL().path() << '\n';
-    std::exit(right ? 0 : 1);
+  const std::string data = root.file("data");
+  const std::string cache = root.file("cache");
+  const std::string home = root.file("home");
+  const std::string outputs = home + "/.local/share/clipworks/outputs";
+  const std::string temp = home + "/.cache/clipworks/temp";
+  const std::vector<std::tuple<Environment, std::string, std::string>> cases{
+      {{}, outputs, temp},
+      {{{"XDG_DATA_HOME", ""}, {"XDG_CACHE_HOME", "./cache"}}, outputs, temp},  // empty or relative: as if unset
+      {{{"XDG_DATA_HOME", data}, {"XDG_CACHE_HOME", cache}}, data + "/clipworks/outputs", cache + "/clipworks/temp"},
   };
-  EXPECT_EXIT(askedInChild(), testing::ExitedWithCode(0), "");
-  EXPECT_TRUE(fs::is_directory(root.path().string() + c.outputs));
-  EXPECT_TRUE(fs::is_directory(root.path().string() + c.temp));
+  for (auto [environment, wantedOutputs, wantedTemp] : cases) {
+    fs::remove_all(home);
+    environment["HOME"] = home;
+    EXPECT_EXIT(look(environment, wantedOutputs, wantedTemp), testing::ExitedWithCode(0), "");
+    EXPECT_TRUE(fs::is_directory(wantedOutputs) && fs::is_directory(wantedTemp)) << wantedOutputs;
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Environments, FileSystemDeathTest,
-    testing::Values(Variables{"nothing but a home", nullptr, nullptr, "/home/.local/share/clipworks/outputs",
-                              "/home/.cache/clipworks/temp"},
-                    Variables{"both variables", "/data", "/cache", "/data/clipworks/outputs", "/cache/clipworks/temp"},
-                    Variables{"an empty and a relative variable, which count for nothing", "", "./cache",
-                              "/home/.local/share/clipworks/outputs", "/home/.cache/clipworks/temp"}));
 
 TEST(FileSystem, MakesTheDirectoriesThatTheHostSetsWhenTheyAreUsed) {
   const TemporaryDirectory root;

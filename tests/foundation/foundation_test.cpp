@@ -1,9 +1,7 @@
 #include <atomic>
-#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -17,26 +15,15 @@
 namespace clipworks::test {
 namespace {
 
-namespace fs = std::filesystem;
-
-TEST(OutputLocation, IsTheNameAsGivenWithTheExtension) {
+TEST(OutputLocation, IsTheNameAsGivenWithTheExtensionClearedOfTheOldFileAndNothingElse) {
   const TemporaryDirectory directory;
-  const URL in(directory.path());
-  EXPECT_EQ(prepareOutputLocation(in, "holiday", ".mp4").path(), directory.file("holiday.mp4"));
-  EXPECT_EQ(prepareOutputLocation(in, "holiday.mp4", ".mp4").path(), directory.file("holiday.mp4.mp4"));
-  EXPECT_EQ(prepareOutputLocation(in, "", ".mp4").path(), directory.file(".mp4")) << "an empty name is a name";
-}
-
-TEST(OutputLocation, IsClearedOfTheOldFileAndNothingElse) {
-  const TemporaryDirectory directory;
-  const URL in(directory.path());
-  std::ofstream(directory.file("a.mp4")) << "old";
-  std::ofstream(directory.file("a")) << "another";
-  fs::create_directory(directory.file("b.mp4"));
-  for (const char* name : {"a", "b"}) (void)prepareOutputLocation(in, name, ".mp4");
-  EXPECT_FALSE(fs::exists(directory.file("a.mp4")));
-  EXPECT_TRUE(fs::exists(directory.file("a")));
-  EXPECT_TRUE(fs::exists(directory.file("b.mp4"))) << "directories are left alone";
+  for (const char* name : {"a", "a.mp4", ".mp4"}) std::ofstream(directory.file(name)) << "old";
+  std::filesystem::create_directory(directory.file("b.mp4"));
+  for (const std::string name : {"a", "b", "a.mp4", ""}) {  // an empty name is a name
+    EXPECT_EQ(prepareOutputLocation(URL(directory.path()), name, ".mp4").path(), directory.file(name + ".mp4"));
+    EXPECT_EQ(std::filesystem::exists(directory.file(name + ".mp4")), name == "b") << "directories are left alone";
+  }
+  EXPECT_TRUE(std::filesystem::exists(directory.file("a")));
 }
 
 TEST(HEVCSupport, IsAskedOnceAndRememberedForEveryThread) {
