@@ -1,37 +1,15 @@
 #include <clipworks/engine/input/PictureTable.h>
 
-#include <cstdint>
-#include <fstream>
-#include <iterator>
-#include <optional>
-#include <string>
-#include <vector>
+#include <tests/engine/EngineTesting.h>
 
-#include <gtest/gtest.h>
-
-#include <clipworks/engine/input/MediaFile.h>
-
-#include <tests/support/BarCodeClip.h>
-#include <tests/support/RunProgram.h>
-#include <tests/support/TemporaryDirectory.h>
-
-namespace clipworks::test {
+namespace clipworks::engine {
 namespace {
-
-using engine::PictureTable;
-using engine::Sample;
 
 /// Samples with the given presentation times in decoding order; those listed in `accessPoints` are some.
 PictureTable table(const std::vector<std::int64_t>& presentations, const std::vector<std::size_t>& accessPoints,
                    std::int64_t trackEnd) {
   std::vector<Sample> samples;
-  for (std::size_t i = 0; i < presentations.size(); ++i) {
-    Sample sample;
-    sample.presentation = presentations[i];
-    sample.decode = static_cast<std::int64_t>(i) * 10;
-    sample.bytes = 100;
-    samples.push_back(sample);
-  }
+  for (const auto time : presentations) samples.push_back({time, std::ssize(samples) * 10, 0, 100});
   for (const std::size_t i : accessPoints) samples[i].accessPoint = true;
   return {samples, trackEnd};
 }
@@ -89,40 +67,28 @@ TEST(PictureTable, EndsNoSoonerThanItsLastPicture) {
 
 // As the ffmpeg program plays it: what comes again is dropped.
 TEST(PictureTable, ShowsAFragmentThatBeginsTooEarlyFromTheEndOfTheOneBeforeOn) {
-  const BarCodeClip clip({.frames = 90,
-                          .timescale = 3000,
-                          .gop = 30,
-                          .audioCodec = "",
-                          .outputArguments = {"-movflags", "+frag_keyframe+empty_moov"}});
-  std::ifstream in(clip.path(), std::ios::binary);
-  std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  const test::BarCodeClip clip({.frames = 90,
+                                .timescale = 3000,
+                                .audioCodec = "",
+                                .outputArguments = {"-movflags", "+frag_keyframe+empty_moov"}});
+  std::string bytes = bytesOf(clip.path());
   std::size_t tfdt = 0;
   for (int fragment = 0; fragment < 3; ++fragment) tfdt = bytes.find("tfdt", tfdt + 1);
-  ASSERT_NE(tfdt, std::string::npos);
-  ASSERT_EQ(bytes[tfdt + 4], 1) << "64 bits";
-  const auto byteAt = [&](std::size_t at) { return static_cast<unsigned char>(bytes[at]); };
-  const unsigned moved = (byteAt(tfdt + 14) << 8U | byteAt(tfdt + 15)) - 1000U;  // ten pictures of a hundred ticks each
-  bytes[tfdt + 14] = static_cast<char>(moved >> 8U);
-  bytes[tfdt + 15] = static_cast<char>(moved & 0xFFU);
-  const TemporaryDirectory directory;
-  const auto path = directory.file("overlap.mp4");
-  std::ofstream(path, std::ios::binary) << bytes;
+  // Ten pictures of a hundred ticks each.
+  ASSERT_EQ(bytes.substr(tfdt + 4, 12), bigEndian(1 << 24) + bigEndian(6000, 8));
+  bytes.replace(tfdt + 8, 8, bigEndian(5000, 8));
+  const test::TemporaryDirectory directory;
+  const auto path = write(directory.file("overlap.mp4"), bytes);
 
-  const auto file = engine::MediaFile::open(path);
-  ASSERT_TRUE(file);
-  const auto table = (*file)->pictureTable((*file)->streams().front().index);
-  ASSERT_TRUE(table);
-  std::vector<std::int64_t> times;
-  for (std::size_t i = 0; i < (*table)->pictureCount(); ++i) times.push_back((*table)->timeOfPicture(i));
-  std::vector<std::int64_t> wanted(80);
-  for (std::size_t i = 0; i < wanted.size(); ++i) wanted[i] = 200 + 100 * static_cast<std::int64_t>(i);
-  EXPECT_EQ(times, wanted);
-  EXPECT_EQ((*table)->sampleOfPicture(60), 71U) << "picture 70, the first that comes later than all before";
-  const auto played = runProgram(
-      {"sh", "-c",
-       "ffmpeg -nostdin -v error -copyts -i '" + path.string() + "' -fps_mode vfr -f framecrc - | grep -vc '^#'"});
-  EXPECT_EQ(played.standardOutput, "80\n");
+  const auto file = must(MediaFile::open(path));
+  const auto table = must(file->pictureTable(file->streams().front().index));
+  ASSERT_EQ(table->pictureCount(), 80U);
+  for (std::size_t i = 0; i < 80; ++i) EXPECT_EQ(table->timeOfPicture(i), 200 + 100 * static_cast<std::int64_t>(i));
+  EXPECT_EQ(table->sampleOfPicture(60), 71U) << "picture 70, the first that comes later than all before";
+  const auto played =
+      "ffmpeg -nostdin -v error -copyts -i '" + path.string() + "' -fps_mode vfr -f framecrc - | grep -vc '^#'";
+  EXPECT_EQ(test::runProgram({"sh", "-c", played}).standardOutput, "80\n");
 }
 
 }  // namespace
-}  // namespace clipworks::test
+}  // namespace clipworks::engine
