@@ -1,33 +1,24 @@
 #include <clipworks/engine/pipeline/SoundLaneReader.h>
 
-#include <algorithm>
-#include <cmath>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include <tests/support/RunProgram.h>
-#include <tests/support/TemporaryDirectory.h>
+#include <tests/engine/EngineTesting.h>
+#include <tests/support/Tone.h>
 
 namespace clipworks::engine {
 namespace {
 
+using File = std::shared_ptr<const MediaFile>;
+
 constexpr int rate = 48'000;
 
-double level(const std::vector<float>& samples, std::int64_t from, std::int64_t count) {
-  double sum = 0;
-  for (std::int64_t i = from; i < from + count; ++i) {
-    sum += static_cast<double>(samples[static_cast<std::size_t>(i)]) * samples[static_cast<std::size_t>(i)];
-  }
-  return std::sqrt(sum / static_cast<double>(count));
+SoundLane laneOf(const File& file, std::vector<SoundPiece> pieces) {
+  return {file, streamOf(*file, StreamKind::audio)->index, std::move(pieces), 1.0F};
 }
 
-/// The lane from its start on.
-std::vector<float> readOut(const SoundLane& lane, std::int64_t count) {
-  auto reader = SoundLaneReader::open(lane, rate, 1, 0).value();
-  std::vector<float> samples(static_cast<std::size_t>(count));
-  EXPECT_TRUE(reader->addNext(count, samples.data()));
+/// `count` samples of the lane at its track's own rate and layout, interleaved.
+std::vector<float> played(const SoundLane& lane, std::int64_t count) {
+  const StreamFacts& facts = lane.file->stream(lane.stream);
+  std::vector<float> samples(static_cast<std::size_t>(count * facts.channels));
+  must(must(SoundLaneReader::open(lane, facts.sampleRate, facts.channels, 0))->addNext(count, samples.data()));
   return samples;
 }
 
@@ -38,27 +29,101 @@ TEST(SoundLaneReader, KeepsTheLevelOfATonesSeams) {
   double highest = 1;
   for (const int hertz : {200, 300, 400, 500, 700, 1000, 2000}) {
     const auto file = directory.file(std::to_string(hertz) + ".wav");
-    const auto source = "sine=" + std::to_string(hertz) + ":r=" + std::to_string(rate) + ":d=3,volume=4";
-    const auto made = test::runProgram({"ffmpeg", "-v", "error", "-f", "lavfi", "-i", source, file.string()});
-    ASSERT_TRUE(made.succeeded()) << made;
+    runFFmpeg({"-f", "lavfi", "-i", "sine=" + std::to_string(hertz) + ":r=48000:d=3,volume=4", file});
     for (const double ratio : {0.6, 0.8, 1.3, 2.0}) {
       const std::int64_t stretch = std::llround(ratio * rate);
-      SoundLane lane{MediaFile::open(file).value(), 0, {}, 1.0F};
-      lane.pieces = {{0, rate, 0, rate}, {rate, rate, rate, stretch}, {2 * rate, rate, rate + stretch, rate}};
-      const auto samples = readOut(lane, 2 * rate + stretch);
-      const double tone = level(samples, rate / 2, rate / 4);
+      const SoundLane lane =
+          laneOf(must(MediaFile::open(file)),
+                 {{0, rate, 0, rate}, {rate, rate, rate, stretch}, {2 * rate, rate, rate + stretch, rate}});
+      const test::Sound sound{rate, played(lane, 2 * rate + stretch)};
+      const double tone = sound.part(0.5, 0.75).level();
       ASSERT_GT(tone, 0.1);
-      for (const std::int64_t seam : {std::int64_t{rate}, rate + stretch}) {
-        constexpr std::int64_t window = rate / 200;  // holds whole half periods of all these tones
-        for (std::int64_t at = seam - window; at < seam + 3 * window; at += window / 10) {
-          lowest = std::min(lowest, level(samples, at, window) / tone);
-          highest = std::max(highest, level(samples, at, window) / tone);
+      for (const double seam : {1.0, 1.0 + ratio}) {
+        constexpr double window = 0.005;  // holds whole half periods of all these tones
+        for (double at = seam - window; at < seam + 3 * window; at += window / 10) {
+          lowest = std::min(lowest, sound.part(at, at + window).level() / tone);
+          highest = std::max(highest, sound.part(at, at + window).level() / tone);
         }
       }
     }
   }
   EXPECT_GT(20 * std::log10(lowest), -1.5);
   EXPECT_LT(20 * std::log10(highest), 1.5);
+}
+
+/// How many of all samples are another sound through a mirror than forwards, by more than `tolerance`: 0 … 1.
+double mirrorFaults(const File& file, std::int64_t length, float tolerance) {
+  SoundLane lane = laneOf(file, {{0, length, 0, length}});
+  const auto forwards = played(lane, length);
+  lane.mirror = length;
+  const auto backwards = played(lane, length);
+  const auto channels = forwards.size() / static_cast<std::size_t>(length);
+  double faults = 0;
+  for (std::size_t i = 0; i < forwards.size(); ++i) {
+    const std::size_t mirrored = forwards.size() - channels * (i / channels + 1) + i % channels;
+    faults += std::abs(forwards[i] - backwards[mirrored]) > tolerance ? 1 : 0;
+  }
+  return faults / static_cast<double>(forwards.size());
+}
+
+/// Seven seconds, longer than five blocks, of which the sides are unlike.
+File sweepsIn(const std::filesystem::path& path, const std::vector<std::string>& encoding) {
+  std::vector<std::string> arguments{
+      "-f", "lavfi", "-i", "aevalsrc=0.3*sin(2*PI*t*(300+40*t))+0.1*random(0)|0.2*sin(2*PI*t*(500+90*t)):d=7:s=48000"};
+  arguments.insert(arguments.end(), encoding.begin(), encoding.end());
+  arguments.push_back(path);
+  runFFmpeg(arguments);
+  return must(MediaFile::open(path));
+}
+
+TEST(MirroredSound, IsTheSoundInReverseOrder) {
+  const struct {
+    const char* name;
+    std::vector<std::string> encoding;
+    float tolerance = 1e-4F;
+  } kinds[] = {{"plain.wav", {"-c:a", "pcm_s16le"}, 0},
+               {"plain.mov", {"-c:a", "pcm_s16le"}, 0},
+               {"flac.ogg", {"-c:a", "flac"}, 0},
+               // Without the noise that an AAC decoder may fill in, which differs after a jump.
+               {"aac.m4a", {"-aac_pns", "0"}},
+               {"aac.mkv", {"-c:a", "aac", "-aac_pns", "0"}},
+               {"aac.ts", {"-c:a", "aac", "-aac_pns", "0"}},
+               {"mp3.mp3", {"-b:a", "128k"}},
+               {"opus.webm", {"-c:a", "libopus"}, 5e-3F},  // takes its time to settle
+               {"vorbis.ogg", {"-c:a", "libvorbis"}}};
+  const test::TemporaryDirectory directory;
+  for (const auto& kind : kinds) {
+    const auto file = sweepsIn(directory.file(kind.name), kind.encoding);
+    const int fileRate = streamOf(*file, StreamKind::audio)->sampleRate;
+    EXPECT_EQ(mirrorFaults(file, 15 * fileRate / 2, kind.tolerance), 0) << kind.name << " with silence behind the end";
+  }
+}
+
+TEST(MirroredSound, OfRealClipsIsTheSoundInReverseOrder) {
+  const char* folder = std::getenv("CLIPWORKS_MEDIA");
+  if (folder == nullptr) GTEST_SKIP() << "CLIPWORKS_MEDIA names no folder with clips";
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(folder)) {
+    const auto file = entry.is_regular_file() ? MediaFile::open(entry.path()) : tl::make_unexpected(Error{});
+    const StreamFacts* sound = file ? streamOf(**file, StreamKind::audio) : nullptr;
+    if (sound == nullptr || entry.path().string().find("/corrupt/") != std::string::npos) continue;
+    const std::int64_t length = (*file)->duration() * sound->sampleRate / (*file)->timescale();
+    constexpr double noiseOfAac = 0.03;  // share of the samples where decoders fill it in
+    EXPECT_LE(mirrorFaults(*file, length, 1e-4F), sound->codec == "aac" ? noiseOfAac : 0) << entry.path();
+  }
+}
+
+// All that lies above the reading takes it for the sound of a file that was recorded backwards.
+TEST(MirroredSound, IsStretchedAndFadedAsAFileInReverse) {
+  const test::TemporaryDirectory directory;
+  // From before the media's end to behind its start, at three paces.
+  const std::vector<SoundPiece> pieces{
+      {-rate, 2 * rate, 0, 3 * rate}, {rate, 2 * rate, 3 * rate, 2 * rate}, {3 * rate, 5 * rate, 5 * rate, 2 * rate}};
+  SoundLane mirrored = laneOf(sweepsIn(directory.file("forwards.wav"), {}), pieces);
+  mirrored.mirror = 7 * rate;
+  const auto sound = played(mirrored, 8 * rate);
+  const auto reverse = sweepsIn(directory.file("backwards.wav"), {"-af", "areverse"});
+  EXPECT_EQ(sound, played(laneOf(reverse, pieces), 8 * rate));
+  EXPECT_TRUE(std::any_of(sound.begin() + 12 * rate, sound.end() - 2 * rate, [](float s) { return s != 0; }));
 }
 
 }  // namespace

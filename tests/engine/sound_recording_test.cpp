@@ -1,26 +1,17 @@
 #include <clipworks/engine/capture/SoundRecording.h>
 
 #include <future>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include <gtest/gtest.h>
-
+#include <tests/engine/EngineTesting.h>
 #include <tests/support/RecordedSound.h>
 #include <tests/support/ScriptedCapture.h>
-#include <tests/support/TemporaryDirectory.h>
 
-namespace clipworks::test {
+namespace clipworks::engine {
 namespace {
 
-using engine::CaptureClock;
-using engine::ErrorKind;
-using engine::Expected;
-using engine::SoundRecording;
+using test::ScriptedCapture;
 
-constexpr engine::PcmFormat format{};
-constexpr std::chrono::seconds patience{30};
+constexpr PcmFormat format{};
 
 /// Frames of silence, or those of the source from `first` on.
 struct Stretch {
@@ -28,81 +19,67 @@ struct Stretch {
   std::optional<std::int64_t> first{};
 };
 
-struct PlacementCase {
-  std::string name;
-  std::vector<ScriptedCapture::Step> steps;
-  /// The frames that sound when the recording starts and when it is stopped.
-  std::int64_t start;
-  std::int64_t stop;
-  std::vector<Stretch> expected;
-  std::optional<ErrorKind> failure{};
+TEST(Recording, PutsEverySampleAtTheMomentAtWhichItSounded) {
+  const struct {
+    const char* name;
+    std::vector<ScriptedCapture::Step> steps;
+    std::int64_t start;  // the frames that sound when the recording starts and when it is stopped
+    std::int64_t stop;
+    std::vector<Stretch> expected;
+    std::optional<ErrorKind> failure{};
+  } cases[] = {
+      {"sound from before the start is left out", {{0, 4410}, {4410, 4410}}, 5000, 8000, {{3000, 5000}}},
+      {"what comes after the stop is left out", {{0, 44'100}}, 0, 1000, {{1000, 0}}},
+      {"silence until a late source begins", {{882, 4410}}, 0, 5000, {{882}, {4118, 882}}},
+      {"silence when the source begins after the stop", {{9000, 4410}}, 0, 5000, {{5000}}},
+      {"later reports of latency move nothing",
+       {{0, 4410}, {4410, 4410, false, 4700}, {8820, 4410, false, 8000}},
+       0,
+       12'000,
+       {{12'000, 0}}},
+      {"lost sound is silence", {{0, 4410}, {8820, 4410, true}}, 0, 13'000, {{4410, 0}, {4410}, {4180, 8820}}},
+      {"a gap reported backwards repeats nothing", {{0, 4410}, {4410, 4410, true, 4000}}, 0, 8000, {{8000, 0}}},
+      {"a source that goes away leaves what it gave",
+       {{0, 4410}, {0, 0, false, {}, true}},
+       11,
+       0,
+       {{4399, 11}},
+       ErrorKind::deviceLost}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const test::TemporaryDirectory directory;
+    const auto origin = CaptureClock::now();
+    const test::ScriptedMicrophone microphone(c.steps, origin);
+    const auto momentOf = [&](std::int64_t frame) {
+      return ScriptedCapture::momentOf(origin, frame, format.sampleRate);
+    };
+    const auto recording = must(SoundRecording::prepare(directory.file("piece.m4a"), format));
+    std::promise<Expected<void>> ended;
+    if (!c.failure) recording->stop(momentOf(c.stop));
+    must(recording->start(momentOf(c.start), [&](const Expected<void>& outcome) { ended.set_value(outcome); }));
+    auto outcome = ended.get_future();
+    ASSERT_EQ(outcome.wait_for(std::chrono::seconds(30)), std::future_status::ready) << "the recording does not end";
+    const Expected<void> result = outcome.get();
+    EXPECT_EQ(result ? std::nullopt : std::optional(result.error().kind), c.failure);
 
-  friend std::ostream& operator<<(std::ostream& out, const PlacementCase& c) { return out << c.name; }
-};
-
-class Placement : public testing::TestWithParam<PlacementCase> {};
-
-TEST_P(Placement, PutsEverySampleAtTheMomentAtWhichItSounded) {
-  const TemporaryDirectory directory;
-  const auto origin = CaptureClock::now();
-  const ScriptedMicrophone microphone(GetParam().steps, origin);
-  const auto momentOf = [&](std::int64_t frame) { return ScriptedCapture::momentOf(origin, frame, format.sampleRate); };
-  auto recording = SoundRecording::prepare(directory.file("piece.m4a"), format);
-  ASSERT_TRUE(recording) << recording.error().sentence;
-  std::promise<Expected<void>> ended;
-  if (!GetParam().failure) (*recording)->stop(momentOf(GetParam().stop));
-  ASSERT_TRUE((*recording)->start(momentOf(GetParam().start), [&](const Expected<void>& outcome) {
-    ended.set_value(outcome);
-  }));
-  auto outcome = ended.get_future();
-  ASSERT_EQ(outcome.wait_for(patience), std::future_status::ready) << "the recording does not end";
-  const Expected<void> result = outcome.get();
-  EXPECT_EQ(result ? std::nullopt : std::optional(result.error().kind), GetParam().failure);
-
-  std::vector<std::int16_t> expected;
-  for (const auto& [frames, first] : GetParam().expected) {
-    for (std::int64_t i = 0; i < frames; ++i)
-      expected.push_back(first ? ScriptedCapture::codeOf(*first + i) : std::int16_t{0});
+    std::vector<std::int16_t> expected;
+    for (const auto& [frames, first] : c.expected) {
+      for (std::int64_t i = 0; i < frames; ++i)
+        expected.push_back(first ? ScriptedCapture::codeOf(*first + i) : std::int16_t{0});
+    }
+    EXPECT_EQ(test::recordedSamples(directory.file("piece.m4a")), expected);
   }
-  EXPECT_EQ(recordedSamples(directory.file("piece.m4a")), expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Sources, Placement,
-    testing::Values(
-        PlacementCase{"sound_from_before_the_start_is_left_out", {{0, 4410}, {4410, 4410}}, 5000, 8000, {{3000, 5000}}},
-        PlacementCase{"what_comes_after_the_stop_is_left_out", {{0, 44'100}}, 0, 1000, {{1000, 0}}},
-        PlacementCase{"silence_until_a_late_source_begins", {{882, 4410}}, 0, 5000, {{882}, {4118, 882}}},
-        PlacementCase{"silence_when_the_source_begins_after_the_stop", {{9000, 4410}}, 0, 5000, {{5000}}},
-        PlacementCase{"later_reports_of_latency_move_nothing",
-                      {{0, 4410}, {4410, 4410, false, 4700}, {8820, 4410, false, 8000}},
-                      0,
-                      12'000,
-                      {{12'000, 0}}},
-        PlacementCase{"sound_that_was_lost_is_silence",
-                      {{0, 4410}, {8820, 4410, true}},
-                      0,
-                      13'000,
-                      {{4410, 0}, {4410}, {4180, 8820}}},
-        PlacementCase{
-            "a_gap_reported_backwards_repeats_nothing", {{0, 4410}, {4410, 4410, true, 4000}}, 0, 8000, {{8000, 0}}},
-        PlacementCase{"a_source_that_goes_away_leaves_what_it_gave",
-                      {{0, 4410}, {0, 0, false, {}, true}},
-                      11,
-                      0,
-                      {{4399, 11}},
-                      ErrorKind::deviceLost}),
-    [](const auto& testCase) { return testCase.param.name; });
-
 TEST(Recording, LeavesNoFileWhenItNeverStarts) {
-  const TemporaryDirectory directory;
-  const ScriptedMicrophone microphone({});
-  auto recording = SoundRecording::prepare(directory.file("piece.m4a"), format);
-  ASSERT_TRUE(recording);
-  EXPECT_TRUE(std::filesystem::exists(directory.file("piece.m4a")));
-  recording->reset();
-  EXPECT_FALSE(std::filesystem::exists(directory.file("piece.m4a")));
+  const test::TemporaryDirectory directory;
+  const test::ScriptedMicrophone microphone({});
+  const auto file = directory.file("piece.m4a");
+  auto recording = must(SoundRecording::prepare(file, format));
+  EXPECT_TRUE(std::filesystem::exists(file));
+  recording.reset();
+  EXPECT_FALSE(std::filesystem::exists(file));
 }
 
 }  // namespace
-}  // namespace clipworks::test
+}  // namespace clipworks::engine
