@@ -1,19 +1,13 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <memory>
 #include <numbers>
 #include <numeric>
-#include <optional>
 #include <random>
-#include <stdexcept>
-#include <string>
-#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -40,8 +34,9 @@ inline void must(const Expected<void>& done) {
   if (!done) throw std::runtime_error(done.error().sentence);
 }
 
-/// Fails the test with the program's words.
-inline void runFFmpeg(std::vector<std::string> arguments) {
+/// Runs the ffmpeg program; `more` comes before the last argument. Fails the test with the program's words.
+inline void runFFmpeg(std::vector<std::string> arguments, const std::vector<std::string>& more = {}) {
+  arguments.insert(arguments.end() - 1, more.begin(), more.end());
   arguments.insert(arguments.begin(), {"ffmpeg", "-v", "error", "-y"});
   const auto made = test::runProgram(arguments);
   if (!made.succeeded()) throw std::runtime_error(made.standardError);
@@ -71,7 +66,7 @@ inline std::string bigEndian(std::uint64_t value, int bytes = 4) {
 
 inline Packet packetOf(const std::string& bytes) {
   Packet packet = makePacket();
-  if (av_new_packet(packet.get(), static_cast<int>(bytes.size())) != 0) throw std::bad_alloc();
+  av_new_packet(packet.get(), static_cast<int>(bytes.size()));
   std::ranges::copy(bytes, packet->data);
   return packet;
 }
@@ -96,11 +91,9 @@ inline int sampleAt(const AVFrame& frame, int plane, int x, int y) {
 /// Looks at each sample of the first three planes, until the test has failed for good.
 template <class Look>
 void forEachSample(const AVFrame& frame, Look look) {
-  for (int plane = 0; plane < 3; ++plane) {
-    for (int y = 0; y < rowsOf(frame, plane); ++y) {
+  for (int plane = 0; plane < 3; ++plane)
+    for (int y = 0; y < rowsOf(frame, plane); ++y)
       for (int x = 0; x < columnsOf(frame, plane) && !testing::Test::HasFatalFailure(); ++x) look(plane, x, y);
-    }
-  }
 }
 
 /// A picture whose samples hold what `level` says of their plane and place.

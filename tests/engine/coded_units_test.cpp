@@ -23,36 +23,32 @@ std::string hevcRecord(int highestLayer) {
 TEST(DisposablePictures, TellWhatNothingRefersTo) {
   constexpr AVCodecID h264 = AV_CODEC_ID_H264;
   constexpr AVCodecID h265 = AV_CODEC_ID_HEVC;
-  const struct {
-    const char* name;
-    AVCodecID codec;
-    std::string record;
-    std::vector<std::string> samples;
-    bool isDisposable;  // the last of them
-  } cases[] = {{"a slice that is no reference, behind a delimiter", h264, avcRecord, {avc(9, 0) + avc(1, 0)}, true},
-               {"a slice that is a reference", h264, avcRecord, {avc(1, 2)}, false},
-               {"a field pair of which one is a reference", h264, avcRecord, {avc(1, 0) + avc(1, 1)}, false},
-               {"parameter sets that later pictures need", h264, avcRecord, {avc(8, 3) + avc(1, 0)}, false},
-               {"units that do not fill the sample", h264, avcRecord, {avc(1, 0) + "\0\0\0\x7f\1"s}, false},
-               {"start codes instead of lengths", h264, "\0\0\0\1\x67"s, {"\0\0\0\1\1xx"s}, false},
-               {"a trailing picture of the only layer", h265, hevcRecord(0), {hevc(0)}, true},
-               {"a trailing reference", h265, hevcRecord(0), {hevc(1)}, false},
-               {"a picture that a higher layer may refer to", h265, hevcRecord(2), {hevc(0, 1)}, false},
-               {"a picture of the highest layer", h265, hevcRecord(2), {hevc(0, 2)}, true},
-               {"a layer added on the way", h265, hevcRecord(0), {unit(hevcParameters(1)) + hevc(19), hevc(0)}, false},
-               {"a record without parameters", h265, hevcStart + "\3\0"s, {hevc(0)}, false},
-               {"a record that is cut", h265, hevcRecord(0).substr(0, 27), {hevc(0)}, false},
-               {"another codec", AV_CODEC_ID_VP9, "", {"xxxx"}, false}};
-  for (const auto& c : cases) {
+  // What the last of the samples is.
+  const std::tuple<const char*, AVCodecID, std::string, std::vector<std::string>, bool> cases[] = {
+      {"a slice that is no reference, behind a delimiter", h264, avcRecord, {avc(9, 0) + avc(1, 0)}, true},
+      {"a slice that is a reference", h264, avcRecord, {avc(1, 2)}, false},
+      {"a field pair of which one is a reference", h264, avcRecord, {avc(1, 0) + avc(1, 1)}, false},
+      {"parameter sets that later pictures need", h264, avcRecord, {avc(8, 3) + avc(1, 0)}, false},
+      {"units that do not fill the sample", h264, avcRecord, {avc(1, 0) + "\0\0\0\x7f\1"s}, false},
+      {"start codes instead of lengths", h264, "\0\0\0\1\x67"s, {"\0\0\0\1\1xx"s}, false},
+      {"a trailing picture of the only layer", h265, hevcRecord(0), {hevc(0)}, true},
+      {"a trailing reference", h265, hevcRecord(0), {hevc(1)}, false},
+      {"a picture that a higher layer may refer to", h265, hevcRecord(2), {hevc(0, 1)}, false},
+      {"a picture of the highest layer", h265, hevcRecord(2), {hevc(0, 2)}, true},
+      {"a layer added on the way", h265, hevcRecord(0), {unit(hevcParameters(1)) + hevc(19), hevc(0)}, false},
+      {"a record without parameters", h265, hevcStart + "\3\0"s, {hevc(0)}, false},
+      {"a record that is cut", h265, hevcRecord(0).substr(0, 27), {hevc(0)}, false},
+      {"another codec", AV_CODEC_ID_VP9, "", {"xxxx"}, false}};
+  for (const auto& [name, codec, record, samples, isDisposable] : cases) {
     const auto parameters = owned<CodecParameters>(avcodec_parameters_alloc());
-    parameters->codec_id = c.codec;
-    parameters->extradata = static_cast<std::uint8_t*>(av_mallocz(c.record.size() + AV_INPUT_BUFFER_PADDING_SIZE));
-    parameters->extradata_size = static_cast<int>(c.record.size());
-    std::ranges::copy(c.record, parameters->extradata);
+    parameters->codec_id = codec;
+    parameters->extradata = static_cast<std::uint8_t*>(av_mallocz(record.size() + AV_INPUT_BUFFER_PADDING_SIZE));
+    parameters->extradata_size = static_cast<int>(record.size());
+    std::ranges::copy(record, parameters->extradata);
     DisposablePictures pictures(*parameters);
     bool last = false;
-    for (const std::string& sample : c.samples) last = pictures.isDisposable(*packetOf(sample));
-    EXPECT_EQ(last, c.isDisposable) << c.name;
+    for (const std::string& sample : samples) last = pictures.isDisposable(*packetOf(sample));
+    EXPECT_EQ(last, isDisposable) << name;
   }
 }
 

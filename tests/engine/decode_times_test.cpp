@@ -17,9 +17,8 @@ struct SourceRun {
 Ranks pyramid(std::uint32_t count) {
   Ranks order{0};
   std::uint32_t last = 0;
-  for (; last + 4 < count; last += 4) {
+  for (; last + 4 < count; last += 4)
     for (const std::uint32_t ahead : {4U, 2U, 1U, 3U}) order.push_back(last + ahead);
-  }
   while (++last < count) order.push_back(last);
   return order;
 }
@@ -33,9 +32,8 @@ std::vector<std::int64_t> decodeTimesOf(const std::vector<SourceRun>& runs) {
   std::int64_t start = 0;
   for (const auto& run : runs) {
     PictureRun pictures;
-    for (const std::int64_t time : run.times) {
+    for (const std::int64_t time : run.times)
       pictures.pictures.push_back({static_cast<std::uint32_t>(pictures.pictures.size()), time});
-    }
     decodeTimes.beginRun(pictures, start);
     for (const std::uint32_t shown : run.decodingOrder) {
       decode.push_back(decodeTimes.next(start + run.times[shown]));
@@ -86,9 +84,8 @@ TEST(DecodeTimes, HoldForAnyOrderAndSpacingOfDifferentRuns) {
       order.resize(run.times.size());
       std::iota(order.begin(), order.end(), 0U);
       // Coded orders mix pictures that are near each other; the first stays the first, as in any closed group.
-      for (std::size_t i = 1; i + 1 < order.size(); ++i) {
+      for (std::size_t i = 1; i + 1 < order.size(); ++i)
         std::swap(order[i], order[std::min(i + static_cast<std::size_t>(upTo(4)) - 1, order.size() - 1)]);
-      }
     }
     decodeTimesOf(runs);
   }

@@ -77,7 +77,6 @@ const std::string sampleTables =
 std::string track(const std::string& tables, const std::string& more = "") {
   return box("trak", trackHeader() + more + media(tables));
 }
-std::string movieWithTables(const std::string& tables) { return box("moov", movieHeader() + track(tables)); }
 
 std::string gaplessItem(const std::string& text) {
   return box("----", fullBox("mean", "org.example") + fullBox("name", "iTunSMPB") + fullBox("data", u32(0) + text));
@@ -142,85 +141,82 @@ std::string repeated(const std::string& piece, int times) {
 }
 
 TEST(MovieBoxes, AreFoundWhereverTheyLieInTheFile) {
-  const std::pair<const char*, std::string> cases[] = {
-      {"index last", fileType + box("wide", "") + mediaData + box("moov", plainMovie) + "1234567"},
-      {"64 bit sizes", boxOf64BitSize("mdat", "x") + boxOf64BitSize("moov", plainMovie)},
-      {"index to the end of the file", fileType + boxToTheEnd("moov", plainMovie)},
-      {"index before cut off media", box("moov", plainMovie) + boxClaiming(9000, "mdat", "x")},
-      {"the first of two indexes", box("moov", plainMovie) + box("moov", movieHeader(0, 1))},
-      {"fragment behind", box("moov", plainMovie) + mediaData + box("moof", "")}};
-  for (const auto& [name, file] : cases) {
-    const auto movie = must(readBytes(file));
-    EXPECT_EQ(movie.duration, 3623U) << name;
-    EXPECT_EQ(movie.fragmented, name == std::string("fragment behind")) << name;
-  }
+  const auto found = [](const std::string& file) {
+    return std::pair(readBytes(file)->duration, readBytes(file)->fragmented);
+  };
+  const std::string index = box("moov", plainMovie);
+  EXPECT_THAT(found(fileType + box("wide", "") + mediaData + index + "1234567"), FieldsAre(3623, false));
+  EXPECT_THAT(found(boxOf64BitSize("mdat", "x") + boxOf64BitSize("moov", plainMovie)), FieldsAre(3623, false));
+  EXPECT_THAT(found(fileType + boxToTheEnd("moov", plainMovie)), FieldsAre(3623, false));
+  EXPECT_THAT(found(index + boxClaiming(9000, "mdat", "x")), FieldsAre(3623, false)) << "before cut off media";
+  EXPECT_THAT(found(index + box("moov", movieHeader(0, 1))), FieldsAre(3623, false)) << "the first of two";
+  EXPECT_THAT(found(index + mediaData + box("moof", "")), FieldsAre(3623, true));
 }
 
 TEST(MovieBoxes, AreRefused) {
-  const std::string edits = box("edts", fullBox("elst", u32(100'001) + std::string(1'200'012, 0)));
-  const std::string lengths = fullBox("stts", u32(2) + u32(20'000'000) + u32(1) + u32(1) + u32(1));
-  const struct {
-    const char* name;
-    std::string file;
-    ErrorKind error;
-  } cases[] = {{"no index", fileType + mediaData, ErrorKind::notMedia},
-               {"media to the end", boxToTheEnd("mdat", box("moov", plainMovie)), ErrorKind::notMedia},
-               {"a size that leads back", fileType + boxClaiming(1, "free", u64(-12)) + box("moov", plainMovie),
-                ErrorKind::notMedia},
-               {"endless boxes", repeated(box("free", ""), 5000) + box("moov", plainMovie), ErrorKind::tooLarge},
-               {"index smaller than its head", boxClaiming(7, "moov", plainMovie), ErrorKind::damaged},
-               {"index longer than the file", boxClaiming(0x7fffffff, "moov", plainMovie), ErrorKind::damaged},
-               {"no movie header", box("moov", track("")), ErrorKind::damaged},
-               {"movie header of version 2", box("moov", movieHeader(2)), ErrorKind::damaged},
-               {"compressed index", box("moov", box("cmov", "x")), ErrorKind::unsupported},
-               {"65 tracks", box("moov", movieHeader() + repeated(track(""), 65)), ErrorKind::tooLarge},
-               {"too many edits", box("moov", movieHeader() + track("", edits)), ErrorKind::tooLarge},
-               {"too many lengths", movieWithTables(lengths), ErrorKind::tooLarge},
-               {"too many offsets", movieWithTables(fullBox("ctts", u32(1) + u32(-1) + u32(0))), ErrorKind::tooLarge},
-               {"too many sizes", movieWithTables(fullBox("stsz", u32(8) + u32(20'000'001))), ErrorKind::tooLarge}};
-  for (const auto& c : cases) EXPECT_EQ(failureOf(readBytes(c.file)), c.error) << c.name;
+  const auto failure = [](const std::string& file) { return failureOf(readBytes(file)); };
+  const std::string index = box("moov", plainMovie);
+  EXPECT_EQ(failure(fileType + mediaData), ErrorKind::notMedia) << "no index";
+  EXPECT_EQ(failure(boxToTheEnd("mdat", index)), ErrorKind::notMedia) << "media to the end";
+  EXPECT_EQ(failure(fileType + boxClaiming(1, "free", u64(-12)) + index), ErrorKind::notMedia)
+      << "a size that leads back";
+  EXPECT_EQ(failure(repeated(box("free", ""), 5000) + index), ErrorKind::tooLarge) << "endless boxes";
+  EXPECT_EQ(failure(boxClaiming(7, "moov", plainMovie)), ErrorKind::damaged) << "index smaller than its head";
+  EXPECT_EQ(failure(boxClaiming(0x7fffffff, "moov", plainMovie)), ErrorKind::damaged) << "index longer than the file";
+  EXPECT_EQ(failure(box("moov", track(""))), ErrorKind::damaged) << "no movie header";
+  EXPECT_EQ(failure(box("moov", movieHeader(2))), ErrorKind::damaged) << "movie header of version 2";
+  EXPECT_EQ(failure(box("moov", box("cmov", "x"))), ErrorKind::unsupported) << "compressed index";
+  const auto trackFailure = [&](const std::string& tracks) { return failure(box("moov", movieHeader() + tracks)); };
+  EXPECT_EQ(trackFailure(repeated(track(""), 65)), ErrorKind::tooLarge);
+  const std::string edits = fullBox("elst", u32(100'001) + std::string(1'200'012, 0));
+  EXPECT_EQ(trackFailure(track("", box("edts", edits))), ErrorKind::tooLarge);
+  const std::string lengths = u32(2) + u32(20'000'000) + u32(1) + u32(1) + u32(1);
+  EXPECT_EQ(trackFailure(track(fullBox("stts", lengths))), ErrorKind::tooLarge);
+  EXPECT_EQ(trackFailure(track(fullBox("ctts", u32(1) + u32(-1) + u32(0)))), ErrorKind::tooLarge);
+  EXPECT_EQ(trackFailure(track(fullBox("stsz", u32(8) + u32(20'000'001)))), ErrorKind::tooLarge);
+}
+
+/// Of samples; of runs of lengths and offsets, of access points and edits; of descriptions.
+using Counts = std::array<std::uint64_t, 6>;
+
+Counts countsIn(const std::string& trak) {
+  const auto movie = must(readBytes(box("moov", movieHeader() + trak)));
+  EXPECT_EQ(movie.tracks.size(), 1U);
+  const auto& [lengths, offsets, syncs, edits] =
+      std::tie(movie.tracks.at(0).sampleLengths, movie.tracks[0].pictureOffsets, movie.tracks[0].syncSamples,
+               movie.tracks[0].edits);
+  EXPECT_LE(std::max({lengths.capacity(), offsets.capacity(), syncs.capacity(), edits.capacity()}), 8U)
+      << "no memory for what a count merely claims";
+  return {movie.tracks[0].sampleCount,       lengths.size(), offsets.size(), syncs.size(), edits.size(),
+          movie.tracks[0].sampleDescriptions};
 }
 
 TEST(MovieBoxes, ListAnOddTrackWithWhatIsThere) {
   const std::string run = u32(1) + u32(5);
-  const std::string hugeCounts = fullBox("stts", u32(-1) + run) + fullBox("ctts", u32(-1) + run + run + "abc") +
-                                 fullBox("stss", u32(-1) + u32(1)) + fullBox("stsz", u32(0) + u32(-1) + u32(9)) +
-                                 fullBox("stsd", u32(-1) + box("avc1", "") + box("avc1", "") + "tail");
-  const std::string noCounts =
-      fullBox("stts", "") + fullBox("stss", "ab") + box("stsz", "") + box("stsd", "abc") + box("ctts", "abcdef");
-  const std::string oneEdit = u32(1) + u32(2) + u32(0x10000);
+  const std::string edit = u32(1) + u32(2) + u32(0x10000);
+  const std::string huge = fullBox("stts", u32(-1) + run) + fullBox("ctts", u32(-1) + run + run + "abc") +
+                           fullBox("stss", u32(-1) + u32(1)) + fullBox("stsz", u32(0) + u32(-1) + u32(9)) +
+                           fullBox("stsd", u32(-1) + box("avc1", "") + box("avc1", "") + "tail");
+  EXPECT_THAT(countsIn(track(huge, box("edts", fullBox("elst", u32(-1) + edit + u64(0))))),
+              ElementsAre(1, 1, 2, 1, 1, 2));
+  const Counts none{};
+  EXPECT_EQ(countsIn(track(fullBox("stts", "") + fullBox("stss", "ab") + box("stsz", "") + box("stsd", "abc") +
+                           box("ctts", "abcdef"))),
+            none);
+  const Counts tables{2, 2, 2, 2};
+  EXPECT_EQ(countsIn(boxClaiming(0xffffffff, "trak", track(sampleTables).substr(8))), tables)
+      << "longer than the index";
   const std::string openMedia = boxToTheEnd("mdia", boxToTheEnd("minf", boxToTheEnd("stbl", sampleTables)));
-  const struct {
-    const char* name;
-    std::string trak;
-    std::array<std::uint64_t, 6> counts{};  // samples; lengths, offsets, access points, edits, descriptions
-  } cases[] = {{"huge counts in tiny boxes",
-                track(hugeCounts, box("edts", fullBox("elst", u32(-1) + oneEdit + u64(0)))),
-                {1, 1, 2, 1, 1, 2}},
-               {"tables without a count", track(noCounts)},
-               {"longer than the index", boxClaiming(0xffffffff, "trak", track(sampleTables).substr(8)), {2, 2, 2, 2}},
-               {"sizes to the end of the parent", boxToTheEnd("trak", openMedia), {2, 2, 2, 2}},
-               {"64 bit size smaller than its head", track(boxClaiming(1, "free", u64(15)) + sampleTables)},
-               {"the first of boxes that occur twice",
-                track(fullBox("stts", u32(1) + run) + sampleTables, box("edts", "") + editList()),
-                {2, 1, 2, 2, 0}},
-               {"edits of an unknown version", track("", box("edts", fullBox("elst", u32(1) + oneEdit, 2)))},
-               {"sizes of 4 bits", track(fullBox("stz2", u32(4) + u32(5) + "abc")), {5}},
-               {"sizes of 16 bits that are cut off", track(fullBox("stz2", u32(16) + u32(5) + "abcde")), {2}},
-               {"sizes of no bits", track(fullBox("stz2", u32(0) + u32(5) + "abc"))}};
-  for (const auto& c : cases) {
-    const auto movie = must(readBytes(box("moov", movieHeader() + c.trak)));
-    ASSERT_EQ(movie.tracks.size(), 1U) << c.name;
-    const auto& [samples, lengths, offsets, syncs, edits, descriptions] = c.counts;
-    const auto& track = movie.tracks[0];
-    EXPECT_THAT(std::tuple(track.sampleCount, track.sampleLengths.size(), track.pictureOffsets.size(),
-                           track.syncSamples.size(), track.edits.size(), track.sampleDescriptions),
-                FieldsAre(samples, lengths, offsets, syncs, edits, descriptions))
-        << c.name;
-    const auto room = {track.sampleLengths.capacity(), track.pictureOffsets.capacity(), track.syncSamples.capacity(),
-                       track.edits.capacity()};
-    EXPECT_LE(std::max(room), 8U) << c.name << ": no memory for what a count merely claims";
-  }
+  EXPECT_EQ(countsIn(boxToTheEnd("trak", openMedia)), tables);
+  EXPECT_EQ(countsIn(track(boxClaiming(1, "free", u64(15)) + sampleTables)), none)
+      << "64 bit size smaller than its head";
+  EXPECT_EQ(countsIn(track(fullBox("stts", u32(1) + run) + sampleTables, box("edts", "") + editList())),
+            (Counts{2, 1, 2, 2}))
+      << "the first of boxes that occur twice";
+  EXPECT_EQ(countsIn(track("", box("edts", fullBox("elst", u32(1) + edit, 2)))), none) << "edits of an unknown version";
+  EXPECT_EQ(countsIn(track(fullBox("stz2", u32(4) + u32(5) + "abc"))), Counts{5});
+  EXPECT_EQ(countsIn(track(fullBox("stz2", u32(16) + u32(5) + "abcde"))), Counts{2}) << "cut off";
+  EXPECT_EQ(countsIn(track(fullBox("stz2", u32(0) + u32(5) + "abc"))), none);
 }
 
 TEST(MovieBoxes, TakeAnUnknownDurationForNone) {
@@ -238,13 +234,12 @@ TEST(GaplessTag, IsFoundWhereItMayLieAndOnlyWhole) {
   EXPECT_TRUE(isFound(box("udta", box("meta", box("hdlr", "x") + gaplessList)))) << "the QuickTime way";
   EXPECT_TRUE(isFound(box("meta", u32(0) + box("ilst", gaplessItem("none") + gaplessItem(gaplessText)))));
   EXPECT_TRUE(isFound(tag("0 840 1ca 3F31F6"))) << "ending with the samples";
-  for (const char* text : {"", "0 840 1ca ", "0 84g 1ca 3F31F6", "0 -840 1ca 3F31F6", "0 100000840 1ca 3F31F6"}) {
+  for (const char* text : {"", "0 840 1ca ", "0 84g 1ca 3F31F6", "0 -840 1ca 3F31F6", "0 100000840 1ca 3F31F6"})
     EXPECT_FALSE(isFound(tag(text))) << text;
-  }
   EXPECT_FALSE(isFound(box("meta", "")));
 }
 
-// The sanitizers judge the next two; without them they still show that reading ends.
+// What wrong bytes do is tried by fuzz/movie_boxes_fuzz.cpp.
 TEST(HostileMovieBoxes, EndWhereverTheyAreCutOff) {
   for (const std::uint32_t version : {0U, 1U}) {
     const std::string content = movieContent(version);
@@ -254,16 +249,6 @@ TEST(HostileMovieBoxes, EndWhereverTheyAreCutOff) {
           << size;
       const auto cutIndex = failureOf(readBytes(box("moov", content.substr(0, size))));
       ASSERT_EQ(cutIndex.value_or(ErrorKind::damaged), ErrorKind::damaged) << size;
-    }
-  }
-}
-
-TEST(HostileMovieBoxes, EndWhicheverByteIsWrong) {
-  const std::string file = box("moov", movieContent(0));
-  for (std::size_t i = 0; i < file.size(); ++i) {
-    for (const char wrong : {'\x00', '\x01', '\x07', '\x7f', '\x80', '\xff'}) {
-      const auto movie = readBytes(std::string(file).replace(i, 1, 1, wrong));
-      ASSERT_TRUE(!movie || movie->tracks.size() <= 1);
     }
   }
 }

@@ -57,62 +57,58 @@ std::vector<std::int64_t> trackMilliseconds(const std::string& file) {
   return lengths;
 }
 
-TEST(MovieWriter, EndsATrackWhereItsEditsSay) {
-  constexpr std::int64_t hours = 3'600'000;  // beyond 32 bits in ticks of the movie
-  const struct {
-    const char* name;
-    /// When the samples of the track that is ended are shown, in decoding order, in milliseconds; each is decoded a
-    /// millisecond after the one before, the first 40 before it is shown.
-    std::vector<std::int64_t> shown;
-    std::int64_t end;
-    std::int64_t otherEnd;            // when the one sample of the other track ends
-    std::vector<std::int64_t> edits;  // their lengths
-    std::int64_t hiddenBefore = 0;    // milliseconds of samples before what is shown
-    std::int64_t timescale = trackTimescale;
-  } cases[] = {{"ends the longest track", {0, 120, 40}, 80, 60, {80}},
-               {"beside a longer track", {0, 120, 40}, 80, 5000, {80}},
-               {"behind an empty edit", {200, 320, 240}, 280, 60, {200, 80}, 0, movieTimescale},
-               {"behind hidden samples", {-60, 0, 60, 40}, 80, 60, {80}, 60},
-               {"behind an empty edit and hidden samples", {200, 260, 340}, 280, 60, {200, 80}, 60, movieTimescale},
-               {"hours long", {0, 2 * hours + 80, 2 * hours}, 2 * hours + 40, 60, {2 * hours + 40}},
-               {"a short one beside hours", {0, 120, 40}, 80, 2 * hours, {80}},
-               {"hours behind an empty edit",
-                {hours, 3 * hours + 80, 3 * hours},
-                3 * hours + 40,
-                hours,
-                {hours, 2 * hours + 40}}};
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.name);
-    const test::TemporaryDirectory directory;
-    const auto path = directory.file("ended.mp4");
-    const Writing writing(path);
-    const int track = writing.addTrack();
-    const int other = writing.addTrack();
-    must(writing.movie->begin());
-    std::int64_t decode = c.shown.front() - 40;
-    for (std::size_t i = 0; i + 1 < c.shown.size(); ++i) writing.writeSample(track, c.shown[i], decode++, 40);
-    const TrackEdit edit{c.edits.size() > 1 ? c.edits.front() : 0, c.end, c.shown.front() + c.hiddenBefore};
-    writing.writeSample(track, c.shown.back(), decode, 40, edit);
-    writing.writeSample(other, 0, 0, c.otherEnd);
-    writing.finish();
+using Milliseconds = std::vector<std::int64_t>;
 
-    const auto boxes = must(readMovieBoxes(must(FileHandle::openForReading(path))->descriptor()));
-    const auto& read = boxes.tracks.at(0);
-    std::vector<std::int64_t> edits;
-    for (const auto& one : read.edits) edits.push_back(milliseconds(one.duration));
-    EXPECT_EQ(edits, c.edits);
-    EXPECT_THAT(trackMilliseconds(bytesOf(path)), testing::ElementsAre(c.end, c.otherEnd));
-    EXPECT_EQ(milliseconds(boxes.duration), std::max(c.end, c.otherEnd));
-    const auto [length, scale] = test::MediaJudge(path).movieHeaderDuration();
-    EXPECT_EQ(static_cast<std::int64_t>(length * 1000 / scale), std::max(c.end, c.otherEnd));
-    EXPECT_EQ(read.sampleCount, c.shown.size());
-    EXPECT_EQ(read.mediaTimescale, c.timescale);
-    EXPECT_EQ(read.edits.back().mediaTime * trackTimescale / c.timescale, 40 + c.hiddenBefore);
-    std::int64_t lengths = 0;
-    for (const auto& run : read.sampleLengths) lengths += run.count * run.value;
-    EXPECT_EQ(static_cast<std::int64_t>(read.mediaDuration), lengths);
-    EXPECT_EQ(lengths * trackTimescale / c.timescale, c.edits.back() + c.hiddenBefore);
-  }
+/// Ends a track that is shown until `end`, beside another one that ends at `otherEnd`. `shown`: when the samples are
+/// shown, in decoding order; each is decoded a millisecond after the one before, the first 40 before it is shown.
+/// `wanted`: the lengths of the edits; the first samples are hidden for `hiddenBefore`.
+void expectEnd(const Milliseconds& shown, std::int64_t end, std::int64_t otherEnd, const Milliseconds& wanted,
+               std::int64_t hiddenBefore = 0, std::int64_t timescale = trackTimescale) {
+  const test::TemporaryDirectory directory;
+  const auto path = directory.file("ended.mp4");
+  const Writing writing(path);
+  const int track = writing.addTrack();
+  const int other = writing.addTrack();
+  must(writing.movie->begin());
+  std::int64_t decode = shown.front() - 40;
+  for (std::size_t i = 0; i + 1 < shown.size(); ++i) writing.writeSample(track, shown[i], decode++, 40);
+  const TrackEdit edit{wanted.size() > 1 ? wanted.front() : 0, end, shown.front() + hiddenBefore};
+  writing.writeSample(track, shown.back(), decode, 40, edit);
+  writing.writeSample(other, 0, 0, otherEnd);
+  writing.finish();
+
+  const auto boxes = must(readMovieBoxes(must(FileHandle::openForReading(path))->descriptor()));
+  EXPECT_EQ(milliseconds(boxes.duration), std::max(end, otherEnd));
+  EXPECT_THAT(trackMilliseconds(bytesOf(path)), testing::ElementsAre(end, otherEnd));
+  const auto& read = boxes.tracks.at(0);
+  Milliseconds edits;
+  for (const auto& one : read.edits) edits.push_back(milliseconds(one.duration));
+  EXPECT_EQ(edits, wanted);
+  EXPECT_EQ(read.sampleCount, shown.size());
+  EXPECT_EQ(read.mediaTimescale, timescale);
+  EXPECT_EQ(read.edits.back().mediaTime * trackTimescale / timescale, 40 + hiddenBefore);
+  std::int64_t lengths = 0;
+  for (const auto& run : read.sampleLengths) lengths += run.count * run.value;
+  EXPECT_EQ(static_cast<std::int64_t>(read.mediaDuration), lengths);
+  EXPECT_EQ(lengths * trackTimescale / timescale, wanted.back() + hiddenBefore);
+}
+
+TEST(MovieWriter, EndsATrackBesideALongerOrShorterOne) {
+  expectEnd({0, 120, 40}, 80, 60, {80});
+  expectEnd({0, 120, 40}, 80, 5000, {80});
+}
+
+TEST(MovieWriter, EndsATrackBehindAnEmptyEditAndHiddenSamples) {
+  expectEnd({200, 320, 240}, 280, 60, {200, 80}, 0, movieTimescale);
+  expectEnd({-60, 0, 60, 40}, 80, 60, {80}, 60);
+  expectEnd({200, 260, 340}, 280, 60, {200, 80}, 60, movieTimescale);
+}
+
+TEST(MovieWriter, EndsATrackAfterHours) {
+  constexpr std::int64_t hours = 3'600'000;  // beyond 32 bits in ticks of the movie
+  expectEnd({0, 2 * hours + 80, 2 * hours}, 2 * hours + 40, 60, {2 * hours + 40});
+  expectEnd({0, 120, 40}, 80, 2 * hours, {80});
+  expectEnd({hours, 3 * hours + 80, 3 * hours}, 3 * hours + 40, hours, {hours, 2 * hours + 40});
 }
 
 template <class Facts>

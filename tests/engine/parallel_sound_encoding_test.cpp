@@ -23,17 +23,11 @@ double sine(double hertz, std::size_t sample) {
 Samples restlessSound(int packets) {
   Samples samples(static_cast<std::size_t>(packets) * packetSamples);
   std::mt19937 random(1);
-  std::uniform_real_distribution<float> noise(-1.0F, 1.0F);
-  double phase = 0;
-  std::size_t nextClick = 0;
+  std::uniform_real_distribution<float> noise(-0.02F, 0.02F);
   for (std::size_t i = 0; i < samples.size(); ++i) {
-    const double seconds = static_cast<double>(i) / rate;
-    phase += 2 * std::numbers::pi * (300 + 200 * std::sin(seconds)) / rate;
-    samples[i] =
-        static_cast<float>(0.2 * std::sin(phase)) + (std::fmod(seconds, 0.7) < 0.3 ? 0.02F : 0.0F) * noise(random);
-    if (i != nextClick) continue;
-    samples[i] += 0.6F;
-    nextClick = i + 500 + random() % 6000;
+    samples[i] = static_cast<float>(0.2 * sine(300 + 1e-4 * static_cast<double>(i), i));
+    if (i % 33'600 < 14'400) samples[i] += noise(random);
+    if (random() % 3500 == 0) samples[i] += 0.6F;
   }
   return samples;
 }
@@ -107,9 +101,8 @@ Samples decoded(const std::vector<Packet>& packets, const SoundEncoderSettings& 
 /// Mean square of what `packet` samples of the sound lost.
 double lossIn(std::int64_t packet, const Samples& sound, const Samples& heard) {
   double sum = 0;
-  for (auto i = static_cast<std::size_t>(packet * packetSamples), end = i + packetSamples; i < end; ++i) {
+  for (auto i = static_cast<std::size_t>(packet * packetSamples), end = i + packetSamples; i < end; ++i)
     sum += (sound[i] - heard[i]) * (sound[i] - heard[i]);
-  }
   return sum / packetSamples;
 }
 
@@ -204,9 +197,8 @@ TEST(EncodedStereo, KeepsWhatMakesItsSidesDiffer) {
   for (std::size_t i = 0; i < 4 * rate; ++i) {
     const double t = static_cast<double>(i) / rate;
     double voice = 0;
-    for (int overtone = 1; overtone <= 12; ++overtone) {
+    for (int overtone = 1; overtone <= 12; ++overtone)
       voice += 0.15 / overtone * std::sin(overtone * (2 * std::numbers::pi * 140 * t + 4 * std::sin(5 * t)));
-    }
     for (float& side : sides) {
       side += 0.3F * (noise(random) - side);
       sound.push_back(static_cast<float>(voice * std::max(0.0, sine(3, i))) + side);

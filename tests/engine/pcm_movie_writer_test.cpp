@@ -12,9 +12,8 @@ namespace {
 /// `frames` frames that differ from each other and between channels.
 std::vector<std::int16_t> ramp(std::int64_t frames, int channels) {
   std::vector<std::int16_t> samples;
-  for (std::int64_t i = 0; i < frames * channels; ++i) {
+  for (std::int64_t i = 0; i < frames * channels; ++i)
     samples.push_back(static_cast<std::int16_t>(i / channels * 7 + i % channels * 1000));
-  }
   return samples;
 }
 
@@ -34,16 +33,13 @@ void expectRamp(const std::filesystem::path& path, std::int64_t frames, const Pc
 }
 
 TEST(PcmFile, HoldsEverySampleAndCanBeReadWhileItGrows) {
-  const struct {
-    const char* name;
-    PcmFormat format;
-    std::int64_t frames;
-    std::int64_t piece;  // handed over in pieces of this many frames
-  } cases[] = {{"less than is stored at once", {44'100, 2}, 1'000, 100},
-               {"stereo in pieces that divide nothing", {44'100, 2}, 100'001, 441},
-               {"mono in one piece", {48'000, 1}, 72'123, 72'123},
-               {"more than one chunk of the index", {44'100, 2}, 44'100 * 20, 44'100},
-               {"a rate beyond 16 bits", {96'000, 2}, 100'000, 4'800}};
+  // Frames that are handed over in pieces of so many.
+  const std::tuple<const char*, PcmFormat, std::int64_t, std::int64_t> cases[] = {
+      {"less than is stored at once", {44'100, 2}, 1'000, 100},
+      {"stereo in pieces that divide nothing", {44'100, 2}, 100'001, 441},
+      {"mono in one piece", {48'000, 1}, 72'123, 72'123},
+      {"more than one chunk of the index", {44'100, 2}, 44'100 * 20, 44'100},
+      {"a rate beyond 16 bits", {96'000, 2}, 100'000, 4'800}};
   for (const auto& [name, format, frames, piece] : cases) {
     SCOPED_TRACE(name);
     const test::TemporaryDirectory directory;
@@ -51,9 +47,8 @@ TEST(PcmFile, HoldsEverySampleAndCanBeReadWhileItGrows) {
     auto writer = must(PcmMovieWriter::create(path, format));
     const auto samples = ramp(frames, format.channels);
     const auto step = static_cast<std::size_t>(piece * format.channels);
-    for (std::size_t at = 0; at < samples.size(); at += step) {
+    for (std::size_t at = 0; at < samples.size(); at += step)
       must(writer->write(std::span(samples).subspan(at, std::min(step, samples.size() - at))));
-    }
     EXPECT_EQ(writer->frames(), frames);
     // What a kill at this moment would leave, with part of a sample that had not reached its index.
     const auto killed = write(directory.file("killed.m4a"), bytesOf(path) + "xyz");

@@ -20,9 +20,8 @@ std::vector<float> limited(const std::vector<float>& in) {
 /// A second of a tone of half the full scale, which is `peak` in a stretch.
 std::vector<float> tone(double peak, int from, int to) {
   std::vector<float> samples;
-  for (int i = 0; i < rate; ++i) {
+  for (int i = 0; i < rate; ++i)
     samples.push_back(static_cast<float>((i >= from && i < to ? peak : 0.5) * std::sin(0.05 * i)));
-  }
   return samples;
 }
 
@@ -32,11 +31,7 @@ TEST(PeakLimiter, LeavesWhatFitsBitForBit) {
 }
 
 TEST(PeakLimiter, TurnsALoudStretchDownWithoutAStepAndLeavesTheRestAlone) {
-  const struct {
-    double peak;
-    int from;
-    int to;
-  } cases[] = {{2, 4800, 9600}, {1.05, 6000, 6200}, {100, 4800, 9600}};
+  const std::tuple<double, int, int> cases[] = {{2, 4800, 9600}, {1.05, 6000, 6200}, {100, 4800, 9600}};
   for (const auto& [peak, from, to] : cases) {
     SCOPED_TRACE(peak);
     const auto in = tone(peak, from, to);

@@ -84,79 +84,50 @@ TEST(PictureDecoder, KnowsTheEncodersBuildFromTheFirstSampleOn) {
   EXPECT_GT(differences, 160 * 120 / 4);
 }
 
-/// Patches of red, green, blue and light grey, half of them transparent where the kind can be; BT.601, video range.
-TEST(PictureDecoder, ReadsEveryKindOfPictureInItsColours) {
-  enum Colours { all, grey, bitMap };
-  const struct {
-    const char* codec;
-    const char* format;  // as ffmpeg is asked for it
-    const char* extension;
-    int depth;  // of what is read
-    Colours colours = all;
-    std::vector<std::string> more{};
-  } kinds[] = {{"qtrle", "argb", "mov", 8},
-               {"qtrle", "gray", "mov", 8, grey},
-               {"rawvideo", "yuyv422", "mov", 8},
-               {"rawvideo", "bgra", "avi", 8},
-               {"rawvideo", "nv12", "avi", 8},
-               {"rawvideo", "gray", "avi", 8, grey},
-               {"rawvideo", "rgb24", "mkv", 8},
-               {"rawvideo", "yuv420p10be", "mkv", 10},
-               {"png", "monob", "mov", 8, bitMap},
-               {"png", "rgba64be", "mov", 16},
-               {"ffv1", "gray10le", "mkv", 10, grey},
-               {"ffv1", "gbrp12le", "mkv", 12},
-               {"ffv1", "yuva422p10le", "mkv", 10},
-               {"huffyuv", "bgra", "avi", 8},
-               {"v210", "yuv422p10le", "mov", 10},
-               {"exr", "gbrpf32le", "mov", 16},
-               {"prores_ks", "yuva444p10le", "mov", 12, all, {"-profile:v", "4444"}},
-               {"libx264rgb", "rgb24", "mp4", 8, all, {"-qp", "0"}},
-               {"zmbv",
-                "pal8",
-                "avi",
-                8,
-                all,
-                {"-vf", "split[a][b];[a]palettegen=reserve_transparent=0[p];[b][p]paletteuse=dither=none"}}};
-  for (const auto& c : kinds) {
-    const std::string kind = c.format;
-    SCOPED_TRACE(c.codec + (' ' + kind));
-    const test::TemporaryDirectory directory;
-    const auto clip = directory.file(std::string("clip.") + c.extension);
-    std::vector<std::string> command{
-        "-f",
-        "lavfi",
-        "-i",
-        "color=red:s=32x32:r=25:d=0.2[r];color=0x00ff00:s=32x32:d=0.2[g];color=blue:s=32x32:d=0.2[b];"
-        "color=0xc6c6c6:s=32x32:d=0.2[w];"
-        "[r][g][b][w]hstack=4,format=rgba,geq=r='r(X,Y)':g='g(X,Y)':b='b(X,Y)':a='if(lt(Y,16),255,128)',"
-        "scale=flags=accurate_rnd+full_chroma_int+full_chroma_inp+bicubic",
-        "-frames:v",
-        "2",
-        "-c:v",
-        c.codec,
-        "-pix_fmt",
-        kind,
-        "-strict",
-        "-2"};
-    command.insert(command.end(), c.more.begin(), c.more.end());
-    command.push_back(clip);
-    runFFmpeg(command);
+enum Colours { all, grey, bitMap };
 
-    const Frame frame = must(readerOf(clip).picture(1));
-    EXPECT_EQ(pixelsOf(*frame).comp[0].depth, c.depth);
-    const bool isTransparent = kind.find('a') != std::string::npos && c.colours == all && kind != "pal8";
-    int x = 16;
-    for (Pixel expected : {red, {145, 54, 34}, {41, 240, 110}, {186, 128, 128}}) {
-      if (c.colours != all) expected[1] = expected[2] = 128;
-      if (c.colours == bitMap) expected[0] = expected[0] > 125 ? 235 : 16;
-      EXPECT_THAT(pixelAt(*frame, x, 8), IsNearly(expected)) << x;
-      std::ranges::transform(expected, black, expected.begin(), [](int a, int b) { return (a + b) / 2; });
-      EXPECT_TRUE(!isTransparent || testing::Value(pixelAt(*frame, x, 24), IsNearly(expected)))
-          << "transparent at " << x;
-      x += 32;
-    }
+/// Patches of red, green, blue and light grey, half of them transparent where the kind can be; BT.601, video range.
+void expectPatches(const std::string& codec, const std::string& kind, const std::string& extension, int depth,
+                   Colours colours = all, const std::vector<std::string>& more = {}) {
+  SCOPED_TRACE(codec + ' ' + kind);
+  const test::TemporaryDirectory directory;
+  const auto clip = directory.file("clip." + extension);
+  const std::string patches =
+      "color=red:s=32x32:r=25:d=0.2[r];color=0x00ff00:s=32x32:d=0.2[g];color=blue:s=32x32:d=0.2[b];"
+      "color=0xc6c6c6:s=32x32:d=0.2[w];"
+      "[r][g][b][w]hstack=4,format=rgba,geq=r='r(X,Y)':g='g(X,Y)':b='b(X,Y)':a='if(lt(Y,16),255,128)',"
+      "scale=flags=accurate_rnd+full_chroma_int+full_chroma_inp+bicubic";
+  runFFmpeg({"-f", "lavfi", "-i", patches, "-frames:v", "2", "-c:v", codec, "-pix_fmt", kind, "-strict", "-2", clip},
+            more);
+
+  const Frame frame = must(readerOf(clip).picture(1));
+  EXPECT_EQ(pixelsOf(*frame).comp[0].depth, depth);
+  const bool isTransparent = kind.find('a') != std::string::npos && colours == all && kind != "pal8";
+  int x = 16;
+  for (Pixel expected : {red, {145, 54, 34}, {41, 240, 110}, {186, 128, 128}}) {
+    if (colours != all) expected[1] = expected[2] = 128;
+    if (colours == bitMap) expected[0] = expected[0] > 125 ? 235 : 16;
+    EXPECT_THAT(pixelAt(*frame, x, 8), IsNearly(expected)) << x;
+    std::ranges::transform(expected, black, expected.begin(), [](int a, int b) { return (a + b) / 2; });
+    EXPECT_TRUE(!isTransparent || testing::Value(pixelAt(*frame, x, 24), IsNearly(expected))) << "transparent at " << x;
+    x += 32;
   }
+}
+
+TEST(PictureDecoder, ReadsEveryKindOfPictureInItsColours) {
+  expectPatches("qtrle", "argb", "mov", 8);
+  expectPatches("rawvideo", "yuyv422", "mov", 8);
+  expectPatches("rawvideo", "gray", "avi", 8, grey);
+  expectPatches("rawvideo", "yuv420p10be", "mkv", 10);
+  expectPatches("png", "monob", "mov", 8, bitMap);
+  expectPatches("png", "rgba64be", "mov", 16);
+  expectPatches("ffv1", "gray10le", "mkv", 10, grey);
+  expectPatches("v210", "yuv422p10le", "mov", 10);
+  expectPatches("exr", "gbrpf32le", "mov", 16);
+  expectPatches("prores_ks", "yuva444p10le", "mov", 12, all, {"-profile:v", "4444"});
+  expectPatches("libx264rgb", "rgb24", "mp4", 8, all, {"-qp", "0"});
+  const std::string palette = "split[a][b];[a]palettegen=reserve_transparent=0[p];[b][p]paletteuse=dither=none";
+  expectPatches("zmbv", "pal8", "avi", 8, all, {"-vf", palette});
 }
 
 }  // namespace

@@ -30,30 +30,23 @@ Frame waves() {
   return frame;
 }
 
-struct Case {
-  const char* name;
-  AffineMap map;
-  int canvasWidth;
-  int canvasHeight;
-  double lumaError;  // the most levels that a sample inside may be off
-  double chromaError;
-};
+// A map onto a canvas of a width and height, and the most levels that luma and chroma inside may be off.
+using Case = std::tuple<const char*, AffineMap, int, int, double, double>;
 
 /// The waves are known between the samples too, so every sample inside can be told; outside it is black.
-void expectWaves(const AVFrame& canvas, const Case& c) {
-  SCOPED_TRACE(c.name);
-  ASSERT_EQ(std::pair(canvas.width, canvas.height), std::pair(c.canvasWidth, c.canvasHeight));
-  const double determinant = c.map.a * c.map.d - c.map.b * c.map.c;
+void expectWaves(const AVFrame& canvas, int canvasWidth, int canvasHeight, const AffineMap& map, double lumaError,
+                 double chromaError) {
+  ASSERT_EQ(std::pair(canvas.width, canvas.height), std::pair(canvasWidth, canvasHeight));
+  const double determinant = map.a * map.d - map.b * map.c;
   forEachSample(canvas, [&](int plane, int x, int y) {
-    const double dx = column(plane, x) - c.map.tx;
-    const double dy = line(plane, y) - c.map.ty;
-    const double sx = (c.map.d * dx - c.map.c * dy) / determinant;
-    const double sy = (c.map.a * dy - c.map.b * dx) / determinant;
+    const double dx = column(plane, x) - map.tx;
+    const double dy = line(plane, y) - map.ty;
+    const double sx = (map.d * dx - map.c * dy) / determinant;
+    const double sy = (map.a * dy - map.b * dx) / determinant;
     const int seen = sampleAt(canvas, plane, x, y);
     constexpr double edge = 4;  // there the wave is repeated, not gone on with
     if (sx > edge && sy > edge && sx < width - edge && sy < height - edge) {
-      ASSERT_NEAR(seen, wave(plane, sx, sy), plane == 0 ? c.lumaError : c.chromaError)
-          << plane << ": " << x << ", " << y;
+      ASSERT_NEAR(seen, wave(plane, sx, sy), plane == 0 ? lumaError : chromaError) << plane << ": " << x << ", " << y;
     } else if (sx < -edge || sy < -edge || sx > width + edge || sy > height + edge) {
       ASSERT_EQ(seen, plane == 0 ? 16 : 128) << plane << ": " << x << ", " << y;
     }
@@ -68,7 +61,7 @@ Expected<Frame> rendered(const Frame& picture, const AffineMap& map, int canvasW
 
 // Half a level is what rounding takes of the waves themselves, and of chroma each time that it is moved along an axis.
 TEST(PictureRenderer, ShowsThePictureWhereItsMapSays) {
-  for (const Case& c : {Case{"as it is", {}, width, height, 0.5, 0.5},
+  const Case cases[] = {{"as it is", {}, width, height, 0.5, 0.5},
                         {"a crop by an even shift", {1, 0, 0, 1, -8, -6}, 32, 32, 0.5, 0.5},
                         {"a quarter turn with its residue", {6.1e-17, 1, -1, 6.1e-17, 48, 0}, 48, 64, 0.5, 1.75},
                         {"a quarter turn the other way", {0, -1, 1, 0, 0, 64}, 48, 64, 0.5, 1.75},
@@ -81,13 +74,15 @@ TEST(PictureRenderer, ShowsThePictureWhereItsMapSays) {
                         {"twice as large", {2, 0, 0, 2, -20, -10}, 96, 80, 1.5, 1.5},
                         {"a quarter as large", {0.25, 0, 0, 0.25, 8, 8}, 32, 32, 2.5, 3},
                         {"a third of a turn", {0.5, 0.8660254, -0.8660254, 0.5, 40, 0}, 96, 96, 1.5, 1.5},
-                        {"smaller and askew", {0.4, 0.3, -0.3, 0.4, 40, 20}, 96, 96, 3, 3}}) {
-    expectWaves(*must(rendered(waves(), c.map, c.canvasWidth, c.canvasHeight)), c);
+                        {"smaller and askew", {0.4, 0.3, -0.3, 0.4, 40, 20}, 96, 96, 3, 3}};
+  for (const auto& [name, map, w, h, luma, chroma] : cases) {
+    SCOPED_TRACE(name);
+    expectWaves(*must(rendered(waves(), map, w, h)), w, h, map, luma, chroma);
   }
 }
 
 TEST(PictureFitter, ShowsThePictureWhereItsMapSays) {
-  for (const Case& c : {Case{"half as large", {0.5, 0, 0, 0.5, 0, 0}, 32, 24, 1.5, 3},
+  const Case cases[] = {{"half as large", {0.5, 0, 0, 0.5, 0, 0}, 32, 24, 1.5, 3},
                         {"turned clockwise", {0, 0.5, -0.5, 0, 24, 0}, 24, 32, 1.5, 3},
                         {"turned round", {-0.5, 0, 0, -0.5, 32, 24}, 32, 24, 1.5, 3},
                         {"turned counterclockwise", {6e-17, -0.5, 0.5, 6e-17, 0, 32}, 24, 32, 1.5, 3},
@@ -97,11 +92,13 @@ TEST(PictureFitter, ShowsThePictureWhereItsMapSays) {
                         {"transposed the other way", {0, -0.5, -0.5, 0, 24, 32}, 24, 32, 1.5, 3},
                         {"cropped at both sides, off the pixels", {0.6, 0, 0, 0.6, -6.2, -0.4}, 26, 28, 1.5, 3},
                         {"turned and cropped", {0, 1.3, -1.3, 0, 61.2, -5}, 60, 70, 1.5, 3},
-                        {"stretched", {2, 0, 0, 0.75, 0, 0}, 128, 36, 1.5, 3}}) {
-    PictureFitter fitter(c.canvasWidth, c.canvasHeight);
+                        {"stretched", {2, 0, 0, 0.75, 0, 0}, 128, 36, 1.5, 3}};
+  for (const auto& [name, map, w, h, luma, chroma] : cases) {
+    SCOPED_TRACE(name);
+    PictureFitter fitter(w, h);
     const Frame picture = waves();
-    EXPECT_TRUE(fitter.covers(*picture, c.map)) << c.name;
-    expectWaves(*must(fitter.fit(picture, c.map, yuv)), c);
+    EXPECT_TRUE(fitter.covers(*picture, map));
+    expectWaves(*must(fitter.fit(picture, map, yuv)), w, h, map, luma, chroma);
   }
 }
 
@@ -131,9 +128,8 @@ TEST(PictureRenderer, SharesWhatOnlyLosesItsEdges) {
 }
 
 TEST(PictureRenderer, GivesBlackForAMapThatShowsNothing) {
-  for (const AffineMap& map : {AffineMap{0, 0, 0, 0, 5, 5}, {1, 0, 0, 1, 1e9, 0}, {1, 0, 0, 1, NAN, 0}}) {
+  for (const AffineMap& map : {AffineMap{0, 0, 0, 0, 5, 5}, {1, 0, 0, 1, 1e9, 0}, {1, 0, 0, 1, NAN, 0}})
     EXPECT_EQ(sampleAt(*must(rendered(waves(), map, 32, 32)), 0, 16, 16), 16);
-  }
 }
 
 }  // namespace

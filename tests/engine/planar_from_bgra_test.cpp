@@ -43,9 +43,8 @@ TEST(PlanarFromBGRA, IsWithinAFractionOfALevel) {
   forEachTriple({0, 1, 63, 128, 200, 255}, [](const Matrix& m, int red, int green, int blue) {
     // Three by three pixels, the sides odd.
     std::vector<std::uint8_t> pixels;
-    for (int i = 0; i < 9; ++i) {
+    for (int i = 0; i < 9; ++i)
       for (const int level : {blue, green, red, 77}) pixels.push_back(static_cast<std::uint8_t>(level));
-    }
     const Frame frame = must(planarFromBGRA(pixels.data(), 12, 3, 3, m.colour));
     ASSERT_EQ(frame->width, 4);
     const double luma = m.red * red + (1 - m.red - m.blue) * green + m.blue * blue;
@@ -58,7 +57,7 @@ TEST(PlanarFromBGRA, IsWithinAFractionOfALevel) {
   });
 }
 
-TEST(PlanarFromBGRA, AndBackIsWithinALevel) {
+TEST(BGRAFromPlanar, IsWithinAFractionOfALevel) {
   forEachTriple({0, 16, 60, 128, 180, 235, 255}, [](const Matrix& m, int y, int u, int v) {
     const Frame frame = painted(5, 3, AV_PIX_FMT_YUV420P, [&](int plane, int, int) {
       return plane == 0 ? y : plane == 1 ? u : v;
@@ -72,11 +71,6 @@ TEST(PlanarFromBGRA, AndBackIsWithinALevel) {
     const std::array<double, 4> wanted{blue, green, red, 255};
     for (std::size_t i = 0; i < pixels.size(); ++i)
       ASSERT_NEAR(pixels[i], std::clamp(wanted.at(i % 4), 0.0, 255.0), 0.7) << i;
-    if (std::min({red, green, blue}) < 0 || std::max({red, green, blue}) > 255) return;  // no colour
-    const Frame again = must(planarFromBGRA(pixels.data(), 20, 5, 3, m.colour));
-    EXPECT_NEAR(sampleAt(*again, 0, 0, 0), y, 1);
-    EXPECT_NEAR(sampleAt(*again, 1, 1, 0), u, 1);
-    EXPECT_NEAR(sampleAt(*again, 2, 1, 0), v, 1);
   });
 }
 

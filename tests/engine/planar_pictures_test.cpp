@@ -25,9 +25,8 @@ void fill(AVFrame& frame, int component, double level) {
   const int plane = isShare ? 0 : component;
   const std::vector<std::uint16_t> row(static_cast<std::size_t>(columnsOf(frame, plane)),
                                        static_cast<std::uint16_t>(std::lround(level * most)));
-  for (int y = 0; y < rowsOf(frame, plane); ++y) {
+  for (int y = 0; y < rowsOf(frame, plane); ++y)
     av_write_image_line2(row.data(), frame.data, frame.linesize, &pixels, 0, y, component, columnsOf(frame, plane), 2);
-  }
 }
 
 /// Every kind there is, but for those that are refused and those whose samples are no whole numbers.
@@ -64,19 +63,17 @@ TEST(PlanarPictures, MakesTheRightColoursOfEveryKind) {
     const int fewest = std::min({pixels->comp[0].depth, second, pixels->comp[colours - 1].depth});
     const double tolerance =
         1.01 / (1 << depth) + (isRGB && fewest < 8 ? 0.5 / ((1 << fewest) - 1) : 1.5 / (1 << std::min(fewest, depth)));
-    for (int plane = 0; plane < 3; ++plane) {
+    for (int plane = 0; plane < 3; ++plane)
       EXPECT_NEAR(sampleAt(*made, plane, 0, 0) / std::pow(2, depth), expected.at(static_cast<std::size_t>(plane)),
                   tolerance)
           << plane;
-    }
   }
   EXPECT_GT(kinds, 150);
 }
 
 TEST(PlanarPictures, RefusesWhatItCannotRead) {
-  for (const AVPixelFormat kind : {AV_PIX_FMT_VAAPI, AV_PIX_FMT_BAYER_RGGB8, AV_PIX_FMT_XYZ12LE, AV_PIX_FMT_NONE}) {
+  for (const AVPixelFormat kind : {AV_PIX_FMT_VAAPI, AV_PIX_FMT_BAYER_RGGB8, AV_PIX_FMT_XYZ12LE, AV_PIX_FMT_NONE})
     EXPECT_EQ(planarKind(kind), AV_PIX_FMT_NONE);
-  }
 }
 
 }  // namespace

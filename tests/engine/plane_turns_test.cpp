@@ -11,18 +11,15 @@ Frame placesOf(int width, int height, AVPixelFormat format) {
 }
 
 TEST(PlaneTurns, MoveEverySampleToItsPlaceUnchanged) {
-  const struct {
-    const char* name;
-    PlaneTurn turn;
-    double a, b, c, d;
-  } turns[] = {{"not at all", {}, 1, 0, 0, 1},
-               {"clockwise", clockwiseTurn, 0, 1, -1, 0},
-               {"half around", halfTurn, -1, 0, 0, -1},
-               {"counterclockwise", counterclockwiseTurn, 0, -1, 1, 0},
-               {"mirrored left to right", horizontalMirror, -1, 0, 0, 1},
-               {"mirrored top to bottom", verticalMirror, 1, 0, 0, -1},
-               {"transposed", {true, false, false}, 0, 1, 1, 0},
-               {"transposed across", {true, true, true}, 0, -1, -1, 0}};
+  const std::tuple<const char*, PlaneTurn, double, double, double, double> turns[] = {
+      {"not at all", PlaneTurn{}, 1, 0, 0, 1},
+      {"clockwise", clockwiseTurn, 0, 1, -1, 0},
+      {"half around", halfTurn, -1, 0, 0, -1},
+      {"counterclockwise", counterclockwiseTurn, 0, -1, 1, 0},
+      {"mirrored left to right", horizontalMirror, -1, 0, 0, 1},
+      {"mirrored top to bottom", verticalMirror, 1, 0, 0, -1},
+      {"transposed", {true, false, false}, 0, 1, 1, 0},
+      {"transposed across", {true, true, true}, 0, -1, -1, 0}};
   const Frame frames[] = {placesOf(98, 38, AV_PIX_FMT_YUV420P), placesOf(98, 38, AV_PIX_FMT_YUV420P10),
                           placesOf(36, 22, AV_PIX_FMT_YUV422P), placesOf(17, 9, AV_PIX_FMT_YUV444P)};
   for (const auto& [name, turn, a, b, c, d] : turns) {
@@ -32,7 +29,7 @@ TEST(PlaneTurns, MoveEverySampleToItsPlaceUnchanged) {
       SCOPED_TRACE(std::string(name) + ' ' + pixelsOf(*frame).name);
       const Frame result = must(turned(frame, turn));
       EXPECT_EQ(result->width, turn.swapsAxes ? frame->height : frame->width);
-      forEachSample(*frame, [&](int plane, int x, int y) {
+      forEachSample(*frame, [&, a = a, b = b, c = c, d = d](int plane, int x, int y) {
         // The transform about the plane's middle, in half samples.
         const double fromX = 2 * x - (columnsOf(*frame, plane) - 1);
         const double fromY = 2 * y - (rowsOf(*frame, plane) - 1);
@@ -55,9 +52,8 @@ TEST(PlaneTurns, AreNoneWhereThereIsMoreThanATurn) {
 TEST(PlaneTurns, KeepChromaOfOddSidesOnItsPixels) {
   const auto ramp = [](int plane, int, int y) { return plane == 0 ? 4 * y + 2 : 8 * y + 4; };
   const Frame half = must(turned(painted(33, 21, AV_PIX_FMT_YUV420P, ramp), halfTurn));
-  for (int y = 0; y < 10; ++y) {
+  for (int y = 0; y < 10; ++y)
     EXPECT_EQ(sampleAt(*half, 1, 3, y), (sampleAt(*half, 0, 5, 2 * y) + sampleAt(*half, 0, 5, 2 * y + 1)) / 2) << y;
-  }
   EXPECT_EQ(half->chroma_location, AVCHROMA_LOC_LEFT);
 }
 

@@ -1,6 +1,6 @@
 #include <clipworks/engine/stills/RecordingFacts.h>
 
-#include <gtest/gtest.h>
+#include <tests/engine/EngineTesting.h>
 
 namespace clipworks::engine {
 namespace {
@@ -22,21 +22,15 @@ TEST(RecordingTime, IsReadInFullOrNotAtAll) {
 }
 
 TEST(RecordingPlace, IsReadInAllThreeFormsOfTheStandard) {
-  const struct {
-    const char* text;
-    double latitude;
-    double longitude;
-    std::optional<double> altitude{};
-  } cases[] = {{"+52.4597+013.3220+051.178/", 52.4597, 13.322, 51.178},
-               {"+38.1893-119.9558/", 38.1893, -119.9558},
-               {"-4030.5+00715.25/", -40.508333333333333, 7.2541666666666667},
-               {"+404318-0740022.8-3CRSWGS_84/", 40 + 43 / 60.0 + 18 / 3600.0, -(74 + 22.8 / 3600), -3.0}};
-  for (const auto& c : cases) {
-    const auto place = parseRecordingPlace(c.text).value();
-    EXPECT_NEAR(place.latitude, c.latitude, 1e-9) << c.text;
-    EXPECT_NEAR(place.longitude, c.longitude, 1e-9) << c.text;
-    EXPECT_EQ(place.altitude, c.altitude) << c.text;
-  }
+  const auto isNear = [](double latitude, double longitude, std::optional<double> altitude) {
+    using testing::DoubleNear;
+    return testing::Optional(testing::FieldsAre(DoubleNear(latitude, 1e-9), DoubleNear(longitude, 1e-9), altitude));
+  };
+  EXPECT_THAT(parseRecordingPlace("+52.4597+013.3220+051.178/"), isNear(52.4597, 13.322, 51.178));
+  EXPECT_THAT(parseRecordingPlace("+38.1893-119.9558/"), isNear(38.1893, -119.9558, std::nullopt));
+  EXPECT_THAT(parseRecordingPlace("-4030.5+00715.25/"), isNear(-40.508333333333333, 7.2541666666666667, std::nullopt));
+  EXPECT_THAT(parseRecordingPlace("+404318-0740022.8-3CRSWGS_84/"),
+              isNear(40 + 43 / 60.0 + 18 / 3600.0, -(74 + 22.8 / 3600), -3.0));
   for (const char* text :
        {"", "+52.4597", "+95.0+013.0/", "+52.0+190.0/", "+5.0+013.0/", "52.4N 13.3E", "+1e9+0010/"}) {
     EXPECT_EQ(parseRecordingPlace(text), std::nullopt) << text;

@@ -51,9 +51,8 @@ TEST(SoundParts, BehindAStretchSoundAsIfMixedInOneGo) {
 TEST(SoundParts, IsOneWhereWhatFollowsNeedsWhatCameBefore) {
   auto limited = jobOf("limited.mp4");
   limited.limited = true;
-  for (const SoundJob& job : {limited, jobOf("converted.mp4", 44'100), jobOf("without_index.mka")}) {
+  for (const SoundJob& job : {limited, jobOf("converted.mp4", 44'100), jobOf("without_index.mka")})
     EXPECT_EQ(must(soundParts(job)).size(), 1U) << job.lanes.front().file->name();
-  }
 }
 
 }  // namespace

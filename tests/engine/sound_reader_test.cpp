@@ -15,21 +15,16 @@ test::Sound soundOf(const std::filesystem::path& path, double seconds) {
   auto reader = must(SoundReader::open(file, facts.index));
   must(reader.read(facts.encoderDelay, count, interleaved.data()));
   test::Sound sound{facts.sampleRate, {}};
-  for (std::size_t i = 0; i < interleaved.size(); i += static_cast<std::size_t>(facts.channels)) {
+  for (std::size_t i = 0; i < interleaved.size(); i += static_cast<std::size_t>(facts.channels))
     sound.samples.push_back(interleaved[i]);
-  }
   return sound;
 }
 
 // Encoders put silence before the sound, which these files tell: as the LAME tag, pre-skip or granule positions.
 TEST(SoundReader, BeginsWithTheFirstSampleOfAFile) {
-  const struct {
-    const char* extension;
-    const char* encoder;
-    int rate = 44'100;
-  } files[] = {{".mp3", "libmp3lame"}, {".mp3", "libmp3lame", 22'050},
-               {".ogg", "libvorbis"},  {".opus", "libopus", 48'000},
-               {".flac", "flac"},      {".wav", "pcm_s16le"}};
+  const std::tuple<const char*, const char*, int> files[] = {
+      {".mp3", "libmp3lame", 44'100}, {".mp3", "libmp3lame", 22'050}, {".ogg", "libvorbis", 44'100},
+      {".opus", "libopus", 48'000},   {".flac", "flac", 44'100},      {".wav", "pcm_s16le", 44'100}};
   for (const auto& [extension, encoder, rate] : files) {
     const test::BarCodeClip clip(
         {.frames = 0, .audioCodec = encoder, .sampleRate = rate, .audioSeconds = 1, .extension = extension});

@@ -19,9 +19,8 @@ std::vector<float> stretched(const SoundPiece& piece, const std::function<double
                                                                 float* out) mutable -> Expected<void> {
     EXPECT_GE(position, next) << "asked in rising order";
     next = position + count;
-    for (std::int64_t i = 0; i < 2 * count; ++i) {
+    for (std::int64_t i = 0; i < 2 * count; ++i)
       *out++ = i % 2 == 0 ? static_cast<float>(sample(position + i / 2)) : 0.0F;
-    }
     return {};
   };
   const auto stretcher = SoundStretcher::make(piece, rate, 2, source);
@@ -47,12 +46,10 @@ double pitch(const std::vector<float>& samples) {
 }
 
 TEST(StretchedSound, KeepsItsPitchAndLevelFromTheFirstSampleToTheLast) {
-  const struct {
-    double ratio;
-    double seconds;  // of the source
-    double pitchFactor = 1;
-  } cases[] = {{0.1, 10}, {0.25, 4}, {0.5, 2},  {1.0001, 2},        {1.5, 2},
-               {2, 2},    {8, 1},    {32, 0.5}, {40, 0.5, 1.0 / 40}};  // too slow for the pitch to stay
+  // The ratio; seconds of the source; what becomes of the pitch.
+  const std::tuple<double, double, double> cases[] = {{0.1, 10, 1},       {0.25, 4, 1}, {0.5, 2, 1}, {1.0001, 2, 1},
+                                                      {1.5, 2, 1},        {2, 2, 1},    {8, 1, 1},   {32, 0.5, 1},
+                                                      {40, 0.5, 1.0 / 40}};  // too slow for the pitch to stay
   for (const auto& [ratio, seconds, factor] : cases) {
     SCOPED_TRACE(ratio);
     constexpr double hertz = 440;
@@ -87,9 +84,8 @@ TEST(StretchedSound, IsHeardWhereItBelongs) {
 TEST(StretchedSound, IsAMeanOfItsSourceWhereItIsTooFastForThePitchToStay) {
   const auto samples = stretched({500, 100'000, 0, 1000},
                                  [](std::int64_t position) { return static_cast<double>(position - 500) / 100'000; });
-  for (std::size_t i = 0; i < samples.size(); ++i) {
+  for (std::size_t i = 0; i < samples.size(); ++i)
     ASSERT_NEAR(samples[i], (static_cast<double>(i) + 0.5) / 1000, 0.0005) << i;
-  }
 }
 
 }  // namespace

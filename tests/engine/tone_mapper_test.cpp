@@ -93,9 +93,8 @@ std::vector<int> inside(const Frame& picture, int plane, std::size_t index) {
   std::vector<int> samples;
   const int width = plane == 0 ? strip : strip / 2;
   const int from = static_cast<int>(index) * width;
-  for (int i = 0; i < width * width / 2; ++i) {
+  for (int i = 0; i < width * width / 2; ++i)
     samples.push_back(sampleAt(*picture, plane, from + width / 4 + i % (width / 2), i / (width / 2)));
-  }
   return samples;
 }
 
@@ -236,9 +235,8 @@ TEST(ToneMapper, KeepsTheStepsOfBrightProgrammesApart) {
     say(picture, peak, 0);
     const Frame result = mapped(picture);
     EXPECT_GT(mean(result, 0, 0), 16 + 219 * 0.86) << peak;
-    for (std::size_t i = 2; i < signals.size(); ++i) {
+    for (std::size_t i = 2; i < signals.size(); ++i)
       EXPECT_GT(mean(result, 0, i) - mean(result, 0, i - 1), i < last ? 0.9 : 0.2) << peak << " " << i;
-    }
     EXPECT_LE(mean(result, 0, signals.size() - 1), 235) << peak;
   }
 }
@@ -272,20 +270,17 @@ TEST(ToneMapper, CodesDimColoursAsBT709DoesForADisplayOfBT1886) {
 TEST(ToneTableRows, AreReadAlikeOneByOneAndManyAtOnce) {
   const auto table = must(ToneTable::make({}));
   std::mt19937 random(1);
-  std::array<std::vector<std::uint16_t>, 3> samples;
-  for (auto& plane : samples) {
-    plane = {0, 65535};
-    while (plane.size() < 400) plane.push_back(static_cast<std::uint16_t>(random()));
-  }
+  std::vector<std::uint16_t> samples(1200);
+  for (auto& sample : samples) sample = static_cast<std::uint16_t>(random());
+  for (const std::size_t plane : {0U, 400U, 800U}) std::tie(samples[plane], samples[plane + 1]) = std::pair(0, 65535);
   DitherRow dither{};
   dither.fill(77);
   for (const auto& values : table.values) {
     std::vector<std::uint8_t> many(400);
     std::vector<std::uint8_t> single(400);
-    readToneRow(values.data(), {samples[0].data(), samples[1].data(), samples[2].data(), 400}, dither, many.data());
-    for (std::size_t i = 0; i < 400; ++i) {
-      readToneRow(values.data(), {&samples[0][i], &samples[1][i], &samples[2][i], 1}, dither, &single[i]);
-    }
+    readToneRow(values.data(), {&samples[0], &samples[400], &samples[800], 400}, dither, many.data());
+    for (std::size_t i = 0; i < 400; ++i)
+      readToneRow(values.data(), {&samples[i], &samples[400 + i], &samples[800 + i], 1}, dither, &single[i]);
     EXPECT_EQ(many, single);
   }
 }
