@@ -114,10 +114,6 @@ Triple asItIs(const Triple& rgb) { return rgb; }
 Triple wide(const Triple& rgb) {
   return times({{{0.6274, 0.3293, 0.0433}, {0.0691, 0.9195, 0.0114}, {0.0164, 0.0880, 0.8956}}}, rgb);
 }
-// SMPTE EG 432-1: from light of P3 to light of BT.2020, which holds all but a trace of it.
-Triple wideFromP3(const Triple& rgb) {
-  return times({{{0.7538, 0.1986, 0.0476}, {0.0457, 0.9418, 0.0125}, {0.0000, 0.0176, 0.9836}}}, rgb);
-}
 
 // From the means of a strip to light of BT.2020; 1 is white.
 Triple shownLight(const Frame& picture, std::size_t index) {
@@ -178,10 +174,10 @@ TEST(ToneMapper, RaisesAGreyRampOverTheWholeSignal) {
   }
 }
 
-// The primaries and secondaries of BT.709, P3 and BT.2020, and skin, from dim to far above white.
+// The primaries and secondaries of BT.709 and of BT.2020, and skin, from dim to far above white.
 TEST(ToneMapper, KeepsHues) {
   Triples lights;
-  for (const auto light : {wide, wideFromP3, asItIs}) {
+  for (const auto light : {wide, asItIs}) {
     for (const double level : {20.0, 60.0, 203.0, 800.0}) {
       for (const Triple& rgb :
            {Triple{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 1, 1}, {1, 0, 1}, {1, 1, 0}, {1, 0.62, 0.48}}) {
