@@ -78,7 +78,8 @@ void expectLinear(CachedPictureReader& reader, const Order& order, Requests requ
   }
 }
 
-void expectWhatFfmpegDecodes(const test::ClipOptions& options) {
+void expectWhatFfmpegDecodes(const char* name, const test::ClipOptions& options) {
+  SCOPED_TRACE(name);
   const test::BarCodeClip clip(options);
   const auto file = must(MediaFile::open(clip.path()));
   const auto linear = linearHashes(file);
@@ -96,28 +97,17 @@ void expectWhatFfmpegDecodes(const test::ClipOptions& options) {
   }
 }
 
-TEST(PictureReaders, GiveReferencesAmongBidirectionalPicturesInAnyOrder) {
-  expectWhatFfmpegDecodes({.preset = "medium", .bFrames = 3, .audioCodec = ""});
-}
-
-TEST(PictureReaders, GiveOpenGroupsInAnyOrder) {
-  expectWhatFfmpegDecodes({.gop = 15, .groups = test::GroupOfPictures::open, .audioCodec = ""});
-}
-
-TEST(PictureReaders, GiveOpenGroupsOfHEVCWithLeadingPicturesInAnyOrder) {
-  expectWhatFfmpegDecodes({.videoCodec = "libx265",
-                           .preset = "ultrafast",
-                           .gop = 12,
-                           .groups = test::GroupOfPictures::open,
-                           .audioCodec = ""});
-}
-
-TEST(PictureReaders, GiveFieldsOfTenBitsInAnyOrder) {
-  expectWhatFfmpegDecodes({.pixelFormat = "yuv420p10le", .audioCodec = "", .outputArguments = fields});
-}
-
-TEST(PictureReaders, GiveSamplesThatOnlyTheDemuxerFindsInAnyOrder) {
-  expectWhatFfmpegDecodes({.audioCodec = "", .extension = ".mkv"});
+TEST(PictureReaders, GiveInAnyOrderWhatFfmpegDecodes) {
+  constexpr auto open = test::GroupOfPictures::open;
+  expectWhatFfmpegDecodes("references among the bidirectional pictures",
+                          {.preset = "medium", .bFrames = 3, .audioCodec = ""});
+  expectWhatFfmpegDecodes("open groups of H.264", {.gop = 15, .groups = open, .audioCodec = ""});
+  expectWhatFfmpegDecodes(
+      "open groups of HEVC with leading pictures",
+      {.videoCodec = "libx265", .preset = "ultrafast", .gop = 12, .groups = open, .audioCodec = ""});
+  expectWhatFfmpegDecodes("fields of ten bits",
+                          {.pixelFormat = "yuv420p10le", .audioCodec = "", .outputArguments = fields});
+  expectWhatFfmpegDecodes("samples that only the demuxer finds", {.audioCodec = "", .extension = ".mkv"});
 }
 
 TEST(PictureReaders, GiveInAnyOrderWhatRealClipsHold) {

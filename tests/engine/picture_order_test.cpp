@@ -73,13 +73,11 @@ PictureTable table(const std::vector<std::int64_t>& presentations, const std::ve
 TEST(PictureTable, TellsThePictureOnScreenByHalfOpenIntervals) {
   const PictureTable samples = table({5, 35, 15, 25}, {0}, 45);
   EXPECT_EQ(samples.sampleOfPicture(1), 2U);
-  EXPECT_EQ(samples.pictureAt(4), std::nullopt) << "before the first";
-  EXPECT_EQ(samples.pictureAt(14), 0U);
-  EXPECT_EQ(samples.pictureAt(15), 1U) << "a picture is on screen from its own tick on";
-  EXPECT_EQ(samples.pictureAt(1000), 3U) << "the last one stays";
-  EXPECT_EQ(samples.firstPictureFrom(15), 1U);
-  EXPECT_EQ(samples.firstPictureFrom(16), 2U);
-  EXPECT_EQ(samples.firstPictureFrom(36), samples.pictureCount());
+  // None before the first; a picture is on screen from its own tick on; the last one stays.
+  const std::array seen{samples.pictureAt(4), samples.pictureAt(14), samples.pictureAt(15), samples.pictureAt(1000)};
+  EXPECT_THAT(seen, testing::ElementsAre(std::nullopt, 0, 1, 3));
+  const std::array next{samples.firstPictureFrom(15), samples.firstPictureFrom(16), samples.firstPictureFrom(36)};
+  EXPECT_THAT(next, testing::ElementsAre(1, 2, samples.pictureCount()));
 }
 
 TEST(PictureTable, LeavesOutSamplesThatAreNeverOnScreen) {
@@ -106,13 +104,10 @@ TEST(PictureTable, StartsDecodingAtOrBeforeThePictureItself) {
   // picture.
   const PictureTable samples = table({0, 30, 10, 30, 60, 50, 70}, {0, 3, 4}, 80);
   const auto accessFor = [&](std::int64_t ticks) { return samples.accessPointFor(*samples.pictureAt(ticks)); };
-  EXPECT_EQ(accessFor(30), 0U);
-  EXPECT_EQ(accessFor(50), 3U);
-  EXPECT_EQ(accessFor(60), 4U);
-  EXPECT_EQ(samples.accessPointBefore(4), 3U);
-  EXPECT_EQ(samples.accessPointBefore(0), 0U);
-  EXPECT_EQ(samples.accessPointAfter(3), 4U);
-  EXPECT_EQ(samples.accessPointAfter(4), std::nullopt);
+  EXPECT_THAT((std::array{accessFor(30), accessFor(50), accessFor(60)}), testing::ElementsAre(0, 3, 4));
+  EXPECT_THAT((std::array{samples.accessPointBefore(4), samples.accessPointBefore(0)}), testing::ElementsAre(3, 0));
+  EXPECT_THAT((std::array{samples.accessPointAfter(3), samples.accessPointAfter(4)}),
+              testing::ElementsAre(4, std::nullopt));
 }
 
 TEST(PictureTable, EndsNoSoonerThanItsLastPicture) {

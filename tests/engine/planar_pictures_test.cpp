@@ -92,15 +92,12 @@ constexpr Matrix matrices[] = {{{1, 1, 1, false}, 0.2126, 0.0722},  // BT.709
 
 /// All triples of some levels, with every matrix.
 void forEachTriple(const std::vector<int>& levels, const std::function<void(const Matrix&, int, int, int)>& look) {
+  const std::size_t count = levels.size();
   for (const auto& matrix : matrices) {
-    for (const int first : levels) {
-      for (const int second : levels) {
-        for (const int third : levels) {
-          SCOPED_TRACE(
-              testing::PrintToString(std::tuple(matrix.colour.matrix, matrix.colour.fullRange, first, second, third)));
-          look(matrix, first, second, third);
-        }
-      }
+    for (std::size_t i = 0; i < count * count * count; ++i) {
+      const std::array triple{levels[i / count / count], levels[i / count % count], levels[i % count]};
+      SCOPED_TRACE(testing::PrintToString(std::tuple(matrix.colour.matrix, matrix.colour.fullRange, triple)));
+      look(matrix, triple[0], triple[1], triple[2]);
     }
   }
 }
