@@ -1,20 +1,13 @@
 #include <clipworks/engine/pipeline/BoundedQueue.h>
 
 #include <atomic>
-#include <chrono>
 #include <future>
-#include <memory>
 #include <thread>
 
-#include <gtest/gtest.h>
+#include <tests/engine/EngineTesting.h>
 
-namespace clipworks::test {
+namespace clipworks::engine {
 namespace {
-
-using engine::BoundedQueue;
-using engine::ErrorKind;
-
-constexpr std::chrono::seconds deadline{20};
 
 TEST(BoundedQueue, PassesEverythingOnInOrderThroughLittleRoom) {
   BoundedQueue<std::unique_ptr<int>> queue(3);
@@ -22,18 +15,11 @@ TEST(BoundedQueue, PassesEverythingOnInOrderThroughLittleRoom) {
   std::atomic<int> pushed = 0;
   int popped = 0;
   std::jthread producer([&] {
-    for (int i = 0; i < count; ++i) {
-      ASSERT_TRUE(queue.push(std::make_unique<int>(i)));
-      ++pushed;
-    }
+    for (; pushed < count; ++pushed) ASSERT_TRUE(queue.push(std::make_unique<int>(pushed)));
     queue.finish();
   });
-  for (;;) {
-    auto item = queue.pop();
-    ASSERT_TRUE(item);
-    if (!*item) break;
-    ASSERT_EQ(***item, popped);
-    ++popped;
+  while (auto item = must(queue.pop())) {
+    ASSERT_EQ(**item, popped++);
     // One more may be counted than fits: it is taken between our pop and this look.
     ASSERT_LE(pushed.load(), popped + 3 + 1);
   }
@@ -46,10 +32,8 @@ TEST(BoundedQueue, TellsAFailureAfterTheItemsBeforeItAsOftenAsAsked) {
   queue.fail({ErrorKind::damaged, "the rest is missing", 5});
   EXPECT_EQ(*queue.pop(), 1);
   for (int again = 0; again < 2; ++again) {
-    const auto end = queue.pop();
-    ASSERT_FALSE(end);
-    EXPECT_EQ(end.error().kind, ErrorKind::damaged);
-    EXPECT_EQ(end.error().sentence, "the rest is missing");
+    const Error end = queue.pop().error();
+    EXPECT_EQ(std::pair(end.kind, end.sentence), std::pair(ErrorKind::damaged, std::string("the rest is missing")));
   }
 }
 
@@ -62,6 +46,7 @@ TEST(BoundedQueue, ReleasesBothSidesAndItsItemsWhenAbandoned) {
   auto pop = std::async(std::launch::async, [&] { return empty.pop(); });
   full.abandon();
   empty.abandon();
+  constexpr std::chrono::seconds deadline{20};
   ASSERT_EQ(push.wait_for(deadline), std::future_status::ready) << "the producer still waits";
   ASSERT_EQ(pop.wait_for(deadline), std::future_status::ready) << "the consumer still waits";
   EXPECT_FALSE(push.get());
@@ -71,4 +56,4 @@ TEST(BoundedQueue, ReleasesBothSidesAndItsItemsWhenAbandoned) {
 }
 
 }  // namespace
-}  // namespace clipworks::test
+}  // namespace clipworks::engine

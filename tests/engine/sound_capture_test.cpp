@@ -2,36 +2,33 @@
 
 #include <clipworks/engine/capture/SoundCapture.h>
 
-#include <algorithm>
-#include <cstdlib>
-#include <fstream>
 #include <future>
-#include <iostream>
-#include <optional>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <clipworks/engine/capture/SoundRecording.h>
 
+#include <tests/engine/EngineTesting.h>
 #include <tests/support/PrivateSoundServer.h>
 #include <tests/support/RecordedSound.h>
-#include <tests/support/TemporaryDirectory.h>
 
-namespace clipworks::test {
+namespace clipworks::engine {
 namespace {
 
-using engine::CaptureClock;
-using engine::ErrorKind;
-using engine::Expected;
-using engine::SoundRecording;
+using Samples = std::vector<std::int16_t>;
 
-constexpr engine::PcmFormat format{};
+constexpr PcmFormat format{};
 constexpr std::chrono::seconds patience{30};
-// A sample may be this far from the moment that it belongs to. The feeder and the server are threads of a machine that
-// may be busy; on an idle one it is a millisecond.
-constexpr double mostMilliseconds = 30;
+
+/// Reads `count` samples or more of both channels, or what comes in time; tells when they begin.
+CaptureClock::time_point readSamples(SoundCapture& capture, std::size_t count, Samples& samples) {
+  CaptureClock::time_point begin{};
+  const auto end = CaptureClock::now() + patience;
+  while (samples.size() < count && CaptureClock::now() < end) {
+    const auto sound = must(capture.read(std::chrono::milliseconds(100)));
+    if (samples.empty()) begin = sound.begin;
+    samples.insert(samples.end(), sound.samples.begin(), sound.samples.end());
+  }
+  return begin;
+}
 
 class Server : public testing::Test {
  protected:
@@ -40,108 +37,76 @@ class Server : public testing::Test {
     server_.enter();
   }
 
-  /// Records until `count` bursts more were given to the server.
-  Expected<void> recordBursts(SoundRecording& recording, std::size_t count) {
-    std::promise<Expected<void>> ended;
-    EXPECT_TRUE(recording.start(start_ = CaptureClock::now(),
-                                [&](const Expected<void>& outcome) { ended.set_value(outcome); }));
-    EXPECT_TRUE(server_.waitForBursts(count));
-    recording.stop(stop_ = CaptureClock::now() + std::chrono::milliseconds(20));
-    auto outcome = ended.get_future();
-    if (outcome.wait_for(patience) == std::future_status::ready) return outcome.get();
-    return engine::failed(ErrorKind::internal, "the recording does not end");
-  }
-
-  /// By how many milliseconds each burst that begins in `samples` lies too late, when they begin at `begin`; sorted.
-  [[nodiscard]] std::vector<double> placementErrors(const std::vector<std::int16_t>& samples,
-                                                    CaptureClock::time_point begin) const {
-    std::vector<double> errors;
+  /// Bursts that begin in `samples` are heard when they were given to the server, when the samples begin at `begin`.
+  void expectBurstsInPlace(const Samples& samples, CaptureClock::time_point begin, std::size_t least) const {
+    std::vector<double> errors;  // milliseconds
     const auto bursts = server_.bursts();
-    for (const auto onset : onsetsIn(samples, format.sampleRate)) {
+    for (const auto onset : test::onsetsIn(samples, format.sampleRate)) {
       if (onset == 0) continue;  // it had begun before
       const auto burst = static_cast<std::size_t>(samples[static_cast<std::size_t>(onset)] - server_.levelOf(0));
       const std::chrono::duration<double> truth = bursts.at(burst) - begin;
       errors.push_back((static_cast<double>(onset) / format.sampleRate - truth.count()) * 1000);
     }
-    std::sort(errors.begin(), errors.end());
-    return errors;
+    ASSERT_GE(errors.size(), least);
+    std::ranges::sort(errors);
+    // The feeder and the server are threads of a machine that may be busy; on an idle one it is a millisecond.
+    EXPECT_NEAR(errors[least == 1 ? 0 : errors.size() / 2], 0, 30) << testing::PrintToString(errors);
   }
 
-  PrivateSoundServer server_;
-  TemporaryDirectory directory_;
-  CaptureClock::time_point start_;
-  CaptureClock::time_point stop_;
+  test::PrivateSoundServer server_;
+  test::TemporaryDirectory directory_;
 };
 
 TEST_F(Server, PlacesSoundAtTheMomentOfTheStart) {
-  auto recording = SoundRecording::prepare(directory_.file("piece.m4a"), format);
-  ASSERT_TRUE(recording) << recording.error().sentence;
-  const Expected<void> outcome = recordBursts(**recording, 5);
-  ASSERT_TRUE(outcome) << outcome.error().sentence;
+  const auto file = directory_.file("piece.m4a");
+  const auto recording = must(SoundRecording::prepare(file, format));
+  std::promise<Expected<void>> ended;
+  const auto start = CaptureClock::now();
+  must(recording->start(start, [&](const Expected<void>& outcome) { ended.set_value(outcome); }));
+  EXPECT_TRUE(server_.waitForBursts(5));
+  const auto stop = CaptureClock::now() + std::chrono::milliseconds(20);
+  recording->stop(stop);
+  auto outcome = ended.get_future();
+  ASSERT_EQ(outcome.wait_for(patience), std::future_status::ready) << "the recording does not end";
+  must(outcome.get());
 
-  const auto samples = recordedSamples(directory_.file("piece.m4a"));
-  const double wanted = std::chrono::duration<double>(stop_ - start_).count() * format.sampleRate;
+  const auto samples = test::recordedSamples(file);
+  const double wanted = std::chrono::duration<double>(stop - start).count() * format.sampleRate;
   EXPECT_NEAR(static_cast<double>(samples.size()), wanted, 1);
-  const auto errors = placementErrors(samples, start_);
-  ASSERT_GE(errors.size(), 4U);
-  const double middle = errors[errors.size() / 2];
-  std::cout << "placement error: " << middle << " ms (" << errors.front() << " to " << errors.back() << ")\n";
-  EXPECT_NEAR(middle, 0, mostMilliseconds);
+  expectBurstsInPlace(samples, start, 4);
 }
 
 TEST_F(Server, TellsWhenSoundSoundedThatIsReadMuchLater) {
-  auto capture = engine::openSoundCapture(format);
-  ASSERT_TRUE(capture) << capture.error().sentence;
+  const auto capture = must(openSoundCapture(format));
   ASSERT_TRUE(server_.waitForBursts(1));
-  ASSERT_TRUE((*capture)->start());
+  must(capture->start());
   ASSERT_TRUE(server_.waitForBursts(2));  // nothing is read meanwhile: half a second of latency, and more
-  std::vector<std::int16_t> samples;
-  std::optional<CaptureClock::time_point> begin;
-  const auto end = CaptureClock::now() + patience;
-  while (samples.size() < format.sampleRate && CaptureClock::now() < end) {
-    const auto sound = (*capture)->read(std::chrono::milliseconds(100));
-    ASSERT_TRUE(sound) << sound.error().sentence;
-    if (!begin && !sound->samples.empty()) begin = sound->begin;
-    for (std::size_t i = 0; i < sound->samples.size(); i += 2) samples.push_back(sound->samples[i]);
-  }
-  const auto errors = placementErrors(samples, *begin);
-  ASSERT_FALSE(errors.empty());
-  std::cout << "read late: " << errors.front() << " ms off\n";
-  EXPECT_NEAR(errors.front(), 0, mostMilliseconds);
+  Samples both;
+  const auto begin = readSamples(*capture, 2 * std::size_t{format.sampleRate}, both);
+  Samples left;
+  for (std::size_t i = 0; i < both.size(); i += 2) left.push_back(both[i]);
+  expectBurstsInPlace(left, begin, 1);
 }
 
-/// ALSA's configuration for this process.
-class Alsa : public testing::Test {
- protected:
-  void configure(const std::string& configuration) {
-    std::ofstream(directory_.file("asound.conf")) << configuration;
-    ::setenv("ALSA_CONFIG_PATH", directory_.file("asound.conf").c_str(), 1);
-    ::setenv("PULSE_SERVER", "unix:/nowhere/native", 1);
-  }
-
-  TemporaryDirectory directory_;
-};
-
-TEST_F(Alsa, ServesWhereNoServerAnswers) {
-  std::vector<std::int16_t> samples;
+TEST(Alsa, ServesWhereNoServerAnswers) {
+  const test::TemporaryDirectory directory;
+  Samples samples;
   for (int i = 0; i < 44'100; ++i) samples.insert(samples.end(), 2, static_cast<std::int16_t>(i % 30'000 + 1));
-  std::ofstream(directory_.file("input.raw"), std::ios::binary)
-      .write(reinterpret_cast<const char*>(samples.data()), static_cast<std::streamsize>(samples.size() * 2));
-  configure("pcm.null { type null }\npcm.!default { type file slave.pcm null file /dev/null infile \"" +
-            directory_.file("input.raw").string() + "\" format raw }\n");
-  auto capture = engine::openSoundCapture(format);
-  ASSERT_TRUE(capture) << capture.error().sentence;
-  ASSERT_TRUE((*capture)->start());
-  std::vector<std::int16_t> got;
-  const auto end = CaptureClock::now() + patience;
-  while (got.size() < samples.size() && CaptureClock::now() < end) {
-    const auto sound = (*capture)->read(std::chrono::milliseconds(100));
-    ASSERT_TRUE(sound) << sound.error().sentence;
-    got.insert(got.end(), sound->samples.begin(), sound->samples.end());
-  }
+  const std::string bytes(reinterpret_cast<const char*>(samples.data()), samples.size() * 2);
+  const auto input = write(directory.file("input.raw"), bytes).string();
+  const auto configuration =
+      write(directory.file("asound.conf"),
+            "pcm.null { type null }\npcm.!default { type file slave.pcm null file /dev/null infile \"" + input +
+                "\" format raw }\n");
+  ::setenv("ALSA_CONFIG_PATH", configuration.c_str(), 1);
+  ::setenv("PULSE_SERVER", "unix:/nowhere/native", 1);
+  const auto capture = must(openSoundCapture(format));
+  must(capture->start());
+  Samples got;
+  readSamples(*capture, samples.size(), got);
   got.resize(samples.size());
   EXPECT_EQ(got, samples);
 }
 
 }  // namespace
-}  // namespace clipworks::test
+}  // namespace clipworks::engine
