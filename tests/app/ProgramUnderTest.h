@@ -15,28 +15,41 @@
 
 namespace clipworks::test {
 
+namespace fs = std::filesystem;
 using Arguments = std::vector<std::string>;
+using Names = std::set<std::string>;
 
-/// The program with its arguments, as `RunningProgram` takes it.
+/// The program with its arguments, as `RunningProgram` takes it; the second form makes what it makes in `outputs`.
 [[nodiscard]] Arguments clipworksCommand(const Arguments& arguments);
+[[nodiscard]] Arguments clipworksCommand(const fs::path& outputs, const Arguments& arguments);
 
 /// Runs the program to its end.
 ProgramResult runClipworks(const Arguments& arguments, ProgramOptions options = {});
+ProgramResult runClipworks(const fs::path& outputs, const Arguments& arguments, ProgramOptions options = {});
 
-/// Each line of standard output as JSON; throws for a line that is none.
-[[nodiscard]] std::vector<nlohmann::json> eventsOf(const ProgramResult& result);
+/// A run that succeeds: it makes one file in a directory of its own, prints its path and nothing else.
+struct Made {
+  explicit Made(const Arguments& arguments);
 
-/// The events of one kind.
-[[nodiscard]] std::vector<nlohmann::json> eventsOf(const ProgramResult& result, const std::string& kind);
+  TemporaryDirectory outputs;
+  fs::path file;
+};
+
+/// What must hold of every failure, told with --json: one sentence, and nothing in `outputs`.
+void expectFailure(const fs::path& outputs, const ProgramResult& result, int exitCode, const std::string& sentence);
+
+/// Each line of standard output as JSON; throws for a line that is none. With `kind`, the events of that kind.
+[[nodiscard]] std::vector<nlohmann::json> eventsOf(const ProgramResult& result, const std::string& kind = "");
 
 /// The names in a directory, hidden ones too.
-[[nodiscard]] std::set<std::string> namesIn(const std::filesystem::path& directory);
+[[nodiscard]] Names namesIn(const fs::path& directory);
 
-/// A clip without pictures, and one without sound.
-[[nodiscard]] std::filesystem::path soundAlone();
-[[nodiscard]] std::filesystem::path silentClip();
+/// A clip without pictures, one without sound, and one that was recorded on 2024-05-06.
+[[nodiscard]] std::string soundAlone();
+[[nodiscard]] std::string silentClip();
+[[nodiscard]] std::string datedClip();
 
 /// A clip whose loop as HEVC takes many seconds to encode.
-[[nodiscard]] std::filesystem::path slowClip();
+[[nodiscard]] std::string slowClip();
 
 }  // namespace clipworks::test
