@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <fstream>
-#include <iterator>
 #include <numeric>
 #include <regex>
 #include <tuple>
@@ -187,8 +186,7 @@ TEST(Narration, IsHeardWhereItWasAsked) {
 
 /// A clip whose matrix shrinks its pictures to nothing.
 std::string shapelessClip(const TemporaryDirectory& directory) {
-  std::ifstream original(smallClip(5), std::ios::binary);
-  std::string bytes{std::istreambuf_iterator<char>(original), {}};
+  std::string bytes = bytesOf(smallClip(5));
   // Past the type, version, flags, times, number, length, layer and volume: ISO/IEC 14496-12, 8.3.2.
   bytes.replace(bytes.find("tkhd") + 44, 36, 36, '\0');
   std::ofstream(directory.file("shapeless.mp4"), std::ios::binary) << bytes;

@@ -18,9 +18,8 @@ std::vector<std::int16_t> recordedSamples(const std::filesystem::path& file) {
 std::vector<std::int64_t> onsetsIn(const std::vector<std::int16_t>& samples, int sampleRate) {
   std::vector<std::int64_t> onsets;
   std::int64_t lastSound = -sampleRate;
-  for (std::size_t i = 0; i < samples.size(); ++i) {
-    const auto frame = static_cast<std::int64_t>(i);
-    if (samples[i] == 0) continue;
+  for (std::int64_t frame = 0; frame < std::ssize(samples); ++frame) {
+    if (samples[static_cast<std::size_t>(frame)] == 0) continue;
     if (frame - lastSound > sampleRate / 10) onsets.push_back(frame);
     lastSound = frame;
   }

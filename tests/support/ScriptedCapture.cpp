@@ -8,11 +8,6 @@ engine::CaptureClock::time_point ScriptedCapture::momentOf(engine::CaptureClock:
   return origin + std::chrono::duration_cast<engine::CaptureClock::duration>(seconds);
 }
 
-engine::Expected<void> ScriptedCapture::start() {
-  if (!origin_) origin_ = engine::CaptureClock::now();
-  return {};
-}
-
 engine::Expected<engine::CapturedSound> ScriptedCapture::read(std::chrono::milliseconds patience) {
   if (next_ == steps_.size()) {
     std::unique_lock lock(mutex_);
@@ -36,15 +31,11 @@ void ScriptedCapture::wake() noexcept {
   woken_.notify_all();
 }
 
-ScriptedMicrophone::ScriptedMicrophone(std::vector<ScriptedCapture::Step> steps,
+ScriptedMicrophone::ScriptedMicrophone(const std::vector<ScriptedCapture::Step>& steps,
                                        std::optional<engine::CaptureClock::time_point> origin) {
-  engine::setSoundCaptureOpener(
-      [steps = std::move(steps),
-       origin](const engine::PcmFormat& format) -> engine::Expected<std::unique_ptr<engine::SoundCapture>> {
-        return std::make_unique<ScriptedCapture>(steps, format, origin);
-      });
+  engine::setSoundCaptureOpener([=](const auto& format) -> engine::Expected<std::unique_ptr<engine::SoundCapture>> {
+    return std::make_unique<ScriptedCapture>(steps, format, origin);
+  });
 }
-
-ScriptedMicrophone::~ScriptedMicrophone() { engine::setSoundCaptureOpener({}); }
 
 }  // namespace clipworks::test

@@ -36,7 +36,10 @@ class ScriptedCapture final : public engine::SoundCapture {
   [[nodiscard]] static engine::CaptureClock::time_point momentOf(engine::CaptureClock::time_point origin,
                                                                  std::int64_t frame, int sampleRate);
 
-  [[nodiscard]] engine::Expected<void> start() override;
+  [[nodiscard]] engine::Expected<void> start() override {
+    if (!origin_) origin_ = engine::CaptureClock::now();
+    return {};
+  }
   [[nodiscard]] engine::Expected<engine::CapturedSound> read(std::chrono::milliseconds patience) override;
   void wake() noexcept override;
 
@@ -54,9 +57,9 @@ class ScriptedCapture final : public engine::SoundCapture {
 /// Lets every recording of the process read `steps`, as long as it lives.
 class ScriptedMicrophone {
  public:
-  explicit ScriptedMicrophone(std::vector<ScriptedCapture::Step> steps,
+  explicit ScriptedMicrophone(const std::vector<ScriptedCapture::Step>& steps,
                               std::optional<engine::CaptureClock::time_point> origin = std::nullopt);
-  ~ScriptedMicrophone();
+  ~ScriptedMicrophone() { engine::setSoundCaptureOpener({}); }
   ScriptedMicrophone(const ScriptedMicrophone&) = delete;
   ScriptedMicrophone& operator=(const ScriptedMicrophone&) = delete;
 };

@@ -2,6 +2,8 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <fstream>
+#include <sstream>
 #include <system_error>
 
 #include <unistd.h>
@@ -25,13 +27,18 @@ TemporaryDirectory::~TemporaryDirectory() {
   if (getpid() != owner_) return;
   std::error_code ignored;
   fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add, ignored);
-  for (fs::recursive_directory_iterator it(path_, fs::directory_options::skip_permission_denied, ignored), end;
-       !ignored && it != end; it.increment(ignored)) {
-    if (it->is_directory(ignored) && !it->is_symlink(ignored)) {
+  for (fs::recursive_directory_iterator it(path_, ignored), end; !ignored && it != end; it.increment(ignored)) {
+    if (it->symlink_status(ignored).type() == fs::file_type::directory) {
       fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
     }
   }
   fs::remove_all(path_, ignored);
+}
+
+std::string bytesOf(const fs::path& file) {
+  std::ostringstream bytes;
+  bytes << std::ifstream(file, std::ios::binary).rdbuf();
+  return std::move(bytes).str();
 }
 
 }  // namespace clipworks::test

@@ -24,4 +24,7 @@ class TemporaryDirectory {
   pid_t owner_;
 };
 
+/// All of a file; nothing where it cannot be read.
+[[nodiscard]] std::string bytesOf(const std::filesystem::path& file);
+
 }  // namespace clipworks::test
