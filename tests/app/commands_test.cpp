@@ -186,7 +186,7 @@ TEST(Narration, IsHeardWhereItWasAsked) {
 
 /// A clip whose matrix shrinks its pictures to nothing.
 std::string shapelessClip(const TemporaryDirectory& directory) {
-  std::string bytes = bytesOf(smallClip(5));
+  std::string bytes = fileBytes(smallClip(5));
   // Past the type, version, flags, times, number, length, layer and volume: ISO/IEC 14496-12, 8.3.2.
   bytes.replace(bytes.find("tkhd") + 44, 36, 36, '\0');
   std::ofstream(directory.file("shapeless.mp4"), std::ios::binary) << bytes;

@@ -16,7 +16,7 @@ std::string damagedClip() {
   const fs::path path = directory.file("damaged.mp4");
   if (fs::exists(path)) return path;
   const auto whole = engine::MediaFile::open(BarCodeClip({.bFrames = 0}).path());
-  std::string bytes = bytesOf(BarCodeClip({.bFrames = 0}).path());
+  std::string bytes = fileBytes(BarCodeClip({.bFrames = 0}).path());
   const auto table = *(*whole)->pictureTable((*whole)->streams().front().index);
   for (const std::size_t picture : {10U, 20U, 40U}) {
     const auto& sample = table->samples()[table->sampleOfPicture(picture)];

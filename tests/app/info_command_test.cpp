@@ -11,12 +11,17 @@ using testing::HasSubstr;
 
 /// Two seconds, turned, dated, with an empty edit before the pictures.
 std::string phoneClip() {
-  ClipOptions options;
+  ClipOptions options{
+      .timescale = 30, .rotation = 90, .outputArguments = {"-metadata", "creation_time=2024-05-06T07:08:09Z"}};
   for (int i = 0; i < 60; ++i) options.frameTimes.push_back(15 + i);
-  options.timescale = 30;
-  options.rotation = 90;
-  options.outputArguments = {"-metadata", "creation_time=2024-05-06T07:08:09Z"};
   return BarCodeClip(options).path();
+}
+
+/// The first file that the program tells of.
+json toldOf(const std::string& file) {
+  const auto events = eventsOf(runClipworks({"--json", "info", file}));
+  EXPECT_EQ(events.size(), 1U);
+  return events.at(0).at("files").at(0);
 }
 
 TEST(Info, TellsPeopleWhatAFileHolds) {
@@ -31,9 +36,7 @@ TEST(Info, TellsPeopleWhatAFileHolds) {
 }
 
 TEST(Info, TellsProgramsEveryFigure) {
-  const auto events = eventsOf(runClipworks({"--json", "info", phoneClip()}));
-  ASSERT_EQ(events.size(), 1U);
-  const json& file = events.front().at("files").at(0);
+  const json file = toldOf(phoneClip());
   EXPECT_EQ(file.at("path"), phoneClip());
   EXPECT_NEAR(file.at("duration").at("seconds").get<double>(), 2.5, 0.001);
   const json& video = file.at("tracks").at(0);
@@ -68,8 +71,7 @@ TEST(Info, TellsWhatMattersOfAPhonesClip) {
   const auto plain = BarCodeClip({.outputArguments = {"-movflags", "+faststart"}}).path();
   fs::copy_file(plain, directory.file("cut.mp4"));
   fs::resize_file(directory.file("cut.mp4"), fs::file_size(plain) / 2);
-  const auto cut =
-      json::parse(runClipworks({"--json", "info", directory.file("cut.mp4")}).standardOutput).at("files").at(0);
+  const json cut = toldOf(directory.file("cut.mp4"));
   EXPECT_GT(cut.at("tracks").at(0).at("pictures").at("missing").get<int>(), 0);
   EXPECT_EQ(cut.at("otherTracks"), json::array());
 }
@@ -97,8 +99,7 @@ TEST(Info, ShowsTheOthersOfAListWhenOneCannotBeRead) {
 TEST(Info, TellsOfAFormatThatChanges) {
   const auto people = runClipworks({"info", twoFormatsClip()});
   EXPECT_THAT(people.standardOutput, HasSubstr("format changes on the way: 256 × 128, then 128 × 128\n")) << people;
-  const auto programs = eventsOf(runClipworks({"--json", "info", twoFormatsClip()}));
-  EXPECT_EQ(programs.front().at("files").at(0).at("tracks").at(0).at("formats"),
+  EXPECT_EQ(toldOf(twoFormatsClip()).at("tracks").at(0).at("formats"),
             json::array({{{"width", 256}, {"height", 128}}, {{"width", 128}, {"height", 128}}}));
 }
 

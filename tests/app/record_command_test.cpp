@@ -36,7 +36,7 @@ class Record : public testing::Test {
   }
 
   /// Until the program has opened the microphone and half a second has been stored.
-  void waitForSound(RunningProgram&) {
+  void waitForSound() {
     for (int i = 0; i < 20; ++i) {
       ASSERT_TRUE(server_.waitForBursts(1));
       const auto names = namesIn(outputs_.path());
@@ -78,7 +78,7 @@ TEST_F(Record, EndsAtEnter) {
 
 TEST_F(Record, EndsAtCtrlCAndKeepsTheRecording) {
   RunningProgram program(command({"record", "--at", "0", "--json"}), options());
-  waitForSound(program);
+  waitForSound();
   program.send(SIGINT);
   const auto result = program.wait();
   EXPECT_EQ(result.exitCode, 0) << result;
@@ -91,7 +91,7 @@ TEST_F(Record, EndsAtCtrlCAndKeepsTheRecording) {
 TEST_F(Record, LosesAtMostASecondWhenItIsKilled) {
   const auto started = PrivateSoundServer::Clock::now();
   RunningProgram program(command({"record", "--at", "0"}), options());
-  waitForSound(program);
+  waitForSound();
   ASSERT_TRUE(server_.waitForBursts(3));
   program.send(SIGKILL);
   const std::chrono::duration<double> most = PrivateSoundServer::Clock::now() - started;
@@ -104,7 +104,7 @@ TEST_F(Record, LosesAtMostASecondWhenItIsKilled) {
 
 TEST_F(Record, SaysWhyItEndedWhenTheServerGoes) {
   RunningProgram program(command({"record", "--at", "0"}), options());
-  waitForSound(program);
+  waitForSound();
   server_.kill();
   const auto result = program.wait();
   EXPECT_EQ(result.exitCode, 1) << result;

@@ -17,12 +17,20 @@ const ProgramOptions soon{.deadline = std::chrono::seconds(20),
 
 std::string plainClip() { return BarCodeClip().path(); }
 
-struct Refusal {
-  Arguments words;
-  std::string sentence;
-};
+/// What must hold of every failure, told with --json: one sentence, and nothing in `outputs`.
+void expectFailure(const fs::path& outputs, const ProgramResult& result, int exitCode, const std::string& sentence) {
+  EXPECT_EQ(result.exitCode, exitCode) << result;
+  const auto errors = eventsOf(result, "error");
+  ASSERT_EQ(errors.size(), 1U) << result;
+  EXPECT_EQ(eventsOf(result).back(), errors.front()) << "something follows the error\n" << result;
+  EXPECT_THAT(eventsOf(result, "done"), testing::IsEmpty()) << result;
+  const std::string message = errors.front().at("message");
+  EXPECT_THAT(message, testing::HasSubstr(sentence));
+  EXPECT_EQ(result.standardError, "clipworks: " + message + "\n");
+  EXPECT_EQ(namesIn(outputs), Names{});
+}
 
-void expectRefusals(int exitCode, const std::vector<Refusal>& refusals) {
+void expectRefusals(int exitCode, const std::vector<std::pair<Arguments, std::string>>& refusals) {
   for (auto [words, sentence] : refusals) {
     SCOPED_TRACE(testing::PrintToString(words));
     const TemporaryDirectory outputs;

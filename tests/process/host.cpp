@@ -9,12 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <map>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <sys/prctl.h>
 #include <sys/resource.h>

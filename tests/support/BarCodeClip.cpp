@@ -153,7 +153,7 @@ void writeRotation(const fs::path& path, const ClipOptions& options) {
   // The translation that brings the turned picture back to the origin.
   const int tx = quarters == 1 ? options.height : quarters == 2 ? options.width : 0;
   const int ty = quarters == 2 ? options.height : quarters == 3 ? options.width : 0;
-  std::string bytes = bytesOf(path);
+  std::string bytes = fileBytes(path);
   const std::size_t box = bytes.find("tkhd");
   if (box == std::string::npos || !isMovie(options)) {
     throw std::invalid_argument("only MP4 and QuickTime files have a matrix to set");

@@ -132,9 +132,8 @@ ProbedStream MediaJudge::stream(const std::string& type) const {
 double MediaJudge::duration() const { return number(probe(path_, {"-show_format"}, "format"), "duration"); }
 
 std::array<std::uint64_t, 2> MediaJudge::movieHeaderDuration() const {
-  const std::string bytes = bytesOf(path_);
-  const std::size_t moov = bytes.find("moov");
-  const std::size_t box = moov == std::string::npos ? moov : bytes.find("mvhd", moov);
+  const std::string bytes = fileBytes(path_);
+  const std::size_t box = bytes.find("mvhd", bytes.find("moov"));
   if (box == std::string::npos) throw std::runtime_error(path_.string() + " has no movie header");
   // ISO/IEC 14496-12, 8.2.2: version 1 has 64-bit times and duration.
   return bytes.at(box + 4) == 1 ? std::array{bigEndian(bytes, box + 28, 8), bigEndian(bytes, box + 24, 4)}
@@ -153,8 +152,7 @@ std::vector<SeenPicture> MediaJudge::pictures(PictureView view) const {
   constexpr auto size = std::size_t{readingSide} * readingSide;
   const std::string& raw = result.standardOutput;
   if (raw.size() != size * times.ticks.size()) {
-    throw std::runtime_error("ffmpeg showed " + std::to_string(times.ticks.size()) + " pictures of " + path_.string() +
-                             " and wrote " + std::to_string(raw.size() / size));
+    throw std::runtime_error("ffmpeg wrote more or fewer pictures of " + path_.string() + " than it showed");
   }
   std::vector<SeenPicture> pictures;
   for (std::size_t i = 0; i < times.ticks.size(); ++i) {
@@ -190,11 +188,9 @@ Sound MediaJudge::sound(int rate) const {
   for (std::size_t i = 0; i < times.ticks.size(); ++i) {
     const std::int64_t at = times.ticks[i];  // the filter's time base is 1 / rate
     for (std::int64_t k = 0; k < times.sampleCounts[i] && taken < decoded.size(); ++k, ++taken) {
-      if (at + k >= 0) {
-        const auto index = static_cast<std::size_t>(at + k);
-        sound.samples.resize(std::max(sound.samples.size(), index + 1));
-        sound.samples[index] = decoded[taken];
-      }
+      if (at + k < 0) continue;
+      sound.samples.resize(std::max(sound.samples.size(), static_cast<std::size_t>(at + k + 1)));
+      sound.samples[static_cast<std::size_t>(at + k)] = decoded[taken];
     }
   }
   return sound;

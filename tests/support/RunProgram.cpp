@@ -2,10 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <ostream>
-#include <system_error>
 #include <utility>
 
 #include <poll.h>
@@ -28,7 +26,7 @@ int checked(int value, const char* what) {
 }
 
 /// Not through the descriptor, whose place in the file is the program's.
-std::string contentsOf(int fd) { return bytesOf("/proc/self/fd/" + std::to_string(fd)); }
+std::string contentsOf(int fd) { return fileBytes("/proc/self/fd/" + std::to_string(fd)); }
 
 /// Sends what `next` gives until it gives nothing more or nobody reads any more, and closes the socket.
 void feed(int socket, const std::function<std::string()>& next) {
