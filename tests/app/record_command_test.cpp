@@ -63,13 +63,10 @@ TEST_F(Record, ForATimeTellsTheFileAndTheArgumentForNarrate) {
 }
 
 TEST_F(Record, EndsAtEnter) {
-  bool isAsked = false;
   auto withInput = options();
-  withInput.nextInput = [&]() -> std::string {
-    if (isAsked) return "";
-    isAsked = true;
+  withInput.nextInput = [&, enter = std::string("\n")]() mutable {
     EXPECT_TRUE(server_.waitForBursts(2));
-    return "\n";
+    return std::exchange(enter, "");
   };
   const auto result = runProgram(command({"record", "--at", "0"}), withInput);
   EXPECT_EQ(result.exitCode, 0) << result;

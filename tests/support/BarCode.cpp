@@ -47,12 +47,11 @@ double meanOfCell(const GreyPicture& picture, int column, int row, const Orienta
     return seenAt(BarCode::panelStart + BarCode::panelLength * (column + inset) / BarCode::columns,
                   BarCode::panelStart + BarCode::panelLength * (row + inset) / BarCode::rows, orientation);
   };
-  auto [x0, y0] = point(0.25);
-  auto [x1, y1] = point(0.75);
+  const auto [x0, y0] = point(0.25);
+  const auto [x1, y1] = point(0.75);
   const auto range = [](double a, double b, int size) {
-    const int from = static_cast<int>(std::lround(std::min(a, b) * size));
-    const int to = static_cast<int>(std::lround(std::max(a, b) * size));
-    return std::pair{std::min(from, size - 1), std::min(std::max(to, from + 1), size)};
+    const int from = std::min(static_cast<int>(std::lround(std::min(a, b) * size)), size - 1);
+    return std::pair{from, std::clamp(static_cast<int>(std::lround(std::max(a, b) * size)), from + 1, size)};
   };
   const auto [left, right] = range(x0, x1, picture.width);
   const auto [top, bottom] = range(y0, y1, picture.height);
