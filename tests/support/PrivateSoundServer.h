@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <chrono>
 #include <condition_variable>
 #include <csignal>
@@ -120,7 +121,8 @@ class PrivateSoundServer {
       const auto level = levelOf(static_cast<std::size_t>(i / blocksBetweenBursts));
       const std::vector<std::int16_t> samples(2 * framesPerBlock, phase < blocksPerBurst ? level : std::int16_t{0});
       if (phase == 0) bursts_.push_back(Clock::now());
-      if (::write(microphone_, samples.data(), samples.size() * sizeof samples[0]) < 0) return;  // the server has gone
+      // What a busy server does not take in time is lost; another error tells that it has gone.
+      if (::write(microphone_, samples.data(), samples.size() * sizeof samples[0]) < 0 && errno != EAGAIN) return;
       if (phase == 0) changed_.notify_all();
     }
   }
