@@ -1,6 +1,4 @@
-
 #include <fstream>
-#include <string>
 
 #include <tests/app/ProgramUnderTest.h>
 #include <tests/support/TwoFormatsClip.h>
@@ -9,37 +7,37 @@ namespace clipworks::test {
 namespace {
 
 using nlohmann::json;
-using testing::AllOf;
 using testing::HasSubstr;
 
 /// Two seconds, turned, dated, with an empty edit before the pictures.
-std::filesystem::path phoneClip() {
-  ClipOptions options;
+std::string phoneClip() {
+  ClipOptions options{
+      .timescale = 30, .rotation = 90, .outputArguments = {"-metadata", "creation_time=2024-05-06T07:08:09Z"}};
   for (int i = 0; i < 60; ++i) options.frameTimes.push_back(15 + i);
-  options.timescale = 30;
-  options.rotation = 90;
-  options.outputArguments = {"-metadata", "creation_time=2024-05-06T07:08:09Z"};
   return BarCodeClip(options).path();
+}
+
+/// The first file that the program tells of.
+json toldOf(const std::string& file) {
+  const auto events = eventsOf(runClipworks({"--json", "info", file}));
+  EXPECT_EQ(events.size(), 1U);
+  return events.at(0).at("files").at(0);
 }
 
 TEST(Info, TellsPeopleWhatAFileHolds) {
   const auto result = runClipworks({"info", phoneClip()});
   EXPECT_EQ(result.exitCode, 0) << result;
   EXPECT_EQ(result.standardError, "");
-  EXPECT_THAT(
-      result.standardOutput,
-      AllOf(HasSubstr("2.500 s"), HasSubstr("video  h264  320 × 180  rotated 90°  30 fps"),
-            HasSubstr("8 bits, SDR, colours unknown/unknown/unknown, limited range, constant rate"),
-            HasSubstr("audio  aac   stereo"), HasSubstr("0.000 s – 0.500 s"), HasSubstr("2024-05-06T07:08:09")));
+  for (const char* words :
+       {"2.500 s", "video  h264  320 × 180  rotated 90°  30 fps", "audio  aac   stereo", "0.000 s – 0.500 s",
+        "8 bits, SDR, colours unknown/unknown/unknown, limited range, constant rate", "2024-05-06T07:08:09"}) {
+    EXPECT_THAT(result.standardOutput, HasSubstr(words));
+  }
 }
 
 TEST(Info, TellsProgramsEveryFigure) {
-  const auto result = runClipworks({"--json", "info", phoneClip()});
-  ASSERT_EQ(result.exitCode, 0) << result;
-  const auto events = eventsOf(result);
-  ASSERT_EQ(events.size(), 1U) << result;
-  const json& file = events.front().at("files").at(0);
-  EXPECT_EQ(file.at("path"), phoneClip().string());
+  const json file = toldOf(phoneClip());
+  EXPECT_EQ(file.at("path"), phoneClip());
   EXPECT_NEAR(file.at("duration").at("seconds").get<double>(), 2.5, 0.001);
   const json& video = file.at("tracks").at(0);
   EXPECT_EQ(video.at("width"), 320);
@@ -49,9 +47,7 @@ TEST(Info, TellsProgramsEveryFigure) {
   EXPECT_EQ(video.at("segments").at(0).at("empty"), true);
   EXPECT_NEAR(video.at("segments").at(1).at("target").at("start").at("seconds").get<double>(), 0.5, 0.001);
   const json& audio = file.at("tracks").at(1);
-  EXPECT_EQ(audio.at("codec"), "aac");
-  EXPECT_EQ(audio.at("channels"), 2);
-  EXPECT_EQ(audio.at("sampleRate"), 48000);
+  EXPECT_EQ(json({audio.at("codec"), audio.at("channels"), audio.at("sampleRate")}), json({"aac", 2, 48000}));
 }
 
 TEST(Info, TellsWhatMattersOfAPhonesClip) {
@@ -73,10 +69,9 @@ TEST(Info, TellsWhatMattersOfAPhonesClip) {
   EXPECT_THAT(shown, HasSubstr("subtitles  mov_text"));
 
   const auto plain = BarCodeClip({.outputArguments = {"-movflags", "+faststart"}}).path();
-  std::filesystem::copy_file(plain, directory.file("cut.mp4"));
-  std::filesystem::resize_file(directory.file("cut.mp4"), std::filesystem::file_size(plain) / 2);
-  const auto cut =
-      json::parse(runClipworks({"--json", "info", directory.file("cut.mp4")}).standardOutput).at("files").at(0);
+  fs::copy_file(plain, directory.file("cut.mp4"));
+  fs::resize_file(directory.file("cut.mp4"), fs::file_size(plain) / 2);
+  const json cut = toldOf(directory.file("cut.mp4"));
   EXPECT_GT(cut.at("tracks").at(0).at("pictures").at("missing").get<int>(), 0);
   EXPECT_EQ(cut.at("otherTracks"), json::array());
 }
@@ -89,7 +84,8 @@ TEST(Info, ShowsTheOthersOfAListWhenOneCannotBeRead) {
   const auto shown = runClipworks({"info", files[0], files[1], files[2]});
   EXPECT_EQ(shown.exitCode, 1) << shown;
   EXPECT_THAT(shown.standardError, testing::StartsWith("clipworks: note.mp4 "));
-  EXPECT_THAT(shown.standardOutput, AllOf(HasSubstr(files[0]), HasSubstr(files[2]), HasSubstr("mono")));
+  for (const auto& words : {files[0], files[2], std::string("mono")})
+    EXPECT_THAT(shown.standardOutput, HasSubstr(words));
 
   const auto told = runClipworks({"info", "--json", files[0], files[1], files[2]});
   EXPECT_EQ(told.exitCode, 1) << told;
@@ -103,17 +99,12 @@ TEST(Info, ShowsTheOthersOfAListWhenOneCannotBeRead) {
 TEST(Info, TellsOfAFormatThatChanges) {
   const auto people = runClipworks({"info", twoFormatsClip()});
   EXPECT_THAT(people.standardOutput, HasSubstr("format changes on the way: 256 × 128, then 128 × 128\n")) << people;
-  const auto programs = runClipworks({"--json", "info", twoFormatsClip()});
-  const auto events = eventsOf(programs);
-  EXPECT_EQ(events.front().at("files").at(0).at("tracks").at(0).at("formats"),
+  EXPECT_EQ(toldOf(twoFormatsClip()).at("tracks").at(0).at("formats"),
             json::array({{{"width", 256}, {"height", 128}}, {{"width", 128}, {"height", 128}}}));
 }
 
 TEST(Program, ExplainsItself) {
-  struct {
-    Arguments arguments;
-    std::vector<std::string> says;
-  } const cases[] = {
+  const std::pair<Arguments, Arguments> cases[] = {
       {{"--version"}, {"clipworks 0."}},
       {{"--help"}, {"loop", "info", "--outputs", "Exit codes", "130"}},
       {{"loop", "--help"}, {"--count", "Example"}},

@@ -1,55 +1,50 @@
 // Ending the program in the middle of its work.
 
 #include <csignal>
-#include <cstring>
-#include <string>
 
 #include <tests/app/ProgramUnderTest.h>
-#include <tests/support/BarCodeClip.h>
 
 namespace clipworks::test {
 namespace {
 
-constexpr std::chrono::seconds deadline{60};
 // Reached after the encoder has written, long before its end.
-constexpr const char* underWay = R"("value":0.1)";
+const std::string underWay = R"("value":0.1)";
 
-Arguments slowLoop(const std::filesystem::path& outputs) {
-  return clipworksCommand({"--json", "--outputs", outputs, "--codec", "hevc", "loop", slowClip(), "--count", "3"});
-}
-
-/// Of a picture that lies far behind the only access point.
-Arguments slowFrame(const std::filesystem::path& outputs) {
-  const BarCodeClip clip({.width = 1280, .height = 720, .frames = 300, .gop = 300, .audioCodec = ""});
-  return clipworksCommand({"--json", "--outputs", outputs, "frame", clip.path(), "--at=#299", "--format", "png"});
-}
+Arguments slowLoop() { return {"--json", "--codec", "hevc", "loop", slowClip(), "--count", "3"}; }
 
 TEST(EndingSignal, LeavesNothingAndSaysSo) {
+  // The picture lies far behind the only access point.
+  const BarCodeClip far({.width = 1280, .height = 720, .frames = 300, .gop = 300, .audioCodec = ""});
+  const std::string small = BarCodeClip({.width = 160, .height = 90, .frames = 10}).path();
   const struct {
     int signal;
-    const char* moment;
-    Arguments (*command)(const std::filesystem::path&);
-  } cases[] = {{SIGINT, underWay, slowLoop},
-               {SIGTERM, "progress", slowLoop},
-               {SIGHUP, "progress", slowLoop},
-               {SIGINT, "progress", slowFrame}};
-  for (const auto& [signal, moment, command] : cases) {
-    SCOPED_TRACE(strsignal(signal));
+    std::string moment;
+    Arguments words;
+    std::string before = "";
+  } cases[] = {
+      {SIGINT, underWay, slowLoop()},
+      {SIGTERM, "progress", slowLoop()},
+      {SIGHUP, "progress", slowLoop()},
+      {SIGINT, "progress", {"--json", "frame", far.path(), "--at=#299", "--format", "png"}},
+      {SIGINT, underWay, {"--json", "reverse", slowClip()}},
+      {SIGINT, ", now ", {"--json", "compress", small, slowClip(), "--preset", "1080p"}, "[^\n]*, now [^\n]*\n"}};
+  for (const auto& [signal, moment, words, before] : cases) {
+    SCOPED_TRACE(testing::PrintToString(words) + " and signal " + std::to_string(signal));
     const TemporaryDirectory outputs;
-    RunningProgram program(command(outputs.path()), {.deadline = deadline});
+    RunningProgram program(clipworksCommand(outputs.path(), words));
     ASSERT_TRUE(program.waitForText(moment)) << program.wait();
     program.send(signal);
     const auto result = program.wait();
     EXPECT_EQ(result.exitCode, 130) << result;
-    EXPECT_EQ(result.standardError, "clipworks: interrupted\n");
+    EXPECT_THAT(result.standardError, testing::MatchesRegex(before + "clipworks: interrupted\n"));
     EXPECT_EQ(eventsOf(result).back(), (nlohmann::json{{"event", "error"}, {"message", "interrupted"}})) << result;
-    EXPECT_EQ(namesIn(outputs.path()), std::set<std::string>{});
+    EXPECT_EQ(namesIn(outputs.path()), Names{});
   }
 }
 
 TEST(EndingSignal, EndsAtOnceWhenItComesTwice) {
   const TemporaryDirectory outputs;
-  RunningProgram program(slowLoop(outputs.path()), {.deadline = deadline});
+  RunningProgram program(clipworksCommand(outputs.path(), slowLoop()));
   ASSERT_TRUE(program.waitForText("progress")) << program.wait();
   program.send(SIGINT);
   program.send(SIGTERM);
@@ -58,14 +53,14 @@ TEST(EndingSignal, EndsAtOnceWhenItComesTwice) {
 
 TEST(Kill, LeavesNoFileThatCouldBeTakenForAResult) {
   const TemporaryDirectory outputs;
-  RunningProgram program(slowLoop(outputs.path()), {.deadline = deadline});
+  RunningProgram program(clipworksCommand(outputs.path(), slowLoop()));
   ASSERT_TRUE(program.waitForText(underWay)) << program.wait();
   program.send(SIGKILL);
   EXPECT_EQ(program.wait().signal, SIGKILL);
   for (const auto& name : namesIn(outputs.path())) EXPECT_EQ(name.front(), '.') << name;
 
   // What the killed run left does not disturb the next one.
-  const auto next = runClipworks({"--outputs", outputs.path(), "loop", slowClip(), "--count", "2"});
+  const auto next = runClipworks(outputs.path(), {"loop", slowClip(), "--count", "2"});
   EXPECT_EQ(next.exitCode, 0) << next;
 }
 

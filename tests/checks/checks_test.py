@@ -17,24 +17,15 @@ def lines_of(faults):
 
 class IncludesPointDownwards(unittest.TestCase):
     def test_faults_are_found_where_they_are(self):
+        a = "clipworks/media/asset/A."
         for path, text, public, wanted in [
-            (
-                "clipworks/media/asset/A.cpp",
-                "#include <vector>\n#include <clipworks/media/time/CMTime.h>\n#include <clipworks/looper/A.h>\n",
-                [],
-                [3],
-            ),
+            (a + "cpp", "#include <vector>\n#include <clipworks/media/time/CMTime.h>\n#include <clipworks/looper/A.h>\n", [], [3]),
             ("clipworks/media/time/A.h", '#include "../geometry/CGSize.h"\n#include <clipworks/stray/A.h>\n', [], [1, 2]),
             ("clipworks/engine/A.cpp", "#include <libavutil/frame.h>\n#include <clipworks/media/base/A.h>\n", [], [2]),
             ("clipworks/media/export/A.cpp", "#include <libavutil/frame.h>\n#include <CLI/CLI.hpp>\n", [], [1, 2]),
             ("app/A.cpp", "#include <zimg.h>\n#include <CLI/CLI.hpp>\n#include <sys/stat.h>\n", [], [1]),
             ("python/A.cpp", "#include <app/A.h>\n#include <pybind11/stl.h>\n#include <fmt/format.h>\n", [], [3]),
-            (
-                "clipworks/media/asset/A.h",
-                "#include <tl/expected.hpp>\n#include <unistd.h>\n#include <clipworks/media/base/Secret.h>\n",
-                ["clipworks/media/asset/A.h"],
-                [2, 3],
-            ),
+            (a + "h", "#include <tl/expected.hpp>\n#include <unistd.h>\n#include <clipworks/media/base/Secret.h>\n", [a + "h"], [2, 3]),
         ]:
             self.assertEqual(lines_of(includes.faults_of(path, text, set(public))), wanted, path)
 
@@ -83,11 +74,7 @@ int unseen();
 
 class PublicSymbolsDocumented(unittest.TestCase):
     def test_the_bare_symbols_are_found_and_no_others(self):
-        wanted = [
-            number
-            for number, line in enumerate(SAMPLE.splitlines(), 1)
-            if re.search(r"\bbare|\bBare|explicit|bool f", line)
-        ]
+        wanted = [number for number, line in enumerate(SAMPLE.splitlines(), 1) if re.search(r"\bbare|\bBare|explicit|bool f", line)]
         self.assertEqual(lines_of(documented.faults_of("A.h", SAMPLE)), wanted)
 
 

@@ -38,32 +38,22 @@ LEVELS = {folder: level for level, layer in enumerate(LAYERS) for folder in laye
 
 # What the layers above the engine may include beside each other.
 STANDARD = re.compile(r"[a-z0-9_]+")  # <vector>, <cstdint>
-POSIX = re.compile(
-    r"(dlfcn|errno|fcntl|poll|pthread|pwd|sched|signal|spawn|termios|unistd|sys/[a-z]+|linux/[a-z]+)\.h"
-)
+POSIX = re.compile(r"(dlfcn|errno|fcntl|poll|pthread|pwd|sched|signal|spawn|termios|unistd|sys/[a-z]+|linux/[a-z]+)\.h")
 LIBRARY = re.compile(r"tl/expected\.hpp")
 HOSTS = {"app": re.compile(r"(CLI|nlohmann|fmt)/[A-Za-z/._]+"), "python": re.compile(r"pybind11/[a-z0-9/]+\.h")}
 
+OURS = ("clipworks/", "app/", "python/")
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^">]+)[">]', re.MULTILINE)
 
 
 def folder_of(path):
     """The layer's folder that holds `path`: the longest one named in LAYERS."""
-    for parent in Path(path).parents:
-        if str(parent) in LEVELS:
-            return str(parent)
-    return None
-
-
-def is_ours(target):
-    return target.startswith(("clipworks/", "app/", "python/"))
+    return next((str(parent) for parent in Path(path).parents if str(parent) in LEVELS), None)
 
 
 def outside_fault(folder, target, is_public):
     """Why `folder` may not include this header of another project; None when it may."""
-    if folder.startswith("clipworks/engine") and not is_public:
-        return None
-    if STANDARD.fullmatch(target) or LIBRARY.fullmatch(target):
+    if folder.startswith("clipworks/engine") and not is_public or STANDARD.fullmatch(target) or LIBRARY.fullmatch(target):
         return None
     if is_public:
         return "a public header includes a header that its users may not have"
@@ -93,32 +83,22 @@ def faults_of(path, text, public_headers):
     is_public = str(path) in public_headers
     for match in INCLUDE.finditer(text):
         quote, target = match.groups()
-        if quote == '"' and not is_ours(target):
+        if quote == '"' and not target.startswith(OURS):
             target = os.path.normpath(Path(path).parent / target)
-        fault = (
-            own_fault(folder, target, public_headers, is_public)
-            if is_ours(target)
-            else outside_fault(folder, target, is_public)
-        )
+        is_ours = target.startswith(OURS)
+        fault = own_fault(folder, target, public_headers, is_public) if is_ours else outside_fault(folder, target, is_public)
         if fault:
-            line = text.count("\n", 0, match.start(2)) + 1
-            faults.append(f"{path}:{line}: {target}: {fault}")
+            faults.append(f"{path}:{text.count(chr(10), 0, match.start(2)) + 1}: {target}: {fault}")
     return faults
 
 
 def main(root, headers):
     root = Path(root).resolve()
     public_headers = {str(Path(header).resolve().relative_to(root)) for header in headers}
-    files = sorted(
-        file for top in ("clipworks", "app", "python") for file in (root / top).rglob("*") if file.suffix in (".h", ".cpp")
-    )
+    files = [file for top in ("clipworks", "app", "python") for file in sorted((root / top).rglob("*")) if file.suffix in (".h", ".cpp")]
     if not files:
         sys.exit(f"there are no sources below {root}")
-    faults = [
-        fault
-        for file in files
-        for fault in faults_of(file.relative_to(root), file.read_text(encoding="utf-8"), public_headers)
-    ]
+    faults = [fault for file in files for fault in faults_of(file.relative_to(root), file.read_text(encoding="utf-8"), public_headers)]
     print("\n".join(faults) if faults else f"{len(files)} files, every include points downwards")
     return 1 if faults else 0
 

@@ -68,17 +68,14 @@ def main(repository, program):
     guides = {str(path.relative_to(repository)): text for path, text in pages.items() if path.parent.name != "adr"}
 
     def examples(pattern):
-        return {str(path.relative_to(repository)): path.read_text(encoding="utf-8")
-                for path in repository.glob(f"examples/{pattern}")}
+        return {str(path.relative_to(repository)): path.read_text(encoding="utf-8") for path in repository.glob(f"examples/{pattern}")}
 
     def help_of(command):
         return subprocess.run([program, *command.split(), "--help"], check=True, capture_output=True, text=True).stdout
 
     faults = code_faults(guides, examples("*.cpp"), "cpp") + code_faults(guides, examples("python/*.py"), "python")
-    for path, text in pages.items():
-        faults += link_faults(path, text)
-    for name, text in guides.items():
-        faults += command_faults(name, text, help_of)
+    faults += [fault for path, text in pages.items() for fault in link_faults(path, text)]
+    faults += [fault for name, text in guides.items() for fault in command_faults(name, text, help_of)]
     sys.exit("\n".join(faults) or 0)
 
 

@@ -17,6 +17,8 @@ from pathlib import Path
 
 TYPE = re.compile(r"^(?:template\s*<.*>\s*)?(class|struct|enum(?:\s+class|\s+struct)?|union)\b")
 ACCESS = re.compile(r"^(public|protected|private)\s*:")
+# One that the formatter has laid out: from its line over those that are deeper, to the first that ends it or opens a block.
+DECLARATION = re.compile(r"( *)((?:template <.*\n *)?[^\s}].*?(?:\n\1 +.*?)*?[;{}])[ \x02\x03]*$", re.MULTILINE)
 NEEDS_NONE = re.compile(r"=\s*(?:delete|default)$|\boverride\b|\bfinal$|^friend\b|^using\s+[\w:]+::\w+$|^~|^static_assert")
 
 
@@ -32,133 +34,50 @@ def without_noise(text):
     return re.sub(r"^[ \t]*#(?:[^\n]*\\\n)*[^\n]*", "", text, flags=re.MULTILINE)
 
 
-class Reader:
-    """Walks one header's declarations."""
-
-    def __init__(self, path, text):
-        self.path = path
-        self.text = without_noise(text)
-        self.at = 0
-        self.faults = []
-
-    def scope(self, access, is_class, name):
-        """Reads declarations up to the closing brace. `access` is None in a scope that nobody sees."""
-        documented = False
-        while self.at < len(self.text):
-            skipped = re.compile(r"[\s\x01\x02\x03;]*").match(self.text, self.at).group()
-            self.at += len(skipped)
-            documented = self.docstring_after(skipped, documented)
-            if self.at >= len(self.text) or self.text[self.at] == "}":
-                self.at += 1
-                return
-            label = ACCESS.match(self.text[self.at :])
-            if is_class and label:
-                access = label.group(1) if access is not None else None
-                self.at += label.end()
-                documented = False
-                continue
-            documented = self.declaration(access, is_class, name, documented)
-
-    @staticmethod
-    def docstring_after(skipped, documented):
-        lines = skipped.split("\n")  # the first is the rest of the line before, the last the indentation of what comes
-        for number, line in enumerate(lines):
-            if "\x01" in line:
-                documented = True
-            elif 0 < number < len(lines) - 1 and not line.strip():
-                documented = False
-        return documented
-
-    def declaration(self, access, is_class, name, documented):
-        start = self.at
-        head = self.head()
-        line = self.text.count("\n", 0, start) + 1
-        opener = self.text[self.at] if self.at < len(self.text) else ";"
-        if opener == "{":
-            self.at += 1
-        flat = " ".join(re.sub(r"[\x01\x02\x03]", " ", head).split())
-        flat = re.sub(r"\[\[.*?\]\]\s*", "", flat)
-        flat = flat.replace("CLIPWORKS_API ", "").replace('extern "" ', "")
-        if opener == "{" and re.match(r"^(inline )?namespace\b", flat):
-            hidden = flat in ("namespace", "inline namespace") or "detail" in flat
-            self.scope(None if hidden else access, False, flat)
-            return False
-        kind = TYPE.match(flat)
-        is_seen = access == "public"
-        if kind and opener == "{":
-            if is_seen and not documented:
-                self.report(line, flat)
-            self.body(kind.group(1), flat, access if is_seen else None)
-            return documented
-        if opener == "{":
-            self.skip_block()
-        trailing = re.compile(r"[ \t;]*\x02").match(self.text, self.at)
-        if is_seen and not documented and not trailing and self.needs_docstring(flat, bool(kind), is_class, name):
-            self.report(line, flat)
-        return documented
-
-    def head(self):
-        """Reads up to the `;` or `{` that ends a declaration, past initializers in braces and lists of parameters."""
-        start = self.at
-        depth = 0
-        while self.at < len(self.text):
-            char = self.text[self.at]
-            if char in "(":
-                depth += 1
-            elif char in ")":
-                depth -= 1
-            elif depth == 0 and char == ";":
-                break
-            elif char == "{":
-                before = self.text[start : self.at].rstrip()
-                is_initializer = depth > 0 or (
-                    re.search(r"[\w\]>]$", before) is not None
-                    and "(" not in before
-                    and not TYPE.match(re.sub(r"\[\[.*?\]\]\s*|CLIPWORKS_API ", "", before).strip())
-                    and not re.search(r"\bnamespace\b", before)
-                )
-                if not is_initializer and not before.endswith("="):
-                    break
-                self.at += 1
-                self.skip_block()
-                continue
-            self.at += 1
-        return self.text[start : self.at]
-
-    def body(self, kind, flat, access):
-        if kind.startswith("enum"):
-            self.skip_block()
-            return
-        default = "private" if kind == "class" else "public"
-        found = re.search(r"(\w+)\s*(?:final\s*)?(?::[^:].*)?$", flat)
-        self.scope(default if access is not None else None, True, found.group(1) if found else "")
-
-    def skip_block(self):
-        depth = 1
-        while self.at < len(self.text) and depth:
-            depth += {"{": 1, "}": -1}.get(self.text[self.at], 0)
-            self.at += 1
-
-    @staticmethod
-    def needs_docstring(flat, is_type, is_class, name):
-        if not flat or is_type or NEEDS_NONE.search(flat):
-            return False  # a type without a body is a forward declaration
-        if not is_class:
-            return True
-        if re.fullmatch(rf"(?:explicit |constexpr )*{re.escape(name)} ?\( ?\).*", flat):
-            return False
-        is_alias = flat.startswith("using ")
-        return is_alias or "(" in re.sub(r"=.*|<[^<>]*>", "", flat)
-
-    def report(self, line, flat):
-        self.faults.append(f"{self.path}:{line}: no docstring: {flat[:90]}")
+def needs_docstring(flat, name):
+    """Whether a declaration that opens no type needs one, in the type `name` or, without, in a namespace."""
+    if TYPE.match(flat) or NEEDS_NONE.search(flat):
+        return False  # a type without a body is a forward declaration
+    if not name:
+        return True
+    if re.fullmatch(rf"(?:explicit |constexpr )*{re.escape(name)} ?\( ?\).*", flat):
+        return False
+    return flat.startswith("using ") or "(" in re.sub(r"=.*|<[^<>]*>", "", flat)
 
 
 def faults_of(path, text):
-    reader = Reader(path, text)
-    while reader.at < len(reader.text):
-        reader.scope("public", False, "")
-    return reader.faults
+    text = without_noise(text) + "\n"
+    scopes = [("", "public", False)]  # each one's type, access (None where nobody sees it), and `documented` before it
+    faults, documented, at = [], False, 0
+    while at < len(text):
+        line = text[at : text.index("\n", at)]
+        name, access, before = scopes[-1]
+        label, found = ACCESS.match(line.strip()), DECLARATION.match(text, at)
+        at += len(line) + 1
+        if label:
+            scopes[-1] = (name, access and label[1], before)
+        if label or not line.strip():
+            documented = False
+        elif "\x01" in line:
+            documented = True
+        elif line.strip().startswith("}"):
+            documented = scopes.pop()[2]
+        elif found:
+            at = found.end() + 1
+            flat = re.sub(r"\[\[.*?\]\]|CLIPWORKS_API|[\x01-\x03]", " ", found[2])
+            flat = " ".join(flat.split()).rstrip("; {")
+            type_ = TYPE.match(flat) and re.match(r"[^:{]*?(\w+)( final)?(?: ?[:{]|$)", flat)
+            is_namespace = re.match(r"(inline )?namespace\b", flat)
+            needs = (type_ and "{" in found[2]) or needs_docstring(flat, name)
+            if access == "public" and needs and not is_namespace and not documented and "\x02" not in found[0]:
+                faults.append(f"{path}:{text.count(chr(10), 0, found.start()) + 1}: no docstring: {flat[:90]}")
+            if found[2].endswith("{"):
+                inside = access if is_namespace and not re.search(r"namespace$|detail", flat) else None
+                if type_ and access == "public":
+                    inside = {"class": "private", "struct": "public", "union": "public"}.get(TYPE.match(flat)[1])
+                scopes.append((type_[1] if type_ else "", inside, documented))
+                documented = False
+    return faults
 
 
 def main(headers):

@@ -24,23 +24,26 @@ files_in() {
   (cd "$1" && find . ! -type d | sort)
 }
 
+install_to() {
+  "$cmake" --install "$build_dir" --prefix "$work/$1" "${@:2}" >"$work/log" || fail "$1 cannot be installed: $(cat "$work/log")"
+}
+
 # install_component NAME REGEX: into the prefix; everything that it adds matches REGEX.
 install_component() {
   local strays
-  "$cmake" --install "$build_dir" --prefix "$work/$1" --component "$1" >"$work/install.log" ||
-    fail "the component $1 cannot be installed"
+  install_to "$1" --component "$1"
   strays=$(files_in "$work/$1" | grep -vE "^\./($2|share/doc/.*)\$" || true)
   [[ -z $strays ]] || fail "the component $1 also has $strays"
   cp -a "$work/$1/." "$prefix"
 }
 
-mkdir "$prefix"
+mkdir "$prefix" "$work/pkg-config"
 install_component Runtime "$libdir/libclipworks\.so\.[0-9.]+"
 install_component Development "include/.*|$libdir/(libclipworks\.so|pkgconfig/.*|cmake/.*)"
 install_component Program "bin/clipworks|share/(man|bash-completion|zsh)/.*"
 python_component=$(grep -q '^CLIPWORKS_BUILD_PYTHON:BOOL=ON' "$build_dir/CMakeCache.txt" && echo yes || echo no)
 [[ $python_component == no ]] || install_component Python "lib/python3[0-9.]*/dist-packages/clipworks/.*"
-"$cmake" --install "$build_dir" --prefix "$work/whole" >"$work/install.log" || fail "the build tree cannot be installed"
+install_to whole
 diff <(files_in "$work/whole") <(files_in "$prefix") || fail "the components are not the whole"
 
 "$cmake" -G Ninja -S "$source_dir/tests/consumer/package" -B "$work/build" -DCMAKE_PREFIX_PATH="$prefix" \
@@ -49,24 +52,17 @@ diff <(files_in "$work/whole") <(files_in "$prefix") || fail "the components are
 
 export PKG_CONFIG_PATH=$prefix/$libdir/pkgconfig
 read -ra flags <<<"$(pkg-config --cflags --libs clipworks)"
-mkdir "$work/pkg-config"
 for example in "$source_dir"/examples/*.cpp; do
-  "$cxx" -std=c++20 "$example" "${flags[@]}" -Wl,-rpath,"$prefix/$libdir" \
-    -o "$work/pkg-config/$(basename "$example" .cpp)"
+  "$cxx" -std=c++20 "$example" "${flags[@]}" -Wl,-rpath,"$prefix/$libdir" -o "$work/pkg-config/$(basename "$example" .cpp)"
 done
 
 ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=160x120:rate=30:duration=1 -f lavfi -i sine=duration=1 \
   -c:v libx264 -c:a aac "$work/clip.mp4"
 
 for program in "$work/build/loop" "$work/pkg-config/loop"; do
-  mkdir "$work/out"
-  (cd "$work/out" && timeout 60 "$program" "$work/clip.mp4") >"$work/log" 2>&1 ||
-    fail "$program failed and printed: $(cat "$work/log")"
-  file=$(tail -n 1 "$work/log")
-  count=$(cd "$work/out" && ffprobe -v error -select_streams v -count_frames \
-    -show_entries stream=nb_read_frames -of csv=p=0 "$file")
+  file=$(cd "$work" && timeout 60 "$program" clip.mp4 2>"$work/log" | tail -n 1) || fail "$program failed: $(cat "$work/log")"
+  count=$(cd "$work" && ffprobe -v error -select_streams v -count_frames -show_entries stream=nb_read_frames -of csv=p=0 "$file")
   [[ ${count%%,*} == 90 ]] || fail "$program made '$file' with '$count' pictures instead of 90"
-  rm -r "$work/out"
 done
 if [[ $python_component == yes ]]; then
   turned=$(cd "$work" && PYTHONPATH=$(echo "$prefix"/lib/python3*/dist-packages) /usr/bin/python3 -c \

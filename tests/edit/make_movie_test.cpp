@@ -1,35 +1,22 @@
 // Movies and pictures of edits, as they come out.
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
 #include <future>
-#include <stdexcept>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <clipworks/edit/Chain.h>
 #include <clipworks/edit/TakePicture.h>
 #include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
 #include <tests/support/TemporaryDirectory.h>
-#include <tests/support/Tone.h>
 
 namespace clipworks::test {
 namespace {
 
 namespace fs = std::filesystem;
 using testing::HasSubstr;
-
-std::vector<int> numbersOf(const fs::path& file) {
-  std::vector<int> numbers;
-  for (const auto& picture : MediaJudge(file).pictures()) numbers.push_back(picture.number);
-  return numbers;
-}
 
 /// What is in a directory.
 std::size_t filesIn(const fs::path& directory) {
@@ -56,13 +43,8 @@ TEST(Movie, OfManyStepsIsExactByAllOfThem) {
   std::vector<Progress> told;
   MovieOptions options;
   options.onProgress = [&](const Progress& progress) { told.push_back(progress); };
-  const auto made = Chain(clip.path())
-                        .speed(0.5, 1, 2)
-                        .reverse()
-                        .narrate({{clip.path(), exactSeconds(2), 0}}, 1)
-                        .trim(0.25, 2.25)
-                        .compress(360, 0)
-                        .save(directory.file("made.mp4"), options);
+  const auto chain = Chain(clip.path()).speed(0.5, 1, 2).reverse().narrate({{clip.path(), exactSeconds(2), 0}}, 1);
+  const auto made = chain.trim(0.25, 2.25).compress(360, 0).save(directory.file("made.mp4"), options);
   ASSERT_TRUE(made) << made.error().sentence;
   EXPECT_EQ(MediaJudge(made->path).stream("video").height, 360);
   EXPECT_NEAR(MediaJudge(made->path).duration(), 2, 0.03);
@@ -83,34 +65,28 @@ TEST(Movies, AreMadeEightAtOnce) {
   const TemporaryDirectory directory;
   const BarCodeClip clip({.frames = 30});
   const BarCodeClip hevc({.frames = 30, .videoCodec = "libx265", .preset = "ultrafast"});
-  struct {
-    Chain chain;
-    std::string codec;
-    std::size_t pictures;
-    int height;
-  } const cases[] = {{Chain(clip.path()).loop(3), "h264", 90, 180},
-                     {Chain(hevc.path()).loop(2), "hevc", 60, 180},
-                     {Chain(clip.path()).speed(0.2, 0.8, 2), "h264", 30, 180},
-                     {Chain(hevc.path()).reverse(), "h264", 30, 180},
-                     {Chain(clip.path()).rotate(), "h264", 30, 320},
-                     {Chain(clip.path()).crop({0, 0, 100, 50}), "h264", 30, 50},
-                     {Chain(hevc.path()).compress(90, 0), "h264", 30, 90},
-                     {Chain(clip.path()).narrate({{hevc.path(), kCMTimeZero, 1}}), "h264", 30, 180}};
+  const std::tuple<Chain, std::string, std::size_t, int> cases[] = {
+      {Chain(clip.path()).loop(3), "h264", 90, 180},
+      {Chain(hevc.path()).loop(2), "hevc", 60, 180},
+      {Chain(clip.path()).speed(0.2, 0.8, 2), "h264", 30, 180},
+      {Chain(hevc.path()).reverse(), "h264", 30, 180},
+      {Chain(clip.path()).rotate(), "h264", 30, 320},
+      {Chain(clip.path()).crop({0, 0, 100, 50}), "h264", 30, 50},
+      {Chain(hevc.path()).compress(90, 0), "h264", 30, 90},
+      {Chain(clip.path()).narrate({{hevc.path(), kCMTimeZero, 1}}), "h264", 30, 180}};
   std::vector<std::future<Result<MovieReport, Error>>> making;
   for (const auto& one : cases) {
-    MovieOptions options;
-    options.existing = ExistingFile::numbered;
-    making.push_back(std::async(std::launch::async, [&directory, chain = one.chain, options] {
-      return chain.save(directory.file("made.mp4"), options);
+    making.push_back(std::async(std::launch::async, [&] {
+      return std::get<Chain>(one).save(directory.file("made.mp4"), {.existing = ExistingFile::numbered});
     }));
   }
   for (std::size_t i = 0; i < making.size(); ++i) {
     const auto made = making[i].get();
     ASSERT_TRUE(made) << i << ": " << made.error().sentence;
-    const MediaJudge judge(made->path);
-    EXPECT_EQ(judge.stream("video").codec, cases[i].codec) << i;
-    EXPECT_EQ(judge.stream("video").height, cases[i].height) << i;
-    EXPECT_EQ(judge.pictures().size(), cases[i].pictures) << i;
+    const auto& [chain, codec, pictures, height] = cases[i];
+    const auto stream = MediaJudge(made->path).stream("video");
+    EXPECT_EQ(std::tuple(stream.codec, stream.height), std::tuple(codec, height)) << i;
+    EXPECT_EQ(MediaJudge(made->path).pictures().size(), pictures) << i;
   }
   EXPECT_EQ(filesIn(directory.path()), std::size(cases));
 }
@@ -128,7 +104,7 @@ TEST(Movie, KeepsOrReplacesWhatHasItsName) {
   EXPECT_EQ(numbered->path, directory.file("a-2.mp4"));
   EXPECT_EQ(fs::file_size(place), 3U);
   ASSERT_TRUE(chain.save(place, {.existing = ExistingFile::replaced}));
-  EXPECT_EQ(numbersOf(place).size(), 5U);
+  EXPECT_EQ(MediaJudge(place).pictures().size(), 5U);
   EXPECT_EQ(filesIn(directory.path()), 2U);
 }
 
@@ -187,9 +163,9 @@ TEST(Pictures, AreThoseOfTheEdit) {
                                    {edit->duration(), directory.file("last.png")}},
                                   {.format = StillFormat::png});
   ASSERT_TRUE(taken) << taken.error().sentence;
-  EXPECT_EQ(numbersOf(taken->paths[0]), std::vector<int>{59});
-  EXPECT_EQ(numbersOf(taken->paths[1]), std::vector<int>{44});
-  EXPECT_EQ(numbersOf(taken->paths[2]), std::vector<int>{0});
+  std::vector<int> numbers;
+  for (const auto& path : taken->paths) numbers.push_back(MediaJudge(path).pictures().at(0).number);
+  EXPECT_THAT(numbers, testing::ElementsAre(59, 44, 0));
   const auto outside =
       takePictures(*edit, {{kCMTimeZero, directory.file("a.png")}, {CMTime(4, 1), directory.file("b.png")}});
   ASSERT_FALSE(outside);

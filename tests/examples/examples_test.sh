@@ -15,21 +15,19 @@ ffmpeg -nostdin -v error -f lavfi -i testsrc2=size=1920x1080:rate=10:duration=3 
   -c:v libx264 -preset ultrafast -c:a aac clip.mp4
 ffmpeg -nostdin -v error -f lavfi -i sine=frequency=900:duration=1 -c:a aac voice.m4a
 
+fail() {
+  echo "$1" >&2
+  exit 1
+}
+
 # expect WANTED NAME ARGUMENTS…: WANTED is width,height,pictures of the file whose path the example prints.
 expect() {
   local wanted=$1 name=$2 file facts
-  shift 2
   # Some operations print lines of their own before.
-  file=$(timeout 60 "$programs/clipworks_example_$name" "$@" 2>log | tail -1) || { echo "$name failed: $(cat log)" >&2; exit 1; }
-  if [[ $(realpath "$(dirname "$file")") != "$(realpath .)" ]]; then
-    echo "$name made $file, which is not in the current directory" >&2
-    exit 1
-  fi
+  file=$(timeout 60 "$programs/clipworks_example_$name" "${@:3}" 2>log | tail -1) || fail "$name failed: $(cat log)"
+  [[ $(realpath "$(dirname "$file")") == "$(realpath .)" ]] || fail "$name made $file, which is not in the current directory"
   facts=$(ffprobe -v error -count_packets -select_streams v -show_entries stream=width,height,nb_read_packets -of csv=p=0 "$file")
-  if [[ $facts != "$wanted" ]]; then
-    echo "$name made $file with $facts instead of $wanted" >&2
-    exit 1
-  fi
+  [[ $facts == "$wanted" ]] || fail "$name made $file with $facts instead of $wanted"
 }
 
 expect 720,720,30 chain clip.mp4
@@ -41,9 +39,7 @@ expect 1920,1080,30 speed clip.mp4
 expect 854,480,30 compress clip.mp4
 expect 1920,1080,30 narrate clip.mp4 voice.m4a
 expect 1920,1080,1 frame clip.mp4
-[[ -f backwards.mp4 ]] || { echo "reverse made another file than backwards.mp4" >&2; exit 1; }
-if [[ -n $(find "$HOME" -type f ! -path "*/pulse/*") ]]; then
-  echo "files are left in the user's directories: $(find "$HOME" -type f)" >&2
-  exit 1
-fi
+[[ -f backwards.mp4 ]] || fail "reverse made another file than backwards.mp4"
+left=$(find "$HOME" -type f ! -path "*/pulse/*")
+[[ -z $left ]] || fail "files are left in the user's directories: $left"
 echo "all examples make what they say"

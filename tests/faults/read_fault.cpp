@@ -33,12 +33,12 @@ ssize_t readUpToFault(const char* name, int descriptor, void* bytes, std::size_t
 
 }  // namespace
 
-extern "C" __attribute__((visibility("default"))) ssize_t pread(int descriptor, void* bytes, std::size_t count,
-                                                                off_t offset) {
+extern "C" {
+__attribute__((visibility("default"))) ssize_t pread(int descriptor, void* bytes, std::size_t count, off_t offset) {
   return readUpToFault("pread", descriptor, bytes, count, offset);
 }
 
-extern "C" __attribute__((visibility("default"))) ssize_t pread64(int descriptor, void* bytes, std::size_t count,
-                                                                  off_t offset) {
+__attribute__((visibility("default"))) ssize_t pread64(int descriptor, void* bytes, std::size_t count, off_t offset) {
   return readUpToFault("pread64", descriptor, bytes, count, offset);
+}
 }

@@ -9,12 +9,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <functional>
 #include <map>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -37,13 +32,10 @@ std::atomic<bool> isForgotten = false;
 
 bool isOver() { return successes + failures > 0 || isForgotten; }
 
-/// Held by a completion: notes that it goes.
-struct Token {
-  ~Token() { isForgotten = true; }
-};
-
+/// Notes, too, that it goes.
 auto completion() {
-  return [token = std::make_shared<Token>()](const auto& result) { ++(result ? successes : failures); };
+  const std::shared_ptr<void> token(nullptr, [](void*) { isForgotten = true; });
+  return [token](const auto& result) { ++(result ? successes : failures); };
 }
 
 struct Listener : VideoNarrationUtilsDelegate {
@@ -61,17 +53,41 @@ void pump(std::chrono::milliseconds time, const std::function<bool()>& isEnough)
 /// What has to be kept meanwhile.
 using Kept = std::shared_ptr<void>;
 
-Kept compress(const URL& clip, std::size_t count) {
+/// A batch of as many; without any, a preview.
+template <std::size_t count>
+Kept compress(const URL& clip) {
   const auto compressor = VideoCompressorUtils::make();
-  const auto whole = [count, done = completion()](const auto& result) {
+  const auto done = completion();
+  const auto whole = [done](const auto& result) {
     if (result) std::printf("%zu of %zu\n", result->size(), count);
     done(result);
   };
-  compressor->compress(std::vector<URL>(count, clip), VideoCompressorUtils::Parameters(Quality144p()), whole);
+  const VideoCompressorUtils::Parameters small{Quality144p()};
+  count == 0 ? compressor->previewCompression(clip, small, done)
+             : compressor->compress(std::vector<URL>(count, clip), small, whole);
   return compressor;
 }
 
-Kept record() {
+template <bool isCrop>
+Kept turn(const URL& clip) {
+  const auto utils = VideoRotateUtils::make();
+  isCrop ? utils->cropVideo(clip, CGRect{{0, 0}, {32, 32}}, completion()) : utils->rotateVideo(clip, completion());
+  return utils;
+}
+
+Kept reverse(const URL& clip) {
+  const auto converter = VideoReverseConverter::make(clip);
+  converter->reverse("back", completion());
+  return converter;
+}
+
+Kept askForPermission(const URL&) {
+  const auto narration = VideoNarrationUtils::make();
+  narration->requestAuthorization(completion());
+  return narration;
+}
+
+Kept record(const URL&) {
   const auto narration = VideoNarrationUtils::make();
   const auto listener = std::make_shared<Listener>();
   if (!narration->startNarration(kCMTimeZero, listener)) ++failures;
@@ -94,12 +110,10 @@ Kept exportSession(const URL& clip) {
 Kept images(const URL& clip) {
   const auto generator = AVAssetImageGenerator::make(AVAsset::make(clip));
   const CMTime last(1, 5);
-  generator->generateCGImagesAsynchronously(
-      {kCMTimeZero, last},
-      [last, done = completion()](const CMTime& time, const std::shared_ptr<const CGImage>& image, const CMTime&,
-                                  AVAssetImageGeneratorResult, const std::optional<NSError>&) {
-        if (time == last) done(image != nullptr);
-      });
+  const auto seen = [last, done = completion()](const CMTime& time, const auto& image, auto&&...) {
+    if (time == last) done(image != nullptr);
+  };
+  generator->generateCGImagesAsynchronously({kCMTimeZero, last}, seen);
   return generator;
 }
 
@@ -117,55 +131,23 @@ Kept narrate(const URL& clip) {
   return narration;
 }
 
-Kept start(const std::string& operation, const URL& clip) {
-  const auto keep = [](const auto& object, const auto& use) {
-    use(*object);
-    return Kept(object);
-  };
-  const std::map<std::string, std::function<Kept()>> operations{
-      {"loop", [&] { return loop(clip); }},
-      {"speed",
-       [&] {
-         return keep(VideoSpeedConverter::make(clip), [](auto& converter) {
-           converter.applySpeedChange(0.1, 0.2, 2, std::nullopt, VideoSpeedConverter::ConversionQuality::high,
-                                      completion());
-         });
-       }},
-      {"compress", [&] { return compress(clip, 6); }},
-      {"long_batch", [&] { return compress(clip, 300); }},
-      {"preview",
-       [&] {
-         return keep(VideoCompressorUtils::make(), [&](auto& compressor) {
-           compressor.previewCompression(clip, VideoCompressorUtils::Parameters(Quality144p()), completion());
-         });
-       }},
-      {"reverse",
-       [&] { return keep(VideoReverseConverter::make(clip), [](auto& c) { c.reverse("back", completion()); }); }},
-      {"rotate", [&] { return keep(VideoRotateUtils::make(), [&](auto& r) { r.rotateVideo(clip, completion()); }); }},
-      {"crop",
-       [&] {
-         return keep(VideoRotateUtils::make(), [&](auto& r) {
-           r.cropVideo(clip, CGRect{{0, 0}, {32, 32}}, completion());
-         });
-       }},
-      {"narrate", [&] { return narrate(clip); }},
-      {"record", [] { return record(); }},
-      {"permission",
-       [&] {
-         return keep(VideoNarrationUtils::make(),
-                     [](auto& narration) { narration.requestAuthorization(completion()); });
-       }},
-      {"frame",
-       [&] {
-         return keep(VideoToPhotoUtils::make(clip), [](auto& photo) {
-           photo.getFrameAt(kCMTimeZero, std::nullopt, VideoToPhotoUtils::ExportFormat::heic, completion());
-         });
-       }},
-      {"images", [&] { return images(clip); }},
-      {"export", [&] { return exportSession(clip); }},
-  };
-  return operations.at(operation)();
+Kept speed(const URL& clip) {
+  const auto converter = VideoSpeedConverter::make(clip);
+  converter->applySpeedChange(0.1, 0.2, 2, std::nullopt, VideoSpeedConverter::ConversionQuality::high, completion());
+  return converter;
 }
+
+Kept frame(const URL& clip) {
+  const auto photo = VideoToPhotoUtils::make(clip);
+  photo->getFrameAt(kCMTimeZero, std::nullopt, VideoToPhotoUtils::ExportFormat::heic, completion());
+  return photo;
+}
+
+const std::map<std::string, Kept (*)(const URL&)> operations{
+    {"loop", loop},           {"speed", speed},         {"compress", compress<6>},        {"long_batch", compress<300>},
+    {"preview", compress<0>}, {"reverse", reverse},     {"rotate", turn<false>},          {"crop", turn<true>},
+    {"narrate", narrate},     {"record", record},       {"permission", askForPermission}, {"frame", frame},
+    {"images", images},       {"export", exportSession}};
 
 /// The limit binds no root, and counts whatever the user has: so this becomes a user that nobody else is.
 bool allowThreads(int count) {
@@ -185,7 +167,7 @@ int main(int argc, char** argv) {
   FileSystem::shared().setTempURL(URL("."));
   FileManager::default_().setDocumentDirectory(URL("."));
   if (mode == "threads" && !allowThreads(number)) return 2;
-  const Kept kept = start(argv[1], URL(argv[2]));
+  const Kept kept = operations.at(argv[1])(URL(argv[2]));
   if (mode != "threads") {
     pump(std::chrono::milliseconds(number), [] { return false; });
     if (mode == "exit") std::exit(0);

@@ -1,6 +1,8 @@
 """The Python package, used as its users use it, on clips that ffmpeg makes."""
 
+import contextlib
 import multiprocessing
+import operator
 import os
 import signal
 import subprocess
@@ -9,6 +11,7 @@ import tempfile
 import threading
 import time
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import clipworks
@@ -26,25 +29,37 @@ def facts(path, entries="stream=codec_name,width,height,nb_read_packets"):
     return subprocess.run([*command, entries, path], check=True, capture_output=True, text=True).stdout.strip()
 
 
+def run(*arguments, **options):
+    return subprocess.run([sys.executable, *arguments], capture_output=True, text=True, timeout=60, **options)
+
+
+def example(name, *arguments, **options):
+    return run(os.path.join(os.environ["EXAMPLES"], name), *arguments, **options)
+
+
 def loop_in_child(clip, outputs, results):
     results.put(str(clipworks.loop(clip, 1, outputs=outputs)))
+
+
+def stop(progress, error=StopIteration):
+    if progress > 0:
+        raise error("enough")
 
 
 class Operations(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.directory = tempfile.TemporaryDirectory()
-        cls.folder = Path(cls.directory.name)
+        cls.folder = Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
         cls.clip = cls.folder / "-clip with a space.mp4"
         make_clip(cls.clip, "-metadata", "creation_time=2024-05-06T07:08:09Z")
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.directory.cleanup()
 
     def setUp(self):
         self.outputs = self.folder / self.id().rpartition(".")[2]
         self.outputs.mkdir()
+
+    def make(self, name, *arguments, **options):
+        make_clip(self.folder / name, *arguments, **options)
+        return self.folder / name
 
     def test_every_operation_returns_the_path_of_what_it_made(self):
         clip, options = self.clip, {"outputs": self.outputs}
@@ -65,9 +80,8 @@ class Operations(unittest.TestCase):
         self.assertLessEqual({"slow.mp4", "backwards.mp4", "reversed_audio.m4a", "third.png"}, {p.name for p in wanted})
 
     def test_codec_and_metadata_are_chosen_anew_for_each_call(self):
-        made = {}
-        for codec in "hevc", "h264", "auto":
-            made[codec] = clipworks.rotate(self.clip, outputs=self.outputs, codec=codec, strip_metadata=codec == "h264")
+        made = {codec: clipworks.rotate(self.clip, outputs=self.outputs, codec=codec, strip_metadata=codec == "h264")
+                for codec in ("hevc", "h264", "auto")}
         codecs = {codec: facts(path, "stream=codec_name") for codec, path in made.items()}
         self.assertEqual(codecs, {"hevc": "hevc", "h264": "h264", "auto": "h264"})
         # After a call that keeps HEVC off: what is HEVC stays so.
@@ -77,18 +91,10 @@ class Operations(unittest.TestCase):
         self.assertEqual(dated, {"hevc", "auto"})
 
     def test_progress_rises_on_the_calling_thread_while_others_run(self):
-        told, ticks = [], [0]
-        done = threading.Event()
-
-        def tick():
-            while not done.wait(0.001):
-                ticks[0] += 1
-
-        other = threading.Thread(target=tick)
+        told, ticks, done = [], [], threading.Event()
+        other = threading.Thread(target=lambda: ticks.extend(iter(lambda: done.wait(0.001), True)))
+        clip = self.make("longer.mp4", size="1280x720", seconds=6)
         other.start()
-        clip = self.folder / "longer.mp4"
-        make_clip(clip, size="1280x720", seconds=6)
-        ticks[0] = 0
         clipworks.rotate(clip, outputs=self.outputs, progress=lambda value: told.append((value, threading.get_ident())))
         done.set()
         other.join()
@@ -97,7 +103,7 @@ class Operations(unittest.TestCase):
         self.assertEqual(values, sorted(set(values)))
         self.assertEqual((values[0], values[-1]), (0, 1))
         self.assertEqual({thread for _, thread in told}, {threading.get_ident()})
-        self.assertGreater(ticks[0], 20)
+        self.assertGreater(len(ticks), 20)
 
     def test_a_chain_is_one_movie(self):
         clip = clipworks.open(self.clip).speed(0.5, 1, 2).crop((100, 0, 180, 180)).compress("144p")
@@ -112,23 +118,16 @@ class Operations(unittest.TestCase):
         self.assertEqual(facts(clip.frame("#19", self.outputs / "last.png")), "png,144,144,1")
 
     def test_eight_work_at_once(self):
-        clip = self.folder / "one of eight.mp4"
-        make_clip(clip, size="640x360", seconds=3)
-        spans, made = [], []
+        clip = self.make("one of eight.mp4", size="640x360", seconds=3)
 
-        def turn():
-            began = time.monotonic()
-            made.append(clipworks.rotate(clip, outputs=self.outputs))
-            spans.append((began, time.monotonic()))
+        def turn(_):
+            return time.monotonic(), clipworks.rotate(clip, outputs=self.outputs), time.monotonic()
 
-        threads = [threading.Thread(target=turn) for _ in range(8)]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
+        with ThreadPoolExecutor(8) as threads:
+            began, made, ended = zip(*threads.map(turn, range(8)))
         self.assertEqual([facts(path, "stream=height,nb_read_packets") for path in made], ["640,30"] * 8)
         self.assertEqual(len(set(made)), 8)
-        self.assertLess(max(began for began, _ in spans), min(ended for _, ended in spans), "they took turns")
+        self.assertLess(max(began), min(ended), "they took turns")
 
     def test_what_goes_wrong_is_raised_and_leaves_nothing(self):
         options = {"outputs": self.outputs}
@@ -157,13 +156,7 @@ class Operations(unittest.TestCase):
         self.assertEqual(list(self.outputs.iterdir()), [])
 
     def test_an_exception_of_the_callback_ends_the_operation(self):
-        clip = self.folder / "not short.mp4"
-        make_clip(clip, size="1280x720", seconds=10)
-
-        def stop(progress):
-            if progress > 0:
-                raise StopIteration("enough")
-
+        clip = self.make("not short.mp4", size="1280x720", seconds=10)
         for call in (clipworks.rotate, clipworks.reverse):
             with self.subTest(call.__name__), self.assertRaisesRegex(StopIteration, "enough"):
                 call(clip, outputs=self.outputs, progress=stop)
@@ -178,33 +171,18 @@ class Operations(unittest.TestCase):
         self.assertEqual(facts(clipworks.loop(self.clip, 2, outputs=self.outputs), "stream=nb_read_packets"), "40")
 
     def test_failures_and_interruptions_leave_nothing_open(self):
-        whole = self.folder / "whole.mp4"
-        make_clip(whole, "-movflags", "+faststart", size="640x360", seconds=4)
+        whole = self.make("whole.mp4", "-movflags", "+faststart", size="640x360", seconds=4)
         cut = self.folder / "cut.mp4"
         cut.write_bytes(whole.read_bytes()[: whole.stat().st_size // 2])
 
-        def stop(progress):
-            if progress > 0:
-                raise KeyboardInterrupt
-
         def try_everything():
-            for clip, progress in (cut, None), (whole, stop), (self.folder / "broken-too.mp4", None):
+            for clip, progress in (cut, None), (whole, lambda value: stop(value, KeyboardInterrupt)), (self.folder / "broken-too.mp4", None):
                 clip.touch()
-                options = {"outputs": self.outputs, "progress": progress}
-                for operation, arguments in (
-                    (clipworks.loop, (2,)),
-                    (clipworks.speed, (0.5, 1, 2)),
-                    (clipworks.compress, ("144p",)),
-                    (clipworks.reverse, ()),
-                    (clipworks.rotate, ()),
-                    (clipworks.crop, ((0, 0, 100, 100),)),
-                    (clipworks.frame, (3.9,)),
-                    (clipworks.narrate, ([(clip, 0)],)),
-                ):
-                    try:
-                        operation(clip, *arguments, **options)
-                    except (clipworks.Error, KeyboardInterrupt):
-                        pass
+                for operation, *arguments in (
+                        (clipworks.loop, 2), (clipworks.speed, 0.5, 1, 2), (clipworks.compress, "144p"), (clipworks.reverse,), (clipworks.rotate,),
+                        (clipworks.crop, (0, 0, 100, 100)), (clipworks.frame, 3.9), (clipworks.narrate, [(clip, 0)])):
+                    with contextlib.suppress(clipworks.Error, KeyboardInterrupt):
+                        operation(clip, *arguments, outputs=self.outputs, progress=progress)
 
         def open_and_running():
             return len(os.listdir("/proc/self/fd")), len(os.listdir("/proc/self/task"))
@@ -214,16 +192,15 @@ class Operations(unittest.TestCase):
         for _ in range(3):
             try_everything()
         # The library's own threads go on for a moment, and keep some for the next work.
+        most = (descriptors, threads + 4)
         deadline = time.monotonic() + 20
-        while open_and_running() > (descriptors, threads + 4) and time.monotonic() < deadline:
+        while (is_more := any(map(operator.gt, open_and_running(), most))) and time.monotonic() < deadline:
             time.sleep(0.1)
-        self.assertLessEqual(open_and_running()[0], descriptors)
-        self.assertLessEqual(open_and_running()[1], threads + 4)
+        self.assertFalse(is_more, (open_and_running(), most))
         self.assertEqual([path.name for path in self.outputs.iterdir() if path.name.startswith(".")], [])
 
     def test_control_c_ends_the_operation(self):
-        clip = self.folder / "long.mp4"
-        make_clip(clip, size="1280x720", seconds=60)
+        clip = self.make("long.mp4", size="1280x720", seconds=60)
         script = f"import clipworks; clipworks.rotate({str(clip)!r}, outputs={str(self.outputs)!r})"
         child = subprocess.Popen([sys.executable, "-c", script], stderr=subprocess.PIPE, text=True)
         time.sleep(1.5)  # well into it: a minute of 720p takes longer
@@ -233,14 +210,13 @@ class Operations(unittest.TestCase):
         self.assertEqual(list(self.outputs.iterdir()), [])
 
     def test_the_interpreter_ends_in_the_midst_of_it(self):
-        clip = self.folder / "for a daemon.mp4"
-        make_clip(clip, size="1280x720", seconds=10)
+        clip = self.make("for a daemon.mp4", size="1280x720", seconds=10)
         script = f"""if True:
             import clipworks, threading, time
             work = lambda: clipworks.rotate({str(clip)!r}, outputs={str(self.outputs)!r})
             threading.Thread(target=work, daemon=True).start()
             time.sleep(0.3)"""
-        ran = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True, timeout=60)
+        ran = run("-c", script)
         self.assertEqual((ran.returncode, list(self.outputs.iterdir())), (0, []), ran.stderr)
 
     def test_new_processes_work_forked_ones_too(self):
@@ -255,8 +231,7 @@ class Operations(unittest.TestCase):
 
     def test_the_first_example_loops_a_clip(self):
         os.link(self.clip, self.outputs / "clip.mp4")
-        example = os.path.join(os.environ["EXAMPLES"], "loop.py")
-        ran = subprocess.run([sys.executable, example], cwd=self.outputs, capture_output=True, text=True)
+        ran = example("loop.py", cwd=self.outputs)
         self.assertRegex(ran.stdout, r"^0.0\n(.*\n)*1.0\n.*\.mp4 6.0\d*\n$", ran.stderr)
 
     def test_the_example_compresses_a_folder(self):
@@ -264,8 +239,7 @@ class Operations(unittest.TestCase):
         clips.mkdir()
         make_clip(clips / "a.mp4", "-metadata", "creation_time=2024-05-06T07:08:09Z")
         (clips / "b.mp4").write_bytes(b"no movie")
-        example = os.path.join(os.environ["EXAMPLES"], "batch_compress.py")
-        ran = subprocess.run([sys.executable, example, clips, self.outputs / "small"], capture_output=True, text=True)
+        ran = example("batch_compress.py", clips, self.outputs / "small")
         self.assertEqual(ran.returncode, 0, ran.stderr)
         self.assertRegex(ran.stdout, r"^\na.mp4 of 2024-05-06.*: \d+ bytes, now \d+ in .*\.mp4\n$")
         self.assertIn("b.mp4", ran.stderr)

@@ -18,7 +18,9 @@ constexpr double leastContrast = 24;
 /// How near to black or white a cell must be, as a share of their difference. A blend of two pictures is at a half.
 constexpr double tolerance = 0.3;
 
-using Cells = std::array<std::array<double, BarCode::columns>, BarCode::rows>;
+constexpr std::size_t cellCount = std::size_t{BarCode::columns} * BarCode::rows;
+/// What each cell shows, row by row.
+using Cells = std::array<double, cellCount>;
 
 std::uint32_t crc8(std::uint32_t number) {
   std::uint32_t crc = 0xA5;  // not 0, so that number 0 is not all black
@@ -45,12 +47,11 @@ double meanOfCell(const GreyPicture& picture, int column, int row, const Orienta
     return seenAt(BarCode::panelStart + BarCode::panelLength * (column + inset) / BarCode::columns,
                   BarCode::panelStart + BarCode::panelLength * (row + inset) / BarCode::rows, orientation);
   };
-  auto [x0, y0] = point(0.25);
-  auto [x1, y1] = point(0.75);
+  const auto [x0, y0] = point(0.25);
+  const auto [x1, y1] = point(0.75);
   const auto range = [](double a, double b, int size) {
-    const int from = static_cast<int>(std::lround(std::min(a, b) * size));
-    const int to = static_cast<int>(std::lround(std::max(a, b) * size));
-    return std::pair{std::min(from, size - 1), std::min(std::max(to, from + 1), size)};
+    const int from = std::min(static_cast<int>(std::lround(std::min(a, b) * size)), size - 1);
+    return std::pair{from, std::clamp(static_cast<int>(std::lround(std::max(a, b) * size)), from + 1, size)};
   };
   const auto [left, right] = range(x0, x1, picture.width);
   const auto [top, bottom] = range(y0, y1, picture.height);
@@ -61,41 +62,32 @@ double meanOfCell(const GreyPicture& picture, int column, int row, const Orienta
   return sum / ((right - left) * (bottom - top));
 }
 
-/// Scales the cells so that black is 0 and white is 1; false when the first and last rows show no such levels.
-bool level(Cells& cells) {
-  double white = 0;
-  double black = 0;
-  int whites = 0;
-  for (const int row : {0, BarCode::rows - 1}) {
-    for (std::size_t column = 0; column < BarCode::columns; ++column) {
-      const bool isWhite = BarCode::isWhite(0, static_cast<int>(column), row);
-      (isWhite ? white : black) += cells[static_cast<std::size_t>(row)][column];
-      whites += isWhite ? 1 : 0;
-    }
-  }
-  white /= whites;
-  black /= 2 * BarCode::columns - whites;
-  if (white - black < leastContrast) return false;
-  for (auto& row : cells) {
-    for (double& cell : row) cell = (cell - black) / (white - black);
-  }
-  return true;
-}
-
 std::optional<int> numberOf(const Cells& cells) {
+  const auto isWhite = [](int number, std::size_t cell) {
+    return BarCode::isWhite(number, static_cast<int>(cell) % BarCode::columns,
+                            static_cast<int>(cell) / BarCode::columns);
+  };
+  // The first and last rows show the levels, the rows between the number and its check.
+  constexpr std::size_t first = BarCode::columns;
+  constexpr std::size_t last = cellCount - BarCode::columns;
+  std::array<double, 2> sums{};
+  std::array<int, 2> counts{};
   std::uint32_t bits = 0;
-  for (std::size_t row = 1; row + 1 < BarCode::rows; ++row) {
-    for (const double cell : cells[row]) bits = bits << 1 | (cell > 0.5 ? 1U : 0U);
+  for (std::size_t i = 0; i < cells.size(); ++i) {
+    if (i >= first && i < last) continue;
+    sums.at(isWhite(0, i)) += cells.at(i);
+    ++counts.at(isWhite(0, i));
   }
-  const std::uint32_t number = bits >> 8;
-  for (std::size_t row = 0; row < BarCode::rows; ++row) {
-    for (std::size_t column = 0; column < BarCode::columns; ++column) {
-      const bool white = BarCode::isWhite(static_cast<int>(number), static_cast<int>(column), static_cast<int>(row));
-      const double distance = white ? 1 - cells[row][column] : cells[row][column];
-      if (distance > tolerance) return std::nullopt;
-    }
+  const double black = sums[0] / counts[0];
+  const double contrast = sums[1] / counts[1] - black;
+  if (contrast < leastContrast) return std::nullopt;
+  for (std::size_t i = first; i < last; ++i) bits = bits << 1 | (cells.at(i) > black + contrast / 2 ? 1U : 0U);
+  const int number = static_cast<int>(bits >> 8);
+  for (std::size_t i = 0; i < cells.size(); ++i) {
+    const double level = (cells.at(i) - black) / contrast;
+    if ((isWhite(number, i) ? 1 - level : level) > tolerance) return std::nullopt;
   }
-  return static_cast<int>(number);
+  return number;
 }
 
 }  // namespace
@@ -116,12 +108,9 @@ std::optional<BarCode> BarCode::read(const GreyPicture& picture) {
     for (int turns = 0; turns < 4; ++turns) {
       const Orientation orientation{mirrored, turns};
       Cells cells{};
-      for (std::size_t row = 0; row < rows; ++row) {
-        for (std::size_t column = 0; column < columns; ++column) {
-          cells[row][column] = meanOfCell(picture, static_cast<int>(column), static_cast<int>(row), orientation);
-        }
+      for (int i = 0; i < columns * rows; ++i) {
+        cells.at(static_cast<std::size_t>(i)) = meanOfCell(picture, i % columns, i / columns, orientation);
       }
-      if (!level(cells)) continue;
       if (const std::optional<int> number = numberOf(cells)) return BarCode{*number, orientation};
     }
   }

@@ -4,8 +4,6 @@
 #include <array>
 #include <deque>
 #include <fstream>
-#include <iterator>
-#include <sstream>
 #include <stdexcept>
 #include <utility>
 
@@ -25,17 +23,13 @@ constexpr int black = 16;
 
 /// The pictures' times in whole ticks.
 struct Timing {
-  int timescale = 1;
+  int timescale;
   std::vector<std::int64_t> times;
-  std::int64_t lastLength = 0;
+  std::int64_t lastLength;
 
-  explicit Timing(const ClipOptions& options) {
-    if (options.frameTimes.empty()) {
-      timescale = options.rate.num;
-      lastLength = options.rate.den;
-      for (int i = 0; i < options.frames; ++i) times.push_back(std::int64_t{i} * options.rate.den);
-      return;
-    }
+  explicit Timing(const ClipOptions& options) : timescale(options.rate.num), lastLength(options.rate.den) {
+    for (int i = 0; i < options.frames; ++i) times.push_back(std::int64_t{i} * options.rate.den);
+    if (options.frameTimes.empty()) return;
     if (options.timescale <= 0) throw std::invalid_argument("explicit picture times need a time scale");
     timescale = options.timescale;
     times = options.frameTimes;
@@ -47,8 +41,10 @@ struct Timing {
   [[nodiscard]] double end() const { return times.empty() ? 0 : seconds(times.back() + lastLength); }
 };
 
-void appendLittleEndian(std::string& to, std::uint64_t value, int bytes) {
-  for (int i = 0; i < bytes; ++i) to.push_back(static_cast<char>(value >> (8 * i) & 0xFF));
+std::string littleEndian(std::uint64_t value, int bytes) {
+  std::string text;
+  for (int i = 0; i < bytes; ++i) text.push_back(static_cast<char>(value >> (8 * i) & 0xFF));
+  return text;
 }
 
 /// 0 … 127 … 0 over 256 steps: moves without sharp edges.
@@ -57,74 +53,45 @@ int wave(int phase) {
   return phase < 128 ? phase : 255 - phase;
 }
 
-/// The raw pictures in an IVF stream, the simplest container that gives each picture a time of its own.
-class PictureStream {
- public:
-  PictureStream(const ClipOptions& options, const Timing& timing)
-      : width_(options.width), height_(options.height), timing_(timing) {}
+/// The luma of the bar code at a pixel of a plane; -1 beside the panel.
+int cellAt(int number, int x, int y, int width, int height) {
+  const double u = ((x + 0.5) / width - BarCode::panelStart) / BarCode::panelLength;
+  const double v = ((y + 0.5) / height - BarCode::panelStart) / BarCode::panelLength;
+  if (u < 0 || u >= 1 || v < 0 || v >= 1) return -1;
+  const int column = static_cast<int>(u * BarCode::columns);
+  return BarCode::isWhite(number, column, static_cast<int>(v * BarCode::rows)) ? white : black;
+}
 
-  /// The next bytes; none at the end.
-  std::string next() {
-    std::string bytes = started_ ? "" : header();
-    started_ = true;
-    if (number_ < timing_.times.size()) {
-      const std::string picture = paint(static_cast<int>(number_));
-      appendLittleEndian(bytes, picture.size(), 4);
-      appendLittleEndian(bytes, static_cast<std::uint64_t>(timing_.times[number_]), 8);
-      bytes += picture;
-      ++number_;
-    }
-    return bytes;
-  }
-
- private:
-  [[nodiscard]] std::string header() const {
-    std::string bytes = "DKIF";
-    appendLittleEndian(bytes, 0, 2);   // version
-    appendLittleEndian(bytes, 32, 2);  // length of this header
-    bytes += "I420";
-    appendLittleEndian(bytes, static_cast<std::uint64_t>(width_), 2);
-    appendLittleEndian(bytes, static_cast<std::uint64_t>(height_), 2);
-    appendLittleEndian(bytes, static_cast<std::uint64_t>(timing_.timescale), 4);
-    appendLittleEndian(bytes, 1, 4);
-    appendLittleEndian(bytes, timing_.times.size(), 8);
-    return bytes;
-  }
-
-  [[nodiscard]] std::string paint(int number) const {
-    std::string planes;
-    for (const int plane : {0, 1, 2}) {
-      const int width = plane == 0 ? width_ : (width_ + 1) / 2;
-      const int height = plane == 0 ? height_ : (height_ + 1) / 2;
-      for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-          const int cell = cellAt(number, x, y, width, height);
-          const int background = plane == 0   ? 40 + wave(2 * x + y + 4 * number)
-                                 : plane == 1 ? 90 + wave(x + 3 * number) / 2
-                                              : 100 + wave(2 * y - 2 * number) / 2;
-          planes.push_back(static_cast<char>(cell < 0 ? background : plane == 0 ? cell : 128));
-        }
+std::string paint(const ClipOptions& options, int number) {
+  std::string planes;
+  for (const int plane : {0, 1, 2}) {
+    const int width = plane == 0 ? options.width : (options.width + 1) / 2;
+    const int height = plane == 0 ? options.height : (options.height + 1) / 2;
+    for (int y = 0; y < height; ++y) {
+      for (int x = 0; x < width; ++x) {
+        const int cell = cellAt(number, x, y, width, height);
+        const int background = plane == 0   ? 40 + wave(2 * x + y + 4 * number)
+                               : plane == 1 ? 90 + wave(x + 3 * number) / 2
+                                            : 100 + wave(2 * y - 2 * number) / 2;
+        planes.push_back(static_cast<char>(cell < 0 ? background : plane == 0 ? cell : 128));
       }
     }
-    return planes;
   }
+  return planes;
+}
 
-  /// The luma of the bar code at a pixel of a plane; -1 beside the panel.
-  static int cellAt(int number, int x, int y, int width, int height) {
-    const double u = ((x + 0.5) / width - BarCode::panelStart) / BarCode::panelLength;
-    const double v = ((y + 0.5) / height - BarCode::panelStart) / BarCode::panelLength;
-    if (u < 0 || u >= 1 || v < 0 || v >= 1) return -1;
-    const int column = static_cast<int>(u * BarCode::columns);
-    const int row = static_cast<int>(v * BarCode::rows);
-    return BarCode::isWhite(number, column, row) ? white : black;
+/// The raw pictures as an IVF stream, the simplest container that gives each picture a time of its own: a header, then
+/// each picture; none at the end.
+std::string streamPart(const ClipOptions& options, const Timing& timing, std::size_t part) {
+  const auto number = [](auto value, int bytes) { return littleEndian(static_cast<std::uint64_t>(value), bytes); };
+  if (timing.times.empty() || part > timing.times.size()) return "";
+  if (part == 0) {
+    return "DKIF" + number(0, 2) + number(32, 2) + "I420" + number(options.width, 2) + number(options.height, 2) +
+           number(timing.timescale, 4) + number(1, 4) + number(timing.times.size(), 8);
   }
-
-  int width_;
-  int height_;
-  const Timing& timing_;
-  std::size_t number_ = 0;
-  bool started_ = false;
-};
+  const std::string picture = paint(options, static_cast<int>(part) - 1);
+  return number(picture.size(), 4) + number(timing.times[part - 1], 8) + picture;
+}
 
 void append(std::vector<std::string>& to, std::initializer_list<std::string> more) {
   to.insert(to.end(), more.begin(), more.end());
@@ -148,15 +115,12 @@ void appendVideoArguments(std::vector<std::string>& argv, const ClipOptions& opt
   const std::string gop = std::to_string(options.gop);
   append(argv, {"-map", "0:v", "-fps_mode", "passthrough", "-enc_time_base:v", "-1", "-c:v", options.videoCodec});
   append(argv, {"-pix_fmt", options.pixelFormat, "-g", gop, "-bf", std::to_string(options.bFrames)});
+  const std::string groups = "scenecut=0:keyint=" + gop + ":min-keyint=" + gop + ":open-gop=" + (open ? "1" : "0");
   if (options.videoCodec == "libx264") {
-    append(argv, {"-preset", options.preset, "-threads:v", "2"});
-    append(argv,
-           {"-x264-params", "keyint=" + gop + ":min-keyint=" + gop + ":scenecut=0:open-gop=" + (open ? "1" : "0")});
+    append(argv, {"-preset", options.preset, "-threads:v", "2", "-x264-params", groups});
   } else if (options.videoCodec == "libx265") {
-    append(argv, {"-preset", options.preset});
-    append(argv,
-           {"-x265-params", "log-level=error:frame-threads=1:scenecut=0:keyint=" + gop + ":min-keyint=" + gop +
-                                ":bframes=" + std::to_string(options.bFrames) + ":open-gop=" + (open ? "1" : "0")});
+    const std::string own = "log-level=error:frame-threads=1:bframes=" + std::to_string(options.bFrames) + ":";
+    append(argv, {"-preset", options.preset, "-x265-params", own + groups});
     if (isMovie(options)) append(argv, {"-tag:v", "hvc1"});
   }
   // The encoder forgets the last picture's length, which this filter takes in the track's ticks (its TB are those of
@@ -173,33 +137,29 @@ void appendSoundInput(std::vector<std::string>& argv, const ClipOptions& options
   const double length = options.audioSeconds >= 0 ? options.audioSeconds : videoEnd - options.audioDelay;
   const Sound tone = makeTone(options.sampleRate, options.audioDelay, length);
   std::ofstream raw(rawFile, std::ios::binary);
-  for (const float sample : tone.samples) {
-    for (int channel = 0; channel < options.channels; ++channel) {
-      raw.write(reinterpret_cast<const char*>(&sample), sizeof sample);
-    }
+  for (std::size_t i = 0; i < tone.samples.size() * static_cast<std::size_t>(options.channels); ++i) {
+    raw.write(reinterpret_cast<const char*>(&tone.samples[i / static_cast<std::size_t>(options.channels)]),
+              sizeof(float));
   }
-  append(argv, {"-itsoffset", std::to_string(options.audioDelay), "-f", "f32le"});
-  append(argv, {"-ar", std::to_string(options.sampleRate), "-ac", std::to_string(options.channels)});
-  append(argv, {"-i", rawFile});
+  append(argv, {"-itsoffset", std::to_string(options.audioDelay), "-f", "f32le", "-ar",
+                std::to_string(options.sampleRate), "-ac", std::to_string(options.channels), "-i", rawFile});
 }
 
 /// Sets the matrix of the first `tkhd`, which is the pictures': they are the first stream. ISO/IEC 14496-12, 8.3.2.
 void writeRotation(const fs::path& path, const ClipOptions& options) {
-  constexpr std::array<std::array<int, 4>, 4> turns{{{1, 0, 0, 1}, {0, 1, -1, 0}, {-1, 0, 0, -1}, {0, -1, 1, 0}}};
   const int quarters = ((options.rotation / 90) % 4 + 4) % 4;
-  const auto [a, b, c, d] = turns[static_cast<std::size_t>(quarters)];
+  const int cos = std::array{1, 0, -1, 0}.at(static_cast<std::size_t>(quarters));
+  const int sin = std::array{0, 1, 0, -1}.at(static_cast<std::size_t>(quarters));
   // The translation that brings the turned picture back to the origin.
   const int tx = quarters == 1 ? options.height : quarters == 2 ? options.width : 0;
   const int ty = quarters == 2 ? options.height : quarters == 3 ? options.width : 0;
-
-  std::ifstream in(path, std::ios::binary);
-  std::string bytes{std::istreambuf_iterator<char>(in), {}};
+  std::string bytes = fileBytes(path);
   const std::size_t box = bytes.find("tkhd");
   if (box == std::string::npos || !isMovie(options)) {
     throw std::invalid_argument("only MP4 and QuickTime files have a matrix to set");
   }
   std::size_t at = box + (bytes[box + 4] == 1 ? 56 : 44);
-  for (const int value : {a << 16, b << 16, 0, c << 16, d << 16, 0, tx << 16, ty << 16, 1 << 30}) {
+  for (const int value : {cos << 16, sin << 16, 0, -sin << 16, cos << 16, 0, tx << 16, ty << 16, 1 << 30}) {
     for (const int shift : {24, 16, 8, 0}) bytes[at++] = static_cast<char>(value >> shift & 0xFF);
   }
   std::ofstream(path, std::ios::binary) << bytes;
@@ -220,17 +180,11 @@ void makeClip(const ClipOptions& options, const fs::path& path) {
   argv.insert(argv.end(), options.outputArguments.begin(), options.outputArguments.end());
   argv.push_back(path);
 
-  PictureStream pictures(options, timing);
-  const ProgramResult result = runProgram(argv, {.deadline = std::chrono::minutes(5), .nextInput = [&] {
-                                                   return timing.times.empty() ? std::string() : pictures.next();
-                                                 }});
+  const auto nextInput = [&, part = std::size_t{0}]() mutable { return streamPart(options, timing, part++); };
+  const ProgramResult result = runProgram(argv, {.deadline = std::chrono::minutes(5), .nextInput = nextInput});
   std::error_code ignored;
   fs::remove(rawFile, ignored);
-  if (!result.succeeded()) {
-    std::ostringstream message;
-    message << "ffmpeg made no clip: " << result;
-    throw std::runtime_error(message.str());
-  }
+  if (!result.succeeded()) throw std::runtime_error("ffmpeg made no clip: " + result.standardError);
   if (options.rotation != 0) writeRotation(path, options);
 }
 

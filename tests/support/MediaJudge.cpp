@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
@@ -12,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include <tests/support/RunProgram.h>
+#include <tests/support/TemporaryDirectory.h>
 
 namespace clipworks::test {
 
@@ -26,76 +25,60 @@ constexpr int readingSide = 80;
 ProgramResult run(const std::vector<std::string>& argv) {
   ProgramResult result = runProgram(argv, {.deadline = std::chrono::minutes(5)});
   if (!result.succeeded()) {
-    std::ostringstream message;
-    message << argv.front() << " could not judge " << argv.back() << ": ";
-    result.standardOutput.resize(std::min<std::size_t>(result.standardOutput.size(), 1000));
-    message << result;
-    throw std::runtime_error(message.str());
+    throw std::runtime_error(argv.front() + " could not judge " + argv.back() + ": " + result.standardError);
   }
   return result;
 }
 
-json probe(const fs::path& path, const std::vector<std::string>& arguments) {
+json probe(const fs::path& path, const std::vector<std::string>& arguments, const char* section) {
   std::vector<std::string> argv{"ffprobe", "-v", "error", "-of", "json"};
   argv.insert(argv.end(), arguments.begin(), arguments.end());
   argv.push_back(path);
-  return json::parse(run(argv).standardOutput);
+  return json::parse(run(argv).standardOutput).at(section);
 }
 
-std::string text(const json& object, const char* key) {
-  const auto found = object.find(key);
-  return found != object.end() && found->is_string() ? found->get<std::string>() : "";
-}
+std::string text(const json& object, const char* key) { return object.value(key, ""); }
 
 /// ffprobe prints some numbers as numbers, others as strings.
-double number(const json& object, const char* key) {
-  const auto found = object.find(key);
-  if (found == object.end()) return 0;
-  return found->is_number() ? found->get<double>() : std::atof(text(object, key).c_str());
-}
-
-double ratio(const std::string& fraction) {
-  const std::size_t slash = fraction.find('/');
-  const double den = slash == std::string::npos ? 1 : std::atof(fraction.c_str() + slash + 1);
-  return den != 0 ? std::atof(fraction.c_str()) / den : 0;
+template <typename Number = double>
+Number number(const json& object, const char* key) {
+  const json value = object.value(key, json(0));
+  return static_cast<Number>(value.is_string() ? std::atof(value.get<std::string>().c_str()) : value.get<double>());
 }
 
 /// From lines such as "00000000:            0       65536           0".
-std::optional<std::array<std::int64_t, 9>> matrixOf(const std::string& dump) {
+std::array<std::int64_t, 9> matrixOf(const std::string& dump) {
   std::array<std::int64_t, 9> matrix{};
   std::size_t next = 0;
   std::istringstream words(dump);
   for (std::string word; words >> word;) {
-    if (word.back() != ':' && next < matrix.size()) matrix[next++] = std::stoll(word);
+    if (word.back() != ':') matrix.at(next++) = std::stoll(word);
   }
-  return next == matrix.size() ? std::optional(matrix) : std::nullopt;
+  return matrix;
 }
 
 ProbedStream factsOf(const json& stream) {
-  ProbedStream facts;
-  facts.type = text(stream, "codec_type");
-  facts.codec = text(stream, "codec_name");
-  facts.profile = text(stream, "profile");
-  facts.tag = text(stream, "codec_tag_string");
-  facts.width = static_cast<int>(number(stream, "width"));
-  facts.height = static_cast<int>(number(stream, "height"));
-  facts.pixelFormat = text(stream, "pix_fmt");
-  facts.colorRange = text(stream, "color_range");
-  facts.colorSpace = text(stream, "color_space");
-  facts.colorTransfer = text(stream, "color_transfer");
-  facts.colorPrimaries = text(stream, "color_primaries");
-  facts.startTime = number(stream, "start_time");
-  facts.duration = number(stream, "duration");
-  facts.frames = static_cast<std::int64_t>(number(stream, "nb_frames"));
-  facts.bitRate = static_cast<std::int64_t>(number(stream, "bit_rate"));
-  facts.sampleRate = static_cast<int>(number(stream, "sample_rate"));
-  facts.channels = static_cast<int>(number(stream, "channels"));
-  facts.averageFrameRate = ratio(text(stream, "avg_frame_rate"));
+  ProbedStream facts{.type = text(stream, "codec_type"),
+                     .codec = text(stream, "codec_name"),
+                     .profile = text(stream, "profile"),
+                     .tag = text(stream, "codec_tag_string"),
+                     .width = number<int>(stream, "width"),
+                     .height = number<int>(stream, "height"),
+                     .pixelFormat = text(stream, "pix_fmt"),
+                     .colorRange = text(stream, "color_range"),
+                     .colorSpace = text(stream, "color_space"),
+                     .colorTransfer = text(stream, "color_transfer"),
+                     .colorPrimaries = text(stream, "color_primaries"),
+                     .startTime = number(stream, "start_time"),
+                     .duration = number(stream, "duration"),
+                     .frames = number<std::int64_t>(stream, "nb_frames"),
+                     .bitRate = number<std::int64_t>(stream, "bit_rate"),
+                     .sampleRate = number<int>(stream, "sample_rate"),
+                     .channels = number<int>(stream, "channels")};
   for (const json& side : stream.value("side_data_list", json::array())) {
     if (side.contains("displaymatrix")) {
       facts.matrix = matrixOf(text(side, "displaymatrix"));
-      // ffprobe counts counter-clockwise.
-      facts.rotation = ((-static_cast<int>(number(side, "rotation"))) % 360 + 360) % 360;
+      facts.rotation = (360 - number<int>(side, "rotation")) % 360;  // ffprobe counts counter-clockwise
     }
   }
   return facts;
@@ -125,11 +108,9 @@ ShownTimes shownTimes(const std::string& printed) {
   return times;
 }
 
-std::uint64_t bigEndian(const std::string& bytes, std::size_t at, int count) {
+std::uint64_t bigEndian(const std::string& bytes, std::size_t at, std::size_t count) {
   std::uint64_t value = 0;
-  for (int i = 0; i < count; ++i) {
-    value = value << 8 | static_cast<unsigned char>(bytes.at(at + static_cast<std::size_t>(i)));
-  }
+  for (const char byte : bytes.substr(at, count)) value = value << 8 | static_cast<unsigned char>(byte);
   return value;
 }
 
@@ -137,8 +118,7 @@ std::uint64_t bigEndian(const std::string& bytes, std::size_t at, int count) {
 
 std::vector<ProbedStream> MediaJudge::streams() const {
   std::vector<ProbedStream> all;
-  const json found = probe(path_, {"-show_streams"});
-  for (const json& stream : found.at("streams")) all.push_back(factsOf(stream));
+  for (const json& stream : probe(path_, {"-show_streams"}, "streams")) all.push_back(factsOf(stream));
   return all;
 }
 
@@ -149,13 +129,11 @@ ProbedStream MediaJudge::stream(const std::string& type) const {
   throw std::runtime_error(path_.string() + " has no " + type + " stream");
 }
 
-double MediaJudge::duration() const { return number(probe(path_, {"-show_format"}).at("format"), "duration"); }
+double MediaJudge::duration() const { return number(probe(path_, {"-show_format"}, "format"), "duration"); }
 
 std::array<std::uint64_t, 2> MediaJudge::movieHeaderDuration() const {
-  std::ifstream in(path_, std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(in), {}};
-  const std::size_t moov = bytes.find("moov");
-  const std::size_t box = moov == std::string::npos ? moov : bytes.find("mvhd", moov);
+  const std::string bytes = fileBytes(path_);
+  const std::size_t box = bytes.find("mvhd", bytes.find("moov"));
   if (box == std::string::npos) throw std::runtime_error(path_.string() + " has no movie header");
   // ISO/IEC 14496-12, 8.2.2: version 1 has 64-bit times and duration.
   return bytes.at(box + 4) == 1 ? std::array{bigEndian(bytes, box + 28, 8), bigEndian(bytes, box + 24, 4)}
@@ -174,8 +152,7 @@ std::vector<SeenPicture> MediaJudge::pictures(PictureView view) const {
   constexpr auto size = std::size_t{readingSide} * readingSide;
   const std::string& raw = result.standardOutput;
   if (raw.size() != size * times.ticks.size()) {
-    throw std::runtime_error("ffmpeg showed " + std::to_string(times.ticks.size()) + " pictures of " + path_.string() +
-                             " and wrote " + std::to_string(raw.size() / size));
+    throw std::runtime_error("ffmpeg wrote more or fewer pictures of " + path_.string() + " than it showed");
   }
   std::vector<SeenPicture> pictures;
   for (std::size_t i = 0; i < times.ticks.size(); ++i) {
@@ -211,28 +188,21 @@ Sound MediaJudge::sound(int rate) const {
   for (std::size_t i = 0; i < times.ticks.size(); ++i) {
     const std::int64_t at = times.ticks[i];  // the filter's time base is 1 / rate
     for (std::int64_t k = 0; k < times.sampleCounts[i] && taken < decoded.size(); ++k, ++taken) {
-      if (at + k >= 0) {
-        const auto index = static_cast<std::size_t>(at + k);
-        sound.samples.resize(std::max(sound.samples.size(), index + 1));
-        sound.samples[index] = decoded[taken];
-      }
+      if (at + k < 0) continue;
+      sound.samples.resize(std::max(sound.samples.size(), static_cast<std::size_t>(at + k + 1)));
+      sound.samples[static_cast<std::size_t>(at + k)] = decoded[taken];
     }
   }
   return sound;
 }
 
 std::vector<CodedSample> MediaJudge::codedSamples(const std::string& type) const {
-  const json found =
-      probe(path_, {"-select_streams", type.substr(0, 1) + ":0", "-show_packets", "-show_data_hash", "md5"});
+  const std::string select = type.substr(0, 1) + ":0";
   std::vector<CodedSample> samples;
-  for (const json& packet : found.at("packets")) {
-    CodedSample sample;
-    sample.presentation = number(packet, "pts_time");
-    sample.decode = number(packet, "dts_time");
-    sample.isAccessPoint = text(packet, "flags").starts_with('K');
-    sample.bytes = static_cast<std::int64_t>(number(packet, "size"));
-    sample.hash = text(packet, "data_hash");
-    samples.push_back(std::move(sample));
+  for (const json& packet :
+       probe(path_, {"-select_streams", select, "-show_packets", "-show_data_hash", "md5"}, "packets")) {
+    samples.push_back({number(packet, "pts_time"), number(packet, "dts_time"), text(packet, "flags").starts_with('K'),
+                       number<std::int64_t>(packet, "size"), text(packet, "data_hash")});
   }
   return samples;
 }

@@ -24,20 +24,20 @@ struct SeenPicture {
 
 /// What ffprobe says of one stream. What it doesn't say is 0 or empty.
 struct ProbedStream {
-  std::string type;  ///< "video", "audio" …
-  std::string codec;
-  std::string profile;
-  std::string tag;  ///< "avc1", "hvc1", "mp4a" …
+  std::string type{};  ///< "video", "audio" …
+  std::string codec{};
+  std::string profile{};
+  std::string tag{};  ///< "avc1", "hvc1", "mp4a" …
   int width = 0;
   int height = 0;
-  std::string pixelFormat;
-  std::string colorRange;
-  std::string colorSpace;
-  std::string colorTransfer;
-  std::string colorPrimaries;
+  std::string pixelFormat{};
+  std::string colorRange{};
+  std::string colorSpace{};
+  std::string colorTransfer{};
+  std::string colorPrimaries{};
   /// The track's matrix a b u c d v x y w, 16.16 and 2.30 as in the file; nothing when ffprobe shows none, which it
   /// does for the identity.
-  std::optional<std::array<std::int64_t, 9>> matrix;
+  std::optional<std::array<std::int64_t, 9>> matrix{};
   /// Clockwise degrees by which a player turns the pictures, 0 … 359.
   int rotation = 0;
   double startTime = 0;
@@ -46,7 +46,6 @@ struct ProbedStream {
   std::int64_t bitRate = 0;
   int sampleRate = 0;
   int channels = 0;
-  double averageFrameRate = 0;
 };
 
 /// One coded sample, in the order of the file.

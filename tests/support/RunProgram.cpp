@@ -2,62 +2,35 @@
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <ostream>
-#include <system_error>
 #include <utility>
 
 #include <poll.h>
 #include <spawn.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <tests/support/TemporaryDirectory.h>
+
 namespace clipworks::test {
 
 namespace {
-
-std::vector<std::string> environmentWith(const std::vector<std::string>& changes) {
-  std::vector<std::string> all = changes;
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string_view line(*entry);
-    const std::string_view name = line.substr(0, line.find('=') + 1);
-    const bool replaced =
-        std::any_of(changes.begin(), changes.end(), [&](const auto& c) { return c.starts_with(name); });
-    if (!replaced) all.emplace_back(line);
-  }
-  return all;
-}
-
-std::vector<char*> pointers(std::vector<std::string>& strings) {
-  std::vector<char*> result;
-  result.reserve(strings.size() + 1);
-  for (std::string& s : strings) result.push_back(s.data());
-  result.push_back(nullptr);
-  return result;
-}
 
 int checked(int value, const char* what) {
   if (value < 0) throw std::system_error(errno, std::generic_category(), what);
   return value;
 }
 
-std::string contentsOf(int fd) {
-  struct stat file {};
-  checked(fstat(fd, &file), "fstat");
-  std::string bytes(static_cast<std::size_t>(file.st_size), '\0');
-  bytes.resize(static_cast<std::size_t>(checked(static_cast<int>(pread(fd, bytes.data(), bytes.size(), 0)), "pread")));
-  return bytes;
-}
+/// Not through the descriptor, whose place in the file is the program's.
+std::string contentsOf(int fd) { return fileBytes("/proc/self/fd/" + std::to_string(fd)); }
 
 /// Sends what `next` gives until it gives nothing more or nobody reads any more, and closes the socket.
 void feed(int socket, const std::function<std::string()>& next) {
-  for (std::string bytes = next(); !bytes.empty(); bytes = next()) {
+  for (std::string bytes = next ? next() : ""; !bytes.empty(); bytes = next()) {
     for (std::string_view rest = bytes; !rest.empty();) {
       const ssize_t sent = send(socket, rest.data(), rest.size(), MSG_NOSIGNAL);
       if (sent <= 0) return void(close(socket));
@@ -70,25 +43,23 @@ void feed(int socket, const std::function<std::string()>& next) {
 }  // namespace
 
 std::ostream& operator<<(std::ostream& out, const ProgramResult& result) {
-  if (result.timedOut) {
-    out << "killed at its deadline";
-  } else if (result.signal != 0) {
-    out << "ended by signal " << result.signal << " (" << strsignal(result.signal) << ")";
-  } else {
-    out << "exit code " << result.exitCode;
-  }
-  return out << "\nstandard output:\n" << result.standardOutput << "\nstandard error:\n" << result.standardError;
+  return out << (result.timedOut ? "killed at its deadline, " : "") << "exit code " << result.exitCode << ", signal "
+             << result.signal << "\nstandard output:\n"
+             << result.standardOutput << "\nstandard error:\n"
+             << result.standardError;
 }
 
-RunningProgram::RunningProgram(const std::vector<std::string>& argv, ProgramOptions options)
-    : options_(std::move(options)),
-      end_(std::chrono::steady_clock::now() + options_.deadline),
+RunningProgram::RunningProgram(const std::vector<std::string>& argv, const ProgramOptions& options)
+    : end_(std::chrono::steady_clock::now() + options.deadline),
       output_(checked(memfd_create("output", MFD_CLOEXEC), "memfd_create")),
       error_(checked(memfd_create("error", MFD_CLOEXEC), "memfd_create")) {
-  start(argv);
-}
-
-void RunningProgram::start(std::vector<std::string> argv) {
+  // `env` changes the environment and the directory, and becomes the program.
+  std::vector<std::string> words{"env", "-C", options.workingDirectory.empty() ? "." : options.workingDirectory};
+  words.insert(words.end(), options.environment.begin(), options.environment.end());
+  words.insert(words.end(), argv.begin(), argv.end());
+  std::vector<char*> pointers;
+  for (std::string& word : words) pointers.push_back(word.data());
+  pointers.push_back(nullptr);
   // A socket, since writing to one whose reader has gone can be told not to raise SIGPIPE.
   std::array<int, 2> input{};
   checked(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, input.data()), "socketpair");
@@ -97,32 +68,17 @@ void RunningProgram::start(std::vector<std::string> argv) {
   posix_spawn_file_actions_adddup2(&actions, input[1], STDIN_FILENO);
   posix_spawn_file_actions_adddup2(&actions, output_, STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions, error_, STDERR_FILENO);
-  if (!options_.workingDirectory.empty()) {
-    posix_spawn_file_actions_addchdir_np(&actions, options_.workingDirectory.c_str());
-  }
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
-  std::vector<std::string> environment = environmentWith(options_.environment);
-  const int code = posix_spawnp(&pid_, argv.at(0).c_str(), &actions, &attributes, pointers(argv).data(),
-                                pointers(environment).data());
+  errno = posix_spawnp(&pid_, "env", &actions, &attributes, pointers.data(), environ);
+  checked(-errno, "posix_spawnp");
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
   close(input[1]);
-  if (code != 0) {
-    close(input[0]);
-    pid_ = -1;
-    result_.exitCode = 127;
-    result_.standardError = argv.at(0) + " cannot be started: " + std::strerror(code);
-    return;
-  }
   // Not glibc 2.36's own function: its header forgets to say that it is a C function.
   processFd_ = checked(static_cast<int>(syscall(SYS_pidfd_open, pid_, 0)), "pidfd_open");
-  if (options_.nextInput) {
-    feeder_ = std::jthread(feed, input[0], options_.nextInput);
-  } else {
-    close(input[0]);
-  }
+  feeder_ = std::jthread(feed, input[0], options.nextInput);
 }
 
 RunningProgram::~RunningProgram() {
@@ -168,17 +124,12 @@ bool RunningProgram::hasEnded(std::chrono::milliseconds patience) {
   pollfd process{processFd_, POLLIN, 0};
   if (poll(&process, 1, static_cast<int>(patience.count())) <= 0) return false;
   int status = 0;
-  waitpid(pid_, &status, 0);
-  pid_ = -1;
+  waitpid(std::exchange(pid_, -1), &status, 0);
   result_.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   result_.signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
   result_.standardOutput = contentsOf(output_);
   result_.standardError = contentsOf(error_);
   return true;
-}
-
-ProgramResult runProgram(const std::vector<std::string>& argv, ProgramOptions options) {
-  return RunningProgram(argv, std::move(options)).wait();
 }
 
 }  // namespace clipworks::test

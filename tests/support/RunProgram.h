@@ -35,20 +35,16 @@ struct ProgramResult {
 
   [[nodiscard]] bool succeeded() const { return exitCode == 0; }
 };
-
-/// For failure messages: how it ended and what it printed.
 std::ostream& operator<<(std::ostream& out, const ProgramResult& result);
 
 /// A program running beside the test, in a process group of its own; killed when it is still there at destruction.
 /// Not through a shell. For one thread.
 class RunningProgram {
  public:
-  explicit RunningProgram(const std::vector<std::string>& argv, ProgramOptions options = {});
+  explicit RunningProgram(const std::vector<std::string>& argv, const ProgramOptions& options = {});
   ~RunningProgram();
   RunningProgram(const RunningProgram&) = delete;
   RunningProgram& operator=(const RunningProgram&) = delete;
-
-  [[nodiscard]] pid_t pid() const { return pid_; }
 
   /// Sends `signal` to the program (not to its group).
   void send(int signal) const;
@@ -61,12 +57,10 @@ class RunningProgram {
   ProgramResult wait();
 
  private:
-  void start(std::vector<std::string> argv);
   /// Waits for the end for at most `patience`; false when it has not come.
   bool hasEnded(std::chrono::milliseconds patience);
   [[nodiscard]] std::chrono::milliseconds timeLeft() const;
 
-  ProgramOptions options_;
   std::chrono::steady_clock::time_point end_;
   ProgramResult result_;
   pid_t pid_ = -1;
@@ -77,6 +71,8 @@ class RunningProgram {
 };
 
 /// Runs a program to its end.
-ProgramResult runProgram(const std::vector<std::string>& argv, ProgramOptions options = {});
+inline ProgramResult runProgram(const std::vector<std::string>& argv, const ProgramOptions& options = {}) {
+  return RunningProgram(argv, options).wait();
+}
 
 }  // namespace clipworks::test

@@ -34,11 +34,36 @@ class ScriptedCapture final : public engine::SoundCapture {
   [[nodiscard]] static std::int16_t codeOf(std::int64_t frame) { return static_cast<std::int16_t>(frame % 30'000 + 1); }
   /// When frame n sounds.
   [[nodiscard]] static engine::CaptureClock::time_point momentOf(engine::CaptureClock::time_point origin,
-                                                                 std::int64_t frame, int sampleRate);
+                                                                 std::int64_t frame, int sampleRate) {
+    const std::chrono::duration<double> seconds(static_cast<double>(frame) / sampleRate);
+    return origin + std::chrono::duration_cast<engine::CaptureClock::duration>(seconds);
+  }
 
-  [[nodiscard]] engine::Expected<void> start() override;
-  [[nodiscard]] engine::Expected<engine::CapturedSound> read(std::chrono::milliseconds patience) override;
-  void wake() noexcept override;
+  [[nodiscard]] engine::Expected<void> start() override {
+    if (!origin_) origin_ = engine::CaptureClock::now();
+    return {};
+  }
+  [[nodiscard]] engine::Expected<engine::CapturedSound> read(std::chrono::milliseconds patience) override {
+    if (next_ == steps_.size()) {
+      std::unique_lock lock(mutex_);
+      woken_.wait_for(lock, patience, [this] { return isWoken_; });
+      isWoken_ = false;
+      return engine::CapturedSound{};
+    }
+    const Step& step = steps_[next_++];
+    if (step.fails) return engine::failed(engine::ErrorKind::deviceLost, "the microphone went away");
+    samples_.clear();
+    for (std::int64_t frame = step.first; frame < step.first + step.count; ++frame) {
+      samples_.insert(samples_.end(), static_cast<std::size_t>(format_.channels), codeOf(frame));
+    }
+    const auto moment = momentOf(*origin_, step.claimedFirst.value_or(step.first), format_.sampleRate);
+    return engine::CapturedSound{samples_, moment, step.followsGap};
+  }
+  void wake() noexcept override {
+    const std::lock_guard lock(mutex_);
+    isWoken_ = true;
+    woken_.notify_all();
+  }
 
  private:
   std::vector<Step> steps_;
@@ -54,9 +79,13 @@ class ScriptedCapture final : public engine::SoundCapture {
 /// Lets every recording of the process read `steps`, as long as it lives.
 class ScriptedMicrophone {
  public:
-  explicit ScriptedMicrophone(std::vector<ScriptedCapture::Step> steps,
-                              std::optional<engine::CaptureClock::time_point> origin = std::nullopt);
-  ~ScriptedMicrophone();
+  explicit ScriptedMicrophone(const std::vector<ScriptedCapture::Step>& steps,
+                              std::optional<engine::CaptureClock::time_point> origin = std::nullopt) {
+    engine::setSoundCaptureOpener([=](const auto& format) -> engine::Expected<std::unique_ptr<engine::SoundCapture>> {
+      return std::make_unique<ScriptedCapture>(steps, format, origin);
+    });
+  }
+  ~ScriptedMicrophone() { engine::setSoundCaptureOpener({}); }
   ScriptedMicrophone(const ScriptedMicrophone&) = delete;
   ScriptedMicrophone& operator=(const ScriptedMicrophone&) = delete;
 };

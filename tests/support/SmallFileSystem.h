@@ -1,7 +1,11 @@
 #pragma once
 
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <string>
+
+#include <sys/mount.h>
 
 #include <tests/support/TemporaryDirectory.h>
 
@@ -16,14 +20,20 @@ namespace clipworks::test {
 class SmallFileSystem {
  public:
   /// Room for `kibibytes`, in whole pages.
-  explicit SmallFileSystem(int kibibytes);
-  ~SmallFileSystem();
+  explicit SmallFileSystem(int kibibytes) {
+    const std::string options = "size=" + std::to_string(kibibytes) + "k";
+    if (mount("tmpfs", path().c_str(), "tmpfs", 0, options.c_str()) != 0) whyNot_ = std::strerror(errno);
+  }
+  ~SmallFileSystem() {
+    // Detached, so that a file still open cannot keep the directory from being removed.
+    if (isMounted()) umount2(path().c_str(), MNT_DETACH);
+  }
   SmallFileSystem(const SmallFileSystem&) = delete;
   SmallFileSystem& operator=(const SmallFileSystem&) = delete;
 
   [[nodiscard]] bool isMounted() const { return whyNot_.empty(); }
-  [[nodiscard]] const std::string& whyNot() const { return whyNot_; }
-  [[nodiscard]] std::filesystem::path path() const { return mountPoint_.path(); }
+  [[nodiscard]] std::string whyNot() const { return "a small file system cannot be mounted here: " + whyNot_; }
+  [[nodiscard]] const std::filesystem::path& path() const { return mountPoint_.path(); }
 
  private:
   TemporaryDirectory mountPoint_;

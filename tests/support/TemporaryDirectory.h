@@ -1,9 +1,14 @@
 #pragma once
 
+#include <cerrno>
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <sstream>
 #include <string>
+#include <system_error>
 
-#include <sys/types.h>
+#include <unistd.h>
 
 namespace clipworks::test {
 
@@ -11,8 +16,24 @@ namespace clipworks::test {
 /// test took away write permissions. A forked child (a death test) leaves it alone.
 class TemporaryDirectory {
  public:
-  TemporaryDirectory();
-  ~TemporaryDirectory();
+  TemporaryDirectory() {
+    const char* base = std::getenv("TMPDIR");
+    std::filesystem::create_directories(base != nullptr ? base : "/tmp");
+    std::string name = std::string(base != nullptr ? base : "/tmp") + "/clipworks-test-XXXXXX";
+    if (mkdtemp(name.data()) == nullptr) throw std::system_error(errno, std::generic_category(), name);
+    path_ = name;
+  }
+  ~TemporaryDirectory() {
+    namespace fs = std::filesystem;
+    if (getpid() != owner_) return;
+    std::error_code ignored;
+    fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add, ignored);
+    for (fs::recursive_directory_iterator it(path_, ignored), end; !ignored && it != end; it.increment(ignored)) {
+      if (it->symlink_status(ignored).type() != fs::file_type::directory) continue;
+      fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
+    }
+    fs::remove_all(path_, ignored);
+  }
   TemporaryDirectory(const TemporaryDirectory&) = delete;
   TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
 
@@ -21,7 +42,14 @@ class TemporaryDirectory {
 
  private:
   std::filesystem::path path_;
-  pid_t owner_;
+  pid_t owner_ = getpid();
 };
+
+/// All of a file; nothing where it cannot be read.
+[[nodiscard]] inline std::string fileBytes(const std::filesystem::path& file) {
+  std::ostringstream bytes;
+  bytes << std::ifstream(file, std::ios::binary).rdbuf();
+  return std::move(bytes).str();
+}
 
 }  // namespace clipworks::test

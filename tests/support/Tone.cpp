@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <complex>
 #include <cstdint>
 #include <numbers>
 #include <numeric>
+#include <span>
 #include <stdexcept>
 #include <utility>
 
@@ -32,36 +34,31 @@ double turnsAt(double t) {
 
 /// Amplitude of `frequency` in the samples (Goertzel, with a Hann window so that neighbours don't leak in).
 double amplitudeOf(double frequency, const Sound& sound) {
-  double re = 0;
-  double im = 0;
+  std::complex<double> sum;
   double weights = 0;
   const auto n = static_cast<double>(sound.samples.size());
   for (std::size_t i = 0; i < sound.samples.size(); ++i) {
     const double at = static_cast<double>(i);
     const double weight = 0.5 - 0.5 * std::cos(2 * pi * at / n);
-    const double angle = 2 * pi * frequency * at / sound.rate;
-    re += weight * sound.samples[i] * std::cos(angle);
-    im += weight * sound.samples[i] * std::sin(angle);
+    sum += weight * sound.samples[i] * std::polar(1.0, 2 * pi * frequency * at / sound.rate);
     weights += weight;
   }
-  return 2 * std::hypot(re, im) / weights;
+  return 2 * std::abs(sum) / weights;
 }
 
 /// How alike `a` is to `b` where `b` comes `lag` samples later: -1 … 1.
 double likeness(const Sound& a, const Sound& b, int lag) {
-  const auto from = static_cast<std::size_t>(std::max(0, -lag));
-  double sum = 0;
-  double aEnergy = 0;
-  double bEnergy = 0;
-  for (std::size_t i = from, j = from + static_cast<std::size_t>(lag); i < a.samples.size() && j < b.samples.size();
-       ++i, ++j) {
-    const auto x = static_cast<double>(a.samples[i]);
-    const auto y = static_cast<double>(b.samples[j]);
-    sum += x * y;
-    aEnergy += x * x;
-    bEnergy += y * y;
-  }
-  return aEnergy > 0 && bEnergy > 0 ? sum / std::sqrt(aEnergy * bEnergy) : 0;
+  const auto from = [](const Sound& sound, int start) {
+    return std::span(sound.samples)
+        .subspan(std::min(sound.samples.size(), static_cast<std::size_t>(std::max(0, start))));
+  };
+  const auto x = from(a, -lag);
+  const auto y = from(b, lag);
+  const auto product = [count = std::min(x.size(), y.size())](std::span<const float> p, std::span<const float> q) {
+    return std::inner_product(p.begin(), p.begin() + static_cast<std::ptrdiff_t>(count), q.begin(), 0.0);
+  };
+  const double energy = product(x, x) * product(y, y);
+  return energy > 0 ? product(x, y) / std::sqrt(energy) : 0;
 }
 
 }  // namespace

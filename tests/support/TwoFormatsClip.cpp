@@ -2,9 +2,7 @@
 
 #include <cstdint>
 #include <fstream>
-#include <iterator>
 #include <span>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 
@@ -43,8 +41,7 @@ Half makeHalf(const TemporaryDirectory& directory, const std::string& colour, co
                                 "color=c=" + colour + ":s=" + size + ":r=25", "-frames:v", std::to_string(pictures),
                                 "-c:v", "libx264", "-pix_fmt", "yuv420p", "-bf", "0", "-g", "6", path});
   if (!made.succeeded()) throw std::runtime_error(made.standardError);
-  std::ifstream file(path, std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+  const std::string bytes = fileBytes(path);
   const auto content = std::as_bytes(std::span(bytes));
   const auto text = [](std::span<const std::byte> part) {
     return std::string(reinterpret_cast<const char*>(part.data()), part.size());
