@@ -1,19 +1,22 @@
 #include <cerrno>
 #include <cstdlib>
 #include <set>
-#include <string>
+#include <thread>
 
 #include <sys/statvfs.h>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <clipworks/media/base/NSError.h>
-#include <clipworks/media/base/URL.h>
+#include <clipworks/media/base/Data.h>
 #include <clipworks/media/base/UUID.h>
 
-namespace clipworks {
+#include <tests/media/MediaTesting.h>
+#include <tests/support/SmallFileSystem.h>
+
+namespace clipworks::test {
 namespace {
+
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::StartsWith;
 
 TEST(NSErrorTest, DescribesTheWholeChainOnOneLineEvenWhenTheOriginalIsGone) {
   NSError error;
@@ -30,31 +33,24 @@ TEST(NSErrorTest, DescribesTheWholeChainOnOneLineEvenWhenTheOriginalIsGone) {
 TEST(UUIDTest, AreRandomOnesOfVersionFourInUppercaseAndAllDifferent) {
   std::set<std::string> seen;
   for (int i = 0; i < 1000; ++i) seen.insert(UUID::make().uuidString());
-  EXPECT_EQ(seen.size(), 1000U);
-  EXPECT_THAT(seen, testing::Each(
-                        testing::MatchesRegex("[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}")));
+  constexpr const char* form = "[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}";
+  EXPECT_THAT(seen, AllOf(testing::SizeIs(1000), testing::Each(testing::MatchesRegex(form))));
 }
 
 TEST(URLTest, TellsTheLastComponentAndItsExtensionAndAppendsBelow) {
-  struct {
-    const char* path;
-    const char* lastComponent;
-    const char* extension;
-    const char* appended;
-  } const cases[] = {
-      {"a/b.c/clip.old.MOV", "clip.old.MOV", "MOV", "a/b.c/clip.old.MOV/x"},
-      {"/b.c/clip", "clip", "", "/b.c/clip/x"},
-      {"/b/.hidden", ".hidden", "", "/b/.hidden/x"},
-      {"clip.", "clip.", "", "clip./x"},
-      {"/videos/out.d//", "out.d", "d", "/videos/out.d/x"},
-      {"/", "/", "", "/x"},
-      {"", "", "", "x"},
+  const std::pair<const char*, std::vector<std::string>> cases[] = {
+      {"a/b.c/clip.old.MOV", {"clip.old.MOV", "MOV", "a/b.c/clip.old.MOV/x"}},
+      {"/b.c/clip", {"clip", "", "/b.c/clip/x"}},
+      {"/b/.hidden", {".hidden", "", "/b/.hidden/x"}},
+      {"clip.", {"clip.", "", "clip./x"}},
+      {"/videos/out.d//", {"out.d", "d", "/videos/out.d//x"}},
+      {"/", {"/", "", "/x"}},
+      {"", {"", "", "x"}},
   };
-  for (const auto& [path, lastComponent, extension, appended] : cases) {
+  for (const auto& [path, parts] : cases) {
     const URL url(path);
-    EXPECT_EQ(url.lastPathComponent(), lastComponent) << path;
-    EXPECT_EQ(url.pathExtension(), extension) << path;
-    EXPECT_EQ(url.appendingPathComponent("x"), URL(appended)) << path;
+    EXPECT_THAT(parts,
+                ElementsAre(url.lastPathComponent(), url.pathExtension(), url.appendingPathComponent("x").path()));
   }
   EXPECT_EQ(URL("/out").appendingPathComponent("/etc/passwd"), URL("/out/etc/passwd"));
 }
@@ -70,5 +66,48 @@ TEST(URLTest, ReadsTheFreeSpaceOfItsFileSystemAndTheHomeDirectory) {
   EXPECT_TRUE(NSHomeDirectory().is_absolute()) << NSHomeDirectory();
 }
 
+Data dataOf(const std::string& text) { return Data(std::vector<std::uint8_t>(text.begin(), text.end())); }
+
+TEST(DataWrite, ReplacesWhatWasThereOrSaysWhatFailedAndLeavesNothing) {
+  const TemporaryDirectory directory;
+  const fs::path path = directory.file("still");
+  for (const std::string text : {"the first, longer content", "second", ""}) {
+    ASSERT_EQ(failureOf(dataOf(text).write(URL(path))), "");
+    EXPECT_EQ(contentOf(path), text);
+  }
+  fs::create_directory(directory.file("taken"));
+  EXPECT_THAT(failureOf(dataOf("x").write(URL(directory.file("missing") / "still"))),
+              StartsWith("Error Domain=NSPOSIXErrorDomain Code=2 "));  // ENOENT
+  EXPECT_THAT(failureOf(dataOf("x").write(URL(directory.file("taken")))),
+              StartsWith("Error Domain=NSPOSIXErrorDomain Code=21 "));  // EISDIR
+  EXPECT_THAT(filesIn(directory.path()), testing::UnorderedElementsAre("still", "taken"));
+}
+
+TEST(DataWrite, AFullFileSystemKeepsTheOldFile) {
+  const SmallFileSystem small(64);
+  if (!small.isMounted()) GTEST_SKIP() << small.whyNot();
+  const fs::path path = small.path() / "still";
+  ASSERT_TRUE(dataOf("old").write(URL(path)));
+  EXPECT_THAT(failureOf(dataOf(std::string(1 << 20, 'x')).write(URL(path))),
+              StartsWith("Error Domain=NSPOSIXErrorDomain Code=28 "));  // ENOSPC
+  EXPECT_EQ(contentOf(path), "old");
+  EXPECT_THAT(filesIn(small.path()), ElementsAre("still"));
+}
+
+TEST(DataWrite, OfSeveralThreadsToOneNameLeavesOneWholeFile) {
+  const TemporaryDirectory directory;
+  const fs::path path = directory.file("still");
+  std::vector<std::jthread> threads;
+  for (const char letter : {'a', 'b', 'c', 'd'}) {
+    threads.emplace_back([&path, letter] {
+      for (int i = 0; i < 50; ++i) EXPECT_TRUE(dataOf(std::string(5000, letter)).write(URL(path)));
+    });
+  }
+  threads.clear();
+  const std::string content = contentOf(path);
+  EXPECT_EQ(content, std::string(5000, content.front()));
+  EXPECT_THAT(filesIn(directory.path()), ElementsAre("still"));
+}
+
 }  // namespace
-}  // namespace clipworks
+}  // namespace clipworks::test

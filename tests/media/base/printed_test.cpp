@@ -1,8 +1,9 @@
-#include <clipworks/media/base/PrintedLines.h>
-
+#include <bit>
+#include <cmath>
 #include <cstdio>
+#include <limits>
+#include <random>
 #include <sstream>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,6 +12,9 @@
 #include <unistd.h>
 
 #include <gtest/gtest.h>
+
+#include <clipworks/media/base/PrintedLines.h>
+#include <clipworks/media/base/PrintedText.h>
 
 namespace clipworks {
 namespace {
@@ -28,17 +32,7 @@ void printFromFourThreads() {
 
 void expectWholeLines(const std::vector<std::string>& lines) {
   EXPECT_EQ(lines.size(), 800U);
-  for (const std::string& line : lines) {
-    ASSERT_EQ(line.size(), 500U);
-    ASSERT_EQ(line.find_first_not_of(line.front()), std::string::npos) << line;
-  }
-}
-
-std::vector<std::string> splitLines(const std::string& text) {
-  std::istringstream stream(text);
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(stream, line);) lines.push_back(line);
-  return lines;
+  for (const std::string& line : lines) ASSERT_EQ(line, std::string(500, line.empty() ? ' ' : line.front()));
 }
 
 TEST(PrintedLinesTest, WritesWholeLinesToStandardOutputBehindWhatTheCLibraryHolds) {
@@ -52,7 +46,10 @@ TEST(PrintedLinesTest, WritesWholeLinesToStandardOutputBehindWhatTheCLibraryHold
 TEST(PrintedLinesTest, LinesOfSeveralThreadsNeverMix) {
   testing::internal::CaptureStdout();
   printFromFourThreads();
-  expectWholeLines(splitLines(testing::internal::GetCapturedStdout()));
+  std::istringstream stream(testing::internal::GetCapturedStdout());
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  expectWholeLines(lines);
 }
 
 TEST(PrintedLinesTest, FinishesALineThatAFullPipeTakesInPieces) {
@@ -98,6 +95,45 @@ TEST(PrintedLinesTest, TheSinkGetsEveryLineOneAtATimeUntilItIsTakenAway) {
 TEST(FatalErrorDeathTest, NamesTheBrokenRuleAndAborts) {
   EXPECT_EXIT(fatalError("a loop count may not be negative"), testing::KilledBySignal(SIGABRT),
               "a loop count may not be negative");
+}
+
+TEST(PrintedNumberTest, HasTheExpectedForm) {
+  using Limits = std::numeric_limits<double>;
+  const double numbers[] = {-0.0,    1920, M_PI_2, 1e-4,          3e-5,      0x1p53 - 1,
+                            -0x1p53, 1e16, 5e-324, Limits::max(), -HUGE_VAL, std::copysign(Limits::quiet_NaN(), -1.0)};
+  std::string printed;
+  for (const double number : numbers) printed += printedNumber(number) + ' ';
+  EXPECT_EQ(printed,
+            "-0.0 1920.0 1.5707963267948966 0.0001 3e-05 9007199254740991.0 -9.007199254740992e+15 1e+16 5e-324 "
+            "1.7976931348623157e+308 -inf nan ");
+  // Single precision has its own digits and limit.
+  EXPECT_EQ(printedNumber(0.1F), "0.1");
+  EXPECT_EQ(printedNumber(16'777'215.0F), "16777215.0");
+  EXPECT_EQ(printedNumber(16'777'216.0F), "1.6777216e+07");
+}
+
+TEST(PrintedNumberTest, ReadsBackAndHasNoMoreDigitsThanTheCLibraryNeeds) {
+  std::mt19937_64 random(1);
+  for (int i = 0; i < 50'000; ++i) {
+    const auto number = std::bit_cast<double>(random());
+    if (!std::isfinite(number)) continue;
+    const std::string text = printedNumber(number);
+    ASSERT_EQ(std::strtod(text.c_str(), nullptr), number) << text;
+    const double size = std::abs(number);
+    if (size >= 1e-4 && size < 0x1p53) continue;
+    char shortest[64] = "";
+    for (int digits = 0; std::strtod(shortest, nullptr) != number; ++digits) {
+      std::snprintf(shortest, sizeof shortest, "%.*e", digits, number);
+    }
+    ASSERT_EQ(text.size(), std::string(shortest).size()) << text << " " << shortest;
+  }
+}
+
+TEST(PrintedOptionalTest, PrintsTheDescriptionOrNil) {
+  EXPECT_EQ(printedOptional(std::optional<NSError>()), "nil");
+  EXPECT_EQ(printedOptional(std::optional<NSError>(NSError("D", 4, "two\nlines"))),
+            "Optional(Error Domain=D Code=4 \"two lines\")");
+  EXPECT_EQ(printedOptional(std::optional<std::string>("text")), "Optional(text)");
 }
 
 }  // namespace
