@@ -1,17 +1,20 @@
 #pragma once
 
-#include <chrono>
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <memory>
-#include <string>
-#include <vector>
+#include <future>
+#include <limits>
+#include <sstream>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <clipworks/media/asset/AVAsset.h>
+#include <clipworks/media/base/NSError.h>
+#include <clipworks/media/base/Result.h>
 
 #include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
@@ -48,6 +51,14 @@ inline void putNumber(std::string& bytes, std::size_t at, std::uint32_t number) 
 
 inline std::shared_ptr<AVAsset> assetAt(const fs::path& path) { return AVAsset::make(URL(path)); }
 inline std::shared_ptr<AVAsset> assetOf(const ClipOptions& clip) { return assetAt(BarCodeClip(clip).path()); }
+
+/// Runs a command; no word of it holds a space.
+inline ProgramResult run(const std::string& command) {
+  std::istringstream words(command);
+  const ProgramResult result = runProgram({std::istream_iterator<std::string>(words), {}});
+  EXPECT_TRUE(result.succeeded()) << result;
+  return result;
+}
 
 /// The error in one line; empty where there is none.
 inline std::string failureOf(const std::optional<NSError>& error) { return error ? error->description() : ""; }

@@ -36,13 +36,11 @@ CMTime rounded(std::int64_t value, std::int32_t timescale, std::int64_t epoch = 
 CMTime inEpoch(std::int64_t epoch, std::int64_t value = 1) { return CMTimeMakeWithEpoch(value, 1, epoch); }
 
 using enum CMTimeRoundingMethod;
+using testing::Each;
+using testing::ElementsAre;
 
 TEST(CMTimeTest, GivesTheExpectedValueScaleFlagsAndEpoch) {
-  struct {
-    const char* sentence;
-    CMTime result;
-    CMTime expected;
-  } const cases[] = {
+  const std::tuple<const char*, CMTime, CMTime> cases[] = {
       // From seconds.
       {"an exact value", {2.5, 600}, {1500, 600}},
       {"a decimal fraction that reads back is not rounded", {0.07, 100}, {7, 100}},
@@ -158,14 +156,7 @@ const CMTimeRange endless{CMTime(5, 1), kCMTimePositiveInfinity};
 const CMTimeRange inEpochOne{CMTimeMakeWithEpoch(0, 1, 1), CMTime(5, 1)};
 
 TEST(CMTimeRangeTest, PairsMeetAndJoinAsExpected) {
-  struct {
-    const char* sentence;
-    CMTimeRange a;
-    CMTimeRange b;
-    bool aContainsB;
-    CMTimeRange intersection;
-    CMTimeRange hull;
-  } const cases[] = {
+  const std::tuple<const char*, CMTimeRange, CMTimeRange, bool, CMTimeRange, CMTimeRange> cases[] = {
       {"overlapping", between(0, 4), between(2, 6), false, between(2, 4), between(0, 6)},
       {"one in the other, equal ends", between(0, 4), between(2, 4), true, between(2, 4), between(0, 4)},
       {"touching", between(0, 2), between(2, 4), false, kCMTimeRangeZero, between(0, 4)},
@@ -177,8 +168,8 @@ TEST(CMTimeRangeTest, PairsMeetAndJoinAsExpected) {
   };
   for (const auto& [sentence, a, b, aContainsB, both, hull] : cases) {
     EXPECT_EQ(a.containsTimeRange(b), aContainsB) << sentence;
-    EXPECT_THAT((std::vector{a.intersection(b), b.intersection(a)}), testing::Each(both)) << sentence;
-    EXPECT_THAT((std::vector{a.unionWith(b), b.unionWith(a)}), testing::Each(hull)) << sentence;
+    EXPECT_THAT((std::vector{a.intersection(b), b.intersection(a)}), Each(both)) << sentence;
+    EXPECT_THAT((std::vector{a.unionWith(b), b.unionWith(a)}), Each(hull)) << sentence;
   }
 }
 
@@ -196,12 +187,9 @@ TEST(CMTimeRangeTest, IsHalfOpenAndTellsInvalidEmptyAndIndefiniteApart) {
 }
 
 TEST(ExactTimeTest, MultipliesAndDividesWithoutOverflow) {
-  EXPECT_EQ(mulDiv(most, most, most), most);
-  EXPECT_EQ(mulDiv(least, least, least), least);
-  EXPECT_EQ(mulDiv(most, 2, 1), most) << "too large";
-  EXPECT_EQ(mulDiv(most, -2, 1), least) << "too small";
-  EXPECT_EQ(mulDiv(5, -1, 0), least);
-  EXPECT_EQ(mulDiv(0, 1, 0), 0);
+  EXPECT_THAT((std::vector{mulDiv(most, most, most), mulDiv(least, least, least)}), ElementsAre(most, least));
+  EXPECT_THAT((std::vector{mulDiv(most, 2, 1), mulDiv(most, -2, 1)}), ElementsAre(most, least)) << "does not fit";
+  EXPECT_THAT((std::vector{mulDiv(5, -1, 0), mulDiv(0, 1, 0)}), ElementsAre(least, 0));
   EXPECT_EQ(mulDiv(7, 1, -2), -4) << "half away from zero";
 }
 
@@ -217,20 +205,16 @@ TEST(ExactTimeTest, RoundingMethodsAgreeWithTheirDefinitions) {
 }
 
 TEST(ExactTimeTest, CountsTicksOfAnyTime) {
-  EXPECT_EQ(ticks(CMTime(1, 3), 48'000), 16'000);
-  EXPECT_EQ(ticks(CMTime(1, 1'000), 44'100), 44) << "44.1";
+  EXPECT_THAT((std::vector{ticks(CMTime(1, 3), 48'000), ticks(CMTime(1, 1'000), 44'100)}), ElementsAre(16'000, 44));
   EXPECT_EQ(ticks(CMTime(-1, 1'000), 44'100, roundTowardNegativeInfinity), -45);
   EXPECT_EQ(ticks(CMTime(1, 600), 90'001, quickTime), 151) << "150.0017, to a finer scale";
-  EXPECT_EQ(ticks(CMTime(most, 1), 600), most);
-  EXPECT_EQ(ticks(kCMTimeNegativeInfinity, 600), least);
-  EXPECT_EQ(ticks(kCMTimeInvalid, 600), 0);
-  EXPECT_EQ(ticks(CMTime(1, 1), 0), 0);
+  EXPECT_THAT((std::vector{ticks(CMTime(most, 1), 600), ticks(negative, 600)}), ElementsAre(most, least));
+  EXPECT_THAT((std::vector{ticks(kCMTimeInvalid, 600), ticks(CMTime(1, 1), 0)}), ElementsAre(0, 0));
 }
 
 TEST(ExactTimeTest, FindsTheCommonTimeScaleUpToALimit) {
-  EXPECT_EQ(commonTimescale(600, 44'100), 88'200);
-  EXPECT_EQ(commonTimescale(600, 44'100, 88'199), 0);
-  EXPECT_EQ(commonTimescale(90'001, 90'002), 0);
+  EXPECT_THAT((std::vector{commonTimescale(600, 44'100), commonTimescale(600, 44'100, 88'200)}), Each(88'200));
+  EXPECT_THAT((std::vector{commonTimescale(600, 44'100, 88'199), commonTimescale(90'001, 90'002)}), Each(0));
   EXPECT_EQ(commonTimescale(0, 600), 0);
 }
 
