@@ -30,6 +30,16 @@ namespace fs = std::filesystem;
 /// The longest that a test waits for anything; far more than is needed, for slow machines and sanitizers.
 inline constexpr std::chrono::seconds patience{100};
 
+/// Gives the processor away until `happened`; false when it has not in time.
+[[nodiscard]] inline bool waitUntil(const std::function<bool()>& happened) {
+  const auto end = std::chrono::steady_clock::now() + patience;
+  while (!happened()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
 inline std::string contentOf(const fs::path& path) {
   std::ifstream in(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(in), {}};

@@ -96,13 +96,6 @@ TEST(Asset, TurnsAnEmptyEditIntoAHeldStart) {
   EXPECT_NEAR(track->timeRange().start.seconds(), 0.5, 0.001);
 }
 
-TEST(Asset, LeavesTheEncoderDelayOutOfTheSound) {
-  const auto segments = assetOf({.frames = 60})->tracks(AVMediaTypeAudio).at(0)->segments();
-  ASSERT_EQ(segments.size(), 1U);
-  EXPECT_EQ(segments[0].source.start, CMTime(1024, 48'000)) << "the delay of the encoder that made the clip";
-  EXPECT_NEAR(segments[0].target.duration.seconds(), 2, 0.001);
-}
-
 TEST(Asset, LeavesTheDelayOutThatQuickTimeMoviesDoNotTell) {
   // Sound of 2112 samples more than the edit shows, from the media's start on: as cameras' movies have it.
   std::string bytes = contentOf(BarCodeClip({.frames = 60, .extension = ".mov"}).path());

@@ -1,6 +1,5 @@
 #include <clipworks/media/audio/AVAudioRecorder.h>
 
-#include <condition_variable>
 #include <mutex>
 
 #include <clipworks/engine/capture/SoundCapture.h>
@@ -29,17 +28,18 @@ struct Listener : AVAudioRecorderDelegate {
     heard.push_back(successfully);
     thread = std::this_thread::get_id();
     error = failureOf(recorder->error());
-    changed.notify_all();
   }
   /// All that was heard, once it is `count` things; fewer when they do not come.
   [[nodiscard]] std::vector<bool> wait(std::size_t count) {
-    std::unique_lock lock(mutex);
-    EXPECT_TRUE(changed.wait_for(lock, patience, [&] { return heard.size() >= count; })) << "nobody was told";
-    return heard;
+    const auto all = [this] {
+      const std::lock_guard lock(mutex);
+      return heard;
+    };
+    EXPECT_TRUE(waitUntil([&] { return all().size() >= count; })) << "nobody was told";
+    return all();
   }
 
   std::mutex mutex;
-  std::condition_variable changed;
   std::vector<bool> heard;  // guarded by mutex, like all below
   std::thread::id thread;
   std::string error;
@@ -56,9 +56,7 @@ class Recorder : public testing::Test {
     return *recorder;
   }
   static void waitForSound(const AVAudioRecorder& recorder, double seconds) {
-    const auto end = std::chrono::steady_clock::now() + patience;
-    while (recorder.currentTime() < seconds && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-    EXPECT_GE(recorder.currentTime(), seconds) << "no sound comes";
+    EXPECT_TRUE(waitUntil([&] { return recorder.currentTime() >= seconds; })) << "no sound comes";
   }
   static void withoutMicrophone() {
     using Opened = engine::Expected<std::unique_ptr<engine::SoundCapture>>;

@@ -29,6 +29,7 @@ TEST(NSErrorTest, DescribesTheWholeChainOnOneLineEvenWhenTheOriginalIsGone) {
     error = makeError(AVError::exportFailed, "the export stopped\nat 3 s", cause);
   }
   EXPECT_EQ(error.localizedDescription(), "the export stopped at 3 s");
+  EXPECT_EQ(error.underlyingError()->domain(), NSPOSIXErrorDomain);
   EXPECT_EQ(error.description(),
             "Error Domain=AVFoundationErrorDomain Code=-11820 \"the export stopped at 3 s\", caused by: "
             "Error Domain=NSPOSIXErrorDomain Code=28 \"writing /out/a.mp4: No space left on device\"");

@@ -143,6 +143,7 @@ TEST(Composition, NumbersItsTracks) {
 
 TEST(Composition, LastsAsLongAsItsLongestTrack) {
   const auto composition = AVMutableComposition::make();
+  EXPECT_EQ(text(composition->duration()), "0");
   const auto first = composition->addMutableTrack(AVMediaTypeVideo, 0);
   const auto second = composition->addMutableTrack(AVMediaTypeVideo, 0);
   EXPECT_EQ(text(composition->duration()), "0");

@@ -146,18 +146,23 @@ struct Event {
   std::shared_ptr<DispatchSemaphore> semaphore = DispatchSemaphore::make(0);
 };
 
+/// Runs `work(i)` as `count` items, which are all in the group.
+void runItems(const std::shared_ptr<DispatchGroup>& group, int count, const std::function<void(int)>& work) {
+  for (int i = 0; i < count; ++i) {
+    group->enter();
+    DispatchQueue::global().async([=] {
+      work(i);
+      group->leave();
+    });
+  }
+}
+
 TEST(GlobalQueueTest, BlockedItemsKeepNoOtherFromRunning) {
   const auto semaphore = DispatchSemaphore::make(0);
   std::promise<void> promise;
   const std::shared_future<void> opened = promise.get_future().share();
   const auto group = DispatchGroup::make();
-  for (int i = 0; i < 1000; ++i) {
-    group->enter();
-    DispatchQueue::global().async([=] {
-      i % 5 == 0 ? opened.wait() : semaphore->wait();
-      group->leave();
-    });
-  }
+  runItems(group, 1000, [=](int i) { i % 5 == 0 ? opened.wait() : semaphore->wait(); });
   Event later;
   DispatchQueue::global(DispatchQoS::userInitiated).async([&] { later.happen(); });
   EXPECT_TRUE(later.waitFor()) << "an item behind 1,000 blocked ones did not run";
@@ -171,18 +176,14 @@ TEST(GlobalQueueTest, BusyItemsShareFewThreads) {
   const auto group = DispatchGroup::make();
   std::atomic<int> running{0};
   std::atomic<int> mostRunning{0};
-  for (int i = 0; i < 5000; ++i) {
-    group->enter();
-    DispatchQueue::global().async([&, group] {
-      const int now = ++running;
-      int before = mostRunning;
-      while (before < now && !mostRunning.compare_exchange_weak(before, now)) {
-      }
-      for (volatile int n = 0; n < 1000;) n = n + 1;
-      --running;
-      group->leave();
-    });
-  }
+  runItems(group, 5000, [&](int) {
+    const int now = ++running;
+    int before = mostRunning;
+    while (before < now && !mostRunning.compare_exchange_weak(before, now)) {
+    }
+    for (volatile int n = 0; n < 1000;) n = n + 1;
+    --running;
+  });
   ASSERT_TRUE(group->wait(patience));
   EXPECT_LE(mostRunning, static_cast<int>(std::max(4U, std::thread::hardware_concurrency())) + 60)
       << "5,000 short items do not need a thread each";

@@ -20,46 +20,38 @@ std::shared_ptr<AVAsset> longWork() {
   return assetOf({.width = 640, .height = 360, .frames = 600, .preset = "ultrafast"});
 }
 
-std::shared_ptr<Session> hevcSession(const std::shared_ptr<AVAsset>& asset, const fs::path& path) {
-  auto session = Session::make(asset, toHEVC);
-  session->setOutputURL(URL(path));
-  return session;
-}
-
-/// Gives the processor away until `happened`; false when it has not in time.
-bool waitUntil(const std::function<bool()>& happened) {
-  const auto end = std::chrono::steady_clock::now() + patience;
-  while (!happened()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::yield();
+/// A session that encodes as HEVC, into a directory of its own.
+struct ToHEVC {
+  explicit ToHEVC(const std::shared_ptr<AVAsset>& asset) : session(Session::make(asset, toHEVC)) {
+    session->setOutputURL(URL(directory.file("out.mp4")));
   }
-  return true;
-}
+  [[nodiscard]] bool hasFile() const { return !fs::is_empty(directory.path()); }
+
+  TemporaryDirectory directory;
+  std::shared_ptr<Session> session;
+};
 
 TEST(ExportSession, ExistsOnlyForAPresetThatIsKnown) {
   const auto asset = assetOf(smallClip);
   EXPECT_EQ(Session::make(asset, "AVAssetExportPresetBestQuality"), nullptr);
   EXPECT_EQ(Session::make(nullptr, toH264), nullptr);
-  const auto session = Session::make(asset, toLow);
-  ASSERT_NE(session, nullptr);
-  EXPECT_EQ(session->status(), Status::unknown);
-  EXPECT_FALSE(session->error());
+  EXPECT_EQ(Session::make(asset, toLow)->status(), Status::unknown);
+  EXPECT_FALSE(Session::make(asset, toLow)->error());
 }
 
 TEST(ExportSession, LivesUntilItsHandlerIsDestroyedAndIsListedMeanwhile) {
-  const TemporaryDirectory directory;
-  auto session = hevcSession(assetOf(smallClip), directory.file("out.mp4"));
-  const std::weak_ptr<Session> alive = session;
+  ToHEVC work(assetOf(smallClip));
+  const std::weak_ptr<Session> alive = work.session;
   std::promise<void> destroyed;
   std::shared_ptr<void> captured(nullptr, [&](void*) { destroyed.set_value(); });
   std::vector<std::shared_ptr<Session>> listed;
   Status status = Status::unknown;
-  session->exportAsynchronously([&, held = std::move(captured), raw = session.get()] {
+  work.session->exportAsynchronously([&, held = std::move(captured), raw = work.session.get()] {
     status = raw->status();
     listed = Session::liveSessions();
   });
-  EXPECT_THAT(Session::liveSessions(), testing::Contains(session)) << "listed from the start on";
-  session.reset();
+  EXPECT_THAT(Session::liveSessions(), testing::Contains(work.session)) << "listed from the start on";
+  work.session.reset();
   ASSERT_EQ(destroyed.get_future().wait_for(patience), std::future_status::ready) << "the handler was not destroyed";
   EXPECT_EQ(status, Status::completed) << "when the handler was called";
   EXPECT_THAT(listed, ElementsAre(alive.lock()));
@@ -68,8 +60,8 @@ TEST(ExportSession, LivesUntilItsHandlerIsDestroyedAndIsListedMeanwhile) {
 }
 
 TEST(ExportSession, ReportsProgressThatNeverFallsAndEndsAtOne) {
-  const TemporaryDirectory directory;
-  const auto session = hevcSession(loopOf(BarCodeClip({.frames = 150}).path(), 3), directory.file("out.mp4"));
+  const ToHEVC work(loopOf(BarCodeClip({.frames = 150}).path(), 3));
+  Session* const session = work.session.get();
   std::vector<float> seen{0};
   run(*session, [&] {
     EXPECT_TRUE(waitUntil([&] {
@@ -88,13 +80,12 @@ TEST(ExportSession, ReportsProgressThatNeverFallsAndEndsAtOne) {
 
 TEST(ExportSession, TakesTheCompositionAsItIsAtTheStart) {
   const auto composition = smallLoop();
-  const TemporaryDirectory directory;
-  const auto session = hevcSession(composition, directory.file("out.mp4"));
-  run(*session, [&] {
+  const ToHEVC work(composition);
+  run(*work.session, [&] {
     for (const auto& track : composition->compositionTracks()) track->removeTimeRange({kCMTimeZero, CMTime(3, 1)});
   });
-  ASSERT_EQ(session->status(), Status::completed);
-  EXPECT_NEAR(MediaJudge(directory.file("out.mp4")).duration(), 4, 0.03);
+  EXPECT_EQ(failureOf(work.session->error()), "");
+  EXPECT_NEAR(MediaJudge(work.directory.file("out.mp4")).duration(), 4, 0.03);
 }
 
 TEST(ExportSession, SeveralAtATimeDoNotMix) {
@@ -111,15 +102,14 @@ TEST(ExportSession, SeveralAtATimeDoNotMix) {
 
 TEST(ExportSessionDeathTest, ASecondStartAborts) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
-  const TemporaryDirectory directory;
-  const auto session = hevcSession(AVMutableComposition::make(), directory.file("out.mp4"));
-  run(*session);
-  EXPECT_DEATH(session->exportAsynchronously([] {}), "one session exports once");
+  const ToHEVC work(AVMutableComposition::make());
+  run(*work.session);
+  EXPECT_DEATH(work.session->exportAsynchronously([] {}), "one session exports once");
 }
 
 TEST(CancelledExport, EndsSoonAndLeavesNoFile) {
-  const TemporaryDirectory directory;
-  const auto session = hevcSession(longWork(), directory.file("out.mp4"));
+  const ToHEVC work(longWork());
+  Session* const session = work.session.get();
   std::chrono::steady_clock::time_point asked;
   run(*session, [&] {
     EXPECT_TRUE(waitUntil([&] { return session->progress() > 0 || session->status() > Status::exporting; }));
@@ -131,36 +121,36 @@ TEST(CancelledExport, EndsSoonAndLeavesNoFile) {
   EXPECT_EQ(session->status(), Status::cancelled);
   EXPECT_THAT(failureOf(session->error()), hasCode(AVError::operationCancelled));
   EXPECT_LT(session->progress(), 1);
-  EXPECT_THAT(filesIn(directory.path()), IsEmpty());
+  EXPECT_FALSE(work.hasFile());
 }
 
 TEST(CancelledExport, NeverRunsBeforeAndStaysCompletedAfter) {
-  const TemporaryDirectory directory;
-  const auto early = hevcSession(longWork(), directory.file("early.mp4"));
-  early->cancelExport();
-  run(*early);
-  EXPECT_EQ(early->status(), Status::cancelled);
-  const auto late = hevcSession(smallLoop(1), directory.file("late.mp4"));
-  run(*late);
-  late->cancelExport();
-  EXPECT_EQ(late->status(), Status::completed);
-  EXPECT_FALSE(late->error());
-  EXPECT_THAT(filesIn(directory.path()), ElementsAre("late.mp4"));
+  const ToHEVC early(longWork());
+  early.session->cancelExport();
+  run(*early.session);
+  EXPECT_EQ(early.session->status(), Status::cancelled);
+  EXPECT_FALSE(early.hasFile());
+  const ToHEVC late(smallLoop(1));
+  run(*late.session);
+  late.session->cancelExport();
+  EXPECT_EQ(late.session->status(), Status::completed);
+  EXPECT_FALSE(late.session->error());
+  EXPECT_TRUE(late.hasFile());
 }
 
 TEST(CancelledExport, EndsOnceAtWhateverMomentItIsCancelled) {
   const auto composition = smallLoop();
   for (int spins = 1; spins < 200'000; spins *= 3) {
     SCOPED_TRACE(std::to_string(spins) + " yields after the start");
-    const TemporaryDirectory directory;
-    const auto session = hevcSession(composition, directory.file("out.mp4"));
+    const ToHEVC work(composition);
+    Session* const session = work.session.get();
     run(*session, [&] {
       for (int i = 0; i < spins && session->status() < Status::completed; ++i) std::this_thread::yield();
       session->cancelExport();
     });
     const bool completed = session->status() == Status::completed;
     EXPECT_TRUE(completed || session->status() == Status::cancelled);
-    EXPECT_EQ(fs::exists(directory.file("out.mp4")), completed) << "a file exactly when it completed";
+    EXPECT_EQ(work.hasFile(), completed) << "a file exactly when it completed";
   }
 }
 

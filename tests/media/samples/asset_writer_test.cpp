@@ -91,13 +91,11 @@ struct Writing {
     EXPECT_TRUE(writer->startWriting());
     writer->startSession(at);
   }
-  [[nodiscard]] bool waitUntilReady() const {
-    const auto end = std::chrono::steady_clock::now() + patience;
-    while (!input->isReadyForMoreMediaData() && std::chrono::steady_clock::now() < end) std::this_thread::yield();
-    return input->isReadyForMoreMediaData();
+  [[nodiscard]] bool hasRoomInTime() const {
+    return waitUntil([this] { return input->isReadyForMoreMediaData(); });
   }
   [[nodiscard]] bool append(Pixels pixels, const CMTime& time) const {
-    EXPECT_TRUE(waitUntilReady()) << "no room in time";
+    EXPECT_TRUE(hasRoomInTime());
     const bool appended = adaptor->append(pixels.buffer(), time);
     std::fill(pixels.bytes.begin(), pixels.bytes.end(), '\0');  // consumed
     return appended;
@@ -203,10 +201,15 @@ TEST(Writer, MakesAppendsWaitRatherThanHoldingPictures) {
   for (Pixels& picture : pictures) {
     std::generate(picture.bytes.begin(), picture.bytes.end(), [&] { return static_cast<char>(noise()); });
   }
+  const auto planar = [](Pixels& picture) {
+    auto* const luma = reinterpret_cast<std::uint8_t*>(picture.bytes.data());
+    return CVPixelBufferCreateWithPlanarBytes(1920, 1080, kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange, luma, 1920,
+                                              luma + 1920 * 1080, 1920, nullptr);
+  };
   constexpr int most = 1000;
   int taken = 0;
   for (; taken < most && made.input->isReadyForMoreMediaData(); ++taken) {
-    made.adaptor->append(pictures[taken % 2].buffer(), CMTime(taken, 30));
+    made.adaptor->append(planar(pictures[taken % 2]), CMTime(taken, 30));
   }
   EXPECT_LT(taken, most) << "there has to be a time without room";
   made.writer->cancelWriting();
@@ -225,7 +228,7 @@ TEST(Writer, ConvertsSoundToTheSampleAndStartsAtZero) {
     const std::int64_t total = 2 * rate + 777;
     for (std::int64_t at = 0, size = 1; at < total; at += size) {
       size = std::min<std::int64_t>(size * 3 % 5000 + 1, total - at);
-      ASSERT_TRUE(made.waitUntilReady());
+      ASSERT_TRUE(made.hasRoomInTime());
       ASSERT_TRUE(made.input->append(toneBuffer(rate, channels, at, size, kCMTimeInvalid)));
     }
     ASSERT_EQ(made.finish(), Status::completed) << failureOf(made.writer->error());
