@@ -4,9 +4,9 @@
 #include <memory>
 #include <numeric>
 #include <string>
-#include <utility>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <clipworks/media/composition/AVMutableCompositionTrack.h>
@@ -17,10 +17,8 @@ namespace clipworks::test {
 /// A file's track without a file: a name, and segments on a media of that name.
 class FakeTrack final : public AVAssetTrack {
  public:
-  FakeTrack(std::string name, std::vector<AVAssetTrackSegment> segments, AVMediaType mediaType = AVMediaTypeVideo)
-      : name_(std::make_shared<const std::string>(std::move(name))),
-        segments_(std::move(segments)),
-        mediaType_(mediaType) {}
+  FakeTrack(const std::string& name, std::vector<AVAssetTrackSegment> segments, AVMediaType type = AVMediaTypeVideo)
+      : name_(std::make_shared<const std::string>(name)), segments_(std::move(segments)), mediaType_(type) {}
 
   [[nodiscard]] const std::string& name() const { return *name_; }
   /// Of the fake that this media belongs to.
@@ -80,34 +78,25 @@ inline std::string text(const CMTime& t) {
 
 inline std::string text(const CMTimeRange& range) { return text(range.start) + ".." + text(range.end()); }
 
-inline std::string text(const AVAssetTrackSegment& segment, const std::string& source) {
-  const std::string what = segment.gap == SegmentGap::empty  ? "empty"
-                           : segment.gap == SegmentGap::hold ? "hold"
-                                                             : source + " " + text(segment.source);
-  return what + " at " + text(segment.target);
+inline std::string sourceOf(const AVAssetTrackSegment&) { return "media"; }
+inline std::string sourceOf(const MediaSegment& segment) {
+  return segment.mediaTrack ? FakeTrack::nameOf(*segment.mediaTrack) : "nothing";
+}
+inline std::string sourceOf(const AVCompositionTrackSegment& segment) {
+  const auto* fake = dynamic_cast<const FakeTrack*>(segment.sourceTrack.get());
+  return fake ? fake->name() : segment.sourceTrack ? "composition" : "nothing";
 }
 
 /// One line for each segment: "A 0..5/2 at 3..11/2", "hold at 11/2..6".
-inline std::vector<std::string> lines(const std::vector<AVAssetTrackSegment>& segments) {
+template <class Segment>
+std::vector<std::string> lines(const std::vector<Segment>& segments) {
   std::vector<std::string> all;
-  all.reserve(segments.size());
-  for (const auto& segment : segments) all.push_back(text(segment, "media"));
-  return all;
-}
-
-inline std::vector<std::string> lines(const std::vector<MediaSegment>& segments) {
-  std::vector<std::string> all;
-  for (const auto& segment : segments) {
-    all.push_back(text(segment, segment.mediaTrack ? FakeTrack::nameOf(*segment.mediaTrack) : "nothing"));
-  }
-  return all;
-}
-
-inline std::vector<std::string> lines(const std::vector<AVCompositionTrackSegment>& segments) {
-  std::vector<std::string> all;
-  for (const auto& segment : segments) {
-    const auto* fake = dynamic_cast<const FakeTrack*>(segment.sourceTrack.get());
-    all.push_back(text(segment, fake ? fake->name() : segment.sourceTrack ? "composition" : "nothing"));
+  for (const Segment& segment : segments) {
+    const std::string media = sourceOf(segment) + " " + text(segment.source);
+    const std::string what = segment.gap == SegmentGap::none   ? media
+                             : segment.gap == SegmentGap::hold ? "hold"
+                                                               : "empty";
+    all.push_back(what + " at " + text(segment.target));
   }
   return all;
 }

@@ -1,88 +1,143 @@
 #pragma once
 
-#include <chrono>
-#include <filesystem>
-#include <functional>
-#include <future>
-#include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include <map>
 
 #include <clipworks/media/composition/AVMutableComposition.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
 
-#include <tests/support/BarCodeClip.h>
-#include <tests/support/MediaJudge.h>
-#include <tests/support/RunProgram.h>
-#include <tests/support/TemporaryDirectory.h>
+#include <tests/media/MediaTesting.h>
 
-// What tests of exports share, and the headers that all of them need.
+// What tests of exports share.
 
 namespace clipworks::test {
 
-/// The longest that a test waits for anything; far more than is needed, for slow machines and sanitizers.
-inline constexpr std::chrono::seconds patience{100};
+using Session = AVAssetExportSession;
+using Status = AVAssetExportSessionStatus;
+constexpr auto toH264 = AVAssetExportPresetHighestQuality;
+constexpr auto toHEVC = AVAssetExportPresetHEVCHighestQuality;
+constexpr auto toLow = AVAssetExportPresetLowQuality;
+constexpr auto passedThrough = AVAssetExportPresetPassthrough;
 
-/// Waits for a session's completion handler.
-class Completion {
- public:
-  /// To be given to the session, once.
-  [[nodiscard]] std::function<void()> handler();
-  /// False when it was not called in time.
-  [[nodiscard]] bool wait();
+/// Starts the session, lets `meanwhile` happen, and waits for the end.
+inline void run(
+    Session& session, const std::function<void()>& meanwhile = [] {}) {
+  const auto called = std::make_shared<std::promise<void>>();
+  session.exportAsynchronously([called] { called->set_value(); });
+  meanwhile();
+  EXPECT_EQ(called->get_future().wait_for(patience), std::future_status::ready) << "the export did not end";
+}
 
- private:
-  std::shared_ptr<std::promise<void>> called_ = std::make_shared<std::promise<void>>();
-};
-
-/// Gives the processor away until `happened`; false when it has not in time.
-[[nodiscard]] bool waitUntil(const std::function<bool()>& happened);
-
-/// How an export ended.
+/// How an export into a directory of its own ended.
 struct Exported {
-  AVAssetExportSessionStatus status = AVAssetExportSessionStatus::unknown;
-  std::optional<NSError> error;
-  std::vector<ExportedTrack> tracks;
-
-  /// Empty when it completed; else what it ended with.
-  [[nodiscard]] std::string failure() const;
+  Status status = Status::unknown;
+  std::string failure = "no session";  ///< empty when it completed
+  std::vector<ExportedTrack> tracks{};
+  std::shared_ptr<TemporaryDirectory> directory = std::make_shared<TemporaryDirectory>();
+  fs::path path = directory->file("out.mp4");
+  MediaJudge output{path};
 };
 
-/// Exports `asset` to `path` and waits for the end.
-[[nodiscard]] Exported exportAsset(const std::shared_ptr<AVAsset>& asset, std::string_view preset,
-                                   const std::filesystem::path& path,
-                                   const std::function<void(AVAssetExportSession&)>& configure = {});
+/// Exports `asset` and waits for the end.
+inline Exported tryToExport(
+    const std::shared_ptr<AVAsset>& asset, std::string_view preset = toH264,
+    const std::function<void(Session&)>& configure = [](Session&) {}) {
+  Exported exported;
+  const auto session = Session::make(asset, preset);
+  if (session == nullptr) return exported;
+  session->setOutputURL(URL(exported.path));
+  configure(*session);
+  run(*session);
+  exported.status = session->status();
+  exported.failure = failureOf(session->error());
+  if (exported.failure.empty() && exported.status != Status::completed) exported.failure = "no error";
+  exported.tracks = session->exportedTracks();
+  return exported;
+}
+
+/// The same, which has to succeed.
+inline Exported exportAsset(
+    const std::shared_ptr<AVAsset>& asset, std::string_view preset = toH264,
+    const std::function<void(Session&)>& configure = [](Session&) {}) {
+  Exported exported = tryToExport(asset, preset, configure);
+  EXPECT_EQ(exported.failure, "");
+  return exported;
+}
 
 /// The whole clip `count` times in a row: its first track of pictures with its transform, and its first of sound where
 /// there is one.
-[[nodiscard]] std::shared_ptr<AVMutableComposition> loopOf(const std::filesystem::path& clip, int count);
+inline std::shared_ptr<AVMutableComposition> loopOf(const fs::path& clip, int count) {
+  const auto asset = assetAt(clip);
+  const auto composition = AVMutableComposition::make();
+  const CMTime length(asset->duration().seconds(), asset->duration().timescale);
+  for (const auto type : {AVMediaTypeVideo, AVMediaTypeAudio}) {
+    const auto sources = asset->tracks(type);
+    if (sources.empty()) continue;
+    const auto track = composition->addMutableTrack(type, kCMPersistentTrackID_Invalid);
+    track->setPreferredTransform(sources.front()->preferredTransform());
+    for (int i = 0; i < count; ++i) {
+      const auto inserted = track->insertTimeRange({kCMTimeZero, length}, sources.front(), CMTimeMultiply(length, i));
+      EXPECT_EQ(failureOf(inserted), "");
+    }
+  }
+  return composition;
+}
 
 /// A stretch of a clip, in milliseconds.
 struct Part {
-  std::filesystem::path clip;
+  fs::path clip;
   std::int64_t from;
   std::int64_t to;
 };
 
-/// The pictures of `parts` one after another on one track, or their sound.
-[[nodiscard]] std::shared_ptr<AVMutableComposition> cutOf(const std::vector<Part>& parts,
-                                                          AVMediaType type = AVMediaTypeVideo);
+inline CMTime at(std::int64_t milliseconds) { return {milliseconds, 1000}; }
+inline CMTimeRange span(std::int64_t from, std::int64_t to) { return {at(from), at(to - from)}; }
+
+/// The pictures of `parts` one after another on one track.
+inline std::shared_ptr<AVMutableComposition> cutOf(const std::vector<Part>& parts) {
+  const auto composition = AVMutableComposition::make();
+  const auto track = composition->addMutableTrack(AVMediaTypeVideo, kCMPersistentTrackID_Invalid);
+  std::map<fs::path, std::shared_ptr<AVAsset>> assets;
+  CMTime end = kCMTimeZero;
+  for (const auto& [clip, from, to] : parts) {
+    auto& asset = assets.try_emplace(clip, assetAt(clip)).first->second;
+    EXPECT_TRUE(track->insertTimeRange(span(from, to), asset->tracks(AVMediaTypeVideo).at(0), end));
+    end = end + at(to - from);
+  }
+  return composition;
+}
 
 /// The length of an MP4 or QuickTime file by its movie header, of others by ffprobe; in seconds.
-[[nodiscard]] double lengthOf(const std::filesystem::path& clip);
+inline double lengthOf(const fs::path& clip) {
+  const MediaJudge judge(clip);
+  if (clip.extension() != ".mp4" && clip.extension() != ".mov") return judge.duration();
+  const auto [value, timescale] = judge.movieHeaderDuration();
+  return static_cast<double>(value) / static_cast<double>(timescale);
+}
+
+inline ClipOptions small(ClipOptions options) {
+  options.width = 160;
+  options.height = 90;
+  return options;
+}
 
 /// What `clip`'s pictures, at their `times`, make when it plays `count` times in a row.
-[[nodiscard]] std::vector<SeenPicture> loopedPictures(const std::vector<double>& times, double length, int count);
+inline std::vector<SeenPicture> loopedPictures(const std::vector<double>& times, double length, int count) {
+  std::vector<SeenPicture> pictures;
+  for (int copy = 0; copy < count; ++copy) {
+    for (std::size_t i = 0; i < times.size() && times[i] < length; ++i) {
+      pictures.push_back({copy * length + times[i], static_cast<int>(i), {}});
+    }
+  }
+  return pictures;
+}
 
 /// Fails the test for each picture that is another, or more than `tolerance` seconds away from its time.
-void expectPictures(const std::vector<SeenPicture>& got, const std::vector<SeenPicture>& expected, double tolerance);
-
-/// The names in a directory.
-[[nodiscard]] std::vector<std::string> filesIn(const std::filesystem::path& directory);
+inline void expectPictures(const std::vector<SeenPicture>& got, const std::vector<SeenPicture>& expected,
+                           double tolerance) {
+  ASSERT_EQ(numbersOf(got), numbersOf(expected));
+  for (std::size_t i = 0; i < got.size(); ++i) {
+    ASSERT_NEAR(got[i].seconds, expected[i].seconds, tolerance) << "picture " << i << " of the output";
+  }
+}
 
 }  // namespace clipworks::test

@@ -1,54 +1,31 @@
 #include <clipworks/media/composition/AVMutableAudioMix.h>
 
-#include <algorithm>
-#include <cmath>
-#include <limits>
-#include <optional>
-#include <ostream>
-#include <string>
-#include <vector>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <tests/media/export/ExportTesting.h>
-#include <tests/support/BarCodeClip.h>
-#include <tests/support/TemporaryDirectory.h>
+#include "ExportTesting.h"
 
 namespace clipworks::test {
 namespace {
 
-using testing::HasSubstr;
+using Entries = std::vector<std::shared_ptr<AVMutableAudioMixInputParameters>>;
 
-BarCodeClip video() { return BarCodeClip({.width = 160, .height = 90, .frames = 90}); }
+const ClipOptions video = small({.frames = 90});
 
 /// A clip with sound only.
 BarCodeClip piece(double seconds, int sampleRate = 44'100, int channels = 1) {
-  return BarCodeClip({.frames = 0,
-                      .audioCodec = "pcm_s16le",
-                      .sampleRate = sampleRate,
-                      .channels = channels,
-                      .audioSeconds = seconds,
-                      .extension = ".mov"});
+  ClipOptions options{.frames = 0, .audioCodec = "pcm_s16le", .sampleRate = sampleRate, .channels = channels};
+  options.audioSeconds = seconds;
+  options.extension = ".mov";
+  return BarCodeClip(options);
 }
 
 /// Adds the sound of `clip` at `start` on a track of its own, and its volume to `entries`.
 void addPiece(AVMutableComposition& composition, const BarCodeClip& clip, double start, float volume,
-              std::vector<std::shared_ptr<AVMutableAudioMixInputParameters>>& entries) {
-  const auto source = AVAsset::make(URL(clip.path()))->tracks(AVMediaTypeAudio).front();
+              Entries& entries) {
+  const auto source = assetAt(clip.path())->tracks(AVMediaTypeAudio).front();
   const auto track = composition.addMutableTrack(AVMediaTypeAudio, kCMPersistentTrackID_Invalid);
-  ASSERT_TRUE(
-      track->insertTimeRange(CMTimeRange(kCMTimeZero, CMTime(clip.audioEnd(), 44'100)), source, CMTime(start, 44'100)));
-  const auto parameters = AVMutableAudioMixInputParameters::make(source);
-  parameters->setVolume(volume, kCMTimeZero);
-  parameters->setTrackID(track->trackID());
-  entries.push_back(parameters);
-}
-
-std::shared_ptr<AVMutableAudioMix> mixOf(std::vector<std::shared_ptr<AVMutableAudioMixInputParameters>> entries) {
-  const auto mix = AVMutableAudioMix::make();
-  mix->setInputParameters(std::move(entries));
-  return mix;
+  ASSERT_TRUE(track->insertTimeRange({kCMTimeZero, CMTime(clip.audioEnd(), 44'100)}, source, CMTime(start, 44'100)));
+  entries.push_back(AVMutableAudioMixInputParameters::make(source));
+  entries.back()->setVolume(volume, kCMTimeZero);
+  entries.back()->setTrackID(track->trackID());
 }
 
 std::shared_ptr<AVMutableAudioMixInputParameters> entryFor(const AVMutableComposition& composition, float volume) {
@@ -57,64 +34,36 @@ std::shared_ptr<AVMutableAudioMixInputParameters> entryFor(const AVMutableCompos
   return parameters;
 }
 
-struct SoundExport {
-  Exported exported;
-  Sound sound;
-  double videoEnd = 0;
-};
-
-SoundExport exportMix(const std::shared_ptr<AVMutableComposition>& composition,
-                      const std::shared_ptr<AVMutableAudioMix>& mix,
-                      std::string_view preset = AVAssetExportPresetHighestQuality) {
-  const TemporaryDirectory directory;
-  const auto output = directory.path() / "mixed.mp4";
-  SoundExport result;
-  result.exported =
-      exportAsset(composition, preset, output, [&](AVAssetExportSession& session) { session.setAudioMix(mix); });
-  if (!result.exported.failure().empty()) return result;
-  result.sound = MediaJudge(output).sound(48'000);
-  result.videoEnd = MediaJudge(output).stream("video").duration;
-  return result;
+std::function<void(Session&)> mixOf(const Entries& entries) {
+  const auto mix = AVMutableAudioMix::make();
+  mix->setInputParameters(entries);
+  return [mix](Session& session) { session.setAudioMix(mix); };
 }
 
-struct VolumeCase {
-  std::string name;
-  std::optional<float> volume;  ///< nothing: no mix at all
-  double factor;
-  bool copied;
-  std::string_view preset = AVAssetExportPresetHighestQuality;
-
-  friend std::ostream& operator<<(std::ostream& out, const VolumeCase& c) { return out << c.name; }
-};
-
-class OneTrack : public testing::TestWithParam<VolumeCase> {};
-
-TEST_P(OneTrack, IsAsLoudAsAskedAndCopiedWhereUntouched) {
-  const auto& test = GetParam();
-  const auto composition = loopOf(video().path(), 1);
-  const auto mix = test.volume ? mixOf({entryFor(*composition, *test.volume), nullptr}) : nullptr;
-  const auto result = exportMix(composition, mix, test.preset);
-  ASSERT_EQ(result.exported.failure(), "");
-  EXPECT_EQ(result.exported.tracks[1].copied, test.copied);
-  EXPECT_TRUE(result.exported.tracks[0].copied);
-  EXPECT_NEAR(result.sound.part(0.2, 2.8).level() / MediaJudge(video().path()).sound(48'000).part(0.2, 2.8).level(),
-              test.factor, 0.01 * std::max(1.0, test.factor));
+/// How loud the middle of `path` is, compared with the video.
+double loudness(const fs::path& path) {
+  const auto level = [](const fs::path& clip) { return MediaJudge(clip).sound(48'000).part(0.2, 2.8).level(); };
+  return level(path) / level(BarCodeClip(video).path());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Volumes, OneTrack,
-    testing::Values(VolumeCase{"no_mix", std::nullopt, 1, true}, VolumeCase{"one", 1.0F, 1, true},
-                    VolumeCase{"half", 0.5F, 0.5, false}, VolumeCase{"none", 0.0F, 0, false},
-                    VolumeCase{"double", 2.0F, 2, false},
-                    VolumeCase{"one_passed_through", 1.0F, 1, true, AVAssetExportPresetPassthrough},
-                    VolumeCase{"half_passed_through", 0.5F, 0.5, false, AVAssetExportPresetPassthrough}),
-    [](const auto& testCase) { return testCase.param.name; });
+TEST(OneTrack, IsAsLoudAsAskedAndCopiedWhereUntouched) {
+  for (const auto preset : {toH264, passedThrough}) {
+    for (const float volume : {-1.0F, 1.0F, 0.5F, 0.0F, 2.0F}) {  // the first without a mix
+      SCOPED_TRACE(volume);
+      const auto composition = loopOf(BarCodeClip(video).path(), 1);
+      const auto mix = mixOf({entryFor(*composition, volume), nullptr});
+      const auto exported = exportAsset(composition, preset, volume < 0 ? [](Session&) {} : mix);
+      EXPECT_EQ(exported.tracks[1].copied, std::abs(volume) == 1);
+      EXPECT_TRUE(exported.tracks[0].copied);
+      EXPECT_NEAR(loudness(exported.path), std::abs(volume), 0.01 * std::max(1.0F, volume));
+    }
+  }
+}
 
 TEST(SoundMix, LimitsWhatAVolumeTakesPastFullScale) {
-  const auto composition = loopOf(video().path(), 1);
-  const auto result = exportMix(composition, mixOf({entryFor(*composition, 20.0F)}));
-  ASSERT_EQ(result.exported.failure(), "");
-  const auto part = result.sound.part(0.5, 2.5);
+  const auto composition = loopOf(BarCodeClip(video).path(), 1);
+  const auto exported = exportAsset(composition, toH264, mixOf({entryFor(*composition, 20.0F)}));
+  const Sound part = exported.output.sound(48'000).part(0.5, 2.5);
   const auto inRange =
       std::count_if(part.samples.begin(), part.samples.end(), [](float s) { return std::fabs(s) > 0.99F; });
   // A limited tone still is one: it touches full scale, where a clipped one, at 20 times its level, would stay there.
@@ -123,65 +72,49 @@ TEST(SoundMix, LimitsWhatAVolumeTakesPastFullScale) {
 }
 
 TEST(SoundMix, PlacesPiecesToTheSampleAndKeepsThemBeyondThePictures) {
-  const auto clip = video();
-  const auto composition = loopOf(clip.path(), 1);
-  std::vector entries{entryFor(*composition, 0.0F)};
+  const auto composition = loopOf(BarCodeClip(video).path(), 1);
+  Entries entries{entryFor(*composition, 0.0F)};
   addPiece(*composition, piece(1.5), 0.77, 1.0F, entries);
   addPiece(*composition, piece(2, 16'000), 2.55, 0.5F, entries);
-  const auto result = exportMix(composition, mixOf(entries));
-  ASSERT_EQ(result.exported.failure(), "");
-  EXPECT_NEAR(result.videoEnd, 3, 0.001);
-  EXPECT_NEAR(result.sound.seconds(), 4.55, 0.0222);
-  EXPECT_LT(result.sound.part(0, 0.75).level(), 0.001) << "the video's own sound is off";
-
+  const auto exported = exportAsset(composition, toH264, mixOf(entries));
+  EXPECT_NEAR(exported.output.stream("video").duration, 3, 0.001);
+  const Sound sound = exported.output.sound(48'000);
+  EXPECT_NEAR(sound.seconds(), 4.55, 0.0222);
+  EXPECT_LT(sound.part(0, 0.75).level(), 0.001) << "the video's own sound is off";
   const Sound tone = makeTone(48'000, 0, 2);
-  const auto first = lagMilliseconds(tone.part(0, 1.5), result.sound.part(0.77, 2.27), 5);
-  ASSERT_TRUE(first);
-  EXPECT_NEAR(*first, 0, 0.03);
-  const auto second = lagMilliseconds(tone.part(0, 1.9), result.sound.part(2.55, 4.45), 5);
-  ASSERT_TRUE(second);
-  EXPECT_NEAR(*second, 0, 0.05);
-  EXPECT_NEAR(result.sound.part(2.7, 4.4).level() / result.sound.part(0.9, 2.2).level(), 0.5, 0.02);
+  EXPECT_NEAR(lagOf(tone.part(0, 1.5), sound.part(0.77, 2.27), 5), 0, 0.03);
+  EXPECT_NEAR(lagOf(tone.part(0, 1.9), sound.part(2.55, 4.45), 5), 0, 0.05);
+  EXPECT_NEAR(sound.part(2.7, 4.4).level() / sound.part(0.9, 2.2).level(), 0.5, 0.02);
 }
 
 TEST(SoundMix, AddsTracksUpAtTheirVolumes) {
   // The same sound on two tracks: levels add up as amplitudes.
-  const auto composition = loopOf(video().path(), 1);
-  std::vector entries{entryFor(*composition, 0.25F)};
+  const auto composition = loopOf(BarCodeClip(video).path(), 1);
+  Entries entries{entryFor(*composition, 0.25F)};
   addPiece(*composition, piece(3, 48'000, 2), 0, 0.5F, entries);
-  const auto result = exportMix(composition, mixOf(entries));
-  ASSERT_EQ(result.exported.failure(), "");
-  const Sound alone = MediaJudge(video().path()).sound(48'000);
-  EXPECT_NEAR(result.sound.part(0.2, 2.8).level() / alone.part(0.2, 2.8).level(), 0.75, 0.01);
+  const auto mixed = exportAsset(composition, toH264, mixOf(entries));
+  EXPECT_NEAR(loudness(mixed.path), 0.75, 0.01);
+  const auto withoutMix = exportAsset(composition, passedThrough);
+  EXPECT_EQ(withoutMix.tracks.at(1).encoder, "aac");
+  EXPECT_NEAR(loudness(withoutMix.path), 2, 0.02);
 }
 
-struct WrongCase {
-  std::string name;
-  float volume;
-  CMTime at;
-  std::string sentence;
-
-  friend std::ostream& operator<<(std::ostream& out, const WrongCase& c) { return out << c.name; }
-};
-
-class WrongMix : public testing::TestWithParam<WrongCase> {};
-
-TEST_P(WrongMix, FailsTheExportWithASentence) {
-  const auto composition = loopOf(video().path(), 1);
-  const auto entry = entryFor(*composition, 1);
-  entry->setVolume(GetParam().volume, GetParam().at);
-  const auto result = exportMix(composition, mixOf({entry}));
-  EXPECT_EQ(result.exported.status, AVAssetExportSessionStatus::failed);
-  EXPECT_THAT(result.exported.failure(), HasSubstr(GetParam().sentence));
+TEST(WrongMix, FailsTheExportWithASentence) {
+  const std::tuple<float, CMTime, const char*> cases[] = {
+      {-0.5F, kCMTimeZero, "must be from 0 to 1000, not -0.5"},
+      {std::numeric_limits<float>::quiet_NaN(), kCMTimeZero, "not nan"},
+      {1001.0F, kCMTimeZero, "not 1001.0"},
+      {0.5F, CMTime(1, 1), "volumes that change"},
+  };
+  for (const auto& [volume, from, words] : cases) {
+    const auto composition = loopOf(BarCodeClip(video).path(), 1);
+    const auto entry = entryFor(*composition, 1);
+    entry->setVolume(volume, from);
+    const auto exported = tryToExport(composition, toH264, mixOf({entry}));
+    EXPECT_EQ(exported.status, Status::failed) << words;
+    EXPECT_THAT(exported.failure, testing::HasSubstr(words));
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Volumes, WrongMix,
-                         testing::Values(WrongCase{"negative", -0.5F, kCMTimeZero, "must be from 0 to 1000, not -0.5"},
-                                         WrongCase{"not_a_number", std::numeric_limits<float>::quiet_NaN(), kCMTimeZero,
-                                                   "not nan"},
-                                         WrongCase{"too_loud", 1001.0F, kCMTimeZero, "not 1001.0"},
-                                         WrongCase{"later", 0.5F, CMTime(1, 1), "volumes that change"}),
-                         [](const auto& testCase) { return testCase.param.name; });
 
 }  // namespace
 }  // namespace clipworks::test

@@ -1,7 +1,6 @@
 #include <clipworks/media/geometry/CGAffineTransform.h>
 
 #include <cmath>
-#include <ostream>
 
 #include <clipworks/media/geometry/CGRect.h>
 #include <gtest/gtest.h>
@@ -12,16 +11,15 @@ std::ostream& operator<<(std::ostream& out, const CGAffineTransform& t) { return
 
 namespace {
 
+const CGAffineTransform t{2, 3, 5, 7, 11, 13};
+
 TEST(CGAffineTransformTest, TransformsPointsAndSizes) {
-  const CGAffineTransform t{2, 3, 5, 7, 11, 13};
   EXPECT_EQ(CGPointApplyAffineTransform({10, 100}, t), (CGPoint{531, 743}));
   EXPECT_EQ(CGSizeApplyAffineTransform({10, 100}, t), (CGSize{520, 730}));
-  const CGAffineTransform portrait{0, 1, -1, 0, 1080, 0};
-  EXPECT_EQ(CGSizeApplyAffineTransform({1920, 1080}, portrait), (CGSize{-1080, 1920}));
+  EXPECT_EQ(CGSizeApplyAffineTransform({1920, 1080}, {0, 1, -1, 0, 1080, 0}), (CGSize{-1080, 1920}));
 }
 
 TEST(CGAffineTransformTest, ChangesApplyBeforeTheTransform) {
-  const CGAffineTransform t{2, 3, 5, 7, 11, 13};
   EXPECT_EQ(CGAffineTransformScale(t, 10, 100), (CGAffineTransform{20, 30, 500, 700, 11, 13}));
   EXPECT_EQ(CGAffineTransformTranslate(t, 10, 100), (CGAffineTransform{2, 3, 5, 7, 531, 743}));
   const double c = std::cos(0.3);
@@ -38,10 +36,9 @@ TEST(CGAffineTransformTest, KeepsTheResidueOfAQuarterTurn) {
 }
 
 TEST(CGAffineTransformTest, ConcatenationAppliesTheFirstFirst) {
-  const CGAffineTransform first{2, 3, 5, 7, 11, 13};
   const CGAffineTransform second{-1, 4, 6, -2, 9, 8};
-  EXPECT_EQ(CGPointApplyAffineTransform({10, 100}, CGAffineTransformConcat(first, second)),
-            CGPointApplyAffineTransform(CGPointApplyAffineTransform({10, 100}, first), second));
+  EXPECT_EQ(CGPointApplyAffineTransform({10, 100}, CGAffineTransformConcat(t, second)),
+            CGPointApplyAffineTransform(CGPointApplyAffineTransform({10, 100}, t), second));
 }
 
 TEST(GeometryTextTest, PrintsSizesAndPointsInParentheses) {

@@ -1,40 +1,25 @@
 #include <clipworks/media/samples/AVAssetReader.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <memory>
-#include <optional>
-#include <string>
-#include <vector>
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-#include <tests/support/BarCodeClip.h>
-#include <tests/support/MediaJudge.h>
-#include <tests/support/RunProgram.h>
-#include <tests/support/TemporaryDirectory.h>
+#include <tests/media/MediaTesting.h>
 
 namespace clipworks::test {
 namespace {
 
-const SettingsDictionary fullRangePixels{
-    {kCVPixelBufferPixelFormatTypeKey, kCVPixelFormatType_420YpCbCr8BiPlanarFullRange}};
-const SettingsDictionary integerSamples{{AVFormatIDKey, kAudioFormatLinearPCM},
-                                        {AVLinearPCMBitDepthKey, 16},
-                                        {AVLinearPCMIsBigEndianKey, false},
-                                        {AVLinearPCMIsFloatKey, false}};
+const SettingsDictionary fullRange{{kCVPixelBufferPixelFormatTypeKey, kCVPixelFormatType_420YpCbCr8BiPlanarFullRange}};
+const SettingsDictionary integers{{AVFormatIDKey, kAudioFormatLinearPCM},
+                                  {AVLinearPCMBitDepthKey, 16},
+                                  {AVLinearPCMIsBigEndianKey, false},
+                                  {AVLinearPCMIsFloatKey, false}};
 
 /// A reader with one output, on the first track of a kind.
 struct Reading {
   std::shared_ptr<AVAssetReader> reader;
   std::shared_ptr<AVAssetReaderTrackOutput> output;
 
-  Reading(const std::filesystem::path& clip, AVMediaType type, const SettingsDictionary& settings) {
-    const auto asset = AVAsset::make(URL(clip));
+  Reading(const fs::path& clip, AVMediaType type, const SettingsDictionary& settings) {
+    const auto asset = assetAt(clip);
     reader = AVAssetReader::make(asset).value();
     output = AVAssetReaderTrackOutput::make(asset->tracks(type).at(0), settings);
     EXPECT_TRUE(reader->canAdd(*output));
@@ -43,154 +28,102 @@ struct Reading {
   }
 };
 
-GreyPicture greyOf(const CVPixelBuffer& buffer) {
-  GreyPicture grey{static_cast<int>(buffer.width()), static_cast<int>(buffer.height()), {}};
-  const PixelPlane& luma = buffer.planes().front();
-  for (std::size_t y = 0; y < luma.height; ++y) {
-    const auto* row = luma.baseAddress + y * luma.bytesPerRow;
-    grey.pixels.insert(grey.pixels.end(), row, row + luma.width);
-  }
-  return grey;
+GreyPicture pictureOf(CMSampleBuffer& buffer) {
+  const PixelPlane luma = CMSampleBufferGetImageBuffer(buffer)->planes().front();
+  return greyOf(luma.baseAddress, luma.width, luma.height, luma.bytesPerRow);
 }
 
-struct PictureCase {
-  std::string name;
-  ClipOptions options;
-  friend std::ostream& operator<<(std::ostream& out, const PictureCase& c) { return out << c.name; }
-};
+int numberOf(CMSampleBuffer& buffer) { return BarCode::read(pictureOf(buffer)).value_or(BarCode{-1, {}}).number; }
 
-class ReadPictures : public testing::TestWithParam<PictureCase> {};
-
-TEST_P(ReadPictures, ComeInOrderAtTheirTimes) {
-  const BarCodeClip clip(GetParam().options);
-  const Reading reading(clip.path(), AVMediaTypeVideo, fullRangePixels);
+void expectPicturesOf(const ClipOptions& options) {
+  const BarCodeClip clip(options);
+  const Reading reading(clip.path(), AVMediaTypeVideo, fullRange);
   std::size_t count = 0;
   CMTime end = kCMTimeInvalid;
   while (const auto buffer = reading.output->copyNextSampleBuffer()) {
     ASSERT_LT(count, clip.times().size());
-    EXPECT_NEAR(CMSampleBufferGetPresentationTimeStamp(*buffer).seconds(), clip.times()[count], 1e-3);
-    if (count > 0) {
-      EXPECT_EQ(CMSampleBufferGetPresentationTimeStamp(*buffer), end) << "no gap before " << count;
-    }
-    end = CMSampleBufferGetPresentationTimeStamp(*buffer) + CMSampleBufferGetDuration(*buffer);
-    const auto picture = CMSampleBufferGetImageBuffer(*buffer);
-    ASSERT_NE(picture, nullptr) << "picture " << count;
-    const auto code = BarCode::read(greyOf(*picture));
-    ASSERT_TRUE(code) << "picture " << count;
-    EXPECT_EQ(code->number, static_cast<int>(count));
-    ++count;
+    const CMTime time = CMSampleBufferGetPresentationTimeStamp(*buffer);
+    EXPECT_NEAR(time.seconds(), clip.times()[count], 1e-3);
+    EXPECT_TRUE(count == 0 || time == end) << "no gap before " << count;
+    end = time + CMSampleBufferGetDuration(*buffer);
+    EXPECT_EQ(numberOf(*buffer), static_cast<int>(count++));
   }
   EXPECT_EQ(count, clip.times().size());
   EXPECT_LT(end.seconds(), clip.videoEnd() + 2e-3);
   EXPECT_EQ(reading.reader->status(), AVAssetReaderStatus::completed);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Clips, ReadPictures,
-    testing::Values(
-        PictureCase{"at_a_constant_rate", {.frames = 40}},
-        PictureCase{"at_a_variable_rate", {.frameTimes = {0, 20, 100, 130, 210, 400, 410}, .timescale = 600}},
-        PictureCase{"that_start_later", {.frameTimes = {300, 340, 380, 420, 460}, .timescale = 600}},
-        PictureCase{
-            "in_HEVC_with_open_groups",
-            {.frames = 30, .videoCodec = "libx265", .preset = "ultrafast", .gop = 10, .groups = GroupOfPictures::open}},
-        PictureCase{"of_odd_size", {.width = 318, .height = 179, .frames = 5, .pixelFormat = "yuv444p"}}),
-    [](const auto& testCase) { return testCase.param.name; });
+TEST(AssetReader, GivesPicturesInOrderAtTheirTimes) {
+  expectPicturesOf({.frames = 40});
+  expectPicturesOf({.frameTimes = {0, 20, 100, 130, 210, 400, 410}, .timescale = 600});
+  expectPicturesOf({.frameTimes = {300, 340, 380, 420, 460}, .timescale = 600});
+  ClipOptions hevc{.frames = 30, .videoCodec = "libx265", .preset = "ultrafast", .gop = 10};
+  hevc.groups = GroupOfPictures::open;
+  expectPicturesOf(hevc);
+  expectPicturesOf({.width = 318, .height = 179, .frames = 5, .pixelFormat = "yuv444p"});
+}
 
 TEST(AssetReader, DecodesPicturesInAnyOrderWhenTheyAreLookedAt) {
-  const BarCodeClip clip;
-  const Reading reading(clip.path(), AVMediaTypeVideo, fullRangePixels);
+  const Reading reading(BarCodeClip().path(), AVMediaTypeVideo, fullRange);
   std::vector<std::shared_ptr<CMSampleBuffer>> buffers;
   while (auto buffer = reading.output->copyNextSampleBuffer()) buffers.push_back(std::move(buffer));
   reading.reader->cancelReading();
   EXPECT_EQ(reading.reader->status(), AVAssetReaderStatus::completed) << "it was through before";
-  for (const std::size_t number : {59U, 3U, 30U}) {
-    const auto code = BarCode::read(greyOf(*CMSampleBufferGetImageBuffer(*buffers.at(number))));
-    ASSERT_TRUE(code);
-    EXPECT_EQ(code->number, static_cast<int>(number));
-  }
+  for (const int number : {59, 3, 30}) EXPECT_EQ(numberOf(*buffers.at(static_cast<std::size_t>(number))), number);
 }
 
 TEST(AssetReader, GivesTheRangeThatIsAskedFor) {
   const BarCodeClip clip({.frames = 1});
-  std::vector<GreyPicture> greys;
-  for (const auto format :
-       {kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange, kCVPixelFormatType_420YpCbCr8BiPlanarFullRange}) {
-    const Reading reading(clip.path(), AVMediaTypeVideo, {{kCVPixelBufferPixelFormatTypeKey, format}});
-    greys.push_back(greyOf(*CMSampleBufferGetImageBuffer(*reading.output->copyNextSampleBuffer())));
-  }
-  ASSERT_EQ(greys[0].pixels.size(), greys[1].pixels.size());
-  for (std::size_t i = 0; i < greys[0].pixels.size(); ++i) {
-    const double full = std::clamp((greys[0].pixels[i] - 16) * 255.0 / 219, 0.0, 255.0);
-    ASSERT_NEAR(greys[1].pixels[i], full, 0.51) << "pixel " << i;
+  const auto pixelsAs = [&](const SettingsDictionary& settings) {
+    return pictureOf(*Reading(clip.path(), AVMediaTypeVideo, settings).output->copyNextSampleBuffer()).pixels;
+  };
+  const auto full = pixelsAs(fullRange);
+  const auto video = pixelsAs({{kCVPixelBufferPixelFormatTypeKey, kCVPixelFormatType_420YpCbCr8BiPlanarVideoRange}});
+  ASSERT_EQ(video.size(), full.size());
+  for (std::size_t i = 0; i < full.size(); ++i) {
+    ASSERT_NEAR(full[i], std::clamp((video[i] - 16) * 255.0 / 219, 0.0, 255.0), 0.51) << "pixel " << i;
   }
 }
 
-struct SoundCase {
-  std::string name;
-  ClipOptions options;
-  friend std::ostream& operator<<(std::ostream& out, const SoundCase& c) { return out << c.name; }
-};
-
-class ReadSound : public testing::TestWithParam<SoundCase> {};
-
-/// What an independent decoder makes of the sound, its start and end as the file tells them.
-std::vector<std::int16_t> decodedElsewhere(const std::filesystem::path& clip) {
-  const auto decoded = runProgram({"ffmpeg", "-v", "error", "-i", clip, "-map", "0:a", "-f", "s16le", "-"});
-  EXPECT_EQ(decoded.exitCode, 0) << decoded;
-  std::vector<std::int16_t> samples(decoded.standardOutput.size() / 2);
-  std::memcpy(samples.data(), decoded.standardOutput.data(), samples.size() * 2);
-  return samples;
-}
-
-TEST_P(ReadSound, IsTheDecodersBitForBit) {
-  const BarCodeClip clip(GetParam().options);
-  const Reading reading(clip.path(), AVMediaTypeAudio, integerSamples);
-  const double rate = GetParam().options.sampleRate;
-  const auto channels = static_cast<std::size_t>(GetParam().options.channels);
-  std::vector<std::int16_t> samples;
-  CMTime next = CMTime(GetParam().options.audioDelay, GetParam().options.sampleRate);
+/// Bit for bit what an independent decoder makes of the sound, its start and end as the file tells them.
+void expectSoundOf(const ClipOptions& options) {
+  const BarCodeClip clip(options);
+  const Reading reading(clip.path(), AVMediaTypeAudio, integers);
+  std::string bytes;
+  CMTime next(options.audioDelay, options.sampleRate);
+  const std::size_t frame = static_cast<std::size_t>(options.channels) * 2;
   while (const auto buffer = reading.output->copyNextSampleBuffer()) {
     EXPECT_NEAR(CMSampleBufferGetPresentationTimeStamp(*buffer).seconds(), next.seconds(), 0.001);
     next = CMSampleBufferGetPresentationTimeStamp(*buffer) + CMSampleBufferGetDuration(*buffer);
     const auto data = CMSampleBufferGetDataBuffer(*buffer);
     EXPECT_LE(CMSampleBufferGetNumSamples(*buffer), 8192U);
-    ASSERT_EQ(data->dataLength(), CMSampleBufferGetNumSamples(*buffer) * channels * 2);
+    ASSERT_EQ(data->dataLength(), CMSampleBufferGetNumSamples(*buffer) * frame);
     const auto* format = CMSampleBufferGetFormatDescription(*buffer)->streamBasicDescription();
-    EXPECT_EQ(format->mSampleRate, rate);
-    EXPECT_EQ(format->mChannelsPerFrame, channels);
-    const std::size_t had = samples.size();
-    samples.resize(had + data->dataLength() / 2);
-    std::memcpy(samples.data() + had, data->dataPointer(), data->dataLength());
+    EXPECT_EQ(format->mSampleRate, options.sampleRate);
+    EXPECT_EQ(format->mChannelsPerFrame, options.channels);
+    bytes.append(reinterpret_cast<const char*>(data->dataPointer()), data->dataLength());
   }
   EXPECT_EQ(reading.reader->status(), AVAssetReaderStatus::completed);
-  EXPECT_NEAR(static_cast<double>(samples.size()) / static_cast<double>(channels) / rate,
-              clip.audioEnd() - GetParam().options.audioDelay, 0.001);
-  auto reference = decodedElsewhere(clip.path());
-  ASSERT_GE(reference.size(), samples.size());
-  reference.resize(samples.size());
-  EXPECT_TRUE(samples == reference);
+  EXPECT_NEAR(static_cast<double>(bytes.size() / frame) / options.sampleRate, clip.audioEnd() - options.audioDelay,
+              0.001);
+  const auto decoded = run("ffmpeg -v error -i " + clip.path().string() + " -map 0:a -f s16le -");
+  EXPECT_TRUE(decoded.standardOutput.starts_with(bytes)) << decoded.standardError;
 }
 
-INSTANTIATE_TEST_SUITE_P(Clips, ReadSound,
-                         testing::Values(SoundCase{"of_AAC_in_stereo", {}},
-                                         SoundCase{"of_AAC_in_mono_at_22050", {.sampleRate = 22'050, .channels = 1}},
-                                         SoundCase{"of_PCM", {.audioCodec = "pcm_s16le", .extension = ".mov"}},
-                                         SoundCase{
-                                             "that_starts_later",
-                                             {.audioCodec = "pcm_s16le", .audioDelay = 0.4, .extension = ".mov"}}),
-                         [](const auto& testCase) { return testCase.param.name; });
+TEST(AssetReader, GivesTheDecodersSoundBitForBit) {
+  expectSoundOf({});
+  expectSoundOf({.sampleRate = 22'050, .channels = 1});
+  expectSoundOf({.audioCodec = "pcm_s16le", .extension = ".mov"});
+  expectSoundOf({.audioCodec = "pcm_s16le", .audioDelay = 0.4, .extension = ".mov"});
+}
 
 TEST(AssetReader, RefusesWhatItCannotRead) {
   const TemporaryDirectory directory;
-  const auto broken = directory.path() / "broken.mp4";
-  std::ofstream(broken) << "no movie";
-  const auto unreadable = AVAssetReader::make(AVAsset::make(URL(broken)));
-  ASSERT_FALSE(unreadable);
-  EXPECT_THAT(unreadable.error().localizedDescription(), testing::HasSubstr("broken.mp4"));
-  EXPECT_FALSE(AVAssetReader::make(AVAsset::make(URL(directory.path() / "missing.mp4"))));
+  const auto broken = writeTo(directory.file("broken.mp4"), "no movie");
+  EXPECT_THAT(failureOf(AVAssetReader::make(assetAt(broken))), testing::HasSubstr("broken.mp4"));
+  EXPECT_FALSE(AVAssetReader::make(assetAt(directory.file("missing.mp4"))));
 
-  const auto asset = AVAsset::make(URL(BarCodeClip().path()));
+  const auto asset = assetOf({});
   const auto reader = AVAssetReader::make(asset).value();
   const auto floats = AVAssetReaderTrackOutput::make(
       asset->tracks(AVMediaTypeAudio).front(), {{AVFormatIDKey, kAudioFormatLinearPCM}, {AVLinearPCMIsFloatKey, true}});
@@ -203,11 +136,105 @@ TEST(AssetReader, RefusesWhatItCannotRead) {
 }
 
 TEST(AssetReader, StopsWhenItIsCancelled) {
-  const Reading reading(BarCodeClip().path(), AVMediaTypeAudio, integerSamples);
+  const Reading reading(BarCodeClip().path(), AVMediaTypeAudio, integers);
   EXPECT_NE(reading.output->copyNextSampleBuffer(), nullptr);
   reading.reader->cancelReading();
   EXPECT_EQ(reading.reader->status(), AVAssetReaderStatus::cancelled);
   EXPECT_EQ(reading.output->copyNextSampleBuffer(), nullptr);
+}
+
+std::shared_ptr<CMSampleBuffer> soundBuffer(const std::vector<std::int16_t>& values, std::uint32_t channels,
+                                            const std::vector<CMSampleTimingInfo>& timing) {
+  std::shared_ptr<CMSampleBuffer> buffer;
+  const auto status = CMSampleBufferCreate(CMBlockBuffer::make(values.data(), values.size() * sizeof(std::int16_t)),
+                                           true, {}, CMFormatDescription::pcm(44'100, channels, 16),
+                                           values.size() / channels, timing, {}, &buffer);
+  EXPECT_EQ(status, noErr);
+  return buffer;
+}
+
+TEST(SampleBuffer, TellsWhenItsSamplesPlay) {
+  const auto timed = soundBuffer({1, 2, 3, 4, 5, 6}, 2, {{CMTime(1, 44'100), CMTime(5, 10), kCMTimeInvalid}});
+  EXPECT_EQ(CMSampleBufferGetNumSamples(*timed), 3U);
+  EXPECT_TRUE(CMSampleBufferGetDuration(*timed).isIdenticalTo(CMTime(3, 44'100)));
+  EXPECT_TRUE(CMSampleBufferGetPresentationTimeStamp(*timed).isIdenticalTo(CMTime(5, 10)));
+  EXPECT_FALSE(CMSampleBufferGetDecodeTimeStamp(*timed).isValid());
+  const auto untimed = soundBuffer({1, 2}, 1, {});
+  EXPECT_FALSE(CMSampleBufferGetPresentationTimeStamp(*untimed).isValid());
+  EXPECT_FALSE(CMSampleBufferGetDuration(*untimed).isValid());
+  // Its timing is copied only where there is room.
+  CMSampleTimingInfo record;
+  std::size_t needed = 0;
+  EXPECT_EQ(CMSampleBufferGetSampleTimingInfoArray(*timed, 0, &record, &needed), kCMSampleBufferError_ArrayTooSmall);
+  EXPECT_EQ(needed, 1U);
+  EXPECT_FALSE(record.presentationTimeStamp.isValid());
+  EXPECT_EQ(CMSampleBufferGetSampleTimingInfoArray(*timed, 1, &record, nullptr), noErr);
+  EXPECT_EQ(record.presentationTimeStamp, CMTime(5, 10));
+}
+
+TEST(SampleBuffer, SharesItsBytesWithAudioBufferLists) {
+  const auto buffer = soundBuffer({10, 20, 30, 40}, 2, {});
+  auto list = AudioBufferList::allocate(1);
+  std::shared_ptr<CMBlockBuffer> block;
+  std::size_t needed = 0;
+  ASSERT_EQ(CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer(
+                *buffer, &needed, &list, AudioBufferList::sizeInBytes(1),
+                kCMSampleBufferFlag_AudioBufferList_Assure16ByteAlignment, &block),
+            noErr);
+  EXPECT_EQ(needed, AudioBufferList::sizeInBytes(1));
+  EXPECT_EQ(list[0].mNumberChannels, 2U);
+  EXPECT_EQ(list[0].mDataByteSize, 8U);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(list[0].mData) % 16, 0U);
+
+  const std::array<std::int16_t, 2> other{-1, -2};
+  EXPECT_EQ(CMBlockBufferReplaceDataBytes(other.data(), *block, 2, 4), noErr);
+  EXPECT_EQ(CMBlockBufferReplaceDataBytes(other.data(), *block, 6, 4), kCMBlockBufferBadLengthParameterErr);
+  EXPECT_EQ(CMBlockBufferReplaceDataBytes(other.data(), *block, 9, 0), kCMBlockBufferBadOffsetParameterErr);
+  std::array<std::int16_t, 4> values{};
+  std::memcpy(values.data(), list[0].mData, sizeof values);
+  EXPECT_THAT(values, testing::ElementsAre(10, -1, -2, 40));
+
+  EXPECT_EQ(CMSampleBufferGetAudioBufferListWithRetainedBlockBuffer(*buffer, nullptr, &list, 1, 0, nullptr),
+            kCMSampleBufferError_ArrayTooSmall);
+}
+
+TEST(SampleBuffer, NeedsAFormatAndFittingEntries) {
+  std::shared_ptr<CMSampleBuffer> buffer;
+  EXPECT_NE(CMSampleBufferCreate(nullptr, true, {}, nullptr, 1, {}, {}, &buffer), noErr);
+  const std::vector<CMSampleTimingInfo> two(2);
+  EXPECT_NE(CMSampleBufferCreate(nullptr, true, {}, CMFormatDescription::pcm(8000, 1, 16), 3, two, {}, &buffer), noErr);
+  EXPECT_EQ(buffer, nullptr);
+}
+
+TEST(PixelBuffer, IsReleasedWithItsLastOwner) {
+  std::vector<std::uint8_t> bytes(4 * 8 * 2);
+  const void* released = nullptr;
+  const auto make = [&](std::size_t width, std::size_t bytesPerRow, auto format) {
+    return CVPixelBufferCreateWithBytes(width, 2, format, bytes.data(), bytesPerRow,
+                                        [&released](const void* address) { released = address; }, {});
+  };
+  auto buffer = make(8, 32, kCVPixelFormatType_32BGRA);
+  EXPECT_EQ(buffer->planes().front().baseAddress, bytes.data());
+  EXPECT_EQ(released, nullptr);
+  buffer.reset();
+  EXPECT_EQ(released, bytes.data());
+  EXPECT_EQ(make(8, 31, kCVPixelFormatType_32BGRA), nullptr);
+  EXPECT_EQ(make(0, 32, kCVPixelFormatType_32BGRA), nullptr);
+  EXPECT_EQ(make(8, 32, kCVPixelFormatType_420YpCbCr8BiPlanarFullRange), nullptr);
+}
+
+TEST(SettingsDictionary, TakesNumbersOfAnyKind) {
+  const SettingsDictionary nested{{"inner", 7}};
+  const SettingsDictionary settings{
+      {"integer", 0x61616320U},        {"single", 44100.0F}, {"truth", true}, {"text", "avc1"},
+      {"data", SettingsValue::Data()}, {"nested", nested},   {"huge", 1e300}};
+  EXPECT_EQ(settings.integer("integer"), 0x61616320);
+  EXPECT_EQ(settings.number("single"), 44100.0);
+  EXPECT_EQ(settings.integer("truth"), 1);
+  EXPECT_EQ(settings.text("text"), "avc1");
+  EXPECT_FALSE(settings.integer("huge") || settings.number("text") || settings.number("missing"));
+  EXPECT_EQ(settings.find("nested")->dictionary()->integer("inner"), 7);
+  EXPECT_TRUE(settings.find("data")->data()->empty());
 }
 
 }  // namespace
