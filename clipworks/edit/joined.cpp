@@ -29,6 +29,7 @@ bool lookAlike(const EditState& a, const EditState& b) {
   const auto* one = firstMedia(a);
   const auto* other = firstMedia(b);
   if (one == nullptr || other == nullptr) return true;  // black has no look
+  if (a.canvas && b.canvas) return *a.canvas == *b.canvas;
   if (a.canvas || b.canvas || a.transform != b.transform) return false;
   const auto& facts = one->facts();
   const auto& others = other->facts();
@@ -122,7 +123,7 @@ Result<Edit, Error> joined(const std::vector<Edit>& edits, const JoinLook& look)
   if (shown != edits.end()) {
     joined.pictures.emplace();
     joined.transform = shown->state().transform;
-    joined.canvas = size;
+    joined.canvas = size ? size : shown->state().canvas;
   }
   for (const Edit& edit : edits) {
     EditState next = edit.state();

@@ -35,6 +35,7 @@ Result<Edit, Error> trimmed(const Edit& edit, const CMTimeRange& asked) {
 }
 
 Result<Edit, Error> trimmed(const Edit& edit, const std::vector<CMTimeRange>& ranges) {
+  if (ranges.empty()) return failed(ErrorCode::badArgument, "trimming needs a part that is kept");
   std::vector<Edit> parts;
   for (const CMTimeRange& range : ranges) {
     auto part = trimmed(edit, range);
