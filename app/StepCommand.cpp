@@ -7,12 +7,22 @@
 namespace clipworks::app {
 
 void StepCommand::configure(CLI::App& parser) {
-  if (!follows_) {
-    auto* file = parser.add_option("FILE", files_, takesSeveralFiles() ? "The clips" : "The clip");
+  const Files files = takesFiles();
+  if (!follows_ || files == Files::asOne) {
+    auto* file = parser.add_option("FILE", files_, files == Files::one ? "The clip" : "The clips");
     file->type_name("")->required();
-    if (!takesSeveralFiles()) file->expected(1);
+    if (files == Files::one) file->expected(1);
   }
   addOptions(parser);
+}
+
+std::vector<std::filesystem::path> StepCommand::files() const {
+  if (follows_) return {};
+  return {files_.begin(), takesFiles() == Files::asOne ? files_.begin() + 1 : files_.end()};
+}
+
+std::vector<std::filesystem::path> StepCommand::otherFiles() const {
+  return {files_.begin() + (follows_ ? 0 : 1), files_.end()};
 }
 
 Outcome StepCommand::run(const Program& program) { return runEdit({this}, program); }

@@ -23,8 +23,8 @@ class StepCommand : public Command {
   /// The edit of this step alone.
   [[nodiscard]] Outcome run(const Program& program) final;
 
-  /// As typed; none where the command follows another.
-  [[nodiscard]] std::vector<std::filesystem::path> files() const { return {files_.begin(), files_.end()}; }
+  /// Those that one movie each is made of, as typed; none where the command follows another.
+  [[nodiscard]] std::vector<std::filesystem::path> files() const;
   /// How much of its file the command sees where it is the first.
   [[nodiscard]] virtual Edit::Extent extent() const { return Edit::Extent::movie; }
   /// Finds wrong use, by the words alone; before `apply`.
@@ -50,7 +50,15 @@ class StepCommand : public Command {
 
  protected:
   virtual void addOptions(CLI::App& parser) = 0;
-  [[nodiscard]] virtual bool takesSeveralFiles() const { return false; }
+  /// How many files a command takes, and what for.
+  enum class Files {
+    one,
+    each,   ///< several, for a movie each
+    asOne,  ///< several, for one movie; behind another command, too
+  };
+  [[nodiscard]] virtual Files takesFiles() const { return Files::one; }
+  /// Of `Files::asOne`, those that are not the edit that `apply` gets.
+  [[nodiscard]] std::vector<std::filesystem::path> otherFiles() const;
 
  private:
   bool follows_ = false;

@@ -360,9 +360,21 @@ PYBIND11_MODULE(_clipworks, module) {
           },
           Unlocked())
       .def(
-          "trim",
-          [](const Edit& edit, double start, double end) {
-            return valueOf(trimmed(edit, python::rangeOf(start, end)));
+          "keep",
+          [](const Edit& edit, const std::vector<std::pair<double, double>>& parts) {
+            std::vector<CMTimeRange> ranges;
+            for (const auto& [start, end] : parts) ranges.push_back(python::rangeOf(start, end));
+            return valueOf(trimmed(edit, ranges));
+          },
+          Unlocked())
+      .def(
+          "join",
+          [](const Edit& edit, std::vector<Edit> others, const std::optional<std::pair<double, double>>& size,
+             bool fills) {
+            others.insert(others.begin(), edit);
+            JoinLook look{std::nullopt, fills};
+            if (size) look.size = CGSize(size->first, size->second);
+            return valueOf(joined(others, look));
           },
           Unlocked())
       .def("pictures_only", [](const Edit& edit) { return valueOf(picturesOnly(edit)); })

@@ -70,7 +70,7 @@ class CompressCommand : public StepCommand {
   bool tellsSizes() const override { return true; }
 
  protected:
-  bool takesSeveralFiles() const override { return true; }
+  Files takesFiles() const override { return Files::each; }
   void addOptions(CLI::App& parser) override {
     parser.add_option("--preset", presetName_, "The height of the pictures, which also sets their bit rate")
         ->type_name(presetNames("|"))
@@ -106,7 +106,7 @@ class PreviewCommand final : public CompressCommand {
   bool tellsSizes() const override { return false; }
 
  protected:
-  bool takesSeveralFiles() const override { return false; }
+  Files takesFiles() const override { return Files::one; }
 };
 
 const RegisteredCommand<CompressCommand> compressing;

@@ -45,6 +45,19 @@ Chain Chain::trim(double from, double to) const {
   return then([&](const Edit& edit) { return trimmed(edit, range(from, to)); });
 }
 
+Chain Chain::trim(const std::vector<std::pair<double, double>>& stretches) const {
+  std::vector<CMTimeRange> ranges;
+  for (const auto& [from, to] : stretches) ranges.push_back(range(from, to));
+  return then([&](const Edit& edit) { return trimmed(edit, ranges); });
+}
+
+Chain Chain::join(const std::filesystem::path& file, const JoinLook& look) const {
+  return then([&](const Edit& edit) -> Result<Edit, Error> {
+    auto next = Edit::open(file);
+    return next ? joined({edit, *next}, look) : next;
+  });
+}
+
 Result<MovieReport, Error> Chain::save(const std::filesystem::path& path, const MovieOptions& options) const {
   if (!edit_) return failure(edit_.error());
   return makeMovie(*edit_, path, options);

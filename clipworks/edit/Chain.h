@@ -46,6 +46,11 @@ class CLIPWORKS_API Chain {
   /// Keeps seconds `from` to `to`: `trimmed`.
   [[nodiscard]] Chain trim(double from, double to) const;
 
+  /// Keeps several stretches of seconds, one behind the other: `trimmed`.
+  [[nodiscard]] Chain trim(const std::vector<std::pair<double, double>>& stretches) const;
+  /// Plays the clip `file` behind it: `joined`.
+  [[nodiscard]] Chain join(const std::filesystem::path& file, const JoinLook& look = {}) const;
+
   /// The edit so far, or why there is none.
   [[nodiscard]] const Result<Edit, Error>& edit() const { return edit_; }
   /// See `makeMovie`.

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <vector>
 
 #include <clipworks/edit/Edit.h>
@@ -9,6 +10,7 @@
 #include <clipworks/media/base/Export.h>
 #include <clipworks/media/base/Result.h>
 #include <clipworks/media/geometry/CGRect.h>
+#include <clipworks/media/geometry/CGSize.h>
 #include <clipworks/media/time/CMTime.h>
 #include <clipworks/media/time/CMTimeRange.h>
 
@@ -63,6 +65,21 @@ struct NarratedPiece {
 
 /// Keeps `range` alone. Fails with `badArgument` where nothing of the edit lies in it.
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> trimmed(const Edit& edit, const CMTimeRange& range);
+/// Keeps `ranges`, in any order, one behind the other. Fails as for one, and with `badArgument` for none.
+[[nodiscard]] CLIPWORKS_API Result<Edit, Error> trimmed(const Edit& edit, const std::vector<CMTimeRange>& ranges);
+
+/// How clips of different looks go together.
+struct JoinLook {
+  /// Of the result, in pixels; that of the first clip with pictures when not given.
+  std::optional<CGSize> size{};
+  /// Whether each picture fills it, cut at two sides; else it is shown whole, black beside it.
+  bool fills = false;
+};
+/// Plays `edits` one behind the other. Pictures stay as they are where all are shown alike, else each is brought to one
+/// size, upright; colours become those of the first, high dynamic range becomes standard where not all have it. Black
+/// and silence stand in for what an edit does not have. Fails with `badArgument` for no edit, for a size that is none,
+/// and for more than 1000 hours.
+[[nodiscard]] CLIPWORKS_API Result<Edit, Error> joined(const std::vector<Edit>& edits, const JoinLook& look = {});
 
 /// Leaves the other half out. Fails with `noPictures`, with `noSound`.
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> picturesOnly(const Edit& edit);

@@ -1,4 +1,5 @@
 #include <utility>
+#include <vector>
 
 #include <clipworks/edit/EditErrors.h>
 #include <clipworks/edit/EditState.h>
@@ -30,6 +31,25 @@ Result<Edit, Error> trimmed(const Edit& edit, const CMTimeRange& asked) {
   if (state.pictures) keep(*state.pictures, range);
   for (auto& sound : state.sounds) keep(sound.stretches, range);
   state.length = range.duration;
+  return edited(std::move(state));
+}
+
+Result<Edit, Error> trimmed(const Edit& edit, const std::vector<CMTimeRange>& ranges) {
+  if (ranges.empty()) return failed(ErrorCode::badArgument, "trimming needs a part that is kept");
+  std::vector<Edit> parts;
+  for (const CMTimeRange& range : ranges) {
+    auto part = trimmed(edit, range);
+    if (!part) return failure(part.error());
+    parts.push_back(std::move(*part));
+  }
+  if (parts.size() == 1) return parts.front();
+  auto whole = joined(parts);
+  if (!whole) return whole;
+  // Each part told of the same files.
+  EditState state = whole->state();
+  state.sources = edit.state().sources;
+  state.leftOut = edit.state().leftOut;
+  state.remarks = edit.state().remarks;
   return edited(std::move(state));
 }
 

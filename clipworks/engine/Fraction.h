@@ -8,6 +8,7 @@ namespace clipworks::engine {
 struct Fraction {
   std::int64_t numerator = 0;
   std::int64_t denominator = 1;
+  friend bool operator==(const Fraction&, const Fraction&) = default;
   [[nodiscard]] double value() const {
     return denominator == 0 ? 0.0 : static_cast<double>(numerator) / static_cast<double>(denominator);
   }

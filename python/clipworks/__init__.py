@@ -158,7 +158,19 @@ class Clip:
 
     def trim(self, start: float, end: float) -> "Clip":
         """Keeps what lies from second `start` to second `end`."""
-        return self._then("trim", start, end)
+        return self.keep([(start, end)])
+
+    def keep(self, parts: Sequence[tuple[float, float]]) -> "Clip":
+        """Keeps several parts, each from a second to a second, one behind the other."""
+        return self._then("keep", [(float(start), float(end)) for start, end in parts])
+
+    def join(self, *others: "Clip", size: tuple[float, float] | None = None, fill: bool = False) -> "Clip":
+        """Plays `others` behind it.
+
+        Clips of another look are brought to the size of the first, or to `size`, width and height in pixels: shown whole,
+        black beside, or filling it.
+        """
+        return self._then("join", [other._edit for other in others], size, fill)
 
     def plan(self, *, codec: Codec = "auto") -> dict[str, Any]:
         """What `save` would do: length, tracks with their stretches, what is copied and why not, what is left out."""

@@ -43,6 +43,16 @@ void completeTags(AVCodecParameters& parameters) {
     parameters.color_range = colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
 }
 
+bool isHighDynamicRange(AVColorTransferCharacteristic transfer) {
+  return transfer == AVCOL_TRC_SMPTE2084 || transfer == AVCOL_TRC_ARIB_STD_B67;
+}
+
+Colour completeColour(const AVFrame& frame) {
+  return completeColour(
+      frame.width, frame.height,
+      {frame.color_primaries, frame.color_trc, frame.colorspace, frame.color_range == AVCOL_RANGE_JPEG});
+}
+
 void tag(AVFrame& frame, const Colour& colour) {
   frame.color_primaries = static_cast<AVColorPrimaries>(colour.primaries);
   frame.color_trc = static_cast<AVColorTransferCharacteristic>(colour.transfer);

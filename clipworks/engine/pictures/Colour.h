@@ -10,6 +10,7 @@ struct Colour {
   int transfer = 1;
   int matrix = 1;
   bool fullRange = false;
+  friend bool operator==(const Colour&, const Colour&) = default;
 };
 
 /// The colour of `parameters`, what it does not say filled in as players do: BT.709 for high definition, BT.601 below.
@@ -18,6 +19,10 @@ struct Colour {
 [[nodiscard]] Colour completeColour(int width, int height, const Colour& told);
 /// Writes it on `parameters` where they tell nothing.
 void completeTags(AVCodecParameters& parameters);
+/// Whether a transfer characteristic is PQ (SMPTE ST 2084) or HLG (ARIB STD-B67).
+[[nodiscard]] bool isHighDynamicRange(AVColorTransferCharacteristic transfer);
+/// Of a decoded frame.
+[[nodiscard]] Colour completeColour(const AVFrame& frame);
 /// Writes `colour` on a frame.
 void tag(AVFrame& frame, const Colour& colour);
 

@@ -54,7 +54,8 @@ bool PictureFitter::covers(const AVFrame& picture, const AffineMap& map) const {
          window.top + window.height <= picture.height + tolerance;
 }
 
-Expected<Frame> PictureFitter::fit(const Frame& picture, const AffineMap& map, AVPixelFormat format) {
+Expected<Frame> PictureFitter::fit(const Frame& picture, const AffineMap& map, AVPixelFormat format,
+                                   const ColourChange& change) {
   PictureWindow window = windowOf(map, width_, height_);
   clip(window.left, window.width, picture->width);
   clip(window.top, window.height, picture->height);
@@ -66,7 +67,7 @@ Expected<Frame> PictureFitter::fit(const Frame& picture, const AffineMap& map, A
     whole = std::move(*even);
   }
   const bool swaps = swapsAxes(map);
-  auto scaled = resampler_.resample(whole, window, swaps ? height_ : width_, swaps ? width_ : height_, format);
+  auto scaled = resampler_.resample(whole, window, swaps ? height_ : width_, swaps ? width_ : height_, format, change);
   if (!scaled) return scaled;
   return turned(*scaled, *turnOf(map.a, map.b, map.c, map.d), TurnedChroma::movedToLeft);
 }

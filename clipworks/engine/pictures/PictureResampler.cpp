@@ -38,6 +38,16 @@ zimgxx::zimage_format describe(AVPixelFormat format, int width, int height, bool
   return image;
 }
 
+/// zimg numbers all of these as H.273 does.
+void mean(const Colour& colour, zimgxx::zimage_format& image) {
+  const bool isHigh = isHighDynamicRange(static_cast<AVColorTransferCharacteristic>(colour.transfer));
+  image.matrix_coefficients = static_cast<zimg_matrix_coefficients_e>(colour.matrix);
+  image.transfer_characteristics =
+      isHigh ? static_cast<zimg_transfer_characteristics_e>(colour.transfer) : ZIMG_TRANSFER_709;
+  image.color_primaries = static_cast<zimg_color_primaries_e>(colour.primaries);
+  image.pixel_range = colour.fullRange ? ZIMG_RANGE_FULL : ZIMG_RANGE_LIMITED;
+}
+
 }  // namespace
 
 struct PictureResampler::Graph {
@@ -53,7 +63,7 @@ struct PictureResampler::Graph {
     int height;
     AVPixelFormat format;
     ResamplingFilter filter;
-    PrimariesChange change;
+    ColourChange change;
     bool operator==(const Kind&) const = default;
   };
 
@@ -70,16 +80,13 @@ Expected<std::unique_ptr<PictureResampler::Graph>> PictureResampler::Graph::buil
       describe(static_cast<AVPixelFormat>(kind.fromFormat), kind.fromWidth, kind.fromHeight, fullRange, kind.chroma);
   source.active_region = {kind.window.left, kind.window.top, kind.window.width, kind.window.height};
   auto target = describe(kind.format, kind.width, kind.height, fullRange, kind.chroma);
-  if (kind.change.from != kind.change.to) {
-    for (auto* image : {&source, &target}) {
-      image->matrix_coefficients =
-          static_cast<zimg_matrix_coefficients_e>(kind.change.matrix);  // as H.273 numbers them
-      image->transfer_characteristics = ZIMG_TRANSFER_709;
-    }
-    source.color_primaries = static_cast<zimg_color_primaries_e>(kind.change.from);
-    target.color_primaries = static_cast<zimg_color_primaries_e>(kind.change.to);
-  }
   zimgxx::zfilter_graph_builder_params parameters;
+  if (!kind.change.isNone()) {
+    mean(kind.change.from, source);
+    mean(kind.change.to, target);
+    constexpr double whiteInHighRange = 203;  // cd/m²
+    parameters.nominal_peak_luminance = whiteInHighRange;
+  }
   parameters.resample_filter = kind.filter == ResamplingFilter::lanczos ? ZIMG_RESIZE_LANCZOS : ZIMG_RESIZE_BICUBIC;
   parameters.resample_filter_uv = parameters.resample_filter;
   parameters.dither_type = target.depth < source.depth ? ZIMG_DITHER_ERROR_DIFFUSION : ZIMG_DITHER_NONE;
@@ -133,7 +140,7 @@ PictureResampler& PictureResampler::operator=(PictureResampler&&) noexcept = def
 PictureResampler::~PictureResampler() = default;
 
 Expected<Frame> PictureResampler::resample(const Frame& picture, const PictureWindow& window, int width, int height,
-                                           AVPixelFormat format, const PrimariesChange& change) {
+                                           AVPixelFormat format, const ColourChange& change) {
   Frame source = shareFrame(picture);
   if (!isResampled(static_cast<AVPixelFormat>(source->format)) || !isResampled(format)) {
     const char* name = av_get_pix_fmt_name(static_cast<AVPixelFormat>(source->format));
@@ -164,7 +171,7 @@ Expected<Frame> PictureResampler::resample(const Frame& picture, const PictureWi
   auto result = allocateFrame(width, height, format);
   if (!result) return result;
   av_frame_copy_props(result->get(), source.get());
-  if (change.from != change.to) (*result)->color_primaries = change.to;
+  if (!change.isNone()) tag(**result, change.to);
   zimgxx::zimage_buffer_const from;
   zimgxx::zimage_buffer to;
   for (int plane = 0; plane < 3; ++plane) {

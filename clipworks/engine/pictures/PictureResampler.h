@@ -4,6 +4,7 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/pictures/Colour.h>
 
 namespace clipworks::engine {
 
@@ -29,17 +30,17 @@ struct PictureWindow {
 /// detail of what is made smaller, and costs a half more.
 enum class ResamplingFilter { bicubic, lanczos };
 
-/// Colours that mean the same by other primaries; nothing is changed where both are the same. Light is mixed by the
-/// curve of a display of BT.1886, and the matrix, as numbered by H.273, stays.
-struct PrimariesChange {
-  AVColorPrimaries from = AVCOL_PRI_BT709;
-  AVColorPrimaries to = AVCOL_PRI_BT709;
-  AVColorSpace matrix = AVCOL_SPC_BT709;
-  friend bool operator==(const PrimariesChange&, const PrimariesChange&) = default;
+/// The same colours by other numbers; nothing is changed where both are the same. Curves of standard range count as
+/// that of a display of BT.1886; where one becomes a curve of high range, its white comes at 203 cd/m² (ITU-R BT.2408).
+struct ColourChange {
+  Colour from;
+  Colour to;
+  [[nodiscard]] bool isNone() const { return from == to; }
+  friend bool operator==(const ColourChange&, const ColourChange&) = default;
 };
 
 /// One precise step of zimg: a window of a picture becomes a whole picture of another size, chroma layout or depth,
-/// with error-diffused rounding. Range and colours stay, unless other primaries are asked for. One thread at a time;
+/// with error-diffused rounding. Range and colours stay, unless a change is asked for. One thread at a time;
 /// what it prepares serves the pictures that follow while they are of one kind.
 class PictureResampler {
  public:
@@ -51,7 +52,7 @@ class PictureResampler {
   /// `window` of `picture`, inside it, as `width` × `height` pixels of `format`. Sizes are multiples of the format's
   /// chroma steps. Properties of `picture` are kept. Fails with `unsupported` for kinds that are not resampled.
   [[nodiscard]] Expected<Frame> resample(const Frame& picture, const PictureWindow& window, int width, int height,
-                                         AVPixelFormat format, const PrimariesChange& change = {});
+                                         AVPixelFormat format, const ColourChange& change = {});
 
  private:
   struct Graph;

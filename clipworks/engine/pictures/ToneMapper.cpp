@@ -208,10 +208,6 @@ struct ToneMapper::Table {
   int height = 0;
 };
 
-bool isHighDynamicRange(AVColorTransferCharacteristic transfer) {
-  return transfer == AVCOL_TRC_SMPTE2084 || transfer == AVCOL_TRC_ARIB_STD_B67;
-}
-
 ToneMapper::ToneMapper() : table_(std::make_unique<Table>()) {}
 ToneMapper::ToneMapper(ToneMapper&&) noexcept = default;
 ToneMapper& ToneMapper::operator=(ToneMapper&&) noexcept = default;

@@ -4,11 +4,9 @@
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/pictures/Colour.h>
 
 namespace clipworks::engine {
-
-/// Whether a picture's transfer characteristic is PQ (SMPTE ST 2084) or HLG (ARIB STD-B67).
-[[nodiscard]] bool isHighDynamicRange(AVColorTransferCharacteristic transfer);
 
 /// Turns pictures of high dynamic range into 8-bit 4:2:0 ones of BT.709, video range, by the curve of BT.2390: a white
 /// sheet of paper (203 cd/m², BT.2408) becomes nearly white, greys keep their order, hues stay (as Oklab has them): a

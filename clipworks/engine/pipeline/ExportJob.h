@@ -83,6 +83,8 @@ struct PictureJob {
   std::optional<Canvas> canvas;                       ///< when rendered; else every picture stays what it is
   VideoEncoderSettings encoder;                       ///< when not copied; its `threads` hold for decoders, too
   PictureConverter::Fit fit = PictureConverter::Fit::pad;
+  /// Pictures of different colours are drawn: all are brought to those of the encoder.
+  bool mixesColours = false;
 };
 
 /// A stretch of a track's sound and where it plays, all in samples at the track's own rate. Lengths are 1 at least.

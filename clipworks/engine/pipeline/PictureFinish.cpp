@@ -52,14 +52,19 @@ Expected<Frame> PictureFinish::asCoded(const Frame& frame) {
   return turned(*picture, {}, TurnedChroma::movedToLeft);
 }
 
+ColourChange PictureFinish::changeOf(const AVFrame& frame) const {
+  return job_.mixesColours ? ColourChange{completeColour(frame), job_.encoder.colour} : ColourChange{};
+}
+
 Expected<Frame> PictureFinish::asEncoded(const Frame& frame, PictureResampler& resampler) const {
   const Frame plain = withPlainKind(frame);
-  if (plain->format == format_) return shareFrame(plain);
+  const ColourChange change = changeOf(*plain);
+  if (plain->format == format_ && change.isNone()) return shareFrame(plain);
   // Whole chroma steps of the encoder's kind; what is repeated to fill them is not shown.
   auto even = padFrame(plain, frame->width + frame->width % 2, frame->height + frame->height % 2);
   if (!even) return even;
   const PictureWindow whole{0, 0, static_cast<double>((*even)->width), static_cast<double>((*even)->height)};
-  auto picture = resampler.resample(*even, whole, (*even)->width, (*even)->height, format_);
+  auto picture = resampler.resample(*even, whole, (*even)->width, (*even)->height, format_, change);
   if (!picture) return picture;
   (*picture)->width = frame->width;
   (*picture)->height = frame->height;
@@ -73,7 +78,10 @@ bool PictureFinish::isFitted(const PictureRun& run, const std::vector<Frame>& fr
   };
   const RunLayer& layer = run.layers.front();
   const bool evenCanvas = job_.canvas->width % 2 == 0 && job_.canvas->height % 2 == 0;
-  return run.layers.size() == 1 && layer.opacity >= 1 && evenCanvas && isScaled(layer.map) &&
+  // What tones are mapped of has the colours of BT.709 then.
+  const bool changesTwice = job_.mixesColours && !keepsHighRange_ && isHighDynamicRange(frames.front()->color_trc) &&
+                            job_.encoder.colour != Colour{};
+  return !changesTwice && run.layers.size() == 1 && layer.opacity >= 1 && evenCanvas && isScaled(layer.map) &&
          fitter_->covers(*frames.front(), layer.map);
 }
 
@@ -81,8 +89,9 @@ bool PictureFinish::isFitted(const PictureRun& run, const std::vector<Frame>& fr
 Expected<Frame> PictureFinish::fitted(const Frame& frame, const AffineMap& map) {
   const Frame plain = withPlainKind(frame);
   const bool mapsTones = !keepsHighRange_ && isHighDynamicRange(plain->color_trc);
-  auto picture = fitter_->fit(plain, map, mapsTones ? static_cast<AVPixelFormat>(plain->format) : format_);
-  return picture && mapsTones ? toneMapper_.map(*picture) : std::move(picture);
+  if (!mapsTones) return fitter_->fit(plain, map, format_, changeOf(*plain));
+  auto picture = fitter_->fit(plain, map, static_cast<AVPixelFormat>(plain->format));
+  return picture ? toneMapper_.map(*picture) : std::move(picture);
 }
 
 Expected<Frame> PictureFinish::rendered(const PictureRun& run, const std::vector<Frame>& frames) {

@@ -27,6 +27,7 @@ class PictureFinish {
 
  private:
   Expected<Frame> standardRange(const Frame& frame);
+  [[nodiscard]] ColourChange changeOf(const AVFrame& frame) const;
   Expected<Frame> asCoded(const Frame& frame);
   Expected<Frame> asEncoded(const Frame& frame, PictureResampler& resampler) const;
   Expected<Frame> rendered(const PictureRun& run, const std::vector<Frame>& frames);

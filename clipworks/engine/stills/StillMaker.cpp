@@ -82,7 +82,7 @@ Frame view(const Frame& picture, const Region& part, const AVPixFmtDescriptor& p
 
 /// A still is read as sRGB, whose primaries are BT.709's: those of other standard video are changed. Wider ones keep
 /// their numbers and get a profile.
-PrimariesChange primariesChange(const AVFrame& picture) {
+ColourChange primariesChange(const AVFrame& picture) {
   const auto isAmong = [](auto tag, std::initializer_list<decltype(tag)> tags) {
     return std::ranges::count(tags, tag) > 0;
   };
@@ -90,8 +90,10 @@ PrimariesChange primariesChange(const AVFrame& picture) {
       isAmong(picture.color_primaries, {AVCOL_PRI_BT470M, AVCOL_PRI_BT470BG, AVCOL_PRI_SMPTE170M, AVCOL_PRI_SMPTE240M});
   const bool isKnown = isAmong(picture.colorspace, {AVCOL_SPC_BT709, AVCOL_SPC_FCC, AVCOL_SPC_BT470BG,
                                                     AVCOL_SPC_SMPTE170M, AVCOL_SPC_SMPTE240M});
-  return isOther && isKnown ? PrimariesChange{picture.color_primaries, AVCOL_PRI_BT709, picture.colorspace}
-                            : PrimariesChange{};
+  if (!isOther || !isKnown) return {};
+  ColourChange change{completeColour(picture), completeColour(picture)};
+  change.to.primaries = AVCOL_PRI_BT709;
+  return change;
 }
 
 }  // namespace
@@ -130,7 +132,7 @@ Expected<std::shared_ptr<const StillImage>> StillMaker::make(const Frame& pictur
   // What nobody told is not changed, only called what it will be taken for.
   const bool tellsPrimaries = frame->color_primaries != AVCOL_PRI_UNSPECIFIED;
   completeColours(*frame);
-  auto whole = scaled(frame, tellsPrimaries ? primariesChange(*frame) : PrimariesChange{});
+  auto whole = scaled(frame, tellsPrimaries ? primariesChange(*frame) : ColourChange{});
   if (!whole) return tl::make_unexpected(whole.error());
   auto result = upright(std::move(*whole));
   if (!result) return tl::make_unexpected(result.error());
@@ -156,7 +158,7 @@ void StillMaker::completeColours(AVFrame& frame) const {
 }
 
 // The part that is shown, at its final size before it is turned, in 8 bits.
-Expected<Frame> StillMaker::scaled(const Frame& picture, const PrimariesChange& change) {
+Expected<Frame> StillMaker::scaled(const Frame& picture, const ColourChange& change) {
   const StreamFacts& facts = file_->stream(stream_);
   const auto kind = static_cast<AVPixelFormat>(picture->format);
   const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(kind);
@@ -165,7 +167,7 @@ Expected<Frame> StillMaker::scaled(const Frame& picture, const PrimariesChange& 
       scaledSize(stillGeometry(facts.shown, facts.naturalWidth, facts.naturalHeight, settings_));
   const bool isDeep = pixels.comp[0].depth > 8;
   const bool isMovedOnly =
-      part.width == width && part.height == height && startsOnChroma(part, pixels) && change == PrimariesChange{};
+      part.width == width && part.height == height && startsOnChroma(part, pixels) && change.isNone();
   const AVPixelFormat format = stillFormat(pixels, !isMovedOnly || isDeep, width, height);
   const bool isBright = isHighDynamicRange(picture->color_trc);
   const AVPixelFormat scaledFormat = isBright && isDeep ? tenBitsOf(format) : format;
@@ -175,7 +177,7 @@ Expected<Frame> StillMaker::scaled(const Frame& picture, const PrimariesChange& 
 }
 
 Expected<Frame> StillMaker::resampled(const Frame& picture, const Region& part, int width, int height,
-                                      AVPixelFormat format, const PrimariesChange& change) {
+                                      AVPixelFormat format, const ColourChange& change) {
   const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(picture->format));
   // Behind the last pixel of an odd side lies half a chroma sample.
   const int roomWidth = AV_CEIL_RSHIFT(picture->width, pixels.log2_chroma_w) << pixels.log2_chroma_w;

@@ -54,9 +54,9 @@ class StillMaker {
 
  private:
   void completeColours(AVFrame& frame) const;
-  Expected<Frame> scaled(const Frame& picture, const PrimariesChange& change);
+  Expected<Frame> scaled(const Frame& picture, const ColourChange& change);
   Expected<Frame> resampled(const Frame& picture, const Region& part, int width, int height, AVPixelFormat format,
-                            const PrimariesChange& change);
+                            const ColourChange& change);
   Expected<Frame> upright(Frame frame);
 
   std::shared_ptr<const MediaFile> file_;

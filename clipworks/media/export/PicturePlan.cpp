@@ -327,6 +327,21 @@ std::string obstacleInRun(const engine::PictureRun& run, RunPlace place) {
   return {};
 }
 
+/// Whether one sample description serves the pictures of both.
+bool isCodedAlike(const engine::PictureRun& a, const engine::PictureRun& b) {
+  if (a.file == b.file && a.stream == b.stream) return true;
+  const auto& one = a.file->parameters(a.stream);
+  const auto& other = b.file->parameters(b.stream);
+  const auto setsOf = [](const AVCodecParameters& p) {
+    return std::span<const std::uint8_t>(p.extradata, static_cast<std::size_t>(p.extradata_size));
+  };
+  const auto& pixels = a.file->stream(a.stream);
+  const auto& others = b.file->stream(b.stream);
+  return one.codec_id == other.codec_id && one.width == other.width && one.height == other.height &&
+         others.sampleDescriptions == 1 && std::ranges::equal(setsOf(one), setsOf(other)) &&
+         pixels.pixelAspect == others.pixelAspect && engine::completeColour(one) == engine::completeColour(other);
+}
+
 }  // namespace
 
 std::int32_t outputTimescale(std::int32_t timescale) {
@@ -367,8 +382,7 @@ std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset&
   if (facts.sampleDescriptions > 1) return "its format changes on the way";
   if (std::any_of(job.runs.begin(), job.runs.end(), playsBackwards)) return "it plays backwards";
   for (const auto& run : job.runs) {
-    if (run.file != nullptr && (run.file != media->file || run.stream != media->stream))
-      return "it joins several videos";
+    if (run.file != nullptr && !isCodedAlike(run, *media)) return "it joins videos that are coded differently";
   }
   for (std::uint32_t run = 0; run < job.runs.size(); ++run) {
     const RunPlace place =
@@ -425,6 +439,10 @@ void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset) {
   const auto* first = firstRunWithMedia(job);
   const MediaTrack media(first->file, first->stream);
   applyPreset(job.encoder, preset, media);
+  job.mixesColours = std::any_of(job.runs.begin(), job.runs.end(), [&media](const engine::PictureRun& run) {
+    return run.file != nullptr && engine::completeColour(run.file->parameters(run.stream)) !=
+                                      engine::completeColour(media.file()->parameters(media.stream()));
+  });
   job.encoder.timescale = job.timescale;
   job.encoder.length = static_cast<double>(job.end) / job.timescale;
   setEncodedSize(job, media.facts().codedWidth, media.facts().codedHeight, preset);
