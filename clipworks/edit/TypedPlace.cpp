@@ -28,9 +28,9 @@ CMTime timeOf(std::uint64_t seconds, std::string fraction) {
 }  // namespace
 
 std::optional<TypedPlace> typedPlace(const std::string& text) {
-  static const std::regex picture(R"(#(\d{1,18}))");
-  static const std::regex seconds(R"((\d{1,9})(?:\.(\d{0,40}))?)");
-  static const std::regex clock(R"((?:(\d{1,5}):)?([0-5]?\d):([0-5]?\d)(?:\.(\d{0,40}))?)");
+  static const auto& picture = *new std::regex(R"(#(\d{1,18}))");  // never destroyed: threads may outlive main()
+  static const auto& seconds = *new std::regex(R"((\d{1,9})(?:\.(\d{0,40}))?)");
+  static const auto& clock = *new std::regex(R"((?:(\d{1,5}):)?([0-5]?\d):([0-5]?\d)(?:\.(\d{0,40}))?)");
   std::smatch parts;
   if (text.size() > 64) return std::nullopt;
   if (std::regex_match(text, parts, picture)) return number(parts[1]);

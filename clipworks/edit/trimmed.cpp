@@ -1,3 +1,4 @@
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -5,6 +6,7 @@
 #include <clipworks/edit/EditState.h>
 #include <clipworks/edit/Sentences.h>
 #include <clipworks/edit/Steps.h>
+#include <clipworks/media/asset/MediaTrack.h>
 
 namespace clipworks {
 namespace {
@@ -14,6 +16,29 @@ void keep(Stretches& stretches, const CMTimeRange& range) {
   const CMTime stop = stretches.fit(range.end());
   if (stop < stretches.end()) stretches.remove(stop, stretches.end());
   if (start > kCMTimeZero) stretches.remove(kCMTimeZero, start);
+}
+
+/// As `keep`; where the part begins while a picture stays on screen, it begins with that one.
+void keepShown(Stretches& pictures, const CMTimeRange& range) {
+  const MediaSegment* last = nullptr;
+  for (const MediaSegment& segment : pictures.segments()) {
+    if (segment.target.start > range.start) break;
+    if (segment.gap != SegmentGap::hold) last = &segment;
+  }
+  std::optional<MediaSegment> held;
+  if (last != nullptr && last->mediaTrack != nullptr && last->target.end() <= range.start) held = *last;
+  keep(pictures, range);
+  if (!held) return;
+  const CMTime tick(1, held->mediaTrack->facts().timescale);
+  const CMTime shown = held->backwards ? held->source.start : held->source.end() - tick;
+  bool isFirst = true;
+  pictures.forEach([&](MediaSegment& segment) {
+    if (!std::exchange(isFirst, false)) return;
+    held->target = segment.target;
+    segment = *held;
+    segment.source = CMTimeRange(shown, kCMTimeZero);
+    segment.backwards = false;
+  });
 }
 
 }  // namespace
@@ -28,7 +53,7 @@ Result<Edit, Error> trimmed(const Edit& edit, const CMTimeRange& asked) {
   }
   const CMTimeRange range = CMTimeRange::fromTo(asked.start, CMTimeMinimum(asked.end(), edit.duration()));
   EditState state = edit.state();
-  if (state.pictures) keep(*state.pictures, range);
+  if (state.pictures) keepShown(*state.pictures, range);
   for (auto& sound : state.sounds) keep(sound.stretches, range);
   state.length = range.duration;
   return edited(std::move(state));

@@ -43,10 +43,10 @@ class ScriptedCapture final : public engine::SoundCapture {
     if (!origin_) origin_ = engine::CaptureClock::now();
     return {};
   }
-  [[nodiscard]] engine::Expected<engine::CapturedSound> read(std::chrono::milliseconds patience) override {
+  [[nodiscard]] engine::Expected<engine::CapturedSound> read(std::chrono::milliseconds limit) override {
     if (next_ == steps_.size()) {
       std::unique_lock lock(mutex_);
-      woken_.wait_for(lock, patience, [this] { return isWoken_; });
+      woken_.wait_for(lock, limit, [this] { return isWoken_; });
       isWoken_ = false;
       return engine::CapturedSound{};
     }
