@@ -18,9 +18,9 @@ constexpr double settleSeconds = 0.1;
 constexpr double jitterSeconds = 0.003;
 constexpr double arrivalJitterSeconds = 0.05;
 
-double jitterOf(AVCodecID codec) {
-  return codec == AV_CODEC_ID_AMR_NB || codec == AV_CODEC_ID_AMR_WB ? arrivalJitterSeconds : jitterSeconds;
-}
+bool isStampedOnArrival(AVCodecID codec) { return codec == AV_CODEC_ID_AMR_NB || codec == AV_CODEC_ID_AMR_WB; }
+
+double jitterOf(AVCodecID codec) { return isStampedOnArrival(codec) ? arrivalJitterSeconds : jitterSeconds; }
 
 }  // namespace
 
@@ -70,7 +70,8 @@ Expected<void> SoundReader::jumpTo(std::int64_t position) {
   const std::int64_t from = position - settle;
   const bool ahead = from > end();
   if (!ahead && position >= start_ && anchored_) return {};
-  if (from <= 0) return restart();
+  // Such a packet's own time is a frame off; where its sound lies is counted from the start, unless that is known.
+  if (from <= 0 || (isStampedOnArrival(decoder_->codec_id) && places_.empty())) return restart();
   if (!packets_->seeksWhereItIs()) {
     if (auto again = restart(); !again) return again;
   }
