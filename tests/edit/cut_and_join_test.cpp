@@ -1,0 +1,112 @@
+// Parts of clips, and clips one behind the other, as they come out.
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <clipworks/edit/Chain.h>
+#include <tests/support/BarCodeClip.h>
+#include <tests/support/MediaJudge.h>
+#include <tests/support/RunProgram.h>
+#include <tests/support/TemporaryDirectory.h>
+#include <tests/support/Tone.h>
+
+namespace clipworks::test {
+namespace {
+
+struct Cut {
+  ClipOptions clip;
+  double from = 0;
+  double to = 0;
+  bool isCopied = true;
+};
+
+TEST(Trimmed, IsExactWhereverItIsCut) {
+  const TemporaryDirectory directory;
+  const ClipOptions open{.frames = 90, .videoCodec = "libx265", .preset = "ultrafast", .groups = GroupOfPictures::open};
+  const ClipOptions irregular{.frameTimes = {0, 90, 150, 390, 400, 410, 700, 1000, 1010}, .timescale = 600};
+  const std::vector<Cut> cuts{{{.frames = 90}, 0.31, 2.77}, {{.frames = 90}, 1, 2}, {open, 0.51, 1.333}, {open, 1.2, 3},
+                              {irregular, 0.2, 1.3},        {irregular, 1.2, 1.6}};
+  for (const Cut& cut : cuts) {
+    const BarCodeClip clip(cut.clip);
+    SCOPED_TRACE(clip.path().string() + " from " + std::to_string(cut.from));
+    const auto made =
+        Chain(clip.path()).trim(cut.from, cut.to).save(directory.file("a.mp4"), {.existing = ExistingFile::replaced});
+    ASSERT_TRUE(made) << made.error().sentence;
+    EXPECT_TRUE(made->tracks.front().isCopied) << made->tracks.front().remark;
+    const auto pictures = MediaJudge(made->path).pictures();
+    std::vector<std::pair<double, int>> wanted;
+    for (std::size_t i = 0; i < clip.times().size(); ++i) {
+      const double time = clip.times()[i] - cut.from;
+      if (time <= 0) wanted.assign({{0, static_cast<int>(i)}});
+      if (time > 0 && clip.times()[i] < cut.to) wanted.emplace_back(time, static_cast<int>(i));
+    }
+    ASSERT_EQ(pictures.size(), wanted.size());
+    for (std::size_t i = 0; i < wanted.size(); ++i) {
+      EXPECT_EQ(pictures[i].number, wanted[i].second);
+      EXPECT_NEAR(pictures[i].seconds, wanted[i].first, 0.001);
+    }
+    EXPECT_NEAR(MediaJudge(made->path).duration(), cut.to - cut.from, 0.001);
+    const Sound sound = MediaJudge(made->path).sound();
+    const Sound source = MediaJudge(clip.path()).sound().part(cut.from, cut.to);
+    EXPECT_NEAR(lagMilliseconds(source, sound).value(), 0, 1);
+  }
+}
+
+TEST(Joined, KeepsWhatIsCodedAlikeAndBringsTheRestToOneLook) {
+  const TemporaryDirectory directory;
+  const BarCodeClip clip;
+  const BarCodeClip upright({.width = 180, .height = 320, .frames = 30, .audioCodec = ""});
+  const BarCodeClip sound({.frames = 0, .audioSeconds = 1});
+  const auto chain = Chain(clip.path()).join(clip.path());
+  const auto alike = chain.trim({{0, 1}, {2, 4}}).save(directory.file("alike.mp4"));
+  ASSERT_TRUE(alike) << alike.error().sentence;
+  EXPECT_TRUE(alike->tracks.front().isCopied) << alike->tracks.front().remark;
+  const auto kept = MediaJudge(alike->path).pictures();
+  for (const auto& [time, number] : std::vector<std::pair<double, int>>{{0.99, 29}, {1.01, 0}, {2.99, 59}})
+    EXPECT_EQ(numberAt(kept, time), number) << time;
+
+  const auto mixed =
+      Chain(clip.path()).join(upright.path()).join(sound.path()).join(clip.path()).save(directory.file("mixed.mp4"));
+  ASSERT_TRUE(mixed) << mixed.error().sentence;
+  const MediaJudge judge(mixed->path);
+  EXPECT_EQ(judge.stream("video").width, 320);
+  EXPECT_EQ(judge.stream("video").height, 180);
+  EXPECT_NEAR(judge.duration(), 6, 0.03);
+  const auto pictures = judge.pictures();
+  for (const auto& [time, number] : std::vector<std::pair<double, int>>{{1.99, 59}, {3.5, -1}, {4.01, 0}, {5.99, 59}})
+    EXPECT_EQ(numberAt(pictures, time), number) << time;
+  const Sound heard = judge.sound();
+  for (const auto& [time, second] : std::vector<std::pair<double, int>>{{1.5, 1}, {2.5, -1}, {3.5, 0}, {5.5, 1}})
+    EXPECT_EQ(toneSecondAt(heard, time), second) << time;
+}
+
+TEST(Joined, GivesTheColoursOfTheFirst) {
+  const TemporaryDirectory directory;
+  // (200, 50, 20) by the numbers of both.
+  const auto flat = [](const std::string& numbers, const std::string& range, const std::string& matrix) {
+    return BarCodeClip({.frames = 10,
+                        .audioCodec = "",
+                        .outputArguments = {"-vf", "lutyuv=" + numbers, "-colorspace", matrix, "-color_range", range,
+                                            "-color_primaries", "bt709", "-color_trc", "bt709"}});
+  };
+  const BarCodeClip high = flat("y=84:u=100:v=195", "tv", "bt709");
+  const BarCodeClip standard = flat("y=91:u=88:v=205", "pc", "smpte170m");
+  const auto made = Chain(high.path()).join(standard.path()).save(directory.file("a.mp4"));
+  ASSERT_TRUE(made) << made.error().sentence;
+  const auto decoded = runProgram({"ffmpeg", "-v", "error", "-i", made->path, "-f", "rawvideo", "-"}).standardOutput;
+  const std::size_t luma = 320 * 180;
+  ASSERT_EQ(decoded.size(), 20 * luma * 3 / 2);
+  for (const std::size_t plane : {std::size_t{0}, luma, luma * 5 / 4}) {
+    const auto sample = [&](std::size_t picture) {
+      return static_cast<std::uint8_t>(decoded[picture * luma * 3 / 2 + plane]);
+    };
+    EXPECT_NEAR(sample(0), sample(19), 2) << "plane at " << plane;
+  }
+}
+
+}  // namespace
+}  // namespace clipworks::test
