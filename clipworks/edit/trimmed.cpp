@@ -18,21 +18,22 @@ void keep(Stretches& stretches, const CMTimeRange& range) {
   if (start > kCMTimeZero) stretches.remove(kCMTimeZero, start);
 }
 
-/// As `keep`; where the part begins while a picture stays on screen, it begins with that one.
-void keepShown(Stretches& pictures, const CMTimeRange& range) {
+/// As `keep`; where the part begins while a picture stays on screen, it begins with that one, and where sound has
+/// ended, there is sound still, which is silent.
+void keepWithHeld(Stretches& stretches, const CMTimeRange& range) {
   const MediaSegment* last = nullptr;
-  for (const MediaSegment& segment : pictures.segments()) {
+  for (const MediaSegment& segment : stretches.segments()) {
     if (segment.target.start > range.start) break;
     if (segment.gap != SegmentGap::hold) last = &segment;
   }
   std::optional<MediaSegment> held;
   if (last != nullptr && last->mediaTrack != nullptr && last->target.end() <= range.start) held = *last;
-  keep(pictures, range);
+  keep(stretches, range);
   if (!held) return;
   const CMTime tick(1, held->mediaTrack->facts().timescale);
   const CMTime shown = held->backwards ? held->source.start : held->source.end() - tick;
   bool isFirst = true;
-  pictures.forEach([&](MediaSegment& segment) {
+  stretches.forEach([&](MediaSegment& segment) {
     if (!std::exchange(isFirst, false)) return;
     held->target = segment.target;
     segment = *held;
@@ -53,8 +54,8 @@ Result<Edit, Error> trimmed(const Edit& edit, const CMTimeRange& asked) {
   }
   const CMTimeRange range = CMTimeRange::fromTo(asked.start, CMTimeMinimum(asked.end(), edit.duration()));
   EditState state = edit.state();
-  if (state.pictures) keepShown(*state.pictures, range);
-  for (auto& sound : state.sounds) keep(sound.stretches, range);
+  if (state.pictures) keepWithHeld(*state.pictures, range);
+  for (auto& sound : state.sounds) keepWithHeld(sound.stretches, range);
   state.length = range.duration;
   return edited(std::move(state));
 }

@@ -127,9 +127,9 @@ Result<std::optional<engine::SoundJob>, NSError> planSound(const std::vector<con
       if (segment.isEmpty()) continue;
       const auto mirror = mirrorOf(segment, *track);
       const engine::SoundPiece piece = pieceOf(segment, mirror);
-      // Shorter than a sample, or a held picture's: silent.
-      if (piece.length <= 0 || piece.sourceLength <= 0) continue;
-      laneOf(job.lanes, firstOfTrack, *segment.mediaTrack, mirror, track->volume).pieces.push_back(piece);
+      auto& lane = laneOf(job.lanes, firstOfTrack, *segment.mediaTrack, mirror, track->volume);
+      // What is shorter than a sample, or held, is silent.
+      if (piece.length > 0 && piece.sourceLength > 0) lane.pieces.push_back(piece);
     }
   }
   if (job.lanes.empty()) return std::optional<engine::SoundJob>{};
