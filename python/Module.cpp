@@ -339,6 +339,8 @@ PYBIND11_MODULE(_clipworks, module) {
       .def(
           "turn", [](const Edit& edit, Turn by) { return valueOf(turned(edit, by)); }, Unlocked())
       .def(
+          "turn_by_header", [](const Edit& edit, Turn by) { return valueOf(turnedByHeader(edit, by)); }, Unlocked())
+      .def(
           "crop",
           [](const Edit& edit, const std::array<double, 4>& rect) {
             return valueOf(cropped(edit, CGRect(rect[0], rect[1], rect[2], rect[3])));

@@ -8,6 +8,7 @@
 
 #include <clipworks/edit/EditErrors.h>
 #include <clipworks/edit/EditState.h>
+#include <clipworks/edit/Sentences.h>
 #include <clipworks/engine/input/CachedPictureReader.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
@@ -126,6 +127,17 @@ std::int64_t copiedBytes(const engine::PictureJob& job) {
   return bytes;
 }
 
+/// What of a file comes before the first picture and is copied with it, since it is decoded from there.
+std::string hiddenPart(const engine::PictureRun& run) {
+  if (run.hiddenBefore.empty()) return "";
+  const auto table = run.file->pictureTable(run.stream);
+  if (!table) return "";
+  const std::int64_t ticks =
+      (*table)->timeOfPicture(run.pictures.front().picture) - (*table)->timeOfPicture(run.hiddenBefore.front().picture);
+  return shownSeconds(CMTime(ticks, run.file->stream(run.stream).timescale)) +
+         " s before the start are in the file, not shown.";
+}
+
 PlannedTrack pictureTrack(const engine::PictureJob& job, const ExportedTrack& exported) {
   PlannedTrack track;
   track.isCopied = exported.copied;
@@ -140,6 +152,8 @@ PlannedTrack pictureTrack(const engine::PictureJob& job, const ExportedTrack& ex
     track.width = first.file->stream(first.stream).codedWidth;
     track.height = first.file->stream(first.stream).codedHeight;
     track.bitRate = 0;
+    const std::string hidden = hiddenPart(first);
+    if (!hidden.empty()) track.remark += (track.remark.empty() ? "" : " ") + hidden;
   }
   return track;
 }

@@ -39,6 +39,9 @@ namespace clipworks {
 enum class Turn { right, half, left };
 /// Turns the pictures. Fails with `noPictures`.
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> turned(const Edit& edit, Turn turn);
+/// Has players turn the pictures: the movie's header says so, the pictures stay as they are coded. Fails with
+/// `noPictures`, or with `badArgument` where a step before draws them anew.
+[[nodiscard]] CLIPWORKS_API Result<Edit, Error> turnedByHeader(const Edit& edit, Turn turn);
 
 /// Shows `rect` of the pictures, in pixels as they are seen. Sides are made whole, and even by leaving the last column
 /// or line out, which the plan tells. Fails with `noPictures`, or with `badArgument` where it reaches out of the

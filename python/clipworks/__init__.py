@@ -123,9 +123,9 @@ class Clip:
         """Plays it backwards."""
         return self._then("reverse")
 
-    def rotate(self, by: Literal["right", "left", "half"] = "right") -> "Clip":
-        """Turns the pictures; right is clockwise."""
-        return self._then("turn", _member(_clipworks.Turn, "by", by))
+    def rotate(self, by: Literal["right", "left", "half"] = "right", *, lossless: bool = False) -> "Clip":
+        """Turns the pictures; right is clockwise. `lossless` leaves them as they are coded, and has players turn them."""
+        return self._then("turn_by_header" if lossless else "turn", _member(_clipworks.Turn, "by", by))
 
     def crop(self, rect: Sequence[float]) -> "Clip":
         """Shows `rect` of the pictures alone: left, top, width, height, in pixels as they are seen. Sides become even."""

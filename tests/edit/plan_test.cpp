@@ -114,6 +114,7 @@ INSTANTIATE_TEST_SUITE_P(
                  "    1.500 to 3.500 s: clip from 0.000 to 2.000 s\n"},
         Case{"cut_in_a_group", [](const Chain& c) { return c.trim(0.5, 1.9); },
              "lasts 1.400 s\n42 pictures of 320 × 180 pixels, copied as it is coded\n"
+             "    0.500 s before the start are in the file, not shown.\n"
              "    0.000 to 1.400 s: clip from 0.500 to 1.900 s\n" +
                  encodedA + "    0.000 to 1.400 s: clip from 0.500 to 1.900 s\n"},
         Case{"hevc_when_told_to",
