@@ -362,6 +362,10 @@ PYBIND11_MODULE(_clipworks, module) {
           },
           Unlocked())
       .def(
+          "compress_to",
+          [](const Edit& edit, std::int64_t bytes, int height) { return valueOf(compressedTo(edit, bytes, height)); },
+          Unlocked())
+      .def(
           "keep",
           [](const Edit& edit, const std::vector<std::pair<double, double>>& parts) {
             std::vector<CMTimeRange> ranges;

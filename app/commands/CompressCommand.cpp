@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,6 +12,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
+#include <app/ParseNumber.h>
 #include <app/StepCommand.h>
 #include <clipworks/edit/Steps.h>
 #include <clipworks/foundation/VideoCompressorPreset.h>
@@ -37,6 +40,21 @@ std::string presetNames(std::string_view separator) {
   return names;
 }
 
+/// A size as it is typed: "25MB", "1.5 GiB", "800000".
+std::optional<std::int64_t> bytesIn(std::string_view text) {
+  static const std::map<std::string_view, double> units{{"", 1},          {"B", 1},         {"kB", 1e3},
+                                                        {"KB", 1e3},      {"MB", 1e6},      {"GB", 1e9},
+                                                        {"KiB", 1 << 10}, {"MiB", 1 << 20}, {"GiB", 1 << 30}};
+  const std::size_t digits = std::min(text.find_first_not_of("0123456789."), text.size());
+  const auto number = parseNumber(text.substr(0, digits));
+  std::string_view unit = text.substr(digits);
+  if (unit.starts_with(' ')) unit.remove_prefix(1);
+  const auto known = units.find(unit);
+  constexpr double most = 1e15;
+  if (!number || known == units.end() || !(*number > 0) || *number * known->second > most) return std::nullopt;
+  return static_cast<std::int64_t>(*number * known->second);
+}
+
 class CompressCommand : public StepCommand {
  public:
   std::string name() const override { return "compress"; }
@@ -46,10 +64,20 @@ class CompressCommand : public StepCommand {
     return "Pictures become H.264 (HEVC with --codec hevc) of the preset's height, sound AAC; pictures smaller than the\n"
            "preset are enlarged. Clips that cannot be compressed are named, the others are written, and the exit code\n"
            "is 1.\n\n"
-           "Example: clipworks --outputs small compress a.mp4 b.mov --preset 480p";
+           "Examples: clipworks --outputs small compress a.mp4 b.mov --preset 480p\n"
+           "          clipworks compress clip.mp4 --max-size 25MB    in two encodes at most, never over";
   }
 
   Outcome check() override {
+    if (sizeText_) {
+      if (bitRateText_) return wrongUse("--max-size chooses the bit rate itself; it goes without --bitrate");
+      mostBytes_ = bytesIn(*sizeText_);
+      if (!mostBytes_)
+        return wrongUse("--max-size takes a size such as 25MB, 800kB or 10MiB, not \"" + *sizeText_ + "\"");
+    } else if (presetName_.empty()) {
+      return wrongUse("--preset or --max-size is needed");
+    }
+    if (presetName_.empty()) return {};
     for (const auto& [name, preset] : presets()) {
       if (name == presetName_) preset_ = preset;
     }
@@ -64,6 +92,8 @@ class CompressCommand : public StepCommand {
   }
 
   Result<Edit, Error> apply(const Edit& edit) const override {
+    if (mostBytes_)
+      return compressedTo(edit, *mostBytes_, preset_ == nullptr ? 0 : static_cast<int>(preset_->height()));
     return compressed(edit, static_cast<int>(preset_->height()), kilobits_ * 1000);
   }
 
@@ -73,8 +103,12 @@ class CompressCommand : public StepCommand {
   Files takesFiles() const override { return Files::each; }
   void addOptions(CLI::App& parser) override {
     parser.add_option("--preset", presetName_, "The height of the pictures, which also sets their bit rate")
-        ->type_name(presetNames("|"))
-        ->required();
+        ->type_name(presetNames("|"));
+    parser
+        .add_option(
+            "--max-size", sizeText_,
+            "What the file must not pass: bytes, kB, MB, GB, KiB, MiB, GiB;\nwithout --preset the height is chosen by it, too")
+        ->type_name("SIZE");
     parser
         .add_option("--bitrate", bitRateText_,
                     "Of the pictures, in kilobits a second, in place of the preset's;\n0 is constant quality")
@@ -84,6 +118,8 @@ class CompressCommand : public StepCommand {
  private:
   std::string presetName_;
   std::optional<std::string> bitRateText_;
+  std::optional<std::string> sizeText_;
+  std::optional<std::int64_t> mostBytes_;
   std::shared_ptr<const VideoCompressorPreset> preset_;
   std::int64_t kilobits_ = 0;
 };

@@ -41,6 +41,10 @@ Chain Chain::compress(int height, std::int64_t bitRate) const {
   return then([&](const Edit& edit) { return compressed(edit, height, bitRate); });
 }
 
+Chain Chain::compressTo(std::int64_t bytes, int height) const {
+  return then([&](const Edit& edit) { return compressedTo(edit, bytes, height); });
+}
+
 Chain Chain::trim(double from, double to) const {
   return then([&](const Edit& edit) { return trimmed(edit, range(from, to)); });
 }

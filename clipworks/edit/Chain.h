@@ -43,6 +43,8 @@ class CLIPWORKS_API Chain {
   [[nodiscard]] Chain narrate(const std::vector<NarratedPiece>& pieces, double baseVolume = 1) const;
   /// `height` in pixels, `bitRate` in bits a second: `compressed`.
   [[nodiscard]] Chain compress(int height, std::int64_t bitRate) const;
+  /// See `compressedTo`.
+  [[nodiscard]] Chain compressTo(std::int64_t bytes, int height = 0) const;
   /// Keeps seconds `from` to `to`: `trimmed`.
   [[nodiscard]] Chain trim(double from, double to) const;
 

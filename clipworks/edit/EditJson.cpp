@@ -22,7 +22,8 @@
 //   600],
 //    "pictures": [{"source": 0, "track": 0, "from": [0, 600], "lasting": [300, 600], "length": [300, 600]}, …],
 //    "sounds": [{"volume": 1, "stretches": […]}], "transform": [1, 0, 0, 1, 0, 0], "canvas": [640, 480],
-//    "wanted": {"quality": "highest", "pictureBitRate": 0}, "leftOut": [["what", "why"]], "remarks": []}
+//    "wanted": {"quality": "highest", "pictureBitRate": 0, "mostBytes": 0}, "leftOut": [["what", "why"]], "remarks":
+//    []}
 //
 // Times are [value, timescale]. `from` and `lasting` are on the media's own clock, `length` is how long that is shown;
 // `backwards` and `place`, a map onto the canvas, stand where there is something to say. What shows no media has "gap":
@@ -72,7 +73,9 @@ class Writer {
     if (state_.canvas) object["canvas"] = {state_.canvas->width, state_.canvas->height};
     const auto quality = std::find_if(qualities.begin(), qualities.end(),
                                       [this](const auto& known) { return known.first == state_.wanted.quality; });
-    object["wanted"] = {{"quality", quality->second}, {"pictureBitRate", state_.wanted.pictureBitRate}};
+    object["wanted"] = {{"quality", quality->second},
+                        {"pictureBitRate", state_.wanted.pictureBitRate},
+                        {"mostBytes", state_.wanted.mostBytes}};
     object["leftOut"] = ordered_json::array();
     for (const LeftOut& part : state_.leftOut) object["leftOut"].push_back({part.what, part.why});
     object["remarks"] = state_.remarks;
@@ -145,7 +148,8 @@ class Reader {
     const auto known =
         std::find_if(qualities.begin(), qualities.end(), [&quality](const auto& one) { return one.second == quality; });
     require(known != qualities.end(), "a quality");
-    state_.wanted = {known->first, object_.at("wanted").at("pictureBitRate").get<std::int64_t>()};
+    state_.wanted = {known->first, object_.at("wanted").at("pictureBitRate").get<std::int64_t>(),
+                     object_.at("wanted").at("mostBytes").get<std::int64_t>()};
     for (const auto& part : object_.at("leftOut")) state_.leftOut.push_back({part.at(0), part.at(1)});
     state_.remarks = object_.at("remarks").get<std::vector<std::string>>();
     return edited(std::move(state_));

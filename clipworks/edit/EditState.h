@@ -48,6 +48,7 @@ struct Wanted {
   };
   Quality quality = Quality::highest;
   std::int64_t pictureBitRate = 0;  ///< bits a second; 0 is constant quality
+  std::int64_t mostBytes = 0;       ///< of the file, which rates are chosen for then; 0: as many as come
 };
 
 /// A track or another part of a file that the edit does not use.

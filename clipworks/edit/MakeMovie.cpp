@@ -50,6 +50,41 @@ class ProgressTeller {
   Progress told_;
 };
 
+/// Two tries at most to come close under a size.
+class SizeTrial {
+ public:
+  explicit SizeTrial(std::int64_t most) : most_(static_cast<double>(most)) {}
+
+  /// Whether a file will do. The first may be made again where it is too large, or smaller than it need be.
+  bool accepts(std::int64_t bytes) {
+    bytes_ = bytes;
+    ++tries_;
+    const double share = static_cast<double>(bytes) / most_;
+    isRefused_ = share > 1 || (tries_ == 1 && share < closeEnough && share > noMoreToSpend);
+    return !isRefused_;
+  }
+  [[nodiscard]] bool wantsAnother() const { return isRefused_ && tries_ == 1; }
+  [[nodiscard]] bool hasFailed() const { return isRefused_ && tries_ == 2; }
+  [[nodiscard]] std::int64_t bytes() const { return bytes_; }
+
+  /// The bits a second for the pictures by which the next file comes out right.
+  [[nodiscard]] std::int64_t nextRate(std::int64_t rate, double seconds) const {
+    const double change = (most_ * aim - static_cast<double>(bytes_)) * 8 / seconds;
+    return std::max(static_cast<std::int64_t>(static_cast<double>(rate) + change), engine::leastBitRate);
+  }
+
+ private:
+  static constexpr double closeEnough = 0.97;
+  static constexpr double aim = 0.986;
+  // Pictures that take that little of what they may have are as good as they get.
+  static constexpr double noMoreToSpend = 0.75;
+
+  double most_;
+  std::int64_t bytes_ = 0;
+  int tries_ = 0;
+  bool isRefused_ = false;
+};
+
 std::int64_t picturesOf(const MovieReport& report) {
   std::int64_t pictures = 0;
   for (const auto& track : report.tracks) pictures += track.pictures;
@@ -70,18 +105,33 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
   job.fileLengthLimit = options.mostBytes;
   job.existing = engineExisting(options.existing);
   job.isStrict = options.isStrict;
+  const std::int64_t mostBytes = edit.state().wanted.mostBytes;
   if (options.threads > 0) job.limitThreads(options.threads);
-  engine::ExportRun run(std::move(job));
-  const std::stop_callback cancels(options.stop, [&run] { run.cancel(); });
   ProgressTeller progress(options, encodes ? "encoding" : "copying");
-  auto report = run.run([&](double share, std::int64_t pictures) {
-    try {
-      progress.tell(share, pictures);
-    } catch (...) {
-      thrownByProgress = std::current_exception();
-      run.cancel();
-    }
-  });
+  const auto runOnce = [&](engine::ExportJob once, double from, double to) {
+    engine::ExportRun run(std::move(once));
+    const std::stop_callback cancels(options.stop, [&run] { run.cancel(); });
+    return run.run([&](double share, std::int64_t pictures) {
+      try {
+        progress.tell(from + share * (to - from), pictures);
+      } catch (...) {
+        thrownByProgress = std::current_exception();
+        run.cancel();
+      }
+    });
+  };
+  SizeTrial trial(mostBytes);
+  if (mostBytes > 0) job.accepts = [&trial](std::int64_t bytes) { return trial.accepts(bytes); };
+  auto report = runOnce(job, 0, mostBytes > 0 ? 0.5 : 1);
+  if (!report && trial.wantsAnother()) {
+    job.pictures->encoder.averageBitRate =
+        trial.nextRate(job.pictures->encoder.averageBitRate, planned->length.seconds());
+    report = runOnce(job, 0.5, 1);
+  }
+  if (!report && trial.hasFailed()) {
+    return failed(ErrorCode::limitReached, edit.name() + " could not be brought under " + std::to_string(mostBytes) +
+                                               " bytes; its last try had " + std::to_string(trial.bytes()));
+  }
   if (!report) return failure(fromEngine(report.error()));
   MovieReport made{std::move(report->path),
                    std::move(planned->tracks),

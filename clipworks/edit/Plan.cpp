@@ -9,6 +9,7 @@
 #include <clipworks/edit/EditErrors.h>
 #include <clipworks/edit/EditState.h>
 #include <clipworks/edit/Sentences.h>
+#include <clipworks/edit/SizeBudget.h>
 #include <clipworks/engine/input/CachedPictureReader.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
@@ -68,6 +69,12 @@ ExportPreset presetOf(const EditState& state, const PlanOptions& options) {
     preset.keepsCodedPictures = false;
     preset.videoBitRate = state.wanted.pictureBitRate;
     preset.fixedSound = engine::SoundEncoderSettings{44'100, 2, 128'000};
+  }
+  if (state.wanted.mostBytes > 0) {
+    constexpr std::int64_t leastOfStereo = 56'000;
+    const SizeBudget budget = SizeBudget::of(state.wanted.mostBytes, measureOf(state));
+    preset.videoBitRate = std::max(budget.pictures, engine::leastBitRate);
+    preset.fixedSound = engine::SoundEncoderSettings{44'100, budget.sound < leastOfStereo ? 1 : 2, budget.sound};
   }
   return preset;
 }

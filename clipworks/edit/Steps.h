@@ -66,6 +66,11 @@ struct NarratedPiece {
 /// 16,384 pixels.
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> compressed(const Edit& edit, int height, std::int64_t bitRate);
 
+/// Has it encoded so that the file has `bytes` at most, and, of ten seconds and more, hardly less: pictures `height`
+/// pixels high, or for 0 as high as so many bytes serve well, never enlarged. At most two encodes. Fails as
+/// `compressed`, and with `badArgument` where so few bytes do not do; the sentence says how many would.
+[[nodiscard]] CLIPWORKS_API Result<Edit, Error> compressedTo(const Edit& edit, std::int64_t bytes, int height = 0);
+
 /// Keeps `range` alone. Fails with `badArgument` where nothing of the edit lies in it.
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> trimmed(const Edit& edit, const CMTimeRange& range);
 /// Keeps `ranges`, in any order, one behind the other. Fails as for one, and with `badArgument` for none.

@@ -139,12 +139,17 @@ class Clip:
         pieces = [Piece(*piece) for piece in pieces]
         return self._then("narrate", [(_existing(file), at, volume) for file, at, volume in pieces], base_volume)
 
-    def compress(self, preset: Preset | int, *, bitrate: int | None = None) -> "Clip":
+    def compress(self, preset: Preset | int | None = None, *, bitrate: int | None = None, max_size: int | None = None) -> "Clip":
         """Has the pictures encoded at the height of `preset`, or at as many pixels.
 
-        `bitrate` is that of the pictures in kilobits a second, in place of the preset's; 0 is constant quality.
+        `bitrate` is that of the pictures in kilobits a second, in place of the preset's; 0 is constant quality. `max_size`
+        is what the file must not pass, in bytes; without a `preset` it decides on the height, too.
         """
-        if isinstance(preset, str):
+        if preset is None:
+            if max_size is None:
+                raise ValueError("compress takes a preset, a max_size, or both")
+            height, kilobits = 0, 0
+        elif isinstance(preset, str):
             if preset not in _clipworks.presets:
                 raise ValueError(f'preset takes {", ".join(_clipworks.presets)}, not "{preset}"')
             height, kilobits = _clipworks.presets[preset]
@@ -154,6 +159,10 @@ class Clip:
             kilobits = operator.index(bitrate)
             if not 0 <= kilobits <= 1_000_000:
                 raise ValueError(f"bitrate takes a whole number from 0 to 1000000, not {kilobits}")
+        if max_size is not None:
+            if bitrate is not None:
+                raise ValueError("max_size chooses the bit rate itself; it goes without bitrate")
+            return self._then("compress_to", operator.index(max_size), height)
         return self._then("compress", height, kilobits)
 
     def trim(self, start: float, end: float) -> "Clip":

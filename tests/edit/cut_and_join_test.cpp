@@ -108,5 +108,20 @@ TEST(Joined, GivesTheColoursOfTheFirst) {
   }
 }
 
+TEST(CompressedTo, IsNeverOverAndHardlyUnder) {
+  const TemporaryDirectory directory;
+  const BarCodeClip clip({.width = 640, .height = 360, .frames = 300, .preset = "ultrafast"});
+  for (const std::int64_t most : {100'000, 400'000}) {
+    const auto made = Chain(clip.path()).compressTo(most).save(directory.file(std::to_string(most) + ".mp4"));
+    ASSERT_TRUE(made) << made.error().sentence;
+    EXPECT_LE(made->bytes, most);
+    EXPECT_GE(made->bytes, most * 97 / 100);
+    EXPECT_EQ(MediaJudge(made->path).pictures().size(), 300U);
+  }
+  const auto refused = Chain(clip.path()).compressTo(20'000).edit();
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().code, ErrorCode::badArgument) << refused.error().sentence;
+}
+
 }  // namespace
 }  // namespace clipworks::test

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -125,7 +126,10 @@ struct ExportJob {
   std::filesystem::path path;
   std::int64_t fileLengthLimit = 0;  ///< bytes; 0 is no limit
   OutputFile::Existing existing = OutputFile::Existing::kept;
-  bool isStrict = false;               ///< damaged pictures are a failure
+  bool isStrict = false;  ///< damaged pictures are a failure
+  /// Whether a file of so many bytes will do; one that does not is removed, and the run ends with `lengthLimit`. On the
+  /// thread of the run.
+  std::function<bool(std::int64_t bytes)> accepts{};
   std::int32_t movieTimescale = 1000;  ///< such that the lengths of both tracks come out whole
   MovieContainer container = MovieContainer::mpeg4;
   std::map<std::string, std::string> metadata;

@@ -88,6 +88,10 @@ Expected<ExportReport> ExportRun::run(const OnProgress& onProgress) {
     if (report && job_.isStrict) report = withoutDamage(std::move(*report));
     if (report) {
       report->bytes = file_->handle().size();
+      if (job_.accepts && !job_.accepts(report->bytes))
+        report = failed(ErrorKind::lengthLimit, "the file has a size that will not do");
+    }
+    if (report) {
       if (auto named = file_->commit(); !named) report = tl::make_unexpected(named.error());
       if (report) report->path = file_->path();
     }
