@@ -24,11 +24,9 @@ void expectSamplesOf(const MediaJudge& source, const MediaJudge& output, int cou
   for (int copy = 0; copy < count; ++copy) expected.insert(expected.end(), once.begin(), once.end());
   const auto samples = output.codedSamples("video");
   EXPECT_EQ(hashesOf(samples), expected) << "coded pictures are copied byte by byte";
-  for (std::size_t i = 0; i < samples.size(); ++i) {
-    ASSERT_LE(samples[i].decode, samples[i].presentation) << "sample " << i;
-    ASSERT_TRUE(i == 0 || samples[i - 1].decode < samples[i].decode) << "sample " << i;
-    ASSERT_TRUE(i % once.size() != 0 || samples[i].isAccessPoint) << "every copy can be jumped to";
-  }
+  expectDecodable(samples);
+  for (std::size_t i = 0; i < samples.size(); i += once.size())
+    EXPECT_TRUE(samples[i].isAccessPoint) << "every copy can be jumped to";
 }
 
 /// Each join's neighbourhood sounds like the end of the clip and its start put together.
@@ -155,16 +153,6 @@ TEST(CopiedPart, StartsAndEndsAtAnyPictureOfAGroup) {
   for (const std::int64_t first : {0, 3, 12, 18, 21, 30, 39}) {
     for (const auto& clip : {closed, hevc}) expectPart(clip, first * 1000 / 30, 1333);
   }
-}
-
-TEST(CopiedPart, IsNotCutInsideAGroupBeforeAJoin) {
-  const auto clip = BarCodeClip(small({.frames = 40, .bFrames = 3, .gop = 20})).path();
-  int refused = 0;
-  for (const std::int64_t end : {700, 733, 766, 800}) {  // one of four neighbours is no B picture
-    const auto exported = tryToExport(cutOf({{clip, 0, end}, {clip, 0, 1333}}), passedThrough);
-    if (exported.failure.find("cut inside a group of pictures") != std::string::npos) ++refused;
-  }
-  EXPECT_GE(refused, 1);
 }
 
 }  // namespace
