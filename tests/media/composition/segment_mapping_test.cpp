@@ -82,7 +82,11 @@ TEST(Resolve, ReachesTheMedia) {
   // empty 0..1, A 2..10 at 1..5, hold 5..7
   const auto nested = edited({insert(kPlainTrack, seconds(2, 12), {1, 1}), scale(seconds(1, 9), {4, 1})});
   const auto shortened = edited({insert(kPlainTrack, seconds(0, 10), {0, 1})});
+  const auto late = std::make_shared<FakeTrack>("L", std::vector{mediaAt(seconds(0, 1), seconds(2, 3))});
   const std::tuple<const char*, std::vector<Edit>, Lines> cases[] = {
+      {"a track that begins late is padded before and after, or has nothing but padding",
+       {insert(late, seconds(0, 5), {0, 1}), insertEmpty(seconds(5, 6)), insert(late, seconds(0, 1), {6, 1})},
+       {"hold at 0..2", "L 0..1 at 2..3", "hold at 3..5", "empty at 5..6", "hold at 6..7"}},
       {"the source's own gaps, edits and held picture show, re-timed, and the padding after them",
        {insert(kEditedTrack, seconds(1, 7), {3, 1}), scale(seconds(3, 9), {12, 1})},
        {"empty at 0..3", "E 21/2..12 at 3..6", "E 20..24 at 6..10", "E 30..30 at 10..12", "empty at 12..14",
