@@ -155,5 +155,15 @@ TEST(CopiedPart, StartsAndEndsAtAnyPictureOfAGroup) {
   }
 }
 
+TEST(CopiedPart, IsNotCutInsideAGroupBeforeAJoin) {
+  const auto clip = BarCodeClip(small({.frames = 40, .bFrames = 3, .gop = 20})).path();
+  int refused = 0;
+  for (const std::int64_t end : {700, 733, 766, 800}) {  // one of four neighbours is no B picture
+    const auto exported = tryToExport(cutOf({{clip, 0, end}, {clip, 0, 1333}}), passedThrough);
+    if (exported.failure.find("cut inside a group of pictures") != std::string::npos) ++refused;
+  }
+  EXPECT_GE(refused, 1);
+}
+
 }  // namespace
 }  // namespace clipworks::test
