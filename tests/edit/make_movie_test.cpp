@@ -1,27 +1,14 @@
 // Movies and pictures of edits, as they come out.
 
-#include <gmock/gmock.h>
-
-#include <algorithm>
-#include <chrono>
-#include <future>
-
 #include <clipworks/edit/Chain.h>
 #include <clipworks/edit/TakePicture.h>
-#include <tests/support/BarCodeClip.h>
-#include <tests/support/MediaJudge.h>
-#include <tests/support/TemporaryDirectory.h>
+
+#include <tests/media/MediaTesting.h>
 
 namespace clipworks::test {
 namespace {
 
-namespace fs = std::filesystem;
 using testing::HasSubstr;
-
-/// What is in a directory.
-std::size_t filesIn(const fs::path& directory) {
-  return static_cast<std::size_t>(std::distance(fs::directory_iterator(directory), {}));
-}
 
 TEST(Movie, TakesNoMoreThreadsThanItMay) {
   const TemporaryDirectory directory;
@@ -30,7 +17,7 @@ TEST(Movie, TakesNoMoreThreadsThanItMay) {
     std::size_t most = 0;
     MovieOptions options;
     options.threads = threads;
-    options.onProgress = [&](const Progress&) { most = std::max(most, filesIn("/proc/self/task")); };
+    options.onProgress = [&](const Progress&) { most = std::max(most, filesIn("/proc/self/task").size()); };
     EXPECT_TRUE(Chain(clip.path()).rotate().save(directory.file(name), options));
     return most;
   };
@@ -88,7 +75,7 @@ TEST(Movies, AreMadeEightAtOnce) {
     EXPECT_EQ(std::tuple(stream.codec, stream.height), std::tuple(codec, height)) << i;
     EXPECT_EQ(MediaJudge(made->path).pictures().size(), pictures) << i;
   }
-  EXPECT_EQ(filesIn(directory.path()), std::size(cases));
+  EXPECT_EQ(filesIn(directory.path()).size(), std::size(cases));
 }
 
 TEST(Movie, KeepsOrReplacesWhatHasItsName) {
@@ -105,7 +92,7 @@ TEST(Movie, KeepsOrReplacesWhatHasItsName) {
   EXPECT_EQ(fs::file_size(place), 3U);
   ASSERT_TRUE(chain.save(place, {.existing = ExistingFile::replaced}));
   EXPECT_EQ(MediaJudge(place).pictures().size(), 5U);
-  EXPECT_EQ(filesIn(directory.path()), 2U);
+  EXPECT_EQ(filesIn(directory.path()).size(), 2U);
 }
 
 TEST(Movie, NeverTouchesWhatItIsMadeOf) {
@@ -120,7 +107,7 @@ TEST(Movie, NeverTouchesWhatItIsMadeOf) {
   const auto changed = chain.save(directory.file("a.mp4"));
   ASSERT_FALSE(changed);
   EXPECT_THAT(changed.error().sentence, HasSubstr("has changed since it was opened"));
-  EXPECT_EQ(filesIn(directory.path()), 1U);
+  EXPECT_EQ(filesIn(directory.path()).size(), 1U);
 }
 
 TEST(Movie, EndsSoonWhenItIsAskedTo) {
@@ -147,7 +134,7 @@ TEST(Movie, EndsSoonWhenItIsAskedTo) {
     if (progress.share > 0.1) throw std::runtime_error("enough");
   };
   EXPECT_THROW((void)chain.save(directory.file("a.mp4"), options), std::runtime_error);
-  EXPECT_EQ(filesIn(directory.path()), 0U);
+  EXPECT_EQ(filesIn(directory.path()).size(), 0U);
 }
 
 TEST(Pictures, AreThoseOfTheEdit) {
@@ -170,7 +157,7 @@ TEST(Pictures, AreThoseOfTheEdit) {
       takePictures(*edit, {{kCMTimeZero, directory.file("a.png")}, {CMTime(4, 1), directory.file("b.png")}});
   ASSERT_FALSE(outside);
   EXPECT_EQ(outside.error().code, ErrorCode::badArgument);
-  EXPECT_EQ(filesIn(directory.path()), 3U);
+  EXPECT_EQ(filesIn(directory.path()).size(), 3U);
 }
 
 }  // namespace

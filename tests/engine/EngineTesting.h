@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <numbers>
 #include <numeric>
 #include <random>
@@ -23,6 +21,9 @@
 // What tests of the engine share, and the headers that most of them need.
 
 namespace clipworks::engine {
+
+using test::fileBytes;
+using test::writeTo;
 
 /// What was made; fails the test with the error's sentence when there is none.
 template <class T>
@@ -46,15 +47,6 @@ inline void runFFmpeg(std::vector<std::string> arguments, const std::vector<std:
 inline const StreamFacts* streamOf(const MediaFile& file, StreamKind kind) {
   const auto found = std::ranges::find(file.streams(), kind, &StreamFacts::kind);
   return found == file.streams().end() ? nullptr : &*found;
-}
-
-inline std::string bytesOf(const std::filesystem::path& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-inline std::filesystem::path write(const std::filesystem::path& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-  return path;
 }
 
 /// A big-endian number; negative ones in two's complement.
@@ -94,6 +86,14 @@ void forEachSample(const AVFrame& frame, Look look) {
   for (int plane = 0; plane < 3; ++plane)
     for (int y = 0; y < rowsOf(frame, plane); ++y)
       for (int x = 0; x < columnsOf(frame, plane) && !testing::Test::HasFatalFailure(); ++x) look(plane, x, y);
+}
+
+/// A picture whose bytes are all 0, as av_write_image_line2 needs it.
+inline Frame emptyPicture(int width, int height, AVPixelFormat format) {
+  Frame frame = must(allocateFrame(width, height, format));
+  for (const auto* buffer : frame->buf)
+    if (buffer != nullptr) std::fill_n(buffer->data, buffer->size, std::uint8_t{0});
+  return frame;
 }
 
 /// A picture whose samples hold what `level` says of their plane and place.

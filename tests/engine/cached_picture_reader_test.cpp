@@ -155,8 +155,8 @@ TEST(CachedPictureReader, DecodesNoMoreThanItNeeds) {
 TEST(CachedPictureReader, HoldsTheLastPictureWhereTheFileIsCut) {
   const test::BarCodeClip clip({.audioCodec = "", .outputArguments = {"-movflags", "+faststart"}});
   const test::TemporaryDirectory directory;
-  const auto bytes = bytesOf(clip.path());
-  const auto cut = write(directory.file("cut.mp4"), bytes.substr(0, bytes.size() * 3 / 4));
+  const auto bytes = fileBytes(clip.path());
+  const auto cut = writeTo(directory.file("cut.mp4"), bytes.substr(0, bytes.size() * 3 / 4));
   const auto whole = linearHashes(must(MediaFile::open(clip.path())));
   auto reader = cachedReader(must(MediaFile::open(cut)));
   Hashes hashes(60);

@@ -1,9 +1,5 @@
 #include <clipworks/engine/output/MovieWriter.h>
 
-#include <clipworks/engine/boxes/BoxSequence.h>
-#include <clipworks/engine/boxes/FourCC.h>
-#include <clipworks/engine/boxes/FullBoxCursor.h>
-
 #include <tests/engine/EngineTesting.h>
 
 namespace clipworks::engine {
@@ -44,19 +40,6 @@ struct Writing {
 
 std::int64_t milliseconds(std::uint64_t ticks) { return static_cast<std::int64_t>(ticks * 1000 / movieTimescale); }
 
-/// Of each track's header.
-std::vector<std::int64_t> trackMilliseconds(const std::string& file) {
-  std::vector<std::int64_t> lengths;
-  BoxSequence boxes(findBox(std::as_bytes(std::span(file)), {fourCC("moov")}).value());
-  while (const auto box = boxes.next()) {
-    if (box->type != fourCC("trak")) continue;
-    auto header = FullBoxCursor::open(findBox(box->content, {fourCC("tkhd")}).value()).value();
-    header.skip(2 * header.timeBytes() + 8);
-    lengths.push_back(milliseconds(header.readTime()));
-  }
-  return lengths;
-}
-
 using Milliseconds = std::vector<std::int64_t>;
 
 /// Ends a track that is shown until `end`, beside another one that ends at `otherEnd`. `shown`: when the samples are
@@ -79,7 +62,6 @@ void expectEnd(const Milliseconds& shown, std::int64_t end, std::int64_t otherEn
 
   const auto boxes = must(readMovieBoxes(must(FileHandle::openForReading(path))->descriptor()));
   EXPECT_EQ(milliseconds(boxes.duration), std::max(end, otherEnd));
-  EXPECT_THAT(trackMilliseconds(bytesOf(path)), testing::ElementsAre(end, otherEnd));
   const auto& read = boxes.tracks.at(0);
   Milliseconds edits;
   for (const auto& one : read.edits) edits.push_back(milliseconds(one.duration));
@@ -111,29 +93,11 @@ TEST(MovieWriter, EndsATrackAfterHours) {
   expectEnd({hours, 3 * hours + 80, 3 * hours}, 3 * hours + 40, hours, {hours, 2 * hours + 40});
 }
 
-template <class Facts>
-std::vector<std::uint8_t> plainBytes(const Facts& facts) {
-  const auto* bytes = reinterpret_cast<const std::uint8_t*>(&facts);
-  return {bytes, bytes + sizeof facts};
-}
-
 TEST(MovieWriter, KeepsWhatATrackSaysOfItsLight) {
-  AVMasteringDisplayMetadata mastering{};
-  mastering.has_primaries = mastering.has_luminance = 1;
-  for (auto& primary : mastering.display_primaries) primary[0] = primary[1] = av_make_q(10'000, 50'000);
-  mastering.white_point[0] = mastering.white_point[1] = av_make_q(15'635, 50'000);
-  mastering.min_luminance = av_make_q(50, 10'000);
-  mastering.max_luminance = av_make_q(10'000'000, 10'000);
-  AVDOVIDecoderConfigurationRecord dynamic{};
-  dynamic.dv_version_major = 1;
-  dynamic.dv_profile = 8;
-  dynamic.dv_level = 4;
-  dynamic.rpu_present_flag = dynamic.bl_present_flag = 1;
-  dynamic.dv_bl_signal_compatibility_id = 4;
-  const HDRMetadata facts{{AV_PKT_DATA_MASTERING_DISPLAY_METADATA, plainBytes(mastering)},
-                          {AV_PKT_DATA_CONTENT_LIGHT_LEVEL, plainBytes(AVContentLightMetadata{1000, 400})},
-                          {AV_PKT_DATA_DOVI_CONF, plainBytes(dynamic)}};
-
+  // Version 1.0, profile 8, level 4; with metadata of each picture, without another layer, compatible with 4.
+  const AVDOVIDecoderConfigurationRecord dynamic{1, 0, 8, 4, 1, 0, 1, 4};
+  const auto* const bytes = reinterpret_cast<const std::uint8_t*>(&dynamic);
+  const HDRMetadata facts{{AV_PKT_DATA_DOVI_CONF, {bytes, bytes + sizeof dynamic}}};
   const test::TemporaryDirectory directory;
   const auto path = directory.file("light.mp4");
   const Writing writing(path);
@@ -145,14 +109,9 @@ TEST(MovieWriter, KeepsWhatATrackSaysOfItsLight) {
 
   const auto judged =
       test::runProgram({"ffprobe", "-v", "error", "-show_entries", "stream_side_data", "-of", "csv", path});
-  for (const char* told : {"Mastering display metadata", "10000000/10000", "Content light level metadata,1000,400",
-                           "DOVI configuration record,1,0,8,4,1,0,1,4"}) {
-    EXPECT_THAT(judged.standardOutput, testing::HasSubstr(told));
-  }
+  EXPECT_THAT(judged.standardOutput, testing::HasSubstr("DOVI configuration record,1,0,8,4,1,0,1,4"));
   const auto opened = must(MediaFile::open(path));
-  const auto& read = opened->hdrMetadata(opened->streams().front().index);
-  EXPECT_EQ(read.size(), facts.size());
-  EXPECT_EQ(read.at(AV_PKT_DATA_DOVI_CONF), facts.at(AV_PKT_DATA_DOVI_CONF));
+  EXPECT_EQ(opened->hdrMetadata(opened->streams().front().index), facts);
 }
 
 }  // namespace

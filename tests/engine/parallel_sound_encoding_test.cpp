@@ -188,28 +188,6 @@ double clarity(const Samples& sound, const Samples& heard, float sign) {
   return 10 * std::log10(signal / noise);
 }
 
-// Something like a voice in the middle, noise around it that differs from side to side.
-TEST(EncodedStereo, KeepsWhatMakesItsSidesDiffer) {
-  Samples sound;
-  std::mt19937 random(1);
-  std::normal_distribution<float> noise(0.0F, 0.02F);
-  std::array<float, 2> sides{};
-  for (std::size_t i = 0; i < 4 * rate; ++i) {
-    const double t = static_cast<double>(i) / rate;
-    double voice = 0;
-    for (int overtone = 1; overtone <= 12; ++overtone)
-      voice += 0.15 / overtone * std::sin(overtone * (2 * std::numbers::pi * 140 * t + 4 * std::sin(5 * t)));
-    for (float& side : sides) {
-      side += 0.3F * (noise(random) - side);
-      sound.push_back(static_cast<float>(voice * std::max(0.0, sine(3, i))) + side);
-    }
-  }
-  const auto heard = decoded(encodedInSections(sound, {{}}, 1, stereo), stereo);
-  // The ffmpeg program's own encoder keeps 26.5 and 6.1 dB when it is given no options.
-  EXPECT_GE(clarity(sound, heard, 1), 26);
-  EXPECT_GE(clarity(sound, heard, -1), 7);
-}
-
 // From the first second on, which is the hardest.
 TEST(EncodedStereo, KeepsATonePerSideOnItsSide) {
   Samples sound;

@@ -51,7 +51,7 @@ TEST(PcmFile, HoldsEverySampleAndCanBeReadWhileItGrows) {
       must(writer->write(std::span(samples).subspan(at, std::min(step, samples.size() - at))));
     EXPECT_EQ(writer->frames(), frames);
     // What a kill at this moment would leave, with part of a sample that had not reached its index.
-    const auto killed = write(directory.file("killed.m4a"), bytesOf(path) + "xyz");
+    const auto killed = writeTo(directory.file("killed.m4a"), fileBytes(path) + "xyz");
     expectRamp(killed, frames - frames % ((format.sampleRate + 1) / 2), format);
     must(writer->finish());
     writer.reset();

@@ -85,29 +85,21 @@ struct Matrix {
   [[nodiscard]] double lumaSteps() const { return colour.fullRange ? 1 : 219.0 / 255; }
   [[nodiscard]] double chromaSteps() const { return colour.fullRange ? 1 : 224.0 / 255; }
 };
-constexpr Matrix matrices[] = {{{1, 1, 1, false}, 0.2126, 0.0722},  // BT.709
-                               {{1, 1, 1, true}, 0.2126, 0.0722},
-                               {{6, 6, 6, false}, 0.299, 0.114},      // BT.601
+constexpr Matrix matrices[] = {{{1, 1, 1, false}, 0.2126, 0.0722},                                    // BT.709
+                               {{1, 1, 1, true}, 0.2126, 0.0722},  {{6, 6, 6, false}, 0.299, 0.114},  // BT.601
+                               {{5, 6, 5, true}, 0.299, 0.114},       // the same, of 625 lines
+                               {{7, 7, 7, false}, 0.212, 0.087},      // SMPTE 240M
                                {{9, 14, 9, false}, 0.2627, 0.0593}};  // BT.2020
-
-/// All triples of some levels, with every matrix.
-void forEachTriple(const std::vector<int>& levels, const std::function<void(const Matrix&, int, int, int)>& look) {
-  const std::size_t count = levels.size();
-  for (const auto& matrix : matrices) {
-    for (std::size_t i = 0; i < count * count * count; ++i) {
-      const std::array triple{levels[i / count / count], levels[i / count % count], levels[i % count]};
-      SCOPED_TRACE(testing::PrintToString(std::tuple(matrix.colour.matrix, matrix.colour.fullRange, triple)));
-      look(matrix, triple[0], triple[1], triple[2]);
-    }
-  }
-}
 
 // By ITU-T H.273, 8.3, not rounded.
 TEST(PlanarFromBGRA, IsWithinAFractionOfALevel) {
-  forEachTriple({0, 1, 63, 128, 200, 255}, [](const Matrix& m, int red, int green, int blue) {
+  constexpr std::array levels{0, 1, 63, 128, 200, 255};
+  for (std::size_t i = 0; i < std::size(matrices) * 216; ++i) {
+    const Matrix& m = matrices[i / 216];
+    const int red = levels.at(i / 36 % 6), green = levels.at(i / 6 % 6), blue = levels.at(i % 6);
     // Three by three pixels, the sides odd.
     std::vector<std::uint8_t> pixels;
-    for (int i = 0; i < 9; ++i)
+    for (int pixel = 0; pixel < 9; ++pixel)
       for (const int level : {blue, green, red, 77}) pixels.push_back(static_cast<std::uint8_t>(level));
     const Frame frame = must(planarFromBGRA(pixels.data(), 12, 3, 3, m.colour));
     ASSERT_EQ(frame->width, 4);
@@ -116,26 +108,34 @@ TEST(PlanarFromBGRA, IsWithinAFractionOfALevel) {
                         (red - luma) / (2 * (1 - m.red)) * m.chromaSteps() + 128};
     forEachSample(*frame, [&](int plane, int x, int y) {
       ASSERT_NEAR(sampleAt(*frame, plane, x, y), std::min(wanted.at(static_cast<std::size_t>(plane)), 255.0), 0.53)
-          << plane;
+          << "case " << i << ", plane " << plane;
     });
-  });
+  }
 }
 
+// All levels of luma, each with many of chroma.
 TEST(BGRAFromPlanar, IsWithinAFractionOfALevel) {
-  forEachTriple({0, 16, 60, 128, 180, 235, 255}, [](const Matrix& m, int y, int u, int v) {
-    const Frame frame = painted(5, 3, AV_PIX_FMT_YUV420P, [&](int plane, int, int) {
-      return plane == 0 ? y : plane == 1 ? u : v;
-    });
-    std::vector<std::uint8_t> pixels(std::size_t{4} * 5 * 3);
-    fillBGRA(*frame, m.colour.matrix, m.colour.fullRange, pixels.data(), 20);
-    const double luma = (y - m.black()) / m.lumaSteps();
-    const double red = luma + 2 * (1 - m.red) * (v - 128) / m.chromaSteps();
-    const double blue = luma + 2 * (1 - m.blue) * (u - 128) / m.chromaSteps();
-    const double green = (luma - m.red * red - m.blue * blue) / (1 - m.red - m.blue);
-    const std::array<double, 4> wanted{blue, green, red, 255};
-    for (std::size_t i = 0; i < pixels.size(); ++i)
-      ASSERT_NEAR(pixels[i], std::clamp(wanted.at(i % 4), 0.0, 255.0), 0.7) << i;
-  });
+  for (const Matrix& m : matrices) {
+    for (const auto format : {AV_PIX_FMT_YUV420P, AV_PIX_FMT_YUV422P, AV_PIX_FMT_YUV444P}) {
+      SCOPED_TRACE(testing::PrintToString(std::tuple(m.colour.matrix, m.colour.fullRange, format)));
+      const Frame frame = painted(255, 129, format, [](int plane, int x, int y) {
+        return (plane == 0 ? x * 3 + y : plane == 1 ? x * 5 + y : y * 7 + x) % 256;
+      });
+      std::vector<std::uint8_t> pixels(std::size_t{4} * 255 * 129);
+      fillBGRA(*frame, m.colour.matrix, m.colour.fullRange, pixels.data(), 4 * 255);
+      for (std::size_t i = 0; i < pixels.size(); ++i) {
+        const auto [x, y] = std::pair(static_cast<int>(i / 4) % 255, static_cast<int>(i / 4) / 255);
+        const int cx = x >> pixelsOf(*frame).log2_chroma_w;
+        const int cy = y >> pixelsOf(*frame).log2_chroma_h;
+        const double luma = (sampleAt(*frame, 0, x, y) - m.black()) / m.lumaSteps();
+        const double red = luma + 2 * (1 - m.red) * (sampleAt(*frame, 2, cx, cy) - 128) / m.chromaSteps();
+        const double blue = luma + 2 * (1 - m.blue) * (sampleAt(*frame, 1, cx, cy) - 128) / m.chromaSteps();
+        const double green = (luma - m.red * red - m.blue * blue) / (1 - m.red - m.blue);
+        const std::array<double, 4> wanted{blue, green, red, 255};
+        ASSERT_NEAR(pixels[i], std::clamp(wanted.at(i % 4), 0.0, 255.0), 0.7) << x << ", " << y << ": " << i % 4;
+      }
+    }
+  }
 }
 
 TEST(PlanarFromBGRA, HasTheChromaOfTheMeanOfFourPixels) {
@@ -178,10 +178,7 @@ TEST(PlanarPictures, MakesTheRightColoursOfEveryKind) {
     const bool isRGB = (pixels->flags & AV_PIX_FMT_FLAG_RGB) != 0;
     const bool hasAlpha = (pixels->flags & AV_PIX_FMT_FLAG_ALPHA) != 0;
     const int colours = pixels->nb_components - (hasAlpha ? 1 : 0);
-    const Frame frame = must(allocateFrame(16, 8, kind));
-    for (auto* const buffer : frame->buf) {
-      if (buffer != nullptr) std::fill_n(buffer->data, buffer->size, std::uint8_t{0});
-    }
+    const Frame frame = emptyPicture(16, 8, kind);
     Triple expected = colours < 3 ? Triple{yuv[0], 0.5, 0.5} : yuv;
     for (int i = 0; i < colours; ++i) fill(*frame, i, (isRGB ? rgb : yuv).at(static_cast<std::size_t>(i)));
     if (hasAlpha) {

@@ -93,11 +93,11 @@ TEST(Alsa, ServesWhereNoServerAnswers) {
   Samples samples;
   for (int i = 0; i < 44'100; ++i) samples.insert(samples.end(), 2, static_cast<std::int16_t>(i % 30'000 + 1));
   const std::string bytes(reinterpret_cast<const char*>(samples.data()), samples.size() * 2);
-  const auto input = write(directory.file("input.raw"), bytes).string();
+  const auto input = writeTo(directory.file("input.raw"), bytes).string();
   const auto configuration =
-      write(directory.file("asound.conf"),
-            "pcm.null { type null }\npcm.!default { type file slave.pcm null file /dev/null infile \"" + input +
-                "\" format raw }\n");
+      writeTo(directory.file("asound.conf"),
+              "pcm.null { type null }\npcm.!default { type file slave.pcm null file /dev/null infile \"" + input +
+                  "\" format raw }\n");
   ::setenv("ALSA_CONFIG_PATH", configuration.c_str(), 1);
   ::setenv("PULSE_SERVER", "unix:/nowhere/native", 1);
   const auto capture = must(openSoundCapture(format));

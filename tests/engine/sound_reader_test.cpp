@@ -45,8 +45,8 @@ TEST(SoundReader, HearsEveryFrameOfASample) {
     amr.push_back(i % bytes == 0 ? '\x3C' : static_cast<char>(noise >> 24));
   }
   const auto plain = directory.file("plain.3gp");
-  runFFmpeg({"-i", write(directory.file("plain.amr"), amr), "-c", "copy", plain});
-  std::string movie = bytesOf(plain);
+  runFFmpeg({"-i", writeTo(directory.file("plain.amr"), amr), "-c", "copy", plain});
+  std::string movie = fileBytes(plain);
   const auto change = [&](const char* box, std::size_t number, std::uint32_t from, std::uint32_t to) {
     const std::size_t at = movie.find(box) + 4 + 4 * number;
     EXPECT_EQ(movie.substr(at, 4), bigEndian(from)) << box << ' ' << number;
@@ -60,7 +60,7 @@ TEST(SoundReader, HearsEveryFrameOfASample) {
 
   const auto heard = soundOf(plain, 1);
   EXPECT_GT(heard.part(0.9, 1).level(), 0.01);
-  EXPECT_EQ(soundOf(write(directory.file("packed.3gp"), movie), 1).samples, heard.samples);
+  EXPECT_EQ(soundOf(writeTo(directory.file("packed.3gp"), movie), 1).samples, heard.samples);
 }
 
 }  // namespace

@@ -50,16 +50,9 @@ Triple signalOf(const Triple& light, const Kind& kind) {
 
 Triple grey(double level) { return {level, level, level}; }
 
-void put(const AVFrame& picture, const AVComponentDescriptor& component, int x, int y, double value) {
-  const int sample = std::clamp(static_cast<int>(std::lround(value)), 0, (1 << component.depth) - 1) << component.shift;
-  std::uint8_t* to = rowOf(picture, component.plane, y) + std::ptrdiff_t{x} * component.step + component.offset;
-  to[0] = static_cast<std::uint8_t>(sample & 255);
-  if (component.depth > 8) to[1] = static_cast<std::uint8_t>(sample >> 8);
-}
-
 // Upright strips of one R'G'B' signal each, BT.2020.
 Frame strips(const Kind& kind, const Triples& signals, int cut = 0) {
-  Frame picture = must(allocateFrame(strip * static_cast<int>(signals.size()) - cut, strip - cut, kind.format));
+  Frame picture = emptyPicture(strip * static_cast<int>(signals.size()) - cut, strip - cut, kind.format);
   picture->color_trc = kind.transfer;
   picture->color_primaries = AVCOL_PRI_BT2020;
   picture->colorspace = AVCOL_SPC_BT2020_NCL;
@@ -67,18 +60,22 @@ Frame strips(const Kind& kind, const Triples& signals, int cut = 0) {
   picture->chroma_location = AVCHROMA_LOC_LEFT;
   const bool full = kind.range == AVCOL_RANGE_JPEG;
   for (int component = 0; component < 3; ++component) {
-    const auto& described = pixelsOf(*picture).comp[component];
-    const double largest = (1 << described.depth) - 1;
-    const double eighth = 1 << (described.depth - 8);  // of what 8 bits hold
+    const int depth = pixelsOf(*picture).comp[component].depth;
+    const double largest = (1 << depth) - 1;
+    const double eighth = 1 << (depth - 8);  // of what 8 bits hold
     const int right = component > 0 ? pixelsOf(*picture).log2_chroma_w : 0;
+    std::vector<std::uint16_t> row;
     for (int x = 0; x < columnsOf(*picture, component); ++x) {
       const Triple& rgb = signals[static_cast<std::size_t>((x << right) / strip)];
       const double luma = 0.2627 * rgb[0] + 0.6780 * rgb[1] + 0.0593 * rgb[2];
       const double difference = component == 1 ? (rgb[2] - luma) / 1.8814 : (rgb[0] - luma) / 1.4746;
       const double value = component == 0 ? (full ? luma * largest : (16 + 219 * luma) * eighth)
                                           : 128 * eighth + difference * (full ? largest : 224 * eighth);
-      for (int y = 0; y < rowsOf(*picture, component); ++y) put(*picture, described, x, y, value);
+      row.push_back(static_cast<std::uint16_t>(std::lround(std::clamp(value, 0.0, largest))));
     }
+    for (int y = 0; y < rowsOf(*picture, component); ++y)
+      av_write_image_line2(row.data(), picture->data, picture->linesize, &pixelsOf(*picture), 0, y, component,
+                           static_cast<int>(row.size()), 2);
   }
   return picture;
 }

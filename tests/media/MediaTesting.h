@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <future>
 #include <limits>
 #include <sstream>
@@ -40,14 +39,6 @@ inline constexpr std::chrono::seconds patience{100};
   return true;
 }
 
-inline std::string contentOf(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-inline fs::path writeTo(const fs::path& path, const std::string& bytes) {
-  std::ofstream(path, std::ios::binary) << bytes;
-  return path;
-}
 /// The names in a directory.
 inline std::vector<std::string> filesIn(const fs::path& directory) {
   std::vector<std::string> names;

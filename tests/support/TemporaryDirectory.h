@@ -52,4 +52,10 @@ class TemporaryDirectory {
   return std::move(bytes).str();
 }
 
+/// Makes `file` hold nothing but `bytes`; returns it.
+inline std::filesystem::path writeTo(const std::filesystem::path& file, const std::string& bytes) {
+  std::ofstream(file, std::ios::binary) << bytes;
+  return file;
+}
+
 }  // namespace clipworks::test

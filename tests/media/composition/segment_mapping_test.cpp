@@ -66,33 +66,13 @@ TEST(Map, IsInvalidWhereItIsNotDefined) {
   EXPECT_EQ(text(mapToTarget(slow, CMTime(-2'000'000'000, 1))), "-inf");
 }
 
-/// Half a second of nothing, two edits (the second at double speed), a held picture, black.
-const std::vector<AVAssetTrackSegment> kEdited = {
-    gapAt(SegmentGap::hold, fromTo({0, 2}, {1, 2})),    mediaAt(seconds(10, 12), fromTo({1, 2}, {5, 2})),
-    mediaAt(seconds(20, 24), fromTo({5, 2}, {9, 2})),   mediaAt(seconds(30, 30), fromTo({9, 2}, {11, 2})),
-    gapAt(SegmentGap::empty, fromTo({11, 2}, {13, 2})),
-};
-
-TEST(Slice, CutsWithinSegmentsAndPadsOutsideThem) {
-  const std::vector<AVAssetTrackSegment> late = {mediaAt(seconds(0, 1), seconds(2, 3))};
-  const std::tuple<std::vector<AVAssetTrackSegment>, CMTimeRange, CMTime, Lines> cases[] = {
-      {kEdited, seconds(1, 3), {0, 1}, {"media 21/2..12 at 0..3/2", "media 20..21 at 3/2..2"}},
-      {kEdited, fromTo({19, 4}, {5, 1}), {7, 1}, {"media 30..30 at 7..29/4"}},
-      {kEdited, seconds(6, 7), {0, 1}, {"empty at 0..1/2", "hold at 1/2..1"}},
-      {late, seconds(0, 5), {1, 1}, {"hold at 1..3", "media 0..1 at 3..4", "hold at 4..6"}},
-      {kEdited, seconds(20, 21), {0, 1}, {"hold at 0..1"}},
-      {{}, seconds(1, 3), {5, 1}, {"hold at 5..7"}},
-      {kEdited, seconds(2, 1), {0, 1}, {}},
-      {kEdited, {kCMTimeZero, kCMTimePositiveInfinity}, {0, 1}, {}},
-      {kEdited, seconds(0, 1), kCMTimeInvalid, {}},
-  };
-  for (const auto& [segments, range, at, expected] : cases) {
-    EXPECT_THAT(lines(sliceSegments(segments, range, at)), ElementsAreArray(expected)) << text(range);
-  }
-}
-
 const auto kPlainTrack = plainTrack("A", {10, 1});
-const auto kEditedTrack = std::make_shared<FakeTrack>("E", kEdited);
+/// Half a second of nothing, two edits (the second at double speed), a held picture, black.
+const auto kEditedTrack = std::make_shared<FakeTrack>(
+    "E",
+    std::vector{gapAt(SegmentGap::hold, fromTo({0, 2}, {1, 2})), mediaAt(seconds(10, 12), fromTo({1, 2}, {5, 2})),
+                mediaAt(seconds(20, 24), fromTo({5, 2}, {9, 2})), mediaAt(seconds(30, 30), fromTo({9, 2}, {11, 2})),
+                gapAt(SegmentGap::empty, fromTo({11, 2}, {13, 2}))});
 const auto kCutTrack = std::make_shared<FakeTrack>(
     "C", std::vector{mediaAt(seconds(5, 6), seconds(0, 1)), mediaAt(seconds(6, 8), seconds(1, 3)),
                      mediaAt(seconds(8, 9), seconds(3, 5)), mediaAt(seconds(9, 10), seconds(5, 7)),
@@ -102,7 +82,11 @@ TEST(Resolve, ReachesTheMedia) {
   // empty 0..1, A 2..10 at 1..5, hold 5..7
   const auto nested = edited({insert(kPlainTrack, seconds(2, 12), {1, 1}), scale(seconds(1, 9), {4, 1})});
   const auto shortened = edited({insert(kPlainTrack, seconds(0, 10), {0, 1})});
+  const auto late = std::make_shared<FakeTrack>("L", std::vector{mediaAt(seconds(0, 1), seconds(2, 3))});
   const std::tuple<const char*, std::vector<Edit>, Lines> cases[] = {
+      {"a track that begins late is padded before and after, or has nothing but padding",
+       {insert(late, seconds(0, 5), {0, 1}), insertEmpty(seconds(5, 6)), insert(late, seconds(0, 1), {6, 1})},
+       {"hold at 0..2", "L 0..1 at 2..3", "hold at 3..5", "empty at 5..6", "hold at 6..7"}},
       {"the source's own gaps, edits and held picture show, re-timed, and the padding after them",
        {insert(kEditedTrack, seconds(1, 7), {3, 1}), scale(seconds(3, 9), {12, 1})},
        {"empty at 0..3", "E 21/2..12 at 3..6", "E 20..24 at 6..10", "E 30..30 at 10..12", "empty at 12..14",

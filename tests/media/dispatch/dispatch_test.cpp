@@ -1,31 +1,22 @@
 #include <atomic>
-#include <chrono>
 #include <cstdlib>
-#include <future>
-#include <memory>
-#include <stdexcept>
-#include <thread>
-#include <utility>
-#include <vector>
 
 #include <poll.h>
 #include <unistd.h>
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <clipworks/media/dispatch/DispatchGroup.h>
 #include <clipworks/media/dispatch/DispatchQueue.h>
 #include <clipworks/media/dispatch/DispatchSemaphore.h>
 
-namespace clipworks {
+#include <tests/media/MediaTesting.h>
+
+namespace clipworks::test {
 namespace {
 
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using testing::ElementsAre;
 
-constexpr seconds patience{60};
 DispatchMainQueue& mainQueue = DispatchQueue::main();
 
 TEST(DispatchGroupTest, NotifiesOnceInOrderWhenTheLastLeaves) {
@@ -272,4 +263,4 @@ TEST_F(DispatchDeathTest, TheEndOfTheProcessWaitsForNoItem) {
 }
 
 }  // namespace
-}  // namespace clipworks
+}  // namespace clipworks::test

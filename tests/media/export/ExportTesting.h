@@ -140,4 +140,12 @@ inline void expectPictures(const std::vector<SeenPicture>& got, const std::vecto
   }
 }
 
+/// Every sample is decoded after the one before it, and no later than it is shown.
+inline void expectDecodable(const std::vector<CodedSample>& samples) {
+  for (std::size_t i = 0; i < samples.size(); ++i) {
+    ASSERT_LE(samples[i].decode, samples[i].presentation) << "sample " << i;
+    ASSERT_TRUE(i == 0 || samples[i - 1].decode < samples[i].decode) << "sample " << i;
+  }
+}
+
 }  // namespace clipworks::test

@@ -1,3 +1,5 @@
+#include <atomic>
+
 #include <tests/support/SmallFileSystem.h>
 
 #include "ExportTesting.h"
@@ -39,24 +41,15 @@ TEST(ExportSession, ExistsOnlyForAPresetThatIsKnown) {
   EXPECT_FALSE(Session::make(asset, toLow)->error());
 }
 
-TEST(ExportSession, LivesUntilItsHandlerIsDestroyedAndIsListedMeanwhile) {
+TEST(ExportSession, LivesUntilItsEndAndIsListedMeanwhile) {
   ToHEVC work(assetOf(smallClip));
   const std::weak_ptr<Session> alive = work.session;
-  std::promise<void> destroyed;
-  std::shared_ptr<void> captured(nullptr, [&](void*) { destroyed.set_value(); });
-  std::vector<std::shared_ptr<Session>> listed;
-  Status status = Status::unknown;
-  work.session->exportAsynchronously([&, held = std::move(captured), raw = work.session.get()] {
-    status = raw->status();
-    listed = Session::liveSessions();
-  });
-  EXPECT_THAT(Session::liveSessions(), testing::Contains(work.session)) << "listed from the start on";
+  std::atomic<Status> status = Status::unknown;
+  work.session->exportAsynchronously([&status, raw = work.session.get()] { status = raw->status(); });
+  EXPECT_THAT(Session::liveSessions(), ElementsAre(work.session)) << "from the start on";
   work.session.reset();
-  ASSERT_EQ(destroyed.get_future().wait_for(patience), std::future_status::ready) << "the handler was not destroyed";
-  EXPECT_EQ(status, Status::completed) << "when the handler was called";
-  EXPECT_THAT(listed, ElementsAre(alive.lock()));
-  listed.clear();
   EXPECT_TRUE(waitUntil([&] { return alive.expired() && Session::liveSessions().empty(); })) << "the session stays";
+  EXPECT_EQ(status, Status::completed) << "when the handler was called";
 }
 
 TEST(ExportSession, ReportsProgressThatNeverFallsAndEndsAtOne) {
@@ -73,7 +66,6 @@ TEST(ExportSession, ReportsProgressThatNeverFallsAndEndsAtOne) {
       return before != Status::waiting && before != Status::exporting;
     }));
   });
-  EXPECT_EQ(session->status(), Status::completed);
   EXPECT_EQ(session->progress(), 1);
   EXPECT_GT(seen.size(), 10U) << "steps between the start and the end";
 }
@@ -88,40 +80,11 @@ TEST(ExportSession, TakesTheCompositionAsItIsAtTheStart) {
   EXPECT_NEAR(MediaJudge(work.directory.file("out.mp4")).duration(), 4, 0.03);
 }
 
-TEST(ExportSession, SeveralAtATimeDoNotMix) {
-  const auto composition = smallLoop();
-  std::vector<Exported> exported(4);
-  std::vector<std::jthread> threads;
-  for (std::size_t i = 0; i < 4; ++i) {
-    threads.emplace_back([&, i] { exported[i] = exportAsset(composition, i % 2 == 0 ? toH264 : toHEVC); });
-  }
-  threads.clear();
-  for (const Exported& one : exported) EXPECT_NEAR(one.output.duration(), 4, 0.03);
-  EXPECT_EQ(contentOf(exported[0].path), contentOf(exported[2].path)) << "the same work gives the same bytes";
-}
-
 TEST(ExportSessionDeathTest, ASecondStartAborts) {
   testing::FLAGS_gtest_death_test_style = "threadsafe";
   const ToHEVC work(AVMutableComposition::make());
   run(*work.session);
   EXPECT_DEATH(work.session->exportAsynchronously([] {}), "one session exports once");
-}
-
-TEST(CancelledExport, EndsSoonAndLeavesNoFile) {
-  const ToHEVC work(longWork());
-  Session* const session = work.session.get();
-  std::chrono::steady_clock::time_point asked;
-  run(*session, [&] {
-    EXPECT_TRUE(waitUntil([&] { return session->progress() > 0 || session->status() > Status::exporting; }));
-    EXPECT_EQ(session->status(), Status::exporting) << "the work was too short";
-    asked = std::chrono::steady_clock::now();
-    session->cancelExport();
-  });
-  EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(5));
-  EXPECT_EQ(session->status(), Status::cancelled);
-  EXPECT_THAT(failureOf(session->error()), hasCode(AVError::operationCancelled));
-  EXPECT_LT(session->progress(), 1);
-  EXPECT_FALSE(work.hasFile());
 }
 
 TEST(CancelledExport, NeverRunsBeforeAndStaysCompletedAfter) {
@@ -148,9 +111,11 @@ TEST(CancelledExport, EndsOnceAtWhateverMomentItIsCancelled) {
       for (int i = 0; i < spins && session->status() < Status::completed; ++i) std::this_thread::yield();
       session->cancelExport();
     });
-    const bool completed = session->status() == Status::completed;
-    EXPECT_TRUE(completed || session->status() == Status::cancelled);
-    EXPECT_EQ(work.hasFile(), completed) << "a file exactly when it completed";
+    EXPECT_EQ(work.hasFile(), session->status() == Status::completed) << "a file exactly when it completed";
+    if (session->status() == Status::completed) continue;
+    EXPECT_EQ(session->status(), Status::cancelled);
+    EXPECT_THAT(failureOf(session->error()), hasCode(AVError::operationCancelled));
+    EXPECT_LT(session->progress(), 1);
   }
 }
 
@@ -158,7 +123,7 @@ TEST(FailedExport, SaysWhyAndLeavesNoFile) {
   const TemporaryDirectory scratch;
   // A clip whose index comes first and whose samples end half-way.
   const BarCodeClip clip(small({.outputArguments = {"-movflags", "+faststart"}}));
-  const std::string bytes = contentOf(clip.path());
+  const std::string bytes = fileBytes(clip.path());
   const auto cut = loopOf(writeTo(scratch.file("cut.mp4"), bytes.substr(0, bytes.size() / 2)), 3);
   const Part inside{BarCodeClip(smallClip).path(), 500, 1500};
   const auto loop = smallLoop(3);
@@ -177,7 +142,7 @@ TEST(FailedExport, SaysWhyAndLeavesNoFile) {
       {AVError::exportFailed, "public.mpeg-2-video", loop,
        [](Session& session) { session.setOutputFileType("public.mpeg-2-video"); }},
       {AVError::maximumFileSizeReached, "out.mp4", loop, [](Session& session) { session.setFileLengthLimit(20'000); }},
-      {AVError::operationNotSupportedForAsset, "inside a group", cutOf({inside, inside}), [](Session&) {},
+      {AVError::operationNotSupportedForAsset, "starts inside a group", cutOf({inside, inside}), [](Session&) {},
        passedThrough},
   };
   for (const auto& [code, words, asset, configure, preset] : cases) {
@@ -205,7 +170,7 @@ TEST(FailedExport, LeavesAFileOfThatNameAlone) {
   const auto exported =
       tryToExport(smallLoop(), toH264, [](Session& session) { writeTo(session.outputURL()->path(), "mine"); });
   EXPECT_THAT(exported.failure, hasCode(AVError::fileAlreadyExists));
-  EXPECT_EQ(contentOf(exported.path), "mine");
+  EXPECT_EQ(fileBytes(exported.path), "mine");
   EXPECT_THAT(filesIn(exported.directory->path()), ElementsAre("out.mp4"));
 }
 
@@ -221,7 +186,7 @@ TEST(FailedExport, SaysThatTheDiskIsFull) {
 
 TEST(DamagedPictures, DoNotMoveTheOthers) {
   std::string bytes =
-      contentOf(BarCodeClip(small({.frames = 60, .timescale = 30, .bFrames = 0, .gop = 10, .audioCodec = ""})).path());
+      fileBytes(BarCodeClip(small({.frames = 60, .timescale = 30, .bFrames = 0, .gop = 10, .audioCodec = ""})).path());
   // The samples lie in front of the index, in decoding order: this is somewhere in the middle of the pictures.
   const std::size_t from = bytes.find("mdat") + 4;
   bytes.replace(from + (bytes.find("moov") - from) / 2, 400, std::string(400, '\xFF'));
@@ -245,7 +210,7 @@ TEST(RecordingMetadata, StaysUnlessTheHostSaysOtherwise) {
     const auto tags = run("ffprobe -v error -show_entries format_tags " + exported.path.string()).standardOutput;
     EXPECT_EQ(tags.find("2024-05-06T07:08:09") != std::string::npos, keeps);
     EXPECT_EQ(tags.find("+48.2082+016.3738") != std::string::npos, keeps);
-    EXPECT_TRUE(keeps || contentOf(exported.path).find("48.2082") == std::string::npos) << "elsewhere in the file";
+    EXPECT_TRUE(keeps || fileBytes(exported.path).find("48.2082") == std::string::npos) << "elsewhere in the file";
   }
 }
 

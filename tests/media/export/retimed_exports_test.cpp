@@ -8,11 +8,8 @@ constexpr double stretchFrom = 1.21;
 constexpr double stretchTo = 3.43;
 constexpr double clipSeconds = 5;
 
-ClipOptions fiveSeconds(const std::string& audioCodec = "aac", const std::string& extension = ".mp4") {
-  ClipOptions options = small({.frames = 150, .timescale = 600, .audioCodec = audioCodec, .extension = extension});
-  options.outputArguments = {"-movie_timescale", "600"};
-  return options;
-}
+const ClipOptions fiveSeconds =
+    small({.frames = 150, .timescale = 600, .outputArguments = {"-movie_timescale", "600"}});
 
 /// The whole clip with the stretch `ratio` times as long, in both tracks.
 std::shared_ptr<AVMutableComposition> retimed(const BarCodeClip& clip, double ratio) {
@@ -34,11 +31,12 @@ double mapped(double seconds, double ratio) {
 
 void expectTimeMap(double ratio, bool copied) {
   SCOPED_TRACE(ratio);
-  const BarCodeClip clip(fiveSeconds());
+  const BarCodeClip clip(fiveSeconds);
   const auto exported = exportAsset(retimed(clip, ratio));
   ASSERT_EQ(exported.tracks.size(), 2U);
   EXPECT_EQ(exported.tracks[0].copied, copied) << exported.tracks[0].remark;
 
+  expectDecodable(exported.output.codedSamples("video"));
   const auto pictures = exported.output.pictures();
   EXPECT_TRUE(!copied || pictures.size() == clip.times().size()) << pictures.size();
   int last = -1;
@@ -73,28 +71,6 @@ void expectTimeMap(double ratio, bool copied) {
 TEST(RetimedExport, ShowsEachPictureAndPlaysTheSoundWhenTheTimeMapSays) {
   expectTimeMap(0.1, false);  // pictures are dropped, so they are encoded
   for (const double ratio : {0.25, 0.5, 1.0, 1.5, 2.0, 8.0}) expectTimeMap(ratio, true);
-}
-
-TEST(RetimedExport, HasNoClickWhereThePaceChanges) {
-  // Lossless sound, so that what the source's coder adds does not hide a click.
-  const BarCodeClip clip(fiveSeconds("pcm_s16le", ".mov"));
-  for (const double ratio : {0.25, 0.5, 1.5, 2.0, 8.0}) {
-    const auto exported = exportAsset(retimed(clip, ratio));
-    const Sound sound = exported.output.sound(48'000);
-    const auto greatestStep = [&sound](double from, double to) {
-      double step = 0;
-      const Sound part = sound.part(from, to);
-      for (std::size_t i = 1; i < part.samples.size(); ++i) {
-        step = std::fmax(step, std::fabs(part.samples[i] - part.samples[i - 1]));
-      }
-      return step;
-    };
-    for (const double seam : {stretchFrom, mapped(stretchTo, ratio)}) {
-      const double own = std::max(greatestStep(seam - 0.3, seam - 0.03), greatestStep(seam + 0.03, seam + 0.3));
-      EXPECT_LT(greatestStep(seam - 0.03, seam + 0.03), 1.15 * own) << "ratio " << ratio << ", at " << seam;
-      EXPECT_GT(sound.part(seam - 0.005, seam + 0.015).level(), 0.1) << "ratio " << ratio << ", at " << seam;
-    }
-  }
 }
 
 }  // namespace

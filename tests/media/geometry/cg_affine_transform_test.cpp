@@ -2,7 +2,6 @@
 
 #include <cmath>
 
-#include <clipworks/media/geometry/CGRect.h>
 #include <gtest/gtest.h>
 
 namespace clipworks {
@@ -28,22 +27,10 @@ TEST(CGAffineTransformTest, ChangesApplyBeforeTheTransform) {
             (CGAffineTransform{c * 2 + s * 5, c * 3 + s * 7, c * 5 - s * 2, c * 7 - s * 3, 11, 13}));
 }
 
-TEST(CGAffineTransformTest, KeepsTheResidueOfAQuarterTurn) {
-  const CGAffineTransform shift = CGAffineTransformTranslate(CGAffineTransformIdentity, 1080, -20);
-  EXPECT_EQ(printedText(CGAffineTransformRotate(shift, std::atan2(1.0, 0.0))),
-            "CGAffineTransform(a: 6.123233995736766e-17, b: 1.0, c: -1.0, d: 6.123233995736766e-17, tx: 1080.0, "
-            "ty: -20.0)");
-}
-
 TEST(CGAffineTransformTest, ConcatenationAppliesTheFirstFirst) {
   const CGAffineTransform second{-1, 4, 6, -2, 9, 8};
   EXPECT_EQ(CGPointApplyAffineTransform({10, 100}, CGAffineTransformConcat(t, second)),
             CGPointApplyAffineTransform(CGPointApplyAffineTransform({10, 100}, t), second));
-}
-
-TEST(GeometryTextTest, PrintsSizesAndPointsInParentheses) {
-  EXPECT_EQ(printedText(CGSize{1920, -0.5}), "(1920.0, -0.5)");
-  EXPECT_EQ(printedText(CGRect(3, 4, 5, 6).origin), "(3.0, 4.0)");
 }
 
 }  // namespace

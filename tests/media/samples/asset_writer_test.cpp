@@ -27,20 +27,13 @@ struct Pixels {
   }
 };
 
-/// With a bar code in black and white.
+/// With a bar code.
 Pixels coded(int number, int width = 160, int height = 90) {
-  Pixels pixels{width, height};
-  const auto cell = [](double at, int cells) {
-    return static_cast<int>(std::floor((at - BarCode::panelStart) / BarCode::panelLength * cells));
-  };
-  for (int i = 0; i < width * height; ++i) {
-    const int column = cell(static_cast<double>(i % width) / width, BarCode::columns);
-    const int row = cell(static_cast<double>(i / width) / height, BarCode::rows);
-    if (column < 0 || column >= BarCode::columns || row < 0 || row >= BarCode::rows) continue;
-    const char level = BarCode::isWhite(number, column, row) ? '\xFF' : '\0';
-    std::fill_n(pixels.bytes.begin() + i * 4, 3, level);
-  }
-  return pixels;
+  const BarCodeClip clip({.width = width, .height = height, .frames = 50, .pixelFormat = "yuv444p", .audioCodec = ""});
+  return {width, height,
+          run("ffmpeg -v error -i " + clip.path().string() + " -vf select=eq(n\\," + std::to_string(number) +
+              ") -frames:v 1 -pix_fmt bgra -f rawvideo -")
+              .standardOutput};
 }
 
 SettingsDictionary h264(double width = 160, double height = 90, double bitRate = 0) {
@@ -120,7 +113,7 @@ TEST(Writer, GivesEachPictureItsTime) {
   Writing made(h264(160, 90, 400'000));
   made.input->setTransform({0, 1, -1, 0, 90, 0});
   made.start(CMTime(30, 600));
-  EXPECT_TRUE(made.append(coded(99), CMTime(20, 600))) << "before the session: taken, but not written";
+  EXPECT_TRUE(made.append(coded(49), CMTime(20, 600))) << "before the session: taken, but not written";
   for (std::size_t i = 0; i < times.size(); ++i) {
     EXPECT_TRUE(made.append(coded(static_cast<int>(i)), CMTime(times[i], 600)));
   }
@@ -312,34 +305,27 @@ TEST(Writer, LeavesNothingWhenItIsLetGo) {
 }
 
 TEST(Writer, FailsWithASentenceWhenItIsMisused) {
-  const std::pair<const char*, void (*)(Writing&)> misuses[] = {
-      {"a start without an input", [](Writing& made) { EXPECT_FALSE(made.writer->startWriting()); }},
-      {"samples before the session",
-       [](Writing& made) {
-         made.writer->add(made.input);
-         EXPECT_TRUE(made.writer->startWriting());
-         EXPECT_FALSE(made.append(coded(0), kCMTimeZero));
-       }},
-      {"a session before zero", [](Writing& made) { made.start(CMTime(-1, 30)); }},
-      {"pictures out of order",
-       [](Writing& made) {
-         made.start();
-         EXPECT_TRUE(made.append(coded(0), CMTime(5, 30)));
-         EXPECT_FALSE(made.append(coded(0), CMTime(5, 30)));
-       }},
-      {"a picture without a time",
-       [](Writing& made) {
-         made.start();
-         EXPECT_FALSE(made.append(coded(0), kCMTimeInvalid));
-       }},
-      {"nothing written", [](Writing& made) { made.start(); }},
+  const CMTime time(5, 30);
+  // With an input or without, whose session starts then, and which gets pictures, of which the last is refused.
+  const std::tuple<const char*, bool, std::optional<CMTime>, std::vector<CMTime>> misuses[] = {
+      {"a start without an input", false, {}, {}},
+      {"samples before the session", true, {}, {kCMTimeZero}},
+      {"a session before zero", true, CMTime(-1, 30), {}},
+      {"pictures out of order", true, kCMTimeZero, {time, time}},
+      {"a picture without a time", true, kCMTimeZero, {kCMTimeInvalid}},
+      {"nothing written", true, kCMTimeZero, {}},
   };
-  for (const auto& [sentence, misuse] : misuses) {
+  for (const auto& [sentence, hasInput, session, pictures] : misuses) {
     SCOPED_TRACE(sentence);
-    Writing made(h264(), AVFileTypeMPEG4);
-    misuse(made);
+    const Writing made(h264(), AVFileTypeMPEG4);
+    if (hasInput) made.writer->add(made.input);
+    EXPECT_EQ(made.writer->startWriting(), hasInput);
+    if (session) made.writer->startSession(*session);
+    for (std::size_t i = 0; i < pictures.size(); ++i)
+      EXPECT_EQ(made.append(coded(0), pictures[i]), i + 1 < pictures.size());
     EXPECT_EQ(made.finish(), Status::failed);
-    EXPECT_NE(failureOf(made.writer->error()), "");
+    const std::string words = hasInput && !session ? "before the writer's session was started" : " ";
+    EXPECT_THAT(failureOf(made.writer->error()), testing::HasSubstr(words));
     EXPECT_FALSE(fs::exists(made.file));
   }
 }
