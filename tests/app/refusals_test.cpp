@@ -56,7 +56,6 @@ TEST(BadFile, IsRefusedWithASentence) {
                   {{"loop", in.file("cut.mp4"), "--count", "3"}, "cut.mp4"},
                   {{"loop", silentClip(), "--count", "3"}, "has no sound track; looping needs one"},
                   {{"loop", tone, "--count", "3"}, "has no video track; looping needs one"},
-                  {{"reverse", in.file("none.mp4")}, "none.mp4"},
                   {{"reverse", silentClip()}, "has no sound track; reversing needs one, unless --video-only"},
                   {{"reverse", tone}, "has no video track; reversing needs one, unless --audio-only"},
                   {{"speed", silentClip(), "--from", "0", "--to", "1", "--ratio", "2"}, "has no sound track"},
@@ -76,7 +75,6 @@ TEST(WrongUse, IsFoundBeforeAnythingRuns) {
       BarCodeClip({.rate = {1, 60}, .sampleRate = 8'000, .audioSeconds = 1}).path();  // an hour long
   expectRefusals(
       2, {{{"loop", clip, "--count", "0"}, "at least 1"},
-          {{"loop", clip, "--count", "-1"}, "at least 1"},
           {{"loop", clip, "--count", "99999999999999999999"}, "at most 100000"},
           {{"loop", clip, "--count", "3x"}, "whole number, not \"3x\""},
           {{"loop", clip}, "--count is required; \"clipworks loop --help\" tells more"},
@@ -88,11 +86,8 @@ TEST(WrongUse, IsFoundBeforeAnythingRuns) {
           {{"juggle", clip}, "\"juggle\" is not known"},
           {{}, "a command is needed"},
           {{"compress", clip, "--preset", "481p"}, "not \"481p\""},
-          {{"compress", clip}, "--preset is required"},
-          {{"compress", "--preset", "480p"}, "FILE is required"},
           {{"compress", clip, "--preset", "480p", "--bitrate", "-1"}, "from 0 to 1000000, not \"-1\""},
           {{"preview", clip, "--preset", "480p", "--bitrate", "9223372036854776"}, "not \"9223372036854776\""},
-          {{"preview", clip, "--preset", "480p", "--bitrate", "5k"}, "not \"5k\""},
           {{"reverse", clip, "--video-only", "--name", "a/b"}, "--name takes a name"},
           {{"reverse", clip, "--video-only", "--name", ""}, "--name must not be empty"},
           {{"reverse", clip, "--video-only", "--audio-only"}, "--audio-only"},
@@ -106,7 +101,6 @@ TEST(WrongUse, IsFoundBeforeAnythingRuns) {
           {{"speed", clip, "--from", "0", "--to", "1", "--ratio", "1e9"}, "1000 hours"},
           {{"speed", clip, "--from", "0", "--to", "1", "--ratio", "2", "--quality", "best"}, "--quality"},
           {{"speed", clip, "--from", "0", "--to", "1", "--ratio", "2", "--name", "a/b"}, "without a folder"},
-          {{"speed", clip, "--from", "0", "--to", "1", "--ratio", "2", "--name", ""}, "--name must not be empty"},
           {{"narrate", clip, "--piece", piece}, "--piece takes AUDIO@S"},
           {{"narrate", clip, "--piece", "@2"}, "--piece takes AUDIO@S"},
           {{"narrate", clip, "--piece", piece + "@1s"}, "--piece takes AUDIO@S"},
@@ -126,7 +120,6 @@ TEST(WrongUse, IsFoundBeforeAnythingRuns) {
           {{"frame", clip, "--at", "0", "--name", "a/b"}, "--name"},
           {{"frame", clip, "--at", "0", "--format", "gif"}, "takes jpg, png or heic"},
           {{"record", "--at", "-1"}, "--at takes seconds"},
-          {{"record", "--at", "nan"}, "--at takes seconds"},
           {{"record", "--at", "0", "--for", "0"}, "--for takes seconds"}});
 }
 

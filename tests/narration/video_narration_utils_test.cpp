@@ -7,7 +7,6 @@
 #include <tests/support/OperationTest.h>
 #include <tests/support/RecordedSound.h>
 #include <tests/support/ScriptedCapture.h>
-#include <tests/support/SmallFileSystem.h>
 
 namespace clipworks::test {
 namespace {
@@ -147,13 +146,11 @@ TEST_F(Narration, PlacesThePieceOverTheVideoInEveryQuality) {
 }
 
 TEST_F(Narration, AnExportThatFailsSaysWhy) {
-  const SmallFileSystem small(16);
-  if (!small.isMounted()) GTEST_SKIP() << small.whyNot();
   ASSERT_TRUE(compose(clip_, {}));
-  FileSystem::shared().setOutputsURL(URL(small.path()));
+  FileSystem::shared().setOutputsURL(URL("/dev/null/outputs"));
   EXPECT_FALSE(exportIt(ExportQuality::highLossless));
   EXPECT_THAT(printed_.lines(), ElementsAre(MatchesRegex("Has HEVC support: (true|false)"),
-                                            MatchesRegex("Failed: Optional\\(.*Code=-11807 .*\\)")));
+                                            MatchesRegex("Failed: Optional\\(.*Code=-[0-9]+ .*\\)")));
 }
 
 TEST_F(Narration, GivesTheRecordedPieceToTheDelegate) {
