@@ -35,15 +35,12 @@ SAMPLE = """namespace a {
 /// Documented.
 class CLIPWORKS_API Good {
  public:
-  Good();
   int bare() const;
 
   /// Documented.
-  int one(int x = f({1, 2})) const { return x; }
-  int alsoThatOne();
+  int one(int x) const { return x; }
 
-  int bareAfterAnEmptyLine(std::function<void()> then);
-  int trailing();  ///< Documented.
+  int bareAfterAnEmptyLine();
   // A plain comment is none.
   explicit Good(int x) : x_{x} { if (x) { y(); } }
   using Bare = int;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <ostream>
 #include <string_view>
 #include <utility>
 
@@ -86,10 +85,6 @@ std::optional<int> numberOf(const Cells& cells) {
 }
 
 }  // namespace
-
-std::ostream& operator<<(std::ostream& out, const Orientation& orientation) {
-  return out << (orientation.mirrored ? "mirrored, " : "") << "turned " << 90 * orientation.quarterTurns << " degrees";
-}
 
 bool BarCode::isWhite(int number, int column, int row) {
   if (row == 0 || row == rows - 1) return (row == 0 ? firstRow : lastRow)[static_cast<std::size_t>(column)] == '#';
