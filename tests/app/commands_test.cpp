@@ -56,7 +56,6 @@ TEST(Movies, LoseTheRecordingsDateOnlyWhenToldTo) {
       {{"loop", datedClip(), "--count", "2"}, "[a-z0-9-]+\\.mp4"},
       {{"loop", datedClip(), "--count", "2", "--strip-metadata"}, "[a-z0-9-]+\\.mp4", {"audio", "video"}, false},
       {{"reverse", datedClip(), "--video-only"}, "reversed_video\\.mov", {"video"}},
-      {{"reverse", datedClip(), "--video-only", "--name", "p"}, "p\\.mov", {"video"}},
       {{"reverse", datedClip(), "--audio-only"}, "reversed_audio\\.m4a", {"audio"}},
       {{"reverse", datedClip(), "--strip-metadata", "--name", "a"}, "a\\.mp4", {"audio", "video"}, false}};
   for (const auto& [words, name, types, isDated] : cases) {

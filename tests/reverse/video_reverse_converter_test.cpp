@@ -16,7 +16,7 @@ using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Outcome = Result<URL, VideoReverseConverter::ConversionError>;
-using Names = std::vector<std::string>;
+using Names = std::set<std::string>;
 
 struct ProgressLog final : public VideoReverseDelegate {
   void didUpdateReverseProgress(float progress) override { values.push_back(progress); }
@@ -28,11 +28,6 @@ class Reverser : public OperationTest {
   void SetUp() override {
     FileSystem::shared().setTempURL(URL(outputs_.path()));
     FileManager::default_().setDocumentDirectory(URL(documents_.path()));
-  }
-  static Names namesIn(const fs::path& directory) {
-    Names names;
-    for (const auto& entry : fs::directory_iterator(directory)) names.push_back(entry.path().filename());
-    return names;
   }
   static Outcome reversed(const URL& clip, const std::optional<std::string>& name = {}) {
     const auto converter = VideoReverseConverter::make(clip);

@@ -30,7 +30,6 @@ struct Timing {
   explicit Timing(const ClipOptions& options) : timescale(options.rate.num), lastLength(options.rate.den) {
     for (int i = 0; i < options.frames; ++i) times.push_back(std::int64_t{i} * options.rate.den);
     if (options.frameTimes.empty()) return;
-    if (options.timescale <= 0) throw std::invalid_argument("explicit picture times need a time scale");
     timescale = options.timescale;
     times = options.frameTimes;
     lastLength = options.lastFrameLength;
@@ -136,11 +135,10 @@ void appendSoundInput(std::vector<std::string>& argv, const ClipOptions& options
                       const fs::path& rawFile) {
   const double length = options.audioSeconds >= 0 ? options.audioSeconds : videoEnd - options.audioDelay;
   const Sound tone = makeTone(options.sampleRate, options.audioDelay, length);
-  std::ofstream raw(rawFile, std::ios::binary);
-  for (std::size_t i = 0; i < tone.samples.size() * static_cast<std::size_t>(options.channels); ++i) {
-    raw.write(reinterpret_cast<const char*>(&tone.samples[i / static_cast<std::size_t>(options.channels)]),
-              sizeof(float));
-  }
+  std::vector<float> raw;
+  for (const float sample : tone.samples) raw.insert(raw.end(), static_cast<std::size_t>(options.channels), sample);
+  std::ofstream(rawFile, std::ios::binary)
+      .write(reinterpret_cast<const char*>(raw.data()), static_cast<std::streamsize>(raw.size() * sizeof(float)));
   append(argv, {"-itsoffset", std::to_string(options.audioDelay), "-f", "f32le", "-ar",
                 std::to_string(options.sampleRate), "-ac", std::to_string(options.channels), "-i", rawFile});
 }
