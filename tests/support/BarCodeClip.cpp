@@ -147,7 +147,8 @@ void writeRotation(const fs::path& path, const ClipOptions& options) {
   // With the translation that brings the turned picture back to the origin.
   const double width = options.width;
   const double height = options.height;
-  const std::array<Matrix, 3> turns{{{0, 1, -1, 0, height, 0}, {-1, 0, 0, -1, width, height}, {0, -1, 1, 0, 0, width}}};
+  const std::array<TrackMatrix, 3> turns{
+      {{0, 1, -1, 0, height, 0}, {-1, 0, 0, -1, width, height}, {0, -1, 1, 0, 0, width}}};
   setMatrix(path, turns.at(static_cast<std::size_t>(options.rotation / 90 - 1)));
 }
 
@@ -186,7 +187,7 @@ fs::path cachedClip(const ClipOptions& options) {
 
 }  // namespace
 
-void setMatrix(const fs::path& movie, const Matrix& matrix) {
+void setMatrix(const fs::path& movie, const TrackMatrix& matrix) {
   const auto [a, b, c, d, x, y] = matrix;
   std::string bytes = fileBytes(movie);
   const std::size_t box = bytes.find("tkhd");

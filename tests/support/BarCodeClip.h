@@ -84,9 +84,9 @@ class BarCodeClip {
   double audioEnd_ = 0;
 };
 
-using Matrix = std::array<double, 6>;  ///< a, b, c, d, x, y
+using TrackMatrix = std::array<double, 6>;  ///< a, b, c, d, x, y
 
 /// Sets the matrix of the first `tkhd`, which is the pictures': they are the first stream. ISO/IEC 14496-12, 8.3.2.
-void setMatrix(const std::filesystem::path& movie, const Matrix& matrix);
+void setMatrix(const std::filesystem::path& movie, const TrackMatrix& matrix);
 
 }  // namespace clipworks::test
