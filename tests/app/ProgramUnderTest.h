@@ -37,13 +37,6 @@ inline ProgramResult runClipworks(const Arguments& arguments, const ProgramOptio
   return runClipworks("", arguments, options);
 }
 
-/// The names in a directory, hidden ones too.
-inline Names namesIn(const fs::path& directory) {
-  Names names;
-  for (const auto& entry : fs::directory_iterator(directory)) names.insert(entry.path().filename());
-  return names;
-}
-
 /// A run that succeeds: it makes one file in a directory of its own, prints its path and nothing else.
 struct Made {
   explicit Made(const Arguments& arguments) {

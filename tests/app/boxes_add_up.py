@@ -18,10 +18,7 @@ from pathlib import Path
 
 
 def run(*command):
-    done = subprocess.run([str(word) for word in command], capture_output=True, text=True)
-    if done.returncode != 0:
-        raise RuntimeError(f"{' '.join(map(str, command))}: {done.stderr.strip()[-400:]}")
-    return done.stdout
+    return subprocess.run([str(word) for word in command], check=True, stdout=subprocess.PIPE, text=True).stdout
 
 
 def boxes(data):
@@ -116,34 +113,13 @@ def faults(path, wanted):
     return [check for check, holds in checks.items() if not holds]
 
 
-def patched(source, target, old, new, most=-1):
-    """A copy of a file with other bytes in place of some."""
+def patched(source, target, change, most=-1):
+    """A copy of a file with other bytes in place of some: `change` gives both of its track."""
+    old, new = change(Track(source))
     data = Path(source).read_bytes()
     assert old in data
     Path(target).write_bytes(data.replace(old, new, most))
     return target
-
-
-def trim_edit(source, target, seconds):
-    """A copy of a file whose pictures start late, with their edit beginning later in the media by whole seconds."""
-    track = Track(source)
-    (empty, _), (length, start) = track.edits
-    entry = lambda time, media: struct.pack(">iihhii", empty, -1, 1, 0, time, media)
-    return patched(source, target, entry(length, start), entry(length - seconds * track.movie_scale, start + seconds * track.scale))
-
-
-def shorten_edit(source, target, seconds):
-    """A copy of a file whose pictures' edit, and any like it, ends at `seconds`."""
-    track = Track(source)
-    ((length, start),) = track.edits
-    return patched(source, target, struct.pack(">ii", length, start), struct.pack(">ii", round(seconds * track.movie_scale), start))
-
-
-def shorten_movie(source, target, seconds):
-    """A copy of a file whose movie header says `seconds`."""
-    track = Track(source)
-    length = lambda value: struct.pack(">II", track.movie_scale, value)
-    return patched(source, target, length(track.movie_length), length(round(seconds * track.movie_scale)), 1)
 
 
 def make_clips(folder):
@@ -156,10 +132,15 @@ def make_clips(folder):
     late = make("late.mp4", "-i", plain, "-itsoffset", "0.5", "-i", plain, "-map", "0:a", "-map", "1:v", "-c", "copy")
     trimmed = make("trimmed.mp4", "-ss", "1", "-i", plain, "-c", "copy")
     uncut = make("uncut.mp4", "-i", plain, "-c", "copy", "-use_editlist", "0")
+    # The movie's header says 4 s; an edit behind an empty one begins a second later in the media; an edit ends at 2.4 s.
+    whole = lambda track: [struct.pack(">II", track.movie_scale, length) for length in (track.movie_length, 4 * track.movie_scale)]
+    trim = lambda track: [struct.pack(">iihhii", track.edits[0][0], -1, 1, 0, track.edits[1][0] - seconds * track.movie_scale,
+                                      track.edits[1][1] + seconds * track.scale) for seconds in (0, 1)]
+    cut = lambda track: [struct.pack(">ii", length, track.edits[0][1]) for length in (track.edits[0][0], round(2.4 * track.movie_scale))]
     return {"plain": plain, "late": late, "trimmed": trimmed,
-            "without edits": shorten_movie(uncut, path("without_edits.mp4"), 4),
-            "late and trimmed": trim_edit(late, path("late_trimmed.mp4"), 1),
-            "cut": shorten_edit(plain, path("cut.mp4"), 2.4),
+            "without edits": patched(uncut, path("without_edits.mp4"), whole, 1),
+            "late and trimmed": patched(late, path("late_trimmed.mp4"), trim),
+            "cut": patched(plain, path("cut.mp4"), cut),
             "piece": make("piece.m4a", "-f", "lavfi", "-i", "sine=frequency=700:duration=1", "-c:a", "aac")}
 
 

@@ -51,18 +51,5 @@ TEST(EndingSignal, EndsAtOnceWhenItComesTwice) {
   EXPECT_EQ(program.wait().exitCode, 130);
 }
 
-TEST(Kill, LeavesNoFileThatCouldBeTakenForAResult) {
-  const TemporaryDirectory outputs;
-  RunningProgram program(clipworksCommand(outputs.path(), slowLoop()));
-  ASSERT_TRUE(program.waitForText(underWay)) << program.wait();
-  program.send(SIGKILL);
-  EXPECT_EQ(program.wait().signal, SIGKILL);
-  for (const auto& name : namesIn(outputs.path())) EXPECT_EQ(name.front(), '.') << name;
-
-  // What the killed run left does not disturb the next one.
-  const auto next = runClipworks(outputs.path(), {"loop", slowClip(), "--count", "2"});
-  EXPECT_EQ(next.exitCode, 0) << next;
-}
-
 }  // namespace
 }  // namespace clipworks::test

@@ -59,26 +59,21 @@ offers() {
 
 offers "${commands[*]}" ""
 offers "loop" lo
-offers "loop" --json lo
 offers "loop" --codec hevc lo
 offers "loop" --codec = hevc lo
 offers "auto h264 hevc" --codec ""
-offers "auto h264 hevc" --codec =
 offers "h264 hevc" --codec = h
 offers "-o dirnames" --outputs ""
 offers "--output --outputs" --ou
 offers "-o default" loop clip
 offers "--count --codec" loop --co
 offers "" loop --count ""
-offers "" loop --count 3
 offers "-o default" loop --count 3 ""
-offers "hevc" loop clip.mp4 --codec he
 offers "jpg png heic" frame --format ""
 offers "low high" speed clip.mp4 --quality ""
 offers "highCompressed highLossless" narrate --quality = high
 offers "-o default" narrate clip.mp4 --piece voice
 offers "720p" compress --preset 7
-offers "720p" preview --preset = 7
 offers "" record ""
 offers "--for --force" record --fo
 offers "loop" speed clip.mp4 --from 1 then lo

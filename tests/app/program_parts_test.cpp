@@ -1,28 +1,11 @@
-// Parts of the program that no run of it can bring into these situations.
+// What runs show on a terminal alone.
 
 #include <gtest/gtest.h>
 
-#include <optional>
-#include <string>
-#include <thread>
-
-#include <app/Awaited.h>
 #include <app/ProgressLine.h>
 
 namespace clipworks::app {
 namespace {
-
-TEST(AwaitedCompletion, SeesThatItWillNeverCome) {
-  const Awaited<int> awaited;
-  auto closure = Awaited<int>(awaited).closure();
-  auto copy = closure;
-  closure = nullptr;
-  EXPECT_FALSE(awaited.isOver()) << "a copy is still there";
-  std::thread([copy = std::move(copy)] {}).join();
-  EXPECT_TRUE(DispatchQueue::main().runOne(std::chrono::seconds(10))) << "the main queue was not woken";
-  EXPECT_TRUE(awaited.isOver());
-  EXPECT_EQ(awaited.value(), std::nullopt);
-}
 
 TEST(ProgressLine, TellsTheTimeLeft) {
   using std::chrono::seconds;

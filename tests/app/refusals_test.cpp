@@ -56,11 +56,9 @@ TEST(BadFile, IsRefusedWithASentence) {
                   {{"loop", in.file("cut.mp4"), "--count", "3"}, "cut.mp4"},
                   {{"loop", silentClip(), "--count", "3"}, "has no sound track; looping needs one"},
                   {{"loop", tone, "--count", "3"}, "has no video track; looping needs one"},
-                  {{"reverse", in.file("none.mp4")}, "none.mp4"},
                   {{"reverse", silentClip()}, "has no sound track; reversing needs one, unless --video-only"},
                   {{"reverse", tone}, "has no video track; reversing needs one, unless --audio-only"},
                   {{"speed", silentClip(), "--from", "0", "--to", "1", "--ratio", "2"}, "has no sound track"},
-                  {{"narrate", clip, "--piece", "/nowhere/a.wav@1"}, "a.wav"},
                   {{"narrate", clip, "--piece", silentClip() + "@1"}, "has no sound track"},
                   {{"narrate", silentClip(), "--piece", tone + "@0"}, "has no sound track; narration needs one"},
                   {{"narrate", tone, "--piece", tone + "@0"}, "has no video track; narration needs one"},
@@ -76,7 +74,6 @@ TEST(WrongUse, IsFoundBeforeAnythingRuns) {
       BarCodeClip({.rate = {1, 60}, .sampleRate = 8'000, .audioSeconds = 1}).path();  // an hour long
   expectRefusals(
       2, {{{"loop", clip, "--count", "0"}, "at least 1"},
-          {{"loop", clip, "--count", "-1"}, "at least 1"},
           {{"loop", clip, "--count", "99999999999999999999"}, "at most 100000"},
           {{"loop", clip, "--count", "3x"}, "whole number, not \"3x\""},
           {{"loop", clip}, "--count is required; \"clipworks loop --help\" tells more"},
@@ -88,11 +85,8 @@ TEST(WrongUse, IsFoundBeforeAnythingRuns) {
           {{"juggle", clip}, "\"juggle\" is not known"},
           {{}, "a command is needed"},
           {{"compress", clip, "--preset", "481p"}, "not \"481p\""},
-          {{"compress", clip}, "--preset is required"},
-          {{"compress", "--preset", "480p"}, "FILE is required"},
           {{"compress", clip, "--preset", "480p", "--bitrate", "-1"}, "from 0 to 1000000, not \"-1\""},
           {{"preview", clip, "--preset", "480p", "--bitrate", "9223372036854776"}, "not \"9223372036854776\""},
-          {{"preview", clip, "--preset", "480p", "--bitrate", "5k"}, "not \"5k\""},
           {{"reverse", clip, "--video-only", "--name", "a/b"}, "--name takes a name"},
           {{"reverse", clip, "--video-only", "--name", ""}, "--name must not be empty"},
           {{"reverse", clip, "--video-only", "--audio-only"}, "--audio-only"},
@@ -106,9 +100,7 @@ TEST(WrongUse, IsFoundBeforeAnythingRuns) {
           {{"speed", clip, "--from", "0", "--to", "1", "--ratio", "1e9"}, "1000 hours"},
           {{"speed", clip, "--from", "0", "--to", "1", "--ratio", "2", "--quality", "best"}, "--quality"},
           {{"speed", clip, "--from", "0", "--to", "1", "--ratio", "2", "--name", "a/b"}, "without a folder"},
-          {{"speed", clip, "--from", "0", "--to", "1", "--ratio", "2", "--name", ""}, "--name must not be empty"},
           {{"narrate", clip, "--piece", piece}, "--piece takes AUDIO@S"},
-          {{"narrate", clip, "--piece", "@2"}, "--piece takes AUDIO@S"},
           {{"narrate", clip, "--piece", piece + "@1s"}, "--piece takes AUDIO@S"},
           {{"narrate", clip, "--piece", piece + "@-1"}, "would start before the clip"},
           {{"narrate", clip, "--piece", piece + "@1:-1"}, "needs a volume from 0 to 1000"},
@@ -122,11 +114,8 @@ TEST(WrongUse, IsFoundBeforeAnythingRuns) {
           {{"frame", clip, "--at", "0:60:00"}, "--at takes seconds"},
           {{"frame", clip, "--at", "2.1"}, "there is no picture at 2.1"},
           {{"frame", clip, "--at", "#60"}, "has 60 pictures, from #0 to #59"},
-          {{"frame", clip, "--at", "#99999999999999999999"}, "--at takes seconds"},
-          {{"frame", clip, "--at", "0", "--name", "a/b"}, "--name"},
           {{"frame", clip, "--at", "0", "--format", "gif"}, "takes jpg, png or heic"},
           {{"record", "--at", "-1"}, "--at takes seconds"},
-          {{"record", "--at", "nan"}, "--at takes seconds"},
           {{"record", "--at", "0", "--for", "0"}, "--for takes seconds"}});
 }
 
@@ -173,22 +162,6 @@ TEST(BadOutputs, StandardOutputThatCannotBeWritten) {
   const auto result = runProgram(command, soon);
   EXPECT_EQ(result.exitCode, 1) << result;
   EXPECT_EQ(result.standardError, "clipworks: standard output cannot be written\n");
-}
-
-TEST(BadOutputs, TheInputItself) {
-  const TemporaryDirectory outputs;
-  const fs::path movie = outputs.file("clip.mp4");
-  const fs::path still = outputs.file("clip.jpg");
-  fs::copy_file(plainClip(), movie);
-  fs::copy_file(plainClip(), still);
-  for (const Arguments& words :
-       {Arguments{"reverse", movie, "--name", "clip"}, {"frame", still, "--at", "0", "--name", "clip"}}) {
-    const auto result = runClipworks(outputs.path(), words);
-    EXPECT_EQ(result.exitCode, 2) << result;
-    EXPECT_EQ(result.standardOutput, "");
-    EXPECT_THAT(result.standardError, testing::HasSubstr("is the input itself"));
-    EXPECT_EQ(fs::file_size(words[1]), fs::file_size(plainClip()));
-  }
 }
 
 }  // namespace

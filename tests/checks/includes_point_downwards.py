@@ -53,27 +53,21 @@ def folder_of(path):
     return next((str(parent) for parent in Path(path).parents if str(parent) in LEVELS), None)
 
 
-def outside_fault(folder, target, is_public):
-    """Why `folder` may not include this header of another project; None when it may."""
-    if folder.startswith("clipworks/engine") and not is_public or STANDARD.fullmatch(target) or LIBRARY.fullmatch(target):
-        return None
-    if is_public:
-        return "a public header includes a header that its users may not have"
-    if POSIX.fullmatch(target) or (folder in OTHERS and OTHERS[folder].fullmatch(target)):
-        return None
-    return "this folder may not know another library"
-
-
-def own_fault(folder, target, public_headers, is_public):
-    """Why `folder` may not include this header of ours; None when it may."""
+def fault_of(folder, target, public_headers, is_public):
+    """Why `folder` may not include this header; None when it may."""
+    if not target.startswith(OURS):
+        if folder.startswith("clipworks/engine") and not is_public or STANDARD.fullmatch(target) or LIBRARY.fullmatch(target):
+            return None
+        if is_public:
+            return "a public header includes a header that its users may not have"
+        is_allowed = POSIX.fullmatch(target) or (folder in OTHERS and OTHERS[folder].fullmatch(target))
+        return None if is_allowed else "this folder may not know another library"
     other = folder_of(target)
     if other is None:
         return "points to a folder without a layer"
     if other != folder and LEVELS[other] >= LEVELS[folder]:
         return f"points from {folder} up or across to {other}"
-    if is_public and target not in public_headers:
-        return "a public header includes one that is not installed"
-    return None
+    return "a public header includes one that is not installed" if is_public and target not in public_headers else None
 
 
 def faults_of(path, text, public_headers):
@@ -82,14 +76,11 @@ def faults_of(path, text, public_headers):
     if folder is None:
         return [f"{path}: lies in a folder without a layer"]
     faults = []
-    is_public = str(path) in public_headers
     for match in INCLUDE.finditer(text):
         quote, target = match.groups()
         if quote == '"' and not target.startswith(OURS):
             target = os.path.normpath(Path(path).parent / target)
-        is_ours = target.startswith(OURS)
-        fault = own_fault(folder, target, public_headers, is_public) if is_ours else outside_fault(folder, target, is_public)
-        if fault:
+        if fault := fault_of(folder, target, public_headers, str(path) in public_headers):
             faults.append(f"{path}:{text.count(chr(10), 0, match.start(2)) + 1}: {target}: {fault}")
     return faults
 

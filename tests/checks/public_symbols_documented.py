@@ -3,87 +3,66 @@
 
     public_symbols_documented.py PUBLIC_HEADER…
 
-Public symbols are, in an installed header: classes, structures, enumerations, functions, constants and aliases of the
-namespace, and the public member functions and types of those classes. A docstring is a `///` before the symbol, or a
-`///<` behind it, and it also holds for what follows without an empty line between. None is needed for what a reader
-knows: forward declarations, friends, constructors without parameters, destructors, deleted and defaulted functions, and
-overriding ones, which keep the docstring of what they override. Data members are the class's own matter.
+Public symbols are, in an installed header, as Doxygen lists them: types, functions, constants and aliases of the namespace,
+and the public member functions and types of those classes. A docstring is a `///` before the symbol, or a `///<` behind
+it, and it also holds for what follows without an empty line between. None is needed for what a reader knows: friends,
+constructors without parameters, destructors, deleted and defaulted functions, and overriding ones, which keep the
+docstring of what they override. Data members are the class's own matter.
 Prints one line for each symbol without; exit code 1 when there is one.
 """
 
 import re
+import subprocess
 import sys
+import tempfile
 from pathlib import Path
+from xml.etree import ElementTree
 
-TYPE = re.compile(r"^(?:template\s*<.*>\s*)?(class|struct|enum(?:\s+class|\s+struct)?|union)\b")
-ACCESS = re.compile(r"^(public|protected|private)\s*:")
-# One that the formatter has laid out: from its line over those that are deeper, to the first that ends it or opens a block.
-DECLARATION = re.compile(r"( *)((?:template <.*\n *)?[^\s}].*?(?:\n\1 +.*?)*?[;{}])[ \x02\x03]*$", re.MULTILINE)
-NEEDS_NONE = re.compile(r"=\s*(?:delete|default)$|\boverride\b|\bfinal$|^friend\b|^using\s+[\w:]+::\w+$|^~|^static_assert")
-
-
-def without_noise(text):
-    """The text with plain comments, preprocessor lines and the insides of literals gone; docstrings become one `\x01`
-    before, or `\x02` behind a symbol. Line breaks stay."""
-    text = re.sub(r"/\*.*?\*/", lambda m: "\n" * m.group().count("\n"), text, flags=re.DOTALL)
-    text = re.sub(r'R"\((.*?)\)"', lambda m: '""' + "\n" * m.group().count("\n"), text, flags=re.DOTALL)
-    text = re.sub(r"\"(?:\\.|[^\"\\\n])*\"|(?<![0-9A-Fa-f])'(?:\\.|[^'\\\n])+'", '""', text)
-    text = re.sub(r"///<[^\n]*", "\x02", text)
-    text = re.sub(r"///[^\n]*", "\x01", text)
-    text = re.sub(r"//[^\n]*", "\x03", text)  # a plain comment: not an empty line, not a docstring
-    return re.sub(r"^[ \t]*#(?:[^\n]*\\\n)*[^\n]*", "", text, flags=re.MULTILINE)
+SETTINGS = """EXTRACT_ALL=YES\nGENERATE_XML=YES\nGENERATE_HTML=NO\nGENERATE_LATEX=NO\nHAVE_DOT=NO\nQUIET=YES\nWARNINGS=NO
+MACRO_EXPANSION=YES\nEXPAND_ONLY_PREDEF=YES\nPREDEFINED=CLIPWORKS_API=\n"""
+KNOWN = re.compile(r"=\s*(delete|default)|\boverride\b|\bfinal\b")
 
 
-def needs_docstring(flat, name):
-    """Whether a declaration that opens no type needs one, in the type `name` or, without, in a namespace."""
-    if TYPE.match(flat) or NEEDS_NONE.search(flat):
-        return False  # a type without a body is a forward declaration
-    if not name:
-        return True
-    if re.fullmatch(rf"(?:explicit |constexpr )*{re.escape(name)} ?\( ?\).*", flat):
-        return False
-    return flat.startswith("using ") or "(" in re.sub(r"=.*|<[^<>]*>", "", flat)
+def symbols(headers):
+    """The file, line and name of each one that needs a docstring."""
+    with tempfile.TemporaryDirectory() as folder:
+        settings = f"{SETTINGS}INPUT={' '.join(headers)}\nOUTPUT_DIRECTORY={folder}\n"
+        subprocess.run(["doxygen", "-"], input=settings, text=True, check=True, stdout=subprocess.DEVNULL, cwd="/")
+        compounds = [compound for file in Path(folder, "xml").glob("*.xml") for compound in ElementTree.parse(file).iter("compounddef")]
+    for compound in compounds:
+        owner = compound.findtext("compoundname").rpartition("::")[2]
+        is_type = compound.get("kind") in ("class", "struct", "union")
+        if compound.get("prot", "public") != "public" or not is_type and compound.get("kind") != "namespace":
+            continue
+        for symbol in [compound] * is_type + compound.findall("sectiondef/memberdef[@prot='public']"):
+            name, arguments = symbol.findtext("name", owner), symbol.findtext("argsstring") or ""
+            is_known = name == owner and arguments == "()" or name.startswith("~") or KNOWN.search(arguments)
+            if not is_known and symbol.get("kind") != "friend" and not (is_type and symbol.get("kind") == "variable"):
+                yield symbol.find("location").get("file"), int(symbol.find("location").get("line")), name
 
 
-def faults_of(path, text):
-    text = without_noise(text) + "\n"
-    scopes = [("", "public", False)]  # each one's type, access (None where nobody sees it), and `documented` before it
-    faults, documented, at = [], False, 0
-    while at < len(text):
-        line = text[at : text.index("\n", at)]
-        name, access, before = scopes[-1]
-        label, found = ACCESS.match(line.strip()), DECLARATION.match(text, at)
-        at += len(line) + 1
-        if label:
-            scopes[-1] = (name, access and label[1], before)
-        if label or not line.strip():
-            documented = False
-        elif "\x01" in line:
-            documented = True
-        elif line.strip().startswith("}"):
-            documented = scopes.pop()[2]
-        elif found:
-            at = found.end() + 1
-            flat = re.sub(r"\[\[.*?\]\]|CLIPWORKS_API|[\x01-\x03]", " ", found[2])
-            flat = " ".join(flat.split()).rstrip("; {")
-            type_ = TYPE.match(flat) and re.match(r"[^:{]*?(\w+)( final)?(?: ?[:{]|$)", flat)
-            is_namespace = re.match(r"(inline )?namespace\b", flat)
-            needs = (type_ and "{" in found[2]) or needs_docstring(flat, name)
-            if access == "public" and needs and not is_namespace and not documented and "\x02" not in found[0]:
-                faults.append(f"{path}:{text.count(chr(10), 0, found.start()) + 1}: no docstring: {flat[:90]}")
-            if found[2].endswith("{"):
-                inside = access if is_namespace and not re.search(r"namespace$|detail", flat) else None
-                if type_ and access == "public":
-                    inside = {"class": "private", "struct": "public", "union": "public"}.get(TYPE.match(flat)[1])
-                scopes.append((type_[1] if type_ else "", inside, documented))
-                documented = False
-    return faults
+def is_documented(lines, at):
+    """Whether what begins at the index `at` has a docstring, or stands below one."""
+    if re.fullmatch(r" *(class|struct) \w+;", lines[at]):
+        return True  # declared only
+    end = next(i for i in range(at, len(lines)) if re.search(r"[;{]", lines[i]))
+    indent = re.match(" *", lines[at])[0]
+    start = at
+    while start and lines[start - 1].strip() and not re.match(rf"(?!{indent}).*[:{{]$", lines[start - 1]):
+        start -= 1
+    return any(re.search("///(?!<)", line) for line in lines[start:at]) or "///<" in "".join(lines[at : end + 1])
+
+
+def faults_of(headers):
+    texts = {header: Path(header).read_text(encoding="utf-8").splitlines() for header in headers}
+    return [f"{file}:{line}: no docstring: {name}" for file, line, name in sorted(set(symbols(headers)))
+            if not is_documented(texts[file], line - 1)]
 
 
 def main(headers):
     if not headers:
         sys.exit("no headers given")
-    faults = [fault for header in headers for fault in faults_of(header, Path(header).read_text(encoding="utf-8"))]
+    faults = faults_of(headers)
     print("\n".join(faults) if faults else f"{len(headers)} headers, every public symbol has a docstring")
     return 1 if faults else 0
 

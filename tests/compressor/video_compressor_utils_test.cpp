@@ -16,9 +16,7 @@ using Batch = Result<std::vector<URL>, VideoCompressorUtils::CompressionError>;
 using Preview = Result<URL, VideoCompressorUtils::CompressionError>;
 using Parameters = VideoCompressorUtils::Parameters;
 
-std::size_t countIn(const fs::path& directory) {
-  return static_cast<std::size_t>(std::distance(fs::directory_iterator(directory), {}));
-}
+std::size_t countIn(const fs::path& directory) { return namesIn(directory).size(); }
 
 struct ProgressLog final : public VideoCompressorDelegate {
   void videoCompressorDidUpdateProgress(float progress) override {

@@ -1,30 +1,15 @@
 #include <atomic>
-#include <fstream>
 #include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
 
 #include <clipworks/foundation/HEVCSupport.h>
-#include <clipworks/foundation/OutputLocation.h>
 #include <clipworks/foundation/VideoCompressorPreset.h>
 #include <clipworks/media/export/EncoderAvailability.h>
 
-#include <tests/support/TemporaryDirectory.h>
-
 namespace clipworks::test {
 namespace {
-
-TEST(OutputLocation, IsTheNameAsGivenWithTheExtensionClearedOfTheOldFileAndNothingElse) {
-  const TemporaryDirectory directory;
-  for (const char* name : {"a", "a.mp4", ".mp4"}) std::ofstream(directory.file(name)) << "old";
-  std::filesystem::create_directory(directory.file("b.mp4"));
-  for (const std::string name : {"a", "b", "a.mp4", ""}) {  // an empty name is a name
-    EXPECT_EQ(prepareOutputLocation(URL(directory.path()), name, ".mp4").path(), directory.file(name + ".mp4"));
-    EXPECT_EQ(std::filesystem::exists(directory.file(name + ".mp4")), name == "b") << "directories are left alone";
-  }
-  EXPECT_TRUE(std::filesystem::exists(directory.file("a")));
-}
 
 TEST(HEVCSupport, IsAskedOnceAndRememberedForEveryThread) {
   std::atomic<int> yes = 0;

@@ -11,7 +11,7 @@ namespace {
 
 using Exported = Result<URL, VideoLooperError>;
 
-class LoopWithoutEncoders : public OperationTest {};
+using LoopWithoutEncoders = OperationTest;
 
 TEST_F(LoopWithoutEncoders, FallsBackToH264AndThenToSilence) {
   const auto looper = VideoLooperUtils::make(urlOf({.width = 160, .height = 90, .frames = 30, .videoCodec = "mpeg4"}));

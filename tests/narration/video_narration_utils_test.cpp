@@ -7,7 +7,6 @@
 #include <tests/support/OperationTest.h>
 #include <tests/support/RecordedSound.h>
 #include <tests/support/ScriptedCapture.h>
-#include <tests/support/SmallFileSystem.h>
 
 namespace clipworks::test {
 namespace {
@@ -147,41 +146,30 @@ TEST_F(Narration, PlacesThePieceOverTheVideoInEveryQuality) {
 }
 
 TEST_F(Narration, AnExportThatFailsSaysWhy) {
-  const SmallFileSystem small(16);
-  if (!small.isMounted()) GTEST_SKIP() << small.whyNot();
   ASSERT_TRUE(compose(clip_, {}));
-  FileSystem::shared().setOutputsURL(URL(small.path()));
+  FileSystem::shared().setOutputsURL(URL("/dev/null/outputs"));
   EXPECT_FALSE(exportIt(ExportQuality::highLossless));
   EXPECT_THAT(printed_.lines(), ElementsAre(MatchesRegex("Has HEVC support: (true|false)"),
-                                            MatchesRegex("Failed: Optional\\(.*Code=-11807 .*\\)")));
+                                            MatchesRegex("Failed: Optional\\(.*Code=-[0-9]+ .*\\)")));
 }
 
-TEST_F(Narration, GivesTheRecordedPieceToTheDelegate) {
+TEST_F(Narration, GivesTheRecordedPieceToTheDelegateButNotOneThatASecondReplaces) {
   const ScriptedMicrophone microphone({{0, 44'100}});
   EXPECT_FALSE(narration_->startTime());
+  const auto replacedListener = std::make_shared<Listener>();
+  const fs::path replaced = record(kCMTimeZero, replacedListener)->url().path();
   record(CMTime(3000, 600), listener_);
   narration_->finishNarration();
   EXPECT_EQ(narration_->audioRecorder(), nullptr);
   const NarrationPiece piece = waitFor(listener_->finished).value();
-  EXPECT_EQ(piece.startTime, CMTime(3000, 600));
-  EXPECT_EQ(piece.volume, 1.0F);
+  EXPECT_EQ(std::pair(piece.startTime, piece.volume), std::pair(CMTime(3000, 600), 1.0F));
   const fs::path path = piece.audioURL.path();
+  EXPECT_NE(path, replaced);
   EXPECT_THAT(path, testing::MatchesRegex(outputs_.file(identifier).string() + "\\.m4a"));
   const auto sound = MediaJudge(path).stream("audio");
   EXPECT_EQ(std::tuple(sound.codec, sound.sampleRate, sound.channels), std::tuple("pcm_s16le", 44'100, 2));
-  EXPECT_THAT(printed_.lines(), testing::IsEmpty());
-}
-
-TEST_F(Narration, HearsNoMoreOfARecordingThatASecondOneReplaces) {
-  const ScriptedMicrophone microphone({{0, 44'100}});
-  const auto replacedListener = std::make_shared<Listener>();
-  const fs::path replaced = record(kCMTimeZero, replacedListener)->url().path();
-  record(CMTime(7, 1), listener_);
-  narration_->finishNarration();
-  const NarrationPiece piece = waitFor(listener_->finished).value();
-  EXPECT_EQ(piece.startTime, CMTime(7, 1));
-  EXPECT_NE(piece.audioURL.path(), replaced);
   EXPECT_GT(recordedSamples(replaced).size(), 40'000U);
+  EXPECT_THAT(printed_.lines(), testing::IsEmpty());
 }
 
 TEST_F(Narration, ReportsAMicrophoneThatGoes) {

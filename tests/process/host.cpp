@@ -18,7 +18,6 @@
 #include <clipworks/clipworks.h>
 #include <clipworks/media/base/FileManager.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
-#include <clipworks/media/images/AVAssetImageGenerator.h>
 
 using namespace clipworks;
 
@@ -68,10 +67,9 @@ Kept compress(const URL& clip) {
   return compressor;
 }
 
-template <bool isCrop>
-Kept turn(const URL& clip) {
+Kept crop(const URL& clip) {
   const auto utils = VideoRotateUtils::make();
-  isCrop ? utils->cropVideo(clip, CGRect{{0, 0}, {32, 32}}, completion()) : utils->rotateVideo(clip, completion());
+  utils->cropVideo(clip, CGRect{{0, 0}, {32, 32}}, completion());
   return utils;
 }
 
@@ -107,34 +105,11 @@ Kept exportSession(const URL& clip) {
   return session;
 }
 
-Kept images(const URL& clip) {
-  const auto generator = AVAssetImageGenerator::make(AVAsset::make(clip));
-  const CMTime last(1, 5);
-  const auto seen = [last, done = completion()](const CMTime& time, const auto& image, auto&&...) {
-    if (time == last) done(image != nullptr);
-  };
-  generator->generateCGImagesAsynchronously({kCMTimeZero, last}, seen);
-  return generator;
-}
-
 Kept loop(const URL& clip) {
   const auto looper = VideoLooperUtils::make(clip);
   looper->createLoopComposition(3, [](const auto&) {});
   looper->exportCurrentComposition(completion());
   return looper;
-}
-
-Kept narrate(const URL& clip) {
-  const auto narration = VideoNarrationUtils::make();
-  narration->createComposition(clip, {{CMTime(1, 10), clip, 0.5F}}, 1, [](const auto&) {});
-  narration->exportComposition(ExportQuality::highCompressed, completion());
-  return narration;
-}
-
-Kept speed(const URL& clip) {
-  const auto converter = VideoSpeedConverter::make(clip);
-  converter->applySpeedChange(0.1, 0.2, 2, std::nullopt, VideoSpeedConverter::ConversionQuality::high, completion());
-  return converter;
 }
 
 Kept frame(const URL& clip) {
@@ -143,11 +118,16 @@ Kept frame(const URL& clip) {
   return photo;
 }
 
-const std::map<std::string, Kept (*)(const URL&)> operations{
-    {"loop", loop},           {"speed", speed},         {"compress", compress<6>},        {"long_batch", compress<300>},
-    {"preview", compress<0>}, {"reverse", reverse},     {"rotate", turn<false>},          {"crop", turn<true>},
-    {"narrate", narrate},     {"record", record},       {"permission", askForPermission}, {"frame", frame},
-    {"images", images},       {"export", exportSession}};
+const std::map<std::string, Kept (*)(const URL&)> operations{{"loop", loop},
+                                                             {"compress", compress<6>},
+                                                             {"long_batch", compress<300>},
+                                                             {"preview", compress<0>},
+                                                             {"crop", crop},
+                                                             {"reverse", reverse},
+                                                             {"record", record},
+                                                             {"permission", askForPermission},
+                                                             {"frame", frame},
+                                                             {"export", exportSession}};
 
 /// The limit binds no root, and counts whatever the user has: so this becomes a user that nobody else is.
 bool allowThreads(int count) {

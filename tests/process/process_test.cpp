@@ -72,8 +72,8 @@ TEST_P(Process, GivesOneResultWhateverThreadsItMayHave) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Of, Process,
-                         testing::Values("loop", "speed", "compress", "preview", "reverse", "rotate", "crop", "narrate",
-                                         "record", "permission", "frame", "images", "export"),
+                         testing::Values("loop", "compress", "preview", "reverse", "crop", "record", "permission",
+                                         "frame", "export"),
                          [](const auto& operation) { return operation.param; });
 
 using LongBatch = Process;

@@ -16,6 +16,8 @@ from pathlib import Path
 
 import clipworks
 
+EXAMPLES = Path(os.environ["EXAMPLES"])
+
 
 def make_clip(path, *arguments, size="320x180", seconds=2):
     pictures = ["-f", "lavfi", "-i", f"testsrc2=size={size}:rate=10:duration={seconds}"]
@@ -31,10 +33,6 @@ def facts(path, entries="stream=codec_name,width,height,nb_read_packets"):
 
 def run(*arguments, **options):
     return subprocess.run([sys.executable, *arguments], capture_output=True, text=True, timeout=60, **options)
-
-
-def example(name, *arguments, **options):
-    return run(os.path.join(os.environ["EXAMPLES"], name), *arguments, **options)
 
 
 def loop_in_child(clip, outputs, results):
@@ -90,20 +88,14 @@ class Operations(unittest.TestCase):
         dated = {codec for codec, path in made.items() if "creation_time" in clipworks.info(path)["metadata"]}
         self.assertEqual(dated, {"hevc", "auto"})
 
-    def test_progress_rises_on_the_calling_thread_while_others_run(self):
-        told, ticks, done = [], [], threading.Event()
-        other = threading.Thread(target=lambda: ticks.extend(iter(lambda: done.wait(0.001), True)))
+    def test_progress_rises_on_the_calling_thread(self):
+        told = []
         clip = self.make("longer.mp4", size="1280x720", seconds=6)
-        other.start()
         clipworks.rotate(clip, outputs=self.outputs, progress=lambda value: told.append((value, threading.get_ident())))
-        done.set()
-        other.join()
-        values = [value for value, _ in told]
+        values, threads = zip(*told)
         self.assertGreater(len(values), 2)
-        self.assertEqual(values, sorted(set(values)))
-        self.assertEqual((values[0], values[-1]), (0, 1))
-        self.assertEqual({thread for _, thread in told}, {threading.get_ident()})
-        self.assertGreater(len(ticks), 20)
+        self.assertEqual(list(values), sorted(set(values)))
+        self.assertEqual((values[0], values[-1], set(threads)), (0, 1, {threading.get_ident()}))
 
     def test_a_chain_is_one_movie(self):
         clip = clipworks.open(self.clip).speed(0.5, 1, 2).crop((100, 0, 180, 180)).compress("144p")
@@ -120,9 +112,7 @@ class Operations(unittest.TestCase):
     def test_eight_work_at_once(self):
         clip = self.make("one of eight.mp4", size="640x360", seconds=3)
 
-        def turn(_):
-            return time.monotonic(), clipworks.rotate(clip, outputs=self.outputs), time.monotonic()
-
+        turn = lambda _: (time.monotonic(), clipworks.rotate(clip, outputs=self.outputs), time.monotonic())
         with ThreadPoolExecutor(8) as threads:
             began, made, ended = zip(*threads.map(turn, range(8)))
         self.assertEqual([facts(path, "stream=height,nb_read_packets") for path in made], ["640,30"] * 8)
@@ -141,10 +131,7 @@ class Operations(unittest.TestCase):
             (clipworks.Error, "broken.mp4", lambda: clipworks.rotate(broken, **options)),
             (clipworks.Error, "broken.mp4", lambda: clipworks.info(broken)),
             (ValueError, "count must be at least 1$", lambda: clipworks.loop(self.clip, 0, **options)),
-            (ValueError, "start before it ends$", lambda: clipworks.speed(self.clip, 2, 1, 2, **options)),
-            (ValueError, "^preset takes 144p, .* not", lambda: clipworks.compress(self.clip, "4k", **options)),
             (ValueError, "four numbers", lambda: clipworks.crop(self.clip, (1, 2, 3), **options)),
-            (ValueError, "^name must not be empty$", lambda: clipworks.frame(self.clip, 0, name="", **options)),
             (ValueError, "^codec takes auto", lambda: clipworks.rotate(self.clip, codec="av1", **options)),
             (ValueError, "null", lambda: clipworks.frame(self.clip, 0, name="a\0b", **options)),
             (TypeError, "integer", lambda: clipworks.loop(self.clip, "three", **options)),
@@ -199,25 +186,16 @@ class Operations(unittest.TestCase):
         self.assertFalse(is_more, (open_and_running(), most))
         self.assertEqual([path.name for path in self.outputs.iterdir() if path.name.startswith(".")], [])
 
-    def test_control_c_ends_the_operation(self):
-        clip = self.make("long.mp4", size="1280x720", seconds=60)
-        script = f"import clipworks; clipworks.rotate({str(clip)!r}, outputs={str(self.outputs)!r})"
-        child = subprocess.Popen([sys.executable, "-c", script], stderr=subprocess.PIPE, text=True)
-        time.sleep(1.5)  # well into it: a minute of 720p takes longer
-        child.send_signal(signal.SIGINT)
-        _, errors = child.communicate(timeout=30)
-        self.assertIn("KeyboardInterrupt", errors)
-        self.assertEqual(list(self.outputs.iterdir()), [])
-
-    def test_the_interpreter_ends_in_the_midst_of_it(self):
-        clip = self.make("for a daemon.mp4", size="1280x720", seconds=10)
-        script = f"""if True:
-            import clipworks, threading, time
-            work = lambda: clipworks.rotate({str(clip)!r}, outputs={str(self.outputs)!r})
-            threading.Thread(target=work, daemon=True).start()
-            time.sleep(0.3)"""
-        ran = run("-c", script)
-        self.assertEqual((ran.returncode, list(self.outputs.iterdir())), (0, []), ran.stderr)
+    def test_control_c_and_the_end_of_the_interpreter_end_the_operation(self):
+        clip = self.make("long.mp4", size="1280x720", seconds=60)  # takes longer than what follows
+        start = f"import clipworks, os, threading, time; work = lambda: clipworks.rotate({str(clip)!r}, outputs={str(self.outputs)!r}); "
+        interrupt = "threading.Timer(1, os.kill, (os.getpid(), 2)).start(); work()"
+        leave = "threading.Thread(target=work, daemon=True).start(); time.sleep(0.3)"
+        for script, code, words in (interrupt, -signal.SIGINT, "KeyboardInterrupt"), (leave, 0, ""):
+            ran = run("-c", start + script)
+            self.assertEqual(ran.returncode, code, ran.stderr)
+            self.assertIn(words, ran.stderr)
+            self.assertEqual(list(self.outputs.iterdir()), [])
 
     def test_new_processes_work_forked_ones_too(self):
         clipworks.loop(self.clip, 1, outputs=self.outputs)
@@ -231,7 +209,7 @@ class Operations(unittest.TestCase):
 
     def test_the_first_example_loops_a_clip(self):
         os.link(self.clip, self.outputs / "clip.mp4")
-        ran = example("loop.py", cwd=self.outputs)
+        ran = run(EXAMPLES / "loop.py", cwd=self.outputs)
         self.assertRegex(ran.stdout, r"^0.0\n(.*\n)*1.0\n.*\.mp4 6.0\d*\n$", ran.stderr)
 
     def test_the_example_compresses_a_folder(self):
@@ -239,7 +217,7 @@ class Operations(unittest.TestCase):
         clips.mkdir()
         make_clip(clips / "a.mp4", "-metadata", "creation_time=2024-05-06T07:08:09Z")
         (clips / "b.mp4").write_bytes(b"no movie")
-        ran = example("batch_compress.py", clips, self.outputs / "small")
+        ran = run(EXAMPLES / "batch_compress.py", clips, self.outputs / "small")
         self.assertEqual(ran.returncode, 0, ran.stderr)
         self.assertRegex(ran.stdout, r"^\na.mp4 of 2024-05-06.*: \d+ bytes, now \d+ in .*\.mp4\n$")
         self.assertIn("b.mp4", ran.stderr)

@@ -1,7 +1,6 @@
 #include <clipworks/rotate/VideoRotateUtils.h>
 
 #include <cmath>
-#include <fstream>
 #include <limits>
 
 #include <tests/support/OperationTest.h>
@@ -14,18 +13,6 @@ namespace fs = std::filesystem;
 constexpr int width = 64;
 constexpr int height = 48;
 using Outcome = Result<URL, VideoRotateUtils::RotateError>;
-
-/// Writes the first track's matrix anew; ISO/IEC 14496-12, 8.3.2.
-void setMatrix(const fs::path& movie, const CGAffineTransform& t) {
-  std::fstream file(movie, std::ios::in | std::ios::out | std::ios::binary);
-  const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-  constexpr std::size_t toMatrix = 44;  // from the type of a track header of version 0
-  file.seekp(static_cast<std::streamoff>(bytes.find("tkhd") + toMatrix));
-  for (const double v : {t.a, t.b, 0.0, t.c, t.d, 0.0, t.tx, t.ty, 16384.0}) {
-    const auto fixed = static_cast<std::uint32_t>(static_cast<std::int32_t>(v * 65536));
-    for (int shift = 24; shift >= 0; shift -= 8) file.put(static_cast<char>(fixed >> shift));
-  }
-}
 
 /// Of the source: red and lime above, blue and white below, black around.
 std::array<int, 3> colourAt(double x, double y) {
@@ -74,12 +61,13 @@ class Rotate : public OperationTest {
               "color=red:s=64x48:r=30:d=0.34,drawbox=32:0:32:24:lime:fill,drawbox=0:24:32:24:blue:fill,"
               "drawbox=32:24:32:24:white:fill,format=yuv420p",
               "-c:v", "libx264", "-crf", "8", path});
-    setMatrix(path, matrix);
+    const auto& m = matrix;
+    setMatrix(path, {m.a, m.b, m.c, m.d, m.tx, m.ty});
     return URL(path);
   }
 };
 
-struct Matrix {
+struct Case {
   const char* name;
   CGAffineTransform preferred;
   CGAffineTransform rotated;  // how a rotation draws the coded picture
@@ -88,16 +76,16 @@ struct Matrix {
 
 TEST_F(Rotate, TurnsAndCropsUnderEveryMatrix) {
   for (const auto& matrix : {
-           Matrix{"Upright", {1, 0, 0, 1, 0, 0}, {0, -1, 1, 0, 0, 64}, {1, 0, 0, 1, -8, 0}},
-           Matrix{"Clockwise", {0, 1, -1, 0, 48, 0}, {-1, 0, 0, -1, 64, 48}, {0, 1, -1, 0, 48, -12}},
-           Matrix{"ClockwiseWithoutItsShift", {0, 1, -1, 0, 0, 0}, {-1, 0, 0, -1, 64, 48}, {0, 1, -1, 0, 48, -12}},
-           Matrix{"UpsideDown", {-1, 0, 0, -1, 64, 48}, {0, 1, -1, 0, 48, 0}, {-1, 0, 0, -1, 56, 48}},
-           Matrix{"Counterclockwise", {0, -1, 1, 0, 0, 64}, {-1, 0, 0, -1, 64, 48}, {0, -1, 1, 0, 0, 52}},
+           Case{"Upright", {1, 0, 0, 1, 0, 0}, {0, -1, 1, 0, 0, 64}, {1, 0, 0, 1, -8, 0}},
+           Case{"Clockwise", {0, 1, -1, 0, 48, 0}, {-1, 0, 0, -1, 64, 48}, {0, 1, -1, 0, 48, -12}},
+           Case{"ClockwiseWithoutItsShift", {0, 1, -1, 0, 0, 0}, {-1, 0, 0, -1, 64, 48}, {0, 1, -1, 0, 48, -12}},
+           Case{"UpsideDown", {-1, 0, 0, -1, 64, 48}, {0, 1, -1, 0, 48, 0}, {-1, 0, 0, -1, 56, 48}},
+           Case{"Counterclockwise", {0, -1, 1, 0, 0, 64}, {-1, 0, 0, -1, 64, 48}, {0, -1, 1, 0, 0, 52}},
            // Kept: mirrored pictures are not turned as one would wish, and partly leave the screen.
-           Matrix{"MirroredSideways", {-1, 0, 0, 1, 64, 0}, {0, -1, -1, 0, 48, 48}, {-1, 0, 0, -1, 56, 48}},
-           Matrix{"MirroredUpsideDown", {1, 0, 0, -1, 0, 48}, {0, 1, 1, 0, 0, -16}, {1, 0, 0, 1, -8, 0}},
-           Matrix{"Transposed", {0, 1, 1, 0, 0, 0}, {-1, 0, 0, 1, 48, 0}, {0, 1, -1, 0, 0, -12}},
-           Matrix{"TransposedTheOtherWay", {0, -1, -1, 0, 48, 64}, {1, 0, 0, -1, -16, 48}, {0, -1, 1, 0, 0, 52}},
+           Case{"MirroredSideways", {-1, 0, 0, 1, 64, 0}, {0, -1, -1, 0, 48, 48}, {-1, 0, 0, -1, 56, 48}},
+           Case{"MirroredUpsideDown", {1, 0, 0, -1, 0, 48}, {0, 1, 1, 0, 0, -16}, {1, 0, 0, 1, -8, 0}},
+           Case{"Transposed", {0, 1, 1, 0, 0, 0}, {-1, 0, 0, 1, 48, 0}, {0, 1, -1, 0, 0, -12}},
+           Case{"TransposedTheOtherWay", {0, -1, -1, 0, 48, 64}, {1, 0, 0, -1, -16, 48}, {0, -1, 1, 0, 0, 52}},
        }) {
     SCOPED_TRACE(matrix.name);
     const URL clip = fourQuarters(matrix.preferred);

@@ -1,4 +1,3 @@
-#include <fstream>
 #include <random>
 
 #include <tests/stillpress/StillTesting.h>
@@ -104,9 +103,7 @@ TEST(StillPixels, GiveTheSameBytesEveryTime) {
     const auto bytesOf = [&] {
       const auto still = stillOf(101, 67, AV_PIX_FMT_YUV420P, tags, patchAt);
       still->metadata = {{"creation_time", "2024-05-06T07:08:09Z"}};
-      const StillFile file(extension, still);
-      std::ifstream in(file.path, std::ios::binary);
-      return std::string(std::istreambuf_iterator<char>(in), {});
+      return fileBytes(StillFile(extension, still).path);
     };
     const std::string bytes = bytesOf();
     EXPECT_EQ(bytes, bytesOf()) << extension;

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <ostream>
 #include <string_view>
 #include <utility>
 
@@ -41,25 +40,20 @@ std::pair<double, double> seenAt(double u, double v, const Orientation& orientat
   return {u, v};
 }
 
-/// Mean of the inner half of a cell: its edges are smeared by scaling and by the codec.
+/// Mean of the inner half of a cell, at as many points however large it is: its edges are smeared by scaling and by the
+/// codec.
 double meanOfCell(const GreyPicture& picture, int column, int row, const Orientation& orientation) {
-  const auto point = [&](double inset) {
-    return seenAt(BarCode::panelStart + BarCode::panelLength * (column + inset) / BarCode::columns,
-                  BarCode::panelStart + BarCode::panelLength * (row + inset) / BarCode::rows, orientation);
+  constexpr int points = 5;  // each way
+  const auto place = [](int cell, int point, int cells) {
+    return BarCode::panelStart + BarCode::panelLength * (cell + 0.25 + 0.5 * (point + 0.5) / points) / cells;
   };
-  const auto [x0, y0] = point(0.25);
-  const auto [x1, y1] = point(0.75);
-  const auto range = [](double a, double b, int size) {
-    const int from = std::min(static_cast<int>(std::lround(std::min(a, b) * size)), size - 1);
-    return std::pair{from, std::clamp(static_cast<int>(std::lround(std::max(a, b) * size)), from + 1, size)};
-  };
-  const auto [left, right] = range(x0, x1, picture.width);
-  const auto [top, bottom] = range(y0, y1, picture.height);
   double sum = 0;
-  for (int y = top; y < bottom; ++y) {
-    for (int x = left; x < right; ++x) sum += picture.at(x, y);
+  for (int i = 0; i < points * points; ++i) {
+    const auto [x, y] =
+        seenAt(place(column, i % points, BarCode::columns), place(row, i / points, BarCode::rows), orientation);
+    sum += picture.at(static_cast<int>(x * picture.width), static_cast<int>(y * picture.height));
   }
-  return sum / ((right - left) * (bottom - top));
+  return sum / (points * points);
 }
 
 std::optional<int> numberOf(const Cells& cells) {
@@ -91,10 +85,6 @@ std::optional<int> numberOf(const Cells& cells) {
 }
 
 }  // namespace
-
-std::ostream& operator<<(std::ostream& out, const Orientation& orientation) {
-  return out << (orientation.mirrored ? "mirrored, " : "") << "turned " << 90 * orientation.quarterTurns << " degrees";
-}
 
 bool BarCode::isWhite(int number, int column, int row) {
   if (row == 0 || row == rows - 1) return (row == 0 ? firstRow : lastRow)[static_cast<std::size_t>(column)] == '#';

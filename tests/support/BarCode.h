@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <iosfwd>
 #include <optional>
 #include <vector>
 
@@ -25,7 +24,6 @@ struct Orientation {
 
   friend bool operator==(const Orientation&, const Orientation&) = default;
 };
-std::ostream& operator<<(std::ostream& out, const Orientation& orientation);
 
 /// The number of a picture, painted on it: a panel over the middle 80 % of the picture, 8 cells wide and 5 high, black
 /// and white. The first and last rows are the same in every picture and unlike each other both ways round, so they tell

@@ -1,7 +1,7 @@
 #include <tests/support/BarCodeClip.h>
 
 #include <algorithm>
-#include <array>
+#include <cmath>
 #include <deque>
 #include <fstream>
 #include <stdexcept>
@@ -30,7 +30,6 @@ struct Timing {
   explicit Timing(const ClipOptions& options) : timescale(options.rate.num), lastLength(options.rate.den) {
     for (int i = 0; i < options.frames; ++i) times.push_back(std::int64_t{i} * options.rate.den);
     if (options.frameTimes.empty()) return;
-    if (options.timescale <= 0) throw std::invalid_argument("explicit picture times need a time scale");
     timescale = options.timescale;
     times = options.frameTimes;
     lastLength = options.lastFrameLength;
@@ -136,33 +135,21 @@ void appendSoundInput(std::vector<std::string>& argv, const ClipOptions& options
                       const fs::path& rawFile) {
   const double length = options.audioSeconds >= 0 ? options.audioSeconds : videoEnd - options.audioDelay;
   const Sound tone = makeTone(options.sampleRate, options.audioDelay, length);
-  std::ofstream raw(rawFile, std::ios::binary);
-  for (std::size_t i = 0; i < tone.samples.size() * static_cast<std::size_t>(options.channels); ++i) {
-    raw.write(reinterpret_cast<const char*>(&tone.samples[i / static_cast<std::size_t>(options.channels)]),
-              sizeof(float));
-  }
+  std::vector<float> raw;
+  for (const float sample : tone.samples) raw.insert(raw.end(), static_cast<std::size_t>(options.channels), sample);
+  std::ofstream(rawFile, std::ios::binary)
+      .write(reinterpret_cast<const char*>(raw.data()), static_cast<std::streamsize>(raw.size() * sizeof(float)));
   append(argv, {"-itsoffset", std::to_string(options.audioDelay), "-f", "f32le", "-ar",
                 std::to_string(options.sampleRate), "-ac", std::to_string(options.channels), "-i", rawFile});
 }
 
-/// Sets the matrix of the first `tkhd`, which is the pictures': they are the first stream. ISO/IEC 14496-12, 8.3.2.
 void writeRotation(const fs::path& path, const ClipOptions& options) {
-  const int quarters = ((options.rotation / 90) % 4 + 4) % 4;
-  const int cos = std::array{1, 0, -1, 0}.at(static_cast<std::size_t>(quarters));
-  const int sin = std::array{0, 1, 0, -1}.at(static_cast<std::size_t>(quarters));
-  // The translation that brings the turned picture back to the origin.
-  const int tx = quarters == 1 ? options.height : quarters == 2 ? options.width : 0;
-  const int ty = quarters == 2 ? options.height : quarters == 3 ? options.width : 0;
-  std::string bytes = fileBytes(path);
-  const std::size_t box = bytes.find("tkhd");
-  if (box == std::string::npos || !isMovie(options)) {
-    throw std::invalid_argument("only MP4 and QuickTime files have a matrix to set");
-  }
-  std::size_t at = box + (bytes[box + 4] == 1 ? 56 : 44);
-  for (const int value : {cos << 16, sin << 16, 0, -sin << 16, cos << 16, 0, tx << 16, ty << 16, 1 << 30}) {
-    for (const int shift : {24, 16, 8, 0}) bytes[at++] = static_cast<char>(value >> shift & 0xFF);
-  }
-  std::ofstream(path, std::ios::binary) << bytes;
+  // With the translation that brings the turned picture back to the origin.
+  const double width = options.width;
+  const double height = options.height;
+  const std::array<TrackMatrix, 3> turns{
+      {{0, 1, -1, 0, height, 0}, {-1, 0, 0, -1, width, height}, {0, -1, 1, 0, 0, width}}};
+  setMatrix(path, turns.at(static_cast<std::size_t>(options.rotation / 90 - 1)));
 }
 
 void makeClip(const ClipOptions& options, const fs::path& path) {
@@ -199,6 +186,18 @@ fs::path cachedClip(const ClipOptions& options) {
 }
 
 }  // namespace
+
+void setMatrix(const fs::path& movie, const TrackMatrix& matrix) {
+  const auto [a, b, c, d, x, y] = matrix;
+  std::string bytes = fileBytes(movie);
+  const std::size_t box = bytes.find("tkhd");
+  if (box == std::string::npos) throw std::invalid_argument("only MP4 and QuickTime files have a matrix to set");
+  std::size_t at = box + (bytes[box + 4] == 1 ? 56 : 44);
+  for (const double value : {a, b, 0.0, c, d, 0.0, x, y, 16384.0}) {
+    for (const int shift : {24, 16, 8, 0}) bytes[at++] = static_cast<char>(std::lround(value * 65536) >> shift & 0xFF);
+  }
+  std::ofstream(movie, std::ios::binary) << bytes;
+}
 
 BarCodeClip::BarCodeClip(const ClipOptions& options) : path_(cachedClip(options)) {
   const Timing timing(options);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -82,5 +83,10 @@ class BarCodeClip {
   double videoEnd_ = 0;
   double audioEnd_ = 0;
 };
+
+using TrackMatrix = std::array<double, 6>;  ///< a, b, c, d, x, y
+
+/// Sets the matrix of the first `tkhd`, which is the pictures': they are the first stream. ISO/IEC 14496-12, 8.3.2.
+void setMatrix(const std::filesystem::path& movie, const TrackMatrix& matrix);
 
 }  // namespace clipworks::test

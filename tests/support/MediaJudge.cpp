@@ -140,14 +140,11 @@ std::array<std::uint64_t, 2> MediaJudge::movieHeaderDuration() const {
                                 : std::array{bigEndian(bytes, box + 20, 4), bigEndian(bytes, box + 16, 4)};
 }
 
-std::vector<SeenPicture> MediaJudge::pictures(PictureView view) const {
+std::vector<SeenPicture> MediaJudge::pictures() const {
   const std::string side = std::to_string(readingSide);
-  std::vector<std::string> argv{"ffmpeg", "-nostdin", "-hide_banner", "-copyts"};
-  if (view == PictureView::coded) argv.emplace_back("-noautorotate");
-  argv.insert(argv.end(), {"-i", path_, "-map", "0:v:0", "-vf",
-                           "showinfo=checksum=0,scale=" + side + ":" + side + ":flags=area,format=gray", "-fps_mode",
-                           "passthrough", "-f", "rawvideo", "-"});
-  const ProgramResult result = run(argv);
+  const std::string filter = "showinfo=checksum=0,scale=" + side + ":" + side + ":flags=area,format=gray";
+  const ProgramResult result = run({"ffmpeg", "-nostdin", "-hide_banner", "-copyts", "-noautorotate", "-i", path_,
+                                    "-map", "0:v:0", "-vf", filter, "-fps_mode", "passthrough", "-f", "rawvideo", "-"});
   const ShownTimes times = shownTimes(result.standardError);
   constexpr auto size = std::size_t{readingSide} * readingSide;
   const std::string& raw = result.standardOutput;
@@ -202,7 +199,8 @@ std::vector<CodedSample> MediaJudge::codedSamples(const std::string& type) const
   for (const json& packet :
        probe(path_, {"-select_streams", select, "-show_packets", "-show_data_hash", "md5"}, "packets")) {
     samples.push_back({number(packet, "pts_time"), number(packet, "dts_time"), text(packet, "flags").starts_with('K'),
-                       number<std::int64_t>(packet, "size"), text(packet, "data_hash")});
+                       number<std::int64_t>(packet, "size"), number<std::int64_t>(packet, "pos"),
+                       text(packet, "data_hash")});
   }
   return samples;
 }

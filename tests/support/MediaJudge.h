@@ -54,15 +54,9 @@ struct CodedSample {
   double decode = 0;
   bool isAccessPoint = false;
   std::int64_t bytes = 0;
+  std::int64_t position = 0;  ///< in the file
   /// MD5 of the bytes.
   std::string hash;
-};
-
-enum class PictureView {
-  /// As they are coded, whatever the matrix says.
-  coded,
-  /// Turned as the matrix says.
-  upright,
 };
 
 /// Looks at a media file with the `ffprobe` and `ffmpeg` programs, never with this library's own code.
@@ -79,8 +73,9 @@ class MediaJudge {
   /// The length in the movie header of an MP4 or QuickTime file, exactly: value and time scale.
   [[nodiscard]] std::array<std::uint64_t, 2> movieHeaderDuration() const;
 
-  /// The first video stream's pictures in the order in which they are shown.
-  [[nodiscard]] std::vector<SeenPicture> pictures(PictureView view = PictureView::coded) const;
+  /// The first video stream's pictures in the order in which they are shown; as they are coded, whatever the matrix
+  /// says.
+  [[nodiscard]] std::vector<SeenPicture> pictures() const;
   /// MD5 of each decoded picture, as coded.
   [[nodiscard]] std::vector<std::string> pictureHashes() const;
   /// The first audio stream, folded to one channel, placed on the movie's timeline from zero.

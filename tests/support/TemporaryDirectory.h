@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string>
 #include <system_error>
@@ -13,7 +14,7 @@
 namespace clipworks::test {
 
 /// A new empty directory below the system's temporary one, removed with everything in it at the end, even where a
-/// test took away write permissions. A forked child (a death test) leaves it alone.
+/// test took away its write permission. A forked child (a death test) leaves it alone.
 class TemporaryDirectory {
  public:
   TemporaryDirectory() {
@@ -28,10 +29,6 @@ class TemporaryDirectory {
     if (getpid() != owner_) return;
     std::error_code ignored;
     fs::permissions(path_, fs::perms::owner_all, fs::perm_options::add, ignored);
-    for (fs::recursive_directory_iterator it(path_, ignored), end; !ignored && it != end; it.increment(ignored)) {
-      if (it->symlink_status(ignored).type() != fs::file_type::directory) continue;
-      fs::permissions(it->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
-    }
     fs::remove_all(path_, ignored);
   }
   TemporaryDirectory(const TemporaryDirectory&) = delete;
@@ -44,6 +41,13 @@ class TemporaryDirectory {
   std::filesystem::path path_;
   pid_t owner_ = getpid();
 };
+
+/// The names in a directory, hidden ones too.
+[[nodiscard]] inline std::set<std::string> namesIn(const std::filesystem::path& directory) {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) names.insert(entry.path().filename());
+  return names;
+}
 
 /// All of a file; nothing where it cannot be read.
 [[nodiscard]] inline std::string fileBytes(const std::filesystem::path& file) {

@@ -46,7 +46,8 @@ double amplitudeOf(double frequency, const Sound& sound) {
   return 2 * std::abs(sum) / weights;
 }
 
-/// How alike `a` is to `b` where `b` comes `lag` samples later: -1 … 1.
+}  // namespace
+
 double likeness(const Sound& a, const Sound& b, int lag) {
   const auto from = [](const Sound& sound, int start) {
     return std::span(sound.samples)
@@ -60,8 +61,6 @@ double likeness(const Sound& a, const Sound& b, int lag) {
   const double energy = product(x, x) * product(y, y);
   return energy > 0 ? product(x, y) / std::sqrt(energy) : 0;
 }
-
-}  // namespace
 
 Sound Sound::part(double from, double to) const {
   Sound result{rate, {}};

@@ -29,6 +29,9 @@ inline constexpr int tonePeriod = 32;
 /// pitch stands out, or two do.
 [[nodiscard]] int toneSecondAt(const Sound& sound, double t);
 
+/// How alike `a` is to `b` where `b` comes `lag` samples later: -1 … 1.
+[[nodiscard]] double likeness(const Sound& a, const Sound& b, int lag);
+
 /// By how many milliseconds `got` comes later than `reference`, found by cross-correlation within ± `reach`; to a
 /// fraction of a sample. Nothing when either is silent or the two are unlike at every shift.
 [[nodiscard]] std::optional<double> lagMilliseconds(const Sound& reference, const Sound& got, double reach = 60);

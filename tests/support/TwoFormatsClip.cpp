@@ -2,12 +2,8 @@
 
 #include <cstdint>
 #include <fstream>
-#include <span>
 #include <stdexcept>
 #include <string>
-
-#include <clipworks/engine/boxes/BoxSequence.h>
-#include <clipworks/engine/boxes/FourCC.h>
 
 #include <tests/support/RunProgram.h>
 #include <tests/support/TemporaryDirectory.h>
@@ -15,58 +11,41 @@
 namespace clipworks::test {
 namespace {
 
-using engine::fourCC;
-
-constexpr std::uint32_t pictures = 12;  // in each half
-
-std::string u32(std::uint32_t number) {
+std::string u32(std::size_t number) {
   std::string bytes;
   for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(number >> shift);
   return bytes;
 }
-std::string box(const std::string& type, const std::string& content) {
-  return u32(static_cast<std::uint32_t>(content.size() + 8)) + type + content;
-}
-std::string fullBox(const std::string& type, const std::string& content) { return box(type, u32(0) + content); }
-
-struct Half {
-  std::string samples;      // all of them
-  std::string sizes;        // as in `stsz`
-  std::string description;  // the one in `stsd`, head included
-};
-
-Half makeHalf(const TemporaryDirectory& directory, const std::string& colour, const std::string& size) {
-  const std::string path = directory.file("half.mp4");
-  const auto made = runProgram({"ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i",
-                                "color=c=" + colour + ":s=" + size + ":r=25", "-frames:v", std::to_string(pictures),
-                                "-c:v", "libx264", "-pix_fmt", "yuv420p", "-bf", "0", "-g", "6", path});
-  if (!made.succeeded()) throw std::runtime_error(made.standardError);
-  const std::string bytes = fileBytes(path);
-  const auto content = std::as_bytes(std::span(bytes));
-  const auto text = [](std::span<const std::byte> part) {
-    return std::string(reinterpret_cast<const char*>(part.data()), part.size());
-  };
-  const auto stbl =
-      *engine::findBox(content, {fourCC("moov"), fourCC("trak"), fourCC("mdia"), fourCC("minf"), fourCC("stbl")});
-  return {text(*engine::findBox(content, {fourCC("mdat")})), text(*engine::findBox(stbl, {fourCC("stsz")})).substr(12),
-          text(*engine::findBox(stbl, {fourCC("stsd")})).substr(8)};
+std::size_t u32At(const std::string& bytes, std::size_t at) {
+  std::size_t number = 0;
+  for (const char byte : bytes.substr(at, 4)) number = number << 8 | static_cast<unsigned char>(byte);
+  return number;
 }
 
-std::string trackOf(const Half& first, const Half& second, std::uint32_t start) {
-  const std::string matrix = u32(1 << 16) + std::string(12, '\0') + u32(1 << 16) + std::string(12, '\0') + u32(1 << 30);
-  const std::string table =
-      fullBox("stsd", u32(2) + first.description + second.description) +
-      fullBox("stts", u32(1) + u32(2 * pictures) + u32(1)) +
-      fullBox("stss", u32(4) + u32(1) + u32(7) + u32(13) + u32(19)) +
-      fullBox("stsc", u32(2) + u32(1) + u32(pictures) + u32(1) + u32(2) + u32(pictures) + u32(2)) +
-      fullBox("stsz", u32(0) + u32(2 * pictures) + first.sizes + second.sizes) +
-      fullBox("stco", u32(2) + u32(start) + u32(start + static_cast<std::uint32_t>(first.samples.size())));
-  const std::string media = fullBox("mdhd", u32(0) + u32(0) + u32(25) + u32(2 * pictures) + u32(0)) +
-                            fullBox("hdlr", u32(0) + "vide" + std::string(13, '\0')) +
-                            box("minf", fullBox("vmhd", std::string(8, '\0')) + box("stbl", table));
-  const std::string header = u32(0) + u32(0) + u32(1) + u32(0) + u32(2 * pictures) + std::string(16, '\0') + matrix +
-                             u32(256 << 16) + u32(128 << 16);
-  return box("trak", fullBox("tkhd", header) + box("mdia", media));
+/// Where the box of a type begins; all that are asked for lie behind the samples.
+std::size_t boxAt(const std::string& bytes, const char* type) { return bytes.rfind(type) - 4; }
+
+/// What a full box holds behind its version and flags.
+std::string contentOf(const std::string& bytes, const char* type) {
+  const std::size_t at = boxAt(bytes, type);
+  return bytes.substr(at + 12, u32At(bytes, at) - 12);
+}
+
+void setContent(std::string& bytes, const char* type, const std::string& content) {
+  const std::size_t before = u32At(bytes, boxAt(bytes, type));
+  bytes.replace(boxAt(bytes, type) + 12, before - 12, content);
+  for (const char* box : {type, "stbl", "minf", "mdia", "trak", "moov"}) {
+    const std::size_t at = boxAt(bytes, box);
+    bytes.replace(at, 4, u32(u32At(bytes, at) + content.size() + 12 - before));
+  }
+}
+
+std::string made(const std::vector<std::string>& input, const std::filesystem::path& path) {
+  std::vector<std::string> command{"ffmpeg", "-nostdin", "-v", "error", "-y", "-f"};
+  command.insert(command.end(), input.begin(), input.end());
+  command.push_back(path);
+  if (const auto result = runProgram(command); !result.succeeded()) throw std::runtime_error(result.standardError);
+  return fileBytes(path);
 }
 
 }  // namespace
@@ -75,14 +54,23 @@ std::filesystem::path twoFormatsClip() {
   static const TemporaryDirectory directory;
   const std::filesystem::path path = directory.file("two_formats.mp4");
   if (std::filesystem::exists(path)) return path;
-  const Half first = makeHalf(directory, "white", "256x128");
-  const Half second = makeHalf(directory, "red", "128x128");
-  const std::string type = box("ftyp", "isom" + u32(512) + "isom");
-  const std::string media = box("mdat", first.samples + second.samples);
-  const std::string movie = fullBox("mvhd", u32(0) + u32(0) + u32(25) + u32(2 * pictures) + std::string(80, '\0'));
-  std::ofstream(path, std::ios::binary) << type << media
-                                        << box("moov", movie + trackOf(first, second,
-                                                                       static_cast<std::uint32_t>(type.size()) + 8));
+  std::string formats = u32(2);
+  for (const std::string half : {"white:s=256x128", "red:s=128x128"}) {
+    const std::string clip = made({"lavfi", "-i", "color=c=" + half + ":r=25", "-frames:v", "12", "-c:v", "libx264",
+                                   "-pix_fmt", "yuv420p", "-bf", "0", "-g", "6"},
+                                  directory.file(half.substr(0, half.find(':')) + ".mp4"));
+    formats += contentOf(clip, "stsd").substr(4);
+  }
+  std::ofstream(directory.file("list")) << "file white.mp4\nfile red.mp4\n";
+  std::string bytes = made({"concat", "-auto_convert", "0", "-i", directory.file("list"), "-c", "copy"}, path);
+  // All samples are in one chunk, of the first format.
+  std::size_t second = u32At(contentOf(bytes, "stco"), 4);
+  const std::size_t first = second;
+  for (std::size_t i = 0; i < 12; ++i) second += u32At(contentOf(bytes, "stsz"), 8 + 4 * i);
+  setContent(bytes, "stsd", formats);
+  setContent(bytes, "stsc", u32(2) + u32(1) + u32(12) + u32(1) + u32(2) + u32(12) + u32(2));
+  setContent(bytes, "stco", u32(2) + u32(first) + u32(second));
+  std::ofstream(path, std::ios::binary) << bytes;
   return path;
 }
 
