@@ -55,11 +55,16 @@ double likeness(const Sound& a, const Sound& b, int lag) {
   };
   const auto x = from(a, -lag);
   const auto y = from(b, lag);
-  const auto product = [count = std::min(x.size(), y.size())](std::span<const float> p, std::span<const float> q) {
-    return std::inner_product(p.begin(), p.begin() + static_cast<std::ptrdiff_t>(count), q.begin(), 0.0);
-  };
-  const double energy = product(x, x) * product(y, y);
-  return energy > 0 ? product(x, y) / std::sqrt(energy) : 0;
+  double product = 0;
+  double energyX = 0;
+  double energyY = 0;
+  for (std::size_t i = 0; i < std::min(x.size(), y.size()); ++i) {
+    product += static_cast<double>(x[i]) * y[i];
+    energyX += static_cast<double>(x[i]) * x[i];
+    energyY += static_cast<double>(y[i]) * y[i];
+  }
+  const double energy = energyX * energyY;
+  return energy > 0 ? product / std::sqrt(energy) : 0;
 }
 
 Sound Sound::part(double from, double to) const {
