@@ -24,7 +24,7 @@ struct Program {
 };
 
 /// One command of the program. Adding one: a source file in app/commands with a class and a `RegisteredCommand` for it,
-/// and the file's line in app/CMakeLists.txt. Commands that make files derive from `EditingCommand`.
+/// and the file's line in app/CMakeLists.txt. Commands that change clips derive from `StepCommand`.
 class Command {
  public:
   Command() = default;

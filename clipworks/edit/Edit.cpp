@@ -86,25 +86,25 @@ Result<void, Error> needSound(const Edit& edit, const std::string& work) {
   return failed(ErrorCode::noSound, edit.name() + " has no sound track; " + work + " needs one");
 }
 
-CGAffineTransform seenOf(const MediaTrack& media) {
-  const auto& t = media.facts().transform;
-  const CGAffineTransform turn{t[0], t[1], t[2], t[3], t[4], t[5]};
-  const CGPoint corner = boxOf(naturalSizeOf(media), turn).origin;
-  return CGAffineTransformConcat(turn, {1, 0, 0, 1, -corner.x, -corner.y});
+CGAffineTransform seenOf(const MediaTrack& media, const CGAffineTransform& transform) {
+  const CGPoint corner = boxOf(naturalSizeOf(media), transform).origin;
+  return CGAffineTransformConcat(transform, {1, 0, 0, 1, -corner.x, -corner.y});
 }
 
 void draw(EditState& state, const CGAffineTransform& map, const CGSize& size) {
   state.pictures->forEach([&](MediaSegment& segment) {
     if (segment.mediaTrack != nullptr)
-      segment.place = CGAffineTransformConcat(segment.place.value_or(seenOf(*segment.mediaTrack)), map);
+      segment.place =
+          CGAffineTransformConcat(segment.place.value_or(seenOf(*segment.mediaTrack, state.transform)), map);
   });
   state.canvas = size;
-  // Turned all the way round, say: nothing needs to be drawn.
+  // Turned all the way round, say: nothing needs to be drawn, unless that also makes clips look alike.
   const auto& segments = state.pictures->segments();
   const bool isAsRecorded = std::all_of(segments.begin(), segments.end(), [&](const MediaSegment& segment) {
     if (segment.mediaTrack == nullptr) return true;
-    const CGSize seen = boxOf(naturalSizeOf(*segment.mediaTrack), seenOf(*segment.mediaTrack)).size;
-    return *segment.place == seenOf(*segment.mediaTrack) && seen.width == size.width && seen.height == size.height;
+    const CGAffineTransform recorded = seenOf(*segment.mediaTrack, state.transform);
+    return segment.mediaTrack.get() == firstMedia(*state.pictures) && *segment.place == recorded &&
+           boxOf(naturalSizeOf(*segment.mediaTrack), recorded).size == size;
   });
   if (!isAsRecorded) return;
   state.canvas.reset();

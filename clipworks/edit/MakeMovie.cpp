@@ -105,7 +105,10 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
   job.fileLengthLimit = options.mostBytes;
   job.existing = engineExisting(options.existing);
   job.isStrict = options.isStrict;
+  const bool isEncoded = job.pictures && !job.pictures->copy;
   const std::int64_t mostBytes = edit.state().wanted.mostBytes;
+  const bool mayTryTwice = mostBytes > 0 && isEncoded;
+  if (mostBytes > 0 && !isEncoded) job.fileLengthLimit = mostBytes;
   if (options.threads > 0) job.limitThreads(options.threads);
   ProgressTeller progress(options, encodes ? "encoding" : "copying");
   const auto runOnce = [&](engine::ExportJob once, double from, double to) {
@@ -121,8 +124,8 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
     });
   };
   SizeTrial trial(mostBytes);
-  if (mostBytes > 0) job.accepts = [&trial](std::int64_t bytes) { return trial.accepts(bytes); };
-  auto report = runOnce(job, 0, mostBytes > 0 ? 0.5 : 1);
+  if (mayTryTwice) job.accepts = [&trial](std::int64_t bytes) { return trial.accepts(bytes); };
+  auto report = runOnce(job, 0, mayTryTwice ? 0.5 : 1);
   if (!report && trial.wantsAnother()) {
     job.pictures->encoder.averageBitRate =
         trial.nextRate(job.pictures->encoder.averageBitRate, planned->length.seconds());

@@ -100,26 +100,22 @@ class Screen {
   std::vector<std::shared_ptr<const MediaTrack>> tracks_;  // of its runs; null for black
 };
 
-/// A still of what is seen as the edit's canvas shows it.
-engine::Expected<Still> drawn(const Still& seen, const CGAffineTransform& place, const CGAffineTransform& seenOfMedia,
-                              const CGSize& canvas) {
-  const auto [a, b, c, d, tx, ty] =
-      engine::inverseOf({seenOfMedia.a, seenOfMedia.b, seenOfMedia.c, seenOfMedia.d, seenOfMedia.tx, seenOfMedia.ty});
-  const CGAffineTransform map = CGAffineTransformConcat({a, b, c, d, tx, ty}, place);
-  const engine::AffineMap onto{map.a, map.b, map.c, map.d, map.tx, map.ty};
+/// A still of a picture, by its natural size, as the edit's canvas shows it.
+engine::Expected<Still> drawn(const Still& natural, const CGAffineTransform& place, const CGSize& canvas) {
+  const engine::AffineMap onto{place.a, place.b, place.c, place.d, place.tx, place.ty};
   const int width = static_cast<int>(std::lround(canvas.width));
   const int height = static_cast<int>(std::lround(canvas.height));
-  const auto format = static_cast<AVPixelFormat>(seen->frame->format);
-  const bool isScaled = std::hypot(map.a, map.b) != 1 || std::hypot(map.c, map.d) != 1;
+  const auto format = static_cast<AVPixelFormat>(natural->frame->format);
+  const bool isScaled = std::hypot(onto.a, onto.b) != 1 || std::hypot(onto.c, onto.d) != 1;
   engine::PictureFitter fitter(width, height);
   engine::PictureRenderer renderer(width, height, format);
-  const bool isFitted = isScaled && width % 2 == 0 && height % 2 == 0 && fitter.covers(*seen->frame, onto);
+  const bool isFitted = isScaled && width % 2 == 0 && height % 2 == 0 && fitter.covers(*natural->frame, onto);
   std::vector<engine::PictureLayer> layers;
-  layers.push_back({engine::shareFrame(seen->frame), onto, 1});
-  auto frame = isFitted ? fitter.fit(seen->frame, onto, format) : renderer.render(layers);
+  layers.push_back({engine::shareFrame(natural->frame), onto, 1});
+  auto frame = isFitted ? fitter.fit(natural->frame, onto, format) : renderer.render(layers);
   if (!frame) return tl::make_unexpected(frame.error());
   return std::make_shared<const engine::StillImage>(
-      engine::StillImage{std::move(*frame), seen->metadata, seen->isDithered});
+      engine::StillImage{std::move(*frame), natural->metadata, natural->isDithered});
 }
 
 engine::Expected<std::vector<std::uint8_t>> encoded(const engine::StillImage& still, StillFormat format) {
@@ -148,7 +144,8 @@ ImageSource sourceOf(const EditState& state, const Screen& screen, std::shared_p
   const auto& segments = state.pictures->segments();
   const auto first = std::find_if(segments.begin(), segments.end(), [](const auto& s) { return s.mediaTrack; });
   const auto& facts = first->mediaTrack->facts();
-  return {screen.timeline(), state.transform, {facts.naturalWidth, facts.naturalHeight}, std::move(damaged)};
+  const CGSize black = state.canvas.value_or(CGSize{facts.naturalWidth, facts.naturalHeight});
+  return {screen.timeline(), state.transform, black, std::move(damaged)};
 }
 
 }  // namespace
@@ -156,18 +153,21 @@ ImageSource sourceOf(const EditState& state, const Screen& screen, std::shared_p
 struct Stills::Taking {
   Taking(const Edit& of, const Screen& screen, std::vector<ScreenPicture> pictures)
       : edit(of), shown(std::move(pictures)), source(sourceOf(of.state(), screen, damaged)) {
-    settings.isUpright = true;
+    settings.isUpright = !of.state().canvas;  // else its place on the canvas says how it is turned
     settings.tolerance = {kCMTimeZero, kCMTimeZero};
     if (shown.size() == 1) settings.cacheLimit = 0;  // those on the way to it need not stay
   }
 
-  engine::Expected<Still> asShown(Still seen, const ScreenPicture& picture) const {
+  /// The same media may lie in several places: the segment is the one on screen at `time`.
+  engine::Expected<Still> asShown(Still taken, const ScreenPicture& picture, const CMTime& time) const {
     const auto& state = edit.state();
-    if (!state.canvas || picture.media == nullptr) return seen;
-    const auto& segments = state.pictures->segments();
-    const auto drawnBy = std::find_if(segments.begin(), segments.end(),
-                                      [&](const auto& segment) { return segment.mediaTrack == picture.media; });
-    return drawn(seen, *drawnBy->place, seenOf(*picture.media), *state.canvas);
+    if (!state.canvas || picture.media == nullptr) return taken;
+    const MediaSegment* drawnBy = nullptr;
+    for (const MediaSegment& segment : state.pictures->segments()) {
+      if (drawnBy != nullptr && segment.target.start > time) break;
+      if (segment.mediaTrack == picture.media) drawnBy = &segment;
+    }
+    return drawn(taken, *drawnBy->place, *state.canvas);
   }
 
   [[nodiscard]] Error because(const CMTime& at, Error why) const {
@@ -218,7 +218,7 @@ Result<Still, Error> Stills::take(std::size_t i, const std::stop_token& stop) {
   }
   const auto image = taking_->source.image(shown[i], upcoming, taking_->settings, stop);
   if (!image) return failure(taking_->because(times_[i], fromPlatform(image.error())));
-  auto still = taking_->asShown((*image)->still(), shown[i]);
+  auto still = taking_->asShown((*image)->still(), shown[i], times_[i]);
   if (!still) return failure(taking_->because(times_[i], fromEngine(still.error())));
   return std::move(*still);
 }

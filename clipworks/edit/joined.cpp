@@ -52,8 +52,8 @@ void fitOnto(EditState& state, const CGSize& seen, const CGSize& size, bool fill
   if (state.canvas) return;
   // Nothing would have to be drawn, but for the clips beside it.
   state.canvas = size;
-  state.pictures->forEach([](MediaSegment& segment) {
-    if (segment.mediaTrack != nullptr) segment.place = seenOf(*segment.mediaTrack);
+  state.pictures->forEach([&state](MediaSegment& segment) {
+    if (segment.mediaTrack != nullptr) segment.place = seenOf(*segment.mediaTrack, state.transform);
   });
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include <clipworks/edit/Chain.h>
+#include <clipworks/edit/TakePicture.h>
 #include <tests/support/BarCodeClip.h>
 #include <tests/support/MediaJudge.h>
 #include <tests/support/RunProgram.h>
@@ -82,6 +83,26 @@ TEST(Joined, KeepsWhatIsCodedAlikeAndBringsTheRestToOneLook) {
   const Sound heard = judge.sound();
   for (const auto& [time, second] : std::vector<std::pair<double, int>>{{1.5, 1}, {2.5, -1}, {3.5, 0}, {5.5, 1}})
     EXPECT_EQ(toneSecondAt(heard, time), second) << time;
+}
+
+TEST(Joined, ShowsItsPicturesBeforeItIsAMovie) {
+  const TemporaryDirectory directory;
+  const BarCodeClip onItsSide({.width = 180, .height = 320, .rotation = 90});
+  const auto joined = Chain(BarCodeClip().path()).join(onItsSide.path()).edit();
+  const auto turned = turnedByHeader(*Edit::open(BarCodeClip().path()), Turn::right);
+  const auto cropped = clipworks::cropped(*turned, {0, 0, 180, 320});
+  const auto seenOf = [&](const Edit& edit, double time) {
+    const auto taken = takePictures(edit, {{exactSeconds(time), directory.file("a.png")}},
+                                    {.format = StillFormat::png, .existing = ExistingFile::replaced});
+    return MediaJudge(taken->paths.front()).pictures().front();
+  };
+  const auto expect = [](const SeenPicture& picture, int quarterTurns) {
+    EXPECT_EQ(picture.number, 15);
+    EXPECT_EQ(picture.orientation, (Orientation{false, quarterTurns}));
+  };
+  expect(seenOf(*joined, 0.5), 0);
+  expect(seenOf(*joined, 2.5), 1);
+  expect(seenOf(*cropped, 0.5), 1);
 }
 
 TEST(Joined, GivesTheColoursOfTheFirst) {

@@ -18,8 +18,8 @@ class PictureFitter {
   /// Whether `map`, from the picture to the canvas, scales along the axes and leaves no part of the canvas bare.
   [[nodiscard]] bool covers(const AVFrame& picture, const AffineMap& map) const;
 
-  /// `picture`, which covers the canvas under `map`, as pixels of `format`, in other colours where
-  /// `change` says so, with its own properties else. Fails with
+  /// `picture`, which covers the canvas under `map`, as pixels of `format`, with its own properties but for the
+  /// colours that `change` gives it. Fails with
   /// `unsupported` for kinds that are not resampled.
   [[nodiscard]] Expected<Frame> fit(const Frame& picture, const AffineMap& map, AVPixelFormat format,
                                     const ColourChange& change = {});
