@@ -122,6 +122,9 @@ void CommandLine::addOptions(Part& part) {
       });
   parser.add_flag("--strip-metadata", options_.stripMetadata,
                   "Leave out the date, place and device of the recording,\nwhich are kept otherwise");
+  parser.add_flag(
+      "--clean", options_.clean,
+      "Leave nothing in the file that is not shown: encode the\ngroups of pictures that a cut goes through");
   parser.add_flag("--strict", options_.strict,
                   "Fail where pictures of an input are damaged, instead of\nshowing what could be decoded");
   parser.set_version_flag("--version", "clipworks " CLIPWORKS_VERSION, "Print the version");

@@ -33,6 +33,9 @@ struct PlanOptions {
   CodecChoice codec = CodecChoice::automatic;
   /// Whether the date, place and device of the recording are kept.
   bool keepsMetadata = true;
+  /// Whether pictures that are not shown may stay in the file, hidden, where a part of a clip begins inside a group of
+  /// pictures; else those that are shown of that group are encoded.
+  bool hidesPictures = true;
 };
 
 /// A part of a planned track.
@@ -65,9 +68,11 @@ struct PlannedTrack {
   int width = 0;  ///< of pictures, in pixels as they are coded
   int height = 0;
   std::int64_t pictures = 0;  ///< how many are shown, copies of the same one too
-  int sampleRate = 0;         ///< of sound, in hertz
-  int channels = 0;           ///< of sound
-  std::int64_t bitRate = 0;   ///< bits a second that are asked for; 0: constant quality, or copied
+  /// Of them, how many are encoded: where not all can be copied, those at cuts, or of clips that are drawn.
+  std::int64_t encodedPictures = 0;
+  int sampleRate = 0;        ///< of sound, in hertz
+  int channels = 0;          ///< of sound
+  std::int64_t bitRate = 0;  ///< bits a second that are asked for; 0: constant quality, or copied
   /// Of pictures one list, of sound one for each that is mixed.
   std::vector<std::vector<PlannedStretch>> stretches;
 };

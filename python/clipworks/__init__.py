@@ -181,9 +181,9 @@ class Clip:
         """
         return self._then("join", [other._edit for other in others], size, fill)
 
-    def plan(self, *, codec: Codec = "auto") -> dict[str, Any]:
+    def plan(self, *, codec: Codec = "auto", clean: bool = False) -> dict[str, Any]:
         """What `save` would do: length, tracks with their stretches, what is copied and why not, what is left out."""
-        return json.loads(_tell(self._edit.plan, _member(_clipworks.Codec, "codec", codec)))
+        return json.loads(_tell(self._edit.plan, _member(_clipworks.Codec, "codec", codec), clean))
 
     def save(
         self,
@@ -192,16 +192,18 @@ class Clip:
         overwrite: bool = False,
         codec: Codec = "auto",
         strip_metadata: bool = False,
+        clean: bool = False,
         strict: bool = False,
         progress: OnProgress | None = None,
     ) -> Path:
         """Makes the movie, and returns its path. A file of that name is an `Error` unless `overwrite` is given.
 
+        `clean`: nothing that is not shown stays in the file; the groups of pictures that a cut goes through are encoded.
         The other keywords are those of `Options`.
         """
         existing = _clipworks.ExistingFile.replaced if overwrite else _clipworks.ExistingFile.refused
         os.stat(Path(path).parent)
-        return self._make(path, existing, codec, strip_metadata, strict, progress)
+        return self._make(path, existing, codec, strip_metadata, clean, strict, progress)
 
     def frame(
         self,
@@ -257,9 +259,11 @@ class Clip:
     def _then(self, step: str, *arguments: Any) -> "Clip":
         return Clip(_tell(getattr(self._edit, step), *arguments))
 
-    def _make(self, path, existing, codec="auto", strip_metadata=False, strict=False, progress=None) -> Path:
-        codec = _member(_clipworks.Codec, "codec", codec)
-        made = _tell(_clipworks.make_movie, self._edit, _path(path), existing, codec, not strip_metadata, strict, progress)
+    def _make(
+        self, path, existing, codec="auto", strip_metadata=False, clean=False, strict=False, progress=None
+    ) -> Path:
+        options = (_member(_clipworks.Codec, "codec", codec), not strip_metadata, clean, strict)
+        made = _tell(_clipworks.make_movie, self._edit, _path(path), existing, *options, progress)
         return _warned(*made)[0]
 
     def _take(self, wanted, format, existing, strip_metadata, strict, progress) -> list[Path]:
