@@ -122,6 +122,11 @@ void CommandLine::addOptions(Part& part) {
       });
   parser.add_flag("--strip-metadata", options_.stripMetadata,
                   "Leave out the date, place and device of the recording,\nwhich are kept otherwise");
+  parser.add_flag_callback(
+      "--verify", [this] { options_.verification = Verification::always; },
+      "Decode each result once and compare it with its plan; done\nby itself where pictures are copied in pieces");
+  parser.add_flag_callback(
+      "--no-verify", [this] { options_.verification = Verification::never; }, "Do not, even there");
   parser.add_flag(
       "--clean", options_.clean,
       "Leave nothing in the file that is not shown: encode the\ngroups of pictures that a cut goes through");

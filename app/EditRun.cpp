@@ -180,6 +180,7 @@ class EditRun {
   Outcome makeOne(Item& item, double from, double to) {
     MovieOptions options;
     options.plan = planOptions();
+    options.verification = options_.verification;
     options.existing = existing();
     options.isStrict = options_.strict;
     options.stop = interruption_.token();

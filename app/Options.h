@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <optional>
 
+#include <clipworks/edit/MakeMovie.h>
 #include <clipworks/edit/Plan.h>
 
 namespace clipworks::app {
@@ -28,6 +29,8 @@ struct Options {
   bool strict = false;
   /// Results carry no date, place and device of the recording.
   bool stripMetadata = false;
+  /// Whether results are compared with their plans.
+  Verification verification = Verification::automatic;
   /// Nothing that is not shown stays in a movie.
   bool clean = false;
 };

@@ -196,9 +196,11 @@ struct Made {
 };
 
 py::tuple makeMovieOf(const Edit& edit, const std::filesystem::path& path, ExistingFile existing, CodecChoice codec,
-                      bool keepsMetadata, bool isClean, bool isStrict, py::object onProgress) {
+                      bool keepsMetadata, bool isClean, std::optional<bool> verifies, bool isStrict,
+                      py::object onProgress) {
   Work work(std::move(onProgress));
   MovieOptions options;
+  if (verifies) options.verification = *verifies ? Verification::always : Verification::never;
   options.plan = {codec, keepsMetadata, !isClean};
   options.existing = existing;
   options.isStrict = isStrict;

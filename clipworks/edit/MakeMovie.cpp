@@ -91,6 +91,18 @@ std::int64_t picturesOf(const MovieReport& report) {
   return pictures;
 }
 
+/// Copied, but not as one piece.
+bool copiesPieces(const engine::PictureJob& job) {
+  const auto& runs = job.runs;
+  return job.copiesAny() &&
+         (runs.size() > 1 || !runs.front().hiddenBefore.empty() || !runs.front().hiddenAfter.empty());
+}
+
+bool wantsVerification(const engine::ExportJob& job, Verification wanted) {
+  if (wanted != Verification::automatic) return wanted == Verification::always;
+  return job.pictures && copiesPieces(*job.pictures);
+}
+
 Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& path, const MovieOptions& options,
                                 std::exception_ptr& thrownByProgress) {
   if (options.stop.stop_requested()) return failed(ErrorCode::cancelled, "cancelled");
@@ -105,6 +117,7 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
   job.fileLengthLimit = options.mostBytes;
   job.existing = engineExisting(options.existing);
   job.isStrict = options.isStrict;
+  job.verifies = wantsVerification(job, options.verification);
   const bool isEncoded = job.pictures && !job.pictures->copiesAll();
   const std::int64_t mostBytes = edit.state().wanted.mostBytes;
   const bool mayTryTwice = mostBytes > 0 && isEncoded;
@@ -142,7 +155,8 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
                    std::move(planned->remarks),
                    {},
                    planned->length,
-                   report->bytes};
+                   report->bytes,
+                   job.verifies};
   if (report->damaged != nullptr) made.damaged = damagedMediaIn(*report->damaged);
   return made;
 }

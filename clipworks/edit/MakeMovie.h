@@ -32,9 +32,19 @@ enum class ExistingFile {
   numbered,  ///< it stays, and the new one gets a number: "clip-2.mp4"
 };
 
+/// Whether a finished movie is compared with its plan before it gets its name: it is read and decoded once, its count
+/// and times of pictures, the first and the last picture of every stretch, and the length of its sound are checked.
+enum class Verification {
+  automatic,  ///< where pictures are copied in pieces: cut, hidden, beside encoded ones, of several clips
+  always,
+  never,
+};
+
 /// How a movie is made.
 struct MovieOptions {
   PlanOptions plan{};
+  /// A difference is a failure, `internal`, that leaves no file.
+  Verification verification = Verification::automatic;
   ExistingFile existing = ExistingFile::refused;
   /// Whether damaged pictures of an input are a failure; else what could be decoded is shown.
   bool isStrict = false;
@@ -57,6 +67,7 @@ struct MovieReport {
   std::vector<DamagedMedia> damaged;  ///< files whose pictures could not be decoded whole, where they were encoded
   CMTime length;
   std::int64_t bytes = 0;
+  bool isVerified = false;  ///< it was compared with its plan
 };
 
 /// Makes the movie at `path`: MP4, for ".mov" QuickTime, for ".m4a" sound alone. Works on the caller's thread and

@@ -54,10 +54,21 @@ bool playsBackwards(const EditState& state) {
                                        [](const MediaSegment& segment) { return segment.backwards; });
 }
 
+/// Whether pictures of the first source with any come as they are coded.
+bool showsUndrawn(const EditState& state) {
+  if (!state.canvas || !state.pictures) return true;
+  const auto& segments = state.pictures->segments();
+  const auto first = std::find_if(segments.begin(), segments.end(), [](const auto& s) { return s.mediaTrack; });
+  if (first == segments.end()) return false;
+  const auto& facts = first->mediaTrack->facts();
+  return first->place == CGAffineTransformIdentity && *state.canvas == CGSize{facts.naturalWidth, facts.naturalHeight};
+}
+
 engine::VideoCodec codecOf(const EditState& state, CodecChoice choice) {
   if (choice == CodecChoice::h264) return engine::VideoCodec::h264;
   if (choice == CodecChoice::hevc) return engine::VideoCodec::hevc;
-  return isHEVC(state) && !state.canvas && !playsBackwards(state) ? engine::VideoCodec::hevc : engine::VideoCodec::h264;
+  return isHEVC(state) && showsUndrawn(state) && !playsBackwards(state) ? engine::VideoCodec::hevc
+                                                                        : engine::VideoCodec::h264;
 }
 
 ExportPreset presetOf(const EditState& state, const PlanOptions& options) {

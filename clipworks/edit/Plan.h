@@ -20,9 +20,8 @@ struct ExportJob;
 
 /// The codec of pictures that are encoded.
 enum class CodecChoice {
-  /// HEVC where the first file is HEVC and its pictures are neither drawn nor turned round, so that what is right
-  /// already
-  /// is copied; else H.264.
+  /// HEVC where the first file is HEVC and its pictures come as they are coded, not drawn nor backwards, so that they
+  /// can be copied; else H.264.
   automatic,
   h264,
   hevc,

@@ -193,17 +193,20 @@ class Clip:
         codec: Codec = "auto",
         strip_metadata: bool = False,
         clean: bool = False,
+        verify: bool | None = None,
         strict: bool = False,
         progress: OnProgress | None = None,
     ) -> Path:
         """Makes the movie, and returns its path. A file of that name is an `Error` unless `overwrite` is given.
 
         `clean`: nothing that is not shown stays in the file; the groups of pictures that a cut goes through are encoded.
+        `verify`: whether it is decoded once and compared with its plan, where a difference is an `Error`; when not given,
+        where pictures are copied in pieces.
         The other keywords are those of `Options`.
         """
         existing = _clipworks.ExistingFile.replaced if overwrite else _clipworks.ExistingFile.refused
         os.stat(Path(path).parent)
-        return self._make(path, existing, codec, strip_metadata, clean, strict, progress)
+        return self._make(path, existing, codec, strip_metadata, clean, verify, strict, progress)
 
     def frame(
         self,
@@ -260,9 +263,9 @@ class Clip:
         return Clip(_tell(getattr(self._edit, step), *arguments))
 
     def _make(
-        self, path, existing, codec="auto", strip_metadata=False, clean=False, strict=False, progress=None
+        self, path, existing, codec="auto", strip_metadata=False, clean=False, verify=None, strict=False, progress=None
     ) -> Path:
-        options = (_member(_clipworks.Codec, "codec", codec), not strip_metadata, clean, strict)
+        options = (_member(_clipworks.Codec, "codec", codec), not strip_metadata, clean, verify, strict)
         made = _tell(_clipworks.make_movie, self._edit, _path(path), existing, *options, progress)
         return _warned(*made)[0]
 

@@ -153,6 +153,7 @@ struct ExportJob {
   std::int64_t fileLengthLimit = 0;  ///< bytes; 0 is no limit
   OutputFile::Existing existing = OutputFile::Existing::kept;
   bool isStrict = false;  ///< damaged pictures are a failure
+  bool verifies = false;  ///< the file is read and decoded once, and compared with this job, before it gets its name
   /// Whether a file of so many bytes will do; one that does not is removed, and the run ends with `lengthLimit`. On the
   /// thread of the run.
   std::function<bool(std::int64_t bytes)> accepts{};

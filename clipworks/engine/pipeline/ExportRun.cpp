@@ -2,12 +2,14 @@
 
 #include <algorithm>
 #include <optional>
+#include <string>
 
 #include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/engine/output/MovieWriter.h>
 #include <clipworks/engine/pipeline/CodedPictures.h>
 #include <clipworks/engine/pipeline/CodedSound.h>
 #include <clipworks/engine/pipeline/PictureTrackWriter.h>
+#include <clipworks/engine/pipeline/Verification.h>
 
 namespace clipworks::engine {
 namespace {
@@ -78,8 +80,25 @@ void ExportRun::report(double share) {
   if (now > progress()) progress_.store(now, std::memory_order_relaxed);
 }
 
+bool ExportRun::isCancelled() {
+  const std::lock_guard lock(mutex_);
+  return cancelled_;
+}
+
+/// Reads what was written through the file's descriptor, since it has no name yet.
+Expected<void> ExportRun::verifyFile() {
+  auto written = MediaFile::open("/proc/self/fd/" + std::to_string(file_->handle().descriptor()));
+  auto verified = written ? verify(*written, job_, [this] { return isCancelled(); })
+                          : tl::make_unexpected(std::move(written.error()));
+  if (verified || verified.error().kind == ErrorKind::cancelled) return verified;
+  return failed(ErrorKind::internal, file_->name() + " did not become what was planned: " + verified.error().sentence);
+}
+
 Expected<ExportReport> ExportRun::run(const OnProgress& onProgress) {
   auto report = write(onProgress);
+  if (report && job_.verifies) {
+    if (auto verified = verifyFile(); !verified) report = tl::make_unexpected(verified.error());
+  }
   {
     const std::lock_guard lock(mutex_);
     if (pictures_) pictures_->abandon();

@@ -56,6 +56,8 @@ class ExportRun {
 
  private:
   Expected<ExportReport> write(const OnProgress& onProgress);
+  Expected<void> verifyFile();
+  bool isCancelled();
   void report(double share);
 
   const ExportJob job_;
