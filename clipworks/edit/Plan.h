@@ -54,7 +54,7 @@ struct PlannedStretch {
 /// A track of the new movie.
 struct PlannedTrack {
   /// What it holds.
-  enum class Kind { pictures, sound };
+  enum class Kind { pictures, sound, data };
   Kind kind = Kind::pictures;
   /// Coded samples as they are; else encoded.
   bool isCopied = false;
@@ -67,8 +67,11 @@ struct PlannedTrack {
   std::int64_t pictures = 0;  ///< how many are shown, copies of the same one too
   int sampleRate = 0;         ///< of sound, in hertz
   int channels = 0;           ///< of sound
+  std::string holds;          ///< of data: "timed metadata", "time code", "subtitles"
+  std::string format;         ///< of data, its four characters: "mebx", "tmcd", "tx3g"
+  std::int64_t samples = 0;   ///< of data
   std::int64_t bitRate = 0;   ///< bits a second that are asked for; 0: constant quality, or copied
-  /// Of pictures one list, of sound one for each that is mixed.
+  /// Of pictures one list, of sound one for each that is mixed; data is cut as the pictures are, and has none.
   std::vector<std::vector<PlannedStretch>> stretches;
 };
 
@@ -93,7 +96,7 @@ struct CLIPWORKS_API Plan {
   std::int64_t memory = 0;
   /// The same as text for people, some lines.
   [[nodiscard]] std::string text() const;
-  /// The same as one line of JSON; see docs/program.md for its keys.
+  /// The same as one line of JSON.
   [[nodiscard]] std::string json() const;
 
   /// Within the core: what the engine will do.
