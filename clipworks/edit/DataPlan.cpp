@@ -27,7 +27,6 @@ namespace clipworks {
 namespace {
 
 using engine::DataJob;
-using engine::DataPlacement;
 using engine::DataTrack;
 using engine::fourCC;
 
@@ -174,6 +173,7 @@ std::int32_t timescaleOf(const std::vector<const UsedTrack*>& parts) {
   for (const UsedTrack* part : parts) {
     for (const Piece& piece : part->pieces) {
       refine(piece.target.start.timescale);
+      refine(piece.target.duration.timescale);
       refine(piece.media.start.timescale);
     }
   }
@@ -249,7 +249,8 @@ class JobMaker {
     }
     // Where a time was rounded, the same run may be a tick shorter elsewhere.
     if (end - start <= job_.runs[known->second].samples.back().time) return "";
-    if (auto flaw = fillUpTo(start); !flaw.empty()) return flaw;
+    const std::uint32_t description = job_.runs[known->second].samples.front().description;
+    if (auto flaw = fillUpTo(start, description); !flaw.empty()) return flaw;
     job_.placements.push_back({static_cast<std::uint32_t>(known->second), start, end});
     return "";
   }
@@ -291,14 +292,12 @@ class JobMaker {
     run.own.insert(run.own.end(), bytes.begin(), bytes.end());
   }
 
-  /// Between two pieces there is a sample that says nothing, since players take a hole in the middle of an edit list
-  /// wrong. No time code says nothing: there is a hole all the same.
-  std::string fillUpTo(std::int64_t start) {
-    if (job_.placements.empty() || job_.format.handler == fourCC("tmcd")) return "";
-    const DataPlacement before = job_.placements.back();
-    if (before.end >= start) return "";
-    if (start - before.end > UINT32_MAX) return "it would have a hole that is longer than a sample can be";
-    const std::uint32_t description = job_.runs[before.run].samples.back().description;
+  /// Up to a piece there is a sample that says nothing, since players take holes in an edit list wrong: those in its
+  /// middle, and the length of what comes behind one at its start. No time code says nothing: there the hole stays.
+  std::string fillUpTo(std::int64_t start, std::uint32_t description) {
+    const std::int64_t end = job_.placements.empty() ? 0 : job_.placements.back().end;
+    if (end >= start || job_.format.handler == fourCC("tmcd")) return "";
+    if (start - end > UINT32_MAX) return "it would have a hole that is longer than a sample can be";
     auto known = fillers_.find(description);
     if (known == fillers_.end()) {
       engine::DataRun run{nullptr, {{0, 0, description, 0}}};
@@ -306,7 +305,7 @@ class JobMaker {
       known = fillers_.emplace(description, job_.runs.size()).first;
       job_.runs.push_back(std::move(run));
     }
-    job_.placements.push_back({static_cast<std::uint32_t>(known->second), before.end, start});
+    job_.placements.push_back({static_cast<std::uint32_t>(known->second), end, start});
     return "";
   }
 
