@@ -120,8 +120,12 @@ void CommandLine::addOptions(Part& part) {
       ->check([](const std::string& name) {
         return codecNames.contains(name) ? "" : "takes auto, h264 or hevc, not \"" + name + "\"";
       });
-  parser.add_flag("--strip-metadata", options_.stripMetadata,
-                  "Leave out the date, place and device of the recording,\nwhich are kept otherwise");
+  parser.add_flag(
+      "--strip-metadata", options_.stripMetadata,
+      "Leave out the date, place and device of the recording,\nand its data tracks, which are kept otherwise");
+  parser.add_flag(
+      "--clean", options_.clean,
+      "Leave nothing in the file that is not shown: encode the\ngroups of pictures that a cut goes through");
   parser.add_flag("--strict", options_.strict,
                   "Fail where pictures of an input are damaged, instead of\nshowing what could be decoded");
   parser.set_version_flag("--version", "clipworks " CLIPWORKS_VERSION, "Print the version");

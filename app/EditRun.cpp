@@ -83,7 +83,7 @@ class EditRun {
     return failure(failureOf(edit.error()));
   }
 
-  [[nodiscard]] PlanOptions planOptions() const { return {options_.codec, !options_.stripMetadata}; }
+  [[nodiscard]] PlanOptions planOptions() const { return {options_.codec, !options_.stripMetadata, !options_.clean}; }
 
   Outcome tellPlans() {
     reporter_.keepEventsOff();

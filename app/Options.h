@@ -28,6 +28,8 @@ struct Options {
   bool strict = false;
   /// Results carry no date, place and device of the recording.
   bool stripMetadata = false;
+  /// Nothing that is not shown stays in a movie.
+  bool clean = false;
 };
 
 }  // namespace clipworks::app

@@ -196,10 +196,10 @@ struct Made {
 };
 
 py::tuple makeMovieOf(const Edit& edit, const std::filesystem::path& path, ExistingFile existing, CodecChoice codec,
-                      bool keepsMetadata, bool isStrict, py::object onProgress) {
+                      bool keepsMetadata, bool isClean, bool isStrict, py::object onProgress) {
   Work work(std::move(onProgress));
   MovieOptions options;
-  options.plan = {codec, keepsMetadata};
+  options.plan = {codec, keepsMetadata, !isClean};
   options.existing = existing;
   options.isStrict = isStrict;
   options.stop = work.token();
@@ -397,8 +397,8 @@ PYBIND11_MODULE(_clipworks, module) {
           Unlocked())
       .def(
           "plan",
-          [](const Edit& edit, CodecChoice codec) {
-            return valueOf(plan(edit, {codec, true})).json();
+          [](const Edit& edit, CodecChoice codec, bool isClean) {
+            return valueOf(plan(edit, {codec, true, !isClean})).json();
           },
           Unlocked());
 

@@ -93,10 +93,17 @@ std::string obstacle(const EditState& state, const engine::PictureJob* pictures,
   return "";
 }
 
+/// Whether pictures of `file` are drawn, rather than shown as they are.
+bool drawsFrom(const engine::PictureJob& pictures, const engine::MediaFile* file) {
+  return std::any_of(pictures.runs.begin(), pictures.runs.end(), [file](const engine::PictureRun& run) {
+    return std::any_of(run.layers.begin(), run.layers.end(), [file](const auto& l) { return l.file.get() == file; });
+  });
+}
+
 /// Why this one cannot; empty where it can.
-std::string obstacleTo(const DataTrack& track, const engine::PictureJob& pictures) {
+std::string obstacleTo(const DataSource& source, const DataTrack& track, const engine::PictureJob& pictures) {
   if (!track.flaw.empty()) return track.flaw;
-  if (pictures.canvas && track.format.handler == fourCC("meta"))
+  if (track.format.handler == fourCC("meta") && drawsFrom(pictures, source.file.get()))
     return "it may tell of places in the pictures, which are drawn anew";
   return "";
 }
@@ -347,7 +354,7 @@ class Planner {
     const std::string ofAll = obstacle(state, pictures, keepsMetadata);
     for (const DataSource& source : sources_) {
       for (const DataTrack& track : source.data.tracks) {
-        const std::string why = ofAll.empty() ? obstacleTo(track, *pictures) : ofAll;
+        const std::string why = ofAll.empty() ? obstacleTo(source, track, *pictures) : ofAll;
         if (!why.empty()) {
           leaveOut(source, track, why);
         } else if (auto used = cut(state, source, track); used.pieces.empty()) {

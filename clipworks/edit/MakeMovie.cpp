@@ -105,7 +105,7 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
   job.fileLengthLimit = options.mostBytes;
   job.existing = engineExisting(options.existing);
   job.isStrict = options.isStrict;
-  const bool isEncoded = job.pictures && !job.pictures->copy;
+  const bool isEncoded = job.pictures && !job.pictures->copiesAll();
   const std::int64_t mostBytes = edit.state().wanted.mostBytes;
   const bool mayTryTwice = mostBytes > 0 && isEncoded;
   if (mostBytes > 0 && !isEncoded) job.fileLengthLimit = mostBytes;

@@ -5,6 +5,7 @@
 #include <exception>
 #include <iterator>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 #include <clipworks/edit/DataPlan.h>
@@ -114,18 +115,12 @@ std::vector<PlannedStretch> stretchesOf(const EditState& state, const ExportTrac
   return stretches;
 }
 
-std::int64_t picturesShown(const engine::PictureJob& job) {
-  std::int64_t count = 0;
-  for (const auto& placement : job.placements)
-    count += static_cast<std::int64_t>(job.runs[placement.run].pictures.size());
-  return count;
-}
-
 /// Of the samples that are copied, each time they play.
 std::int64_t copiedBytes(const engine::PictureJob& job) {
   std::vector<std::int64_t> ofRuns;
   for (const auto& run : job.runs) {
     ofRuns.push_back(0);
+    if (!run.copy) continue;
     const auto table = run.file->pictureTable(run.stream);
     if (!table) continue;
     for (const auto& shown : run.written())
@@ -152,16 +147,16 @@ PlannedTrack pictureTrack(const engine::PictureJob& job, const ExportedTrack& ex
   track.isCopied = exported.copied;
   track.encoder = exported.encoder;
   track.remark = exported.remark;
-  track.pictures = picturesShown(job);
+  std::tie(track.encodedPictures, track.pictures) = job.encodedOfShown();
   track.width = job.encoder.width;
   track.height = job.encoder.height;
   track.bitRate = job.encoder.averageBitRate;
-  if (job.copy) {
-    const auto& first = job.runs.front();
+  if (job.copiesAny()) {
+    const auto& first = *job.firstOfFile();
     track.width = first.file->stream(first.stream).codedWidth;
     track.height = first.file->stream(first.stream).codedHeight;
-    track.bitRate = 0;
-    const std::string hidden = hiddenPart(first);
+    if (track.isCopied) track.bitRate = 0;
+    const std::string hidden = hiddenPart(job.runs[job.placements.front().run]);
     if (!hidden.empty()) track.remark += (track.remark.empty() ? "" : " ") + hidden;
   }
   return track;
@@ -212,7 +207,7 @@ constexpr std::int64_t otherMemory = 128LL << 20;
 
 std::int64_t memoryOf(const engine::ExportJob& job) {
   std::int64_t memory = otherMemory;
-  if (!job.pictures || job.pictures->copy) return memory;
+  if (!job.pictures || job.pictures->copiesAll()) return memory;
   const auto bytesOfPicture = [](int width, int height, int bitDepth) {
     return static_cast<std::int64_t>(width) * height * 3 / 2 * (bitDepth > 8 ? 2 : 1);
   };
@@ -238,7 +233,9 @@ std::int64_t memoryOf(const engine::ExportJob& job) {
 
 Result<Plan, Error> planOf(const EditState& state, const PlanOptions& options) {
   const auto tracks = tracksOf(state);
-  auto planned = planExport(tracks, nullptr, presetOf(state, options), options.keepsMetadata);
+  ExportPreset preset = presetOf(state, options);
+  preset.hidesPictures = options.hidesPictures;
+  auto planned = planExport(tracks, nullptr, preset, options.keepsMetadata);
   if (!planned) return failure(fromPlatform(planned.error()));
   Plan plan;
   plan.length = state.length;

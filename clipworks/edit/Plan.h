@@ -31,8 +31,11 @@ enum class CodecChoice {
 /// What a plan decides by, beside the edit.
 struct PlanOptions {
   CodecChoice codec = CodecChoice::automatic;
-  /// Whether the date, place and device of the recording are kept.
+  /// Whether the date, place and device of the recording are kept, and its data tracks, which may tell as much.
   bool keepsMetadata = true;
+  /// Whether pictures that are not shown may stay in the file, hidden, where a part of a clip begins inside a group of
+  /// pictures; else those that are shown of that group are encoded.
+  bool hidesPictures = true;
 };
 
 /// A part of a planned track.
@@ -65,12 +68,14 @@ struct PlannedTrack {
   int width = 0;  ///< of pictures, in pixels as they are coded
   int height = 0;
   std::int64_t pictures = 0;  ///< how many are shown, copies of the same one too
-  int sampleRate = 0;         ///< of sound, in hertz
-  int channels = 0;           ///< of sound
-  std::string holds;          ///< of data: "timed metadata", "time code", "subtitles"
-  std::string format;         ///< of data, its four characters: "mebx", "tmcd", "tx3g"
-  std::int64_t samples = 0;   ///< of data
-  std::int64_t bitRate = 0;   ///< bits a second that are asked for; 0: constant quality, or copied
+  /// Of them, how many are encoded: where not all can be copied, those at cuts, or of clips that are drawn.
+  std::int64_t encodedPictures = 0;
+  int sampleRate = 0;        ///< of sound, in hertz
+  int channels = 0;          ///< of sound
+  std::string holds;         ///< of data: "timed metadata", "time code", "subtitles"
+  std::string format;        ///< of data, its four characters: "mebx", "tmcd", "tx3g"
+  std::int64_t samples = 0;  ///< of data, those that fill holes too
+  std::int64_t bitRate = 0;  ///< bits a second that are asked for; 0: constant quality, or copied
   /// Of pictures one list, of sound one for each that is mixed; data is cut as the pictures are, and has none.
   std::vector<std::vector<PlannedStretch>> stretches;
 };

@@ -46,7 +46,9 @@ std::string textOf(const PlannedTrack& track) {
   if (track.isCopied) {
     text += ", copied as it is coded";
   } else {
-    text += ", encoded by " + track.encoder +
+    const bool isMixed = isPictures && track.encodedPictures < track.pictures;
+    if (isMixed) text += ", " + std::to_string(track.pictures - track.encodedPictures) + " copied as they are coded";
+    text += (isMixed ? ", the others encoded by " : ", encoded by ") + track.encoder +
             (track.bitRate > 0 ? " at " + std::to_string(track.bitRate / 1000) + " kb/s" : " at constant quality");
   }
   text += "\n";
@@ -96,6 +98,7 @@ ordered_json jsonOf(const PlannedTrack& track) {
   object["copied"] = track.isCopied;
   if (!track.isCopied) {
     object["encoder"] = track.encoder;
+    if (track.kind == PlannedTrack::Kind::pictures) object["encodedPictures"] = track.encodedPictures;
     object["bitRate"] = track.bitRate;
   }
   if (!track.remark.empty()) object["remark"] = track.remark;

@@ -63,7 +63,8 @@ class Options(TypedDict, total=False):
     outputs: the folder for the new file, which must exist; the current one when not given.
     temp: accepted for callers of old; no intermediate files are made.
     codec: for pictures that are encoded; "auto" is HEVC where the clip is HEVC and part of it can be copied, else H.264.
-    strip_metadata: whether the date, place and device of the recording are left out; they are kept otherwise.
+    strip_metadata: whether the date, place and device of the recording, and its data tracks, are left out; they are
+        kept otherwise.
     strict: whether damaged pictures of an input are an `Error`; else what could be decoded is shown, and a
         `RuntimeWarning` tells of it.
     progress: called on the calling thread with rising numbers from 0 to 1; what it raises ends the operation. The last
@@ -181,9 +182,9 @@ class Clip:
         """
         return self._then("join", [other._edit for other in others], size, fill)
 
-    def plan(self, *, codec: Codec = "auto") -> dict[str, Any]:
+    def plan(self, *, codec: Codec = "auto", clean: bool = False) -> dict[str, Any]:
         """What `save` would do: length, tracks with their stretches, what is copied and why not, what is left out."""
-        return json.loads(_tell(self._edit.plan, _member(_clipworks.Codec, "codec", codec)))
+        return json.loads(_tell(self._edit.plan, _member(_clipworks.Codec, "codec", codec), clean))
 
     def save(
         self,
@@ -192,16 +193,18 @@ class Clip:
         overwrite: bool = False,
         codec: Codec = "auto",
         strip_metadata: bool = False,
+        clean: bool = False,
         strict: bool = False,
         progress: OnProgress | None = None,
     ) -> Path:
         """Makes the movie, and returns its path. A file of that name is an `Error` unless `overwrite` is given.
 
+        `clean`: nothing that is not shown stays in the file; the groups of pictures that a cut goes through are encoded.
         The other keywords are those of `Options`.
         """
         existing = _clipworks.ExistingFile.replaced if overwrite else _clipworks.ExistingFile.refused
         os.stat(Path(path).parent)
-        return self._make(path, existing, codec, strip_metadata, strict, progress)
+        return self._make(path, existing, codec, strip_metadata, clean, strict, progress)
 
     def frame(
         self,
@@ -257,9 +260,11 @@ class Clip:
     def _then(self, step: str, *arguments: Any) -> "Clip":
         return Clip(_tell(getattr(self._edit, step), *arguments))
 
-    def _make(self, path, existing, codec="auto", strip_metadata=False, strict=False, progress=None) -> Path:
-        codec = _member(_clipworks.Codec, "codec", codec)
-        made = _tell(_clipworks.make_movie, self._edit, _path(path), existing, codec, not strip_metadata, strict, progress)
+    def _make(
+        self, path, existing, codec="auto", strip_metadata=False, clean=False, strict=False, progress=None
+    ) -> Path:
+        options = (_member(_clipworks.Codec, "codec", codec), not strip_metadata, clean, strict)
+        made = _tell(_clipworks.make_movie, self._edit, _path(path), existing, *options, progress)
         return _warned(*made)[0]
 
     def _take(self, wanted, format, existing, strip_metadata, strict, progress) -> list[Path]:

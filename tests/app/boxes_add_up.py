@@ -149,7 +149,7 @@ def cases(clips):
     narrate = ("--piece", f"{clips['piece']}@0.5:0.8")
     return {
         "loop, copied": (["loop", clips["plain"], "--count", 3], 360, 360, 0, 12, 30, 30),
-        "loop, encoded": (["loop", clips["trimmed"], "--count", 2], 180, 180, 0, 6, 30, 30),
+        "loop, its first group encoded": (["loop", clips["trimmed"], "--count", 2], 180, 180, 0, 6, 30, 30),
         "loop of a late start": (["loop", clips["late"], "--count", 2], 240, 240, 0.5, 9, 240 / 8.5, 30),
         "speed": (["speed", clips["plain"], "--from", 1, "--to", 3.5, "--ratio", 4], 120, 120, 0, 11.5, 120 / 11.5, 30),
         "speed from a trimmed start": (["speed", clips["trimmed"], "--from", 1.5, "--to", 2.5, "--ratio", 2], 90, 120, 0, 4, 30, 30),

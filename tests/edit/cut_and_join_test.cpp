@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -20,40 +21,72 @@ namespace {
 
 struct Cut {
   ClipOptions clip;
-  double from = 0;
-  double to = 0;
-  bool isCopied = true;
+  std::vector<std::pair<double, double>> parts;
+  bool clean = false;
+  std::int64_t leastEncoded = 0;
+  std::int64_t mostEncoded = 0;
 };
+
+/// Times and numbers of the pictures that `parts` of a clip show, one behind the other.
+std::vector<std::pair<double, int>> shownOf(const BarCodeClip& clip,
+                                            const std::vector<std::pair<double, double>>& parts) {
+  std::vector<std::pair<double, int>> shown;
+  double start = 0;
+  for (const auto& [from, to] : parts) {
+    const std::size_t before = shown.size();
+    for (std::size_t i = 0; i < clip.times().size() && clip.times()[i] < to; ++i) {
+      if (clip.times()[i] <= from) shown.resize(before);
+      shown.emplace_back(start + std::max(clip.times()[i] - from, 0.0), static_cast<int>(i));
+    }
+    start += to - from;
+  }
+  return shown;
+}
 
 TEST(Trimmed, IsExactWhereverItIsCut) {
   const TemporaryDirectory directory;
+  const ClipOptions baseline{.frames = 90, .outputArguments = {"-profile:v", "baseline"}};
   const ClipOptions open{.frames = 90, .videoCodec = "libx265", .preset = "ultrafast", .groups = GroupOfPictures::open};
   const ClipOptions irregular{.frameTimes = {0, 90, 150, 390, 400, 410, 700, 1000, 1010}, .timescale = 600};
-  const std::vector<Cut> cuts{{{.frames = 90}, 0.31, 2.77}, {{.frames = 90}, 1, 2}, {open, 0.51, 1.333}, {open, 1.2, 3},
-                              {irregular, 0.2, 1.3},        {irregular, 1.2, 1.6}};
+  const std::vector<Cut> cuts{{{.frames = 90}, {{0.31, 2.77}}},
+                              {{.frames = 90}, {{1, 2}}},
+                              {open, {{0.51, 1.333}}},
+                              {open, {{1.2, 3}}},
+                              {irregular, {{0.2, 1.3}}},
+                              {irregular, {{1.2, 1.6}}},
+                              // Groups of 30: from the cut to the next one, and at most three behind a last whole one.
+                              {{.frames = 90}, {{0.31, 2.77}}, true, 21, 24},
+                              {{.frames = 90}, {{0.31, 1.2}, {0.7, 2.77}}, false, 9, 15},
+                              {baseline, {{0.31, 1.5}, {0.7, 2.77}}, true, 30, 30},
+                              {open, {{0.2, 1.4}, {1.51, 2.9}}, true, 38, 60}};
   for (const Cut& cut : cuts) {
     const BarCodeClip clip(cut.clip);
-    SCOPED_TRACE(clip.path().string() + " from " + std::to_string(cut.from));
+    SCOPED_TRACE(clip.path().string() + " from " + std::to_string(cut.parts.front().first));
     const auto made =
-        Chain(clip.path()).trim(cut.from, cut.to).save(directory.file("a.mp4"), {.existing = ExistingFile::replaced});
+        Chain(clip.path())
+            .trim(cut.parts)
+            .save(directory.file("a.mp4"), {.plan = {.hidesPictures = !cut.clean}, .existing = ExistingFile::replaced});
     ASSERT_TRUE(made) << made.error().sentence;
-    EXPECT_TRUE(made->tracks.front().isCopied) << made->tracks.front().remark;
-    const auto pictures = MediaJudge(made->path).pictures();
-    std::vector<std::pair<double, int>> wanted;
-    for (std::size_t i = 0; i < clip.times().size(); ++i) {
-      const double time = clip.times()[i] - cut.from;
-      if (time <= 0) wanted.assign({{0, static_cast<int>(i)}});
-      if (time > 0 && clip.times()[i] < cut.to) wanted.emplace_back(time, static_cast<int>(i));
-    }
+    EXPECT_GE(made->tracks.front().encodedPictures, cut.leastEncoded) << made->tracks.front().remark;
+    EXPECT_LE(made->tracks.front().encodedPictures, cut.mostEncoded) << made->tracks.front().remark;
+    const MediaJudge judge(made->path);
+    const auto pictures = judge.pictures();
+    const auto wanted = shownOf(clip, cut.parts);
     ASSERT_EQ(pictures.size(), wanted.size());
     for (std::size_t i = 0; i < wanted.size(); ++i) {
       EXPECT_EQ(pictures[i].number, wanted[i].second);
       EXPECT_NEAR(pictures[i].seconds, wanted[i].first, 0.001);
     }
-    EXPECT_NEAR(MediaJudge(made->path).duration(), cut.to - cut.from, 0.001);
-    const Sound sound = MediaJudge(made->path).sound();
-    const Sound source = MediaJudge(clip.path()).sound().part(cut.from, cut.to);
-    EXPECT_NEAR(lagMilliseconds(source, sound).value(), 0, 1);
+    double length = 0;
+    for (const auto& [from, to] : cut.parts) {
+      const Sound source = MediaJudge(clip.path()).sound().part(from, to);
+      EXPECT_NEAR(lagMilliseconds(source, judge.sound().part(length, length + to - from)).value(), 0, 1);
+      length += to - from;
+    }
+    EXPECT_NEAR(judge.duration(), length, 0.001);
+    if (cut.clean) {
+      EXPECT_EQ(judge.codedSamples("video").size(), wanted.size());
+    }
   }
 }
 

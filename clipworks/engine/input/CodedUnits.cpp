@@ -21,6 +21,7 @@ constexpr int filler = 12;
 namespace hevc {
 constexpr int lastNonReference = 8;  // TRAIL_N, TSA_N, STSA_N, RADL_N, RASL_N are even
 constexpr int firstAccessPoint = 16;
+constexpr int brokenWithoutLeading = 18;  // BLA_N_LP
 constexpr int idrWithLeading = 19;
 constexpr int idr = 20;
 constexpr int lastAccessPoint = 21;  // a CRA picture
@@ -136,6 +137,17 @@ bool isDecodingStart(const AVPacket& packet, const AVCodecParameters& parameters
       return unit->type >= hevc::firstAccessPoint && unit->type <= hevc::lastAccessPoint;
   }
   return false;
+}
+
+void startAnew(AVPacket& packet, const AVCodecParameters& parameters) {
+  if (parameters.codec_id != AV_CODEC_ID_HEVC) return;
+  if (av_packet_make_writable(&packet) < 0) throw std::bad_alloc();
+  CodedUnits units(packet, parameters);
+  while (const auto unit = units.next()) {
+    if (unit->type != hevc::lastAccessPoint) continue;
+    std::uint8_t& head = packet.data[unit->payload - packet.data - 2];
+    head = static_cast<std::uint8_t>((head & 0x81) | hevc::brokenWithoutLeading << 1);
+  }
 }
 
 DisposablePictures::DisposablePictures(const AVCodecParameters& parameters)

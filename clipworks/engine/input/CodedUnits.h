@@ -48,6 +48,11 @@ class CodedUnits {
 /// HEVC, since no later picture refers to leading ones (ITU-T H.265, 3.75 and 8.1.3), a closed one of others.
 [[nodiscard]] bool isDecodingStart(const AVPacket& packet, const AVCodecParameters& parameters);
 
+/// Makes an access point of HEVC behind which pictures are left out that are decoded after, but shown before it, one
+/// at which decoding starts anew wherever it stands: of a CRA picture a BLA picture without leading ones (ITU-T H.265,
+/// 7.4.2.2, and table 7-1). What is no CRA picture in the form of `parameters` stays.
+void startAnew(AVPacket& packet, const AVCodecParameters& parameters);
+
 /// Tells the coded pictures that can be left out without changing any other one. For the samples of one track.
 class DisposablePictures {
  public:

@@ -15,6 +15,8 @@ namespace {
 constexpr int longestGroup = 300;
 // One every thirty seconds where each costs as much as all that moves between them.
 constexpr int longestStillGroup = 900;
+/// Pictures that are decoded ahead of their turn with the encoders' usual options.
+constexpr int usualDepth = 2;
 
 AVPixelFormat pixelFormatFor(const VideoEncoderSettings& settings) {
   return settings.codec == VideoCodec::hevc && settings.bitDepth > 8 ? AV_PIX_FMT_YUV420P10 : AV_PIX_FMT_YUV420P;
@@ -119,12 +121,24 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
   } else {
     setQuality(settings.quality, context);
   }
+  const int depth = settings.amongCopies ? std::min(settings.amongCopies->reorderDepth, usualDepth) : usualDepth;
   if (settings.codec == VideoCodec::h264) {
-    av_opt_set(own, "profile", "high", 0);
+    const int profile = settings.amongCopies ? settings.amongCopies->profile : FF_PROFILE_H264_HIGH;
+    av_opt_set(own, "profile",
+               profile == FF_PROFILE_H264_BASELINE ? "baseline"
+               : profile == FF_PROFILE_H264_MAIN   ? "main"
+                                                   : "high",
+               0);
+    if (depth == 0) context.max_b_frames = 0;
+    if (depth == 1) av_opt_set(own, "b-pyramid", "none", 0);
+    if (settings.amongCopies) {
+      av_opt_set(own, "x264-params", ("sps-id=" + std::to_string(settings.amongCopies->parameterSetNumber)).c_str(), 0);
+    }
   } else {
     // Closed groups: a repeated run may follow any other. With bidirectional pictures that serve as references, two are
     // decoded ahead of their turn at most.
-    const std::string parameters = "log-level=none:open-gop=0:repeat-headers=0:bframes=4:b-pyramid=1" +
+    const std::string parameters = std::string("log-level=none:open-gop=0:repeat-headers=0:bframes=") +
+                                   (depth > 0 ? "4" : "0") + ":b-pyramid=" + (depth > 1 ? "1" : "0") +
                                    lightParameters(settings.hdrMetadata) +
                                    (settings.threads > 0 ? ":pools=" + std::to_string(settings.threads) : "");
     av_opt_set(own, "x265-params", parameters.c_str(), 0);
@@ -194,9 +208,9 @@ CodecParameters VideoEncoder::format() const {
 }
 
 int VideoEncoder::reorderDepth() const {
-  // libx265's wrapper leaves the field empty; its streams say two (sps_max_num_reorder_pics) with the options above.
-  constexpr int hevcDepth = 2;
-  return context_->codec_id == AV_CODEC_ID_HEVC ? hevcDepth : context_->has_b_frames;
+  // libx265's wrapper leaves the field empty; its streams say so many (sps_max_num_reorder_pics) with the options
+  // above.
+  return context_->codec_id == AV_CODEC_ID_HEVC ? usualDepth : context_->has_b_frames;
 }
 
 Expected<void> VideoEncoder::push(const Frame& picture, std::int64_t time, bool startsAnew) {

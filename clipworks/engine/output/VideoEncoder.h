@@ -20,6 +20,13 @@ enum class VideoCodec { h264, hevc };
 /// where it is one, else to a thousandth.
 [[nodiscard]] Fraction nominalRate(double picturesPerSecond);
 
+/// What an encoder keeps to so that its samples can stand among copied ones (`SharedDescription`).
+struct AmongCopies {
+  int parameterSetNumber = 0;  ///< of H.264
+  int profile = 0;             ///< of H.264: FF_PROFILE_H264_BASELINE, _MAIN or _HIGH
+  int reorderDepth = 0;        ///< that of the copied ones, which is not passed
+};
+
 struct VideoEncoderSettings {
   VideoCodec codec = VideoCodec::h264;
   int width = 0;               ///< even
@@ -35,6 +42,7 @@ struct VideoEncoderSettings {
   double length = 0;                ///< seconds of all that will be encoded, for the rate control; 0 when unknown
   int threads = 0;                  ///< at most; 0: as many as suit the processors
   HDRMetadata hdrMetadata;          ///< of mastering and light level, written into the stream; HEVC only
+  std::optional<AmongCopies> amongCopies{};
 };
 
 /// What the encoders here take of average bit rates, in bits a second: they count in thousands, a rate is trimmed to

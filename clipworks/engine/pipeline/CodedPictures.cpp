@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <utility>
 
 #include <clipworks/engine/input/CodedPictureReader.h>
 #include <clipworks/engine/input/PictureReader.h>
@@ -84,10 +85,24 @@ void CodedPictures::abandon() {
   coded_.abandon();
 }
 
-Expected<void> CodedPictures::open() { return job_.copy ? openCopy() : openEncoder(); }
+Expected<void> CodedPictures::open() {
+  if (job_.copiesAny()) {
+    if (auto opened = openCopies(); !opened) return opened;
+  }
+  if (!job_.copiesAll()) {
+    if (auto opened = openEncoder(); !opened) return opened;
+    for (const auto stage : {&CodedPictures::decodeRuns, &CodedPictures::finishPictures}) {
+      if (auto started = start(stage); !started) return started;
+    }
+  }
+  return start(&CodedPictures::codePictures);
+}
 
-Expected<void> CodedPictures::openCopy() {
+Expected<void> CodedPictures::openCopies() {
+  const PictureRun* first = nullptr;
   for (const auto& run : job_.runs) {
+    if (!run.copy) continue;
+    if (first == nullptr) first = &run;
     auto table = run.file->pictureTable(run.stream);
     if (!table) return tl::make_unexpected(table.error());
     std::vector<std::uint32_t> ranks;
@@ -95,31 +110,34 @@ Expected<void> CodedPictures::openCopy() {
     reorderDepth_ = std::max(reorderDepth_, engine::reorderDepth(ranks));
   }
   format_ = owned<CodecParameters>(avcodec_parameters_alloc());
-  const auto& first = job_.runs.front();
-  if (avcodec_parameters_copy(format_.get(), &first.file->parameters(first.stream)) < 0) throw std::bad_alloc();
+  if (avcodec_parameters_copy(format_.get(), &first->file->parameters(first->stream)) < 0) throw std::bad_alloc();
   completeTags(*format_);
-  hdrMetadata_ = first.file->hdrMetadata(first.stream);
-  return start(&CodedPictures::copyRuns);
+  hdrMetadata_ = first->file->hdrMetadata(first->stream);
+  return {};
 }
 
-void CodedPictures::copyRuns() {
-  try {
-    for (const auto& run : job_.runs) {
-      if (auto copied = copyRun(run); !copied) return coded_.fail(copied.error());
-    }
-    coded_.finish();
-  } catch (const std::exception& thrown) {
-    coded_.fail(asError(thrown));
+// Copies the runs that come next, up to one that is encoded.
+Expected<void> CodedPictures::copyRuns() {
+  while (passedRun_ < job_.runs.size() && job_.runs[passedRun_].copy) {
+    if (auto copied = copyRun(static_cast<std::uint32_t>(passedRun_++)); !copied) return copied;
   }
+  return {};
 }
 
-Expected<void> CodedPictures::copyRun(const PictureRun& run) {
+Expected<void> CodedPictures::copyRun(std::uint32_t number) {
+  const PictureRun& run = job_.runs[number];
+  const auto& parameters = run.file->parameters(run.stream);
   auto reader = CodedPictureReader::open(run.file, run.stream);
   if (!reader) return tl::make_unexpected(reader.error());
   const auto written = run.written();
+  // Where a decoder starts by itself, it needs no word.
+  const bool followsOthers = std::any_of(job_.placements.begin() + 1, job_.placements.end(),
+                                         [number](const RunPlacement& placement) { return placement.run == number; });
+  bool isFirst = true;
   for (const auto& sample : samplesInDecodingOrder(run, reader->table())) {
     auto packet = reader->read(sample.sample);
     if (!packet) return tl::make_unexpected(packet.error());
+    if (std::exchange(isFirst, false) && followsOthers) startAnew(**packet, parameters);
     if (!coded_.push({std::move(*packet), written[sample.shown].time})) {
       return failed(ErrorKind::cancelled, "cancelled");
     }
@@ -133,15 +151,23 @@ Expected<void> CodedPictures::openEncoder() {
   hdrMetadata_ = std::move(*facts);
   VideoEncoderSettings settings = job_.encoder;
   settings.hdrMetadata = hdrMetadata_;
+  if (format_ != nullptr) {
+    auto description = SharedDescription::of(*format_);
+    if (!description) return tl::make_unexpected(description.error());
+    description_.emplace(std::move(*description));
+    settings.amongCopies = {description_->parameterSetNumber(), description_->profile(), reorderDepth_};
+  }
   auto encoder = VideoEncoder::open(settings);
   if (!encoder) return tl::make_unexpected(encoder.error());
   encoder_.emplace(std::move(*encoder));
-  format_ = encoder_->format();
-  reorderDepth_ = encoder_->reorderDepth();
-  for (const auto stage :
-       {&CodedPictures::decodeRuns, &CodedPictures::finishPictures, &CodedPictures::encodePictures}) {
-    if (auto started = start(stage); !started) return started;
+  CodecParameters format = encoder_->format();
+  if (description_) {
+    auto both = description_->with(*format);
+    if (!both) return tl::make_unexpected(both.error());
+    format = std::move(*both);
   }
+  format_ = std::move(format);
+  reorderDepth_ = std::max(reorderDepth_, encoder_->reorderDepth());
   return {};
 }
 
@@ -155,6 +181,7 @@ Expected<void> CodedPictures::start(void (CodedPictures::*stage)()) {
 void CodedPictures::decodeRuns() {
   try {
     for (std::size_t i = 0; i < job_.runs.size(); ++i) {
+      if (job_.runs[i].copy) continue;
       if (auto decoded = decodeRun(i); !decoded) return raw_.fail(decoded.error());
     }
     raw_.finish();
@@ -214,12 +241,12 @@ Expected<void> CodedPictures::finishAll() {
   }
 }
 
-void CodedPictures::encodePictures() {
+void CodedPictures::codePictures() {
   try {
-    if (auto encoded = encodeAll(); !encoded) {
+    if (auto coded = codeAll(); !coded) {
       raw_.abandon();
       finished_.abandon();
-      return coded_.fail(encoded.error());
+      return coded_.fail(coded.error());
     }
     coded_.finish();
   } catch (const std::exception& thrown) {
@@ -229,7 +256,8 @@ void CodedPictures::encodePictures() {
   }
 }
 
-Expected<void> CodedPictures::encodeAll() {
+Expected<void> CodedPictures::codeAll() {
+  if (auto copied = copyRuns(); !copied || !encoder_) return copied;
   for (;;) {
     auto picture = finished_.pop();
     if (!picture) return tl::make_unexpected(picture.error());
@@ -244,8 +272,8 @@ Expected<void> CodedPictures::encodeAll() {
   return {};
 }
 
-// Hands on what the encoder has ready. It gives one sample for each picture, run after run, since every run starts
-// anew.
+// Hands on what the encoder has ready, and copies what comes behind. The encoder gives one sample for each picture, run
+// after run, since every run starts anew.
 Expected<void> CodedPictures::passOn() {
   for (;;) {
     auto packet = encoder_->pull();
@@ -254,10 +282,16 @@ Expected<void> CodedPictures::passOn() {
     if (passedRun_ == job_.runs.size())
       return failed(ErrorKind::internal, "the encoder gave more pictures than it got");
     const std::int64_t time = (**packet)->pts - runStarts_[passedRun_];
+    if (description_) {
+      auto converted = description_->asCopied(***packet);
+      if (!converted) return tl::make_unexpected(converted.error());
+      *packet = std::move(*converted);
+    }
     if (!coded_.push({std::move(**packet), time})) return failed(ErrorKind::cancelled, "cancelled");
     if (++passedOfRun_ == job_.runs[passedRun_].pictures.size()) {
       ++passedRun_;
       passedOfRun_ = 0;
+      if (auto copied = copyRuns(); !copied) return copied;
     }
   }
 }

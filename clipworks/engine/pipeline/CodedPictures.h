@@ -13,6 +13,7 @@
 #include <clipworks/engine/Thread.h>
 #include <clipworks/engine/input/CachedPictureReader.h>
 #include <clipworks/engine/input/DamagedPictures.h>
+#include <clipworks/engine/output/SharedDescription.h>
 #include <clipworks/engine/pipeline/BoundedQueue.h>
 #include <clipworks/engine/pipeline/ExportJob.h>
 #include <clipworks/engine/pipeline/PictureFinish.h>
@@ -26,8 +27,8 @@ struct CodedPicture {
 };
 
 /// The first stage of a track of pictures: gives the coded samples of every run of a job once, run after run. Copies
-/// them from their files, or decodes and encodes on threads of its own; what plays backwards is decoded in windows that
-/// fit `backwardsBytes`. `open`, `next` and `format` on one thread, `abandon` on any.
+/// them from their files, or decodes and encodes, run by run, on threads of its own; what plays backwards is decoded in
+/// windows that fit `backwardsBytes`. `open`, `next` and `format` on one thread, `abandon` on any.
 class CodedPictures {
  public:
   explicit CodedPictures(const PictureJob& job);
@@ -69,28 +70,29 @@ class CodedPictures {
     std::int64_t time = 0;  // in ticks of the output
     bool startsRun = false;
   };
-  Expected<void> openCopy();
+  Expected<void> openCopies();
   Expected<void> openEncoder();
   Expected<void> start(void (CodedPictures::*stage)());
-  void copyRuns();
-  Expected<void> copyRun(const PictureRun& run);
+  Expected<void> copyRuns();
+  Expected<void> copyRun(std::uint32_t number);
   void decodeRuns();
   Expected<void> decodeRun(std::size_t number);
   void finishPictures();
   Expected<void> finishAll();
-  void encodePictures();
-  Expected<void> encodeAll();
+  void codePictures();
+  Expected<void> codeAll();
   Expected<void> passOn();
 
   const PictureJob& job_;
   CodecParameters format_;
   HDRMetadata hdrMetadata_;
   int reorderDepth_ = 0;
-  std::optional<VideoEncoder> encoder_;
+  std::optional<VideoEncoder> encoder_;           // where a run is not copied
+  std::optional<SharedDescription> description_;  // where some are
   const std::shared_ptr<DamagedPictures> damaged_ = std::make_shared<DamagedPictures>();
   std::int64_t replaced_ = 0;            // written by the decoding thread before it ends
   std::vector<std::int64_t> runStarts_;  // of the first placements
-  std::size_t passedRun_ = 0;            // the run whose samples the encoder gives now
+  std::size_t passedRun_ = 0;            // the run whose samples are given now
   std::size_t passedOfRun_ = 0;
   std::stop_source abandoned_;  // ends the decoding of a window early
   BoundedQueue<RawPicture> raw_;

@@ -118,6 +118,8 @@ Expected<void> CodedSound::copyAll() {
   auto packets = lane.file->openStream(lane.stream);
   if (!packets) return tl::make_unexpected(packets.error());
   const auto inSamples = [&](std::int64_t ticks) { return av_rescale(ticks, facts.sampleRate, facts.timescale); };
+  const int frameSize = lane.file->parameters(lane.stream).frame_size;
+  const std::int64_t samplesOfPacket = frameSize > 0 ? frameSize : SoundEncoder::samplesPerPacket;
   for (;;) {
     Packet packet = makePacket();
     const auto got = packets->read(*packet);
@@ -125,7 +127,8 @@ Expected<void> CodedSound::copyAll() {
     if (!*got) return {};
     packet->pts = inSamples(packet->pts) - piece.source;
     packet->dts = packet->pts;
-    packet->duration = inSamples(packet->duration);
+    // Fragments may leave the length of a sample to the codec.
+    packet->duration = packet->duration > 0 ? inSamples(packet->duration) : samplesOfPacket;
     if (packet->pts >= piece.length) return {};
     packet->duration = std::min(packet->duration, piece.length - packet->pts);
     if (!copied_.push(std::move(packet))) return failed(ErrorKind::cancelled, "cancelled");

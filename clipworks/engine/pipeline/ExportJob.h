@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <filesystem>
@@ -8,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <clipworks/engine/input/MediaFile.h>
@@ -46,6 +48,7 @@ struct PictureRun {
   int stream = 0;
   std::vector<ShownPicture> pictures;  ///< with rising times, whichever way the numbers go; for black one, at 0
   std::vector<RunLayer> layers{};      ///< of a rendered run, from the back to the front; there `picture` says nothing
+  bool copy = false;                   ///< coded samples of `file` as they are; else decoded and encoded
   /// Of a copied run that comes first, and only there: earlier than `pictures`, written because decoding starts with
   /// them. The track's edit begins behind them.
   std::vector<ShownPicture> hiddenBefore{};
@@ -81,12 +84,35 @@ struct PictureJob {
   std::vector<RunPlacement> placements;               ///< with rising starts; a picture stays until the next one
   std::int64_t end = 0;                               ///< where the last picture goes, in ticks
   std::optional<std::array<std::int32_t, 9>> matrix;  ///< of the track header; nothing for the identity
-  bool copy = false;                                  ///< coded samples as they are; else decoded and encoded
   std::optional<Canvas> canvas;                       ///< when rendered; else every picture stays what it is
-  VideoEncoderSettings encoder;                       ///< when not copied; its `threads` hold for decoders, too
+  VideoEncoderSettings encoder;                       ///< of what is not copied; its `threads` hold for decoders, too
   PictureConverter::Fit fit = PictureConverter::Fit::pad;
   /// Pictures of different colours are drawn: all are brought to those of the encoder.
   bool mixesColours = false;
+
+  /// The first run that comes from one track of a file; null where there is none.
+  [[nodiscard]] const PictureRun* firstOfFile() const {
+    const auto run = std::find_if(runs.begin(), runs.end(), [](const PictureRun& r) { return r.file != nullptr; });
+    return run == runs.end() ? nullptr : &*run;
+  }
+  /// How many of the pictures that are shown are encoded, and how many there are; copies of the same one too.
+  [[nodiscard]] std::pair<std::int64_t, std::int64_t> encodedOfShown() const {
+    std::pair<std::int64_t, std::int64_t> counts{0, 0};
+    for (const RunPlacement& placement : placements) {
+      const auto pictures = static_cast<std::int64_t>(runs[placement.run].pictures.size());
+      counts.second += pictures;
+      if (!runs[placement.run].copy) counts.first += pictures;
+    }
+    return counts;
+  }
+  /// Of the runs, whether all are copied, or any. Where only some are, all copied ones share one description, and the
+  /// encoder's settings are such that its pictures look like theirs.
+  [[nodiscard]] bool copiesAll() const {
+    return std::all_of(runs.begin(), runs.end(), [](const PictureRun& run) { return run.copy; });
+  }
+  [[nodiscard]] bool copiesAny() const {
+    return std::any_of(runs.begin(), runs.end(), [](const PictureRun& run) { return run.copy; });
+  }
 };
 
 /// A stretch of a track's sound and where it plays, all in samples at the track's own rate. Lengths are 1 at least.

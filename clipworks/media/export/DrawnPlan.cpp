@@ -5,6 +5,7 @@
 #include <utility>
 
 #include <clipworks/media/asset/MediaTrack.h>
+#include <clipworks/media/export/CopyPlan.h>
 #include <clipworks/media/export/PicturePlan.h>
 #include <clipworks/media/export/RenderPlan.h>
 #include <clipworks/media/geometry/CGRect.h>
@@ -56,6 +57,19 @@ ExportTrack fitted(const ExportTrack& track, const ExportPreset::FixedSize& size
   return onCanvas;
 }
 
+namespace {
+
+/// Has pictures of a run drawn as `place` says.
+void drawRun(engine::PictureRun& run, const CGAffineTransform& place) {
+  const MediaTrack media(run.file, run.stream);
+  engine::RunLayer layer{
+      std::exchange(run.file, nullptr), std::exchange(run.stream, 0), {}, mapToCanvas(media, place), 1};
+  for (const auto& shown : run.pictures) layer.pictures.push_back(shown.picture);
+  run.layers.push_back(std::move(layer));
+}
+
+}  // namespace
+
 Result<std::optional<engine::PictureJob>, NSError> planDrawn(const ExportTrack& track, const ExportPreset& preset) {
   auto planned = layOutPictures(track);
   if (!planned) return failure(planned.error());
@@ -68,13 +82,13 @@ Result<std::optional<engine::PictureJob>, NSError> planDrawn(const ExportTrack& 
   setEncodedSize(job, job.canvas->width, job.canvas->height, preset);
   for (std::size_t i = 0; i < job.runs.size(); ++i) {
     auto& run = job.runs[i];
-    if (run.file == nullptr) continue;
-    const MediaTrack media(run.file, run.stream);
     const CGAffineTransform place = (*planned)->places[i].value_or(CGAffineTransformIdentity);
-    engine::RunLayer layer{
-        std::exchange(run.file, nullptr), std::exchange(run.stream, 0), {}, mapToCanvas(media, place), 1};
-    for (const auto& shown : run.pictures) layer.pictures.push_back(shown.picture);
-    run.layers.push_back(std::move(layer));
+    if (run.file != nullptr && place != CGAffineTransformIdentity) drawRun(run, place);
+  }
+  // What would be drawn as it is may be copied beside what is not.
+  static_cast<void>(chooseCopies(job, preset));
+  for (auto& run : job.runs) {
+    if (run.file != nullptr && !run.copy) drawRun(run, CGAffineTransformIdentity);
   }
   return std::move(job);
 }

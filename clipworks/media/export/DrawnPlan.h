@@ -18,7 +18,8 @@ namespace clipworks {
 [[nodiscard]] ExportTrack fitted(const ExportTrack& track, const ExportPreset::FixedSize& size);
 
 /// Lays out the pictures of a track that has a canvas for `preset`, which names a codec: each at its own time, drawn as
-/// its segment's place says. Nothing for a track without a picture.
+/// its segment's place says, or copied where that would leave it as it is and `chooseCopies` can. Nothing for a track
+/// without a picture.
 [[nodiscard]] Result<std::optional<engine::PictureJob>, NSError> planDrawn(const ExportTrack& track,
                                                                            const ExportPreset& preset);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <clipworks/media/asset/MediaTrack.h>
+#include <clipworks/media/export/CopyPlan.h>
 #include <clipworks/media/export/DrawnPlan.h>
 #include <clipworks/media/export/PicturePlan.h>
 #include <clipworks/media/export/RenderPlan.h>
@@ -53,6 +54,13 @@ std::int32_t movieTimescale(const engine::ExportJob& job) {
   return common != 0 ? common : pictures * std::max(1, fineMovieTimescale / pictures);
 }
 
+/// What of a job is encoded, and why.
+std::string encodedRemark(const engine::PictureJob& job, const std::string& why) {
+  const auto [encoded, all] = job.encodedOfShown();
+  if (encoded == all) return "The pictures are encoded: " + why + ".";
+  return std::to_string(encoded) + " of " + std::to_string(all) + " pictures are encoded: " + why + ".";
+}
+
 Result<void, NSError> planPictures(const std::vector<const ExportTrack*>& tracks, const ExportPreset& preset,
                                    ExportPlan& plan) {
   if (tracks.empty()) return {};
@@ -62,18 +70,17 @@ Result<void, NSError> planPictures(const std::vector<const ExportTrack*>& tracks
   engine::PictureJob& laidOut = (*job)->job;
   ExportedTrack track;
   track.mediaType = AVMediaType::video;
-  keepHiddenPictures(laidOut);
-  const std::string obstacle = obstacleToCopying(laidOut, preset);
-  track.copied = laidOut.copy = obstacle.empty();
+  if (preset.videoCodec) chooseEncoding(laidOut, preset);
+  const std::string obstacle = chooseCopies(laidOut, preset);
+  track.copied = laidOut.copiesAll();
   if (!track.copied) {
     // Passthrough names no codec; what cannot stay as it is would need one.
     if (!preset.videoCodec) {
       return failure(
           makeError(AVError::operationNotSupportedForAsset, "the pictures cannot be copied as they are: " + obstacle));
     }
-    chooseEncoding(laidOut, preset);
     track.encoder = engine::VideoEncoder::libraryName(*preset.videoCodec);
-    track.remark = "The pictures are encoded: " + obstacle + ".";
+    track.remark = encodedRemark(laidOut, obstacle);
   }
   if (tracks.size() > 1)
     track.remark += (track.remark.empty() ? "" : " ") + std::string("Only the first track of pictures is shown.");
@@ -92,8 +99,12 @@ Result<void, NSError> planDrawnPictures(const ExportTrack& track, const ExportPr
   if (!job) return failure(job.error());
   if (!*job) return {};
   plan.job.pictures = std::move(**job);
-  plan.tracks.push_back({AVMediaType::video, false, engine::VideoEncoder::libraryName(*preset.videoCodec),
-                         "The pictures are encoded: " + why + "."});
+  if (plan.job.pictures->copiesAll()) {
+    plan.tracks.push_back({AVMediaType::video, true, "", ""});
+  } else {
+    plan.tracks.push_back({AVMediaType::video, false, engine::VideoEncoder::libraryName(*preset.videoCodec),
+                           encodedRemark(*plan.job.pictures, why)});
+  }
   return {};
 }
 

@@ -22,6 +22,8 @@ struct ExportPreset {
   std::optional<engine::VideoCodec> videoCodec;
   /// Whether coded pictures of that codec may be kept as they are.
   bool keepsCodedPictures = true;
+  /// Whether pictures that are not shown may stay in the file, hidden, where those that are refer to them.
+  bool hidesPictures = true;
   /// The pictures fit in a square of this side, in pixels; 0 keeps their size.
   int largestSide = 0;
   /// Every picture is drawn upright onto one of this size; nothing leaves its own size and orientation.

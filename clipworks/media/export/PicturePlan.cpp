@@ -8,9 +8,6 @@
 #include <tuple>
 #include <utility>
 
-#include <clipworks/engine/input/CodedPictureReader.h>
-#include <clipworks/engine/input/CodedUnits.h>
-#include <clipworks/engine/pipeline/CodedPictures.h>
 #include <clipworks/media/asset/EngineErrors.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/asset/TrackMatrix.h>
@@ -226,122 +223,6 @@ class PictureLayout {
   std::optional<OnScreen> shown_;
 };
 
-const engine::PictureRun* firstRunWithMedia(const engine::PictureJob& job) {
-  const auto run = std::find_if(job.runs.begin(), job.runs.end(), [](const auto& r) { return r.file != nullptr; });
-  return run == job.runs.end() ? nullptr : &*run;
-}
-
-bool playsBackwards(const engine::PictureRun& run) {
-  return run.pictures.size() > 1 && run.pictures.back().picture < run.pictures.front().picture;
-}
-
-bool isPlacedOnce(const engine::PictureJob& job, std::uint32_t run) {
-  return std::count_if(job.placements.begin(), job.placements.end(), [run](const auto& p) { return p.run == run; }) ==
-         1;
-}
-
-// More pictures than an encoder's longest group has would keep a player waiting for the first that is shown.
-constexpr std::size_t mostHiddenBefore = 300;
-
-/// Where decoding starts for the first picture of a run that does not begin there: an access point that needs nothing
-/// before it, nor before the run's other samples.
-std::optional<std::uint32_t> decodingStartOf(engine::CodedPictureReader& reader, const engine::PictureRun& run) {
-  const auto& table = reader.table();
-  const std::uint32_t firstNeeded = engine::samplesInDecodingOrder(run, table).front().sample;
-  for (std::uint32_t start = table.accessPointFor(run.pictures.front().picture);;
-       start = table.accessPointBefore(start)) {
-    if (firstNeeded - start > mostHiddenBefore) return std::nullopt;
-    const auto packet = reader.read(start);
-    if (!packet || !table.samples()[start].accessPoint) return std::nullopt;
-    if (start <= firstNeeded && engine::isDecodingStart(**packet, run.file->parameters(run.stream))) return start;
-    if (start == 0) return std::nullopt;
-  }
-}
-
-/// The distance of hidden pictures, in ticks. They take nearly no time, so that they add nothing to the length of a
-/// track, and players that begin with the first sample whatever the edit says (Firefox) begin at the right picture.
-/// Players that count in microseconds still tell them apart.
-std::int64_t hiddenStep(std::int32_t timescale) {
-  constexpr std::int32_t stepsPerSecond = 50'000;
-  return (timescale + stepsPerSecond - 1) / stepsPerSecond;
-}
-
-/// The pictures that are decoded before the first one of a run.
-void hideBefore(engine::PictureRun& run, std::int64_t step) {
-  if (run.file == nullptr) return;
-  auto reader = engine::CodedPictureReader::open(run.file, run.stream);
-  if (!reader) return;
-  const auto& table = reader->table();
-  const engine::ShownPicture& first = run.pictures.front();
-  const auto start = decodingStartOf(*reader, run);
-  if (!start || *start == table.sampleOfPicture(first.picture)) return;
-  const std::uint32_t lastNeeded = engine::samplesInDecodingOrder(run, table).back().sample;
-  std::int64_t time = first.time;
-  for (std::size_t picture = first.picture; picture-- > 0;) {
-    // What is shown before the access point is not needed: leading pictures.
-    if (table.timeOfPicture(picture) < table.samples()[*start].presentation) break;
-    const std::uint32_t sample = table.sampleOfPicture(picture);
-    if (sample < *start || sample > lastNeeded) continue;
-    run.hiddenBefore.push_back({static_cast<std::uint32_t>(picture), time -= step});
-  }
-  std::reverse(run.hiddenBefore.begin(), run.hiddenBefore.end());
-}
-
-/// The pictures that are decoded before the last one of a run, but shown later: from `end` on.
-void hideAfter(engine::PictureRun& run, std::int64_t end, std::int64_t step) {
-  if (run.file == nullptr) return;
-  const auto table = run.file->pictureTable(run.stream);
-  if (!table) return;
-  const std::uint32_t lastNeeded = engine::samplesInDecodingOrder(run, **table).back().sample;
-  for (std::size_t picture = run.pictures.back().picture + 1; picture < (*table)->pictureCount(); ++picture) {
-    if ((*table)->sampleOfPicture(picture) > lastNeeded) continue;
-    run.hiddenAfter.push_back({static_cast<std::uint32_t>(picture), end});
-    end += step;
-  }
-}
-
-/// Where a run is placed: pictures before its first one can be left out, or hidden, where nothing comes before it.
-enum class RunPlace { first, any };
-
-/// Whether the samples of a run can be decoded by themselves.
-std::string obstacleInRun(const engine::PictureRun& run, RunPlace place) {
-  if (run.file == nullptr) return "it has stretches without pictures";
-  auto reader = engine::CodedPictureReader::open(run.file, run.stream);
-  if (!reader) return reader.error().sentence;
-  const auto& table = reader->table();
-  const auto samples = engine::samplesInDecodingOrder(run, table);
-  const auto& first = table.samples()[samples.front().sample];
-  if (!first.accessPoint || samples.front().shown != 0) return "it starts inside a group of pictures";
-  auto packet = reader->read(samples.front().sample);
-  if (!packet) return packet.error().sentence;
-  const auto& parameters = run.file->parameters(run.stream);
-  const bool leavesOutLeading = place == RunPlace::first && engine::isDecodingStart(**packet, parameters);
-  if (!leavesOutLeading && !engine::isClosedAccessPoint(**packet, parameters))
-    return "it starts with an open group of pictures";
-  for (std::size_t i = 1; i < samples.size(); ++i) {
-    for (std::uint32_t left = samples[i - 1].sample + 1; left < samples[i].sample; ++left) {
-      if (!leavesOutLeading || table.samples()[left].presentation >= first.presentation)
-        return "it is cut inside a group of pictures";
-    }
-  }
-  return {};
-}
-
-/// Whether one sample description serves the pictures of both.
-bool isCodedAlike(const engine::PictureRun& a, const engine::PictureRun& b) {
-  if (a.file == b.file && a.stream == b.stream) return true;
-  const auto& one = a.file->parameters(a.stream);
-  const auto& other = b.file->parameters(b.stream);
-  const auto setsOf = [](const AVCodecParameters& p) {
-    return std::span<const std::uint8_t>(p.extradata, static_cast<std::size_t>(p.extradata_size));
-  };
-  const auto& pixels = a.file->stream(a.stream);
-  const auto& others = b.file->stream(b.stream);
-  return one.codec_id == other.codec_id && one.width == other.width && one.height == other.height &&
-         others.sampleDescriptions == 1 && std::ranges::equal(setsOf(one), setsOf(other)) &&
-         pixels.pixelAspect == others.pixelAspect && engine::completeColour(one) == engine::completeColour(other);
-}
-
 }  // namespace
 
 std::int32_t outputTimescale(std::int32_t timescale) {
@@ -356,40 +237,9 @@ Result<std::optional<LaidOutPictures>, NSError> layOutPictures(const ExportTrack
     first += stretch.size();
   }
   LaidOutPictures laidOut = layout.take();
-  if (firstRunWithMedia(laidOut.job) == nullptr) return std::optional<LaidOutPictures>{};
+  if (laidOut.job.firstOfFile() == nullptr) return std::optional<LaidOutPictures>{};
   laidOut.job.matrix = trackMatrix(track.transform);
   return std::optional<LaidOutPictures>(std::move(laidOut));
-}
-
-void keepHiddenPictures(engine::PictureJob& job) {
-  if (std::any_of(job.runs.begin(), job.runs.end(), playsBackwards)) return;
-  const engine::RunPlacement first = job.placements.front();
-  if (isPlacedOnce(job, first.run)) hideBefore(job.runs[first.run], hiddenStep(job.timescale));
-  const engine::RunPlacement last = job.placements.back();
-  if (isPlacedOnce(job, last.run)) hideAfter(job.runs[last.run], job.end - last.start, hiddenStep(job.timescale));
-}
-
-std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset& preset) {
-  const auto* media = firstRunWithMedia(job);
-  const auto& facts = media->file->stream(media->stream);
-  if (!preset.keepsCodedPictures) return "the preset asks for smaller pictures";
-  if (preset.videoCodec) {
-    const bool hevc = *preset.videoCodec == engine::VideoCodec::hevc;
-    if (facts.codec != (hevc ? "hevc" : "h264")) return "it is coded as " + facts.codec;
-    if (!facts.is420 || facts.bitDepth > (hevc ? 10 : 8)) return "its pixels are not of the preset's kind";
-    if (!facts.progressive) return "it is interlaced";
-  }
-  if (facts.sampleDescriptions > 1) return "its format changes on the way";
-  if (std::any_of(job.runs.begin(), job.runs.end(), playsBackwards)) return "it plays backwards";
-  for (const auto& run : job.runs) {
-    if (run.file != nullptr && !isCodedAlike(run, *media)) return "it joins videos that are coded differently";
-  }
-  for (std::uint32_t run = 0; run < job.runs.size(); ++run) {
-    const RunPlace place =
-        run == job.placements.front().run && isPlacedOnce(job, run) ? RunPlace::first : RunPlace::any;
-    if (auto obstacle = obstacleInRun(job.runs[run], place); !obstacle.empty()) return obstacle;
-  }
-  return {};
 }
 
 void applyPreset(engine::VideoEncoderSettings& encoder, const ExportPreset& preset, const MediaTrack& media) {
@@ -423,7 +273,7 @@ void setEncodedSize(engine::PictureJob& job, double width, double height, const 
 
 void setNominalRate(engine::PictureJob& job, const ExportPreset& preset) {
   std::optional<double> rate = preset.frameRate;
-  const auto& pictures = firstRunWithMedia(job)->pictures;
+  const auto& pictures = job.firstOfFile()->pictures;
   if (!rate && pictures.size() > 1) {
     const std::int64_t length = pictures.back().time - pictures.front().time;
     rate = static_cast<double>(pictures.size() - 1) * job.timescale / static_cast<double>(length);
@@ -432,11 +282,7 @@ void setNominalRate(engine::PictureJob& job, const ExportPreset& preset) {
 }
 
 void chooseEncoding(engine::PictureJob& job, const ExportPreset& preset) {
-  for (auto& run : job.runs) {
-    run.hiddenBefore.clear();
-    run.hiddenAfter.clear();
-  }
-  const auto* first = firstRunWithMedia(job);
+  const auto* first = job.firstOfFile();
   const MediaTrack media(first->file, first->stream);
   applyPreset(job.encoder, preset, media);
   job.mixesColours = std::any_of(job.runs.begin(), job.runs.end(), [&media](const engine::PictureRun& run) {

@@ -25,13 +25,6 @@ struct LaidOutPictures {
 /// Nothing for a track without a picture.
 [[nodiscard]] Result<std::optional<LaidOutPictures>, NSError> layOutPictures(const ExportTrack& track);
 
-/// Where the job starts or ends inside a group of pictures: has the pictures kept that are not shown, but that those
-/// which are refer to, hidden before the start and behind the end. For jobs that are copied.
-void keepHiddenPictures(engine::PictureJob& job);
-
-/// Why the coded pictures of a job cannot be copied into a file of `preset`, in a few words; empty when they can.
-[[nodiscard]] std::string obstacleToCopying(const engine::PictureJob& job, const ExportPreset& preset);
-
 /// A time scale for pictures whose times are whole ticks of `timescale`, fine enough for any player.
 [[nodiscard]] std::int32_t outputTimescale(std::int32_t timescale);
 

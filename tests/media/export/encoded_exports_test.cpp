@@ -121,7 +121,7 @@ std::vector<SeenPicture> shown(const std::vector<Run>& runs) {
 TEST(CutClips, ShowTheirPicturesFromTheExactInstant) {
   ClipOptions open = smallClip;
   open.groups = GroupOfPictures::open;
-  // Its first picture decodes by itself, but its numbering goes on from the group before: a repeat would fall back.
+  // Its first picture decodes by itself, but its numbering goes on from the group before: a repeat has to start anew.
   ClipOptions hevc = open;
   hevc.videoCodec = "libx265";
   hevc.preset = "ultrafast";
@@ -138,7 +138,7 @@ TEST(CutClips, ShowTheirPicturesFromTheExactInstant) {
       {"a start between two pictures, the first of which stays on screen", 510, 1500, 15, 44},
       {"a start between two groups' pictures", 990, 2000, 29, 59},
       {"an open group of pictures", 1000, 2000, 30, 59, "encoded", open},
-      {"an open group without leading pictures", 1000, 2000, 30, 59, "open group", hevc, toHEVC},
+      {"an open group of HEVC, which starts anew", 1000, 2000, 30, 59, "", hevc, toHEVC},
       {"an end inside a group", 1000, 1550, 30, 46},
       {"the last two pictures, to the end", 2950, 3000, 88, 89},
   };
