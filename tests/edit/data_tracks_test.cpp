@@ -117,7 +117,6 @@ INSTANTIATE_TEST_SUITE_P(
              "it may tell of places in the pictures, which are drawn anew",
              true},
         Case{"slower", [](const Chain& c) { return c.speed(0.5, 1, 2); }, {}, "pictures are re-timed"},
-        Case{"backwards", [](const Chain& c) { return c.reverse(); }, {}, "pictures play backwards"},
         Case{"stripped", [](const Chain& c) { return c; }, {}, "metadata is not kept", true, false, false},
         Case{"outside", [](const Chain& c) { return c; }, {}, "some of its samples lie outside the file", true, true}),
     [](const auto& c) { return c.param.name; });
