@@ -97,7 +97,7 @@ std::string otherLine(const OtherTrack& track) {
   std::string line = "  " + track.kind;
   if (!track.codec.empty()) line += "  " + printable(track.codec);
   if (!track.name.empty()) line += fmt::format("  \"{}\"", printable(track.name));
-  return line + "  (left out by edits)\n";
+  return line + (track.isData ? "  (cut along by edits)\n" : "  (left out by edits)\n");
 }
 
 /// "256 × 128, then 320 × 240".

@@ -120,8 +120,9 @@ void CommandLine::addOptions(Part& part) {
       ->check([](const std::string& name) {
         return codecNames.contains(name) ? "" : "takes auto, h264 or hevc, not \"" + name + "\"";
       });
-  parser.add_flag("--strip-metadata", options_.stripMetadata,
-                  "Leave out the date, place and device of the recording,\nwhich are kept otherwise");
+  parser.add_flag(
+      "--strip-metadata", options_.stripMetadata,
+      "Leave out the date, place and device of the recording,\nand its data tracks, which are kept otherwise");
   parser.add_flag_callback(
       "--verify", [this] { options_.verification = Verification::always; },
       "Decode each result once and compare it with its plan; done\nby itself where pictures are copied in pieces");

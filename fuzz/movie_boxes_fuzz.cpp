@@ -9,14 +9,16 @@
 #include <vector>
 
 #include <clipworks/engine/Limits.h>
+#include <clipworks/engine/boxes/DataTracks.h>
 #include <clipworks/engine/boxes/MovieBoxes.h>
 
-// The reader of movie boxes on arbitrary bytes, through a file in memory: it must end without a fault, and what it
-// returns must keep to the limits and to what the file can really hold. Seeds: an MP4 file without its media data (the
-// `ftyp` and `moov` boxes alone); words: movie_boxes.dict.
+// The readers of movie boxes and of data tracks on arbitrary bytes, through a file in memory: they must end without a
+// fault, and what they return must keep to the limits and to what the file can really hold. Seeds: an MP4 file without
+// its media data (the `ftyp` and `moov` boxes alone); words: movie_boxes.dict.
 
 namespace {
 
+using clipworks::engine::FileHandle;
 using clipworks::engine::MovieBoxes;
 namespace limits = clipworks::engine::limits;
 
@@ -28,11 +30,11 @@ void require(bool holds, const char* rule) {
 }
 
 /// One file for the whole run: making one for each input takes longer than reading it.
-int fileOf(const std::uint8_t* data, std::size_t size) {
-  static const int fd = ::memfd_create("movie", MFD_CLOEXEC);
-  require(::ftruncate(fd, 0) == 0, "the file can be emptied");
-  require(::pwrite(fd, data, size, 0) == static_cast<ssize_t>(size), "the file can be written");
-  return fd;
+const FileHandle& fileOf(const std::uint8_t* data, std::size_t size) {
+  static const FileHandle file(::memfd_create("movie", MFD_CLOEXEC));
+  require(::ftruncate(file.descriptor(), 0) == 0, "the file can be emptied");
+  require(::pwrite(file.descriptor(), data, size, 0) == static_cast<ssize_t>(size), "the file can be written");
+  return file;
 }
 
 std::uint64_t checkRuns(const std::vector<MovieBoxes::Run>& runs, std::size_t fileSize) {
@@ -57,10 +59,27 @@ void checkTrack(const MovieBoxes::Track& track, std::size_t fileSize) {
   require(isPCM || track.sampleCount <= limits::maxSamples, "the count of samples keeps to the limit");
 }
 
+void checkData(const FileHandle& file, std::size_t size) {
+  const auto data = clipworks::engine::readDataTracks(file);
+  if (!data) return;
+  std::size_t samples = 0;
+  for (const auto& track : data->tracks) {
+    samples += track.samples.size();
+    require(track.flaw.empty() || track.samples.empty(), "a track with a flaw has no samples");
+    for (const auto& sample : track.samples) {
+      require(sample.position + sample.bytes <= size, "data lies in the file");
+      require(sample.description < track.descriptions.size(), "data has a description");
+    }
+  }
+  require(samples <= limits::maxDataSamples, "samples of data keep to the limit");
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const auto movie = clipworks::engine::readMovieBoxes(fileOf(data, size));
+  const FileHandle& file = fileOf(data, size);
+  checkData(file, size);
+  const auto movie = clipworks::engine::readMovieBoxes(file.descriptor());
   if (!movie) {
     require(!movie.error().sentence.empty(), "an error has a sentence");
     return 0;

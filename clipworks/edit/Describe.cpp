@@ -60,7 +60,7 @@ std::string describe(const std::filesystem::path& file) {
       {"path", file.string()}, {"duration", jsonOf(asset->duration())}, {"tracks", tracks}, {"metadata", metadata}};
   auto others = ordered_json::array();
   for (const auto& other : asset->otherTracks()) {
-    others.push_back({{"kind", other.kind}, {"codec", other.codec}, {"name", other.name}});
+    others.push_back({{"kind", other.kind}, {"codec", other.codec}, {"name", other.name}, {"data", other.isData}});
   }
   object["otherTracks"] = others;
   if (const std::string error = asset->loadError(); !error.empty()) object["error"] = error;

@@ -30,8 +30,9 @@ void tellLeftOut(const Source& source, EditState& state) {
     }
   }
   for (const auto& other : source.asset->otherTracks()) {
+    if (other.isData) continue;  // the plan tells what becomes of it
     state.leftOut.push_back({source.name() + ": " + other.kind + (other.name.empty() ? "" : " \"" + other.name + "\""),
-                             "edits keep pictures and sound only"});
+                             "edits keep pictures, sound, and the data tracks of MP4 and QuickTime files"});
   }
 }
 

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <cmath>
 #include <exception>
+#include <iterator>
 #include <thread>
 #include <tuple>
 #include <utility>
 
+#include <clipworks/edit/DataPlan.h>
 #include <clipworks/edit/EditErrors.h>
 #include <clipworks/edit/EditState.h>
 #include <clipworks/edit/Sentences.h>
@@ -187,7 +189,9 @@ PlannedTrack soundTrack(const engine::SoundJob& job) {
 std::optional<std::int64_t> bytesOf(const Plan& plan) {
   double bytes = 0;
   const double seconds = plan.length.seconds();
+  for (const auto& job : plan.job->data) bytes += static_cast<double>(job.mediaBytes());
   for (const auto& track : plan.tracks) {
+    if (track.kind == PlannedTrack::Kind::data) continue;
     if (track.kind == PlannedTrack::Kind::sound) {
       const auto& sound = *plan.job->sound;
       const auto& lane = sound.lanes.front();
@@ -258,6 +262,10 @@ Result<Plan, Error> planOf(const EditState& state, const PlanOptions& options) {
       if (track.mediaType == AVMediaType::audio) plan.tracks.back().stretches.push_back(stretchesOf(state, track));
     }
   }
+  auto data = planData(state, planned->job.pictures ? &*planned->job.pictures : nullptr, options.keepsMetadata);
+  planned->job.data = std::move(data.jobs);
+  std::move(data.tracks.begin(), data.tracks.end(), std::back_inserter(plan.tracks));
+  std::move(data.leftOut.begin(), data.leftOut.end(), std::back_inserter(plan.leftOut));
   plan.job = std::make_shared<const engine::ExportJob>(std::move(planned->job));
   plan.bytes = bytesOf(plan);
   plan.memory = memoryOf(*plan.job);

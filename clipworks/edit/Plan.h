@@ -30,7 +30,7 @@ enum class CodecChoice {
 /// What a plan decides by, beside the edit.
 struct PlanOptions {
   CodecChoice codec = CodecChoice::automatic;
-  /// Whether the date, place and device of the recording are kept.
+  /// Whether the date, place and device of the recording are kept, and its data tracks, which may tell as much.
   bool keepsMetadata = true;
   /// Whether pictures that are not shown may stay in the file, hidden, where a part of a clip begins inside a group of
   /// pictures; else those that are shown of that group are encoded.
@@ -56,7 +56,7 @@ struct PlannedStretch {
 /// A track of the new movie.
 struct PlannedTrack {
   /// What it holds.
-  enum class Kind { pictures, sound };
+  enum class Kind { pictures, sound, data };
   Kind kind = Kind::pictures;
   /// Coded samples as they are; else encoded.
   bool isCopied = false;
@@ -71,8 +71,11 @@ struct PlannedTrack {
   std::int64_t encodedPictures = 0;
   int sampleRate = 0;        ///< of sound, in hertz
   int channels = 0;          ///< of sound
+  std::string holds;         ///< of data: "timed metadata", "time code", "subtitles"
+  std::string format;        ///< of data, its four characters: "mebx", "tmcd", "tx3g"
+  std::int64_t samples = 0;  ///< of data, those that fill holes too
   std::int64_t bitRate = 0;  ///< bits a second that are asked for; 0: constant quality, or copied
-  /// Of pictures one list, of sound one for each that is mixed.
+  /// Of pictures one list, of sound one for each that is mixed; data is cut as the pictures are, and has none.
   std::vector<std::vector<PlannedStretch>> stretches;
 };
 
@@ -97,7 +100,7 @@ struct CLIPWORKS_API Plan {
   std::int64_t memory = 0;
   /// The same as text for people, some lines.
   [[nodiscard]] std::string text() const;
-  /// The same as one line of JSON; see docs/program.md for its keys.
+  /// The same as one line of JSON.
   [[nodiscard]] std::string json() const;
 
   /// Within the core: what the engine will do.

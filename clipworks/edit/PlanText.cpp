@@ -34,6 +34,10 @@ std::string textOf(const PlannedStretch& stretch, bool isPictures) {
 }
 
 std::string textOf(const PlannedTrack& track) {
+  if (track.kind == PlannedTrack::Kind::data) {
+    return track.holds + " (" + track.format + "), " + std::to_string(track.samples) +
+           (track.samples == 1 ? " sample" : " samples") + ", cut as the pictures are\n";
+  }
   const bool isPictures = track.kind == PlannedTrack::Kind::pictures;
   std::string text = isPictures ? std::to_string(track.pictures) + " pictures of " + std::to_string(track.width) +
                                       " × " + std::to_string(track.height) + " pixels"
@@ -80,10 +84,16 @@ ordered_json jsonOf(const PlannedStretch& stretch) {
 
 ordered_json jsonOf(const PlannedTrack& track) {
   ordered_json object;
-  if (track.kind == PlannedTrack::Kind::pictures) {
-    object = {{"kind", "pictures"}, {"width", track.width}, {"height", track.height}, {"pictures", track.pictures}};
-  } else {
-    object = {{"kind", "sound"}, {"sampleRate", track.sampleRate}, {"channels", track.channels}};
+  switch (track.kind) {
+    case PlannedTrack::Kind::pictures:
+      object = {{"kind", "pictures"}, {"width", track.width}, {"height", track.height}, {"pictures", track.pictures}};
+      break;
+    case PlannedTrack::Kind::sound:
+      object = {{"kind", "sound"}, {"sampleRate", track.sampleRate}, {"channels", track.channels}};
+      break;
+    case PlannedTrack::Kind::data:
+      object = {{"kind", "data"}, {"holds", track.holds}, {"format", track.format}, {"samples", track.samples}};
+      break;
   }
   object["copied"] = track.isCopied;
   if (!track.isCopied) {

@@ -63,7 +63,8 @@ class Options(TypedDict, total=False):
     outputs: the folder for the new file, which must exist; the current one when not given.
     temp: accepted for callers of old; no intermediate files are made.
     codec: for pictures that are encoded; "auto" is HEVC where the clip is HEVC and part of it can be copied, else H.264.
-    strip_metadata: whether the date, place and device of the recording are left out; they are kept otherwise.
+    strip_metadata: whether the date, place and device of the recording, and its data tracks, are left out; they are
+        kept otherwise.
     strict: whether damaged pictures of an input are an `Error`; else what could be decoded is shown, and a
         `RuntimeWarning` tells of it.
     progress: called on the calling thread with rising numbers from 0 to 1; what it raises ends the operation. The last

@@ -10,6 +10,7 @@
 
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Limits.h>
+#include <clipworks/engine/boxes/DataTracks.h>
 #include <clipworks/engine/input/ColorTags.h>
 #include <clipworks/engine/input/PictureTableBuilder.h>
 #include <clipworks/engine/pictures/PlanarPictures.h>
@@ -220,7 +221,7 @@ bool isPictureOrSound(const AVStream& stream) {
   return (stream.disposition & (AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS)) == 0;
 }
 
-OtherStream describeOther(const AVStream& stream) {
+OtherStream describeOther(const AVStream& stream, const MovieBoxes::Track* track) {
   const AVCodecParameters& p = *stream.codecpar;
   OtherStream other;
   const char* type = av_get_media_type_string(p.codec_type);
@@ -238,6 +239,7 @@ OtherStream describeOther(const AVStream& stream) {
     const auto* said = av_dict_get(stream.metadata, key, nullptr, 0);
     if (said != nullptr && other.name.empty()) other.name = said->value;
   }
+  other.isData = track != nullptr && isDataHandler(track->handler);
   return other;
 }
 
@@ -303,7 +305,7 @@ MediaFile::FirstInstant MediaFile::firstInstant(const AVFormatContext& context) 
 
 void MediaFile::describeStream(const AVFormatContext& context, int index, const FirstInstant& first) {
   const AVStream& stream = *context.streams[index];
-  if (!isPictureOrSound(stream)) return others_.push_back(describeOther(stream));
+  if (!isPictureOrSound(stream)) return others_.push_back(describeOther(stream, findTrack(boxes_, stream.id)));
   dropUnknownColors(*stream.codecpar);
   const AVCodecParameters& p = *stream.codecpar;
   const bool video = p.codec_type == AVMEDIA_TYPE_VIDEO;

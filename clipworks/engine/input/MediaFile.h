@@ -73,6 +73,7 @@ struct OtherStream {
   std::string kind;
   std::string codec;
   std::string name;
+  bool isData = false;  ///< `readDataTracks` tells of it
 };
 
 /// A media file looked at once: its streams, header and times. Immutable and thread-safe; the table of a track of

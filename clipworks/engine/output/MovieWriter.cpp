@@ -78,6 +78,7 @@ Expected<std::unique_ptr<MovieWriter>> MovieWriter::create(OutputFile& file, std
   prepareLibraries();
   std::unique_ptr<MovieWriter> writer(new MovieWriter(file));
   writer->movieTimescale_ = movieTimescale;
+  writer->container_ = container;
   if (avformat_alloc_output_context2(&writer->context_, nullptr, muxerName(container), nullptr) < 0) {
     return failed(ErrorKind::outOfMemory, "out of memory while creating " + file.name());
   }
@@ -138,7 +139,13 @@ Expected<void> MovieWriter::setHDRMetadata(int track, const HDRMetadata& facts) 
   return {};
 }
 
+void MovieWriter::addDataTracks(const std::vector<DataJob>& jobs, std::optional<int> picturesTrack) {
+  dataTracks_.emplace(jobs, movieTimescale_, container_ == MovieContainer::quickTime);
+  picturesTrack_ = picturesTrack;
+}
+
 Expected<void> MovieWriter::begin() {
+  if (dataTracks_) avio_seek(io_, dataTracks_->room(), SEEK_SET);
   AVDictionary* options = nullptr;
   const bool keyed = needsKeyedMetadata(context_->metadata);
   av_dict_set(&options, "movflags", keyed ? "faststart+use_metadata_tags" : "faststart", 0);
@@ -202,7 +209,11 @@ Expected<void> MovieWriter::finish() {
     return writeFailure(code, file_.name() + " cannot be ended");
   avio_flush(io_);
   if (failure_) return tl::make_unexpected(*failure_);
-  return edits_.empty() ? Expected<void>{} : writeEdits(file_, movieTimescale_, edits_);
+  if (!edits_.empty()) {
+    const std::int64_t start = dataTracks_ ? dataTracks_->room() : 0;
+    if (auto written = writeEdits(file_, start, movieTimescale_, edits_); !written) return written;
+  }
+  return dataTracks_ ? dataTracks_->finish(file_, picturesTrack_) : Expected<void>{};
 }
 
 tl::unexpected<Error> MovieWriter::writeFailure(int code, const std::string& what) const {

@@ -7,10 +7,12 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/HDRMetadata.h>
 #include <clipworks/engine/Handles.h>
+#include <clipworks/engine/output/DataTrackWriter.h>
 #include <clipworks/engine/output/OutputFile.h>
 #include <clipworks/engine/output/TrackEdits.h>
 
@@ -52,6 +54,9 @@ class MovieWriter {
   /// Before `begin()`: what the track's description says of the light of its pictures. The library writes the
   /// configuration of dynamic metadata (`dvcC`, `dvvC`) into MP4 files alone.
   [[nodiscard]] Expected<void> setHDRMetadata(int track, const HDRMetadata& facts);
+  /// Before `begin()`: tracks of data, whose samples `finish()` writes behind all others. `jobs` outlive the writer;
+  /// `picturesTrack` is the track that they may refer to.
+  void addDataTracks(const std::vector<DataJob>& jobs, std::optional<int> picturesTrack);
   [[nodiscard]] Expected<void> begin();
 
   /// Writes one sample, its times in ticks of the track; decode times rise strictly. A first sample shown before zero
@@ -88,6 +93,9 @@ class MovieWriter {
   std::int64_t readingOffset_ = 0;  // of the pass that moves the index to the front
   std::optional<Error> failure_;    // the first of a write; the library only passes a number on
   std::int32_t movieTimescale_ = 1000;
+  MovieContainer container_ = MovieContainer::mpeg4;
+  std::optional<DataTrackWriter> dataTracks_;
+  std::optional<int> picturesTrack_;
   struct FirstSample {
     std::int64_t decode = 0;
     std::int64_t presentation = 0;

@@ -1,7 +1,6 @@
 #include <clipworks/engine/output/TrackEdits.h>
 
 #include <algorithm>
-#include <array>
 #include <cstddef>
 #include <optional>
 #include <span>
@@ -10,38 +9,10 @@
 #include <clipworks/engine/boxes/BoxSequence.h>
 #include <clipworks/engine/boxes/FourCC.h>
 #include <clipworks/engine/boxes/FullBoxCursor.h>
+#include <clipworks/engine/output/WrittenIndex.h>
 
 namespace clipworks::engine {
 namespace {
-
-/// The index of a file in memory, and where it lies.
-struct MovieBox {
-  std::int64_t position = 0;  // of its content
-  std::vector<std::byte> content;
-};
-
-std::uint8_t* bytesOf(std::byte* bytes) { return reinterpret_cast<std::uint8_t*>(bytes); }
-
-std::optional<MovieBox> readMovieBox(const FileHandle& file) {
-  const std::int64_t size = file.size();
-  for (std::int64_t at = 0; at < size;) {
-    std::array<std::byte, 16> head{};
-    const std::int64_t count = file.readAt(at, bytesOf(head.data()), head.size());
-    if (count < 0) return std::nullopt;
-    const auto header =
-        readBoxHeader(std::span(head).first(static_cast<std::size_t>(count)), static_cast<std::uint64_t>(size - at));
-    if (!header || !header->isSound() || header->size > static_cast<std::uint64_t>(size - at)) return std::nullopt;
-    if (header->type == fourCC("moov")) {
-      MovieBox movie{at + static_cast<std::int64_t>(header->headerSize), {}};
-      movie.content.resize(header->size - header->headerSize);
-      const auto length = static_cast<std::int64_t>(movie.content.size());
-      if (file.readAt(movie.position, bytesOf(movie.content.data()), length) != length) return std::nullopt;
-      return movie;
-    }
-    at += static_cast<std::int64_t>(header->size);
-  }
-  return std::nullopt;
-}
 
 /// A number that is read and can be written anew where it stands.
 class Field {
@@ -56,7 +27,7 @@ class Field {
     return bytes_.size() == sizeof value || value >> (8 * bytes_.size()) == 0;
   }
   /// `movie` holds the bytes that were read.
-  void set(std::uint64_t value, MovieBox& movie) const {
+  void set(std::uint64_t value, WrittenIndex& movie) const {
     std::byte* to = movie.content.data() + (bytes_.data() - movie.content.data());
     for (std::size_t i = 0; i < bytes_.size(); ++i)
       to[i] = static_cast<std::byte>(value >> (8 * (bytes_.size() - 1 - i)) & 0xFF);
@@ -144,7 +115,7 @@ std::optional<Changes> changesOf(std::span<const std::byte> track, const WantedE
 }
 
 bool writeEdit(std::span<const std::byte> track, const WantedEdit& wanted, std::int32_t movieTimescale,
-               MovieBox& movie) {
+               WrittenIndex& movie) {
   std::optional<Changes> changes;
   const bool isLate = wanted.start > 0 && movieTimescale > wanted.timescale && movieTimescale % wanted.timescale == 0;
   if (isLate) changes = changesOf(track, wanted, movieTimescale / wanted.timescale);
@@ -154,7 +125,7 @@ bool writeEdit(std::span<const std::byte> track, const WantedEdit& wanted, std::
   return true;
 }
 
-bool writeEdits(MovieBox& movie, std::int32_t movieTimescale, const std::map<int, WantedEdit>& edits) {
+bool writeEdits(WrittenIndex& movie, std::int32_t movieTimescale, const std::map<int, WantedEdit>& edits) {
   std::uint64_t longest = 0;
   BoxSequence boxes(movie.content);
   int place = 0;
@@ -172,12 +143,13 @@ bool writeEdits(MovieBox& movie, std::int32_t movieTimescale, const std::map<int
 
 }  // namespace
 
-Expected<void> writeEdits(OutputFile& file, std::int32_t movieTimescale, const std::map<int, WantedEdit>& edits) {
-  auto movie = readMovieBox(file.handle());
+Expected<void> writeEdits(OutputFile& file, std::int64_t start, std::int32_t movieTimescale,
+                          const std::map<int, WantedEdit>& edits) {
+  auto movie = WrittenIndex::read(file.handle(), start);
   if (!movie || !writeEdits(*movie, movieTimescale, edits)) {
     return failed(ErrorKind::internal, file.name() + " does not hold what was written to it");
   }
-  return file.writeAt(movie->position, bytesOf(movie->content.data()),
+  return file.writeAt(movie->position, reinterpret_cast<const std::uint8_t*>(movie->content.data()),
                       static_cast<std::int64_t>(movie->content.size()));
 }
 

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include <clipworks/engine/input/MediaFile.h>
+#include <clipworks/engine/output/DataJob.h>
 #include <clipworks/engine/output/MovieWriter.h>
 #include <clipworks/engine/output/OutputFile.h>
 #include <clipworks/engine/output/SoundEncoder.h>
@@ -162,6 +163,7 @@ struct ExportJob {
   std::map<std::string, std::string> metadata;
   std::optional<PictureJob> pictures;
   std::optional<SoundJob> sound;
+  std::vector<DataJob> data;
 
   /// Lets each encoder and decoder have `threads` threads at most.
   void limitThreads(int threads) {

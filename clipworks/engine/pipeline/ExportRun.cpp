@@ -136,6 +136,7 @@ Expected<ExportReport> ExportRun::write(const OnProgress& onProgress) {
 
   std::optional<PictureTrackWriter> pictures;
   std::optional<SoundTrackWriter> sound;
+  std::optional<int> picturesTrack;
   if (pictures_) {
     if (auto opened = pictures_->open(); !opened) return tl::make_unexpected(opened.error());
     auto track = (*movie)->addTrack(pictures_->format(), job_.pictures->timescale, job_.pictures->matrix);
@@ -144,6 +145,7 @@ Expected<ExportReport> ExportRun::write(const OnProgress& onProgress) {
       return tl::make_unexpected(described.error());
     }
     pictures.emplace(*job_.pictures, *pictures_, **movie, *track);
+    picturesTrack = *track;
   }
   if (sound_) {
     if (auto opened = sound_->open(); !opened) return tl::make_unexpected(opened.error());
@@ -151,6 +153,7 @@ Expected<ExportReport> ExportRun::write(const OnProgress& onProgress) {
     if (!track) return tl::make_unexpected(track.error());
     sound.emplace(*job_.sound, *sound_, **movie, *track);
   }
+  if (!job_.data.empty()) (*movie)->addDataTracks(job_.data, picturesTrack);
   if (auto begun = (*movie)->begin(); !begun) return tl::make_unexpected(begun.error());
 
   bool soundCatchesUp = false;

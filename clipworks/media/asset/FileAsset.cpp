@@ -63,7 +63,7 @@ std::vector<OtherTrack> FileAsset::otherTracks() const {
   load();
   std::vector<OtherTrack> others;
   if (file_ == nullptr) return others;
-  for (const auto& other : file_->otherStreams()) others.push_back({other.kind, other.codec, other.name});
+  for (const auto& other : file_->otherStreams()) others.push_back({other.kind, other.codec, other.name, other.isData});
   return others;
 }
 

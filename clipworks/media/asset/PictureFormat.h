@@ -24,11 +24,13 @@ struct PictureFormat {
       0;  ///< whose place in the file lies beyond its end: it was cut off, or its index is damaged
 };
 
-/// A track that is neither pictures nor sound, which no edit takes along.
+/// A track that is neither pictures nor sound. Export sessions leave it out; edits cut data tracks as the pictures are
+/// cut, where they can.
 struct OtherTrack {
   std::string kind;   ///< "subtitles", "data", "attachment", "picture" (cover art)
   std::string codec;  ///< short name or four characters of the container; empty when unknown
   std::string name;   ///< that the file gives it; empty for none
+  bool isData;        ///< timed metadata, time code or subtitles of an MP4 or QuickTime file
 };
 
 /// "SDR", "HLG", "PQ".
