@@ -5,34 +5,10 @@
 #include <string_view>
 #include <system_error>
 
+#include <clipworks/engine/CodedUnitTypes.h>
+
 namespace clipworks::engine {
 namespace {
-
-// nal_unit_type of H.264: ITU-T H.264, table 7-1.
-namespace avc {
-constexpr int slice = 1;
-constexpr int idrSlice = 5;
-constexpr int supplement = 6;
-constexpr int delimiter = 9;
-constexpr int filler = 12;
-}  // namespace avc
-
-// nal_unit_type of HEVC: ITU-T H.265, table 7-1.
-namespace hevc {
-constexpr int lastNonReference = 8;  // TRAIL_N, TSA_N, STSA_N, RADL_N, RASL_N are even
-constexpr int firstAccessPoint = 16;
-constexpr int brokenWithoutLeading = 18;  // BLA_N_LP
-constexpr int idrWithLeading = 19;
-constexpr int idr = 20;
-constexpr int lastAccessPoint = 21;  // a CRA picture
-constexpr int firstNonPicture = 32;
-constexpr int sequenceParameters = 33;
-constexpr int delimiter = 35;
-constexpr int filler = 38;
-constexpr int supplementBefore = 39;
-constexpr int supplementAfter = 40;
-constexpr int firstUnspecified = 48;
-}  // namespace hevc
 
 constexpr int noLayer = 8;  // TemporalId is 6 at most
 
@@ -134,7 +110,7 @@ bool isDecodingStart(const AVPacket& packet, const AVCodecParameters& parameters
   CodedUnits units(packet, parameters);
   while (const auto unit = units.next()) {
     if (unit->type < hevc::firstNonPicture)
-      return unit->type >= hevc::firstAccessPoint && unit->type <= hevc::lastAccessPoint;
+      return unit->type >= hevc::firstAccessPoint && unit->type <= hevc::cleanAccess;
   }
   return false;
 }
@@ -144,7 +120,7 @@ void startAnew(AVPacket& packet, const AVCodecParameters& parameters) {
   if (av_packet_make_writable(&packet) < 0) throw std::bad_alloc();
   CodedUnits units(packet, parameters);
   while (const auto unit = units.next()) {
-    if (unit->type != hevc::lastAccessPoint) continue;
+    if (unit->type != hevc::cleanAccess) continue;
     std::uint8_t& head = packet.data[unit->payload - packet.data - 2];
     head = static_cast<std::uint8_t>((head & 0x81) | hevc::brokenWithoutLeading << 1);
   }

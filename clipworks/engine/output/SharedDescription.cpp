@@ -3,29 +3,17 @@
 #include <algorithm>
 #include <set>
 
+#include <clipworks/engine/CodedUnitTypes.h>
+
 namespace clipworks::engine {
 namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 using Unit = std::span<const std::uint8_t>;
 
-// nal_unit_type: ITU-T H.264, table 7-1.
-namespace avc {
-constexpr int sequenceParameters = 7;
-constexpr int pictureParameters = 8;
-constexpr int mostNumber = 31;  // seq_parameter_set_id, 7.4.2.1.1
-}  // namespace avc
-
-// nal_unit_type: ITU-T H.265, table 7-1.
-namespace hevc {
-constexpr int firstAccessPoint = 16;
-constexpr int lastAccessPoint = 23;
-constexpr int firstNonPicture = 32;
-constexpr int videoParameters = 32;
-constexpr int sequenceParameters = 33;
-constexpr int pictureParameters = 34;
-constexpr int number = 15;  // the highest of sequence parameter sets, 7.4.3.2.1; its code has eight bits more than 0's
-}  // namespace hevc
+constexpr int mostAvcNumber = 31;  // of seq_parameter_set_id, ITU-T H.264, 7.4.2.1.1
+// The highest of sequence parameter sets (ITU-T H.265, 7.4.3.2.1); its code has eight bits more than that of 0.
+constexpr int hevcNumber = 15;
 
 constexpr int lengthBytes = 4;
 
@@ -91,7 +79,7 @@ int numberAt(const Bytes& bytes, std::size_t bit) {
   return value - 1;
 }
 
-/// Writes `hevc::number` for the 0 at a bit, by which all behind it moves on by a byte. False where there is no 0.
+/// Writes `hevcNumber` for the 0 at a bit, by which all behind it moves on by a byte. False where there is no 0.
 bool renumber(Bytes& bytes, std::size_t bit) {
   const std::size_t at = bit / 8;
   const int before = static_cast<int>(bit % 8);
@@ -110,7 +98,7 @@ bool renumber(Bytes& bytes, std::size_t bit) {
 /// the profile, tier and level of a stream without sub-layers (ITU-T H.265, 7.3.2.2.1 and 7.3.3).
 constexpr std::size_t hevcSequenceNumberBit = 16 + 8 + 96;
 
-/// A unit of the encoder of HEVC whose parameter sets, numbered 0, are to be `hevc::number`.
+/// A unit of the encoder of HEVC whose parameter sets, numbered 0, are to be `hevcNumber`.
 Expected<Bytes> renumbered(Unit unit) {
   const auto other = [] {
     return failed(ErrorKind::internal, "the encoder's parameter sets are not numbered as expected");
@@ -119,7 +107,7 @@ Expected<Bytes> renumbered(Unit unit) {
   Bytes bytes = unescaped(unit);
   constexpr std::size_t head = 16;
   if (type == hevc::videoParameters || type == hevc::sequenceParameters) {
-    bytes[2] = static_cast<std::uint8_t>(hevc::number << 4 | (bytes[2] & 0xf));  // vps_video_parameter_set_id, u(4)
+    bytes[2] = static_cast<std::uint8_t>(hevcNumber << 4 | (bytes[2] & 0xf));  // vps_video_parameter_set_id, u(4)
   }
   if (type == hevc::sequenceParameters) {
     const bool hasSubLayers = (bytes[2] >> 1 & 7) != 0;
@@ -129,7 +117,7 @@ Expected<Bytes> renumbered(Unit unit) {
     if (!renumber(bytes, head) || !renumber(bytes, head + 9)) return other();
   } else if (type < hevc::firstNonPicture) {
     // first_slice_segment_in_pic_flag; of access points no_output_of_prior_pics_flag; then the number (7.3.6.1).
-    const bool isAccessPoint = type >= hevc::firstAccessPoint && type <= hevc::lastAccessPoint;
+    const bool isAccessPoint = type >= hevc::firstAccessPoint && type <= hevc::lastReservedAccessPoint;
     if (!renumber(bytes, head + (isAccessPoint ? 2 : 1))) return other();
   }
   return escaped(bytes);
@@ -213,7 +201,7 @@ Expected<SharedDescription> SharedDescription::of(const AVCodecParameters& copie
     if (!shared.avc_ && set.type == hevc::sequenceParameters) taken.insert(numberAt(bytes, hevcSequenceNumberBit));
     if (!shared.avc_ && set.type == hevc::videoParameters && bytes.size() > 2) taken.insert(bytes[2] >> 4);
   }
-  shared.number_ = shared.avc_ ? avc::mostNumber : hevc::number;
+  shared.number_ = shared.avc_ ? mostAvcNumber : hevcNumber;
   while (shared.avc_ && shared.number_ > 0 && taken.contains(shared.number_)) --shared.number_;
   if (taken.contains(shared.number_)) return unsuitable("its parameter sets take all numbers");
 
@@ -238,10 +226,12 @@ SharedDescription::Bytes SharedDescription::avcRecordWith(const std::vector<Para
     for (const auto* list : {&sets_, &sets}) {
       for (const ParameterSet& set : *list) {
         if (isOfType(set)) appendUnit(record, set.unit, 2);
-        // A level is what a decoder needs for all that follows.
-        if (isOfType(set) && type == avc::sequenceParameters) record[3] = std::max(record[3], set.unit[3]);
       }
     }
+  }
+  // The level is what a decoder needs for all of them.
+  for (const ParameterSet& set : sets) {
+    if (set.type == avc::sequenceParameters && set.unit.size() > 3) record[3] = std::max(record[3], set.unit[3]);
   }
   // What High profiles add behind the sets (5.3.3.1.2) stays: depth and chroma are those of the copied samples.
   RecordCursor cursor(recordOf(*copied_).subspan(avcSetsAt));
