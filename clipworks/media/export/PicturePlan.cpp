@@ -145,6 +145,8 @@ class PictureLayout {
       for (const MediaSegment& segment : stretch) {
         backwards ? appendBackwards(run, segment, table, start) : appendPictures(run, segment, table, start);
       }
+      // What comes within a tick of the end is never seen.
+      while (run.pictures.size() > 1 && run.pictures.back().time >= job_.end - start) run.pictures.pop_back();
       if (run.pictures.empty()) return;
       known = runs_.emplace(std::move(key), job_.runs.size()).first;
       addRun(std::move(run), stretch.front().place);
@@ -167,7 +169,10 @@ class PictureLayout {
     for (std::size_t picture = shown.next(); picture < shown.end(); ++picture) {
       const CMTime mediaTime(table.timeOfPicture(picture), scale);
       const std::int64_t time = timeOf(segment, mediaTime) - start;
-      if (!run.pictures.empty() && time <= run.pictures.back().time) continue;  // faster than a tick
+      if (!run.pictures.empty() && time <= run.pictures.back().time) {
+        run.pictures.back().picture = static_cast<std::uint32_t>(picture);  // faster than a tick: what stays is seen
+        continue;
+      }
       if (thinner.keeps(time)) run.pictures.push_back({static_cast<std::uint32_t>(picture), time});
     }
   }
