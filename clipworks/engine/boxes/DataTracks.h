@@ -22,8 +22,8 @@ struct DataTrackFormat {
   std::uint32_t flags = 0;                   ///< `tkhd`
   std::vector<std::byte> presentation;       ///< the end of `tkhd`, from the layer's reserved bytes to the height
   std::vector<std::byte> mediaHeader;        ///< the box `gmhd`, `nmhd`, `sthd` …; empty without one
-  std::vector<std::byte> mediaMore;          ///< other boxes of `mdia` that are kept: `elng`
-  std::vector<std::byte> trackMore;          ///< other boxes of `trak` that are kept: `udta`, `meta`
+  std::vector<std::byte> mediaMore;          ///< other boxes of `mdia`, which stay: `elng`
+  std::vector<std::byte> trackMore;          ///< other boxes of `trak`, which stay: `udta`, `meta`
 };
 
 /// A sample of a data track, and where it lies in its file.
