@@ -186,11 +186,21 @@ class PictureVerification {
   std::map<std::uint32_t, Ends> ends_;  // by run
 };
 
+/// How long the sound is to be, in samples: what is copied ends with its file's, whatever that file's header says.
+std::int64_t wantedLength(const SoundJob& job) {
+  if (!job.copy) return job.length;
+  const SoundLane& lane = job.lanes.front();
+  const StreamFacts& facts = lane.file->stream(lane.stream);
+  if (facts.duration <= 0) return job.length;
+  const std::int64_t end = av_rescale(facts.duration, facts.sampleRate, facts.timescale);
+  return std::min(job.length, end - lane.pieces.front().source);
+}
+
 Expected<void> verifySound(const MediaFile& written, const SoundJob& job) {
   const StreamFacts* facts = firstOf(written, StreamKind::audio);
   if (facts == nullptr) return differs("it has no sound");
   const Shown shown = shownOf(written, *facts);
-  const double wanted = static_cast<double>(job.length) / job.encoder.sampleRate;
+  const double wanted = static_cast<double>(wantedLength(job)) / job.encoder.sampleRate;
   const double end = shown.start + shown.length;
   const double tolerance = 1.0 / written.timescale() + 1.5 / job.encoder.sampleRate;
   if (std::abs(end - wanted) <= tolerance) return {};
