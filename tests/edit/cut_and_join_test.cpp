@@ -61,7 +61,7 @@ TEST(Trimmed, IsExactWhereverItIsCut) {
       // A hair before and behind a picture, nearer than the file can tell.
       {{.frames = 60}, {{20 / 30.0 - hair / 2, 40 / 30.0 + hair / 2}, {10 / 30.0, 20 / 30.0 + hair / 2}}, false, 0, 60},
       // Groups of 30: from the cut to the next one, and at most three behind a last whole one.
-      {{.frames = 90}, {{0.31, 2.77}}, true, 21, 24},
+      {{.frames = 90}, {{0.11, 2.77}}, true, 27, 30},
       {{.frames = 90}, {{0.31, 1.2}, {0.7, 2.77}}, false, 9, 15},
       {baseline, {{0.31, 1.5}, {0.7, 2.77}}, true, 30, 30},
       {open, {{0.2, 1.4}, {1.51, 2.9}}, true, 38, 60}};
@@ -92,6 +92,7 @@ TEST(Trimmed, IsExactWhereverItIsCut) {
     EXPECT_NEAR(judge.duration(), length, 0.001);
     if (cut.clean) {
       EXPECT_EQ(judge.codedSamples("video").size(), wanted.size());
+      EXPECT_FALSE(made->tracks.back().isCopied);
     }
   }
 }

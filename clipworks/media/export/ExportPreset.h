@@ -22,7 +22,8 @@ struct ExportPreset {
   std::optional<engine::VideoCodec> videoCodec;
   /// Whether coded pictures of that codec may be kept as they are.
   bool keepsCodedPictures = true;
-  /// Whether pictures that are not shown may stay in the file, hidden, where those that are refer to them.
+  /// Whether pictures that are not shown may stay in the file, hidden, where those that are refer to them, and sound
+  /// before and behind a cut.
   bool hidesPictures = true;
   /// The pictures fit in a square of this side, in pixels; 0 keeps their size.
   int largestSide = 0;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include <clipworks/engine/output/SoundEncoder.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/base/PrintedText.h>
 #include <clipworks/media/time/ExactTime.h>
@@ -93,6 +94,15 @@ bool canPassFullScale(const engine::SoundJob& job, const std::vector<const Expor
          });
 }
 
+/// Whether a copy of what `piece` plays holds no more of the track than that, but for its own first edit and a packet.
+bool isWhole(const engine::StreamFacts& facts, const engine::SoundPiece& piece) {
+  const auto own = std::find_if(facts.edits.begin(), facts.edits.end(), [](const auto& e) { return e.mediaTime >= 0; });
+  const auto samples = [&facts](std::int64_t t) { return ticks(CMTime(t, facts.timescale), facts.sampleRate); };
+  const std::int64_t start = own == facts.edits.end() ? 0 : samples(own->mediaTime);
+  const std::int64_t end = samples(facts.duration) - engine::SoundEncoder::samplesPerPacket;
+  return piece.source <= start && piece.source + piece.length >= end;
+}
+
 bool canBeCopied(const engine::SoundJob& job, const ExportPreset& preset, std::size_t tracks) {
   if (!preset.keepsCodedPictures || tracks != 1 || job.lanes.size() != 1 || job.lanes.front().pieces.size() != 1) {
     return false;
@@ -100,6 +110,7 @@ bool canBeCopied(const engine::SoundJob& job, const ExportPreset& preset, std::s
   const auto& lane = job.lanes.front();
   const auto& piece = lane.pieces.front();
   const auto& facts = lane.file->stream(lane.stream);
+  if (!preset.hidesPictures && !isWhole(facts, piece)) return false;
   return facts.codec == "aac" && facts.hasConfiguration && !lane.mirror && lane.volume == 1.0F &&
          !piece.isStretched() && piece.target == 0 && piece.source <= mostHiddenSamples;
 }
