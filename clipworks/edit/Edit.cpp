@@ -12,14 +12,6 @@
 namespace clipworks {
 namespace {
 
-CGSize naturalSizeOf(const MediaTrack& media) { return {media.facts().naturalWidth, media.facts().naturalHeight}; }
-
-const MediaTrack* firstMedia(const Stretches& stretches) {
-  const auto& segments = stretches.segments();
-  const auto found = std::find_if(segments.begin(), segments.end(), [](const auto& s) { return s.mediaTrack; });
-  return found == segments.end() ? nullptr : found->mediaTrack.get();
-}
-
 void tellLeftOut(const Source& source, EditState& state) {
   for (const AVMediaType type : {AVMediaType::video, AVMediaType::audio}) {
     const std::size_t tracks = source.asset->AVAsset::tracks(type).size();
@@ -87,9 +79,10 @@ Result<void, Error> needSound(const Edit& edit, const std::string& work) {
   return failed(ErrorCode::noSound, edit.name() + " has no sound track; " + work + " needs one");
 }
 
-CGAffineTransform seenOf(const MediaTrack& media, const CGAffineTransform& transform) {
-  const CGPoint corner = boxOf(naturalSizeOf(media), transform).origin;
-  return CGAffineTransformConcat(transform, {1, 0, 0, 1, -corner.x, -corner.y});
+const MediaSegment* firstOfMedia(const Stretches& stretches) {
+  const auto& segments = stretches.segments();
+  const auto found = std::find_if(segments.begin(), segments.end(), [](const auto& s) { return s.mediaTrack; });
+  return found == segments.end() ? nullptr : &*found;
 }
 
 void draw(EditState& state, const CGAffineTransform& map, const CGSize& size) {
@@ -103,9 +96,8 @@ void draw(EditState& state, const CGAffineTransform& map, const CGSize& size) {
   const auto& segments = state.pictures->segments();
   const bool isAsRecorded = std::all_of(segments.begin(), segments.end(), [&](const MediaSegment& segment) {
     if (segment.mediaTrack == nullptr) return true;
-    const CGAffineTransform recorded = seenOf(*segment.mediaTrack, state.transform);
-    return segment.mediaTrack.get() == firstMedia(*state.pictures) && *segment.place == recorded &&
-           boxOf(naturalSizeOf(*segment.mediaTrack), recorded).size == size;
+    return segment.mediaTrack == firstOfMedia(*state.pictures)->mediaTrack &&
+           isShownAsRecorded(segment, state.transform, size);
   });
   if (!isAsRecorded) return;
   state.canvas.reset();
@@ -133,16 +125,16 @@ Result<Edit, Error> Edit::open(const std::filesystem::path& file, Extent extent)
 }
 
 CMTime Edit::duration() const { return state_->length; }
-bool Edit::hasPictures() const { return state_->pictures && firstMedia(*state_->pictures) != nullptr; }
+bool Edit::hasPictures() const { return state_->pictures && firstOfMedia(*state_->pictures) != nullptr; }
 bool Edit::hasSound() const {
   return std::any_of(state_->sounds.begin(), state_->sounds.end(),
-                     [](const Sound& sound) { return firstMedia(sound.stretches) != nullptr; });
+                     [](const Sound& sound) { return firstOfMedia(sound.stretches) != nullptr; });
 }
 
 CGSize Edit::size() const {
   if (state_->canvas) return *state_->canvas;
   if (!hasPictures()) return {};
-  return boxOf(naturalSizeOf(*firstMedia(*state_->pictures)), state_->transform).size;
+  return boxOf(naturalSizeOf(*firstOfMedia(*state_->pictures)->mediaTrack), state_->transform).size;
 }
 
 std::string Edit::name() const { return state_->sources.front()->name(); }

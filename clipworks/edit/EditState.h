@@ -85,8 +85,8 @@ void pad(Stretches& stretches, const CMTime& length);
 /// Draws what is seen by `map`, in pixels, onto a canvas of `size`. There are pictures.
 void draw(EditState& state, const CGAffineTransform& map, const CGSize& size);
 
-/// From the natural size of a track to what is seen of it under `transform`, with its corner at zero.
-[[nodiscard]] CGAffineTransform seenOf(const MediaTrack& media, const CGAffineTransform& transform);
+/// The first of `stretches` that shows or plays something; null where there is none.
+[[nodiscard]] const MediaSegment* firstOfMedia(const Stretches& stretches);
 
 /// The edit of a changed state.
 [[nodiscard]] Edit edited(EditState state);

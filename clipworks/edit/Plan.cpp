@@ -16,6 +16,7 @@
 #include <clipworks/engine/input/CachedPictureReader.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
+#include <clipworks/media/export/DrawnPlan.h>
 #include <clipworks/media/export/ExportPlan.h>
 #include <clipworks/media/export/ExportPreset.h>
 
@@ -59,11 +60,8 @@ bool playsBackwards(const EditState& state) {
 /// Whether pictures of the first source with any come as they are coded.
 bool showsUndrawn(const EditState& state) {
   if (!state.canvas || !state.pictures) return true;
-  const auto& segments = state.pictures->segments();
-  const auto first = std::find_if(segments.begin(), segments.end(), [](const auto& s) { return s.mediaTrack; });
-  if (first == segments.end()) return false;
-  const auto& facts = first->mediaTrack->facts();
-  return first->place == CGAffineTransformIdentity && *state.canvas == CGSize{facts.naturalWidth, facts.naturalHeight};
+  const MediaSegment* first = firstOfMedia(*state.pictures);
+  return first != nullptr && isShownAsRecorded(*first, state.transform, *state.canvas);
 }
 
 engine::VideoCodec codecOf(const EditState& state, CodecChoice choice) {

@@ -141,9 +141,7 @@ engine::Expected<std::filesystem::path> write(const std::vector<std::uint8_t>& b
 }
 
 ImageSource sourceOf(const EditState& state, const Screen& screen, std::shared_ptr<engine::DamagedPictures> damaged) {
-  const auto& segments = state.pictures->segments();
-  const auto first = std::find_if(segments.begin(), segments.end(), [](const auto& s) { return s.mediaTrack; });
-  const auto& facts = first->mediaTrack->facts();
+  const auto& facts = firstOfMedia(*state.pictures)->mediaTrack->facts();
   const CGSize black = state.canvas.value_or(CGSize{facts.naturalWidth, facts.naturalHeight});
   return {screen.timeline(), state.transform, black, std::move(damaged)};
 }

@@ -18,10 +18,8 @@ namespace {
 constexpr double largestSide = 16'384;
 
 const MediaTrack* firstMedia(const EditState& state) {
-  if (!state.pictures) return nullptr;
-  const auto& segments = state.pictures->segments();
-  const auto found = std::find_if(segments.begin(), segments.end(), [](const auto& s) { return s.mediaTrack; });
-  return found == segments.end() ? nullptr : found->mediaTrack.get();
+  const MediaSegment* first = state.pictures ? firstOfMedia(*state.pictures) : nullptr;
+  return first == nullptr ? nullptr : first->mediaTrack.get();
 }
 
 /// Whether pictures of both can follow each other without being drawn: shown in the same way, of one size and meaning.

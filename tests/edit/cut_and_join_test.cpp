@@ -125,6 +125,24 @@ TEST(Joined, KeepsWhatIsCodedAlikeAndBringsTheRestToOneLook) {
     EXPECT_EQ(toneSecondAt(heard, time), second) << time;
 }
 
+TEST(Joined, KeepsTheFirstWhereTheHeaderTurnsIt) {
+  const TemporaryDirectory directory;
+  const BarCodeClip onItsSide({.width = 180, .height = 320, .rotation = 90});
+  const auto made =
+      Chain(onItsSide.path()).join(BarCodeClip().path()).join(onItsSide.path()).save(directory.file("a.mp4"));
+  ASSERT_TRUE(made) << made.error().sentence;
+  EXPECT_EQ(made->tracks.front().encodedPictures, 60) << made->tracks.front().remark;
+  const MediaJudge judge(made->path);
+  EXPECT_EQ(judge.stream("video").width, 180);
+  EXPECT_EQ(judge.stream("video").matrix, MediaJudge(onItsSide.path()).stream("video").matrix);
+  const auto pictures = judge.pictures();
+  ASSERT_EQ(pictures.size(), 180);
+  for (const auto& [picture, quarterTurns] : {std::pair{0, 0}, {60, 3}, {119, 3}, {179, 0}}) {
+    EXPECT_EQ(pictures[picture].number, picture % 60);
+    EXPECT_EQ(pictures[picture].orientation, (Orientation{false, quarterTurns})) << picture;
+  }
+}
+
 TEST(Joined, ShowsItsPicturesBeforeItIsAMovie) {
   const TemporaryDirectory directory;
   const BarCodeClip onItsSide({.width = 180, .height = 320, .rotation = 90});

@@ -18,6 +18,18 @@ engine::Canvas canvasOf(const ExportPreset::FixedSize& size) {
   return {size.width + size.width % 2, size.height + size.height % 2};
 }
 
+/// Nothing for a map that leaves no area.
+std::optional<CGAffineTransform> inverse(const CGAffineTransform& t) {
+  const double area = t.a * t.d - t.b * t.c;
+  if (area == 0) return std::nullopt;
+  return CGAffineTransform{t.d / area,
+                           -t.b / area,
+                           -t.c / area,
+                           t.a / area,
+                           (t.c * t.ty - t.d * t.tx) / area,
+                           (t.b * t.tx - t.a * t.ty) / area};
+}
+
 /// Upright, in the middle of the canvas, which it covers whole.
 CGAffineTransform uprightOnto(const engine::Canvas& canvas, const CGSize& natural, const CGAffineTransform& turn,
                               bool fills) {
@@ -45,9 +57,22 @@ CGRect boxOf(const CGSize& natural, const CGAffineTransform& turn) {
   return {{left, top}, {right - left, bottom - top}};
 }
 
+CGSize naturalSizeOf(const MediaTrack& media) { return {media.facts().naturalWidth, media.facts().naturalHeight}; }
+
+CGAffineTransform seenOf(const MediaTrack& media, const CGAffineTransform& transform) {
+  const CGPoint corner = boxOf(naturalSizeOf(media), transform).origin;
+  return CGAffineTransformConcat(transform, {1, 0, 0, 1, -corner.x, -corner.y});
+}
+
+bool isShownAsRecorded(const MediaSegment& segment, const CGAffineTransform& transform, const CGSize& canvas) {
+  const CGAffineTransform recorded = seenOf(*segment.mediaTrack, transform);
+  return segment.place == recorded && boxOf(naturalSizeOf(*segment.mediaTrack), recorded).size == canvas;
+}
+
 ExportTrack fitted(const ExportTrack& track, const ExportPreset::FixedSize& size) {
   ExportTrack onCanvas = track;
   onCanvas.canvas = canvasOf(size);
+  onCanvas.transform = CGAffineTransformIdentity;
   for (auto& segment : onCanvas.segments) {
     if (segment.mediaTrack == nullptr) continue;
     const auto& facts = segment.mediaTrack->facts();
@@ -68,16 +93,37 @@ void drawRun(engine::PictureRun& run, const CGAffineTransform& place) {
   run.layers.push_back(std::move(layer));
 }
 
-}  // namespace
+/// A track that is turned by the header, on a canvas as the first of its media is recorded, where it shows that one
+/// just so: pictures of its kind need not be drawn then. Nothing where it does not, or where they are recorded upright.
+std::optional<ExportTrack> asRecorded(const ExportTrack& track) {
+  const auto first = std::find_if(track.segments.begin(), track.segments.end(),
+                                  [](const MediaSegment& segment) { return segment.mediaTrack != nullptr; });
+  if (first == track.segments.end()) return std::nullopt;
+  const CGAffineTransform turn = seenOf(*first->mediaTrack, track.transform);
+  const auto back = inverse(turn);
+  if (turn == CGAffineTransformIdentity || !back ||
+      !isShownAsRecorded(*first, track.transform, CGSize(track.canvas->width, track.canvas->height)))
+    return std::nullopt;
+  ExportTrack recorded = track;
+  const auto& facts = first->mediaTrack->facts();
+  recorded.canvas = {static_cast<int>(facts.naturalWidth), static_cast<int>(facts.naturalHeight)};
+  for (auto& segment : recorded.segments) {
+    if (segment.mediaTrack == nullptr) continue;
+    segment.place = segment.place == turn ? CGAffineTransformIdentity : CGAffineTransformConcat(*segment.place, *back);
+  }
+  return recorded;
+}
 
-Result<std::optional<engine::PictureJob>, NSError> planDrawn(const ExportTrack& track, const ExportPreset& preset) {
+/// Turned by the header as the track says, or not at all.
+Result<std::optional<engine::PictureJob>, NSError> planOnCanvas(const ExportTrack& track, const ExportPreset& preset,
+                                                                bool isTurnedByHeader) {
   auto planned = layOutPictures(track);
   if (!planned) return failure(planned.error());
   if (!*planned) return std::nullopt;
   engine::PictureJob& job = (*planned)->job;
   chooseEncoding(job, preset);
   job.canvas = track.canvas;
-  job.matrix.reset();
+  if (!isTurnedByHeader) job.matrix.reset();
   job.encoder.pixelAspect = {1, 1};
   setEncodedSize(job, job.canvas->width, job.canvas->height, preset);
   for (std::size_t i = 0; i < job.runs.size(); ++i) {
@@ -91,6 +137,16 @@ Result<std::optional<engine::PictureJob>, NSError> planDrawn(const ExportTrack& 
     if (run.file != nullptr && !run.copy) drawRun(run, CGAffineTransformIdentity);
   }
   return std::move(job);
+}
+
+}  // namespace
+
+Result<std::optional<engine::PictureJob>, NSError> planDrawn(const ExportTrack& track, const ExportPreset& preset) {
+  if (const auto recorded = asRecorded(track)) {
+    auto turned = planOnCanvas(*recorded, preset, true);
+    if (!turned || !*turned || (*turned)->copiesAny()) return turned;
+  }
+  return planOnCanvas(track, preset, false);
 }
 
 }  // namespace clipworks
