@@ -3,10 +3,14 @@
 #include <filesystem>
 #include <optional>
 
+#include <app/Limits.h>
 #include <clipworks/edit/MakeMovie.h>
 #include <clipworks/edit/Plan.h>
 
 namespace clipworks::app {
+
+/// Whether the program gives up what clips never need before it reads one.
+enum class ConfinementMode { automatic, required, off };
 
 /// What holds for every command.
 struct Options {
@@ -33,6 +37,8 @@ struct Options {
   Verification verification = Verification::automatic;
   /// Nothing that is not shown stays in a movie.
   bool clean = false;
+  ConfinementMode confinement = ConfinementMode::automatic;
+  Limits limits{};
 };
 
 }  // namespace clipworks::app

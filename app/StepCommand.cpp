@@ -25,6 +25,16 @@ std::vector<std::filesystem::path> StepCommand::otherFiles() const {
   return {files_.begin() + (follows_ ? 0 : 1), files_.end()};
 }
 
+Result<Edit, Error> StepCommand::open(const std::filesystem::path& file) const { return Edit::open(file, extent()); }
+
+Needs StepCommand::needs() const {
+  Needs needs;
+  needs.inputs.assign(files_.begin(), files_.end());
+  needs.makesFiles = true;
+  needs.replacedName = givenName();
+  return needs;
+}
+
 Outcome StepCommand::run(const Program& program) { return runEdit({this}, program); }
 
 }  // namespace clipworks::app

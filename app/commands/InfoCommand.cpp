@@ -26,6 +26,8 @@ class InfoCommand final : public Command {
     parser.add_option("FILE", files_, "The files")->type_name("")->required();
   }
 
+  Needs needs() const override { return {{files_.begin(), files_.end()}}; }
+
   Outcome run(const Program& program) override {
     if (program.options.planOnly) return wrongUse("info makes nothing; --plan is for commands that do");
     if (program.options.json) program.reporter.keepEventsOff();

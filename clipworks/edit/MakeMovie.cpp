@@ -11,6 +11,7 @@
 #include <clipworks/edit/EditState.h>
 #include <clipworks/edit/Files.h>
 #include <clipworks/engine/input/DamagedPictures.h>
+#include <clipworks/engine/output/DirectNewFiles.h>
 #include <clipworks/engine/pipeline/ExportRun.h>
 #include <clipworks/media/asset/FileTypes.h>
 
@@ -116,6 +117,7 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
   job.container = containerOf(path, edit);
   job.fileLengthLimit = options.mostBytes;
   job.existing = engineExisting(options.existing);
+  job.files = options.files;
   job.isStrict = options.isStrict;
   job.verifies = wantsVerification(job, options.verification);
   const bool isEncoded = job.pictures && !job.pictures->copiesAll();
@@ -163,13 +165,15 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
 
 }  // namespace
 
+std::unique_ptr<engine::NewFiles> newFilesOfThisProcess() { return std::make_unique<engine::DirectNewFiles>(); }
+
 Result<MovieReport, Error> makeMovie(const Edit& edit, const std::filesystem::path& path, const MovieOptions& options) {
   std::exception_ptr thrownByProgress;
   Result<MovieReport, Error> made = failed(ErrorCode::internal, "");
   try {
     made = make(edit, path, options, thrownByProgress);
   } catch (const std::bad_alloc&) {
-    return failed(ErrorCode::internal, edit.name() + ": out of memory");
+    return failed(ErrorCode::noMemory, edit.name() + ": out of memory");
   } catch (const std::exception& thrown) {
     return failed(ErrorCode::internal, edit.name() + ": " + thrown.what());
   }

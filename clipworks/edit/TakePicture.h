@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <stop_token>
 #include <vector>
 
@@ -33,6 +34,8 @@ struct PictureOptions {
   ExistingFile existing = ExistingFile::refused;
   /// Whether a damaged picture is a failure; else what could be decoded is shown.
   bool isStrict = false;
+  /// As for movies.
+  std::shared_ptr<engine::NewFiles> files{};
   /// Called on the caller's thread with the share of the pictures that is done. What it throws ends the work.
   std::function<void(double)> onProgress{};
   std::stop_token stop{};

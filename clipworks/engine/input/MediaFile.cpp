@@ -252,11 +252,17 @@ Expected<std::shared_ptr<const MediaFile>> MediaFile::open(const std::filesystem
   if (state) {
     if (auto known = OpenFiles::shared().find(*state)) return known;
   }
+  auto file = open(std::move(*handle), path.filename().string());
+  if (file && state) OpenFiles::shared().add(*state, *file);
+  return file;
+}
+
+Expected<std::shared_ptr<const MediaFile>> MediaFile::open(std::shared_ptr<const FileHandle> handle,
+                                                           const std::string& name) {
   std::shared_ptr<MediaFile> file(new MediaFile());
-  file->name_ = path.filename().string();
-  file->handle_ = *handle;
+  file->name_ = name;
+  file->handle_ = std::move(handle);
   if (auto loaded = file->load(); !loaded) return tl::make_unexpected(loaded.error());
-  if (state) OpenFiles::shared().add(*state, file);
   return file;
 }
 

@@ -83,6 +83,9 @@ class MediaFile {
   /// Shares what is known of a file that is open already and has not changed since. Fails with one sentence that names
   /// the file.
   [[nodiscard]] static Expected<std::shared_ptr<const MediaFile>> open(const std::filesystem::path& path);
+  /// One that is open for reading; `name` is what sentences call it.
+  [[nodiscard]] static Expected<std::shared_ptr<const MediaFile>> open(std::shared_ptr<const FileHandle> handle,
+                                                                       const std::string& name);
 
   [[nodiscard]] const std::string& name() const { return name_; }
   [[nodiscard]] const std::shared_ptr<const FileHandle>& handle() const { return handle_; }
