@@ -82,8 +82,9 @@ struct MovieReport {
 
 /// Makes the movie at `path`: MP4, for ".mov" QuickTime, for ".m4a" sound alone. Works on the caller's thread and
 /// threads of its own, and returns when the file is whole under its name, or nothing is left of it. Any number at once.
-/// Fails as `plan` does; with `badArgument` where `path` is one of the edit's own files; with `notFound`,
-/// `notWritable`, `noSpace`, `limitReached`, `damaged`, `noEncoder`, `cancelled` or `internal`.
+/// Fails as `plan` does; with `badArgument` where `path` is one of the edit's own files, or has the ending of another
+/// kind of file (".webm"); with `notFound`, `notWritable`, `noSpace`, `limitReached`, `damaged`, `noEncoder`,
+/// `cancelled` or `internal`.
 [[nodiscard]] CLIPWORKS_API Result<MovieReport, Error> makeMovie(const Edit& edit, const std::filesystem::path& path,
                                                                  const MovieOptions& options = {});
 
