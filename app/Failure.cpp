@@ -15,8 +15,6 @@ ExitCode exitCodeOf(const Error& error, const Limits& limits) {
       return ExitCode::limitReached;
     case ErrorCode::noMemory:
       return limits.memory ? ExitCode::limitReached : ExitCode::tryAgain;
-    case ErrorCode::noEncoder:  // does not say why it does not open
-      return limits.memory ? ExitCode::limitReached : ExitCode::failed;
     case ErrorCode::noSpace:
       return ExitCode::tryAgain;
     default:
@@ -28,7 +26,7 @@ ExitCode exitCodeOf(const Error& error, const Limits& limits) {
 
 Failure failureOf(const Error& error, const Limits& limits) {
   std::string sentence = error.code == ErrorCode::cancelled ? "interrupted" : error.sentence;
-  if ((error.code == ErrorCode::noMemory || error.code == ErrorCode::noEncoder) && limits.memory)
+  if (error.code == ErrorCode::noMemory && limits.memory)
     sentence += " (--memory allows " + shownSize(static_cast<double>(*limits.memory)) + ")";
   return {exitCodeOf(error, limits), std::move(sentence), error.code};
 }

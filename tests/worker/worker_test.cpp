@@ -41,7 +41,7 @@ TEST(Worker, TellsWhatWentWrongAndGoesOn) {
   const std::string file = clip.path().string();
   const std::string made = directory.file("made.mp4").string();
   WorkerOptions narrow = probe();
-  narrow.mostMemory = 40'000'000;
+  narrow.mostMemory = 56'000'000;
   WorkerOptions brief = probe();
   brief.mostSeconds = 0.05;
   WorkerOptions absent = probe();

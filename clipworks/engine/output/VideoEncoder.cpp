@@ -145,6 +145,16 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
   }
 }
 
+/// Whether an encoder that does not open, and does not say why, would have the memory that it holds.
+bool hasMemory(const VideoEncoderSettings& settings) {
+  constexpr int mostSide = 16'384;  // beyond, that is not the reason
+  constexpr std::size_t pictures = 60;
+  if (std::max(settings.width, settings.height) > mostSide) return true;
+  const auto pixels = static_cast<std::size_t>(settings.width) * static_cast<std::size_t>(settings.height);
+  const std::unique_ptr<void, decltype(&std::free)> memory(std::malloc(pictures * pixels * 3 / 2), &std::free);
+  return memory != nullptr;
+}
+
 }  // namespace
 
 Fraction nominalRate(double picturesPerSecond) {
@@ -182,10 +192,10 @@ Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& asked) {
   const auto start = EncoderStart::begin();
   if (!start) return tl::make_unexpected(start.error());
   if (const int code = avcodec_open2(context.get(), codec, nullptr); code < 0) {
-    return tl::make_unexpected(libraryError(code,
-                                            "the encoder " + name + " does not take " + std::to_string(settings.width) +
-                                                " × " + std::to_string(settings.height) + " pictures",
-                                            ErrorKind::noEncoder));
+    const std::string size = std::to_string(settings.width) + " × " + std::to_string(settings.height) + " pictures";
+    if (!hasMemory(settings)) return failed(ErrorKind::outOfMemory, "there is no memory for encoding " + size);
+    return tl::make_unexpected(
+        libraryError(code, "the encoder " + name + " does not take " + size, ErrorKind::noEncoder));
   }
   auto format = formatOf(*context, settings.frameRate);
   if (!format) return tl::make_unexpected(format.error());
