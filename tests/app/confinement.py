@@ -5,6 +5,7 @@ confinement.py PROBE_PROGRAM
 
 PROBE_PROGRAM is the program with one command more. Everything that it harms is this test's own, in a directory that goes.
 """
+import ctypes
 import json
 import os
 import signal
@@ -106,6 +107,27 @@ class Confinement(unittest.TestCase):
 
         told = confinement()
         self.assertTrue(told["landlock"] > 0 and told["seccomp"], told)
+
+    def test_survives_a_filter_around_it(self):
+        """One that ends whoever asks for Landlock or seccomp, as containers of old may."""
+        library = ctypes.CDLL("libseccomp.so.2")
+        library.seccomp_init.restype = ctypes.c_void_p
+
+        def enclose():
+            allowed, killed = ctypes.c_uint32(0x7FFF0000), ctypes.c_uint32(0x80000000)  # SCMP_ACT_…
+            context = ctypes.c_void_p(library.seccomp_init(allowed))
+            for name in (b"landlock_create_ruleset", b"seccomp"):
+                library.seccomp_rule_add_exact(context, killed, library.seccomp_syscall_resolve_name(name), 0)
+            library.seccomp_load(context)
+
+        def run(*options):
+            return subprocess.run([PROGRAM, *options, "probe", self.path("clip.mp4"), "read=/etc/passwd"], capture_output=True,
+                                  text=True, timeout=60, check=False, preexec_fn=enclose)
+
+        survived = run()
+        self.assertEqual((survived.returncode, survived.stdout), (0, "read=/etc/passwd done\n"), survived)
+        self.assertIn("not confined", survived.stderr)
+        self.assertEqual(run("--confinement", "require").returncode, 1)
 
     def test_leaves_no_process(self):
         """The one that makes files goes with the one that it serves, even when that one is killed."""
