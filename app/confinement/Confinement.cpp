@@ -35,21 +35,12 @@ fs::path ownLibraries() {
 
 /// What the libraries open late: others that they load, and what the system says of its processors and its clock.
 std::vector<fs::path> systemPlaces() {
-  return {ownLibraries(),
-          "/usr/lib",
-          "/lib",
-          "/lib64",
-          "/usr/local/lib",
-          "/etc/ld.so.cache",
-          "/etc/localtime",
-          "/usr/share/zoneinfo",
-          "/sys/devices/system/cpu",
-          "/sys/devices/system/node",
-          "/proc/sys/vm/overcommit_memory",
-          "/proc/cpuinfo",
-          "/proc/meminfo",
-          "/dev/null",
-          "/dev/urandom"};
+  return {ownLibraries(), "/usr/lib", "/lib", "/lib64", "/usr/local/lib", "/etc/ld.so.cache",
+          // The clock's zone, the processors, and how much of them this process may use.
+          "/etc/localtime", "/usr/share/zoneinfo", "/proc/cpuinfo", "/proc/meminfo", "/proc/sys/vm/overcommit_memory",
+          "/proc/self/cgroup", "/sys/devices/system/cpu", "/sys/devices/system/node", "/sys/fs/cgroup",
+          // What the C library takes numbers from, and puts nothing into.
+          "/dev/urandom", "/dev/null"};
 }
 
 /// The sound server's and the devices' own files are in many places; nothing of a stranger's is read.
@@ -60,11 +51,16 @@ FileRights rightsForSound(const Options& options) {
 }
 
 FilePermissions permissionsOf(const Needs& needs, const Options& options) {
-  FilePermissions permissions{{options.outputs}, {".mp4", ".mov", ".m4a", ".jpg", ".png", ".heic"}, needs.replacedName};
+  FilePermissions permissions{{options.outputs}, {}, {".mp4", ".mov", ".m4a", ".jpg", ".png", ".heic"}};
+  permissions.mayReplace = needs.replacedName || (options.output && options.replacesFile);
   if (options.output) {
     permissions.directories = {options.output->has_parent_path() ? options.output->parent_path() : fs::path(".")};
+    permissions.beginnings = {options.output->stem().native()};
     permissions.endings.push_back(options.output->extension().native());
-    if (options.replacesFile) permissions.replaceable = options.output->stem().native();
+  } else if (needs.replacedName) {
+    permissions.beginnings = {*needs.replacedName};
+  } else {
+    for (const auto& input : needs.inputs) permissions.beginnings.push_back(input.stem().native() + "-");
   }
   return permissions;
 }

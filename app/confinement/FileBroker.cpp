@@ -160,8 +160,7 @@ class Broker {
     if (found == files_.end()) return refuse(EBADF);
     auto& [path, file] = found->second;
     const bool isKnown = question.existing <= ExistingName::numbered;
-    if (!isKnown || (question.existing == ExistingName::replaced && !permissions_.allowReplacing(path)))
-      return refuse(EPERM);
+    if (!isKnown || (question.existing == ExistingName::replaced && !permissions_.mayReplace)) return refuse(EPERM);
     const auto name = file->commit(question.existing);
     if (!name) return refuse(name.error());
     files_.erase(found);
@@ -281,16 +280,13 @@ std::string directoryOf(const fs::path& path) {
 }  // namespace
 
 bool FilePermissions::allow(const fs::path& path) const {
-  const auto name = path.filename().native();
-  const bool isIn = std::any_of(directories.begin(), directories.end(), [&path](const fs::path& directory) {
-    return directoryOf(directory / "") == directoryOf(path);
-  });
-  return isIn && !name.empty() && name.front() != '.' && name.find('\0') == std::string::npos &&
-         std::find(endings.begin(), endings.end(), path.extension().native()) != endings.end();
-}
-
-bool FilePermissions::allowReplacing(const fs::path& path) const {
-  return replaceable && path.filename().native().starts_with(*replaceable);
+  const std::string name = path.filename().native();
+  return std::any_of(directories.begin(), directories.end(),
+                     [&path](const fs::path& directory) { return directoryOf(directory / "") == directoryOf(path); }) &&
+         std::any_of(beginnings.begin(), beginnings.end(),
+                     [&name](const std::string& beginning) { return name.starts_with(beginning); }) &&
+         std::find(endings.begin(), endings.end(), path.extension().native()) != endings.end() &&
+         name.find('\0') == std::string::npos;
 }
 
 tl::expected<std::shared_ptr<engine::NewFiles>, int> startFileBroker(FilePermissions permissions) {

@@ -10,15 +10,14 @@
 
 namespace clipworks::app {
 
-/// Which new files a confined process may have made: in these directories, with these endings, and no hidden ones.
+/// Which new files a confined process may have made.
 struct FilePermissions {
   std::vector<std::filesystem::path> directories;
-  std::vector<std::string> endings;  ///< ".mp4"
-  /// Files whose name begins so may be replaced; none without.
-  std::optional<std::string> replaceable;
+  std::vector<std::string> beginnings;  ///< of their names
+  std::vector<std::string> endings;     ///< ".mp4"
+  bool mayReplace = false;              ///< those that are there
 
   [[nodiscard]] bool allow(const std::filesystem::path& path) const;
-  [[nodiscard]] bool allowReplacing(const std::filesystem::path& path) const;
 };
 
 /// Starts a process that makes new files for this one, which may give up its own rights to then: no directory has to be

@@ -1,10 +1,12 @@
 #include <app/confinement/SystemCalls.h>
 
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <sched.h>
 #include <seccomp.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -35,9 +37,10 @@ constexpr const char* always[] = {
     "vm86old", "personality",
     // Rights.
     "setuid", "setgid", "setreuid", "setregid", "setresuid", "setresgid", "setfsuid", "setfsgid", "setgroups", "capset",
-    // What Landlock does not see: changes by path.
-    "chmod", "fchmodat", "fchmodat2", "chown", "lchown", "fchownat", "setxattr", "lsetxattr", "setxattrat",
-    "removexattr", "lremovexattr", "removexattrat", "utime", "utimes", "futimesat",
+    // What Landlock does not see: changes of what a file is, by path, and by descriptors that are open for reading.
+    "chmod", "fchmod", "fchmodat", "fchmodat2", "chown", "fchown", "lchown", "fchownat", "setxattr", "lsetxattr",
+    "fsetxattr", "setxattrat", "removexattr", "lremovexattr", "fremovexattr", "removexattrat", "utime", "utimes",
+    "futimesat", "utimensat", "file_setattr",
     // Memory and queues outside the process's own.
     "shmget", "shmat", "semget", "semop", "semtimedop", "msgget", "msgsnd", "msgrcv", "mq_open", "mq_unlink",
     "memfd_secret"};
@@ -98,7 +101,11 @@ int restrictSystemCalls(bool usesSoundServer) {
   filter.deny("kill", isOther(0, self));
   filter.deny("tgkill", isOther(0, self));
   filter.deny("prlimit64", {0, SCMP_CMP_GT, 0, 0});
-  filter.deny("utimensat", isOther(1, 0));  // by path; by descriptor there is none
+  filter.deny("setpriority", isOther(0, PRIO_PROCESS));
+  for (const auto request : {FS_IOC_SETFLAGS, FS_IOC_FSSETXATTR}) filter.deny("ioctl", is(1, request));
+  // Signals that a descriptor sends.
+  for (const int command : {F_SETOWN, F_SETOWN_EX, F_SETSIG})
+    filter.deny("fcntl", is(1, static_cast<std::uint64_t>(command)));
   // Words that are put into the terminal's mouth.
   filter.deny("ioctl", is(1, TIOCSTI));
   filter.deny("ioctl", is(1, TIOCLINUX));

@@ -113,6 +113,8 @@ class ProbeCommand final : public Command {
         {"remove", [](const auto& path) { return codeOf(::unlink(path.c_str())); }},
         {"rename", [](const auto& path) { return codeOf(::rename(path.c_str(), (path + "-2").c_str())); }},
         {"chmod", [](const auto& path) { return codeOf(::chmod(path.c_str(), 0777)); }},
+        {"chmodOpen",
+         [](const auto& path) { return codeOf(::fchmod(::open(path.c_str(), O_RDONLY | O_CLOEXEC), 0777)); }},
         {"utimes", [](const auto& path) { return codeOf(::utimensat(AT_FDCWD, path.c_str(), nullptr, 0)); }},
         {"tcp", [](const auto& port) { return connectToPort(SOCK_STREAM, port); }},
         {"udp", [](const auto& port) { return connectToPort(SOCK_DGRAM, port); }},

@@ -24,7 +24,7 @@ class Confinement(unittest.TestCase):
         self.addCleanup(self.directory.cleanup)
         for name in ("outputs", "beside"):
             os.mkdir(self.path(name))
-        for name in ("clip.mp4", "beside/secret", "outputs/older.mp4"):
+        for name in ("clip.mp4", "beside/secret", "outputs/clip-older.mp4"):
             with open(self.path(name), "w", encoding="utf-8") as file:
                 file.write("content")
 
@@ -58,17 +58,17 @@ class Confinement(unittest.TestCase):
         self.addCleanup(other.kill)
         return [
             "read=/etc/passwd", "list=" + os.path.expanduser("~"), "read=" + self.path("beside/secret"),
-            "read=" + self.path("outputs/older.mp4"), "list=" + self.path("outputs"),
+            "read=" + self.path("outputs/clip-older.mp4"), "list=" + self.path("outputs"),
             "write=" + self.path("beside/new"), "write=" + self.path("outputs/new.mp4"),
-            "write=" + self.path("clip.mp4"), "remove=" + self.path("outputs/older.mp4"),
-            "rename=" + self.path("outputs/older.mp4"), "chmod=" + self.path("beside/secret"),
-            "utimes=" + self.path("beside/secret"), f"tcp={tcp.getsockname()[1]}", f"udp={udp.getsockname()[1]}",
+            "write=" + self.path("clip.mp4"), "remove=" + self.path("outputs/clip-older.mp4"),
+            "rename=" + self.path("outputs/clip-older.mp4"), "chmod=" + self.path("beside/secret"),
+            "utimes=" + self.path("beside/secret"), "chmodOpen=" + self.path("clip.mp4"), f"tcp={tcp.getsockname()[1]}", f"udp={udp.getsockname()[1]}",
             "unix=" + self.path("socket"), "unix=@" + self.path("abstract"), "children=200", f"trace={os.getpid()}",
             f"signal={other.pid}", "sharedMemory=4096", "exec=/bin/true",
             # By the process that makes files for it.
-            "new=" + self.path("beside/new.mp4"), "new=" + self.path("outputs/.hidden.mp4"),
-            "new=" + self.path("outputs/profile"), "new=" + self.path("outputs/../beside/new.mp4"),
-            "replaced=" + self.path("outputs/older.mp4"),
+            "new=" + self.path("beside/clip-new.mp4"), "new=" + self.path("outputs/.hidden.mp4"),
+            "new=" + self.path("outputs/clip-profile"), "new=" + self.path("outputs/../beside/clip-new.mp4"),
+            "replaced=" + self.path("outputs/clip-older.mp4"),
         ], other
 
     def test_refuses_what_clips_never_need(self):
@@ -76,15 +76,15 @@ class Confinement(unittest.TestCase):
         for attempt, outcome in self.tried(*attempts).items():
             self.assertIn(outcome, ("EACCES", "EPERM"), attempt)
         self.assertIsNone(other.poll())
-        self.assertEqual(sorted(os.listdir(self.path("outputs"))), ["older.mp4"])
+        self.assertEqual(sorted(os.listdir(self.path("outputs"))), ["clip-older.mp4"])
         self.assertEqual(os.listdir(self.path("beside")), ["secret"])
 
     def test_allows_what_they_do(self):
-        needed = ["read=" + self.path("clip.mp4"), "new=" + self.path("outputs/new.mp4"), "memory=1000000000"]
+        needed = ["read=" + self.path("clip.mp4"), "new=" + self.path("outputs/clip-new.mp4"), "memory=1000000000"]
         self.assertEqual(set(self.tried(*needed).values()), {"done"})
-        self.assertEqual(sorted(os.listdir(self.path("outputs"))), ["new.mp4", "older.mp4"])
-        replaced = "replaced=" + self.path("outputs/older.mp4")
-        options = ("-o", self.path("outputs/older.mp4"), "--force")
+        self.assertEqual(sorted(os.listdir(self.path("outputs"))), ["clip-new.mp4", "clip-older.mp4"])
+        replaced = "replaced=" + self.path("outputs/clip-older.mp4")
+        options = ("-o", self.path("outputs/clip-older.mp4"), "--force")
         self.assertEqual(self.tried(replaced, options=options), {replaced: "done"})
 
     def test_would_succeed_unconfined(self):
@@ -96,7 +96,7 @@ class Confinement(unittest.TestCase):
 
     def test_keeps_its_limits(self):
         self.assertEqual(self.tried("memory=600000000", options=("--memory", "500MB")), {"memory=600000000": "ENOMEM"})
-        fill = "fill=" + self.path("outputs/full.mp4")
+        fill = "fill=" + self.path("outputs/clip-full.mp4")
         self.assertEqual(self.tried(fill, options=("--max-output", "5MB")), {fill: "EFBIG"})
         self.assertEqual(self.tried(fill), {fill: "done"})
 
