@@ -21,7 +21,7 @@ enum class ErrorCode {
   noEncoder,     ///< the encoder does not exist or does not open
   notWritable,   ///< the result cannot be written where it was asked for
   noSpace,       ///< the disk or the quota is full
-  limitReached,  ///< the result would pass the length that was allowed
+  limitReached,  ///< a file is larger or longer than the host allowed, or the result would be
   cancelled,     ///< the stop token asked for it
   internal,      ///< out of memory, out of threads, or a fault of this library
 };

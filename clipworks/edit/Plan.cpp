@@ -240,12 +240,32 @@ std::int64_t memoryOf(const engine::ExportJob& job) {
   return memory;
 }
 
+/// Fails where something has to be decoded that the limits of its file do not let in.
+engine::Expected<void> requireDecoders(const engine::ExportJob& job) {
+  const auto require = [](const auto& part) {
+    return part.file == nullptr ? engine::Expected<void>() : part.file->requireDecoder(part.stream);
+  };
+  for (const auto& run : job.pictures ? job.pictures->runs : std::vector<engine::PictureRun>()) {
+    if (run.copy) continue;
+    if (auto known = require(run); !known) return known;
+    for (const auto& layer : run.layers) {
+      if (auto known = require(layer); !known) return known;
+    }
+  }
+  if (!job.sound || job.sound->copy) return {};
+  for (const auto& lane : job.sound->lanes) {
+    if (auto known = require(lane); !known) return known;
+  }
+  return {};
+}
+
 Result<Plan, Error> planOf(const EditState& state, const PlanOptions& options) {
   const auto tracks = tracksOf(state);
   ExportPreset preset = presetOf(state, options);
   preset.hidesPictures = options.hidesPictures;
   auto planned = planExport(tracks, nullptr, preset, options.keepsMetadata);
   if (!planned) return failure(fromPlatform(planned.error()));
+  if (auto known = requireDecoders(planned->job); !known) return failure(fromEngine(known.error()));
   Plan plan;
   plan.length = state.length;
   plan.remarks = state.remarks;

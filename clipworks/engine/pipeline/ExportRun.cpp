@@ -85,9 +85,11 @@ bool ExportRun::isCancelled() {
   return cancelled_;
 }
 
-/// Reads what was written through the file's descriptor, since it has no name yet.
+/// Reads what was written through the file's descriptor, since it has no name yet. Whatever is in it was let in
+/// already.
 Expected<void> ExportRun::verifyFile() {
-  auto written = MediaFile::open("/proc/self/fd/" + std::to_string(file_->handle().descriptor()));
+  auto written =
+      MediaFile::open("/proc/self/fd/" + std::to_string(file_->handle().descriptor()), {limits::maxPixels, true});
   auto verified = written ? verify(*written, job_, [this] { return isCancelled(); })
                           : tl::make_unexpected(std::move(written.error()));
   if (verified || verified.error().kind == ErrorKind::cancelled) return verified;
