@@ -74,7 +74,7 @@ class EditRun {
 
  private:
   Result<Edit, Failure> edited(const fs::path& file) const {
-    auto edit = Edit::open(file, steps_.front()->extent());
+    auto edit = Edit::open(file, steps_.front()->extent(), options_.limits);
     for (const auto* step : steps_) {
       if (!edit) break;
       edit = step->apply(*edit);
@@ -183,6 +183,7 @@ class EditRun {
     options.verification = options_.verification;
     options.existing = existing();
     options.isStrict = options_.strict;
+    options.threads = options_.threads;
     options.stop = interruption_.token();
     options.onProgress = [&](const Progress& progress) { reporter_.progress(from + progress.share * (to - from)); };
     const auto made = makeMovie(*item.edit, placeOf(item), options);
@@ -203,6 +204,7 @@ class EditRun {
     options.keepsMetadata = !options_.stripMetadata;
     options.existing = existing();
     options.isStrict = options_.strict;
+    options.threads = options_.threads;
     options.stop = interruption_.token();
     options.onProgress = [this](double share) { reporter_.progress(share); };
     reporter_.progress(0);

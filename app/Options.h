@@ -5,6 +5,7 @@
 
 #include <clipworks/edit/MakeMovie.h>
 #include <clipworks/edit/Plan.h>
+#include <clipworks/media/asset/InputLimits.h>
 
 namespace clipworks::app {
 
@@ -33,6 +34,10 @@ struct Options {
   Verification verification = Verification::automatic;
   /// Nothing that is not shown stays in a movie.
   bool clean = false;
+  /// What of the files is let in.
+  InputLimits limits{};
+  /// That decode and encode at most; 0: as many as suit the processors.
+  int threads = 0;
 };
 
 }  // namespace clipworks::app
