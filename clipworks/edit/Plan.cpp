@@ -4,7 +4,6 @@
 #include <cmath>
 #include <exception>
 #include <iterator>
-#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -13,6 +12,7 @@
 #include <clipworks/edit/EditState.h>
 #include <clipworks/edit/Sentences.h>
 #include <clipworks/edit/SizeBudget.h>
+#include <clipworks/engine/Processors.h>
 #include <clipworks/engine/input/CachedPictureReader.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
@@ -221,7 +221,7 @@ std::int64_t memoryOf(const engine::ExportJob& job) {
     return static_cast<std::int64_t>(width) * height * 3 / 2 * (bitDepth > 8 ? 2 : 1);
   };
   const auto& encoder = job.pictures->encoder;
-  const std::int64_t processors = std::max(std::thread::hardware_concurrency(), 1U);
+  const std::int64_t processors = engine::usableProcessors();
   memory += (encoderPictures + processors * encoderPicturesPerProcessor) *
             bytesOfPicture(encoder.width, encoder.height, encoder.bitDepth);
   std::int64_t largest = 0;

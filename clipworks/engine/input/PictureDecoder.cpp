@@ -5,6 +5,7 @@
 
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Limits.h>
+#include <clipworks/engine/Processors.h>
 #include <clipworks/engine/input/ColorTags.h>
 #include <clipworks/engine/input/KnownFormats.h>
 #include <clipworks/engine/pictures/Colour.h>
@@ -43,7 +44,7 @@ Expected<CodecContext> openDecoder(const MediaFile& file, const AVCodecParameter
     return tl::make_unexpected(libraryError(code, name + " cannot be decoded"));
   }
   decoder->pkt_timebase = timeBase;
-  decoder->thread_count = threads;
+  decoder->thread_count = coderThreads(threads);
   decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
   decoder->max_pixels = mostDecodedPixels(file.limits());
   if (!file.limits().takesAnyCodec) av_opt_set(decoder.get(), "codec_whitelist", knownDecoders().c_str(), 0);

@@ -33,7 +33,7 @@ class PictureDecoder {
   /// Asked in decoding order whether a picture need not be decoded; only those that nothing refers to are left out.
   using IsNotNeeded = std::function<bool(std::uint32_t sample)>;
 
-  /// `threads`: how many the decoder may have at most; 0: as many as there are processors.
+  /// `threads`: how many the decoder may have at most; 0: as many as suit `usableProcessors`.
   [[nodiscard]] static Expected<PictureDecoder> open(std::shared_ptr<const MediaFile> file, int stream,
                                                      int threads = 0);
 
@@ -109,7 +109,7 @@ class PictureDecoder {
 };
 
 /// Opens a decoder for `parameters`, of a stream of `file`, within the file's limits, that may use `threads` threads
-/// (0: as many as there are processors). `x264Build` is that of the encoder as `x264BuildIn` found it, for decoding
+/// (0: as many as suit `usableProcessors`). `x264Build` is that of the encoder as `x264BuildIn` found it, for decoding
 /// that does not begin with the stream's first sample.
 [[nodiscard]] Expected<CodecContext> openDecoder(const MediaFile& file, const AVCodecParameters& parameters,
                                                  AVRational timeBase, int threads,
