@@ -19,6 +19,19 @@ std::vector<CommandRegistration::Factory>& factories() {
 
 }  // namespace
 
+Needs needsOf(const std::vector<Command*>& commands) {
+  Needs all;
+  for (const auto* command : commands) {
+    const Needs needs = command->needs();
+    all.inputs.insert(all.inputs.end(), needs.inputs.begin(), needs.inputs.end());
+    all.makesFiles = all.makesFiles || needs.makesFiles;
+    if (needs.replacedName) all.replacedName = needs.replacedName;
+    all.usesSoundServer = all.usesSoundServer || needs.usesSoundServer;
+    all.isTrusted = all.isTrusted || needs.isTrusted;
+  }
+  return all;
+}
+
 Outcome runCommands(const std::vector<Command*>& commands, const Program& program) {
   try {
     if (commands.size() == 1) return commands.front()->run(program);
@@ -26,7 +39,7 @@ Outcome runCommands(const std::vector<Command*>& commands, const Program& progra
     for (auto* command : commands) steps.push_back(&dynamic_cast<StepCommand&>(*command));
     return runEdit(steps, program);
   } catch (const std::bad_alloc&) {
-    return failed("out of memory");
+    return failure(failureOf({ErrorCode::noMemory, "out of memory"}, program.options.limits));
   } catch (const std::exception& thrown) {
     return failed(thrown.what());
   }

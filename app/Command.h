@@ -7,11 +7,16 @@
 
 #include <app/Failure.h>
 #include <app/Interruption.h>
+#include <app/Needs.h>
 #include <app/Options.h>
 #include <app/Reporter.h>
 
 namespace CLI {
 class App;
+}
+
+namespace clipworks::engine {
+class NewFiles;
 }
 
 namespace clipworks::app {
@@ -21,6 +26,8 @@ struct Program {
   const Options& options;
   Reporter& reporter;
   Interruption& interruption;
+  /// Makes new files, where the process itself may make none; else null.
+  std::shared_ptr<engine::NewFiles> files{};
 };
 
 /// One command of the program. Adding one: a source file in app/commands with a class and a `RegisteredCommand` for it,
@@ -33,15 +40,22 @@ class Command {
   Command& operator=(const Command&) = delete;
 
   [[nodiscard]] virtual std::string name() const = 0;
+  /// Whether it is for other programs of ours, and shown to nobody.
+  [[nodiscard]] virtual bool isPrivate() const { return false; }
   /// One line for the list of commands.
   [[nodiscard]] virtual std::string purpose() const = 0;
   /// An example and what else the command's help says below its options.
   [[nodiscard]] virtual std::string notes() const = 0;
   /// Adds the command's arguments to `parser`, bound to members.
   virtual void configure(CLI::App& parser) = 0;
+  /// What it needs to do so, by its arguments.
+  [[nodiscard]] virtual Needs needs() const { return {}; }
   /// Does the work, after the arguments were parsed. Prints results itself; failures are the caller's to print.
   [[nodiscard]] virtual Outcome run(const Program& program) = 0;
 };
+
+/// What they need together.
+[[nodiscard]] Needs needsOf(const std::vector<Command*>& commands);
 
 /// Runs a command, or several that are steps of one movie; what they throw is a failure, too.
 [[nodiscard]] Outcome runCommands(const std::vector<Command*>& commands, const Program& program);

@@ -31,10 +31,15 @@ everything else to standard error. `clipworks COMMAND --help` tells a command's
 own arguments.
 
 Exit codes: 0 done; 1 failed, with the reason on standard error; 2 wrong use,
-nothing was done; 130 interrupted, no file is left.)";
+nothing was done; 3 a limit of the options was reached; 4 the system had no
+space, memory or service, and the same may succeed later; 130 interrupted. But
+for 0, no file is left.)";
 
 const std::map<std::string, CodecChoice> codecNames{
     {"auto", CodecChoice::automatic}, {"h264", CodecChoice::h264}, {"hevc", CodecChoice::hevc}};
+
+const std::map<std::string, ConfinementMode> confinementNames{
+    {"auto", ConfinementMode::automatic}, {"require", ConfinementMode::required}, {"off", ConfinementMode::off}};
 
 /// Broken arguments leave the options unset, but how to tell of them depends on this one.
 bool asksForJson(int argc, const char* const* argv) {
@@ -58,6 +63,16 @@ void addNumber(CLI::App& parser, const std::string& option, const std::string& t
         const auto typed = parseNumber(text);
         const bool isWhole = std::is_floating_point_v<Number> || (typed && *typed == std::floor(*typed));
         return typed && isWhole && *typed >= least && *typed <= most ? "" : "takes " + what + ", not \"" + text + "\"";
+      });
+}
+
+void addSize(CLI::App& parser, const std::string& option, std::optional<std::int64_t>& size, const std::string& help) {
+  parser
+      .add_option_function<std::string>(
+          option, [&size](const std::string& text) { size = bytesIn(text); }, help)
+      ->type_name("SIZE")
+      ->check([](const std::string& text) {
+        return bytesIn(text) ? "" : "takes a size such as 500MB or 1.5GiB, not \"" + text + "\"";
       });
 }
 
@@ -151,14 +166,34 @@ void CommandLine::addOptions(Part& part) {
       "Leave nothing in the file that is not shown: encode the\ngroups of pictures that a cut goes through");
   parser.add_flag("--strict", options_.strict,
                   "Fail where pictures of an input are damaged, instead of\nshowing what could be decoded");
+  parser
+      .add_option_function<std::string>(
+          "--confinement", [this](const std::string& name) { options_.confinement = confinementNames.at(name); },
+          "Give up, before a clip is read, what clips never need:\nother files, the network, other programs; default: auto,\nas far as the system allows")
+      ->type_name("auto|require|off")
+      ->check([](const std::string& name) {
+        return confinementNames.contains(name) ? "" : "takes auto, require or off, not \"" + name + "\"";
+      });
+  addSize(parser, "--memory", options_.limits.memory, "The most memory, such as 1GB; more is a failure");
+  addSize(parser, "--max-output", options_.limits.file,
+          "The most bytes of a new file, such as 500MB; more is a\nfailure");
+  parser
+      .add_option_function<double>(
+          "--timeout", [this](double seconds) { options_.limits.seconds = seconds; },
+          "The most seconds that it may take; longer is a failure")
+      ->type_name("S")
+      ->check([](const std::string& text) {
+        const auto seconds = parseNumber(text);
+        return seconds && *seconds > 0 ? "" : "takes a number of seconds above 0, not \"" + text + "\"";
+      });
   constexpr double mostPixels = 268'435'456;
-  addNumber(parser, "--max-pixels", "N", options_.limits.mostPixels, 1, mostPixels,
+  addNumber(parser, "--max-pixels", "N", options_.inputs.mostPixels, 1, mostPixels,
             "a whole number from 1 to 268435456", "Fail where pictures of an input have more, width × height");
   constexpr double leastSeconds = 0.001;
   constexpr double mostSeconds = 1e9;
-  addNumber(parser, "--max-seconds", "S", options_.limits.mostSeconds, leastSeconds, mostSeconds,
+  addNumber(parser, "--max-seconds", "S", options_.inputs.mostSeconds, leastSeconds, mostSeconds,
             "seconds, more than 0", "Fail where an input lasts longer");
-  parser.add_flag("--any-codec", options_.limits.takesAnyCodec,
+  parser.add_flag("--any-codec", options_.inputs.takesAnyCodec,
                   "Decode whatever the libraries can, not only what\ntelephones, cameras and screen recorders write");
   constexpr double mostThreads = 1024;
   addNumber(parser, "--threads", "N", options_.threads, 1, mostThreads, "a whole number from 1 to 1024",
@@ -174,7 +209,8 @@ void CommandLine::addCommands(Part& part, bool follows) {
   for (const auto& command : part.commands) {
     auto* step = dynamic_cast<StepCommand*>(command.get());
     if (follows && step != nullptr) step->follow();
-    CLI::App* parser = part.parser.add_subcommand(command->name(), command->purpose())->group("Commands");
+    CLI::App* parser =
+        part.parser.add_subcommand(command->name(), command->purpose())->group(command->isPrivate() ? "" : "Commands");
     // The program's options are understood behind the command, too.
     parser->fallthrough();
     parser->footer(command->notes() +

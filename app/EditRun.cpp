@@ -3,14 +3,17 @@
 #include <algorithm>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <system_error>
 #include <utility>
 
 #include <fmt/format.h>
 
+#include <app/Limits.h>
 #include <clipworks/edit/MakeMovie.h>
 #include <clipworks/edit/Plan.h>
+#include <clipworks/engine/output/NewFiles.h>
 
 namespace clipworks::app {
 namespace {
@@ -19,23 +22,6 @@ namespace fs = std::filesystem;
 
 // So that a clip without a length counts for something.
 constexpr double leastSeconds = 0.1;
-
-/// `24.1 MB`, in powers of 1000.
-std::string shownSize(double bytes) {
-  if (bytes >= 1e9) return fmt::format("{:.2f} GB", bytes / 1e9);
-  return bytes >= 1e6 ? fmt::format("{:.1f} MB", bytes / 1e6) : fmt::format("{:.1f} kB", bytes / 1e3);
-}
-
-Failure failureOf(const Error& error) {
-  switch (error.code) {
-    case ErrorCode::badArgument:
-      return {ExitCode::wrongUse, error.sentence};
-    case ErrorCode::cancelled:
-      return {ExitCode::interrupted, "interrupted"};
-    default:
-      return {ExitCode::failed, error.sentence};
-  }
-}
 
 Outcome checkDirectory(const fs::path& directory, const std::string& role) {
   std::error_code unknown;
@@ -58,7 +44,11 @@ struct Item {
 class EditRun {
  public:
   EditRun(const std::vector<StepCommand*>& steps, const Program& program)
-      : steps_(steps), options_(program.options), reporter_(program.reporter), interruption_(program.interruption) {}
+      : steps_(steps),
+        options_(program.options),
+        reporter_(program.reporter),
+        interruption_(program.interruption),
+        files_(program.files) {}
 
   Outcome run() {
     for (auto* step : steps_) {
@@ -74,13 +64,13 @@ class EditRun {
 
  private:
   Result<Edit, Failure> edited(const fs::path& file) const {
-    auto edit = Edit::open(file, steps_.front()->extent(), options_.limits);
+    auto edit = steps_.front()->open(file, options_.inputs);
     for (const auto* step : steps_) {
       if (!edit) break;
       edit = step->apply(*edit);
     }
     if (edit) return *edit;
-    return failure(failureOf(edit.error()));
+    return failure(failureOf(edit.error(), options_.limits));
   }
 
   [[nodiscard]] PlanOptions planOptions() const { return {options_.codec, !options_.stripMetadata, !options_.clean}; }
@@ -91,10 +81,10 @@ class EditRun {
     for (const auto& item : items_) {
       if (!item.edit) return failure(item.edit.error());
       const auto pictures = steps_.back()->pictures(*item.edit);
-      if (!pictures) return failure(failureOf(pictures.error()));
+      if (!pictures) return failure(failureOf(pictures.error(), options_.limits));
       if (*pictures) return wrongUse("pictures have no plan; --plan goes with commands that make movies");
       const auto planned = plan(*item.edit, planOptions());
-      if (!planned) return failure(failureOf(planned.error()));
+      if (!planned) return failure(failureOf(planned.error(), options_.limits));
       if (options_.json) {
         objects.push_back(planned->json());
       } else {
@@ -152,9 +142,8 @@ class EditRun {
       if (made) continue;
       if (items_.size() == 1 || made.error().code == ExitCode::interrupted) {
         // An interrupted run leaves nothing.
-        std::error_code ignored;
         for (const auto& other : items_) {
-          for (const auto& path : other.made) fs::remove(path, ignored);
+          for (const auto& path : other.made) remove(path);
         }
         return made;
       }
@@ -164,16 +153,24 @@ class EditRun {
       for (const auto& path : item.made) reporter_.output(path);
     }
     if (!failedNames_.empty()) {
-      return failed(fmt::format("{} of {} files could not be {}: {}", failedNames_.size(), items_.size(),
-                                steps_.front()->participle(), fmt::join(failedNames_, ", ")));
+      return failure(Failure{worst_,
+                             fmt::format("{} of {} files could not be {}: {}", failedNames_.size(), items_.size(),
+                                         steps_.front()->participle(), fmt::join(failedNames_, ", ")),
+                             {}});
     }
     reporter_.done();
     return {};
   }
 
+  void remove(const fs::path& path) const {
+    if (files_) return files_->remove(path);
+    std::error_code ignored;
+    fs::remove(path, ignored);
+  }
+
   Outcome make(Item& item, double from, double to) {
     const auto pictures = steps_.back()->pictures(*item.edit);
-    if (!pictures) return failure(failureOf(pictures.error()));
+    if (!pictures) return failure(failureOf(pictures.error(), options_.limits));
     return *pictures ? take(item, **pictures) : makeOne(item, from, to);
   }
 
@@ -184,10 +181,12 @@ class EditRun {
     options.existing = existing();
     options.isStrict = options_.strict;
     options.threads = options_.threads;
+    options.files = files_;
+    options.mostBytes = options_.limits.file.value_or(0);
     options.stop = interruption_.token();
     options.onProgress = [&](const Progress& progress) { reporter_.progress(from + progress.share * (to - from)); };
     const auto made = makeMovie(*item.edit, placeOf(item), options);
-    if (!made) return failure(failureOf(made.error()));
+    if (!made) return failure(failureOf(made.error(), options_.limits));
     item.made = {made->path};
     for (const auto& remark : made->remarks) reporter_.note(remark);
     for (const auto& track : made->tracks) {
@@ -205,6 +204,7 @@ class EditRun {
     options.existing = existing();
     options.isStrict = options_.strict;
     options.threads = options_.threads;
+    options.files = files_;
     options.stop = interruption_.token();
     options.onProgress = [this](double share) { reporter_.progress(share); };
     reporter_.progress(0);
@@ -224,7 +224,7 @@ class EditRun {
   }
 
   Outcome deliver(Item& item, Result<PictureReport, Error> taken) {
-    if (!taken) return failure(failureOf(taken.error()));
+    if (!taken) return failure(failureOf(taken.error(), options_.limits));
     item.made = std::move(taken->paths);
     for (const auto& media : taken->damaged) reporter_.damaged(media);
     return {};
@@ -239,6 +239,8 @@ class EditRun {
   }
 
   void fail(const Item& item, const Failure& why) {
+    if (failedNames_.empty()) worst_ = why.code == ExitCode::wrongUse ? ExitCode::failed : why.code;
+    if (worst_ != why.code) worst_ = ExitCode::failed;
     failedNames_.push_back(item.name());
     reporter_.inputFailed(item.file, why.sentence);
   }
@@ -247,8 +249,10 @@ class EditRun {
   const Options& options_;
   Reporter& reporter_;
   Interruption& interruption_;
+  const std::shared_ptr<engine::NewFiles>& files_;
   std::vector<Item> items_;
   std::vector<std::string> failedNames_;
+  ExitCode worst_ = ExitCode::failed;  // of these: theirs, where they agree
 };
 
 }  // namespace

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <stop_token>
 #include <thread>
+
+#include <app/Failure.h>
 
 namespace clipworks::app {
 
@@ -12,11 +16,14 @@ namespace clipworks::app {
 /// ends by `token()`, and the main queue is woken for those who wait on it. A second one always ends the process at
 /// once, whatever its threads are doing.
 ///
+/// A time that is over is like the first signal, and ends the process by itself where the work does not soon.
+///
 /// One a process, made before any other thread, since threads inherit which signals are blocked.
 class Interruption {
  public:
-  /// `onImmediateEnd` is called before the process ends at once at the first signal, on a thread of this object.
-  explicit Interruption(std::function<void()> onImmediateEnd);
+  /// `seconds` is the most that the work may take, from now on. `onImmediateEnd` is called before the process ends at
+  /// once, on a thread of this object.
+  Interruption(std::optional<double> seconds, std::function<void(const Failure&)> onImmediateEnd);
   ~Interruption();
   Interruption(const Interruption&) = delete;
   Interruption& operator=(const Interruption&) = delete;
@@ -24,13 +31,18 @@ class Interruption {
   /// From now on there is something to clean up.
   void defer();
   [[nodiscard]] bool isRequested() { return stop_.stop_requested(); }
+  /// What ended the work.
+  [[nodiscard]] Failure failure() const;
   [[nodiscard]] std::stop_token token() const { return stop_.get_token(); }
 
  private:
   void watch();
   void take();
+  void endIfNothingBegan();
 
-  std::function<void()> onImmediateEnd_;
+  const std::optional<double> seconds_;
+  std::function<void(const Failure&)> onImmediateEnd_;
+  std::atomic<bool> isTooLate_ = false;
   int signals_ = -1;  // readable when a signal came
   int end_ = -1;      // readable when this object goes
   std::stop_source stop_;

@@ -24,6 +24,7 @@ Libraries that the program runs on:
   libexif              LGPL 2.1 or later
   Little CMS           MIT
   {fmt}                MIT, with an exception for object code
+  libseccomp           LGPL 2.1
 Header libraries that are compiled into it:
   CLI11                BSD 3-Clause
   JSON for Modern C++  MIT

@@ -3,11 +3,15 @@
 #include <filesystem>
 #include <optional>
 
+#include <app/Limits.h>
 #include <clipworks/edit/MakeMovie.h>
 #include <clipworks/edit/Plan.h>
 #include <clipworks/media/asset/InputLimits.h>
 
 namespace clipworks::app {
+
+/// Whether the program gives up what clips never need before it reads one.
+enum class ConfinementMode { automatic, required, off };
 
 /// What holds for every command.
 struct Options {
@@ -34,8 +38,10 @@ struct Options {
   Verification verification = Verification::automatic;
   /// Nothing that is not shown stays in a movie.
   bool clean = false;
+  ConfinementMode confinement = ConfinementMode::automatic;
+  Limits limits{};
   /// What of the files is let in.
-  InputLimits limits{};
+  InputLimits inputs{};
   /// That decode and encode at most; 0: as many as suit the processors.
   int threads = 0;
 };

@@ -87,21 +87,28 @@ void Reporter::done() {
   clearBar();
   if (!json_) return;
   nlohmann::ordered_json event{{"event", "done"}, {"outputs", pathsOf(outputs_)}};
+  event["confinement"] = {{"landlock", confinement_.landlock}, {"seccomp", confinement_.systemCalls}};
   for (const auto& media : damaged_) {
     event["damagedPictures"].push_back({{"file", media.fileName}, {"pictures", media.pictures}});
   }
   writeOut(jsonLine(event));
 }
 
+void Reporter::confined(const Confinement& confinement) {
+  const std::lock_guard lock(mutex_);
+  confinement_ = confinement;
+}
+
 void Reporter::failed(const Failure& failure) {
   const std::lock_guard lock(mutex_);
   clearBar();
   writeSentence(failure.sentence);
-  if (json_ && hasEvents_) writeOut(jsonLine(errorEvent(failure.sentence)));
+  if (json_ && hasEvents_) writeOut(jsonLine(errorEvent(failure)));
 }
 
-nlohmann::ordered_json Reporter::errorEvent(const std::string& sentence) const {
-  nlohmann::ordered_json event{{"event", "error"}, {"message", printable(sentence)}};
+nlohmann::ordered_json Reporter::errorEvent(const Failure& failure) const {
+  nlohmann::ordered_json event{{"event", "error"}, {"message", printable(failure.sentence)}};
+  if (failure.cause) event["code"] = name(*failure.cause);
   for (const auto& [path, reason] : failedInputs_) {
     event["failed"].push_back({{"input", path.string()}, {"message", printable(reason)}});
   }

@@ -12,6 +12,7 @@
 
 #include <app/Failure.h>
 #include <app/Options.h>
+#include <app/confinement/Confinement.h>
 #include <clipworks/media/asset/DamagedMedia.h>
 
 namespace clipworks::app {
@@ -34,6 +35,8 @@ class Reporter {
   void output(const std::filesystem::path& path);
   /// The work is done; nothing follows.
   void done();
+  /// What the event at the end tells of it.
+  void confined(const Confinement& confinement);
   /// Pictures of an input are damaged, and shown as far as they could be decoded. The event at the end tells it, too.
   void damaged(const DamagedMedia& media);
   void warning(std::string_view sentence);
@@ -54,7 +57,7 @@ class Reporter {
   void writeOut(std::string_view text);
   void writeSentence(std::string_view sentence);
   void clearBar();
-  [[nodiscard]] nlohmann::ordered_json errorEvent(const std::string& sentence) const;
+  [[nodiscard]] nlohmann::ordered_json errorEvent(const Failure& failure) const;
 
   const bool json_;
   const bool verbose_;
@@ -62,6 +65,7 @@ class Reporter {
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
 
   mutable std::mutex mutex_;
+  Confinement confinement_;  // guarded by mutex_
   struct FailedInput {
     std::filesystem::path path;
     std::string sentence;

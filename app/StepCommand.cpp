@@ -25,6 +25,18 @@ std::vector<std::filesystem::path> StepCommand::otherFiles() const {
   return {files_.begin() + (follows_ ? 0 : 1), files_.end()};
 }
 
+Result<Edit, Error> StepCommand::open(const std::filesystem::path& file, const InputLimits& limits) const {
+  return Edit::open(file, extent(), limits);
+}
+
+Needs StepCommand::needs() const {
+  Needs needs;
+  needs.inputs.assign(files_.begin(), files_.end());
+  needs.makesFiles = true;
+  needs.replacedName = givenName();
+  return needs;
+}
+
 Outcome StepCommand::run(const Program& program) { return runEdit({this}, program); }
 
 }  // namespace clipworks::app

@@ -23,10 +23,14 @@ class StepCommand : public Command {
   /// The edit of this step alone.
   [[nodiscard]] Outcome run(const Program& program) final;
 
+  [[nodiscard]] Needs needs() const override;
+
   /// Those that one movie each is made of, as typed; none where the command follows another.
   [[nodiscard]] std::vector<std::filesystem::path> files() const;
   /// How much of its file the command sees where it is the first.
   [[nodiscard]] virtual Edit::Extent extent() const { return Edit::Extent::movie; }
+  /// What the steps are done to, where the command is the first.
+  [[nodiscard]] virtual Result<Edit, Error> open(const std::filesystem::path& file, const InputLimits& limits) const;
   /// Finds wrong use, by the words alone; before `apply`.
   [[nodiscard]] virtual Outcome check() { return {}; }
   [[nodiscard]] virtual Result<Edit, Error> apply(const Edit& edit) const = 0;

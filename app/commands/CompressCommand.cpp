@@ -12,7 +12,7 @@
 #include <fmt/format.h>
 #include <CLI/CLI.hpp>
 
-#include <app/ParseNumber.h>
+#include <app/Limits.h>
 #include <app/StepCommand.h>
 #include <clipworks/edit/Steps.h>
 #include <clipworks/foundation/VideoCompressorPreset.h>
@@ -38,21 +38,6 @@ std::string presetNames(std::string_view separator) {
   for (const auto& [name, preset] : presets())
     names += (names.empty() ? "" : std::string(separator)) + std::string(name);
   return names;
-}
-
-/// A size as it is typed: "25MB", "1.5 GiB", "800000".
-std::optional<std::int64_t> bytesIn(std::string_view text) {
-  static const std::map<std::string_view, double> units{{"", 1},          {"B", 1},         {"kB", 1e3},
-                                                        {"KB", 1e3},      {"MB", 1e6},      {"GB", 1e9},
-                                                        {"KiB", 1 << 10}, {"MiB", 1 << 20}, {"GiB", 1 << 30}};
-  const std::size_t digits = std::min(text.find_first_not_of("0123456789."), text.size());
-  const auto number = parseNumber(text.substr(0, digits));
-  std::string_view unit = text.substr(digits);
-  if (unit.starts_with(' ')) unit.remove_prefix(1);
-  const auto known = units.find(unit);
-  constexpr double most = 1e15;
-  if (!number || known == units.end() || !(*number > 0) || *number * known->second > most) return std::nullopt;
-  return static_cast<std::int64_t>(*number * known->second);
 }
 
 class CompressCommand : public StepCommand {

@@ -26,17 +26,19 @@ class InfoCommand final : public Command {
     parser.add_option("FILE", files_, "The files")->type_name("")->required();
   }
 
+  Needs needs() const override { return {{files_.begin(), files_.end()}}; }
+
   Outcome run(const Program& program) override {
     if (program.options.planOnly) return wrongUse("info makes nothing; --plan is for commands that do");
     if (program.options.json) program.reporter.keepEventsOff();
     std::vector<std::string> objects;
     std::vector<std::string> errors;
     for (const auto& file : files_) {
-      const auto asset = AVAsset::make(URL(file), program.options.limits);
+      const auto asset = AVAsset::make(URL(file), program.options.inputs);
       const std::string error = asset->loadError();
       if (!error.empty()) errors.push_back(error);
       if (program.options.json) {
-        objects.push_back(describe(file, program.options.limits));
+        objects.push_back(describe(file, program.options.inputs));
       } else if (error.empty()) {
         program.reporter.text(describedForPeople(file, *asset));
       }

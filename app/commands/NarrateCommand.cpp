@@ -27,6 +27,14 @@ class NarrateCommand final : public StepCommand {
            "Example: clipworks narrate clip.mp4 --piece hello.m4a@2 --piece music.mp3@0:0.3 --base-volume 0.5";
   }
 
+  Needs needs() const override {
+    Needs needs = StepCommand::needs();
+    for (const auto& text : pieceTexts_) {
+      if (const auto piece = PieceArgument::parse(text)) needs.inputs.push_back(piece->audio);
+    }
+    return needs;
+  }
+
   Outcome check() override {
     for (const auto& text : pieceTexts_) {
       const auto piece = PieceArgument::parse(text);

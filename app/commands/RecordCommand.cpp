@@ -69,6 +69,12 @@ class RecordCommand final : public Command {
     parser.add_option("--for", forText_, "How many seconds are recorded; otherwise until it is ended")->type_name("S");
   }
 
+  Needs needs() const override {
+    Needs needs;
+    needs.usesSoundServer = true;
+    return needs;
+  }
+
   Outcome run(const Program& program) override {
     if (program.options.planOnly) return wrongUse("a recording cannot be planned; --plan goes with edits");
     if (program.options.output) return wrongUse("a recording gets a name of its own; --output goes with edits");

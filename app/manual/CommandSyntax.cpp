@@ -54,7 +54,7 @@ CommandSyntax CommandSyntax::of(const CLI::App& parser) {
     (option->nonpositional() ? syntax.options : syntax.arguments).push_back(syntaxOf(*option));
   }
   for (const auto* command : parser.get_subcommands([](const CLI::App*) { return true; })) {
-    syntax.commands.push_back(of(*command));
+    if (!command->get_group().empty()) syntax.commands.push_back(of(*command));  // else it is shown to nobody
   }
   return syntax;
 }

@@ -31,6 +31,7 @@ ErrorCode codeOf(const engine::Error& error) {
       return ErrorCode::cancelled;
     case engine::ErrorKind::outOfMemory:
     case engine::ErrorKind::noThreads:
+      return ErrorCode::noMemory;
     case engine::ErrorKind::internal:
       return ErrorCode::internal;
   }
@@ -90,6 +91,8 @@ std::string_view name(ErrorCode code) {
       return "notWritable";
     case ErrorCode::noSpace:
       return "noSpace";
+    case ErrorCode::noMemory:
+      return "noMemory";
     case ErrorCode::limitReached:
       return "limitReached";
     case ErrorCode::cancelled:

@@ -21,9 +21,10 @@ enum class ErrorCode {
   noEncoder,     ///< the encoder does not exist or does not open
   notWritable,   ///< the result cannot be written where it was asked for
   noSpace,       ///< the disk or the quota is full
+  noMemory,      ///< the system, or a limit of the process, allows no more memory or threads
   limitReached,  ///< a file is larger or longer than the host allowed, or the result would be
   cancelled,     ///< the stop token asked for it
-  internal,      ///< out of memory, out of threads, or a fault of this library
+  internal,      ///< a fault of this library
 };
 
 /// The code's own name: "notFound".

@@ -6,10 +6,9 @@
 
 namespace clipworks {
 
-engine::OutputFile::Existing engineExisting(ExistingFile existing) {
-  if (existing == ExistingFile::replaced) return engine::OutputFile::Existing::replaced;
-  return existing == ExistingFile::numbered ? engine::OutputFile::Existing::numbered
-                                            : engine::OutputFile::Existing::kept;
+engine::ExistingName engineExisting(ExistingFile existing) {
+  if (existing == ExistingFile::replaced) return engine::ExistingName::replaced;
+  return existing == ExistingFile::numbered ? engine::ExistingName::numbered : engine::ExistingName::kept;
 }
 
 Result<void, Error> checkFiles(const EditState& state, const std::filesystem::path& path, ExistingFile existing) {

@@ -10,7 +10,9 @@
 #include <clipworks/edit/EditErrors.h>
 #include <clipworks/edit/EditState.h>
 #include <clipworks/edit/Files.h>
+#include <clipworks/edit/SizeBudget.h>
 #include <clipworks/engine/input/DamagedPictures.h>
+#include <clipworks/engine/output/DirectNewFiles.h>
 #include <clipworks/engine/pipeline/ExportRun.h>
 #include <clipworks/media/asset/FileTypes.h>
 
@@ -19,13 +21,29 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/// In small letters: ".mp4".
+std::string endingOf(const std::filesystem::path& path) {
+  std::string ending = path.extension().string();
+  std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
+  return ending;
+}
+
 engine::MovieContainer containerOf(const std::filesystem::path& path, const Edit& edit) {
-  std::string extension = path.extension().string();
-  std::transform(extension.begin(), extension.end(), extension.begin(),
-                 [](unsigned char c) { return std::tolower(c); });
-  if (extension == ".mov") return *movieContainer(AVFileTypeQuickTimeMovie);
-  if (extension == ".m4a" && !edit.hasPictures()) return *movieContainer(AVFileTypeAppleM4A);
+  const std::string ending = endingOf(path);
+  if (ending == ".mov") return *movieContainer(AVFileTypeQuickTimeMovie);
+  if (ending == ".m4a" && !edit.hasPictures()) return *movieContainer(AVFileTypeAppleM4A);
   return *movieContainer(AVFileTypeMPEG4);
+}
+
+/// Fails for a name that promises another kind of file.
+Result<void, Error> checkEnding(const std::filesystem::path& path) {
+  const std::string ending = endingOf(path);
+  for (const char* other :
+       {".webm", ".mkv", ".avi", ".mpg", ".mpeg", ".ts", ".mts", ".flv", ".wmv", ".gif", ".mp3", ".wav"}) {
+    if (ending == other)
+      return failed(ErrorCode::badArgument, "movies are written as .mp4, .mov or .m4a, not as " + ending);
+  }
+  return {};
 }
 
 /// Guesses the time that is left, and passes everything on.
@@ -53,7 +71,9 @@ class ProgressTeller {
 /// Two tries at most to come close under a size.
 class SizeTrial {
  public:
-  explicit SizeTrial(std::int64_t most) : most_(static_cast<double>(most)) {}
+  /// `beside`: bytes that are not the pictures'.
+  SizeTrial(std::int64_t most, std::int64_t beside)
+      : most_(static_cast<double>(most)), beside_(static_cast<double>(beside)) {}
 
   /// Whether a file will do. The first may be made again where it is too large, or smaller than it need be.
   bool accepts(std::int64_t bytes) {
@@ -68,18 +88,20 @@ class SizeTrial {
   [[nodiscard]] std::int64_t bytes() const { return bytes_; }
 
   /// The bits a second for the pictures by which the next file comes out right.
-  [[nodiscard]] std::int64_t nextRate(std::int64_t rate, double seconds) const {
-    const double change = (most_ * aim - static_cast<double>(bytes_)) * 8 / seconds;
-    return std::max(static_cast<std::int64_t>(static_cast<double>(rate) + change), engine::leastBitRate);
+  [[nodiscard]] std::int64_t nextRate(std::int64_t rate) const {
+    const double pictures = std::max(static_cast<double>(bytes_) - beside_, 1.0);
+    const double change = std::clamp((most_ * aim - beside_) / pictures, 0.5, 2.0);
+    return std::max(static_cast<std::int64_t>(static_cast<double>(rate) * change), engine::leastBitRate);
   }
 
  private:
   static constexpr double closeEnough = 0.97;
   static constexpr double aim = 0.986;
   // Pictures that take that little of what they may have are as good as they get.
-  static constexpr double noMoreToSpend = 0.75;
+  static constexpr double noMoreToSpend = 0.5;
 
   double most_;
+  double beside_;
   std::int64_t bytes_ = 0;
   int tries_ = 0;
   bool isRefused_ = false;
@@ -106,6 +128,7 @@ bool wantsVerification(const engine::ExportJob& job, Verification wanted) {
 Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& path, const MovieOptions& options,
                                 std::exception_ptr& thrownByProgress) {
   if (options.stop.stop_requested()) return failed(ErrorCode::cancelled, "cancelled");
+  if (auto fit = checkEnding(path); !fit) return failure(fit.error());
   if (auto fit = checkFiles(edit.state(), path, options.existing); !fit) return failure(fit.error());
   auto planned = plan(edit, options.plan);
   if (!planned) return failure(planned.error());
@@ -116,6 +139,7 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
   job.container = containerOf(path, edit);
   job.fileLengthLimit = options.mostBytes;
   job.existing = engineExisting(options.existing);
+  job.files = options.files;
   job.isStrict = options.isStrict;
   job.verifies = wantsVerification(job, options.verification);
   const bool isEncoded = job.pictures && !job.pictures->copiesAll();
@@ -136,12 +160,11 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
       }
     });
   };
-  SizeTrial trial(mostBytes);
+  SizeTrial trial(mostBytes, mostBytes > 0 ? SizeBudget::of(mostBytes, measureOf(edit.state())).beside : 0);
   if (mayTryTwice) job.accepts = [&trial](std::int64_t bytes) { return trial.accepts(bytes); };
   auto report = runOnce(job, 0, mayTryTwice ? 0.5 : 1);
   if (!report && trial.wantsAnother()) {
-    job.pictures->encoder.averageBitRate =
-        trial.nextRate(job.pictures->encoder.averageBitRate, planned->length.seconds());
+    job.pictures->encoder.averageBitRate = trial.nextRate(job.pictures->encoder.averageBitRate);
     report = runOnce(job, 0.5, 1);
   }
   if (!report && trial.hasFailed()) {
@@ -163,13 +186,15 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
 
 }  // namespace
 
+std::unique_ptr<engine::NewFiles> newFilesOfThisProcess() { return std::make_unique<engine::DirectNewFiles>(); }
+
 Result<MovieReport, Error> makeMovie(const Edit& edit, const std::filesystem::path& path, const MovieOptions& options) {
   std::exception_ptr thrownByProgress;
   Result<MovieReport, Error> made = failed(ErrorCode::internal, "");
   try {
     made = make(edit, path, options, thrownByProgress);
   } catch (const std::bad_alloc&) {
-    return failed(ErrorCode::internal, edit.name() + ": out of memory");
+    return failed(ErrorCode::noMemory, edit.name() + ": out of memory");
   } catch (const std::exception& thrown) {
     return failed(ErrorCode::internal, edit.name() + ": " + thrown.what());
   }

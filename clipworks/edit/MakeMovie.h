@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <stop_token>
 #include <string>
@@ -16,6 +17,10 @@
 #include <clipworks/media/base/Result.h>
 
 namespace clipworks {
+
+namespace engine {
+class NewFiles;
+}
 
 /// How far the work is.
 struct Progress {
@@ -53,6 +58,8 @@ struct MovieOptions {
   int threads = 0;
   /// The most bytes that the file may have; 0 is no limit.
   std::int64_t mostBytes = 0;
+  /// Makes the file in place of this process, for hosts that may not write to directories; null: this process.
+  std::shared_ptr<engine::NewFiles> files{};
   /// Called on the caller's thread as the work goes on. What it throws ends the work and is passed on.
   std::function<void(const Progress&)> onProgress{};
   /// A request ends the work within a tenth of a second.
@@ -71,10 +78,14 @@ struct MovieReport {
   bool isVerified = false;  ///< it was compared with its plan
 };
 
+/// Makes new files by this process itself, for whoever does so for another one.
+[[nodiscard]] CLIPWORKS_API std::unique_ptr<engine::NewFiles> newFilesOfThisProcess();
+
 /// Makes the movie at `path`: MP4, for ".mov" QuickTime, for ".m4a" sound alone. Works on the caller's thread and
 /// threads of its own, and returns when the file is whole under its name, or nothing is left of it. Any number at once.
-/// Fails as `plan` does; with `badArgument` where `path` is one of the edit's own files; with `notFound`,
-/// `notWritable`, `noSpace`, `limitReached`, `damaged`, `noEncoder`, `cancelled` or `internal`.
+/// Fails as `plan` does; with `badArgument` where `path` is one of the edit's own files, or has the ending of another
+/// kind of file (".webm"); with `notFound`, `notWritable`, `noSpace`, `limitReached`, `damaged`, `noEncoder`,
+/// `cancelled` or `internal`.
 [[nodiscard]] CLIPWORKS_API Result<MovieReport, Error> makeMovie(const Edit& edit, const std::filesystem::path& path,
                                                                  const MovieOptions& options = {});
 

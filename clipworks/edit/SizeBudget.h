@@ -17,6 +17,7 @@ struct MovieMeasure {
 struct SizeBudget {
   std::int64_t pictures = 0;  ///< bits a second; none or less where so few bytes do not do
   std::int64_t sound = 0;     ///< bits a second; 0 without sound
+  std::int64_t beside = 0;    ///< bytes of the file that are not its pictures'
 
   [[nodiscard]] static SizeBudget of(std::int64_t bytes, const MovieMeasure& movie);
 };

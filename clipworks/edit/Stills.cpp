@@ -131,8 +131,8 @@ engine::Expected<std::vector<std::uint8_t>> encoded(const engine::StillImage& st
 }
 
 engine::Expected<std::filesystem::path> write(const std::vector<std::uint8_t>& bytes, const std::filesystem::path& path,
-                                              ExistingFile existing) {
-  auto file = engine::OutputFile::create(path, 0, engineExisting(existing));
+                                              const PictureOptions& options) {
+  auto file = engine::OutputFile::create(path, 0, engineExisting(options.existing), options.files);
   if (!file) return tl::make_unexpected(file.error());
   if (auto written = (*file)->writeAt(0, bytes.data(), static_cast<std::int64_t>(bytes.size())); !written)
     return tl::make_unexpected(written.error());
@@ -227,7 +227,7 @@ Result<std::filesystem::path, Error> saveStill(const engine::StillImage& still, 
   const engine::StillImage plain{engine::shareFrame(still.frame), {}, still.isDithered};
   const auto bytes = encoded(options.keepsMetadata ? still : plain, options.format, options.threads);
   if (!bytes) return failure(fromEngine(bytes.error()));
-  auto written = write(*bytes, path, options.existing);
+  auto written = write(*bytes, path, options);
   if (!written) return failure(fromEngine(written.error()));
   return std::move(*written);
 }

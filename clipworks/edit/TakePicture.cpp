@@ -2,13 +2,13 @@
 
 #include <memory>
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include <clipworks/edit/EditErrors.h>
 #include <clipworks/edit/EditState.h>
 #include <clipworks/edit/Files.h>
 #include <clipworks/edit/Stills.h>
+#include <clipworks/engine/output/DirectNewFiles.h>
 
 namespace clipworks {
 namespace {
@@ -44,9 +44,8 @@ Result<PictureReport, Error> takePictures(const Edit& edit, const std::vector<Wa
   report.damaged = damagedMediaIn(stills->damaged());
   if (taken) return report;
   // Those that replaced older files are whole, and all that is left of these.
-  std::error_code ignored;
   if (options.existing != ExistingFile::replaced) {
-    for (const auto& path : report.paths) std::filesystem::remove(path, ignored);
+    for (const auto& path : report.paths) engine::orDirect(options.files).remove(path);
   }
   return failure(taken.error());
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <stop_token>
 #include <vector>
 
@@ -35,6 +36,8 @@ struct PictureOptions {
   bool isStrict = false;
   /// Threads that the decoder and an encoder may have at most; 0 as for `MovieOptions`.
   int threads = 0;
+  /// As for movies.
+  std::shared_ptr<engine::NewFiles> files{};
   /// Called on the caller's thread with the share of the pictures that is done. What it throws ends the work.
   std::function<void(double)> onProgress{};
   std::stop_token stop{};

@@ -23,7 +23,7 @@ constexpr std::array<int, 7> heights{1080, 720, 540, 480, 360, 240, 144};
 
 /// Of a file, beside its samples: headers, and for each sample its size, its place and its times.
 double bytesAround(const MovieMeasure& movie) {
-  constexpr double headers = 8192;
+  constexpr double headers = 2500;  // with two tracks and what a recording tells of itself
   constexpr double ofPicture = 20;
   constexpr double ofSoundASecond = 43 * 8;
   return headers + movie.seconds * (movie.picturesPerSecond * ofPicture + (movie.hasSound ? ofSoundASecond : 0));
@@ -39,7 +39,7 @@ double pixelsAt(const CGSize& seen, double height) { return seen.width / seen.he
 SizeBudget SizeBudget::of(std::int64_t bytes, const MovieMeasure& movie) {
   const double all = kept * (static_cast<double>(bytes) - bytesAround(movie)) * 8 / movie.seconds;
   const double sound = movie.hasSound ? std::clamp(all * soundShare, leastSoundRate, mostSoundRate) : 0;
-  return {std::llround(all - sound), std::llround(sound)};
+  return {std::llround(all - sound), std::llround(sound), std::llround(bytesAround(movie) + sound * movie.seconds / 8)};
 }
 
 std::int64_t leastBytes(const MovieMeasure& movie, double pixels) {

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -19,12 +20,18 @@ class FileHandle {
   /// Opens an existing regular file for reading. Fails with a sentence that names it.
   [[nodiscard]] static Expected<std::shared_ptr<const FileHandle>> openForReading(const std::filesystem::path& path);
 
+  /// A second descriptor for reading of a file that is open. Fails in the same way.
+  [[nodiscard]] static Expected<std::shared_ptr<const FileHandle>> again(const FileHandle& open,
+                                                                         const std::string& name);
+
   explicit FileHandle(int descriptor) : descriptor_(descriptor) {}
   FileHandle(FileHandle&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
   FileHandle& operator=(FileHandle&&) = delete;
   FileHandle(const FileHandle&) = delete;
   FileHandle& operator=(const FileHandle&) = delete;
-  ~FileHandle();
+  ~FileHandle() {
+    if (descriptor_ >= 0) ::close(descriptor_);
+  }
 
   [[nodiscard]] int descriptor() const { return descriptor_; }
   [[nodiscard]] std::int64_t size() const;
@@ -38,6 +45,9 @@ class FileHandle {
   [[nodiscard]] std::int64_t readAt(std::int64_t offset, std::uint8_t* bytes, std::int64_t length) const;
 
  private:
+  /// Takes `descriptor`, a regular file with something in it.
+  static Expected<std::shared_ptr<const FileHandle>> reading(int descriptor, const std::string& name);
+
   int descriptor_;
   std::int64_t openedSize_ = 0;  // bytes
   timespec openedTime_{};        // of its last change of content

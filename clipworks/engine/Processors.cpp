@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <cmath>
+#include <cstdlib>
+#include <exception>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -76,11 +78,14 @@ int affinity() {
   return static_cast<int>(::sysconf(_SC_NPROCESSORS_ONLN));
 }
 
-int count() {
+int count() noexcept {
   const int processors = std::max(affinity(), 1);
-  const auto quota = processorQuota();
-  if (!quota || *quota >= processors) return processors;
-  return std::max(static_cast<int>(std::ceil(*quota)), 1);
+  try {
+    const auto quota = processorQuota();
+    if (quota && *quota < processors) return std::max(static_cast<int>(std::ceil(*quota)), 1);
+  } catch (const std::exception&) {  // where the groups cannot be read, there is no quota
+  }
+  return processors;
 }
 
 }  // namespace
@@ -102,6 +107,13 @@ int usableProcessors() {
   static const int processors = count();
   return processors;
 }
+
+namespace {
+
+// When the library is loaded: a program that has confined itself could not read it any more.
+const int processorsAtFirst = usableProcessors();
+
+}  // namespace
 
 int coderThreads(int wanted) {
   if (wanted > 0) return wanted;

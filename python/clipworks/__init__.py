@@ -26,7 +26,7 @@ import os
 import sys
 import warnings
 from pathlib import Path
-from typing import Any, Callable, Literal, NamedTuple, Sequence, TypedDict, Unpack
+from typing import Any, Callable, Literal, NamedTuple, NoReturn, Sequence, TypedDict, Unpack
 
 from . import _clipworks
 
@@ -49,7 +49,7 @@ class Error(RuntimeError):
     """Something could not be done; the text is one sentence that says what and why.
 
     code: what kind of failure it was: "notReadable", "notAMovie", "unsupported", "damaged", "noPictures", "noSound",
-        "tooLarge", "noEncoder", "notWritable", "noSpace", "limitReached", "cancelled" or "internal".
+        "tooLarge", "noEncoder", "notWritable", "noSpace", "noMemory", "limitReached", "cancelled" or "internal".
     """
 
     def __init__(self, sentence: str, code: str = "internal") -> None:
@@ -511,6 +511,10 @@ def _tell(call: Callable[..., Any], *arguments: Any) -> Any:
         return call(*arguments)
     except _clipworks.Failed as failed:
         code, sentence = failed.args
+    _raise(sentence, code)
+
+
+def _raise(sentence: str, code: str) -> NoReturn:
     if code == "badArgument":
         raise ValueError(sentence)
     if code == "notFound":

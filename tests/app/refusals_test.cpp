@@ -64,10 +64,15 @@ TEST(BadFile, IsRefusedWithASentence) {
                   {{"narrate", tone, "--piece", tone + "@0"}, "has no video track; narration needs one"},
                   {{"frame", tone, "--at", "0"}, "has no video track; taking a picture needs one"},
                   {{"frame", flat, "--at", "0", "--format", "heic"}, "too small for HEIC"},
-                  {{"frame", clip, "--at", "0", "--max-pixels", "511"}, "pixels, 57600 of them; 511 are allowed"},
-                  {{"--max-pixels", "600", "join", flat, clip}, "pixels, 57600 of them; 600 are allowed"},
-                  {{"loop", clip, "--count", "3", "--max-seconds", "1.5"}, "lasts 2.000 seconds; 1.5 are allowed"},
                   {{"record", "--at", "0", "--for", "1"}, "nothing can be recorded: no microphone can be opened: "}});
+}
+
+TEST(BadFile, BeyondALimitEndsWithAnExitCodeOfItsOwn) {
+  const std::string clip = plainClip();
+  const std::string flat = BarCodeClip({.width = 64, .height = 8, .frames = 2, .audioCodec = ""}).path();
+  expectRefusals(3, {{{"frame", clip, "--at", "0", "--max-pixels", "511"}, "pixels, 57600 of them; 511 are allowed"},
+                     {{"--max-pixels", "600", "join", flat, clip}, "pixels, 57600 of them; 600 are allowed"},
+                     {{"loop", clip, "--count", "3", "--max-seconds", "1.5"}, "lasts 2.000 seconds; 1.5 are allowed"}});
 }
 
 TEST(WrongUse, IsFoundBeforeAnythingRuns) {
@@ -157,7 +162,7 @@ TEST(BadOutputs, FullFileSystem) {
     SCOPED_TRACE(words[1]);
     const SmallFileSystem outputs(kibibytes);
     if (!outputs.isMounted()) GTEST_SKIP() << outputs.whyNot();
-    expectFailure(outputs.path(), runClipworks(outputs.path(), words), 1, sentence + "No space left on device");
+    expectFailure(outputs.path(), runClipworks(outputs.path(), words), 4, sentence + "No space left on device");
   }
 }
 

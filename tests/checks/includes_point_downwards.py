@@ -27,6 +27,7 @@ LAYERS = [
     ["clipworks/media/images"],
     ["clipworks/media/samples", "clipworks/media/audio", "clipworks/media/export"],
     ["clipworks/edit"],
+    ["clipworks/worker"],
     ["clipworks/exporter", "clipworks/filedeck", "clipworks/stillpress"],
     ["clipworks/foundation"],
     ["clipworks/compressor", "clipworks/looper", "clipworks/narration", "clipworks/reverse", "clipworks/rotate",
@@ -41,7 +42,8 @@ LEVELS = {folder: level for level, layer in enumerate(LAYERS) for folder in laye
 STANDARD = re.compile(r"[a-z0-9_]+")  # <vector>, <cstdint>
 POSIX = re.compile(r"(dlfcn|errno|fcntl|poll|pthread|pwd|sched|signal|spawn|termios|unistd|sys/[a-z]+|linux/[a-z]+)\.h")
 LIBRARY = re.compile(r"tl/expected\.hpp")
-OTHERS = {"clipworks/edit": re.compile(r"nlohmann/json(_fwd)?\.hpp"), "app": re.compile(r"(CLI|nlohmann|fmt)/[A-Za-z/._]+"),
+OTHERS = {"clipworks/edit": re.compile(r"nlohmann/json(_fwd)?\.hpp"), "clipworks/worker": re.compile(r"nlohmann/json\.hpp"),
+          "app": re.compile(r"(CLI|nlohmann|fmt)/[A-Za-z/._]+|seccomp\.h"),
           "python": re.compile(r"pybind11/[a-z0-9/]+\.h")}
 
 OURS = ("clipworks/", "app/", "python/")

@@ -15,6 +15,7 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 import clipworks
+from clipworks.worker import Worker
 
 EXAMPLES = Path(os.environ["EXAMPLES"])
 
@@ -154,6 +155,25 @@ class Operations(unittest.TestCase):
             with self.subTest(words), self.assertRaisesRegex(raised, words):
                 call()
         self.assertEqual(list(self.outputs.iterdir()), [])
+
+    def test_a_worker_does_the_same_in_another_process(self):
+        clip = clipworks.open(self.clip).trim(0.5, 1.5).rotate()
+        with Worker(os.environ["PROGRAM"], timeout=20) as worker:
+            shares = []
+            made = worker.save(clip, self.outputs / "there.mp4", progress=shares.append)
+            self.assertEqual(made.read_bytes(), clip.save(self.outputs / "here.mp4").read_bytes())
+            self.assertEqual(shares, sorted(shares))
+            with self.assertRaises(StopIteration):
+                worker.save(clip.loop(50), self.outputs / "stopped.mp4", progress=stop)
+            for error, code, arguments in [
+                (FileNotFoundError, None, ["loop", "/nowhere.mp4", "--count", "2"]),
+                (ValueError, None, ["loop", self.clip, "--count", "0"]),
+                (clipworks.Error, "limitReached", ["--max-output", "1kB", "loop", self.clip, "--count", "2"]),
+            ]:
+                with self.assertRaises(error) as caught:
+                    worker.run(["--outputs", self.outputs, *arguments])
+                self.assertEqual(getattr(caught.exception, "code", None), code)
+        self.assertEqual(sorted(os.listdir(self.outputs)), ["here.mp4", "there.mp4"])
 
     def test_an_exception_of_the_callback_ends_the_operation(self):
         clip = self.make("not short.mp4", size="1280x720", seconds=10)

@@ -271,12 +271,18 @@ Expected<std::shared_ptr<const MediaFile>> MediaFile::open(const std::filesystem
   if (state) {
     if (auto known = OpenFiles::shared().find(*state)) return known;
   }
+  auto file = open(std::move(*handle), path.filename().string(), limits);
+  if (file && state) OpenFiles::shared().add(*state, *file);
+  return file;
+}
+
+Expected<std::shared_ptr<const MediaFile>> MediaFile::open(std::shared_ptr<const FileHandle> handle,
+                                                           const std::string& name, const InputLimits& limits) {
   std::shared_ptr<MediaFile> file(new MediaFile());
-  file->name_ = path.filename().string();
+  file->name_ = name;
+  file->handle_ = std::move(handle);
   file->limits_ = limits;
-  file->handle_ = *handle;
   if (auto loaded = file->load(); !loaded) return tl::make_unexpected(loaded.error());
-  if (state) OpenFiles::shared().add(*state, file);
   return file;
 }
 

@@ -86,6 +86,10 @@ class MediaFile {
   /// whose codec they do not let in is described as far as the container does; only decoding it fails.
   [[nodiscard]] static Expected<std::shared_ptr<const MediaFile>> open(const std::filesystem::path& path,
                                                                        const InputLimits& limits = {});
+  /// One that is open for reading; `name` is what sentences call it.
+  [[nodiscard]] static Expected<std::shared_ptr<const MediaFile>> open(std::shared_ptr<const FileHandle> handle,
+                                                                       const std::string& name,
+                                                                       const InputLimits& limits = {});
 
   [[nodiscard]] const std::string& name() const { return name_; }
   /// Those that it was opened with; they hold for whoever decodes it.

@@ -152,8 +152,9 @@ struct SoundJob {
 struct ExportJob {
   std::filesystem::path path;
   std::int64_t fileLengthLimit = 0;  ///< bytes; 0 is no limit
-  OutputFile::Existing existing = OutputFile::Existing::kept;
-  bool isStrict = false;  ///< damaged pictures are a failure
+  ExistingName existing = ExistingName::kept;
+  std::shared_ptr<NewFiles> files;  ///< makes the file; null: the process itself
+  bool isStrict = false;            ///< damaged pictures are a failure
   bool verifies = false;  ///< the file is read and decoded once, and compared with this job, before it gets its name
   /// Whether a file of so many bytes will do; one that does not is removed, and the run ends with `lengthLimit`. On the
   /// thread of the run.

@@ -85,11 +85,11 @@ bool ExportRun::isCancelled() {
   return cancelled_;
 }
 
-/// Reads what was written through the file's descriptor, since it has no name yet. Whatever is in it was let in
-/// already.
 Expected<void> ExportRun::verifyFile() {
-  auto written =
-      MediaFile::open("/proc/self/fd/" + std::to_string(file_->handle().descriptor()), {limits::maxPixels, true});
+  // It has no name yet, and whatever is in it was let in already.
+  auto handle = FileHandle::again(file_->handle(), file_->name());
+  auto written = handle ? MediaFile::open(std::move(*handle), file_->name(), {limits::maxPixels, true})
+                        : tl::make_unexpected(std::move(handle.error()));
   auto verified = written ? verify(*written, job_, [this] { return isCancelled(); })
                           : tl::make_unexpected(std::move(written.error()));
   if (verified || verified.error().kind == ErrorKind::cancelled) return verified;
@@ -101,6 +101,10 @@ Expected<ExportReport> ExportRun::run(const OnProgress& onProgress) {
   if (report && job_.verifies) {
     if (auto verified = verifyFile(); !verified) report = tl::make_unexpected(verified.error());
   }
+  // They go once nobody can cancel them any more, and in this order.
+  std::unique_ptr<OutputFile> file;
+  std::unique_ptr<CodedPictures> pictures;
+  std::unique_ptr<CodedSound> sound;
   {
     const std::lock_guard lock(mutex_);
     if (pictures_) pictures_->abandon();
@@ -116,10 +120,10 @@ Expected<ExportReport> ExportRun::run(const OnProgress& onProgress) {
       if (auto named = file_->commit(); !named) report = tl::make_unexpected(named.error());
       if (report) report->path = file_->path();
     }
+    file = std::move(file_);
+    pictures = std::move(pictures_);
+    sound = std::move(sound_);
   }
-  sound_.reset();
-  pictures_.reset();
-  file_.reset();
   return report;
 }
 
@@ -127,7 +131,7 @@ Expected<ExportReport> ExportRun::write(const OnProgress& onProgress) {
   {
     const std::lock_guard lock(mutex_);
     if (cancelled_) return failed(ErrorKind::cancelled, "the export was cancelled");
-    auto file = OutputFile::create(job_.path, job_.fileLengthLimit, job_.existing);
+    auto file = OutputFile::create(job_.path, job_.fileLengthLimit, job_.existing, job_.files);
     if (!file) return tl::make_unexpected(file.error());
     file_ = std::move(*file);
     if (job_.pictures) pictures_ = std::make_unique<CodedPictures>(*job_.pictures);

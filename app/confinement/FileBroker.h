@@ -1,0 +1,30 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <clipworks/engine/output/NewFiles.h>
+
+namespace clipworks::app {
+
+/// Which new files a confined process may have made: in these directories, with these endings, and no hidden ones.
+struct FilePermissions {
+  std::vector<std::filesystem::path> directories;
+  std::vector<std::string> endings;  ///< ".mp4"
+  /// Files whose name begins so may be replaced; none without.
+  std::optional<std::string> replaceable;
+
+  [[nodiscard]] bool allow(const std::filesystem::path& path) const;
+  [[nodiscard]] bool allowReplacing(const std::filesystem::path& path) const;
+};
+
+/// Starts a process that makes new files for this one, which may give up its own rights to then: no directory has to be
+/// open for writing, where a decoder that has been taken over could change what else lies there. What is asked for
+/// beyond `permissions` fails with `EPERM`. The process ends with the last reference to the result, or with this
+/// process. Before there are other threads. A value of `errno` where the system has no more processes or descriptors.
+[[nodiscard]] tl::expected<std::shared_ptr<engine::NewFiles>, int> startFileBroker(FilePermissions permissions);
+
+}  // namespace clipworks::app
