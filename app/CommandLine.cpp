@@ -1,8 +1,10 @@
 #include <app/CommandLine.h>
 
 #include <algorithm>
+#include <cmath>
 #include <map>
 #include <string_view>
+#include <type_traits>
 
 #include <CLI/CLI.hpp>
 
@@ -47,6 +49,21 @@ bool asksForJson(int argc, const char* const* argv) {
     if (argument == "--json") return true;
   }
   return false;
+}
+
+/// An option whose value is a number from `least` to `most`; `what` names it for people.
+template <class Number>
+void addNumber(CLI::App& parser, const std::string& option, const std::string& type, Number& number, double least,
+               double most, const std::string& what, const std::string& description) {
+  parser
+      .add_option_function<std::string>(
+          option, [&number](const std::string& text) { number = static_cast<Number>(*parseNumber(text)); }, description)
+      ->type_name(type)
+      ->check([=](const std::string& text) {
+        const auto typed = parseNumber(text);
+        const bool isWhole = std::is_floating_point_v<Number> || (typed && *typed == std::floor(*typed));
+        return typed && isWhole && *typed >= least && *typed <= most ? "" : "takes " + what + ", not \"" + text + "\"";
+      });
 }
 
 void addSize(CLI::App& parser, const std::string& option, std::optional<std::int64_t>& size, const std::string& help) {
@@ -169,6 +186,18 @@ void CommandLine::addOptions(Part& part) {
         const auto seconds = parseNumber(text);
         return seconds && *seconds > 0 ? "" : "takes a number of seconds above 0, not \"" + text + "\"";
       });
+  constexpr double mostPixels = 268'435'456;
+  addNumber(parser, "--max-pixels", "N", options_.inputs.mostPixels, 1, mostPixels,
+            "a whole number from 1 to 268435456", "Fail where pictures of an input have more, width × height");
+  constexpr double leastSeconds = 0.001;
+  constexpr double mostSeconds = 1e9;
+  addNumber(parser, "--max-seconds", "S", options_.inputs.mostSeconds, leastSeconds, mostSeconds,
+            "seconds, more than 0", "Fail where an input lasts longer");
+  parser.add_flag("--any-codec", options_.inputs.takesAnyCodec,
+                  "Decode whatever the libraries can, not only what\ntelephones, cameras and screen recorders write");
+  constexpr double mostThreads = 1024;
+  addNumber(parser, "--threads", "N", options_.threads, 1, mostThreads, "a whole number from 1 to 1024",
+            "Of each encoder and decoder, at most; default: as many as\nsuit the processors that the program may use");
   parser.set_version_flag("--version", "clipworks " CLIPWORKS_VERSION, "Print the version");
   parser.add_flag_callback(
       "--licenses", [] { throw CLI::CallForVersion(licenses(), 0); }, "Print the licences that hold for this program");

@@ -64,7 +64,7 @@ class EditRun {
 
  private:
   Result<Edit, Failure> edited(const fs::path& file) const {
-    auto edit = steps_.front()->open(file);
+    auto edit = steps_.front()->open(file, options_.inputs);
     for (const auto* step : steps_) {
       if (!edit) break;
       edit = step->apply(*edit);
@@ -180,6 +180,7 @@ class EditRun {
     options.verification = options_.verification;
     options.existing = existing();
     options.isStrict = options_.strict;
+    options.threads = options_.threads;
     options.files = files_;
     options.mostBytes = options_.limits.file.value_or(0);
     options.stop = interruption_.token();
@@ -202,6 +203,7 @@ class EditRun {
     options.keepsMetadata = !options_.stripMetadata;
     options.existing = existing();
     options.isStrict = options_.strict;
+    options.threads = options_.threads;
     options.files = files_;
     options.stop = interruption_.token();
     options.onProgress = [this](double share) { reporter_.progress(share); };

@@ -6,6 +6,7 @@
 #include <app/Limits.h>
 #include <clipworks/edit/MakeMovie.h>
 #include <clipworks/edit/Plan.h>
+#include <clipworks/media/asset/InputLimits.h>
 
 namespace clipworks::app {
 
@@ -39,6 +40,10 @@ struct Options {
   bool clean = false;
   ConfinementMode confinement = ConfinementMode::automatic;
   Limits limits{};
+  /// What of the files is let in.
+  InputLimits inputs{};
+  /// That decode and encode at most; 0: as many as suit the processors.
+  int threads = 0;
 };
 
 }  // namespace clipworks::app

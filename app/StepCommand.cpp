@@ -25,7 +25,9 @@ std::vector<std::filesystem::path> StepCommand::otherFiles() const {
   return {files_.begin() + (follows_ ? 0 : 1), files_.end()};
 }
 
-Result<Edit, Error> StepCommand::open(const std::filesystem::path& file) const { return Edit::open(file, extent()); }
+Result<Edit, Error> StepCommand::open(const std::filesystem::path& file, const InputLimits& limits) const {
+  return Edit::open(file, extent(), limits);
+}
 
 Needs StepCommand::needs() const {
   Needs needs;

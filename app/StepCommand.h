@@ -30,7 +30,7 @@ class StepCommand : public Command {
   /// How much of its file the command sees where it is the first.
   [[nodiscard]] virtual Edit::Extent extent() const { return Edit::Extent::movie; }
   /// What the steps are done to, where the command is the first.
-  [[nodiscard]] virtual Result<Edit, Error> open(const std::filesystem::path& file) const;
+  [[nodiscard]] virtual Result<Edit, Error> open(const std::filesystem::path& file, const InputLimits& limits) const;
   /// Finds wrong use, by the words alone; before `apply`.
   [[nodiscard]] virtual Outcome check() { return {}; }
   [[nodiscard]] virtual Result<Edit, Error> apply(const Edit& edit) const = 0;

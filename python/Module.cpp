@@ -9,6 +9,7 @@
 #include <array>
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -196,7 +197,7 @@ struct Made {
 };
 
 py::tuple makeMovieOf(const Edit& edit, const std::filesystem::path& path, ExistingFile existing, CodecChoice codec,
-                      bool keepsMetadata, bool isClean, std::optional<bool> verifies, bool isStrict,
+                      bool keepsMetadata, bool isClean, std::optional<bool> verifies, bool isStrict, int threads,
                       py::object onProgress) {
   Work work(std::move(onProgress));
   MovieOptions options;
@@ -204,6 +205,7 @@ py::tuple makeMovieOf(const Edit& edit, const std::filesystem::path& path, Exist
   options.plan = {codec, keepsMetadata, !isClean};
   options.existing = existing;
   options.isStrict = isStrict;
+  options.threads = threads;
   options.stop = work.token();
   options.onProgress = [&work](const Progress& progress) { work.tell(progress.share); };
   Made made;
@@ -229,13 +231,14 @@ CMTime timeOf(const Edit& edit, const std::variant<double, std::string>& at) {
 
 py::tuple takePicturesOf(
     const Edit& edit, const std::vector<std::pair<std::variant<double, std::string>, std::filesystem::path>>& pictures,
-    StillFormat format, ExistingFile existing, bool keepsMetadata, bool isStrict, py::object onProgress) {
+    StillFormat format, ExistingFile existing, bool keepsMetadata, bool isStrict, int threads, py::object onProgress) {
   Work work(std::move(onProgress));
   PictureOptions options;
   options.format = format;
   options.existing = existing;
   options.keepsMetadata = keepsMetadata;
   options.isStrict = isStrict;
+  options.threads = threads;
   options.stop = work.token();
   options.onProgress = [&work](double share) { work.tell(share); };
   Made made;
@@ -252,9 +255,11 @@ py::tuple takePicturesOf(
   return made.forPython();
 }
 
-std::string describeReadable(const std::filesystem::path& file) {
-  if (!AVAsset::make(URL(file))->loadError().empty()) (void)valueOf(Edit::open(file));  // says the same, with its code
-  return describe(file);
+std::string describeReadable(const std::filesystem::path& file, const InputLimits& limits) {
+  // Says the same, with its code.
+  if (!AVAsset::make(URL(file), limits)->loadError().empty())
+    (void)valueOf(Edit::open(file, Edit::Extent::movie, limits));
+  return describe(file, limits);
 }
 
 py::dict presets() {
@@ -312,13 +317,19 @@ PYBIND11_MODULE(_clipworks, module) {
       .value("heic", StillFormat::heic);
   py::enum_<Turn>(module, "Turn").value("right", Turn::right).value("half", Turn::half).value("left", Turn::left);
 
+  py::class_<InputLimits>(module, "InputLimits")
+      .def(py::init([](std::optional<std::int64_t> mostPixels, std::optional<double> mostSeconds, bool takesAnyCodec) {
+        const InputLimits usual;
+        return InputLimits{mostPixels.value_or(usual.mostPixels), mostSeconds.value_or(usual.mostSeconds),
+                           takesAnyCodec};
+      }));
   py::class_<Edit>(module, "Edit")
       .def_static(
           "open",
-          [](const std::filesystem::path& file, bool wholeTracks) {
-            return valueOf(Edit::open(file, wholeTracks ? Edit::Extent::tracks : Edit::Extent::movie));
+          [](const std::filesystem::path& file, bool wholeTracks, const InputLimits& limits) {
+            return valueOf(Edit::open(file, wholeTracks ? Edit::Extent::tracks : Edit::Extent::movie, limits));
           },
-          py::arg("file"), py::arg("whole_tracks") = false, Unlocked())
+          Unlocked())
       .def_static(
           "from_json", [](const std::string& text) { return valueOf(Edit::fromJson(text)); }, Unlocked())
       .def("json", &Edit::json, Unlocked())

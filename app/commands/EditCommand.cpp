@@ -29,7 +29,10 @@ class EditCommand final : public StepCommand {
     return needs;
   }
 
-  Result<Edit, Error> open(const std::filesystem::path&) const override { return Edit::fromJson(text()); }
+  /// The edit says with which limits its files are opened.
+  Result<Edit, Error> open(const std::filesystem::path&, const InputLimits&) const override {
+    return Edit::fromJson(text());
+  }
   Result<Edit, Error> apply(const Edit& edit) const override { return edit; }
 
  protected:

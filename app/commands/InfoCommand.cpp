@@ -34,11 +34,11 @@ class InfoCommand final : public Command {
     std::vector<std::string> objects;
     std::vector<std::string> errors;
     for (const auto& file : files_) {
-      const auto asset = AVAsset::make(URL(file));
+      const auto asset = AVAsset::make(URL(file), program.options.inputs);
       const std::string error = asset->loadError();
       if (!error.empty()) errors.push_back(error);
       if (program.options.json) {
-        objects.push_back(describe(file));
+        objects.push_back(describe(file, program.options.inputs));
       } else if (error.empty()) {
         program.reporter.text(describedForPeople(file, *asset));
       }

@@ -39,7 +39,7 @@ class JoinCommand final : public StepCommand {
   Result<Edit, Error> apply(const Edit& edit) const override {
     std::vector<Edit> edits{edit};
     for (const auto& file : otherFiles()) {
-      auto other = Edit::open(file);
+      auto other = Edit::open(file, Edit::Extent::movie, edit.limits());
       if (!other) return other;
       edits.push_back(std::move(*other));
     }

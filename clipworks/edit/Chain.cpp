@@ -57,7 +57,7 @@ Chain Chain::trim(const std::vector<std::pair<double, double>>& stretches) const
 
 Chain Chain::join(const std::filesystem::path& file, const JoinLook& look) const {
   return then([&](const Edit& edit) -> Result<Edit, Error> {
-    auto next = Edit::open(file);
+    auto next = Edit::open(file, Edit::Extent::movie, edit.limits());
     return next ? joined({edit, *next}, look) : next;
   });
 }

@@ -50,7 +50,7 @@ class CLIPWORKS_API Chain {
 
   /// Keeps several stretches of seconds, one behind the other: `trimmed`.
   [[nodiscard]] Chain trim(const std::vector<std::pair<double, double>>& stretches) const;
-  /// Plays the clip `file` behind it: `joined`.
+  /// Plays the clip `file`, opened with the same limits, behind it: `joined`.
   [[nodiscard]] Chain join(const std::filesystem::path& file, const JoinLook& look = {}) const;
 
   /// The edit so far, or why there is none.

@@ -50,8 +50,8 @@ ordered_json jsonOf(const AVAssetTrack& track) {
 
 }  // namespace
 
-std::string describe(const std::filesystem::path& file) {
-  const auto asset = AVAsset::make(URL(file));
+std::string describe(const std::filesystem::path& file, const InputLimits& limits) {
+  const auto asset = AVAsset::make(URL(file), limits);
   auto tracks = ordered_json::array();
   for (const auto& track : asset->tracks()) tracks.push_back(jsonOf(*track));
   auto metadata = ordered_json::object();

@@ -40,8 +40,9 @@ CMTime endOfTracks(const Source& source) {
 
 }  // namespace
 
-Result<std::shared_ptr<const Source>, Error> Source::open(const std::filesystem::path& path) {
-  auto asset = std::make_shared<const FileAsset>(URL(path));
+Result<std::shared_ptr<const Source>, Error> Source::open(const std::filesystem::path& path,
+                                                          const InputLimits& limits) {
+  auto asset = std::make_shared<const FileAsset>(URL(path), limits);
   if (const auto error = asset->openFailure()) return failure(fromEngine(*error));
   return std::make_shared<const Source>(Source{path, std::move(asset)});
 }
@@ -106,8 +107,8 @@ void draw(EditState& state, const CGAffineTransform& map, const CGSize& size) {
 
 Edit edited(EditState state) { return Edit(std::make_shared<const EditState>(std::move(state))); }
 
-Result<Edit, Error> Edit::open(const std::filesystem::path& file, Extent extent) {
-  auto source = Source::open(file);
+Result<Edit, Error> Edit::open(const std::filesystem::path& file, Extent extent, const InputLimits& limits) {
+  auto source = Source::open(file, limits);
   if (!source) return failure(source.error());
   EditState state;
   state.sources.push_back(*source);
@@ -124,6 +125,7 @@ Result<Edit, Error> Edit::open(const std::filesystem::path& file, Extent extent)
   return edited(std::move(state));
 }
 
+InputLimits Edit::limits() const { return state_->sources.front()->asset->limits(); }
 CMTime Edit::duration() const { return state_->length; }
 bool Edit::hasPictures() const { return state_->pictures && firstOfMedia(*state_->pictures) != nullptr; }
 bool Edit::hasSound() const {

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include <clipworks/edit/Error.h>
+#include <clipworks/media/asset/InputLimits.h>
 #include <clipworks/media/base/Export.h>
 #include <clipworks/media/base/Result.h>
 #include <clipworks/media/geometry/CGSize.h>
@@ -30,8 +31,13 @@ class CLIPWORKS_API Edit {
   };
 
   /// A file's first track of pictures and its first of sound. Reads header and sample tables only. Fails with
-  /// `notFound`, `notReadable`, `notAMovie`, `damaged`, `tooLarge` or `unsupported`.
-  [[nodiscard]] static Result<Edit, Error> open(const std::filesystem::path& file, Extent extent = Extent::movie);
+  /// `notFound`, `notReadable`, `notAMovie`, `damaged`, `tooLarge`, `unsupported`, or with `limitReached` where the
+  /// file is beyond `limits`. A codec that they do not let in fails once something has to be decoded: in `plan`.
+  [[nodiscard]] static Result<Edit, Error> open(const std::filesystem::path& file, Extent extent = Extent::movie,
+                                                const InputLimits& limits = {});
+
+  /// Those of its first file. Steps that open further files do so with the same.
+  [[nodiscard]] InputLimits limits() const;
 
   /// How long it lasts.
   [[nodiscard]] CMTime duration() const;

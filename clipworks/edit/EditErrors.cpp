@@ -24,6 +24,7 @@ ErrorCode codeOf(const engine::Error& error) {
     case engine::ErrorKind::unwritable:
       if (error.posixCode == ENOENT) return ErrorCode::notFound;
       return error.posixCode == ENOSPC || error.posixCode == EDQUOT ? ErrorCode::noSpace : ErrorCode::notWritable;
+    case engine::ErrorKind::beyondLimit:
     case engine::ErrorKind::lengthLimit:
       return ErrorCode::limitReached;
     case engine::ErrorKind::cancelled:
@@ -55,6 +56,8 @@ ErrorCode codeOf(AVError code) {
       return ErrorCode::cancelled;
     case AVError::diskFull:
       return ErrorCode::noSpace;
+    case AVError::maximumFileSizeReached:
+      return ErrorCode::limitReached;
     default:
       return ErrorCode::internal;
   }

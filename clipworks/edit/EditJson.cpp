@@ -27,7 +27,8 @@
 //
 // Times are [value, timescale]. `from` and `lasting` are on the media's own clock, `length` is how long that is shown;
 // `backwards` and `place`, a map onto the canvas, stand where there is something to say. What shows no media has "gap":
-// "empty" or "hold" in place of a source.
+// "empty" or "hold" in place of a source. A source has "mostPixels", "mostSeconds" and "takesAnyCodec" where they are
+// not what they are by default.
 
 namespace clipworks {
 namespace {
@@ -52,6 +53,19 @@ ordered_json stateOf(const Source& source) {
   return {{"size", handle.openedSize()}, {"modified", handle.openedTime()}};
 }
 
+void addLimits(ordered_json& file, const InputLimits& limits) {
+  const InputLimits usual;
+  if (limits.mostPixels != usual.mostPixels) file["mostPixels"] = limits.mostPixels;
+  if (limits.mostSeconds != usual.mostSeconds) file["mostSeconds"] = limits.mostSeconds;
+  if (limits.takesAnyCodec != usual.takesAnyCodec) file["takesAnyCodec"] = limits.takesAnyCodec;
+}
+
+InputLimits limitsIn(const ordered_json& file) {
+  const InputLimits usual;
+  return {file.value("mostPixels", usual.mostPixels), file.value("mostSeconds", usual.mostSeconds),
+          file.value("takesAnyCodec", usual.takesAnyCodec)};
+}
+
 class Writer {
  public:
   explicit Writer(const EditState& state) : state_(state) {}
@@ -62,6 +76,7 @@ class Writer {
     for (const auto& source : state_.sources) {
       ordered_json file{{"path", std::filesystem::absolute(source->path).string()}};
       file.update(stateOf(*source));
+      addLimits(file, source->asset->limits());
       object["sources"].push_back(std::move(file));
     }
     object["length"] = pairOf(state_.length);
@@ -164,7 +179,7 @@ class Reader {
 
   Result<void, Error> openSources() {
     for (const auto& file : object_.at("sources")) {
-      auto source = Source::open(std::filesystem::path(file.at("path").get<std::string>()));
+      auto source = Source::open(std::filesystem::path(file.at("path").get<std::string>()), limitsIn(file));
       if (!source) return failure(source.error());
       const ordered_json now = stateOf(**source);
       if (now.at("size") != file.at("size") || now.at("modified") != file.at("modified"))

@@ -24,7 +24,8 @@ struct Source {
   std::shared_ptr<const FileAsset> asset;
 
   /// Opens `path`. Fails as `Edit::open` does.
-  [[nodiscard]] static Result<std::shared_ptr<const Source>, Error> open(const std::filesystem::path& path);
+  [[nodiscard]] static Result<std::shared_ptr<const Source>, Error> open(const std::filesystem::path& path,
+                                                                         const InputLimits& limits);
   /// Without its folder.
   [[nodiscard]] std::string name() const { return path.filename().string(); }
 };

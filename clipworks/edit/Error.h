@@ -22,7 +22,7 @@ enum class ErrorCode {
   notWritable,   ///< the result cannot be written where it was asked for
   noSpace,       ///< the disk or the quota is full
   noMemory,      ///< the system, or a limit of the process, allows no more memory or threads
-  limitReached,  ///< the result would pass a length that was allowed
+  limitReached,  ///< a file is larger or longer than the host allowed, or the result would be
   cancelled,     ///< the stop token asked for it
   internal,      ///< a fault of this library
 };

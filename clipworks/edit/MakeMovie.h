@@ -53,7 +53,8 @@ struct MovieOptions {
   ExistingFile existing = ExistingFile::refused;
   /// Whether damaged pictures of an input are a failure; else what could be decoded is shown.
   bool isStrict = false;
-  /// Threads that each encoder and decoder may have at most; 0 is as many as suit the processors.
+  /// Threads that each encoder and decoder may have at most; 0 is as many as suit the processors that the process may
+  /// use: those of its affinity, and no more than the quota of its control group (cgroup) comes to.
   int threads = 0;
   /// The most bytes that the file may have; 0 is no limit.
   std::int64_t mostBytes = 0;

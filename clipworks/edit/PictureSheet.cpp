@@ -129,7 +129,7 @@ Result<PictureReport, Error> takeSheet(const Edit& edit, int columns, int rows, 
     const CMTime& whole = edit.duration();
     times.push_back(CMTime(mulDiv(whole.value, 2 * i + 1, 2 * count), whole.timescale));
   }
-  auto stills = Stills::find(small, std::move(times));
+  auto stills = Stills::find(small, std::move(times), options.threads);
   if (!stills) return failure(stills.error());
 
   const auto width = static_cast<std::size_t>(cell.width);

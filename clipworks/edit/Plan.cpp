@@ -4,7 +4,6 @@
 #include <cmath>
 #include <exception>
 #include <iterator>
-#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -13,6 +12,7 @@
 #include <clipworks/edit/EditState.h>
 #include <clipworks/edit/Sentences.h>
 #include <clipworks/edit/SizeBudget.h>
+#include <clipworks/engine/Processors.h>
 #include <clipworks/engine/input/CachedPictureReader.h>
 #include <clipworks/media/asset/MediaTrack.h>
 #include <clipworks/media/export/AVAssetExportSession.h>
@@ -221,7 +221,7 @@ std::int64_t memoryOf(const engine::ExportJob& job) {
     return static_cast<std::int64_t>(width) * height * 3 / 2 * (bitDepth > 8 ? 2 : 1);
   };
   const auto& encoder = job.pictures->encoder;
-  const std::int64_t processors = std::max(std::thread::hardware_concurrency(), 1U);
+  const std::int64_t processors = engine::usableProcessors();
   memory += (encoderPictures + processors * encoderPicturesPerProcessor) *
             bytesOfPicture(encoder.width, encoder.height, encoder.bitDepth);
   std::int64_t largest = 0;
@@ -240,12 +240,32 @@ std::int64_t memoryOf(const engine::ExportJob& job) {
   return memory;
 }
 
+/// Fails where something has to be decoded that the limits of its file do not let in.
+engine::Expected<void> requireDecoders(const engine::ExportJob& job) {
+  const auto require = [](const auto& part) {
+    return part.file == nullptr ? engine::Expected<void>() : part.file->requireDecoder(part.stream);
+  };
+  for (const auto& run : job.pictures ? job.pictures->runs : std::vector<engine::PictureRun>()) {
+    if (run.copy) continue;
+    if (auto known = require(run); !known) return known;
+    for (const auto& layer : run.layers) {
+      if (auto known = require(layer); !known) return known;
+    }
+  }
+  if (!job.sound || job.sound->copy) return {};
+  for (const auto& lane : job.sound->lanes) {
+    if (auto known = require(lane); !known) return known;
+  }
+  return {};
+}
+
 Result<Plan, Error> planOf(const EditState& state, const PlanOptions& options) {
   const auto tracks = tracksOf(state);
   ExportPreset preset = presetOf(state, options);
   preset.hidesPictures = options.hidesPictures;
   auto planned = planExport(tracks, nullptr, preset, options.keepsMetadata);
   if (!planned) return failure(fromPlatform(planned.error()));
+  if (auto known = requireDecoders(planned->job); !known) return failure(fromEngine(known.error()));
   Plan plan;
   plan.length = state.length;
   plan.remarks = state.remarks;

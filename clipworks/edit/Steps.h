@@ -55,8 +55,9 @@ struct NarratedPiece {
   double volume = 1;           ///< factor of its level, from 0 to 1000
 };
 /// Lays recordings over the sound, which plays at `baseVolume`, a factor from 0 to 1000. Pieces may overlap; one that
-/// runs past the end makes the movie longer, the last picture stays. Fails with `noPictures`, `noSound`, as
-/// `Edit::open`, or with `badArgument` for volumes, and where a piece would start behind the end.
+/// runs past the end makes the movie longer, the last picture stays. Opened with the limits of `edit`. Fails with
+/// `noPictures`, `noSound`, as `Edit::open`, or with `badArgument` for volumes, and where a piece would start behind
+/// the end.
 [[nodiscard]] CLIPWORKS_API Result<Edit, Error> narrated(const Edit& edit, const std::vector<NarratedPiece>& pieces,
                                                          double baseVolume = 1);
 

@@ -118,14 +118,14 @@ engine::Expected<Still> drawn(const Still& natural, const CGAffineTransform& pla
       engine::StillImage{std::move(*frame), natural->metadata, natural->isDithered});
 }
 
-engine::Expected<std::vector<std::uint8_t>> encoded(const engine::StillImage& still, StillFormat format) {
+engine::Expected<std::vector<std::uint8_t>> encoded(const engine::StillImage& still, StillFormat format, int threads) {
   switch (format) {
     case StillFormat::jpg:
       return engine::encodeJPEG(still);
     case StillFormat::png:
-      return engine::encodePNG(still);
+      return engine::encodePNG(still, threads);
     case StillFormat::heic:
-      return engine::encodeHEIC(still);
+      return engine::encodeHEIC(still, threads);
   }
   return engine::failed(engine::ErrorKind::internal, "there is no such format");
 }
@@ -149,10 +149,11 @@ ImageSource sourceOf(const EditState& state, const Screen& screen, std::shared_p
 }  // namespace
 
 struct Stills::Taking {
-  Taking(const Edit& of, const Screen& screen, std::vector<ScreenPicture> pictures)
+  Taking(const Edit& of, const Screen& screen, std::vector<ScreenPicture> pictures, int threads)
       : edit(of), shown(std::move(pictures)), source(sourceOf(of.state(), screen, damaged)) {
     settings.isUpright = !of.state().canvas;  // else its place on the canvas says how it is turned
     settings.tolerance = {kCMTimeZero, kCMTimeZero};
+    settings.threads = threads;
     if (shown.size() == 1) settings.cacheLimit = 0;  // those on the way to it need not stay
   }
 
@@ -186,7 +187,7 @@ Stills::Stills(std::vector<CMTime> times, std::unique_ptr<Taking> taking)
 Stills::Stills(Stills&&) noexcept = default;
 Stills::~Stills() = default;
 
-Result<Stills, Error> Stills::find(const Edit& edit, std::vector<CMTime> times) {
+Result<Stills, Error> Stills::find(const Edit& edit, std::vector<CMTime> times, int threads) {
   const auto screen = Screen::of(edit.state());
   if (!screen) return failure(screen.error());
   std::vector<ScreenPicture> shown;
@@ -199,7 +200,7 @@ Result<Stills, Error> Stills::find(const Edit& edit, std::vector<CMTime> times) 
     if (!there) return failed(ErrorCode::noPictures, edit.name() + " has no pictures");
     shown.push_back(*there);
   }
-  return Stills(std::move(times), std::make_unique<Taking>(edit, *screen, std::move(shown)));
+  return Stills(std::move(times), std::make_unique<Taking>(edit, *screen, std::move(shown), threads));
 }
 
 Result<std::vector<CMTime>, Error> Stills::times(const Edit& edit) {
@@ -224,7 +225,7 @@ Result<Still, Error> Stills::take(std::size_t i, const std::stop_token& stop) {
 Result<std::filesystem::path, Error> saveStill(const engine::StillImage& still, const std::filesystem::path& path,
                                                const PictureOptions& options) {
   const engine::StillImage plain{engine::shareFrame(still.frame), {}, still.isDithered};
-  const auto bytes = encoded(options.keepsMetadata ? still : plain, options.format);
+  const auto bytes = encoded(options.keepsMetadata ? still : plain, options.format, options.threads);
   if (!bytes) return failure(fromEngine(bytes.error()));
   auto written = write(*bytes, path, options);
   if (!written) return failure(fromEngine(written.error()));

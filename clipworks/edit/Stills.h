@@ -19,8 +19,9 @@ namespace clipworks {
 /// What an edit with pictures shows at some times, as stills. One thread at a time; the edit must outlive this.
 class Stills {
  public:
-  /// Finds the pictures at `times`; decodes none. Fails with `badArgument` for a time outside the edit.
-  [[nodiscard]] static Result<Stills, Error> find(const Edit& edit, std::vector<CMTime> times);
+  /// Finds the pictures at `times`; decodes none, and later with `threads` threads at most, see `PictureOptions`. Fails
+  /// with `badArgument` for a time outside the edit.
+  [[nodiscard]] static Result<Stills, Error> find(const Edit& edit, std::vector<CMTime> times, int threads = 0);
   /// When each picture comes on screen.
   [[nodiscard]] static Result<std::vector<CMTime>, Error> times(const Edit& edit);
   Stills(Stills&&) noexcept;

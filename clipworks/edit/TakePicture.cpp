@@ -37,7 +37,7 @@ Result<PictureReport, Error> takePictures(const Edit& edit, const std::vector<Wa
     if (auto fit = checkFiles(edit.state(), picture.path, options.existing); !fit) return failure(fit.error());
     times.push_back(picture.at);
   }
-  auto stills = Stills::find(edit, std::move(times));
+  auto stills = Stills::find(edit, std::move(times), options.threads);
   if (!stills) return failure(stills.error());
   PictureReport report;
   const auto taken = takeAll(*stills, pictures, options, report);

@@ -34,6 +34,8 @@ struct PictureOptions {
   ExistingFile existing = ExistingFile::refused;
   /// Whether a damaged picture is a failure; else what could be decoded is shown.
   bool isStrict = false;
+  /// Threads that the decoder and an encoder may have at most; 0 as for `MovieOptions`.
+  int threads = 0;
   /// As for movies.
   std::shared_ptr<engine::NewFiles> files{};
   /// Called on the caller's thread with the share of the pictures that is done. What it throws ends the work.

@@ -52,7 +52,7 @@ Result<Edit, Error> narrated(const Edit& edit, const std::vector<NarratedPiece>&
   EditState state = edit.state();
   for (auto& sound : state.sounds) sound.volume *= static_cast<float>(baseVolume);
   for (const auto& piece : pieces) {
-    auto source = Source::open(piece.file);
+    auto source = Source::open(piece.file, edit.limits());
     if (!source) return failure(source.error());
     auto sound = laidOver(edit, piece, **source);
     if (!sound) return failure(sound.error());

@@ -13,6 +13,7 @@ enum class ErrorKind {
   damaged,      ///< a known container or codec with broken content
   unsupported,  ///< nothing here reads or writes this
   tooLarge,     ///< beyond a limit for untrusted input
+  beyondLimit,  ///< beyond a limit that was set for this file
   noEncoder,    ///< the encoder does not exist or does not open
   unwritable,   ///< the output cannot be created or written (see `posixCode`)
   lengthLimit,  ///< the output reached its length limit

@@ -14,6 +14,8 @@
 #include <utility>
 #include <vector>
 
+#include <clipworks/engine/Processors.h>
+
 namespace clipworks::engine {
 namespace {
 
@@ -118,9 +120,9 @@ Expected<void> requireThreads(unsigned count) {
 }
 
 /// As many as an encoder of pictures makes at most, roughly: a pool for the processors, and frames coded side by side.
-unsigned threadsOfAnEncoder() {
+unsigned threadsOfAnEncoder(int threads) {
   constexpr unsigned others = 4;
-  return 2 * std::max(std::thread::hardware_concurrency(), 1U) + others;
+  return 2 * static_cast<unsigned>(threads > 0 ? threads : usableProcessors()) + others;
 }
 
 using Clock = std::chrono::steady_clock;
@@ -153,10 +155,10 @@ const bool isRegistered = std::atexit(endStarts) == 0;
 
 }  // namespace
 
-Expected<EncoderStart> EncoderStart::begin() {
+Expected<EncoderStart> EncoderStart::begin(int threads) {
   std::shared_lock lock(starts().mutex);
   if (!isRegistered || starts().processEnds) return failed(ErrorKind::cancelled, "the process is ending");
-  if (auto room = requireThreads(threadsOfAnEncoder()); !room) return tl::make_unexpected(room.error());
+  if (auto room = requireThreads(threadsOfAnEncoder(threads)); !room) return tl::make_unexpected(room.error());
   return EncoderStart(std::move(lock));
 }
 

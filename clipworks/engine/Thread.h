@@ -50,8 +50,9 @@ class Thread {
 /// process waits for starts that are under way.
 class EncoderStart {
  public:
-  /// Fails with `noThreads` where the system would not allow enough threads, with `cancelled` when the process ends.
-  [[nodiscard]] static Expected<EncoderStart> begin();
+  /// For an encoder that is told to have `threads` threads; 0: none, so that it goes by the processors. Fails with
+  /// `noThreads` where the system would not allow enough of them, with `cancelled` when the process ends.
+  [[nodiscard]] static Expected<EncoderStart> begin(int threads);
   EncoderStart(EncoderStart&&) noexcept = default;
   EncoderStart& operator=(EncoderStart&&) = delete;
   ~EncoderStart();

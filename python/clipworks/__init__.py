@@ -67,6 +67,9 @@ class Options(TypedDict, total=False):
         kept otherwise.
     strict: whether damaged pictures of an input are an `Error`; else what could be decoded is shown, and a
         `RuntimeWarning` tells of it.
+    max_pixels, max_seconds, any_codec: what of the files is let in, see `open`.
+    threads: how many each encoder and decoder may have at most; when not given, as many as suit the processors that the
+        process may use.
     progress: called on the calling thread with rising numbers from 0 to 1; what it raises ends the operation. The last
         call, with 1, comes when the new file is in its place.
     """
@@ -76,6 +79,10 @@ class Options(TypedDict, total=False):
     codec: Codec
     strip_metadata: bool
     strict: bool
+    max_pixels: int
+    max_seconds: float
+    any_codec: bool
+    threads: int
     progress: OnProgress
 
 
@@ -196,6 +203,7 @@ class Clip:
         clean: bool = False,
         verify: bool | None = None,
         strict: bool = False,
+        threads: int | None = None,
         progress: OnProgress | None = None,
     ) -> Path:
         """Makes the movie, and returns its path. A file of that name is an `Error` unless `overwrite` is given.
@@ -207,7 +215,7 @@ class Clip:
         """
         existing = _clipworks.ExistingFile.replaced if overwrite else _clipworks.ExistingFile.refused
         os.stat(Path(path).parent)
-        return self._make(path, existing, codec, strip_metadata, clean, verify, strict, progress)
+        return self._make(path, existing, codec, strip_metadata, clean, verify, strict, threads, progress)
 
     def frame(
         self,
@@ -217,12 +225,14 @@ class Clip:
         overwrite: bool = False,
         strip_metadata: bool = False,
         strict: bool = False,
+        threads: int | None = None,
     ) -> Path:
         """Saves the picture on screen at `at` as JPEG, PNG or HEIC, by the ending of `path`.
 
         `at` is in seconds, "HH:MM:SS.mmm", or "#N" for picture number N, the first being #0.
         """
-        return self.frames([(at, path)], overwrite=overwrite, strip_metadata=strip_metadata, strict=strict)[0]
+        options = {"overwrite": overwrite, "strip_metadata": strip_metadata, "strict": strict, "threads": threads}
+        return self.frames([(at, path)], **options)[0]
 
     def frames(
         self,
@@ -231,6 +241,7 @@ class Clip:
         overwrite: bool = False,
         strip_metadata: bool = False,
         strict: bool = False,
+        threads: int | None = None,
         progress: OnProgress | None = None,
     ) -> list[Path]:
         """Saves several pictures, each with its time and its path as `frame` takes them, all of one format.
@@ -241,7 +252,7 @@ class Clip:
         formats = {_format(path) for _, path in wanted}
         if len(formats) != 1:
             raise ValueError("frames takes one picture at least, and the same ending for all")
-        return self._take(wanted, formats.pop(), existing, strip_metadata, strict, progress)
+        return self._take(wanted, formats.pop(), existing, strip_metadata, strict, threads, progress)
 
     def json(self) -> str:
         """All of it as one line of text, for another process on this machine or for later; see `from_json`."""
@@ -264,26 +275,36 @@ class Clip:
         return Clip(_tell(getattr(self._edit, step), *arguments))
 
     def _make(
-        self, path, existing, codec="auto", strip_metadata=False, clean=False, verify=None, strict=False, progress=None
-    ) -> Path:
-        options = (_member(_clipworks.Codec, "codec", codec), not strip_metadata, clean, verify, strict)
+        self, path, existing, codec="auto", strip_metadata=False, clean=False, verify=None, strict=False, threads=None,
+        progress=None,
+    ) -> Path:  # fmt: skip
+        codec = _member(_clipworks.Codec, "codec", codec)
+        options = (codec, not strip_metadata, clean, verify, strict, _threads(threads))
         made = _tell(_clipworks.make_movie, self._edit, _path(path), existing, *options, progress)
         return _warned(*made)[0]
 
-    def _take(self, wanted, format, existing, strip_metadata, strict, progress) -> list[Path]:
+    def _take(self, wanted, format, existing, strip_metadata, strict, threads, progress) -> list[Path]:
         wanted = [(at if isinstance(at, str) else float(at), _path(path)) for at, path in wanted]
-        made = _tell(_clipworks.take_pictures, self._edit, wanted, format, existing, not strip_metadata, strict, progress)
+        options = (existing, not strip_metadata, strict, _threads(threads))
+        made = _tell(_clipworks.take_pictures, self._edit, wanted, format, *options, progress)
         return _warned(*made)
 
 
-def open(file: AnyPath) -> Clip:
-    """A clip of all of a file: its first track of pictures and its first of sound. Reads its headers only."""
-    return Clip(_tell(_clipworks.Edit.open, _existing(file)))
+def open(
+    file: AnyPath, *, max_pixels: int | None = None, max_seconds: float | None = None, any_codec: bool = False
+) -> Clip:
+    """A clip of all of a file: its first track of pictures and its first of sound. Reads its headers only.
+
+    `max_pixels`, width times height, and `max_seconds` are what a file may have at most, else it is an `Error`, whose
+    code is "limitReached". Only those codecs are decoded that telephones, cameras and screen recorders use, unless
+    `any_codec` is given. All of it holds for recordings that are laid over the clip, too.
+    """
+    return _opened(file, {"max_pixels": max_pixels, "max_seconds": max_seconds, "any_codec": any_codec})
 
 
 def loop(file: AnyPath, count: int, **options: Unpack[Options]) -> Path:
     """Plays the clip `count` times in a row, from 1 to 100000. It needs pictures and sound."""
-    return _save(open(file).loop(count), file, "looped", options)
+    return _save(_opened(file, options).loop(count), file, "looped", options)
 
 
 def speed(
@@ -300,7 +321,7 @@ def speed(
 
     2 is half the speed, 0.5 double the speed. `name` is the new file's, without ".mp4".
     """
-    clip = open(file).speed(start, end, ratio)
+    clip = _opened(file, options).speed(start, end, ratio)
     if _choice("quality", quality, "low", "high") == "low":
         clip = Clip(clip._edit.small())
     return _save(clip, file, "retimed", options, name)
@@ -311,12 +332,12 @@ def compress(file: AnyPath, preset: Preset, *, bitrate: int | None = None, **opt
 
     `bitrate` is that of the pictures in kilobits a second, in place of the preset's; 0 is constant quality.
     """
-    return _save(open(file).compress(preset, bitrate=bitrate), file, "compressed", options)
+    return _save(_opened(file, options).compress(preset, bitrate=bitrate), file, "compressed", options)
 
 
 def preview(file: AnyPath, preset: Preset, *, bitrate: int | None = None, **options: Unpack[Options]) -> Path:
     """Does with the first five seconds what `compress` does with the whole clip, to judge a preset."""
-    clip = open(file).trim(0, _PREVIEW_SECONDS).compress(preset, bitrate=bitrate)
+    clip = _opened(file, options).trim(0, _PREVIEW_SECONDS).compress(preset, bitrate=bitrate)
     return _save(clip, file, "preview", options)
 
 
@@ -332,7 +353,7 @@ def reverse(
     `name` is the new file's, without its ending; "reversed_video" and "reversed_audio" for the parts when not given.
     """
     _choice("part", part, "both", "video", "audio")
-    edit = _tell(_clipworks.Edit.open, _existing(file), True)
+    edit = _opened(file, options, whole_tracks=True)._edit
     for track, code, has, alone in (
         ("video", "noPictures", edit.has_pictures, "audio"),
         ("sound", "noSound", edit.has_sound, "video"),
@@ -348,12 +369,12 @@ def reverse(
 
 def rotate(file: AnyPath, *, by: Literal["right", "left", "half"] = "right", **options: Unpack[Options]) -> Path:
     """Turns the clip; right is clockwise."""
-    return _save(open(file).rotate(by), file, "turned", options)
+    return _save(_opened(file, options).rotate(by), file, "turned", options)
 
 
 def crop(file: AnyPath, rect: Sequence[float], **options: Unpack[Options]) -> Path:
     """Cuts `rect` out of the pictures: left, top, width, height, in pixels as they are seen."""
-    return _save(open(file).crop(rect), file, "cropped", options)
+    return _save(_opened(file, options).crop(rect), file, "cropped", options)
 
 
 def frame(
@@ -368,11 +389,11 @@ def frame(
 
     `name` is the new file's, without its ending.
     """
-    clip = open(file)
+    clip = _opened(file, options)
     kind = _member(_clipworks.StillFormat, "format", format)
     options, path, existing = _place(options, file, "frame", name, f".{format}")
     options.pop("codec", None)
-    options = {"strip_metadata": False, "strict": False, "progress": None, **options}
+    options = {"strip_metadata": False, "strict": False, "threads": None, "progress": None, **options}
     return clip._take([(at, path)], kind, existing, **options)[0]
 
 
@@ -388,7 +409,7 @@ def narrate(
 
     "low" makes small pictures; "highLossless" keeps the clip's own coded ones.
     """
-    clip = open(file).narrate(pieces, base_volume=base_volume)
+    clip = _opened(file, options).narrate(pieces, base_volume=base_volume)
     if _choice("quality", quality, "low", "highCompressed", "highLossless") == "low":
         clip = Clip(clip._edit.small())
     elif quality == "highLossless":
@@ -396,9 +417,34 @@ def narrate(
     return _save(clip, file, "narrated", options)
 
 
-def info(file: AnyPath) -> dict[str, Any]:
-    """Tells what a file holds: `duration`, `tracks` with their `segments`, `metadata`; lengths in seconds too."""
-    return json.loads(_tell(_clipworks.describe, _existing(file)))
+def info(
+    file: AnyPath, *, max_pixels: int | None = None, max_seconds: float | None = None, any_codec: bool = False
+) -> dict[str, Any]:
+    """Tells what a file holds: `duration`, `tracks` with their `segments`, `metadata`; lengths in seconds too.
+
+    The keywords are those of `open`; a track that would not be decoded is told of all the same.
+    """
+    limits = {"max_pixels": max_pixels, "max_seconds": max_seconds, "any_codec": any_codec}
+    return json.loads(_tell(_clipworks.describe, _existing(file), _limits(limits)))
+
+
+def _opened(file: AnyPath, options: dict[str, Any], whole_tracks: bool = False) -> Clip:
+    return Clip(_tell(_clipworks.Edit.open, _existing(file), whole_tracks, _limits(options)))
+
+
+def _limits(options: dict[str, Any]) -> Any:
+    pixels, seconds = options.get("max_pixels"), options.get("max_seconds")
+    if pixels is not None and operator.index(pixels) < 1:
+        raise ValueError(f"max_pixels takes a whole number from 1 on, not {pixels}")
+    if seconds is not None and not float(seconds) > 0:
+        raise ValueError(f"max_seconds takes seconds, more than 0, not {seconds}")
+    return _clipworks.InputLimits(pixels, seconds, bool(options.get("any_codec", False)))
+
+
+def _threads(threads: int | None) -> int:
+    if threads is not None and not 1 <= operator.index(threads) <= 1024:
+        raise ValueError(f"threads takes a whole number from 1 to 1024, not {threads}")
+    return threads or 0
 
 
 def _save(clip: Clip, file: AnyPath, done: str, options: Options, name: str | None = None, ending: str = ".mp4") -> Path:
@@ -412,7 +458,8 @@ def _place(options: Options, file: AnyPath, done: str, name: str | None, ending:
     unknown = options.keys() - Options.__annotations__.keys()
     if unknown:
         raise TypeError(f"got an unexpected keyword argument {min(unknown)!r}")
-    options.pop("temp", None)
+    for taken in ("temp", "max_pixels", "max_seconds", "any_codec"):
+        options.pop(taken, None)
     folder = Path(_existing(options.pop("outputs", os.curdir)))
     if name is None:
         return options, folder / f"{Path(file).stem}-{done}{ending}", _clipworks.ExistingFile.numbered

@@ -67,6 +67,14 @@ TEST(BadFile, IsRefusedWithASentence) {
                   {{"record", "--at", "0", "--for", "1"}, "nothing can be recorded: no microphone can be opened: "}});
 }
 
+TEST(BadFile, BeyondALimitEndsWithAnExitCodeOfItsOwn) {
+  const std::string clip = plainClip();
+  const std::string flat = BarCodeClip({.width = 64, .height = 8, .frames = 2, .audioCodec = ""}).path();
+  expectRefusals(3, {{{"frame", clip, "--at", "0", "--max-pixels", "511"}, "pixels, 57600 of them; 511 are allowed"},
+                     {{"--max-pixels", "600", "join", flat, clip}, "pixels, 57600 of them; 600 are allowed"},
+                     {{"loop", clip, "--count", "3", "--max-seconds", "1.5"}, "lasts 2.000 seconds; 1.5 are allowed"}});
+}
+
 TEST(WrongUse, IsFoundBeforeAnythingRuns) {
   const std::string clip = plainClip();
   const std::string piece = soundAlone();
@@ -82,6 +90,9 @@ TEST(WrongUse, IsFoundBeforeAnythingRuns) {
           {{"loop", clip, "--count", "3", "--quick"}, "\"--quick\" is not known; \"clipworks loop --help\" tells more"},
           {{"loop", slides, "--count", "2000"}, "longer than 1000 hours"},
           {{"--codec", "av1", "loop", clip, "--count", "3"}, "--codec takes auto, h264 or hevc, not \"av1\""},
+          {{"loop", clip, "--count", "3", "--max-pixels", "0.5"}, "--max-pixels takes a whole number from 1"},
+          {{"loop", clip, "--count", "3", "--max-seconds", "0"}, "--max-seconds takes seconds, more than 0, not \"0\""},
+          {{"loop", clip, "--count", "3", "--threads", "0"}, "--threads takes a whole number from 1 to 1024"},
           {{"juggle", clip}, "\"juggle\" is not known"},
           {{}, "a command is needed"},
           {{"compress", clip, "--preset", "481p"}, "not \"481p\""},

@@ -31,7 +31,7 @@ MATCHER_P(IsNearly, pixel, "") {
 }
 
 PictureReader readerOf(const std::filesystem::path& path) {
-  const auto file = must(MediaFile::open(path));
+  const auto file = must(MediaFile::open(path, {.takesAnyCodec = true}));
   return must(PictureReader::open(file, file->streams().front().index));
 }
 

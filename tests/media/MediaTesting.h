@@ -50,7 +50,9 @@ inline void putNumber(std::string& bytes, std::size_t at, std::uint32_t number) 
   for (const unsigned shift : {24U, 16U, 8U, 0U}) bytes.at(at++) = static_cast<char>(number >> shift & 0xFFU);
 }
 
-inline std::shared_ptr<AVAsset> assetAt(const fs::path& path) { return AVAsset::make(URL(path)); }
+inline std::shared_ptr<AVAsset> assetAt(const fs::path& path, const InputLimits& limits = {}) {
+  return AVAsset::make(URL(path), limits);
+}
 inline std::shared_ptr<AVAsset> assetOf(const ClipOptions& clip) { return assetAt(BarCodeClip(clip).path()); }
 
 /// Runs a command; no word of it holds a space.

@@ -89,6 +89,19 @@ class Operations(unittest.TestCase):
         dated = {codec for codec, path in made.items() if "creation_time" in clipworks.info(path)["metadata"]}
         self.assertEqual(dated, {"hevc", "auto"})
 
+    def test_limits_and_threads_reach_the_core(self):
+        for limits, why in ({"max_pixels": 57599}, "57599 are allowed"), ({"max_seconds": 1.5}, "1.5 are allowed"):
+            for call in (clipworks.open, clipworks.info, lambda file, **limits: clipworks.reverse(file, **limits)):
+                with self.assertRaisesRegex(clipworks.Error, why) as raised:
+                    call(self.clip, **limits)
+                self.assertEqual(raised.exception.code, "limitReached")
+        odd = self.make("odd.avi", "-c:v", "cinepak", "-pix_fmt", "rgb24")
+        self.assertRaisesRegex(clipworks.Error, "coded as cinepak", clipworks.rotate, odd, outputs=self.outputs)
+        made = clipworks.frame(odd, 1, outputs=self.outputs, any_codec=True, max_pixels=57600, threads=1)
+        self.assertEqual(facts(made), "mjpeg,320,180,1")
+        for wrong in {"max_pixels": 0}, {"max_seconds": 0}, {"threads": 0}:
+            self.assertRaises(ValueError, clipworks.rotate, self.clip, outputs=self.outputs, **wrong)
+
     def test_progress_rises_on_the_calling_thread(self):
         told = []
         clip = self.make("longer.mp4", size="1280x720", seconds=6)

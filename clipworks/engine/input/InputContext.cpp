@@ -5,15 +5,12 @@
 #include <cstring>
 
 #include <clipworks/engine/LibraryErrors.h>
+#include <clipworks/engine/input/KnownFormats.h>
 
 namespace clipworks::engine {
 namespace {
 
 constexpr int ioBufferBytes = 256 * 1024;
-
-// Containers that people record and edit; everything else, playlists and scripts above all, is refused.
-constexpr const char* knownContainers =
-    "mov,mp4,m4a,3gp,3g2,mj2,matroska,webm,avi,mpegts,mpeg,asf,flv,wav,w64,aiff,caf,mp3,aac,flac,ogg,amr";
 
 int refuseNestedFile(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) { return AVERROR(EACCES); }
 
@@ -57,7 +54,8 @@ std::int64_t InputContext::seekBytes(void* opaque, std::int64_t offset, int when
   return offset;
 }
 
-Expected<InputContext> InputContext::open(std::shared_ptr<const FileHandle> file, const std::string& name) {
+Expected<InputContext> InputContext::open(std::shared_ptr<const FileHandle> file, const std::string& name,
+                                          const InputLimits& limits) {
   prepareLibraries();
   InputContext input;
   input.bytes_ = std::make_unique<Bytes>(Bytes{std::move(file), 0, 0});
@@ -77,7 +75,9 @@ Expected<InputContext> InputContext::open(std::shared_ptr<const FileHandle> file
   AVDictionary* options = nullptr;
   av_dict_set(&options, "ignore_editlist", "1", 0);
   av_dict_set(&options, "advanced_editlist", "0", 0);
-  av_dict_set(&options, "format_whitelist", knownContainers, 0);
+  av_dict_set(&options, "format_whitelist", knownContainers(), 0);
+  // For the decoders by which the library looks into streams that tell too little of themselves.
+  if (!limits.takesAnyCodec) av_dict_set(&options, "codec_whitelist", knownDecoders().c_str(), 0);
   av_dict_set(&options, "protocol_whitelist", "none", 0);
   const int opened = avformat_open_input(&context, nullptr, nullptr, &options);  // frees the context when it fails
   av_dict_free(&options);

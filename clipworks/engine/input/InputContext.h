@@ -7,6 +7,7 @@
 #include <clipworks/engine/Error.h>
 #include <clipworks/engine/FFmpeg.h>
 #include <clipworks/engine/FileHandle.h>
+#include <clipworks/engine/input/InputLimits.h>
 
 namespace clipworks::engine {
 
@@ -14,7 +15,8 @@ namespace clipworks::engine {
 /// content asks for. The demuxer's own treatment of edit lists is off: times are the media's own. One thread at a time.
 class InputContext {
  public:
-  [[nodiscard]] static Expected<InputContext> open(std::shared_ptr<const FileHandle> file, const std::string& name);
+  [[nodiscard]] static Expected<InputContext> open(std::shared_ptr<const FileHandle> file, const std::string& name,
+                                                   const InputLimits& limits);
 
   [[nodiscard]] AVFormatContext* get() const { return context_.get(); }
   AVFormatContext* operator->() const { return context_.get(); }

@@ -12,6 +12,8 @@
 #include <clipworks/engine/Limits.h>
 #include <clipworks/engine/boxes/DataTracks.h>
 #include <clipworks/engine/input/ColorTags.h>
+#include <clipworks/engine/input/KnownFormats.h>
+#include <clipworks/engine/input/PictureSizes.h>
 #include <clipworks/engine/input/PictureTableBuilder.h>
 #include <clipworks/engine/pictures/PlanarPictures.h>
 
@@ -31,14 +33,24 @@ bool beginsLikeMovie(const FileHandle& file) {
   return std::any_of(kinds.begin(), kinds.end(), [&](const char* k) { return std::memcmp(&head[4], k, 4) == 0; });
 }
 
+bool isPictureOrSound(const AVStream& stream) {
+  const AVMediaType type = stream.codecpar->codec_type;
+  if (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO) return false;
+  return (stream.disposition & (AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS)) == 0;
+}
+
 /// How much of H.264 is decoded to look at a file. The library wants up to 20 pictures, for their pixels and the order
 /// in which they come out: one intra picture, unfinished, and the headers of the others tell as much.
 enum class Look { quick, thorough };
 
-int findStreamInfo(AVFormatContext& context, Look look) {
+int findStreamInfo(AVFormatContext& context, Look look, const InputLimits& limits) {
   std::vector<AVDictionary*> options(context.nb_streams, nullptr);
-  for (std::size_t i = 0; i < options.size() && look == Look::quick; ++i) {
-    if (context.streams[i]->codecpar->codec_id != AV_CODEC_ID_H264) continue;
+  for (std::size_t i = 0; i < options.size(); ++i) {
+    const AVCodecParameters& told = *context.streams[i]->codecpar;
+    // Where no header tells how large pictures are, the decoder must be able to say it.
+    const std::int64_t most = told.width > 0 ? mostDecodedPixels(limits) : limits::maxPixels;
+    av_dict_set_int(&options[i], "max_pixels", most, 0);
+    if (look == Look::thorough || told.codec_id != AV_CODEC_ID_H264) continue;
     av_dict_set(&options[i], "skip_frame", "nointra", 0);
     for (const char* step : {"skip_loop_filter", "skip_idct"}) av_dict_set(&options[i], step, "all", 0);
   }
@@ -53,13 +65,24 @@ bool tellsPixels(const AVFormatContext& context) {
   });
 }
 
+Expected<void> checkToldSizes(const AVFormatContext& context, const InputLimits& limits, const std::string& name) {
+  for (unsigned i = 0; i < context.nb_streams; ++i) {
+    const AVCodecParameters& p = *context.streams[i]->codecpar;
+    if (p.codec_type != AVMEDIA_TYPE_VIDEO || !isPictureOrSound(*context.streams[i])) continue;
+    if (auto fit = checkPixels(p.width, p.height, limits, name); !fit) return fit;
+  }
+  return {};
+}
+
 /// The file's streams with all that can be known of them before they are read.
-Expected<InputContext> lookInto(const std::shared_ptr<const FileHandle>& handle, const std::string& name) {
+Expected<InputContext> lookInto(const std::shared_ptr<const FileHandle>& handle, const std::string& name,
+                                const InputLimits& limits) {
   for (Look look = Look::quick;; look = Look::thorough) {
-    auto input = InputContext::open(handle, name);
+    auto input = InputContext::open(handle, name, limits);
     if (!input) return input;
+    if (auto fit = checkToldSizes(*input->get(), limits, name); !fit) return tl::make_unexpected(fit.error());
     input->get()->probesize = probeBytes;
-    if (const int code = findStreamInfo(*input->get(), look); code < 0) {
+    if (const int code = findStreamInfo(*input->get(), look, limits); code < 0) {
       return tl::make_unexpected(libraryError(code, name + " holds streams that cannot be read"));
     }
     // Pictures may be refreshed piece by piece, so that none is an intra picture.
@@ -67,12 +90,13 @@ Expected<InputContext> lookInto(const std::shared_ptr<const FileHandle>& handle,
   }
 }
 
-/// A file as it was at a moment: another one, or another content, is never the same.
-using FileState = std::tuple<std::filesystem::path, dev_t, ino_t, off_t, std::int64_t>;
+/// A file as it was at a moment, and what of it is let in: another one, or another content, is never the same.
+using FileState = std::tuple<std::filesystem::path, dev_t, ino_t, off_t, std::int64_t, InputLimits>;
 
 /// Nothing for a file that changed within the last two seconds: clocks of file systems are too coarse to tell whether
 /// it does so again.
-std::optional<FileState> settledState(const std::filesystem::path& path, const FileHandle& handle) {
+std::optional<FileState> settledState(const std::filesystem::path& path, const FileHandle& handle,
+                                      const InputLimits& limits) {
   constexpr std::int64_t second = 1'000'000'000;
   const auto nanoseconds = [](const timespec& time) { return time.tv_sec * second + time.tv_nsec; };
   struct stat facts {};
@@ -81,7 +105,7 @@ std::optional<FileState> settledState(const std::filesystem::path& path, const F
   // The time of the inode's last change, which no program can set.
   const std::int64_t changed = nanoseconds(facts.st_ctim);
   if (changed > nanoseconds(now) - 2 * second) return std::nullopt;
-  return FileState(path, facts.st_dev, facts.st_ino, facts.st_size, changed);
+  return FileState(path, facts.st_dev, facts.st_ino, facts.st_size, changed, limits);
 }
 
 /// The files that are open at the moment, so that each is looked at once. Thread-safe.
@@ -215,12 +239,6 @@ std::int64_t encoderDelay(const StreamFacts& facts, const AVFormatContext& conte
   return quickTime && facts.duration - needed >= implicitQuickTimeDelay ? implicitQuickTimeDelay : 0;
 }
 
-bool isPictureOrSound(const AVStream& stream) {
-  const AVMediaType type = stream.codecpar->codec_type;
-  if (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO) return false;
-  return (stream.disposition & (AV_DISPOSITION_ATTACHED_PIC | AV_DISPOSITION_TIMED_THUMBNAILS)) == 0;
-}
-
 OtherStream describeOther(const AVStream& stream, const MovieBoxes::Track* track) {
   const AVCodecParameters& p = *stream.codecpar;
   OtherStream other;
@@ -245,23 +263,25 @@ OtherStream describeOther(const AVStream& stream, const MovieBoxes::Track* track
 
 }  // namespace
 
-Expected<std::shared_ptr<const MediaFile>> MediaFile::open(const std::filesystem::path& path) {
+Expected<std::shared_ptr<const MediaFile>> MediaFile::open(const std::filesystem::path& path,
+                                                           const InputLimits& limits) {
   auto handle = FileHandle::openForReading(path);
   if (!handle) return tl::make_unexpected(handle.error());
-  const auto state = settledState(path, **handle);
+  const auto state = settledState(path, **handle, limits);
   if (state) {
     if (auto known = OpenFiles::shared().find(*state)) return known;
   }
-  auto file = open(std::move(*handle), path.filename().string());
+  auto file = open(std::move(*handle), path.filename().string(), limits);
   if (file && state) OpenFiles::shared().add(*state, *file);
   return file;
 }
 
 Expected<std::shared_ptr<const MediaFile>> MediaFile::open(std::shared_ptr<const FileHandle> handle,
-                                                           const std::string& name) {
+                                                           const std::string& name, const InputLimits& limits) {
   std::shared_ptr<MediaFile> file(new MediaFile());
   file->name_ = name;
   file->handle_ = std::move(handle);
+  file->limits_ = limits;
   if (auto loaded = file->load(); !loaded) return tl::make_unexpected(loaded.error());
   return file;
 }
@@ -276,13 +296,14 @@ Expected<void> MediaFile::load() {
     }
     boxes_ = std::move(*boxes);
   }
-  auto input = lookInto(handle_, name_);
+  auto input = lookInto(handle_, name_, limits_);
   if (!input) return tl::make_unexpected(input.error());
   AVFormatContext& context = *input->get();
   const FirstInstant first = firstInstant(context);
   for (unsigned i = 0; i < context.nb_streams && streams_.size() < limits::maxTracks; ++i) {
     describeStream(context, static_cast<int>(i), first);
   }
+  if (auto fit = checkSizes(); !fit) return fit;
   for (const AVDictionaryEntry* entry = nullptr;
        (entry = av_dict_get(context.metadata, "", entry, AV_DICT_IGNORE_SUFFIX)) != nullptr;) {
     metadata_[entry->key] = entry->value;
@@ -355,6 +376,17 @@ void MediaFile::describeStream(const AVFormatContext& context, int index, const 
   streams_.push_back(std::move(facts));
 }
 
+// As decoded, and as the descriptions of samples that come later tell.
+Expected<void> MediaFile::checkSizes() const {
+  for (const auto& facts : streams_) {
+    if (auto fit = checkPixels(facts.codedWidth, facts.codedHeight, limits_, name_); !fit) return fit;
+    for (const auto& [width, height] : facts.codedSizes) {
+      if (auto fit = checkPixels(width, height, limits_, name_); !fit) return fit;
+    }
+  }
+  return {};
+}
+
 // The first packet of Vorbis decodes to nothing (Vorbis I, 1.3.2). In an Ogg file of a single page, whose granule
 // position tells the end alone, the library gives it a length all the same, and all that follows comes that much late.
 Expected<void> MediaFile::placeVorbis(InputContext& input) {
@@ -407,9 +439,9 @@ void MediaFile::describeDuration(const AVFormatContext& context) {
 
 // A recorder's file without a length, or fragments: its packets tell where it ends.
 Expected<void> MediaFile::measureByPackets() {
-  auto input = InputContext::open(handle_, name_);
+  auto input = InputContext::open(handle_, name_, limits_);
   if (!input) return tl::make_unexpected(input.error());
-  avformat_find_stream_info(input->get(), nullptr);
+  findStreamInfo(*input->get(), Look::thorough, limits_);
   Packet packet = makePacket();
   std::int64_t end = 0;
   auto got = input->read(*packet);
@@ -433,6 +465,12 @@ const StreamFacts& MediaFile::stream(int index) const {
 
 const AVCodecParameters& MediaFile::parameters(int index) const { return *parameters_.at(index); }
 
+Expected<void> MediaFile::requireDecoder(int index) const {
+  if (auto decoder = decoderFor(parameters(index), limits_, name_); !decoder)
+    return tl::make_unexpected(decoder.error());
+  return {};
+}
+
 const HDRMetadata& MediaFile::hdrMetadata(int index) const { return hdrMetadata_.at(index); }
 
 Expected<void> MediaFile::completeMastering(int index, AVFrame& picture) const {
@@ -448,13 +486,13 @@ Expected<void> MediaFile::completeMastering(int index, AVFrame& picture) const {
 }
 
 Expected<StreamPackets> MediaFile::openStream(int index) const {
-  auto input = InputContext::open(handle_, name_);
+  auto input = InputContext::open(handle_, name_, limits_);
   if (!input) return tl::make_unexpected(input.error());
   // Containers without a header list their streams only as packets come. Plain files of MPEG sound have no times, and
   // those that the library makes up are right once it has looked.
   const unsigned streams = input->get()->nb_streams;
   const bool isPlain = !boxes_ && streams == 1 && input->get()->streams[0]->codecpar->codec_type == AVMEDIA_TYPE_AUDIO;
-  if (isPlain || static_cast<unsigned>(index) >= streams) avformat_find_stream_info(input->get(), nullptr);
+  if (isPlain || static_cast<unsigned>(index) >= streams) findStreamInfo(*input->get(), Look::thorough, limits_);
   if (static_cast<unsigned>(index) >= input->get()->nb_streams) {
     return failed(ErrorKind::damaged, name_ + " changed while it was read");
   }

@@ -17,6 +17,7 @@
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/boxes/MovieBoxes.h>
 #include <clipworks/engine/input/InputContext.h>
+#include <clipworks/engine/input/InputLimits.h>
 #include <clipworks/engine/input/PictureTable.h>
 #include <clipworks/engine/input/StreamClock.h>
 #include <clipworks/engine/input/StreamPackets.h>
@@ -80,14 +81,21 @@ struct OtherStream {
 /// pictures is built at the first question. Keeps the file open, so that a file replaced meanwhile stays what it was.
 class MediaFile {
  public:
-  /// Shares what is known of a file that is open already and has not changed since. Fails with one sentence that names
-  /// the file.
-  [[nodiscard]] static Expected<std::shared_ptr<const MediaFile>> open(const std::filesystem::path& path);
+  /// Shares what is known of a file that is open already with the same limits and has not changed since. Fails with one
+  /// sentence that names the file, with `beyondLimit` where its pictures have more pixels than `limits` allow. A stream
+  /// whose codec they do not let in is described as far as the container does; only decoding it fails.
+  [[nodiscard]] static Expected<std::shared_ptr<const MediaFile>> open(const std::filesystem::path& path,
+                                                                       const InputLimits& limits = {});
   /// One that is open for reading; `name` is what sentences call it.
   [[nodiscard]] static Expected<std::shared_ptr<const MediaFile>> open(std::shared_ptr<const FileHandle> handle,
-                                                                       const std::string& name);
+                                                                       const std::string& name,
+                                                                       const InputLimits& limits = {});
 
   [[nodiscard]] const std::string& name() const { return name_; }
+  /// Those that it was opened with; they hold for whoever decodes it.
+  [[nodiscard]] const InputLimits& limits() const { return limits_; }
+  /// Fails with `unsupported` where the stream is not decoded: see `decoderFor`.
+  [[nodiscard]] Expected<void> requireDecoder(int index) const;
   [[nodiscard]] const std::shared_ptr<const FileHandle>& handle() const { return handle_; }
   /// Video and audio streams only, in the file's order.
   [[nodiscard]] const std::vector<StreamFacts>& streams() const { return streams_; }
@@ -127,10 +135,12 @@ class MediaFile {
   void describeStream(const AVFormatContext& context, int index, const FirstInstant& first);
   Expected<void> placeVorbis(InputContext& input);
   void describeHDRMetadata(const AVStream& stream, int index);
+  [[nodiscard]] Expected<void> checkSizes() const;
   void describeDuration(const AVFormatContext& context);
   Expected<void> measureByPackets();
 
   std::string name_;
+  InputLimits limits_;
   std::shared_ptr<const FileHandle> handle_;
   std::optional<MovieBoxes> boxes_;
   std::vector<StreamFacts> streams_;

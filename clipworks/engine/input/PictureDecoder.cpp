@@ -5,7 +5,9 @@
 
 #include <clipworks/engine/LibraryErrors.h>
 #include <clipworks/engine/Limits.h>
+#include <clipworks/engine/Processors.h>
 #include <clipworks/engine/input/ColorTags.h>
+#include <clipworks/engine/input/KnownFormats.h>
 #include <clipworks/engine/pictures/Colour.h>
 
 namespace clipworks::engine {
@@ -31,27 +33,27 @@ bool isGreyFull(const AVCodecParameters& p) {
 
 }  // namespace
 
-Expected<CodecContext> openDecoder(const AVCodecParameters& parameters, AVRational timeBase, int threads,
-                                   const std::string& name, std::optional<int> x264Build) {
-  const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
-  if (codec == nullptr) {
-    return failed(ErrorKind::unsupported,
-                  name + " is coded as " + avcodec_get_name(parameters.codec_id) + ", which nothing here decodes");
-  }
+Expected<CodecContext> openDecoder(const MediaFile& file, const AVCodecParameters& parameters, AVRational timeBase,
+                                   int threads, std::optional<int> x264Build) {
+  const std::string& name = file.name();
+  const auto found = decoderFor(parameters, file.limits(), name);
+  if (!found) return tl::make_unexpected(found.error());
+  const AVCodec* codec = *found;
   CodecContext decoder = owned<CodecContext>(avcodec_alloc_context3(codec));
   if (const int code = avcodec_parameters_to_context(decoder.get(), &parameters); code < 0) {
     return tl::make_unexpected(libraryError(code, name + " cannot be decoded"));
   }
   decoder->pkt_timebase = timeBase;
-  decoder->thread_count = threads;
+  decoder->thread_count = coderThreads(threads);
   decoder->thread_type = FF_THREAD_FRAME | FF_THREAD_SLICE;
-  decoder->max_pixels = limits::maxPixels;
+  decoder->max_pixels = mostDecodedPixels(file.limits());
+  if (!file.limits().takesAnyCodec) av_opt_set(decoder.get(), "codec_whitelist", knownDecoders().c_str(), 0);
   decoder->flags |= AV_CODEC_FLAG_UNALIGNED;      // the stream's own cropping, to the pixel
   decoder->flags2 |= AV_CODEC_FLAG2_SKIP_MANUAL;  // encoder delay is taken off by our own segments
   if (x264Build) av_opt_set_int(decoder->priv_data, "x264_build", *x264Build, 0);
   const int code = avcodec_open2(decoder.get(), codec, nullptr);
   // Where the system allows no more threads: slower, on this one.
-  if (code == AVERROR(EAGAIN) && threads != 1) return openDecoder(parameters, timeBase, 1, name, x264Build);
+  if (code == AVERROR(EAGAIN) && threads != 1) return openDecoder(file, parameters, timeBase, 1, x264Build);
   if (code < 0) {
     return tl::make_unexpected(libraryError(code, name + " cannot be decoded", ErrorKind::unsupported));
   }
@@ -91,11 +93,12 @@ Expected<void> PictureDecoder::openFor(const CodecChange* change) {
     const auto first = samples_.read(change == nullptr ? 0 : change->sample);
     if (first) build = x264BuildIn(**first);
   }
-  auto decoder = openDecoder(*parameters_, AVRational{1, file_->stream(stream_).timescale}, threads_, name(), build);
+  auto decoder = openDecoder(*file_, *parameters_, AVRational{1, file_->stream(stream_).timescale}, threads_, build);
   if (!decoder) return tl::make_unexpected(decoder.error());
   decoder_ = std::move(*decoder);
   decoder_->skip_loop_filter = leftOutFilters_;
   disposable_.emplace(*parameters_);
+  if (file_->limits().mostPixels < limits::maxPixels) sizes_.emplace(*parameters_);
   codec_ = change;
   palette_ = nullptr;
   return {};
@@ -169,6 +172,9 @@ Expected<Frame> PictureDecoder::finished(Frame frame) {
   if (frame->width > limits::maxPictureSide || frame->height > limits::maxPictureSide) {
     return failed(ErrorKind::tooLarge, name() + " has pictures that are too large");
   }
+  if (auto fit = checkPixels(frame->width, frame->height, file_->limits(), name()); !fit) {
+    return tl::make_unexpected(fit.error());
+  }
   dropUnknownColors(*frame);
   if (auto completed = file_->completeMastering(stream_, *frame); !completed) {
     return tl::make_unexpected(completed.error());
@@ -180,6 +186,9 @@ Expected<Frame> PictureDecoder::finished(Frame frame) {
 Expected<void> PictureDecoder::feed(const IsNotNeeded& isNotNeeded) {
   auto packet = samples_.read(nextSample_);
   if (!packet) return tl::make_unexpected(packet.error());
+  if (sizes_) {
+    if (auto fit = sizes_->check(**packet, file_->limits(), name()); !fit) return fit;
+  }
   const std::uint32_t sample = nextSample_++;
   // Asked about every picture, since parameter sets on the way count.
   if (disposable_->isDisposable(**packet) && !sawDamage_ && isNotNeeded(sample)) {

@@ -13,6 +13,7 @@
 #include <clipworks/engine/input/CodedUnits.h>
 #include <clipworks/engine/input/DamagedPictures.h>
 #include <clipworks/engine/input/MediaFile.h>
+#include <clipworks/engine/input/PictureSizes.h>
 #include <clipworks/engine/pictures/PlanarPictures.h>
 #include <clipworks/engine/pictures/TrackSize.h>
 
@@ -32,7 +33,7 @@ class PictureDecoder {
   /// Asked in decoding order whether a picture need not be decoded; only those that nothing refers to are left out.
   using IsNotNeeded = std::function<bool(std::uint32_t sample)>;
 
-  /// `threads`: how many the decoder may have at most; 0: as many as there are processors.
+  /// `threads`: how many the decoder may have at most; 0: as many as suit `usableProcessors`.
   [[nodiscard]] static Expected<PictureDecoder> open(std::shared_ptr<const MediaFile> file, int stream,
                                                      int threads = 0);
 
@@ -91,6 +92,7 @@ class PictureDecoder {
   CodecParameters parameters_;            // of the decoder
   CodecContext decoder_;
   std::optional<DisposablePictures> disposable_;
+  std::optional<PictureSizes> sizes_;  // where fewer pixels are let in than usual
   AVDiscard leftOutFilters_ = AVDISCARD_DEFAULT;
   PlanarPictures planar_;
   int matrix_;  // that RGB is converted by
@@ -106,9 +108,11 @@ class PictureDecoder {
   std::vector<std::uint32_t> underWay_;  // samples in the decoder
 };
 
-/// Opens a decoder for `parameters` that may use `threads` threads (0: as many as there are processors). `x264Build` is
-/// that of the encoder as `x264BuildIn` found it, for decoding that does not begin with the stream's first sample.
-[[nodiscard]] Expected<CodecContext> openDecoder(const AVCodecParameters& parameters, AVRational timeBase, int threads,
-                                                 const std::string& name, std::optional<int> x264Build = std::nullopt);
+/// Opens a decoder for `parameters`, of a stream of `file`, within the file's limits, that may use `threads` threads
+/// (0: as many as suit `usableProcessors`). `x264Build` is that of the encoder as `x264BuildIn` found it, for decoding
+/// that does not begin with the stream's first sample.
+[[nodiscard]] Expected<CodecContext> openDecoder(const MediaFile& file, const AVCodecParameters& parameters,
+                                                 AVRational timeBase, int threads,
+                                                 std::optional<int> x264Build = std::nullopt);
 
 }  // namespace clipworks::engine

@@ -37,7 +37,7 @@ Expected<void> SoundReader::restart() {
   if (!packets) return tl::make_unexpected(packets.error());
   packets_.emplace(std::move(*packets));
   const AVCodecParameters& parameters = file_->parameters(facts_->index);
-  auto decoder = openDecoder(parameters, AVRational{1, facts_->timescale}, 1, file_->name());
+  auto decoder = openDecoder(*file_, parameters, AVRational{1, facts_->timescale}, 1);
   if (!decoder) return tl::make_unexpected(decoder.error());
   decoder_ = std::move(*decoder);
   forgetDecoded();

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include <clipworks/engine/LibraryErrors.h>
+#include <clipworks/engine/Processors.h>
 #include <clipworks/engine/Thread.h>
 
 namespace clipworks::engine {
@@ -107,12 +108,19 @@ std::string lightParameters(const HDRMetadata& facts) {
   return parameters;
 }
 
+/// libx265 counts the machine's processors for each of both, whatever the other is.
+std::string poolParameters(int threads) {
+  const int pictures = threads >= 16 ? 5 : threads >= 8 ? 3 : threads >= 4 ? 2 : 1;  // as it chooses by itself
+  return ":pools=" + std::to_string(threads) + ":frame-threads=" + std::to_string(pictures);
+}
+
 void applyOptions(const VideoEncoderSettings& settings, const std::optional<StillBudget>& budget,
                   AVCodecContext& context) {
   void* own = context.priv_data;
   av_opt_set(own, "preset", settings.speed.c_str(), 0);
   av_opt_set_int(own, "forced-idr", 1, 0);
-  if (settings.threads > 0) context.thread_count = settings.threads;
+  const int threads = coderThreads(settings.threads);
+  if (threads > 0) context.thread_count = threads;
   context.gop_size = budget ? longestStillGroup : longestGroup;
   if (budget) {
     setQuality(budget->quality(), context);
@@ -141,8 +149,7 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
     // decoded ahead of their turn at most.
     const std::string parameters = std::string("log-level=none:open-gop=0:repeat-headers=0:bframes=") +
                                    (depth > 0 ? "4" : "0") + ":b-pyramid=" + (depth > 1 ? "1" : "0") +
-                                   lightParameters(settings.hdrMetadata) +
-                                   (settings.threads > 0 ? ":pools=" + std::to_string(settings.threads) : "");
+                                   lightParameters(settings.hdrMetadata) + (threads > 0 ? poolParameters(threads) : "");
     av_opt_set(own, "x265-params", parameters.c_str(), 0);
   }
 }
@@ -191,7 +198,7 @@ Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& asked) {
   context->color_range = settings.colour.fullRange ? AVCOL_RANGE_JPEG : AVCOL_RANGE_MPEG;
   context->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   applyOptions(settings, budget, *context);
-  const auto start = EncoderStart::begin();
+  const auto start = EncoderStart::begin(coderThreads(settings.threads));
   if (!start) return tl::make_unexpected(start.error());
   if (const int code = avcodec_open2(context.get(), codec, nullptr); code < 0) {
     const std::string size = std::to_string(settings.width) + " × " + std::to_string(settings.height) + " pictures";

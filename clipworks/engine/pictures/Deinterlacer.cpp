@@ -3,6 +3,7 @@
 #include <string>
 
 #include <clipworks/engine/LibraryErrors.h>
+#include <clipworks/engine/Processors.h>
 
 namespace clipworks::engine {
 
@@ -15,6 +16,7 @@ Expected<Deinterlacer> Deinterlacer::open(const AVFrame& first) {
   Deinterlacer opened(filters);
   if (opened.graph_ == nullptr) return failed(ErrorKind::outOfMemory, "out of memory for deinterlacing");
   AVFilterGraph* graph = opened.graph_.get();
+  graph->nb_threads = coderThreads(0);
   const std::string pictures = "video_size=" + std::to_string(first.width) + "x" + std::to_string(first.height) +
                                ":pix_fmt=" + std::to_string(first.format) + ":time_base=1/1";
   AVFilterContext* deinterlace = nullptr;

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <exception>
 #include <new>
-#include <thread>
 
+#include <clipworks/engine/Processors.h>
 #include <clipworks/engine/pipeline/SoundMixer.h>
 #include <clipworks/engine/pipeline/SoundParts.h>
 
@@ -21,9 +21,8 @@ constexpr unsigned mostEncoders = 4;
 constexpr std::size_t sectionsBeforeStretch = 4;
 
 ParallelSoundEncoding::Means meansFor(const SoundJob& job, std::size_t parts) {
-  const unsigned processors = std::thread::hardware_concurrency();
-  const unsigned threads = job.threads > 0 ? std::min(static_cast<unsigned>(job.threads), processors) : processors;
-  const auto share = threads / static_cast<unsigned>(parts);
+  const int threads = job.threads > 0 ? std::min(job.threads, usableProcessors()) : usableProcessors();
+  const auto share = static_cast<unsigned>(threads) / static_cast<unsigned>(parts);
   const unsigned encoders = std::clamp(share, 1U, mostEncoders);
   return {encoders, stretches(job, 0, job.length) ? sectionsBeforeStretch : encoders};
 }

@@ -86,10 +86,10 @@ bool ExportRun::isCancelled() {
 }
 
 Expected<void> ExportRun::verifyFile() {
-  // It has no name yet.
+  // It has no name yet, and whatever is in it was let in already.
   auto handle = FileHandle::again(file_->handle(), file_->name());
-  auto written =
-      handle ? MediaFile::open(std::move(*handle), file_->name()) : tl::make_unexpected(std::move(handle.error()));
+  auto written = handle ? MediaFile::open(std::move(*handle), file_->name(), {limits::maxPixels, true})
+                        : tl::make_unexpected(std::move(handle.error()));
   auto verified = written ? verify(*written, job_, [this] { return isCancelled(); })
                           : tl::make_unexpected(std::move(written.error()));
   if (verified || verified.error().kind == ErrorKind::cancelled) return verified;

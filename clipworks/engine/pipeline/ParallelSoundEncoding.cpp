@@ -85,7 +85,8 @@ bool ParallelSoundEncoding::push(std::vector<float> samples) {
 
 bool ParallelSoundEncoding::beginSection(std::int64_t index) {
   auto section = std::make_shared<Section>(firstPacket(index));
-  if (!order_.push(section->packets.get_future()) || !waiting_.push(section)) return false;
+  std::promise<Expected<Packets>> packets;
+  if (!order_.push(packets.get_future()) || !waiting_.push({section, std::move(packets)})) return false;
   const std::lock_guard lock(mutex_);
   open_.push_back(std::move(section));
   return true;
@@ -107,13 +108,12 @@ void ParallelSoundEncoding::work() {
   for (;;) {
     auto waiting = waiting_.pop();
     if (!waiting || !*waiting) return;
-    Section& section = ***waiting;
     Expected<Packets> packets = failed(ErrorKind::outOfMemory, "out of memory");
     try {
-      packets = encode(section);
+      packets = encode(*(*waiting)->section);
     } catch (const std::bad_alloc&) {  // said already
     }
-    section.packets.set_value(std::move(packets));
+    (*waiting)->packets.set_value(std::move(packets));
   }
 }
 

@@ -74,6 +74,10 @@ class ParallelSoundEncoding {
     explicit Section(std::int64_t first);
     const std::int64_t begin;                  ///< in packets, of its first samples
     BoundedQueue<std::vector<float>> samples;  ///< a packet's worth each; has room for all
+  };
+  /// Only whoever encodes the section holds its promise, so that one that goes unencoded breaks it.
+  struct Waiting {
+    std::shared_ptr<Section> section;
     std::promise<Expected<Packets>> packets;
   };
 
@@ -101,7 +105,7 @@ class ParallelSoundEncoding {
   std::deque<Packet> overhang_;  // belongs to the next section, and is given only when there is none
   bool isEnded_ = false;
 
-  BoundedQueue<std::shared_ptr<Section>> waiting_;
+  BoundedQueue<Waiting> waiting_;
   BoundedQueue<std::future<Expected<Packets>>> order_;
   std::vector<Thread> workers_;
 };

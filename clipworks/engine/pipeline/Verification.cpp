@@ -75,9 +75,9 @@ bool staysAlike(const PictureRun& run, const PictureJob& job) {
          run.file->stream(run.stream).progressive && job.encoder.colour == completeColour(parameters);
 }
 
-Expected<Ends> endsOf(const PictureRun& run) {
+Expected<Ends> endsOf(const PictureRun& run, int threads) {
   Ends ends;
-  auto reader = PictureReader::open(run.file, run.stream);
+  auto reader = PictureReader::open(run.file, run.stream, threads);
   if (!reader) return tl::make_unexpected(reader.error());
   const auto [earlier, later] = std::minmax(run.pictures.front().picture, run.pictures.back().picture);
   auto frame = reader->picture(earlier);
@@ -124,7 +124,7 @@ class PictureVerification {
       : written_(std::move(written)), facts_(facts), job_(job), shown_(shownOf(*written_, facts)) {}
 
   Expected<void> run(const std::function<bool()>& isCancelled) {
-    auto opened = PictureReader::open(written_, facts_.index);
+    auto opened = PictureReader::open(written_, facts_.index, job_.encoder.threads);
     if (!opened) return tl::make_unexpected(opened.error());
     PictureReader& reader = *opened;
     const auto damaged = std::make_shared<DamagedPictures>();
@@ -167,7 +167,7 @@ class PictureVerification {
   Expected<void> checkEnd(std::uint32_t number, const AVFrame& frame, bool isFirst, double at) {
     auto known = ends_.find(number);
     if (known == ends_.end()) {
-      auto ends = endsOf(job_.runs[number]);
+      auto ends = endsOf(job_.runs[number], job_.encoder.threads);
       if (!ends) return tl::make_unexpected(ends.error());
       known = ends_.emplace(number, *ends).first;
     }

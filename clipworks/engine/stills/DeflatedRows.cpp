@@ -9,9 +9,9 @@
 #include <memory>
 #include <new>
 #include <optional>
-#include <thread>
 #include <utility>
 
+#include <clipworks/engine/Processors.h>
 #include <clipworks/engine/Thread.h>
 
 namespace clipworks::engine {
@@ -113,10 +113,10 @@ class PartsWork {
         parts_(static_cast<std::size_t>((planes.height + rowsOfPart_ - 1) / rowsOfPart_)) {}
 
   /// Nothing when out of memory.
-  std::optional<std::vector<Part>> finish() {
-    const std::size_t processors = std::max(std::thread::hardware_concurrency(), 1U);
+  std::optional<std::vector<Part>> finish(int threads) {
+    const auto most = static_cast<std::size_t>(threads > 0 ? threads : usableProcessors());
     std::vector<Thread> helpers;
-    while (helpers.size() + 1 < std::min(processors, parts_.size())) {
+    while (helpers.size() + 1 < std::min(most, parts_.size())) {
       auto helper = Thread::start([this] { work(); }, {.name = "deflate", .isPatient = false});
       if (!helper) break;
       helpers.push_back(std::move(*helper));
@@ -148,8 +148,8 @@ class PartsWork {
 
 }  // namespace
 
-Expected<std::vector<std::vector<std::uint8_t>>> deflatedRows(const AVFrame& planes) {
-  auto parts = PartsWork(planes).finish();
+Expected<std::vector<std::vector<std::uint8_t>>> deflatedRows(const AVFrame& planes, int threads) {
+  auto parts = PartsWork(planes).finish(threads);
   if (!parts) return failed(ErrorKind::outOfMemory, "out of memory for a picture");
   uLong checksum = adler32_z(0, nullptr, 0);
   std::vector<std::vector<std::uint8_t>> stream;

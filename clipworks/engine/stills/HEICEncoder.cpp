@@ -7,7 +7,9 @@
 #include <memory>
 #include <new>
 #include <string>
+#include <utility>
 
+#include <clipworks/engine/Processors.h>
 #include <clipworks/engine/Thread.h>
 #include <clipworks/engine/stills/ExifBlock.h>
 #include <clipworks/engine/stills/StillPixels.h>
@@ -58,7 +60,7 @@ Expected<void> checkForHEVC(const AVFrame& picture) {
   return {};
 }
 
-Expected<Encoder> openEncoder(heif_context& context) {
+Expected<Encoder> openEncoder(heif_context& context, int threads) {
   heif_encoder* opened = nullptr;
   if (heif_context_get_encoder_for_format(&context, heif_compression_HEVC, &opened).code != heif_error_Ok) {
     return failed(ErrorKind::noEncoder, "there is no encoder for HEIC");
@@ -66,8 +68,13 @@ Expected<Encoder> openEncoder(heif_context& context) {
   Encoder encoder(opened);
   if (auto set = checked(heif_encoder_set_lossy_quality(opened, quality)); !set)
     return tl::make_unexpected(set.error());
-  if (auto set = checked(heif_encoder_set_parameter_string(opened, "preset", preset)); !set) {
-    return tl::make_unexpected(set.error());
+  std::vector<std::pair<const char*, std::string>> parameters{{"preset", preset}};
+  // Those of x265 itself, which counts the machine's processors.
+  if (threads > 0)
+    parameters.insert(parameters.end(), {{"x265:pools", std::to_string(threads)}, {"x265:frame-threads", "1"}});
+  for (const auto& [name, value] : parameters) {
+    if (auto set = checked(heif_encoder_set_parameter_string(opened, name, value.c_str())); !set)
+      return tl::make_unexpected(set.error());
   }
   return encoder;
 }
@@ -116,10 +123,11 @@ Expected<Image> imageOf(const AVFrame& planes, const heif_color_profile_nclx& ta
   return image;
 }
 
-Expected<ImageHandle> encode(heif_context& context, const heif_image& image, heif_color_profile_nclx& tags) {
-  const auto start = EncoderStart::begin();  // the library opens its encoder only while it encodes
+Expected<ImageHandle> encode(heif_context& context, const heif_image& image, heif_color_profile_nclx& tags,
+                             int threads) {
+  const auto start = EncoderStart::begin(coderThreads(threads));  // the library opens its encoder only while it encodes
   if (!start) return tl::make_unexpected(start.error());
-  auto encoder = openEncoder(context);
+  auto encoder = openEncoder(context, coderThreads(threads));
   if (!encoder) return tl::make_unexpected(encoder.error());
   const EncodingOptions options(heif_encoding_options_alloc());
   if (options == nullptr) throw std::bad_alloc();
@@ -147,7 +155,7 @@ heif_error keep(heif_context*, const void* bytes, std::size_t length, void* into
 
 }  // namespace
 
-Expected<std::vector<std::uint8_t>> encodeHEIC(const StillImage& still) {
+Expected<std::vector<std::uint8_t>> encodeHEIC(const StillImage& still, int threads) {
   if (auto fit = checkForHEVC(*still.frame); !fit) return tl::make_unexpected(fit.error());
   const bool isRGB = av_pix_fmt_desc_get(static_cast<AVPixelFormat>(still.frame->format))->flags & AV_PIX_FMT_FLAG_RGB;
   YUVMeaning meaning = isRGB ? meaningOfBGRA : meaningOf(*still.frame);
@@ -162,7 +170,7 @@ Expected<std::vector<std::uint8_t>> encodeHEIC(const StillImage& still) {
   const ColorTags tags = colorTags(**planes, meaning);
   const auto image = imageOf(**planes, *tags);
   if (!image) return tl::make_unexpected(image.error());
-  const auto handle = encode(*context, **image, *tags);
+  const auto handle = encode(*context, **image, *tags, threads);
   if (!handle) return tl::make_unexpected(handle.error());
   if (!exif->empty()) {
     if (auto added = checked(

@@ -87,7 +87,7 @@ bool compress(const Input& input, Output& output) {
 
 }  // namespace
 
-Expected<std::vector<std::uint8_t>> encodePNG(const StillImage& still) {
+Expected<std::vector<std::uint8_t>> encodePNG(const StillImage& still, int threads) {
   if (auto fit = checkStill(*still.frame); !fit) return tl::make_unexpected(fit.error());
   auto profile = profileFor(*still.frame);
   if (!profile) return profile;
@@ -96,7 +96,7 @@ Expected<std::vector<std::uint8_t>> encodePNG(const StillImage& still) {
   auto exif = exifBlock(still);
   if (!exif) return exif;
 
-  const auto rows = deflatedRows(**planes);
+  const auto rows = deflatedRows(**planes, threads);
   if (!rows) return tl::make_unexpected(rows.error());
 
   Output output;

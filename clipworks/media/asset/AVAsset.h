@@ -8,6 +8,7 @@
 
 #include <clipworks/media/asset/AVAssetTrack.h>
 #include <clipworks/media/asset/AVMediaTypes.h>
+#include <clipworks/media/asset/InputLimits.h>
 #include <clipworks/media/base/Export.h>
 #include <clipworks/media/base/URL.h>
 #include <clipworks/media/time/CMTime.h>
@@ -20,8 +21,9 @@ class CLIPWORKS_API AVAsset : public std::enable_shared_from_this<AVAsset> {
  public:
   /// `AVAsset(url:)`, `assetWithURL:`. Never fails; a file that cannot be read, or holds no known media, has no
   /// tracks and no length, and `loadError()` says why. Files are read by content, not by name; only local files are
-  /// opened, whatever their content refers to.
-  [[nodiscard]] static std::shared_ptr<AVAsset> make(URL url);
+  /// opened, whatever their content refers to,
+  /// and only what `limits` let in.
+  [[nodiscard]] static std::shared_ptr<AVAsset> make(URL url, const InputLimits& limits = {});
 
   virtual ~AVAsset() = default;
   AVAsset(const AVAsset&) = delete;

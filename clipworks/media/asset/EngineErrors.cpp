@@ -20,6 +20,7 @@ AVError codeFor(const engine::Error& error) {
     case engine::ErrorKind::unwritable:
       if (error.posixCode == EEXIST) return AVError::fileAlreadyExists;
       return error.posixCode == ENOSPC || error.posixCode == EDQUOT ? AVError::diskFull : AVError::exportFailed;
+    case engine::ErrorKind::beyondLimit:
     case engine::ErrorKind::lengthLimit:
       return AVError::maximumFileSizeReached;
     case engine::ErrorKind::noDevice:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <exception>
 
 #include <clipworks/media/asset/FileSegments.h>
@@ -13,7 +14,9 @@ float finite(double figure) { return std::isfinite(figure) ? static_cast<float>(
 
 }  // namespace
 
-std::shared_ptr<AVAsset> AVAsset::make(URL url) { return std::make_shared<FileAsset>(std::move(url)); }
+std::shared_ptr<AVAsset> AVAsset::make(URL url, const InputLimits& limits) {
+  return std::make_shared<FileAsset>(std::move(url), limits);
+}
 
 std::vector<std::shared_ptr<AVAssetTrack>> AVAsset::tracks(AVMediaType withMediaType) const {
   auto found = tracks();
@@ -24,33 +27,50 @@ std::vector<std::shared_ptr<AVAssetTrack>> AVAsset::tracks(AVMediaType withMedia
 void FileAsset::load() const {
   std::call_once(loaded_, [this] {
     try {
-      auto file = engine::MediaFile::open(url_.path());
-      if (!file) {
-        failure_ = file.error();
-        return;
-      }
-      file_ = *file;
-      for (const auto& stream : file_->streams()) {
-        auto track = std::make_shared<FileAssetTrack>(std::make_shared<const MediaTrack>(file_, stream.index));
-        if (!track->segments().empty()) tracks_.push_back(std::move(track));
-      }
-      if (!tracks_.empty()) return;
-      failure_ = {engine::ErrorKind::notMedia, file_->name() + " holds no pictures and no sound"};
+      failure_ = loadTracks();
     } catch (const std::exception& thrown) {
-      tracks_.clear();
       failure_ = {engine::ErrorKind::internal, url_.lastPathComponent() + " cannot be read: " + thrown.what()};
     }
+    if (failure_) tracks_.clear();
   });
+}
+
+std::optional<engine::Error> FileAsset::loadTracks() const {
+  static_assert(InputLimits{}.mostPixels == engine::limits::maxPixels);
+  auto file = engine::MediaFile::open(url_.path(), {limits_.mostPixels, limits_.takesAnyCodec});
+  if (!file) return file.error();
+  for (const auto& stream : (*file)->streams()) {
+    auto track = std::make_shared<FileAssetTrack>(std::make_shared<const MediaTrack>(*file, stream.index));
+    if (!track->segments().empty()) tracks_.push_back(std::move(track));
+  }
+  file_ = *file;
+  if (tracks_.empty())
+    return engine::Error{engine::ErrorKind::notMedia, file_->name() + " holds no pictures and no sound"};
+  // A header may tell less than the tracks hold, and more.
+  double seconds = length().seconds();
+  for (const auto& track : tracks_) seconds = std::max(seconds, track->timeRange().end().seconds());
+  if (limits_.mostSeconds <= 0 || seconds <= limits_.mostSeconds) return std::nullopt;
+  file_ = nullptr;
+  char figures[96];
+  (void)std::snprintf(figures, sizeof figures, " lasts %.3f seconds; %g are allowed", seconds, limits_.mostSeconds);
+  return engine::Error{engine::ErrorKind::beyondLimit, (*file)->name() + figures};
 }
 
 CMTime FileAsset::duration() const {
   load();
+  return length();
+}
+
+/// Of what is loaded.
+CMTime FileAsset::length() const {
   if (file_ == nullptr) return kCMTimeZero;
   const CMTime told(file_->duration(), file_->timescale());
   if (file_->hasMovieHeader()) return told;
   // Other containers may tell when their last picture comes rather than when it ends.
   CMTime end = told;
-  for (const auto& track : AVAsset::tracks(AVMediaType::video)) end = CMTimeMaximum(end, track->timeRange().end());
+  for (const auto& track : tracks_) {
+    if (track->mediaType() == AVMediaType::video) end = CMTimeMaximum(end, track->timeRange().end());
+  }
   return end;
 }
 

@@ -15,7 +15,7 @@ namespace clipworks {
 /// The asset behind `AVAsset::make`: a file, looked at when the first question comes.
 class FileAsset final : public AVAsset {
  public:
-  explicit FileAsset(URL url) : url_(std::move(url)) {}
+  explicit FileAsset(URL url, const InputLimits& limits = {}) : url_(std::move(url)), limits_(limits) {}
 
   [[nodiscard]] std::optional<URL> url() const override { return url_; }
   [[nodiscard]] CMTime duration() const override;
@@ -24,6 +24,7 @@ class FileAsset final : public AVAsset {
   [[nodiscard]] std::map<std::string, std::string> metadata() const override;
   [[nodiscard]] std::string loadError() const override;
 
+  [[nodiscard]] const InputLimits& limits() const { return limits_; }
   /// Why the file has no tracks; nothing when it has some.
   [[nodiscard]] std::optional<engine::Error> openFailure() const;
   /// Whether it was written since it was opened.
@@ -31,8 +32,11 @@ class FileAsset final : public AVAsset {
 
  private:
   void load() const;
+  [[nodiscard]] std::optional<engine::Error> loadTracks() const;
+  [[nodiscard]] CMTime length() const;
 
   URL url_;
+  InputLimits limits_;
   mutable std::once_flag loaded_;
   // Written once, under loaded_.
   mutable std::shared_ptr<const engine::MediaFile> file_;

@@ -9,6 +9,7 @@
 
 #include <unistd.h>
 
+#include <clipworks/engine/Processors.h>
 #include <clipworks/engine/Thread.h>
 #include <clipworks/media/dispatch/WorkItem.h>
 
@@ -54,7 +55,7 @@ GlobalWorkPool& GlobalWorkPool::shared() {
 }
 
 // Four at least: work that reads and writes files spends much of its time waiting.
-GlobalWorkPool::GlobalWorkPool() : target_(std::max(4U, std::thread::hardware_concurrency())) {}
+GlobalWorkPool::GlobalWorkPool() : target_(static_cast<std::size_t>(std::max(4, engine::usableProcessors()))) {}
 
 thread_local GlobalWorkPool::Worker* GlobalWorkPool::ownWorker_ = nullptr;
 

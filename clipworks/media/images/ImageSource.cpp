@@ -83,7 +83,8 @@ engine::Expected<void> ImageSource::open(const std::shared_ptr<const MediaTrack>
     whole_.reset();
     reader_.reset();  // before the next one opens: one memory
     maker_.reset();
-    auto reader = engine::CachedPictureReader::open(media->file(), media->stream(), settings.cacheLimit);
+    auto reader =
+        engine::CachedPictureReader::open(media->file(), media->stream(), settings.cacheLimit, settings.threads);
     if (!reader) return tl::make_unexpected(reader.error());
     reader_.emplace(std::move(*reader));
     reader_->countDamageIn(damaged_);

@@ -26,6 +26,7 @@ struct ImageSettings {
   bool isUpright = false;    ///< by the track's preferred transform
   TimeTolerance tolerance;
   std::size_t cacheLimit = engine::CachedPictureReader::usualCacheLimit;  ///< bytes
+  int threads = 0;  ///< that decode at most; 0: as many as suit the processors
 };
 
 /// Makes images of an asset's first track of pictures, as it is at the first request. Holds one memory of pictures.

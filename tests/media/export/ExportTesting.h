@@ -65,8 +65,8 @@ inline Exported exportAsset(
 
 /// The whole clip `count` times in a row: its first track of pictures with its transform, and its first of sound where
 /// there is one.
-inline std::shared_ptr<AVMutableComposition> loopOf(const fs::path& clip, int count) {
-  const auto asset = assetAt(clip);
+inline std::shared_ptr<AVMutableComposition> loopOf(const fs::path& clip, int count, const InputLimits& limits = {}) {
+  const auto asset = assetAt(clip, limits);
   const auto composition = AVMutableComposition::make();
   const CMTime length(asset->duration().seconds(), asset->duration().timescale);
   for (const auto type : {AVMediaTypeVideo, AVMediaTypeAudio}) {
