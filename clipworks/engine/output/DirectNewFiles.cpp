@@ -82,7 +82,7 @@ void DirectNewFiles::remove(const std::filesystem::path& path) {
 }
 
 NewFiles& orDirect(const std::shared_ptr<NewFiles>& files) {
-  static DirectNewFiles direct;  // has no state
+  static auto& direct = *new DirectNewFiles;  // never destroyed: used until the process ends
   return files ? *files : direct;
 }
 
