@@ -29,6 +29,7 @@ Outcome outcomeOf(const std::vector<Command*>& commands, const Options& options,
   const auto confined = confine(needs, options);
   if (!confined) return failure(confined.error());
   reporter.confined(confined->confinement);
+  enforce(options.limits);  // later than that: the library that filters calls does not look whether it gets its memory
   if (options.confinement == ConfinementMode::automatic && !needs.isTrusted && confined->confinement.isNothing())
     reporter.warning(confined->confinement.lacks() + "; what a clip does to this program is not confined");
 
@@ -50,7 +51,6 @@ int runProgram(int argc, const char* const* argv) {
   if (commands && commands->empty()) return static_cast<int>(ExitCode::done);
   Outcome outcome;
   try {
-    enforce(options.limits);
     outcome = commands ? outcomeOf(*commands, options, reporter) : failure(commands.error());
   } catch (const std::bad_alloc&) {
     outcome = failure(failureOf({ErrorCode::noMemory, "out of memory"}, options.limits));

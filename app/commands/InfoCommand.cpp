@@ -7,6 +7,7 @@
 #include <app/AssetDescription.h>
 #include <app/Command.h>
 #include <clipworks/edit/Describe.h>
+#include <clipworks/edit/Edit.h>
 
 namespace clipworks::app {
 namespace {
@@ -32,11 +33,11 @@ class InfoCommand final : public Command {
     if (program.options.planOnly) return wrongUse("info makes nothing; --plan is for commands that do");
     if (program.options.json) program.reporter.keepEventsOff();
     std::vector<std::string> objects;
-    std::vector<std::string> errors;
+    std::vector<Failure> errors;
     for (const auto& file : files_) {
       const auto asset = AVAsset::make(URL(file), program.options.inputs);
       const std::string error = asset->loadError();
-      if (!error.empty()) errors.push_back(error);
+      if (!error.empty()) errors.push_back(failureOf(file, program.options));
       if (program.options.json) {
         objects.push_back(describe(file, program.options.inputs));
       } else if (error.empty()) {
@@ -45,11 +46,16 @@ class InfoCommand final : public Command {
     }
     if (program.options.json) program.reporter.text(fmt::format("{{\"files\":[{}]}}\n", fmt::join(objects, ",")));
     if (errors.empty()) return {};
-    for (std::size_t i = 0; i + 1 < errors.size(); ++i) program.reporter.warning(errors[i]);
-    return failed(errors.back());
+    for (std::size_t i = 0; i + 1 < errors.size(); ++i) program.reporter.warning(errors[i].sentence);
+    return failure(errors.back());
   }
 
  private:
+  static Failure failureOf(const std::string& file, const Options& options) {
+    const auto edit = Edit::open(file, Edit::Extent::movie, options.inputs);
+    return edit ? Failure{} : app::failureOf(edit.error(), options.limits);
+  }
+
   std::vector<std::string> files_;
 };
 

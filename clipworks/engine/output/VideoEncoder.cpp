@@ -158,9 +158,10 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
 bool hasMemory(const VideoEncoderSettings& settings) {
   constexpr int mostSide = 16'384;  // beyond, that is not the reason
   constexpr std::size_t pictures = 60;
+  constexpr std::size_t stacks = 64 << 20;  // of its threads, 8 MiB each by default
   if (std::max(settings.width, settings.height) > mostSide) return true;
   const auto pixels = static_cast<std::size_t>(settings.width) * static_cast<std::size_t>(settings.height);
-  const std::unique_ptr<void, decltype(&std::free)> memory(std::malloc(pictures * pixels * 3 / 2), &std::free);
+  const std::unique_ptr<void, decltype(&std::free)> memory(std::malloc(stacks + pictures * pixels * 3 / 2), &std::free);
   return memory != nullptr;
 }
 
