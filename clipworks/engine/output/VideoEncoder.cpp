@@ -154,15 +154,20 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
   }
 }
 
-/// Whether an encoder that does not open, and does not say why, would have the memory that it holds.
-bool hasMemory(const VideoEncoderSettings& settings) {
+/// Whether an encoder that fails, and does not say why, would have the memory that it holds.
+bool hasMemory(int width, int height) {
   constexpr int mostSide = 16'384;  // beyond, that is not the reason
   constexpr std::size_t pictures = 60;
   constexpr std::size_t stacks = 64 << 20;  // of its threads, 8 MiB each by default
-  if (std::max(settings.width, settings.height) > mostSide) return true;
-  const auto pixels = static_cast<std::size_t>(settings.width) * static_cast<std::size_t>(settings.height);
+  if (std::max(width, height) > mostSide) return true;
+  const auto pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
   const std::unique_ptr<void, decltype(&std::free)> memory(std::malloc(stacks + pictures * pixels * 3 / 2), &std::free);
   return memory != nullptr;
+}
+
+Error encodingError(int code, const std::string& what, const AVCodecContext& context) {
+  const ErrorKind kind = hasMemory(context.width, context.height) ? ErrorKind::internal : ErrorKind::outOfMemory;
+  return libraryError(code, what, kind);
 }
 
 }  // namespace
@@ -203,7 +208,8 @@ Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& asked) {
   if (!start) return tl::make_unexpected(start.error());
   if (const int code = avcodec_open2(context.get(), codec, nullptr); code < 0) {
     const std::string size = std::to_string(settings.width) + " × " + std::to_string(settings.height) + " pictures";
-    if (!hasMemory(settings)) return failed(ErrorKind::outOfMemory, "there is no memory for encoding " + size);
+    if (!hasMemory(settings.width, settings.height))
+      return failed(ErrorKind::outOfMemory, "there is no memory for encoding " + size);
     return tl::make_unexpected(
         libraryError(code, "the encoder " + name + " does not take " + size, ErrorKind::noEncoder));
   }
@@ -243,14 +249,14 @@ Expected<void> VideoEncoder::push(const Frame& picture, std::int64_t time, bool 
   frame->interlaced_frame = 0;
   frame->reordered_opaque = 0;  // libx265's wrapper copies any other value, and loses the copies of a run cut short
   if (const int code = avcodec_send_frame(context_.get(), frame.get()); code < 0) {
-    return tl::make_unexpected(libraryError(code, "a picture cannot be encoded", ErrorKind::internal));
+    return tl::make_unexpected(encodingError(code, "a picture cannot be encoded", *context_));
   }
   return {};
 }
 
 Expected<void> VideoEncoder::finish() {
   if (const int code = avcodec_send_frame(context_.get(), nullptr); code < 0 && code != AVERROR_EOF) {
-    return tl::make_unexpected(libraryError(code, "the last pictures cannot be encoded", ErrorKind::internal));
+    return tl::make_unexpected(encodingError(code, "the last pictures cannot be encoded", *context_));
   }
   return {};
 }
@@ -259,7 +265,7 @@ Expected<std::optional<Packet>> VideoEncoder::pull() {
   Packet packet = makePacket();
   const int code = avcodec_receive_packet(context_.get(), packet.get());
   if (code == AVERROR(EAGAIN) || code == AVERROR_EOF) return std::nullopt;
-  if (code < 0) return tl::make_unexpected(libraryError(code, "a picture cannot be encoded", ErrorKind::internal));
+  if (code < 0) return tl::make_unexpected(encodingError(code, "a picture cannot be encoded", *context_));
   const double seconds = av_q2d(context_->time_base) * static_cast<double>(packet->pts - *firstTime_);
   if (trim_) trim_->coded(packet->size, seconds);
   if (budget_) budget_->coded(packet->size, seconds);
