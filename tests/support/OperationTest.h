@@ -37,7 +37,11 @@ inline std::string outputOf(const std::vector<std::string>& command, const Progr
 /// What the tests of the operations' classes share: a directory for outputs, what is printed, and how completions come.
 class OperationTest : public testing::Test {
  protected:
+#ifdef __SANITIZE_THREAD__
+  static constexpr std::chrono::seconds patience{500};
+#else
   static constexpr std::chrono::seconds patience{100};
+#endif
   /// A new identifier in upper case, as a file is named after.
   static inline const std::string identifier = "[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}";
 
