@@ -15,10 +15,6 @@ namespace CLI {
 class App;
 }
 
-namespace clipworks::engine {
-class NewFiles;
-}
-
 namespace clipworks::app {
 
 /// One run of the program: what a command may use.
@@ -26,8 +22,8 @@ struct Program {
   const Options& options;
   Reporter& reporter;
   Interruption& interruption;
-  /// Makes new files, where the process itself may make none; else null.
-  std::shared_ptr<engine::NewFiles> files{};
+  /// Makes new files, also where the process itself may make none.
+  std::shared_ptr<engine::NewFiles> files;
 };
 
 /// One command of the program. Adding one: a source file in app/commands with a class and a `RegisteredCommand` for it,

@@ -61,7 +61,7 @@ void addNumber(CLI::App& parser, const std::string& option, const std::string& t
       ->type_name(type)
       ->check([=](const std::string& text) {
         const auto typed = parseNumber(text);
-        const bool isWhole = std::is_floating_point_v<Number> || (typed && *typed == std::floor(*typed));
+        const bool isWhole = !std::is_integral_v<Number> || (typed && *typed == std::floor(*typed));
         return typed && isWhole && *typed >= least && *typed <= most ? "" : "takes " + what + ", not \"" + text + "\"";
       });
 }
@@ -177,20 +177,13 @@ void CommandLine::addOptions(Part& part) {
   addSize(parser, "--memory", options_.limits.memory, "The most memory, such as 1GB; more is a failure");
   addSize(parser, "--max-output", options_.limits.file,
           "The most bytes of a new file, such as 500MB; more is a\nfailure");
-  parser
-      .add_option_function<double>(
-          "--timeout", [this](double seconds) { options_.limits.seconds = seconds; },
-          "The most seconds that it may take; longer is a failure")
-      ->type_name("S")
-      ->check([](const std::string& text) {
-        const auto seconds = parseNumber(text);
-        return seconds && *seconds > 0 ? "" : "takes a number of seconds above 0, not \"" + text + "\"";
-      });
   constexpr double mostPixels = 268'435'456;
   addNumber(parser, "--max-pixels", "N", options_.inputs.mostPixels, 1, mostPixels,
             "a whole number from 1 to 268435456", "Fail where pictures of an input have more, width × height");
   constexpr double leastSeconds = 0.001;
   constexpr double mostSeconds = 1e9;
+  addNumber(parser, "--timeout", "S", options_.limits.seconds, leastSeconds, mostSeconds, "seconds, more than 0",
+            "The most seconds that it may take; longer is a failure");
   addNumber(parser, "--max-seconds", "S", options_.inputs.mostSeconds, leastSeconds, mostSeconds,
             "seconds, more than 0", "Fail where an input lasts longer");
   parser.add_flag("--any-codec", options_.inputs.takesAnyCodec,

@@ -143,7 +143,7 @@ class EditRun {
       if (items_.size() == 1 || made.error().code == ExitCode::interrupted) {
         // An interrupted run leaves nothing.
         for (const auto& other : items_) {
-          for (const auto& path : other.made) remove(path);
+          for (const auto& path : other.made) files_->remove(path);
         }
         return made;
       }
@@ -160,12 +160,6 @@ class EditRun {
     }
     reporter_.done();
     return {};
-  }
-
-  void remove(const fs::path& path) const {
-    if (files_) return files_->remove(path);
-    std::error_code ignored;
-    fs::remove(path, ignored);
   }
 
   Outcome make(Item& item, double from, double to) {

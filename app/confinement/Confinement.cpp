@@ -18,6 +18,7 @@
 #include <app/confinement/Landlock.h>
 #include <app/confinement/SystemCalls.h>
 #include <clipworks/edit/Error.h>
+#include <clipworks/edit/MakeMovie.h>
 
 namespace clipworks::app {
 namespace {
@@ -112,7 +113,7 @@ Confinement availableConfinement() {
 }
 
 Result<Confined, Failure> confine(const Needs& needs, const Options& options) {
-  Confined confined;
+  Confined confined{{}, newFilesOfThisProcess()};
   if (options.confinement == ConfinementMode::off || needs.isTrusted) return confined;
   ::tzset();  // reads the time zone
   if (isFilteredFromOutside()) confined.confinement = availableConfinement();

@@ -7,10 +7,6 @@
 #include <app/Needs.h>
 #include <app/Options.h>
 
-namespace clipworks::engine {
-class NewFiles;
-}
-
 namespace clipworks::app {
 
 /// What keeps a process from doing what clips never need.
@@ -31,7 +27,7 @@ struct Confinement {
 /// A process that is confined as far as the system allows.
 struct Confined {
   Confinement confinement;
-  /// Makes the new files of the process, which can make none itself; null where it can.
+  /// Makes the new files of the process, also where it can make none itself.
   std::shared_ptr<engine::NewFiles> files;
 };
 

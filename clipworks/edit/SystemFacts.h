@@ -17,7 +17,7 @@ struct SystemFacts {
   std::vector<Library> libraries;  ///< those that read and write media
   /// What can be written.
   struct Encoder {
-    std::string name;  ///< what it writes: "H.264", "HEVC", "AAC", "HEIC"
+    std::string name;  ///< what it writes: "H.264", "HEVC", "AAC"
     bool works = false;
   };
   std::vector<Encoder> encoders;
@@ -25,7 +25,8 @@ struct SystemFacts {
   std::string soundError;     ///< why not, one sentence
 };
 
-/// Looks; opens each encoder once, and the microphone without listening. Takes some tenths of a second. Any thread.
+/// Looks; opens the encoders of pictures once, and the microphone without listening. Takes some tenths of a second. Any
+/// thread.
 [[nodiscard]] CLIPWORKS_API SystemFacts systemFacts();
 
 }  // namespace clipworks

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -164,26 +165,31 @@ struct Worker::State {
 Worker::Worker(WorkerOptions options) : options_(std::move(options)), state_(std::make_unique<State>()) {}
 Worker::~Worker() = default;
 
-std::vector<std::string> Worker::limited(const std::vector<std::string>& arguments) const {
+std::vector<std::string> Worker::limited(const std::vector<std::string>& arguments, std::int64_t mostFileBytes) const {
   std::vector<std::string> all{"--confinement", options_.requiresConfinement ? "require" : "auto"};
   const auto add = [&all](const char* option, auto value) {
     if (value > 0) all.insert(all.end(), {option, std::to_string(value)});
   };
   add("--memory", options_.mostMemory);
   add("--timeout", options_.mostSeconds);
-  add("--max-output", options_.mostFileBytes);
+  add("--max-output", mostFileBytes);
   all.insert(all.end(), arguments.begin(), arguments.end());
   return all;
 }
 
 Result<WorkerReport, Error> Worker::run(const std::vector<std::string>& arguments, const OnProgress& onProgress,
                                         const std::stop_token& stop) {
+  return run(arguments, options_.mostFileBytes, onProgress, stop);
+}
+
+Result<WorkerReport, Error> Worker::run(const std::vector<std::string>& arguments, std::int64_t mostFileBytes,
+                                        const OnProgress& onProgress, const std::stop_token& stop) {
   const std::lock_guard lock(state_->mutex);
   if (stop.stop_requested()) return failed(ErrorCode::cancelled, "cancelled");
   const std::int64_t number = ++state_->jobs;
   std::error_code ignored;
   const json job{{"job", number},
-                 {"arguments", limited(arguments)},
+                 {"arguments", limited(arguments, mostFileBytes)},
                  {"directory", std::filesystem::current_path(ignored).native()}};
   if (!state_->process || !state_->process->send(job)) {
     state_->process.reset();
@@ -234,10 +240,11 @@ Result<WorkerReport, Error> Worker::makeMovie(const Edit& edit, const std::files
   if (options.verification != Verification::automatic)
     arguments.emplace_back(options.verification == Verification::always ? "--verify" : "--no-verify");
   if (options.isStrict) arguments.emplace_back("--strict");
-  if (options.mostBytes > 0) arguments.insert(arguments.end(), {"--max-output", std::to_string(options.mostBytes)});
+  if (options.threads > 0) arguments.insert(arguments.end(), {"--threads", std::to_string(options.threads)});
+  const auto [fewer, more] = std::minmax(options.mostBytes, options_.mostFileBytes);
   OnProgress onProgress;
   if (options.onProgress) onProgress = [&options](double share) { options.onProgress({share, 0, std::nullopt, ""}); };
-  return run(arguments, onProgress, options.stop);
+  return run(arguments, fewer > 0 ? fewer : more, onProgress, options.stop);
 }
 
 }  // namespace clipworks

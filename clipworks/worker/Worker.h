@@ -65,7 +65,10 @@ class CLIPWORKS_API Worker {
 
  private:
   class Process;
-  [[nodiscard]] std::vector<std::string> limited(const std::vector<std::string>& arguments) const;
+  [[nodiscard]] Result<WorkerReport, Error> run(const std::vector<std::string>& arguments, std::int64_t mostFileBytes,
+                                                const OnProgress& onProgress, const std::stop_token& stop);
+  [[nodiscard]] std::vector<std::string> limited(const std::vector<std::string>& arguments,
+                                                 std::int64_t mostFileBytes) const;
 
   const WorkerOptions options_;
   struct State;

@@ -77,11 +77,14 @@ class Worker:
         clean: bool = False,
         verify: bool | None = None,
         strict: bool = False,
+        threads: int | None = None,
         progress: OnProgress | None = None,
     ) -> Path:
         """Makes the movie of a clip as `Clip.save` does. The clip itself was opened by this process, which reads headers."""
         words = ["edit", clip.json(), "-o", path, "--codec", codec]
         words += ["--force"] * overwrite + ["--strip-metadata"] * strip_metadata + ["--clean"] * clean + ["--strict"] * strict
+        if threads is not None:
+            words += ["--threads", str(threads)]
         if verify is not None:
             words.append("--verify" if verify else "--no-verify")
         return self.run(words, progress=progress)[0]
