@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,8 @@
 #include <app/Needs.h>
 #include <app/Options.h>
 #include <app/Reporter.h>
+#include <app/jobs/Job.h>
+#include <app/jobs/Receipt.h>
 
 namespace CLI {
 class App;
@@ -24,6 +27,8 @@ struct Program {
   Interruption& interruption;
   /// Makes new files, also where the process itself may make none.
   std::shared_ptr<engine::NewFiles> files;
+  /// Where a job is done; null else.
+  Receipt* receipt = nullptr;
 };
 
 /// One command of the program. Adding one: a source file in app/commands with a class and a `RegisteredCommand` for it,
@@ -44,6 +49,8 @@ class Command {
   [[nodiscard]] virtual std::string notes() const = 0;
   /// Adds the command's arguments to `parser`, bound to members.
   virtual void configure(CLI::App& parser) = 0;
+  /// The job in whose place the command stands; nothing for most.
+  [[nodiscard]] virtual Result<std::optional<Job>, Failure> job() const { return std::nullopt; }
   /// What it needs to do so, by its arguments.
   [[nodiscard]] virtual Needs needs() const { return {}; }
   /// Does the work, after the arguments were parsed. Prints results itself; failures are the caller's to print.

@@ -94,13 +94,13 @@ std::string sentenceFor(const CLI::App& parser, const CLI::ParseError& error) {
 }
 
 /// The words of each command; "then" stands between them.
-std::vector<std::vector<const char*>> splitAtThen(int argc, const char* const* argv) {
-  std::vector<std::vector<const char*>> parts{{argv[0]}};
+std::vector<std::vector<std::string>> splitAtThen(int argc, const char* const* argv) {
+  std::vector<std::vector<std::string>> parts(1);
   for (int i = 1; i < argc; ++i) {
     if (std::string_view(argv[i]) == "then") {
-      parts.push_back({argv[0]});
+      parts.emplace_back();
     } else {
-      parts.back().push_back(argv[i]);
+      parts.back().emplace_back(argv[i]);
     }
   }
   return parts;
@@ -109,12 +109,12 @@ std::vector<std::vector<const char*>> splitAtThen(int argc, const char* const* a
 }  // namespace
 
 CommandLine::CommandLine() {
-  addOptions(first_);
-  addCommands(first_, false);
+  addRunOptions(first_.parser);
+  addMovieOptions(first_.parser);
+  addCommands(first_, Origin::commandLine, false);
 }
 
-void CommandLine::addOptions(Part& part) {
-  CLI::App& parser = part.parser;
+void CommandLine::addRunOptions(CLI::App& parser) {
   parser.name("clipworks");
   parser.description(purpose);
   parser.get_formatter()->column_width(30);
@@ -147,6 +147,21 @@ void CommandLine::addOptions(Part& part) {
   parser.add_flag("--verbose", options_.verbose, "Tell why tracks were encoded, too");
   parser
       .add_option_function<std::string>(
+          "--confinement", [this](const std::string& name) { options_.confinement = confinementNames.at(name); },
+          "Give up, before a clip is read, what clips never need:\nother files, the network, other programs; default: auto,\nas far as the system allows")
+      ->type_name("auto|require|off")
+      ->check([](const std::string& name) {
+        return confinementNames.contains(name) ? "" : "takes auto, require or off, not \"" + name + "\"";
+      });
+  parser.set_version_flag("--version", "clipworks " CLIPWORKS_VERSION, "Print the version");
+  parser.add_flag_callback(
+      "--licenses", [] { throw CLI::CallForVersion(licenses(), 0); }, "Print the licences that hold for this program");
+  parser.set_help_flag("-h,--help", "Print this help");
+}
+
+void CommandLine::addMovieOptions(CLI::App& parser) {
+  parser
+      .add_option_function<std::string>(
           "--codec", [this](const std::string& name) { options_.codec = codecNames.at(name); },
           "For the pictures; default: auto, which is HEVC where the first\ninput is HEVC and can be copied in part, else H.264")
       ->type_name("auto|h264|hevc")
@@ -166,14 +181,6 @@ void CommandLine::addOptions(Part& part) {
       "Leave nothing in the file that is not shown: encode the\ngroups of pictures that a cut goes through");
   parser.add_flag("--strict", options_.strict,
                   "Fail where pictures of an input are damaged, instead of\nshowing what could be decoded");
-  parser
-      .add_option_function<std::string>(
-          "--confinement", [this](const std::string& name) { options_.confinement = confinementNames.at(name); },
-          "Give up, before a clip is read, what clips never need:\nother files, the network, other programs; default: auto,\nas far as the system allows")
-      ->type_name("auto|require|off")
-      ->check([](const std::string& name) {
-        return confinementNames.contains(name) ? "" : "takes auto, require or off, not \"" + name + "\"";
-      });
   addSize(parser, "--memory", options_.limits.memory, "The most memory, such as 1GB; more is a failure");
   addSize(parser, "--max-output", options_.limits.file,
           "The most bytes of a new file, such as 500MB; more is a\nfailure");
@@ -191,16 +198,13 @@ void CommandLine::addOptions(Part& part) {
   constexpr double mostThreads = 1024;
   addNumber(parser, "--threads", "N", options_.threads, 1, mostThreads, "a whole number from 1 to 1024",
             "Of each encoder and decoder, at most; default: as many as\nsuit the processors that the program may use");
-  parser.set_version_flag("--version", "clipworks " CLIPWORKS_VERSION, "Print the version");
-  parser.add_flag_callback(
-      "--licenses", [] { throw CLI::CallForVersion(licenses(), 0); }, "Print the licences that hold for this program");
-  parser.set_help_flag("-h,--help", "Print this help");
 }
 
-void CommandLine::addCommands(Part& part, bool follows) {
+void CommandLine::addCommands(Part& part, Origin origin, bool follows) {
   part.commands = makeCommands();
   for (const auto& command : part.commands) {
     auto* step = dynamic_cast<StepCommand*>(command.get());
+    if (origin == Origin::job && (step == nullptr || command->isPrivate())) continue;
     if (follows && step != nullptr) step->follow();
     CLI::App* parser =
         part.parser.add_subcommand(command->name(), command->purpose())->group(command->isPrivate() ? "" : "Commands");
@@ -212,9 +216,19 @@ void CommandLine::addCommands(Part& part, bool follows) {
   }
 }
 
-Result<Command*, Failure> CommandLine::parse(Part& part, const std::vector<const char*>& words) {
+CommandLine::Part& CommandLine::addPart(Origin origin, bool follows) {
+  Part& part = *later_.emplace_back(std::make_unique<Part>());
+  if (origin == Origin::commandLine) addRunOptions(part.parser);
+  addMovieOptions(part.parser);
+  addCommands(part, origin, follows);
+  return part;
+}
+
+const CLI::App& CommandLine::jobParser() { return addPart(Origin::job, true).parser; }
+
+Result<Command*, Failure> CommandLine::parse(Part& part, const Words& words) {
   try {
-    part.parser.parse(static_cast<int>(words.size()), words.data());
+    part.parser.parse(Words(words.rbegin(), words.rend()));  // the library wants the last word first
   } catch (const CLI::Success& asked) {
     part.parser.exit(asked);
     return nullptr;
@@ -230,20 +244,12 @@ Result<Command*, Failure> CommandLine::parse(Part& part, const std::vector<const
       ->get();
 }
 
-Result<std::vector<Command*>, Failure> CommandLine::parse(int argc, const char* const* argv) {
+Result<std::vector<Command*>, Failure> CommandLine::parse(const std::vector<Words>& words, Origin origin) {
   std::vector<Command*> commands;
-  for (const auto& words : splitAtThen(argc, argv)) {
-    Part* part = &first_;
-    if (!commands.empty()) {
-      part = later_.emplace_back(std::make_unique<Part>()).get();
-      addOptions(*part);
-      addCommands(*part, true);
-    }
-    const auto command = parse(*part, words);
-    if (!command) {
-      options_.json = asksForJson(argc, argv);
-      return failure(command.error());
-    }
+  for (const Words& part : words) {
+    const bool isFirst = commands.empty();
+    const auto command = parse(isFirst && origin == Origin::commandLine ? first_ : addPart(origin, !isFirst), part);
+    if (!command) return failure(command.error());
     if (*command == nullptr) return std::vector<Command*>{};
     commands.push_back(*command);
     const bool isStep = dynamic_cast<StepCommand*>(*command) != nullptr;
@@ -252,6 +258,27 @@ Result<std::vector<Command*>, Failure> CommandLine::parse(int argc, const char* 
   if (commands.size() > 1 && dynamic_cast<StepCommand*>(commands.front()) == nullptr)
     return wrongUse("nothing can follow \"" + commands.front()->name() + "\"");
   return commands;
+}
+
+Result<std::vector<Command*>, Failure> CommandLine::parseJob(const Job& job, const Words& hostWords) {
+  if (options_.output) return wrongUse("a job names its own new file; --output goes with other commands");
+  auto commands = parse(job.commands, Origin::job);
+  if (!commands) return commands;
+  // Again: what the host asks for holds, whatever the job says.
+  if (const auto again = parse(first_, hostWords); !again) return failure(again.error());
+  options_.output = job.output;
+  options_.job = job;
+  return commands;
+}
+
+Result<std::vector<Command*>, Failure> CommandLine::parse(int argc, const char* const* argv) {
+  const auto words = splitAtThen(argc, argv);
+  auto commands = parse(words, Origin::commandLine);
+  if (!commands) options_.json = asksForJson(argc, argv);
+  if (!commands || commands->size() != 1) return commands;
+  const auto job = commands->front()->job();
+  if (!job) return failure(job.error());
+  return *job ? parseJob(**job, words.front()) : commands;
 }
 
 }  // namespace clipworks::app

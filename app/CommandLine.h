@@ -27,6 +27,9 @@ class CommandLine {
   /// As far as they were understood.
   [[nodiscard]] const Options& options() const { return options_; }
 
+  /// What jobs may say, for texts about it.
+  [[nodiscard]] const CLI::App& jobParser();
+
   /// All that is understood, for texts about it.
   [[nodiscard]] const CLI::App& parser() const { return first_.parser; }
 
@@ -36,9 +39,15 @@ class CommandLine {
     CLI::App parser;
     std::vector<std::unique_ptr<Command>> commands;
   };
-  void addOptions(Part& part);
-  static void addCommands(Part& part, bool follows);
-  [[nodiscard]] Result<Command*, Failure> parse(Part& part, const std::vector<const char*>& words);
+  using Words = std::vector<std::string>;
+  enum class Origin { commandLine, job };
+  void addRunOptions(CLI::App& parser);
+  void addMovieOptions(CLI::App& parser);
+  static void addCommands(Part& part, Origin origin, bool follows);
+  [[nodiscard]] Part& addPart(Origin origin, bool follows);
+  [[nodiscard]] Result<std::vector<Command*>, Failure> parse(const std::vector<Words>& commands, Origin origin);
+  [[nodiscard]] Result<std::vector<Command*>, Failure> parseJob(const Job& job, const Words& hostWords);
+  [[nodiscard]] static Result<Command*, Failure> parse(Part& part, const Words& words);
 
   Options options_;
   Part first_;

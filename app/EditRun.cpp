@@ -45,14 +45,20 @@ class EditRun {
  public:
   EditRun(const std::vector<StepCommand*>& steps, const Program& program)
       : steps_(steps),
+        program_(program),
         options_(program.options),
         reporter_(program.reporter),
         interruption_(program.interruption),
-        files_(program.files) {}
+        receipt_(program.receipt),
+        files_(receipt_ != nullptr ? receipt_->watched(program.files) : program.files) {}
 
   Outcome run() {
     for (auto* step : steps_) {
       if (const Outcome checked = step->check(); !checked) return checked;
+    }
+    if (receipt_ != nullptr) {
+      const auto outputs = receipt_->doneBefore(interruption_.token());
+      if (!outputs.empty()) return tellDone(outputs);
     }
     for (const auto& file : steps_.front()->files()) items_.push_back({file, edited(file)});
     if (options_.output && items_.size() > 1) return wrongUse("--output names one file, and there are several clips");
@@ -74,6 +80,14 @@ class EditRun {
   }
 
   [[nodiscard]] PlanOptions planOptions() const { return {options_.codec, !options_.stripMetadata, !options_.clean}; }
+
+  Outcome tellDone(const std::vector<fs::path>& outputs) {
+    for (const auto& path : outputs) reporter_.output(path);
+    reporter_.receipt(receipt_->path(), true);
+    reporter_.note(outputs.front().filename().string() + " was made before");
+    reporter_.done();
+    return {};
+  }
 
   Outcome tellPlans() {
     reporter_.keepEventsOff();
@@ -158,6 +172,10 @@ class EditRun {
                                          steps_.front()->participle(), fmt::join(failedNames_, ", ")),
                              {}});
     }
+    if (receipt_ != nullptr) {
+      if (const Outcome left = receipt_->leave(*program_.files, facts_); !left) return left;
+      reporter_.receipt(receipt_->path(), false);
+    }
     reporter_.done();
     return {};
   }
@@ -180,8 +198,9 @@ class EditRun {
     options.stop = interruption_.token();
     options.onProgress = [&](const Progress& progress) { reporter_.progress(from + progress.share * (to - from)); };
     const auto made = makeMovie(*item.edit, placeOf(item), options);
-    if (!made) return failure(failureOf(made.error(), options_.limits));
+    if (!made) return failure(failureOfFile(made.error()));
     item.made = {made->path};
+    facts_ = factsOf(*made);
     for (const auto& remark : made->remarks) reporter_.note(remark);
     for (const auto& track : made->tracks) {
       if (!track.remark.empty()) reporter_.log(track.remark);
@@ -218,10 +237,18 @@ class EditRun {
   }
 
   Outcome deliver(Item& item, Result<PictureReport, Error> taken) {
-    if (!taken) return failure(failureOf(taken.error(), options_.limits));
+    if (!taken) return failure(failureOfFile(taken.error()));
     item.made = std::move(taken->paths);
     for (const auto& media : taken->damaged) reporter_.damaged(media);
     return {};
+  }
+
+  [[nodiscard]] Failure failureOfFile(const Error& error) const {
+    std::error_code unknown;
+    const bool isName = error.code == ErrorCode::badArgument || error.code == ErrorCode::notWritable;
+    if (isName && receipt_ != nullptr && receipt_->wasFree() && fs::exists(*options_.output, unknown))
+      return {ExitCode::tryAgain, options_.output->string() + " was made by another run meanwhile", ErrorCode::busy};
+    return failureOf(error, options_.limits);
   }
 
   void tellSizes(const Item& item, std::int64_t bytes) const {
@@ -240,10 +267,13 @@ class EditRun {
   }
 
   const std::vector<StepCommand*>& steps_;
+  const Program& program_;
   const Options& options_;
   Reporter& reporter_;
   Interruption& interruption_;
-  const std::shared_ptr<engine::NewFiles>& files_;
+  Receipt* const receipt_;
+  const std::shared_ptr<engine::NewFiles> files_;
+  nlohmann::ordered_json facts_ = nlohmann::ordered_json::object();  // of the receipt
   std::vector<Item> items_;
   std::vector<std::string> failedNames_;
   ExitCode worst_ = ExitCode::failed;  // of these: theirs, where they agree

@@ -16,6 +16,7 @@ ExitCode exitCodeOf(const Error& error, const Limits& limits) {
     case ErrorCode::noMemory:
       return limits.memory ? ExitCode::limitReached : ExitCode::tryAgain;
     case ErrorCode::noSpace:
+    case ErrorCode::busy:
       return ExitCode::tryAgain;
     default:
       return ExitCode::failed;

@@ -25,6 +25,8 @@ Libraries that the program runs on:
   Little CMS           MIT
   {fmt}                MIT, with an exception for object code
   libseccomp           LGPL 2.1
+  xxHash               BSD 2-Clause
+  Nettle               LGPL 3 or later, or GPL 2 or later
 Header libraries that are compiled into it:
   CLI11                BSD 3-Clause
   JSON for Modern C++  MIT

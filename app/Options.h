@@ -4,6 +4,7 @@
 #include <optional>
 
 #include <app/Limits.h>
+#include <app/jobs/Job.h>
 #include <clipworks/edit/MakeMovie.h>
 #include <clipworks/edit/Plan.h>
 #include <clipworks/media/asset/InputLimits.h>
@@ -19,6 +20,8 @@ struct Options {
   std::filesystem::path outputs = ".";
   /// The one new file's place, in place of a name in `outputs`.
   std::optional<std::filesystem::path> output;
+  /// What is done, where it is a job; `output` is its own then.
+  std::optional<Job> job;
   /// `output` may be there already.
   bool replacesFile = false;
   /// What would be done is told, and not done.

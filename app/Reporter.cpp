@@ -82,12 +82,22 @@ void Reporter::output(const std::filesystem::path& path) {
   if (!json_) writeOut(path.string() + '\n');
 }
 
+void Reporter::receipt(const std::filesystem::path& path, bool isOld) {
+  const std::lock_guard lock(mutex_);
+  receipt_ = path.string();
+  isSkipped_ = isOld;
+}
+
 void Reporter::done() {
   const std::lock_guard lock(mutex_);
   clearBar();
   if (!json_) return;
   nlohmann::ordered_json event{{"event", "done"}, {"outputs", pathsOf(outputs_)}};
   event["confinement"] = {{"landlock", confinement_.landlock}, {"seccomp", confinement_.systemCalls}};
+  if (!receipt_.empty()) {
+    event["receipt"] = receipt_;
+    event["skipped"] = isSkipped_;
+  }
   for (const auto& media : damaged_) {
     event["damagedPictures"].push_back({{"file", media.fileName}, {"pictures", media.pictures}});
   }

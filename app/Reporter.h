@@ -33,6 +33,8 @@ class Reporter {
   void note(std::string_view line);
   /// A file that the command made.
   void output(const std::filesystem::path& path);
+  /// The receipt of a job; `isOld`: the job was done before, and nothing was done now.
+  void receipt(const std::filesystem::path& path, bool isOld);
   /// The work is done; nothing follows.
   void done();
   /// What the event at the end tells of it.
@@ -66,6 +68,8 @@ class Reporter {
 
   mutable std::mutex mutex_;
   Confinement confinement_;  // guarded by mutex_
+  std::string receipt_;      // guarded by mutex_
+  bool isSkipped_ = false;   // guarded by mutex_
   struct FailedInput {
     std::filesystem::path path;
     std::string sentence;

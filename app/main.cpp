@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,7 +26,12 @@ namespace {
 /// What became of the commands, once this process is confined.
 Outcome outcomeOf(const std::vector<Command*>& commands, const Options& options, Reporter& reporter) {
   // Before there is a thread, and before a byte of an input is read.
-  const Needs needs = needsOf(commands);
+  Needs needs = needsOf(commands);
+  std::optional<Receipt> receipt;
+  if (options.job && !options.planOnly) {
+    receipt.emplace(*options.job, needs.inputs);
+    needs.inputs.insert(needs.inputs.end(), receipt->olderOutputs().begin(), receipt->olderOutputs().end());
+  }
   const auto confined = confine(needs, options);
   if (!confined) return failure(confined.error());
   reporter.confined(confined->confinement);
@@ -34,7 +40,8 @@ Outcome outcomeOf(const std::vector<Command*>& commands, const Options& options,
     reporter.warning(confined->confinement.lacks() + "; what a clip does to this program is not confined");
 
   Interruption interruption(options.limits.seconds, [&reporter](const Failure& failure) { reporter.failed(failure); });
-  Outcome outcome = runCommands(commands, {options, reporter, interruption, confined->files});
+  Outcome outcome =
+      runCommands(commands, {options, reporter, interruption, confined->files, receipt ? &*receipt : nullptr});
   if (!interruption.isRequested()) return outcome;
   if (!outcome && outcome.error().code == ExitCode::interrupted) outcome = failure(interruption.failure());
   if (outcome) return outcome;

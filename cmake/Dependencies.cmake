@@ -14,6 +14,8 @@ pkg_check_modules(FILTERS REQUIRED libavfilter>=8)
 string(REGEX MATCH "^[0-9]+" CLIPWORKS_LIBAVFILTER_MAJOR ${FILTERS_VERSION})
 # What the program gives up before it reads a clip.
 pkg_check_modules(seccomp REQUIRED IMPORTED_TARGET libseccomp>=2.5)
+# Digests of files.
+pkg_check_modules(digests REQUIRED IMPORTED_TARGET libxxhash>=0.8 nettle>=3.7)
 pkg_check_modules(ZIMG REQUIRED IMPORTED_TARGET zimg>=3.0)
 pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse>=15)
 pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa>=1.2)

@@ -17,6 +17,7 @@
 #include <app/confinement/FileBroker.h>
 #include <app/confinement/Landlock.h>
 #include <app/confinement/SystemCalls.h>
+#include <app/jobs/Receipt.h>
 #include <clipworks/edit/Error.h>
 #include <clipworks/edit/MakeMovie.h>
 
@@ -58,6 +59,7 @@ FilePermissions permissionsOf(const Needs& needs, const Options& options) {
     permissions.directories = {options.output->has_parent_path() ? options.output->parent_path() : fs::path(".")};
     permissions.beginnings = {options.output->stem().native()};
     permissions.endings.push_back(options.output->extension().native());
+    if (options.job) permissions.replacedEnding = Receipt::ending;
   } else if (needs.replacedName) {
     permissions.beginnings = {*needs.replacedName};
   } else {

@@ -160,7 +160,8 @@ class Broker {
     if (found == files_.end()) return refuse(EBADF);
     auto& [path, file] = found->second;
     const bool isKnown = question.existing <= ExistingName::numbered;
-    if (!isKnown || (question.existing == ExistingName::replaced && !permissions_.mayReplace)) return refuse(EPERM);
+    if (!isKnown || (question.existing == ExistingName::replaced && !permissions_.mayReplaceAt(path)))
+      return refuse(EPERM);
     const auto name = file->commit(question.existing);
     if (!name) return refuse(name.error());
     files_.erase(found);
@@ -281,12 +282,17 @@ std::string directoryOf(const fs::path& path) {
 
 bool FilePermissions::allow(const fs::path& path) const {
   const std::string name = path.filename().native();
+  const bool isNamed = std::find(endings.begin(), endings.end(), path.extension().native()) != endings.end() ||
+                       (!replacedEnding.empty() && name.ends_with(replacedEnding));
   return std::any_of(directories.begin(), directories.end(),
                      [&path](const fs::path& directory) { return directoryOf(directory / "") == directoryOf(path); }) &&
          std::any_of(beginnings.begin(), beginnings.end(),
                      [&name](const std::string& beginning) { return name.starts_with(beginning); }) &&
-         std::find(endings.begin(), endings.end(), path.extension().native()) != endings.end() &&
-         name.find('\0') == std::string::npos;
+         isNamed && name.find('\0') == std::string::npos;
+}
+
+bool FilePermissions::mayReplaceAt(const fs::path& path) const {
+  return mayReplace || (!replacedEnding.empty() && path.native().ends_with(replacedEnding));
 }
 
 tl::expected<std::shared_ptr<engine::NewFiles>, int> startFileBroker(FilePermissions permissions) {

@@ -15,9 +15,12 @@ struct FilePermissions {
   std::vector<std::filesystem::path> directories;
   std::vector<std::string> beginnings;  ///< of their names
   std::vector<std::string> endings;     ///< ".mp4"
+  std::string replacedEnding{};         ///< of names that are replaced in any case; empty: none
   bool mayReplace = false;              ///< those that are there
 
   [[nodiscard]] bool allow(const std::filesystem::path& path) const;
+  /// Of what is allowed.
+  [[nodiscard]] bool mayReplaceAt(const std::filesystem::path& path) const;
 };
 
 /// Starts a process that makes new files for this one, which may give up its own rights to then: no directory has to be

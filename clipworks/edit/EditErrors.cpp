@@ -93,6 +93,8 @@ std::string_view name(ErrorCode code) {
       return "noSpace";
     case ErrorCode::noMemory:
       return "noMemory";
+    case ErrorCode::busy:
+      return "busy";
     case ErrorCode::limitReached:
       return "limitReached";
     case ErrorCode::cancelled:

@@ -23,6 +23,7 @@ enum class ErrorCode {
   noSpace,       ///< the disk or the quota is full
   noMemory,      ///< the system, or a limit of the process, allows no more memory or threads
   limitReached,  ///< a file is larger or longer than the host allowed, or the result would be
+  busy,          ///< something else did the same meanwhile; later it may be found done
   cancelled,     ///< the stop token asked for it
   internal,      ///< a fault of this library
 };

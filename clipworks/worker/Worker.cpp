@@ -62,6 +62,7 @@ struct Told {
     if (kind == "error") {
       error = Error{codeNamed(event.value("code", ""), ErrorCode::internal), event.value("message", "")};
     } else if (kind == "done") {
+      report.wasDone = event.value("skipped", false);
       for (const auto& path : event.at("outputs")) report.paths.emplace_back(path.get<std::string>());
       const json confinement = event.value("confinement", json::object());
       report.landlock = confinement.value("landlock", 0);
@@ -212,6 +213,7 @@ Result<WorkerReport, Error> Worker::run(const std::vector<std::string>& argument
       if (thrown) std::rethrow_exception(thrown);
       return told.end(event);
     }
+    if (!event.contains("event")) told.report.text += *line + '\n';
     told.take(event);
     if (!onProgress || thrown || event.value("event", "") != "progress") continue;
     try {

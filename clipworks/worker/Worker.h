@@ -32,6 +32,9 @@ struct WorkerReport {
   std::vector<std::filesystem::path> paths;  ///< of the new files
   int landlock = 0;                          ///< version of Landlock that held; 0: none
   bool systemCalls = false;                  ///< calls to the kernel were filtered
+  /// What the command told that makes no file, such as "info" or one with "--plan"; line by line.
+  std::string text;
+  bool wasDone = false;  ///< of a job: it was done before, and nothing was done now
 };
 
 /// Does jobs in another process, for hosts that cannot confine themselves and take files from strangers: each job in a

@@ -49,7 +49,7 @@ class Error(RuntimeError):
     """Something could not be done; the text is one sentence that says what and why.
 
     code: what kind of failure it was: "notReadable", "notAMovie", "unsupported", "damaged", "noPictures", "noSound",
-        "tooLarge", "noEncoder", "notWritable", "noSpace", "noMemory", "limitReached", "cancelled" or "internal".
+        "tooLarge", "noEncoder", "notWritable", "noSpace", "noMemory", "limitReached", "busy", "cancelled" or "internal".
     """
 
     def __init__(self, sentence: str, code: str = "internal") -> None:
