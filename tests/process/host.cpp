@@ -153,7 +153,7 @@ int main(int argc, char** argv) {
     if (mode == "exit") std::exit(0);
     return 0;
   }
-  pump(std::chrono::seconds(60), isOver);
+  pump(std::chrono::minutes(4), isOver);
   if (!isOver()) return 3;
   pump(std::chrono::milliseconds(30), [] { return false; });
   std::puts(successes > 0 ? "success" : failures > 0 ? "failure" : "silence");
