@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 #include <app/Limits.h>
 #include <clipworks/edit/MakeMovie.h>
@@ -79,7 +80,9 @@ class EditRun {
     return failure(failureOf(edit.error(), options_.limits));
   }
 
-  [[nodiscard]] PlanOptions planOptions() const { return {options_.codec, !options_.stripMetadata, !options_.clean}; }
+  [[nodiscard]] PlanOptions planOptions() const {
+    return {options_.codec, !options_.stripMetadata, !options_.clean, options_.threads};
+  }
 
   Outcome tellDone(const std::vector<fs::path>& outputs) {
     for (const auto& path : outputs) reporter_.output(path);
@@ -96,10 +99,19 @@ class EditRun {
       if (!item.edit) return failure(item.edit.error());
       const auto pictures = steps_.back()->pictures(*item.edit);
       if (!pictures) return failure(failureOf(pictures.error(), options_.limits));
-      if (*pictures) return wrongUse("pictures have no plan; --plan goes with commands that make movies");
       const auto planned = plan(*item.edit, planOptions());
       if (!planned) return failure(failureOf(planned.error(), options_.limits));
-      if (options_.json) {
+      if (*pictures) {
+        const auto& wanted = **pictures;
+        const auto count = wanted.columns > 0
+                               ? static_cast<std::size_t>(wanted.columns) * static_cast<std::size_t>(wanted.rows)
+                               : wanted.times.size();
+        const std::int64_t memory = planned->memoryForPictures(count);
+        objects.push_back(nlohmann::ordered_json{{"stills", count}, {"memory", memory}}.dump());
+        if (!options_.json)
+          reporter_.text(
+              fmt::format("{} pictures, at most {} of memory\n", count, shownSize(static_cast<double>(memory))));
+      } else if (options_.json) {
         objects.push_back(planned->json());
       } else {
         reporter_.text(planned->text());

@@ -82,6 +82,11 @@ void Reporter::output(const std::filesystem::path& path) {
   if (!json_) writeOut(path.string() + '\n');
 }
 
+void Reporter::event(const nlohmann::ordered_json& event) {
+  const std::lock_guard lock(mutex_);
+  if (json_) writeOut(jsonLine(event));
+}
+
 void Reporter::receipt(const std::filesystem::path& path, bool isOld) {
   const std::lock_guard lock(mutex_);
   receipt_ = path.string();

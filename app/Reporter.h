@@ -33,6 +33,8 @@ class Reporter {
   void note(std::string_view line);
   /// A file that the command made.
   void output(const std::filesystem::path& path);
+  /// One more line of JSON for programs.
+  void event(const nlohmann::ordered_json& event);
   /// The receipt of a job; `isOld`: the job was done before, and nothing was done now.
   void receipt(const std::filesystem::path& path, bool isOld);
   /// The work is done; nothing follows.

@@ -214,29 +214,39 @@ constexpr std::int64_t encoderPicturesPerProcessor = 10;
 constexpr std::int64_t decodedPictures = 16;
 constexpr std::int64_t otherMemory = 128LL << 20;
 
-std::int64_t memoryOf(const engine::ExportJob& job) {
-  std::int64_t memory = otherMemory;
-  if (!job.pictures || job.pictures->copiesAll()) return memory;
-  const auto bytesOfPicture = [](int width, int height, int bitDepth) {
-    return static_cast<std::int64_t>(width) * height * 3 / 2 * (bitDepth > 8 ? 2 : 1);
-  };
-  const auto& encoder = job.pictures->encoder;
-  const std::int64_t processors = engine::usableProcessors();
-  memory += (encoderPictures + processors * encoderPicturesPerProcessor) *
-            bytesOfPicture(encoder.width, encoder.height, encoder.bitDepth);
-  std::int64_t largest = 0;
-  bool isBackwards = false;
-  for (const auto& run : job.pictures->runs) {
+std::int64_t bytesOfPicture(int width, int height, int bitDepth) {
+  return static_cast<std::int64_t>(width) * height * 3 / 2 * (bitDepth > 8 ? 2 : 1);
+}
+
+/// What is read of the files.
+struct Sources {
+  std::int64_t largest = 0;  // bytes of a decoded picture
+  bool isBackwards = false;  // somewhere
+};
+
+Sources sourcesOf(const engine::PictureJob& pictures) {
+  Sources sources;
+  for (const auto& run : pictures.runs) {
     const auto& file = run.file != nullptr || run.layers.empty() ? run.file : run.layers.front().file;
     if (file == nullptr) continue;
     const auto& facts = file->stream(run.file != nullptr ? run.stream : run.layers.front().stream);
-    largest = std::max(largest, bytesOfPicture(facts.codedWidth, facts.codedHeight, facts.bitDepth));
+    sources.largest = std::max(sources.largest, bytesOfPicture(facts.codedWidth, facts.codedHeight, facts.bitDepth));
     const auto first = run.layers.empty() ? run.pictures.front().picture : run.layers.front().pictures.front();
     const auto last = run.layers.empty() ? run.pictures.back().picture : run.layers.front().pictures.back();
-    isBackwards = isBackwards || last < first;
+    sources.isBackwards = sources.isBackwards || last < first;
   }
-  memory += decodedPictures * largest;
-  if (isBackwards) memory += static_cast<std::int64_t>(engine::CachedPictureReader::usualCacheLimit);
+  return sources;
+}
+
+std::int64_t memoryOf(const engine::ExportJob& job, int threads) {
+  if (!job.pictures || job.pictures->copiesAll()) return otherMemory;
+  const auto& encoder = job.pictures->encoder;
+  const std::int64_t processors = threads > 0 ? threads : engine::usableProcessors();
+  const std::int64_t encoded = bytesOfPicture(encoder.width, encoder.height, encoder.bitDepth);
+  const Sources sources = sourcesOf(*job.pictures);
+  std::int64_t memory = otherMemory + (encoderPictures + processors * encoderPicturesPerProcessor) * encoded;
+  memory += decodedPictures * sources.largest;
+  if (sources.isBackwards) memory += static_cast<std::int64_t>(engine::CachedPictureReader::usualCacheLimit);
   return memory;
 }
 
@@ -286,11 +296,17 @@ Result<Plan, Error> planOf(const EditState& state, const PlanOptions& options) {
   std::move(data.leftOut.begin(), data.leftOut.end(), std::back_inserter(plan.leftOut));
   plan.job = std::make_shared<const engine::ExportJob>(std::move(planned->job));
   plan.bytes = bytesOf(plan);
-  plan.memory = memoryOf(*plan.job);
+  plan.memory = memoryOf(*plan.job, options.threads);
   return plan;
 }
 
 }  // namespace
+
+std::int64_t Plan::memoryForPictures(std::size_t count) const {
+  if (!job->pictures) return otherMemory;
+  const auto cache = count > 1 ? static_cast<std::int64_t>(engine::CachedPictureReader::usualCacheLimit) : 0;
+  return otherMemory + decodedPictures * sourcesOf(*job->pictures).largest + cache;
+}
 
 Result<Plan, Error> plan(const Edit& edit, const PlanOptions& options) {
   try {

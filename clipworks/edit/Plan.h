@@ -35,6 +35,9 @@ struct PlanOptions {
   /// Whether pictures that are not shown may stay in the file, hidden, where a part of a clip begins inside a group of
   /// pictures; else those that are shown of that group are encoded.
   bool hidesPictures = true;
+  /// Threads that each encoder and decoder will have at most, by which its memory is reckoned; 0 is as many as suit the
+  /// processors.
+  int threads = 0;
 };
 
 /// A part of a planned track.
@@ -96,8 +99,10 @@ struct CLIPWORKS_API Plan {
   /// quality, which nobody knows beforehand.
   std::optional<std::int64_t> bytes;
   /// Bytes of memory that the work will hardly pass: an estimate from above, by the sizes of pictures and the number of
-  /// processors.
+  /// threads.
   std::int64_t memory = 0;
+  /// The same where no movie is made, but so many pictures are taken of the edit.
+  [[nodiscard]] std::int64_t memoryForPictures(std::size_t count) const;
   /// The same as text for people, some lines.
   [[nodiscard]] std::string text() const;
   /// The same as one line of JSON.

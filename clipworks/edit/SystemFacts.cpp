@@ -2,6 +2,8 @@
 
 #include <clipworks/engine/FFmpeg.h>
 #include <clipworks/engine/LibraryVersions.h>
+#include <clipworks/engine/Memory.h>
+#include <clipworks/engine/Processors.h>
 #include <clipworks/engine/capture/SoundCapture.h>
 #include <clipworks/media/export/EncoderAvailability.h>
 
@@ -19,5 +21,9 @@ SystemFacts systemFacts() {
   if (!sound) facts.soundError = sound.error().sentence;
   return facts;
 }
+
+int usableProcessors() { return engine::usableProcessors(); }
+
+std::int64_t usableMemory() { return engine::usableMemory(); }
 
 }  // namespace clipworks

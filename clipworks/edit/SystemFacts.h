@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -28,5 +29,13 @@ struct SystemFacts {
 /// Looks; opens the encoders of pictures once, and the microphone without listening. Takes some tenths of a second. Any
 /// thread.
 [[nodiscard]] CLIPWORKS_API SystemFacts systemFacts();
+
+/// How many processors this process may use at once, 1 at least: those of its affinity, and no more than the quota of
+/// its control groups (cgroups) comes to, rounded up. Any thread.
+[[nodiscard]] CLIPWORKS_API int usableProcessors();
+
+/// How many bytes of memory this process and its children may take now: what the system has available, and no more than
+/// its control groups leave; 0 where nothing tells. Any thread.
+[[nodiscard]] CLIPWORKS_API std::int64_t usableMemory();
 
 }  // namespace clipworks

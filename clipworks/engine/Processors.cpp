@@ -9,21 +9,15 @@
 #include <cstdlib>
 #include <exception>
 #include <fstream>
-#include <sstream>
 #include <string>
-#include <string_view>
 #include <vector>
+
+#include <clipworks/engine/ControlGroups.h>
 
 namespace clipworks::engine {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// Where controllers are mounted, and the group of this process there.
-struct Group {
-  fs::path mount;
-  fs::path path;
-};
 
 /// Quota and period in microseconds, as text; "max" and -1 are no quota.
 std::optional<double> ratio(const std::string& quota, const std::string& period) {
@@ -32,39 +26,11 @@ std::optional<double> ratio(const std::string& quota, const std::string& period)
   return number(quota) / number(period);
 }
 
-std::string wordIn(const fs::path& file) {
-  std::string word;
-  std::ifstream(file) >> word;
-  return word;
-}
-
 std::optional<double> quotaOf(const fs::path& group) {
   std::string quota;
   std::string period;
   if (std::ifstream(group / "cpu.max") >> quota >> period) return ratio(quota, period);
-  return ratio(wordIn(group / "cpu.cfs_quota_us"), wordIn(group / "cpu.cfs_period_us"));
-}
-
-/// Lines of /proc/self/cgroup are "number:controllers:path"; version 2 names no controllers.
-std::vector<Group> groupsOf(const fs::path& root) {
-  std::vector<Group> groups;
-  const fs::path mounts = root / "sys/fs/cgroup";
-  std::ifstream lines(root / "proc/self/cgroup");
-  for (std::string line; std::getline(lines, line);) {
-    const auto first = line.find(':');
-    const auto second = first == std::string::npos ? first : line.find(':', first + 1);
-    if (second == std::string::npos) continue;
-    const std::string controllers = line.substr(first + 1, second - first - 1);
-    const fs::path path = fs::path(line.substr(second + 1)).lexically_normal().relative_path();
-    if (controllers.empty()) {
-      groups.push_back({mounts, path});
-      groups.push_back({mounts / "unified", path});
-    } else if (("," + controllers + ",").find(",cpu,") != std::string::npos) {
-      groups.push_back({mounts / controllers, path});
-      groups.push_back({mounts / "cpu", path});
-    }
-  }
-  return groups;
+  return ratio(firstWordIn(group / "cpu.cfs_quota_us"), firstWordIn(group / "cpu.cfs_period_us"));
 }
 
 int affinity() {
@@ -90,18 +56,7 @@ int count() noexcept {
 
 }  // namespace
 
-std::optional<double> processorQuota(const fs::path& root) {
-  std::optional<double> least;
-  for (const auto& group : groupsOf(root)) {
-    // In a container the path may be that of the host, which is not there; what is there stands further up.
-    for (fs::path path = group.path;; path = path.parent_path()) {
-      const auto quota = quotaOf(group.mount / path);
-      if (quota && (!least || *quota < *least)) least = quota;
-      if (path.empty()) break;
-    }
-  }
-  return least;
-}
+std::optional<double> processorQuota(const fs::path& root) { return leastOfControlGroups(root, "cpu", quotaOf); }
 
 int usableProcessors() {
   static const int processors = count();
