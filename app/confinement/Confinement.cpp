@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <fstream>
@@ -35,6 +36,19 @@ fs::path ownLibraries() {
   return library.filename().native().find(".so") != std::string::npos ? library.parent_path() : fs::path();
 }
 
+#ifdef __SANITIZE_ADDRESS__
+/// The file that LSAN_OPTIONS names, which is read once there are leaks; empty for none.
+fs::path leakSuppressions() {
+  const char* variable = std::getenv("LSAN_OPTIONS");
+  const std::string_view options = variable != nullptr ? variable : "";
+  const std::string_view key = "suppressions=";
+  const std::size_t found = options.find(key);
+  if (found == std::string_view::npos) return {};
+  const std::size_t begin = found + key.size();
+  return options.substr(begin, options.find(':', begin) - begin);
+}
+#endif
+
 /// What the libraries open late: others that they load, and what the system says of its processors and its clock.
 std::vector<fs::path> systemPlaces() {
   return {ownLibraries(), "/usr/lib", "/lib", "/lib64", "/usr/local/lib", "/etc/ld.so.cache",
@@ -44,7 +58,7 @@ std::vector<fs::path> systemPlaces() {
           // What the C library takes numbers from, and puts nothing into.
           "/dev/urandom",
 #ifdef __SANITIZE_ADDRESS__
-          "/proc/self",  // the leak checker looks for the process's threads
+          "/proc/self", leakSuppressions(),  // the leak checker looks for the process's threads
 #endif
           "/dev/null"};
 }
