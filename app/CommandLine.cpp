@@ -251,12 +251,13 @@ Result<std::vector<Command*>, Failure> CommandLine::parse(const std::vector<Word
     const auto command = parse(isFirst && origin == Origin::commandLine ? first_ : addPart(origin, !isFirst), part);
     if (!command) return failure(command.error());
     if (*command == nullptr) return std::vector<Command*>{};
+    const auto* before = isFirst ? nullptr : dynamic_cast<StepCommand*>(commands.back());
+    if (!isFirst && (before == nullptr || before->isLast()))
+      return wrongUse("nothing can follow \"" + commands.back()->name() + "\"");
     commands.push_back(*command);
     const bool isStep = dynamic_cast<StepCommand*>(*command) != nullptr;
-    if (!isStep && commands.size() > 1) return wrongUse("\"" + (*command)->name() + "\" cannot stand behind \"then\"");
+    if (!isStep && !isFirst) return wrongUse("\"" + (*command)->name() + "\" cannot stand behind \"then\"");
   }
-  if (commands.size() > 1 && dynamic_cast<StepCommand*>(commands.front()) == nullptr)
-    return wrongUse("nothing can follow \"" + commands.front()->name() + "\"");
   return commands;
 }
 

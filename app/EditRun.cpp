@@ -127,9 +127,11 @@ class EditRun {
       if (const Outcome found = checkDirectory(*options_.temp, "temp"); !found) return found;
     }
     std::error_code unknown;
-    if (options_.output && !options_.replacesFile && fs::exists(*options_.output, unknown))
-      return wrongUse(options_.output->string() + " is there already; --force replaces it");
-    return {};
+    if (!options_.output || options_.replacesFile || !fs::exists(*options_.output, unknown)) return {};
+    if (receipt_ != nullptr && receipt_->mayComeSoon())
+      return failure(Failure{ExitCode::tryAgain, options_.output->string() + " was made by another run just now",
+                             ErrorCode::busy});
+    return wrongUse(options_.output->string() + " is there already; --force replaces it");
   }
 
   /// Where the movie of `item` goes.

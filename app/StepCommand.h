@@ -49,6 +49,8 @@ class StepCommand : public Command {
     int rows = 0;
   };
   [[nodiscard]] virtual Result<std::optional<Pictures>, Error> pictures(const Edit&) const { return std::nullopt; }
+  /// Whether no other step can follow.
+  [[nodiscard]] virtual bool isLast() const { return false; }
   /// Whether people want to know how much smaller the file has become.
   [[nodiscard]] virtual bool tellsSizes() const { return false; }
 

@@ -28,7 +28,7 @@ Outcome outcomeOf(const std::vector<Command*>& commands, const Options& options,
   // Before there is a thread, and before a byte of an input is read.
   Needs needs = needsOf(commands);
   std::optional<Receipt> receipt;
-  if (options.job && !options.planOnly) {
+  if (options.job) {
     receipt.emplace(*options.job, needs.inputs);
     needs.inputs.insert(needs.inputs.end(), receipt->olderOutputs().begin(), receipt->olderOutputs().end());
   }

@@ -128,6 +128,7 @@ Result<WorkerReport, Failure> Batch::attempt(Worker& worker, const ListedJob& jo
   all.emplace_back("--plan");
   const auto planned = worker.run(all, {}, stop_);
   if (!planned) return failure(failureOf(planned.error(), {}));
+  if (planned->wasDone) return *planned;
   const std::int64_t memory = memoryIn(planned->text);
   if (!memory_.take(memory, stop_)) {
     if (stop_.stop_requested()) return failure(Failure{ExitCode::interrupted, "interrupted", ErrorCode::cancelled});

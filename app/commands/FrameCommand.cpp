@@ -84,6 +84,7 @@ class FrameCommand final : public StepCommand {
 
   std::optional<std::string> givenName() const override { return name_; }
   std::string extension() const override { return "." + format_; }
+  bool isLast() const override { return true; }
 
  protected:
   void addOptions(CLI::App& parser) override {

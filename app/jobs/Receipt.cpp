@@ -179,6 +179,12 @@ Receipt::Receipt(const Job& job, std::vector<fs::path> inputs)
 
 Receipt::~Receipt() = default;
 
+bool Receipt::mayComeSoon() const {
+  constexpr std::time_t soon = 5;  // seconds
+  struct stat status {};
+  return ::stat(job_.output.c_str(), &status) == 0 && std::time(nullptr) - status.st_ctim.tv_sec <= soon;
+}
+
 bool Receipt::matches(const json& told, const std::optional<Digest>& found) const {
   if (!found || !told.is_object()) return false;
   const bool isSame = told.value("bytes", std::int64_t(-1)) == found->bytes && told.value("xxh3", "") == found->xxh3;

@@ -45,6 +45,9 @@ class Receipt {
   /// Whether the output's name was free in the beginning.
   [[nodiscard]] bool wasFree() const { return wasFree_; }
 
+  /// Whether the output came there so little ago that its receipt may be under way.
+  [[nodiscard]] bool mayComeSoon() const;
+
   /// The job's outputs, where the older receipt is of the same job over the same bytes, and they are as they were made;
   /// none where the job is to be done. Reads all of them, and the inputs. Once, before the work.
   [[nodiscard]] std::vector<std::filesystem::path> doneBefore(const std::stop_token& stop);

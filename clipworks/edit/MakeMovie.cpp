@@ -38,8 +38,8 @@ engine::MovieContainer containerOf(const std::filesystem::path& path, const Edit
 /// Fails for a name that promises another kind of file.
 Result<void, Error> checkEnding(const std::filesystem::path& path) {
   const std::string ending = endingOf(path);
-  for (const char* other :
-       {".webm", ".mkv", ".avi", ".mpg", ".mpeg", ".ts", ".mts", ".flv", ".wmv", ".gif", ".mp3", ".wav"}) {
+  for (const char* other : {".webm", ".mkv", ".avi", ".mpg", ".mpeg", ".ts", ".mts", ".flv", ".wmv", ".gif", ".mp3",
+                            ".wav", ".jpg", ".jpeg", ".png", ".heic"}) {
     if (ending == other)
       return failed(ErrorCode::badArgument, "movies are written as .mp4, .mov or .m4a, not as " + ending);
   }
@@ -72,8 +72,8 @@ class ProgressTeller {
 class SizeTrial {
  public:
   /// `beside`: bytes that are not the pictures'.
-  SizeTrial(std::int64_t most, std::int64_t beside)
-      : most_(static_cast<double>(most)), beside_(static_cast<double>(beside)) {}
+  SizeTrial(std::int64_t most, std::int64_t beside, double seconds)
+      : most_(static_cast<double>(most)), beside_(static_cast<double>(beside)), seconds_(seconds) {}
 
   /// Whether a file will do. The first may be made again where it is too large, or smaller than it need be.
   bool accepts(std::int64_t bytes) {
@@ -87,21 +87,28 @@ class SizeTrial {
   [[nodiscard]] bool hasFailed() const { return isRefused_ && tries_ == 2; }
   [[nodiscard]] std::int64_t bytes() const { return bytes_; }
 
-  /// The bits a second for the pictures by which the next file comes out right.
+  /// The bits a second for the pictures by which the next file comes out right: as many bits more or less as the file
+  /// lacked or had too many, and no more than in proportion. An encoder keeps to a rate the worse the shorter the
+  /// movie.
   [[nodiscard]] std::int64_t nextRate(std::int64_t rate) const {
+    const double aim = most_ * (seconds_ < shortSeconds ? aimOfShort : aimOfLong);
     const double pictures = std::max(static_cast<double>(bytes_) - beside_, 1.0);
-    const double change = std::clamp((most_ * aim - beside_) / pictures, 0.5, 2.0);
-    return std::max(static_cast<std::int64_t>(static_cast<double>(rate) * change), engine::leastBitRate);
+    const double inProportion = static_cast<double>(rate) * std::clamp((aim - beside_) / pictures, 0.5, 2.0);
+    const double byBits = static_cast<double>(rate) + (aim - static_cast<double>(bytes_)) * 8 / seconds_;
+    return std::max(static_cast<std::int64_t>(std::min(inProportion, byBits)), engine::leastBitRate);
   }
 
  private:
   static constexpr double closeEnough = 0.97;
-  static constexpr double aim = 0.986;
+  static constexpr double shortSeconds = 10;
+  static constexpr double aimOfShort = 0.95;
+  static constexpr double aimOfLong = 0.986;
   // Pictures that take that little of what they may have are as good as they get.
   static constexpr double noMoreToSpend = 0.5;
 
   double most_;
   double beside_;
+  double seconds_;
   std::int64_t bytes_ = 0;
   int tries_ = 0;
   bool isRefused_ = false;
@@ -160,7 +167,8 @@ Result<MovieReport, Error> make(const Edit& edit, const std::filesystem::path& p
       }
     });
   };
-  SizeTrial trial(mostBytes, mostBytes > 0 ? SizeBudget::of(mostBytes, measureOf(edit.state())).beside : 0);
+  SizeTrial trial(mostBytes, mostBytes > 0 ? SizeBudget::of(mostBytes, measureOf(edit.state())).beside : 0,
+                  planned->length.seconds());
   if (mayTryTwice) job.accepts = [&trial](std::int64_t bytes) { return trial.accepts(bytes); };
   auto report = runOnce(job, 0, mayTryTwice ? 0.5 : 1);
   if (!report && trial.wantsAnother()) {

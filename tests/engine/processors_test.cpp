@@ -1,9 +1,27 @@
+#include <clipworks/engine/Memory.h>
 #include <clipworks/engine/Processors.h>
 
 #include <tests/engine/EngineTesting.h>
 
 namespace clipworks::engine {
 namespace {
+
+/// What a kernel says of a process's control groups.
+class SystemFiles {
+ public:
+  SystemFiles(const std::string& groups, const std::vector<std::pair<std::string, std::string>>& files) {
+    write("proc/self/cgroup", groups);
+    for (const auto& [name, text] : files) write("sys/fs/cgroup/" + name, text);
+  }
+  void write(const std::string& name, const std::string& text) const {
+    std::filesystem::create_directories(root_.file(name).parent_path());
+    writeTo(root_.file(name), text);
+  }
+  [[nodiscard]] std::filesystem::path root() const { return root_.path(); }
+
+ private:
+  test::TemporaryDirectory root_;
+};
 
 TEST(ProcessorQuota, IsTheLeastAlongThePathOfTheControlGroup) {
   using Files = std::vector<std::pair<std::string, std::string>>;
@@ -21,14 +39,28 @@ TEST(ProcessorQuota, IsTheLeastAlongThePathOfTheControlGroup) {
   };
   for (const auto& [groups, files, quota] : cases) {
     SCOPED_TRACE(groups);
-    const test::TemporaryDirectory root;
-    const auto write = [&](const std::string& name, const std::string& text) {
-      std::filesystem::create_directories(root.file(name).parent_path());
-      writeTo(root.file(name), text);
-    };
-    write("proc/self/cgroup", groups);
-    for (const auto& [name, text] : files) write("sys/fs/cgroup/" + name, text);
-    EXPECT_EQ(processorQuota(root.path()), quota);
+    const SystemFiles system(groups, files);
+    EXPECT_EQ(processorQuota(system.root()), quota);
+  }
+}
+
+TEST(UsableMemory, IsTheLeastOfTheSystemAndTheControlGroups) {
+  using Files = std::vector<std::pair<std::string, std::string>>;
+  const std::string v1 = "memory/";
+  const std::tuple<std::string, Files, std::int64_t> cases[] = {
+      {"0::/", {}, 2'048'000},
+      {"0::/a", {{"a/memory.max", "max"}, {"a/memory.current", "500"}}, 2'048'000},
+      {"0::/a/b",
+       {{"a/memory.max", "1000000"}, {"a/memory.current", "600000"}, {"a/memory.stat", "anon 1\ninactive_file 100000"}},
+       500'000},
+      {"0::/a", {{"a/memory.max", "1000"}, {"a/memory.current", "2000"}}, 0},
+      {"3:memory:/a", {{v1 + "a/memory.limit_in_bytes", "3000"}, {v1 + "a/memory.usage_in_bytes", "1000"}}, 2'000},
+  };
+  for (const auto& [groups, files, bytes] : cases) {
+    SCOPED_TRACE(groups);
+    const SystemFiles system(groups, files);
+    system.write("proc/meminfo", "MemTotal: 4000 kB\nMemAvailable:    2000 kB\n");
+    EXPECT_EQ(usableMemory(system.root()), bytes);
   }
 }
 
