@@ -24,7 +24,7 @@ fail() {
 expect() {
   local wanted=$1 name=$2 file facts
   # Some operations print lines of their own before.
-  file=$(timeout 60 "$programs/clipworks_example_$name" "${@:3}" 2>log | tail -1) || fail "$name failed: $(cat log)"
+  file=$(timeout 300 "$programs/clipworks_example_$name" "${@:3}" 2>log | tail -1) || fail "$name failed: $(cat log)"
   [[ $(realpath "$(dirname "$file")") == "$(realpath .)" ]] || fail "$name made $file, which is not in the current directory"
   facts=$(ffprobe -v error -count_packets -select_streams v -show_entries stream=width,height,nb_read_packets -of csv=p=0 "$file")
   [[ $facts == "$wanted" ]] || fail "$name made $file with $facts instead of $wanted"
