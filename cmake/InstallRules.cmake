@@ -72,8 +72,9 @@ if(TARGET clipworks_python)
     set_target_properties(clipworks_python PROPERTIES INSTALL_RPATH $ORIGIN/${CLIPWORKS_PYTHON_TO_LIBRARY})
   endif()
   install(TARGETS clipworks_python LIBRARY DESTINATION ${CLIPWORKS_INSTALL_PYTHONDIR}/clipworks COMPONENT Python)
-  install(FILES python/clipworks/__init__.py python/clipworks/py.typed
-          DESTINATION ${CLIPWORKS_INSTALL_PYTHONDIR}/clipworks COMPONENT Python)
+  install(DIRECTORY python/clipworks/
+          DESTINATION ${CLIPWORKS_INSTALL_PYTHONDIR}/clipworks COMPONENT Python
+          FILES_MATCHING PATTERN "*.py" PATTERN py.typed PATTERN __pycache__ EXCLUDE)
 endif()
 
 # Debian's packages have their own folders for these.

@@ -49,7 +49,8 @@ class Error(RuntimeError):
     """Something could not be done; the text is one sentence that says what and why.
 
     code: what kind of failure it was: "notReadable", "notAMovie", "unsupported", "damaged", "noPictures", "noSound",
-        "tooLarge", "noEncoder", "notWritable", "noSpace", "noMemory", "limitReached", "busy", "cancelled" or "internal".
+        "tooLarge", "noEncoder", "notWritable", "noSpace", "noMemory", "limitReached", "busy", "cancelled", "internal", or one
+        that `clipworks.batch` tells of.
     """
 
     def __init__(self, sentence: str, code: str = "internal") -> None:

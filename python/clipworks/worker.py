@@ -5,14 +5,29 @@ import os
 import signal
 import subprocess
 import threading
+from dataclasses import dataclass
 from pathlib import Path
-from typing import Any, Sequence
+from typing import Any, Mapping, Sequence
 
 from . import AnyPath, Clip, Codec, Error, OnProgress, _raise
 
-__all__ = ["Worker"]
+__all__ = ["JobReport", "Worker"]
 
 _EXIT_CODES = {2: "badArgument", 3: "limitReached", 4: "noMemory", 130: "cancelled"}
+
+
+@dataclass(frozen=True)
+class JobReport:
+    """What became of a job.
+
+    paths: of the new files.
+    receipt: where it tells what was read and made; left last.
+    skipped: whether output and receipt were there already, and nothing was done.
+    """
+
+    paths: tuple[Path, ...]
+    receipt: Path
+    skipped: bool
 
 
 class Worker:
@@ -26,7 +41,7 @@ class Worker:
     program: the program "clipworks".
     confinement: "auto" confines as far as the system allows, "require" fails where that is not all.
     memory, max_output: the most bytes of a job's memory and of a new file; timeout: the most seconds of a job. What passes
-        them is an `Error` with the code "limitReached".
+        them is an `Error` with the code "limitReached". One with the code "workerLost" tells that the process itself ended.
     """
 
     def __init__(
@@ -46,7 +61,9 @@ class Worker:
             if value is not None:
                 self._options += [option, str(value)]
         self._lock = threading.Lock()
+        self._writing = threading.Lock()
         self._process: subprocess.Popen[str] | None = None
+        self._owner = 0  # the process that started it; copies of that one keep off
         self._jobs = 0
 
     def run(self, arguments: Sequence[AnyPath], *, progress: OnProgress | None = None) -> list[Path]:
@@ -54,17 +71,29 @@ class Worker:
 
         worker.run(["loop", "clip.mp4", "--count", "3", "-o", "three.mp4"])
         """
-        with self._lock:
-            self._jobs += 1
-            number = self._jobs
-            words = [*self._options, *(os.fspath(word) for word in arguments)]
-            self._send({"job": number, "arguments": words, "directory": os.getcwd()})
-            try:
-                told = self._await(number, progress)
-            except BaseException:
-                self._cancel(number)
-                raise
-        return self._result(*told)
+        return _paths(self._do(arguments, progress))
+
+    def job(
+        self,
+        job: Mapping[str, Any],
+        *,
+        force: bool = False,
+        sha256: bool = False,
+        threads: int | None = None,
+        progress: OnProgress | None = None,
+    ) -> JobReport:
+        """Does a job, as `clipworks run` does: what is done already, and has a receipt that fits, is not done again.
+
+        worker.job({"in": "a.mp4", "steps": [{"step": "trim", "from": 1, "to": 2.5}], "out": "b.mp4"})
+
+        `force` replaces an output that has no such receipt; `sha256` has the receipt tell SHA-256 too; `threads` is how
+        many each encoder and decoder may have, which the output depends on.
+        """
+        words = ["run", json.dumps(job, default=os.fspath), *["--force"] * force, *["--sha256"] * sha256]
+        if threads is not None:
+            words += ["--threads", str(threads)]
+        done = self._do(words, progress)
+        return JobReport(tuple(_paths(done)), Path(done["receipt"]), done["skipped"])
 
     def save(
         self,
@@ -89,6 +118,13 @@ class Worker:
             words.append("--verify" if verify else "--no-verify")
         return self.run(words, progress=progress)[0]
 
+    def cancel(self) -> None:
+        """Ends the job that runs in another thread, where it is an `Error` with the code "cancelled"."""
+        try:
+            self._write({"cancel": self._jobs})
+        except (OSError, ValueError, AttributeError):  # There is none.
+            pass
+
     def close(self) -> None:
         """Ends the process."""
         with self._lock:
@@ -103,11 +139,26 @@ class Worker:
     def __del__(self) -> None:
         self._end()
 
+    def _do(self, arguments: Sequence[AnyPath], progress: OnProgress | None) -> dict[str, Any]:
+        """The event that tells of the success."""
+        with self._lock:
+            self._jobs += 1
+            number = self._jobs
+            words = [*self._options, *(os.fspath(word) for word in arguments)]
+            self._send({"job": number, "arguments": words, "directory": os.getcwd()})
+            try:
+                told = self._await(number, progress)
+            except BaseException:
+                self._cancel(number)
+                raise
+        return self._result(*told)
+
     def _send(self, message: dict[str, Any]) -> None:
-        line = json.dumps(message) + "\n"
+        if self._process is not None and self._owner != os.getpid():
+            self._end()
         if self._process is not None:
             try:
-                self._write(line)
+                self._write(message)
                 return
             except OSError:
                 self._end()
@@ -120,15 +171,17 @@ class Worker:
             encoding="utf-8",
             errors="surrogateescape",
         )
-        self._write(line)
+        self._owner = os.getpid()
+        self._write(message)
 
-    def _write(self, line: str) -> None:
-        self._process.stdin.write(line)
-        self._process.stdin.flush()
+    def _write(self, message: dict[str, Any]) -> None:
+        with self._writing:
+            self._process.stdin.write(json.dumps(message) + "\n")
+            self._process.stdin.flush()
 
-    def _await(self, number: int, progress: OnProgress | None) -> tuple[dict[str, Any], list[Path], tuple[str, str] | None]:
-        """How the job ended, its files, and what it told of a failure."""
-        paths: list[Path] = []
+    def _await(self, number: int, progress: OnProgress | None) -> tuple[dict[str, Any], dict[str, Any], tuple[str, str] | None]:
+        """How the job ended, what it told of its success, and of a failure."""
+        done: dict[str, Any] = {}
         error: tuple[str, str] | None = None
         for line in self._process.stdout:
             event = json.loads(line)
@@ -136,22 +189,22 @@ class Worker:
             if kind == "progress" and progress is not None:
                 progress(event["value"])
             elif kind == "done":
-                paths = [Path(path) for path in event["outputs"]]
+                done = event
             elif kind == "error":
                 error = event["message"], event.get("code", "internal")
             elif kind == "ended" and event["job"] == number:
-                return event, paths, error
+                return event, done, error
         self._end()
-        raise Error("the worker ended in the midst of the job")
+        raise Error("the worker ended in the midst of the job", "workerLost")
 
     @staticmethod
-    def _result(event: dict[str, Any], paths: list[Path], error: tuple[str, str] | None) -> list[Path]:
+    def _result(event: dict[str, Any], done: dict[str, Any], error: tuple[str, str] | None) -> dict[str, Any]:
         if "signal" in event:
             sentence = f"the job was ended by a signal ({signal.strsignal(event['signal'])})"
             killed = event["signal"] == signal.SIGKILL
             raise Error(f"{sentence}; the system does so where memory is short", "noMemory") if killed else Error(sentence)
         if event["code"] == 0:
-            return paths
+            return done
         sentence, code = error or ("the job failed", "internal")
         by_exit = _EXIT_CODES.get(event["code"], code)
         return _raise(sentence, by_exit if code == "internal" or by_exit == "limitReached" else code)
@@ -161,7 +214,7 @@ class Worker:
         if self._process is None:
             return
         try:
-            self._write(json.dumps({"cancel": number}) + "\n")
+            self._write({"cancel": number})
             for line in self._process.stdout:
                 event = json.loads(line)
                 if event["event"] == "ended" and event["job"] == number:
@@ -179,4 +232,10 @@ class Worker:
                 stream.close()
             except OSError:
                 pass
-        process.wait()
+        if self._owner == os.getpid():
+            process.terminate()  # Copies of this process may hold its standard input open.
+            process.wait()
+
+
+def _paths(done: dict[str, Any]) -> list[Path]:
+    return [Path(path) for path in done.get("outputs", [])]
