@@ -27,11 +27,12 @@ from typing import Any, Callable, Iterable, Iterator, Mapping, TypedDict, Unpack
 from . import AnyPath, Error, elsewhere
 from .worker import Worker
 
-__all__ = ["Job", "JobResult", "Settings", "do", "each", "run"]
+__all__ = ["AGAIN", "Job", "JobResult", "Settings", "do", "each", "run"]
 
 Job = Mapping[str, Any]
 
-_AGAIN = {"noMemory", "noSpace", "busy", "workerLost", "transfer"}
+#: The codes of failures after which the same may succeed.
+AGAIN = {"noMemory", "noSpace", "busy", "workerLost", "transfer"}
 _thread = threading.local()
 
 
@@ -158,7 +159,7 @@ def _each(
             if not given.out:
                 return
             number, result = given.take()
-            if result.code in _AGAIN and result.attempts < attempts:
+            if result.code in AGAIN and result.attempts < attempts:
                 given.give(number, result.job, result.attempts + 1)
             else:
                 yield number, result

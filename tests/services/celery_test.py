@@ -1,0 +1,62 @@
+"""Jobs in a Celery queue, whose children are killed and whose worker is started anew."""
+
+import os
+import signal
+import sys
+import unittest
+
+from services import IS_LONG, PROGRAM, ServiceTest, children, free_port, is_listening, is_working, needs, until
+
+needs("celery", "redis-server", "inotifywait", "xxhash")
+
+CELERY = [sys.executable, "-m", "celery", "-A", "celery_tasks", "worker"]
+CELERY += ["--pool", "prefork", "--concurrency", "2", "--without-gossip", "--without-mingle"]
+
+
+class Queue(ServiceTest):
+    def setUp(self):
+        super().setUp()
+        port = free_port()
+        self.start("redis-server", "--bind", "127.0.0.1", "--port", port, "--save", "", "--dir", self.folder)
+        until(lambda: is_listening(port), "redis-server does not start")
+        settings = {"BROKER": f"redis://127.0.0.1:{port}", "CLIPWORKS": PROGRAM, "LONGEST_JOB": "20"}
+        os.environ.update(settings)
+        sys.path.insert(0, os.environ["EXAMPLES"])
+
+    def worker(self):
+        path = f"{os.environ['EXAMPLES']}:{os.environ['PYTHONPATH']}"
+        return self.start(*CELERY, env={**os.environ, "PYTHONPATH": path, "C_FORCE_ROOT": "1"}, cwd=self.folder)
+
+    def test_jobs_are_done_once_whatever_becomes_of_the_workers(self):
+        import celery_tasks
+
+        came = self.watch()
+        jobs = list(self.jobs(100 if IS_LONG else 20))
+        sent = [celery_tasks.edit.delay(job) for job in jobs]
+
+        def await_share(share):
+            until(lambda: sum(one.ready() for one in sent) >= share * len(jobs), f"no {share:.0%} of the jobs end:\n{self.logs()}", 120)
+
+        first = self.worker()
+        await_share(0.2)
+        # One of its children, at work.
+        child = until(lambda: next(filter(is_working, children(first.pid)), None), "no child works")
+        os.kill(child, signal.SIGKILL)
+        await_share(0.4)
+        first.terminate()  # lets it end what it works at
+        first.wait(timeout=60)
+        second = self.worker()
+        if IS_LONG:
+            await_share(0.6)
+            self.kill(second)  # What it held comes again after the visibility timeout.
+            self.worker()
+        await_share(1)
+        ended = [one.get() for one in sent]
+        sent.clear()  # Each has a connection to the server.
+        self.assertEqual([(one["job"]["id"], one["error"]) for one in ended], [(job["id"], None) for job in jobs])
+        self.assertEqual(set(came().values()), {1})
+        self.check_outputs(jobs)
+
+
+if __name__ == "__main__":
+    unittest.main()
