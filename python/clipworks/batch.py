@@ -152,16 +152,20 @@ def _each(
         raise ValueError("attempts and window take a whole number from 1 on")
     given = _Given(executor, settings)
     waiting = enumerate(jobs)
+
+    def fill() -> None:
+        while len(given.out) < min(window, given.most) and (following := next(waiting, None)) is not None:
+            given.give(*following)
+
     try:
-        while True:
-            while len(given.out) < min(window, given.most) and (next_one := next(waiting, None)) is not None:
-                given.give(*next_one)
-            if not given.out:
-                return
+        fill()
+        while given.out:
             number, result = given.take()
-            if result.code in AGAIN and result.attempts < attempts:
+            is_again = result.code in AGAIN and result.attempts < attempts
+            if is_again:
                 given.give(number, result.job, result.attempts + 1)
-            else:
+            fill()
+            if not is_again:
                 yield number, result
     finally:
         given.end()
@@ -211,12 +215,10 @@ class _Given:
         return number, JobResult(job, error=why, code="workerLost", attempts=attempt)
 
     def end(self) -> None:
-        for future in self.out:
-            future.cancel()
+        running = [future for future in self.out if not future.cancel()]
         if self._own is None:
             return
-        self._own.shutdown(wait=False, cancel_futures=True)
-        while isinstance(self._own, ThreadPoolExecutor) and wait(self.out, timeout=0.1).not_done:
+        while isinstance(self._own, ThreadPoolExecutor) and wait(running, timeout=0.1).not_done:
             for worker in self._here:
                 worker.cancel()
         self._own.shutdown()

@@ -12,7 +12,7 @@ import tempfile
 import time
 import uuid
 from pathlib import Path, PurePosixPath
-from typing import Any, Iterator, Mapping
+from typing import Any, Callable, Iterator, Mapping
 
 from . import Error
 from .worker import Worker
@@ -26,8 +26,10 @@ _YOUNG = 60  # seconds, in which a folder has got its lock
 
 
 def is_elsewhere(job: Mapping[str, Any]) -> bool:
-    """Whether its input, one of them, or its output is a URL."""
-    return any(_URL.match(str(path)) for path in (*_inputs(job), job.get("out")))
+    """Whether its output or one of its inputs is a URL."""
+    paths = [job.get("out")]
+    _with_inputs(job, lambda path: paths.append(path) or path)
+    return any(_URL.match(str(path)) for path in paths)
 
 
 def do(
@@ -51,14 +53,14 @@ def do(
     if not force and target.seen() is not None:
         raise ValueError(f"{target.url} is there already and has no receipt that fits; force replaces it")
     with _folder() as folder:
-        here, sources = _fetched([store.file(path) for path in _inputs(bare)], folder, max_fetch)
+        inputs = _Inputs(store, folder, max_fetch)
         (folder / "out").mkdir()
-        local = {**bare, "in": here if isinstance(bare["in"], list) else here[0], "out": str(folder / "out" / target.name)}
+        local = {**_with_inputs(bare, inputs.here), "out": str(folder / "out" / target.name)}
         report = worker.job(local, sha256=sha256, threads=threads)
         made = json.loads(report.receipt.read_text())
         made["job"] = bare
         for entry in made["in"]:
-            entry.update(sources.get(entry["path"]) or store.file(entry["path"]).seen() or {})
+            entry.update(inputs.told.get(entry["path"]) or store.file(entry["path"]).seen() or {})
         for path, entry in zip(report.paths, made["out"], strict=True):
             entry.update(target.beside(path.name).put(path))
         report.receipt.write_text(json.dumps(made))
@@ -139,9 +141,41 @@ class _File:
             return self.seen() or {}
 
 
-def _inputs(job: Mapping[str, Any]) -> list[Any]:
-    files = job.get("in")
-    return files if isinstance(files, list) else [files]
+class _Inputs:
+    """Brings the inputs of a job into a folder."""
+
+    def __init__(self, store: _Store, folder: Path, most: int | None) -> None:
+        self.told: dict[str, dict[str, Any]] = {}  # of each of their paths here
+        self._store, self._folder = store, folder
+        self._left = float("inf") if most is None else most
+
+    def here(self, url: str) -> str:
+        """Where it is here."""
+        file = self._store.file(url)
+        seen = file.seen()
+        if seen is None:
+            raise FileNotFoundError(errno.ENOENT, f"{url} is not there")
+        place = Path(file.path)
+        if not file.is_here:
+            _check(seen["bytes"] or 0, self._left)
+            place = self._folder / str(len(self.told)) / file.name
+            place.parent.mkdir()
+            size = file.fetch(place, self._left)
+            if seen["bytes"] not in (size, None):
+                raise Error(f"{url} has {seen['bytes']} bytes, and {size} of them came", "transfer")
+            self._left -= size
+        self.told[str(place)] = {"path": url, **seen}
+        return str(place)
+
+
+def _with_inputs(job: Mapping[str, Any], change: Callable[[Any], Any]) -> dict[str, Any]:
+    """The job with each of its inputs as it is changed, those of later steps, too."""
+    changed = {**job}
+    if "in" in job:
+        changed["in"] = [change(path) for path in job["in"]] if isinstance(job["in"], list) else change(job["in"])
+    if isinstance(job.get("steps"), list):
+        changed["steps"] = [_with_inputs(step, change) if isinstance(step, dict) else step for step in job["steps"]]
+    return changed
 
 
 def _fitting(kept: bytes, job: dict[str, Any], store: _Store, target: _File) -> list[str] | None:
@@ -156,29 +190,6 @@ def _fitting(kept: bytes, job: dict[str, Any], store: _Store, target: _File) -> 
         return [entry["name"] for entry in receipt["out"]] if is_same else None
     except (KeyError, TypeError, ValueError):
         return None
-
-
-def _fetched(files: list[_File], folder: Path, most: int | None) -> tuple[list[str], dict[str, dict[str, Any]]]:
-    """Where they are here, and for each of these paths what is to be told of the file that it was."""
-    left = float("inf") if most is None else most
-    seen = [file.seen() for file in files]
-    for file, facts in zip(files, seen):
-        if facts is None:
-            raise FileNotFoundError(errno.ENOENT, f"{file.url} is not there")
-    _check(sum(facts["bytes"] or 0 for file, facts in zip(files, seen) if not file.is_here), left)
-    here, sources = [], {}
-    for number, (file, facts) in enumerate(zip(files, seen)):
-        place = Path(file.path)
-        if not file.is_here:
-            place = folder / str(number) / file.name
-            place.parent.mkdir()
-            size = file.fetch(place, left)
-            if facts["bytes"] not in (size, None):
-                raise Error(f"{file.url} has {facts['bytes']} bytes, and {size} of them came", "transfer")
-            left -= size
-        here.append(str(place))
-        sources[here[-1]] = {"path": file.url, **facts}
-    return here, sources
 
 
 def _check(size: float, most: float) -> None:

@@ -1,5 +1,6 @@
 """Jobs in a Celery queue, whose children are killed and whose worker is started anew."""
 
+import gc
 import os
 import signal
 import sys
@@ -9,6 +10,7 @@ from services import IS_LONG, PROGRAM, ServiceTest, children, free_port, is_list
 
 needs("celery", "redis-server", "inotifywait", "xxhash")
 
+PYTHON = f"{os.environ['EXAMPLES']}/python"
 CELERY = [sys.executable, "-m", "celery", "-A", "celery_tasks", "worker"]
 CELERY += ["--pool", "prefork", "--concurrency", "2", "--without-gossip", "--without-mingle"]
 
@@ -21,10 +23,10 @@ class Queue(ServiceTest):
         until(lambda: is_listening(port), "redis-server does not start")
         settings = {"BROKER": f"redis://127.0.0.1:{port}", "CLIPWORKS": PROGRAM, "LONGEST_JOB": "20"}
         os.environ.update(settings)
-        sys.path.insert(0, os.environ["EXAMPLES"])
+        sys.path.insert(0, PYTHON)
 
     def worker(self):
-        path = f"{os.environ['EXAMPLES']}:{os.environ['PYTHONPATH']}"
+        path = f"{PYTHON}:{os.environ['PYTHONPATH']}"
         return self.start(*CELERY, env={**os.environ, "PYTHONPATH": path, "C_FORCE_ROOT": "1"}, cwd=self.folder)
 
     def test_jobs_are_done_once_whatever_becomes_of_the_workers(self):
@@ -32,10 +34,13 @@ class Queue(ServiceTest):
 
         came = self.watch()
         jobs = list(self.jobs(100 if IS_LONG else 20))
-        sent = [celery_tasks.edit.delay(job) for job in jobs]
+        sent = [celery_tasks.edit.delay(job).id for job in jobs]
+        result = celery_tasks.app.AsyncResult
+        self.addCleanup(gc.collect)  # they ask the server when they go
 
         def await_share(share):
-            until(lambda: sum(one.ready() for one in sent) >= share * len(jobs), f"no {share:.0%} of the jobs end:\n{self.logs()}", 120)
+            is_reached = lambda: sum(result(one).ready() for one in sent) >= share * len(jobs)
+            until(is_reached, f"no {share:.0%} of the jobs end:\n{self.logs()}", 120)
 
         first = self.worker()
         await_share(0.2)
@@ -51,8 +56,7 @@ class Queue(ServiceTest):
             self.kill(second)  # What it held comes again after the visibility timeout.
             self.worker()
         await_share(1)
-        ended = [one.get() for one in sent]
-        sent.clear()  # Each has a connection to the server.
+        ended = [result(one).result for one in sent]
         self.assertEqual([(one["job"]["id"], one["error"]) for one in ended], [(job["id"], None) for job in jobs])
         self.assertEqual(set(came().values()), {1})
         self.check_outputs(jobs)

@@ -33,7 +33,7 @@ def until(condition, what, seconds=60):
     while not (found := condition()):
         if time.monotonic() > deadline:
             raise TimeoutError(what)
-        time.sleep(0.05)
+        time.sleep(0.01)
     return found
 
 
