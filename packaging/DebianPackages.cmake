@@ -59,6 +59,9 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS ON)
 math(EXPR next_python "${Python_VERSION_MINOR} + 1")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS
     "python3 (>= ${Python_VERSION_MAJOR}.${Python_VERSION_MINOR}), python3 (<< ${Python_VERSION_MAJOR}.${next_python})")
+# clipworks.batch: files elsewhere, and a cluster.
+set(CPACK_DEBIAN_PYTHON_PACKAGE_RECOMMENDS clipworks)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS "python3-fsspec, python3-boto3, python3-distributed")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/python3-clipworks/prerm)
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION
     "Loops, re-times, compresses, reverses, rotates and crops clips, lays narration

@@ -25,7 +25,7 @@ app.conf.update(
 @app.task(bind=True, max_retries=3)
 def edit(self, job):
     """Does a job; what may succeed later is tried again after ten seconds."""
-    result = batch.do(job, timeout=LONGEST, memory=4_000_000_000, program=os.environ.get("CLIPWORKS", "clipworks"))
+    result = batch.do(job, force=True, timeout=LONGEST, memory=4_000_000_000)
     if result.code in batch.AGAIN:
         raise self.retry(countdown=10, exc=clipworks.Error(result.error, result.code))
     return asdict(result)

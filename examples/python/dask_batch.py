@@ -8,5 +8,5 @@ from dask.distributed import Client
 clips = map(str.strip, open(sys.argv[2], encoding="utf-8"))
 jobs = ({"in": clip, "steps": [{"step": "compress", "preset": "480p"}], "out": f"{clip[:-4]}-480p.mp4"} for clip in clips)
 with Client(sys.argv[1]) as cluster:
-    for result in batch.each(jobs, cluster.get_executor(), timeout=3600, max_fetch=2_000_000_000):
+    for result in batch.each(jobs, cluster.get_executor(), force=True, timeout=3600, max_fetch=2_000_000_000):
         print(result.job["out"], result.error or ("was done" if result.skipped else f"took {result.seconds:.0f} s"))

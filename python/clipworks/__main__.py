@@ -23,6 +23,7 @@ def main() -> int:
     for option in ("--threads", "--memory", "--max-output", "--max-fetch"):
         run.add_argument(option, type=int)
     run.add_argument("--timeout", type=float)
+    run.add_argument("--confinement", choices=["auto", "require"], default="auto")
     run.add_argument("--storage-options", type=json.loads, help="JSON: for each protocol what its driver takes")
     run.add_argument("--program", default="clipworks")
     settings = vars(parser.parse_args())
@@ -40,7 +41,8 @@ def main() -> int:
         print(*result.paths, sep="\n")
         return 0
     print(f"clipworks: {result.error}", file=sys.stderr)
-    return 4 if result.code in batch.AGAIN else {"badArgument": 2, "limitReached": 3, "cancelled": 130}.get(result.code, 1)
+    codes = {"badArgument": 2, "limitReached": 3, **dict.fromkeys(batch.AGAIN, 4), "cancelled": 130}
+    return codes.get(result.code, 1)
 
 
 if __name__ == "__main__":

@@ -22,7 +22,7 @@ import time
 import uuid
 from concurrent.futures import BrokenExecutor, Executor, Future, ProcessPoolExecutor, ThreadPoolExecutor, wait
 from dataclasses import dataclass, replace
-from typing import Any, Callable, Iterable, Iterator, Mapping, TypedDict, Unpack
+from typing import Any, Callable, Iterable, Iterator, Literal, Mapping, TypedDict, Unpack
 
 from . import AnyPath, Error, elsewhere
 from .worker import Worker
@@ -32,16 +32,18 @@ __all__ = ["AGAIN", "Job", "JobResult", "Settings", "do", "each", "run"]
 Job = Mapping[str, Any]
 
 #: The codes of failures after which the same may succeed.
-AGAIN = {"noMemory", "noSpace", "busy", "workerLost", "transfer"}
+AGAIN = frozenset({"noMemory", "noSpace", "busy", "cancelled", "transfer", "workerLost"})
 _thread = threading.local()
 
 
 class Settings(TypedDict, total=False):
     """What holds for every job, and is stronger than what the job says.
 
-    force: an output that is there, without a receipt that fits, is replaced; else that is a failure.
+    force: an output that is there, without a receipt that fits, is replaced; else that is a failure. For queues, whose
+        outputs are theirs: what was killed between an output and its receipt leaves such a one.
     sha256: receipts tell SHA-256, too.
     threads: how many each encoder and decoder may have. The output depends on it.
+    confinement: "auto" confines a job as far as the system allows, "require" fails where that is not all.
     memory, max_output: the most bytes of a job's memory and of a new file. timeout: the most seconds of its work.
     max_fetch: the most bytes that a job may fetch from elsewhere.
     storage_options: how fsspec reaches files elsewhere, for each protocol: {"s3": {"endpoint_url": "http://…"}}.
@@ -51,6 +53,7 @@ class Settings(TypedDict, total=False):
     force: bool
     sha256: bool
     threads: int | None
+    confinement: Literal["auto", "require"]
     memory: int | None
     timeout: float | None
     max_output: int | None
@@ -116,7 +119,7 @@ def run(
     executor: any of `concurrent.futures`, such as Dask's `Client.get_executor()`; the package and the program are installed
         where it works. When not given, a thread for each processor that this process may use, with a worker each.
     attempts: how often a job is given out at most: again where its worker is lost, or where the same may succeed later
-        (the codes "noMemory", "noSpace", "busy", "transfer" and "workerLost").
+        (the codes in `AGAIN`).
     window: how many jobs are taken from `jobs` before their time; a pool of processes has as many as processes.
     threads: when not given, 1, since jobs run beside each other.
 
@@ -250,8 +253,7 @@ def _known(settings: Settings) -> Settings:
 
 def _worker(settings: Settings) -> Worker:
     """This thread's, with these limits."""
-    limits = {key: settings.get(key) for key in ("memory", "timeout", "max_output")}
-    wanted = {"program": os.fspath(settings.get("program", "clipworks")), **limits}
+    wanted = {key: settings[key] for key in ("program", "confinement", "memory", "timeout", "max_output") if key in settings}
     if getattr(_thread, "wanted", None) != wanted:
         _thread.worker = Worker(**wanted)
         _thread.wanted = wanted

@@ -4,9 +4,8 @@ import gc
 import os
 import signal
 import sys
-import unittest
 
-from services import IS_LONG, PROGRAM, ServiceTest, children, free_port, is_listening, is_working, needs, until
+from services import IS_LONG, ServiceTest, children, free_port, is_listening, is_working, needs, until
 
 needs("celery", "redis-server", "inotifywait", "xxhash")
 
@@ -21,8 +20,7 @@ class Queue(ServiceTest):
         port = free_port()
         self.start("redis-server", "--bind", "127.0.0.1", "--port", port, "--save", "", "--dir", self.folder)
         until(lambda: is_listening(port), "redis-server does not start")
-        settings = {"BROKER": f"redis://127.0.0.1:{port}", "CLIPWORKS": PROGRAM, "LONGEST_JOB": "20"}
-        os.environ.update(settings)
+        os.environ.update(BROKER=f"redis://127.0.0.1:{port}", LONGEST_JOB="20")
         sys.path.insert(0, PYTHON)
 
     def worker(self):
@@ -58,9 +56,5 @@ class Queue(ServiceTest):
         await_share(1)
         ended = [result(one).result for one in sent]
         self.assertEqual([(one["job"]["id"], one["error"]) for one in ended], [(job["id"], None) for job in jobs])
-        self.assertEqual(set(came().values()), {1})
+        self.assertLessEqual(came(), 3)  # at most what those held that were killed
         self.check_outputs(jobs)
-
-
-if __name__ == "__main__":
-    unittest.main()

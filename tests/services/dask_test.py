@@ -1,17 +1,17 @@
 """Jobs on a Dask cluster, one of whose workers is killed in the midst."""
 
 import json
+import os
+import subprocess
 import sys
-import unittest
 
-from services import IS_LONG, PROGRAM, ServiceTest, is_working, needs, until
+from services import IS_LONG, ServiceTest, is_working, needs, until
 
 needs("distributed", "inotifywait", "xxhash")
 
 from distributed import Client
 
 from clipworks import batch
-
 
 
 class Dask(ServiceTest):
@@ -36,19 +36,20 @@ class Dask(ServiceTest):
                 until(lambda: is_working(workers[0].pid), "the worker does not work")
                 workers[0].kill()
 
-        with Client(json.loads(about.read_text())["address"], set_as_default=False) as client:
+        address = json.loads(about.read_text())["address"]
+        with Client(address, set_as_default=False) as client:
             client.wait_for_workers(3, timeout=60)
-            results = batch.run(iter(jobs), client.get_executor(), window=20, on_result=on_result, program=PROGRAM)
+            results = batch.run(iter(jobs), client.get_executor(), window=20, force=True, on_result=on_result)
             self.assertEqual(len(client.scheduler_info()["workers"]), 2)
-            again = batch.run(jobs, client.get_executor(), program=PROGRAM)
+            again = batch.run(jobs, client.get_executor())
+            (self.folder / "list").write_text("\n".join({job["in"] for job in jobs}))
+            example = [sys.executable, f"{os.environ['EXAMPLES']}/python/dask_batch.py", address, self.folder / "list"]
+            said = subprocess.run(example, capture_output=True, text=True, check=True, timeout=60).stdout
         self.assertEqual([result.error for result in results], [None] * len(jobs), self.logs())
         self.assertEqual([result.job["id"] for result in results], list(range(len(jobs))))
         # What was given out twice, the dead worker held: what it worked at, and results that nobody had fetched yet.
         self.assertLessEqual(sum(result.skipped for result in results), 2)
-        self.assertEqual(set(came().values()), {1})
+        self.assertLessEqual(came(), 1)
         self.check_outputs(jobs)
         self.assertTrue(all(result.skipped for result in again))
-
-
-if __name__ == "__main__":
-    unittest.main()
+        self.assertRegex(said, r"^(.*-480p.mp4 took \d+ s\n){3,}$")

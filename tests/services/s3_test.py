@@ -5,10 +5,9 @@ import os
 import subprocess
 import sys
 import tempfile
-import unittest
 from pathlib import Path
 
-from services import IS_LONG, PROGRAM, ServiceTest, free_port, is_listening, needs, until
+from services import IS_LONG, ServiceTest, free_port, is_listening, needs, until
 
 needs("npm", "node", "boto3", "fsspec", "xxhash")
 
@@ -16,18 +15,15 @@ import boto3
 
 from clipworks import batch
 
-SERVICES = os.environ["SERVICES"]  # where they are installed
-S3RVER = Path(SERVICES, "node_modules/s3rver/bin/s3rver.js")
-os.environ["AWS_MAX_ATTEMPTS"] = "1"
 LOGIN = {"key": "S3RVER", "secret": "S3RVER"}  # what it lets in
-
-
-def install():
-    """Once for the build tree, from npm's registry."""
-    command = ["npm", "install", "--no-audit", "--no-fund", "--ignore-scripts", "--prefix", SERVICES, "s3rver@3.7.1"]
-    if not S3RVER.exists() and subprocess.run(command, timeout=120).returncode != 0:
-        print("skipped: s3rver is not installed, and npm's registry does not give it")
-        sys.exit(77)
+os.environ["AWS_MAX_ATTEMPTS"] = "1"
+# Installed once for the build tree, from npm's registry.
+SERVICES = os.environ["SERVICES"]
+S3RVER = Path(SERVICES, "node_modules/s3rver/bin/s3rver.js")
+install = ["npm", "install", "--no-audit", "--no-fund", "--ignore-scripts", "--prefix", SERVICES, "s3rver@3.7.1"]
+if not S3RVER.exists() and subprocess.run(install, timeout=120).returncode != 0:
+    print("skipped: s3rver is not installed, and npm's registry does not give it")
+    sys.exit(77)
 
 
 class S3(ServiceTest):
@@ -40,7 +36,7 @@ class S3(ServiceTest):
         service = {"endpoint_url": f"http://127.0.0.1:{port}"}
         login = {"aws_access_key_id": LOGIN["key"], "aws_secret_access_key": LOGIN["secret"]}
         self.s3 = boto3.client("s3", **service, **login, region_name="us-east-1")
-        self.settings = {"program": PROGRAM, "storage_options": {"s3": {**LOGIN, **service}}}
+        self.settings = {"storage_options": {"s3": {**LOGIN, **service}}}
         self.temporary = self.folder / "tmp"
         self.temporary.mkdir()
         tempfile.tempdir = str(self.temporary)
@@ -89,7 +85,7 @@ class S3(ServiceTest):
     def test_what_fails_is_told_and_leaves_nothing(self):
         clip, steps, place = str(self.clips()[0]), [{"step": "reverse"}], "s3://clips/a.mp4"
         self.s3.put_object(Bucket="clips", Key="broken.mp4", Body=b"no movie")
-        nowhere = {"program": PROGRAM, "storage_options": {"s3": {**LOGIN, "endpoint_url": "http://127.0.0.1:1"}}}
+        nowhere = {"storage_options": {"s3": {**LOGIN, "endpoint_url": "http://127.0.0.1:1"}}}
         for code, attempts, job, settings in [
             ("notFound", 1, {"in": "s3://clips/nowhere.mp4", "steps": steps, "out": place}, self.settings),
             ("damaged", 1, {"in": "s3://clips/broken.mp4", "steps": steps, "out": place}, self.settings),
@@ -106,8 +102,3 @@ class S3(ServiceTest):
         self.assertEqual([batch.do(job, **self.settings).check().skipped for _ in range(2)], [False, True])
         self.assertEqual(sorted(os.listdir(self.outputs)), ["a.mp4", "a.mp4.receipt.json"])
         self.assertEqual(os.listdir(self.temporary), [])
-
-
-if __name__ == "__main__":
-    install()
-    unittest.main()

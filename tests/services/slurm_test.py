@@ -3,10 +3,8 @@
 import json
 import os
 import subprocess
-import unittest
-from pathlib import Path
 
-from services import IS_LONG, PROGRAM, ServiceTest, free_port, needs, until
+from services import IS_LONG, ServiceTest, free_port, needs, until
 
 needs("munged", "slurmctld", "slurmd", "sbatch", "inotifywait", "xxhash")
 
@@ -48,18 +46,17 @@ class Slurm(ServiceTest):
         (self.folder / "munge.key").touch(0o600)
         (self.folder / "munge.key").write_bytes(os.urandom(1024))
         (self.folder / "state").mkdir()
-        path = f"{Path(PROGRAM).parent}:{os.environ['PATH']}"
-        self.environment = {**os.environ, "SLURM_CONF": str(self.folder / "slurm.conf"), "PATH": path}
+        os.environ["SLURM_CONF"] = str(self.folder / "slurm.conf")
         munge = {name: f"--{name}={self.folder}/munge.{ending}" for name, ending in
                  {"key-file": "key", "socket": "sock", "pid-file": "pid", "log-file": "said", "seed-file": "seed"}.items()}
         self.start("munged", "--foreground", "--force", *munge.values())
         until((self.folder / "munge.sock").exists, "munged does not start")
-        self.start("slurmctld", "-D", env=self.environment)
-        self.start("slurmd", "-D", env=self.environment)
+        self.start("slurmctld", "-D")
+        self.start("slurmd", "-D")
         until(lambda: "idle" in self.slurm("sinfo", "-h", "-o", "%t"), "the cluster does not start")
 
     def slurm(self, *command):
-        options = {"capture_output": True, "text": True, "env": self.environment, "cwd": self.folder, "timeout": 300}
+        options = {"capture_output": True, "text": True, "cwd": self.folder, "timeout": 300}
         return subprocess.run([*map(str, command)], **options).stdout
 
     def test_an_array_does_its_jobs_once(self):
@@ -73,11 +70,7 @@ class Slurm(ServiceTest):
         until(lambda: self.slurm("squeue", "-h", "-t", "PENDING", "-o", "%K").split() == ["1"], "nothing is requeued")
         self.slurm("scontrol", "update", f"JobId={array}_1", "StartTime=now")
         until(lambda: self.slurm("squeue", "-h", "-j", array) == "", f"the array does not end:\n{self.logs()}", 200)
-        self.assertEqual(set(came().values()), {1})
+        self.assertLessEqual(came(), 1)  # where that one was between an output and its receipt
         said = "".join(path.read_text() for path in self.folder.glob("slurm-*.out"))
         self.check_outputs(jobs)
         self.assertNotIn("clipworks:", said)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -5,11 +5,10 @@ import signal
 import sys
 import threading
 import time
-import unittest
 from concurrent.futures import ProcessPoolExecutor
 from multiprocessing import get_context
 
-from services import PROGRAM, ServiceTest, children, is_working, needs, until
+from services import ServiceTest, children, is_working, needs, until
 
 needs("inotifywait", "xxhash")
 
@@ -33,14 +32,14 @@ class Batch(ServiceTest):
 
         for is_again in False, True:
             taken.clear(), ended.clear()
-            results = batch.run(given(), on_result=ended.append, program=PROGRAM)
+            results = batch.run(given(), on_result=ended.append)
             self.assertEqual([result.job for result in results], [*jobs, bad])
             self.assertEqual(sorted(map(repr, ended)), sorted(map(repr, results)))
             self.assertEqual([result.skipped for result in results], [is_again] * len(jobs) + [False])
             with self.assertRaisesRegex(Error, "nowhere.mp4"):
                 results[-1].check()
             self.assertEqual((results[-1].code, results[-1].attempts), ("notFound", 1))
-        self.assertEqual(set(came().values()), {1})
+        self.assertEqual(came(), 0)
         self.check_outputs(jobs)
 
     def test_a_lost_process_costs_no_job(self):
@@ -53,10 +52,10 @@ class Batch(ServiceTest):
                 os.kill(killed[0], signal.SIGKILL)
 
         with pool:
-            results = batch.run(jobs, pool, on_result=kill_one, program=PROGRAM)
+            results = batch.run(jobs, pool, force=True, on_result=kill_one)
         self.assertEqual([result.error for result in results], [None] * len(jobs))
         self.assertIn(sum(result.attempts for result in results) - len(jobs), (1, 2))  # what the pool had
-        self.assertEqual(set(came().values()), {1})
+        self.assertLessEqual(came(), 1)  # where it was killed between an output and its receipt
         self.check_outputs(jobs)
 
     def test_a_lost_worker_is_told_and_tried_again(self):
@@ -73,7 +72,7 @@ class Batch(ServiceTest):
 
         killer = threading.Thread(target=lose)
         killer.start()
-        (result,) = batch.run([job], program=PROGRAM)
+        (result,) = batch.run([job])
         killer.join()
         self.assertEqual((result.code, result.attempts, len(lost)), ("workerLost", 2, 2), result)
         self.assertEqual(os.listdir(self.outputs), [])
@@ -85,7 +84,7 @@ import itertools, signal
 from clipworks import batch
 signal.signal(signal.SIGINT, signal.default_int_handler)  # what started this may have had it ignored
 jobs = ({{**{job!r}, "steps": {LONG!r}, "out": f"{self.outputs}/{{n}}.mp4"}} for n in itertools.count())
-batch.run(jobs, program={PROGRAM!r})
+batch.run(jobs)
 """
         process = self.start(sys.executable, "-c", script)
         workers = until(lambda: len(found := children(process.pid)) > 1 and all(map(children, found)) and found, "nothing works")
@@ -96,7 +95,3 @@ batch.run(jobs, program={PROGRAM!r})
         self.assertIn("KeyboardInterrupt", self.logs())
         until(lambda: not any(os.path.exists(f"/proc/{worker}") for worker in workers), "workers are left")
         self.assertEqual(os.listdir(self.outputs), [])
-
-
-if __name__ == "__main__":
-    unittest.main()
