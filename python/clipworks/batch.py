@@ -119,7 +119,7 @@ def run(
     executor: any of `concurrent.futures`, such as Dask's `Client.get_executor()`; the package and the program are installed
         where it works. When not given, a thread for each processor that this process may use, with a worker each.
     attempts: how often a job is given out at most: again where its worker is lost, or where the same may succeed later
-        (the codes in `AGAIN`).
+        (the codes in `AGAIN`); it begins a second later then, the third time two.
     window: how many jobs are taken from `jobs` before their time; a pool of processes has as many as processes.
     threads: when not given, 1, since jobs run beside each other.
 
@@ -194,7 +194,7 @@ class _Given:
 
     def give(self, number: int, job: Job, attempt: int = 1) -> None:
         # Dask takes calls with the same arguments for the same call.
-        call = (_attempt, job, self._settings, f"{self._run}-{number}-{attempt}")
+        call = (_attempt, job, self._settings, attempt, f"{self._run}-{number}")
         try:
             future = self._executor.submit(*call)
         except BrokenExecutor:
@@ -240,7 +240,8 @@ class _Given:
         self._set(self._own)
 
 
-def _attempt(job: Job, settings: Settings, _: str) -> JobResult:
+def _attempt(job: Job, settings: Settings, attempt: int, _: str) -> JobResult:
+    time.sleep(attempt - 1)  # so that another run has left its receipt, and a service has come back
     return do(job, **settings)
 
 

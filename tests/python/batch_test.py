@@ -39,8 +39,11 @@ class Batch(ServiceTest):
             with self.assertRaisesRegex(Error, "nowhere.mp4"):
                 results[-1].check()
             self.assertEqual((results[-1].code, results[-1].attempts), ("notFound", 1))
+        # The same job twice at once: one does it, the other finds that out, at its second attempt.
+        twice = [{**jobs[0], "out": str(self.outputs / "8.mp4")}] * 2
+        self.assertEqual({(result.error, result.skipped) for result in batch.run(twice)}, {(None, False), (None, True)})
         self.assertEqual(came(), 0)
-        self.check_outputs(jobs)
+        self.check_outputs([*jobs, twice[0]])
 
     def test_a_lost_process_costs_no_job(self):
         jobs, came, killed = list(self.jobs(10)), self.watch(), []

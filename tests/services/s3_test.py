@@ -96,6 +96,10 @@ class S3(ServiceTest):
             (result,) = batch.run([job], **settings)
             self.assertEqual((result.code, result.attempts, result.paths), (code, attempts, ()), result)
         self.assertEqual(list(self.objects()), ["broken.mp4"])
+        # What a killed process has left goes with the next job.
+        left = self.temporary / "clipworks-job-left"
+        left.mkdir()
+        os.utime(left, (0, 0))
         # Of a bucket and a path, to a path.
         self.s3.upload_file(clip, "clips", "clip.mp4")
         job = {"in": clip, "steps": [{"step": "join", "in": "s3://clips/clip.mp4"}], "out": str(self.outputs / "a.mp4")}
