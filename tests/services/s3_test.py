@@ -37,8 +37,7 @@ class S3(ServiceTest):
         login = {"aws_access_key_id": LOGIN["key"], "aws_secret_access_key": LOGIN["secret"]}
         self.s3 = boto3.client("s3", **service, **login, region_name="us-east-1")
         self.settings = {"storage_options": {"s3": {**LOGIN, **service}}}
-        self.temporary = self.folder / "tmp"
-        self.temporary.mkdir()
+        self.temporary = Path(tempfile.mkdtemp(dir=self.folder))
         tempfile.tempdir = str(self.temporary)
         self.addCleanup(setattr, tempfile, "tempdir", None)
 
@@ -65,9 +64,8 @@ class S3(ServiceTest):
             self.s3.download_file("clips", key, str(self.outputs / Path(key).name))
         self.check_outputs(jobs)
         told = json.loads((self.outputs / "0.mp4.receipt.json").read_text())
-        name = Path(jobs[0]["in"]).name
-        self.assertEqual((told["in"][0]["path"], told["in"][0]["key"]), (jobs[0]["in"], now[name]["ETag"]))
-        self.assertEqual(told["out"][0]["key"], now["out/0.mp4"]["ETag"])
+        keys = [now[key]["ETag"] for key in (Path(jobs[0]["in"]).name, "out/0.mp4")]
+        self.assertEqual([told["in"][0]["path"], told["in"][0]["key"], told["out"][0]["key"]], [jobs[0]["in"], *keys])
 
         # What is done is known without its bytes; what is not as it was is found.
         self.assertEqual([result.skipped for result in batch.run(jobs, max_fetch=0, **self.settings)], [True] * len(jobs))

@@ -1,5 +1,6 @@
 """What the tests of services share: clips and jobs, judges of what came of them, and servers that end with the test."""
 
+import contextlib
 import importlib.util
 import json
 import os
@@ -72,10 +73,8 @@ class ServiceTest(unittest.TestCase):
         return process
 
     def kill(self, process):
-        try:
+        with contextlib.suppress(ProcessLookupError):
             os.killpg(process.pid, signal.SIGKILL)
-        except ProcessLookupError:
-            pass
         process.wait()
 
     def logs(self):
@@ -86,9 +85,8 @@ class ServiceTest(unittest.TestCase):
         made = []
         for number, size in enumerate(("320x180", "640x360", "180x320")):
             made.append(self.folder / f"made{number}.mp4")
-            pictures = ["-f", "lavfi", "-i", f"testsrc2=size={size}:rate=10:duration=1"]
-            coded = ["-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-c:a", "aac"]
-            ffmpeg(*pictures, "-f", "lavfi", "-i", "sine=duration=1", *coded, made[-1])
+            drawn = ["-f", "lavfi", "-i", f"testsrc2=size={size}:rate=10:duration=1", "-f", "lavfi", "-i", "sine=duration=1"]
+            ffmpeg(*drawn, "-c:v", "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-c:a", "aac", made[-1])
         media = os.environ.get("CLIPWORKS_MEDIA")
         for clip in Path(media).glob("phone_h264*.mov") if IS_LONG and media else ():
             made.append(self.folder / clip.name)
@@ -98,29 +96,27 @@ class ServiceTest(unittest.TestCase):
     def jobs(self, count, place=None):
         clips = self.clips()
         for number in range(count):
-            start = number % 4 / 10
+            start, clip = number % 4 / 10, str(clips[number % len(clips)])
             steps = [{"step": "trim", "from": start, "to": start + 0.5}, {"step": "compress", "preset": f"{HEIGHT}p"}]
-            clip = clips[number % len(clips)]
-            yield {"in": str(clip), "steps": steps, "out": f"{place or self.outputs}/{number}.mp4", "id": number}
+            yield {"in": clip, "steps": steps, "out": f"{place or self.outputs}/{number}.mp4", "id": number}
 
-    def check_outputs(self, jobs, folder=None):
+    def check_outputs(self, jobs):
         """Each is there and right, with a receipt that tells of it, and nothing else is there."""
         import xxhash
 
-        folder = folder or self.outputs
         wanted = [name for job in jobs for name in (Path(job["out"]).name, Path(job["out"]).name + ".receipt.json")]
-        self.assertEqual(sorted(wanted), sorted(os.listdir(folder)), self.logs())
+        self.assertEqual(sorted(wanted), sorted(os.listdir(self.outputs)), self.logs())
         for job in jobs:
-            output = folder / Path(job["out"]).name
-            facts = json.loads(ffprobe("-show_entries", "stream=height,nb_read_packets:format=duration", output))
+            output = self.outputs / Path(job["out"]).name
+            facts = ffprobe("-show_entries", "stream=height,nb_read_packets:format=duration", output)
             self.assertEqual(facts["streams"][0]["height"], HEIGHT)
             self.assertGreaterEqual(int(facts["streams"][0]["nb_read_packets"]), 5)
             self.assertAlmostEqual(float(facts["format"]["duration"]), 0.5, delta=0.15)
             receipt = json.loads(output.with_name(output.name + ".receipt.json").read_text())
             self.assertEqual(receipt["job"], {key: value for key, value in job.items() if key != "id"})
-            told, data = receipt["out"][0], output.read_bytes()
-            digest = xxhash.xxh3_128(data).hexdigest()
-            self.assertEqual((told["name"], told["bytes"], told["xxh3"]), (output.name, len(data), digest))
+            for told, path in (receipt["in"][0], self.folder / Path(job["in"]).name), (receipt["out"][0], output):
+                data = path.read_bytes()
+                self.assertEqual((told["bytes"], told["xxh3"]), (len(data), xxhash.xxh3_128(data).hexdigest()))
 
     def watch(self):
         """A function that tells how many outputs more than one of each name came into their folder, as the kernel saw."""
@@ -150,4 +146,4 @@ def ffmpeg(*arguments):
 
 def ffprobe(*arguments):
     command = ["ffprobe", "-v", "error", "-count_packets", "-select_streams", "v", "-of", "json", *map(str, arguments)]
-    return subprocess.run(command, check=True, capture_output=True, text=True).stdout
+    return json.loads(subprocess.run(command, check=True, capture_output=True).stdout)
