@@ -1,16 +1,22 @@
 """Jobs from Python on this machine: in threads and in a pool of processes, lost ones, and ones that are interrupted."""
 
+import hashlib
+import json
 import os
 import signal
+import subprocess
 import sys
 import threading
 import time
 from concurrent.futures import ProcessPoolExecutor
 from multiprocessing import get_context
+from pathlib import Path
 
 from services import ServiceTest, children, is_working, needs, until
 
-needs("inotifywait", "xxhash")
+needs("inotifywait", "xxhash", "yaml", "fsspec")
+
+import yaml
 
 from clipworks import Error, batch
 
@@ -44,6 +50,31 @@ class Batch(ServiceTest):
         self.assertEqual({(result.error, result.skipped) for result in batch.run(twice)}, {(None, False), (None, True)})
         self.assertEqual(came(), 0)
         self.check_outputs([*jobs, twice[0]])
+
+    def test_pods_do_the_job_of_their_index_and_tell_by_exit_codes(self):
+        (job,) = self.jobs(1)
+        there = f"file://{self.outputs}/1.mp4"
+        lines = [job, {**job, "out": there}, {**job, "in": "nowhere.mp4"}, {"in": 1}, {**job, "max-seconds": 0.1}, {}]
+        (self.folder / "jobs.jsonl").write_text("\n".join(map(json.dumps, lines)))
+        manifest = yaml.safe_load((Path(__file__).parents[2] / "deploy/kubernetes-job.yaml").read_text())["spec"]
+        *shell, command = manifest["template"]["spec"]["containers"][0]["command"]
+        command = command.replace("/jobs/", f"{self.folder}/").replace("python3", f"{sys.executable} -W error")
+
+        def run(index, *more):
+            environment = {**os.environ, "JOB_COMPLETION_INDEX": str(index)}
+            command_here = [*shell, " ".join([command, *more])]
+            ran = subprocess.run(command_here, env=environment, cwd=self.folder, capture_output=True, text=True, timeout=60)
+            return ran.returncode, ran.stdout, ran.stderr.count("\n")
+
+        self.assertEqual(run(0, "--sha256"), (0, f"{job['out']}\n", 0))
+        receipt = json.loads(Path(f"{job['out']}.receipt.json").read_text())
+        self.assertEqual(receipt["out"][0]["sha256"], hashlib.sha256(Path(job["out"]).read_bytes()).hexdigest())
+        self.assertEqual(run(1), (0, f"{there}\n", 0))
+        for index, code in enumerate((1, 2, 3, 2), 2):
+            self.assertEqual(run(index), (code, "", 1), index)
+            self.assertIn(code, manifest["podFailurePolicy"]["rules"][0]["onExitCodes"]["values"])
+        self.assertEqual(run(0, "--program", "/nowhere"), (1, "", 1))
+        self.check_outputs([job, {**job, "out": there}])
 
     def test_a_lost_process_costs_no_job(self):
         jobs, came, killed = list(self.jobs(10)), self.watch(), []
