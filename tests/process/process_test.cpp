@@ -39,8 +39,9 @@ class Process : public testing::TestWithParam<std::string> {
     fs::permissions(home, fs::perms::all);
     auto environment = server_->environment();
     environment.insert(environment.end(), {"HOME=" + home.string(), "ASAN_OPTIONS=detect_leaks=0"});
-    return runProgram({CLIPWORKS_HOST, GetParam(), clip_, mode, std::to_string(number)},
-                      {.deadline = std::chrono::minutes(5), .environment = environment, .workingDirectory = directory_.path()});
+    return runProgram(
+        {CLIPWORKS_HOST, GetParam(), clip_, mode, std::to_string(number)},
+        {.deadline = std::chrono::minutes(5), .environment = environment, .workingDirectory = directory_.path()});
   }
 
   static std::unique_ptr<PrivateSoundServer> server_;
