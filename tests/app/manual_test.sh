@@ -66,7 +66,7 @@ offers "h264 hevc" --codec = h
 offers "-o dirnames" --outputs ""
 offers "--output --outputs" --ou
 offers "-o default" loop clip
-offers "--count --codec --confinement" loop --co
+offers "--count --confinement --codec" loop --co
 offers "" loop --count ""
 offers "-o default" loop --count 3 ""
 offers "jpg png heic" frame --format ""
