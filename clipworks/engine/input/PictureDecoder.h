@@ -46,6 +46,8 @@ class PictureDecoder {
 
   /// From now on, pictures that nothing refers to go without their loop filter.
   void leaveOutFilters() { decoder_->skip_loop_filter = leftOutFilters_ = AVDISCARD_NONREF; }
+  /// From now on, all go without: it is found whether they decode, and not how they look.
+  void leaveOutAllFilters() { decoder_->skip_loop_filter = leftOutFilters_ = AVDISCARD_ALL; }
 
   /// Forgets everything; the next sample is this one.
   void startAt(std::uint32_t sample);

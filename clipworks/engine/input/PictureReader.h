@@ -25,6 +25,9 @@ class PictureReader {
   /// little, which does not show when they are made smaller.
   void leaveOutFilters() { decoder_.leaveOutFilters(); }
 
+  /// Leaves out that of all pictures, where it only matters whether they decode.
+  void leaveOutAllFilters() { decoder_.leaveOutAllFilters(); }
+
   [[nodiscard]] const PictureTable& table() const { return decoder_.table(); }
 
   /// Counts the damaged pictures that are handed out from now on in `counter`.
