@@ -25,6 +25,9 @@ Libraries that the program runs on:
   Little CMS           MIT
   {fmt}                MIT, with an exception for object code
   libseccomp           LGPL 2.1
+  cpp-httplib          MIT
+  OpenSSL              Apache 2.0 (through cpp-httplib)
+  Brotli               MIT (through cpp-httplib)
   xxHash               BSD 2-Clause
   Nettle               LGPL 3 or later, or GPL 2 or later
 Header libraries that are compiled into it:

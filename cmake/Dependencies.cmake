@@ -16,6 +16,8 @@ string(REGEX MATCH "^[0-9]+" CLIPWORKS_LIBAVFILTER_MAJOR ${FILTERS_VERSION})
 pkg_check_modules(seccomp REQUIRED IMPORTED_TARGET libseccomp>=2.5)
 # Digests of files.
 pkg_check_modules(digests REQUIRED IMPORTED_TARGET libxxhash>=0.8 nettle>=3.7)
+# Serves the page of the program.
+pkg_check_modules(pages REQUIRED IMPORTED_TARGET cpp-httplib>=0.11)
 pkg_check_modules(ZIMG REQUIRED IMPORTED_TARGET zimg>=3.0)
 pkg_check_modules(PULSE REQUIRED IMPORTED_TARGET libpulse>=15)
 pkg_check_modules(ALSA REQUIRED IMPORTED_TARGET alsa>=1.2)

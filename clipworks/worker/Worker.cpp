@@ -99,6 +99,8 @@ class Worker::Process {
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDIN_FILENO);
     posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
     posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    // What a host has open and forgot to mark, such as its clients' connections, is no concern of a decoder.
+    posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1);
     std::string text = program.native();
     std::string word = "worker";
     char* const arguments[] = {text.data(), word.data(), nullptr};

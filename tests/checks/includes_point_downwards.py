@@ -43,7 +43,7 @@ STANDARD = re.compile(r"[a-z0-9_]+")  # <vector>, <cstdint>
 POSIX = re.compile(r"(dlfcn|errno|fcntl|poll|pthread|pwd|sched|signal|spawn|termios|unistd|sys/[a-z]+|linux/[a-z]+)\.h")
 LIBRARY = re.compile(r"tl/expected\.hpp")
 OTHERS = {"clipworks/edit": re.compile(r"nlohmann/json(_fwd)?\.hpp"), "clipworks/worker": re.compile(r"nlohmann/json\.hpp"),
-          "app": re.compile(r"(CLI|nlohmann|fmt)/[A-Za-z/._]+|(seccomp|xxhash|nettle/sha2)\.h"),
+          "app": re.compile(r"(CLI|nlohmann|fmt)/[A-Za-z/._]+|(seccomp|httplib|xxhash|nettle/sha2)\.h"),
           "python": re.compile(r"pybind11/[a-z0-9/]+\.h")}
 
 OURS = ("clipworks/", "app/", "python/")

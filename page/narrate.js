@@ -1,0 +1,131 @@
+// Narration: records the microphone while the clip plays, and sets where each piece lies and how loud all are.
+
+import * as api from "./api.js";
+import { button, el, icon, iconButton, say } from "./dom.js";
+import { clock, t } from "./texts.js";
+
+const formats = ["audio/mp4;codecs=opus", "audio/webm;codecs=opus", "audio/ogg;codecs=opus"];
+const mostSeconds = 1800;
+
+export function narrateTool(editor, form) {
+  const { player, steps } = editor;
+  let recording = null;
+  const fault = el("p", { class: "fault", hidden: true });
+  const recorder = button(t("record"), { class: "record", onclick: () => (recording ? recording.stop() : record()) }, "record");
+
+  async function record() {
+    fault.hidden = true;
+    let stream;
+    try {
+      stream = await navigator.mediaDevices.getUserMedia({ audio: true });
+    } catch (error) {
+      fault.textContent = t("noMicrophone", { why: error.message });
+      fault.hidden = false;
+      return;
+    }
+    const mimeType = formats.find((type) => MediaRecorder.isTypeSupported(type));
+    const parts = [];
+    const at = player.position;
+    recording = new MediaRecorder(stream, { mimeType, audioBitsPerSecond: 128_000 });
+    recording.addEventListener("dataavailable", (event) => parts.push(event.data));
+    recording.addEventListener("start", () => {
+      recording.began = performance.now();
+      player.play();
+      count();
+    });
+    recording.addEventListener("stop", () => {
+      const seconds = (performance.now() - recording.began) / 1000;
+      for (const track of stream.getTracks()) track.stop();
+      recording = null;
+      player.pause();
+      show();
+      keep(new Blob(parts, { type: mimeType.split(";")[0] }), at, seconds);
+    });
+    recording.start();
+    show();
+  }
+
+  function count() {
+    if (!recording) return;
+    const seconds = (performance.now() - recording.began) / 1000;
+    recorder.lastChild.textContent = t("stopRecording", { time: clock(seconds, 0) });
+    if (seconds > mostSeconds) recording.stop();
+    else setTimeout(count, 200);
+  }
+
+  async function keep(blob, at, seconds) {
+    try {
+      const { name } = await api.sendRecording(blob);
+      const narration = structuredClone(steps.find("narrate") ?? { step: "narrate", base: 1, piece: [] });
+      narration.piece.push({ file: name, at, seconds, volume: 1, url: URL.createObjectURL(blob) });
+      steps.add(narration);
+    } catch (error) {
+      fault.textContent = error.message;
+      fault.hidden = false;
+    }
+  }
+
+  function show() {
+    recorder.classList.toggle("on", Boolean(recording));
+    recorder.replaceChildren(icon(recording ? "stop" : "record"), el("span", {}, recording ? t("stopRecording", { time: clock(0, 0) }) : t("record")));
+    if (recording) say(t("recordingNow", { time: clock(0, 0) }));
+  }
+
+  const change = (make) => {
+    const narration = structuredClone(steps.find("narrate"));
+    make(narration);
+    if (narration.piece.length) steps.add(narration);
+    else steps.change((items) => items.filter((item) => item.step.step !== "narrate"));
+  };
+
+  const narration = steps.find("narrate");
+  const slider = (value, label, onChange) => {
+    const told = el("output", {}, t("volume", { percent: Math.round(100 * value) }));
+    const input = el("input", { type: "range", min: "0", max: "2", step: "0.05", value, "aria-label": label,
+      oninput: () => (told.textContent = t("volume", { percent: Math.round(100 * Number(input.value)) })),
+      onchange: () => onChange(Number(input.value)) });
+    return [input, told];
+  };
+  form.append(el("p", {}, t("narrateHint")), el("div", { class: "row" }, recorder), fault);
+  if (narration) {
+    form.append(el("ul", { class: "pieces" },
+      editor.clip.hasSound && el("li", {}, el("span", {}, t("ownSound")), slider(narration.base, t("ownSound"), (v) => change((n) => (n.base = v)))),
+      narration.piece.map((piece, i) => el("li", {}, el("span", {}, t("piece", { n: i + 1 })),
+        slider(piece.volume, t("pieceVolume", { n: i + 1 }), (v) => change((n) => (n.piece[i].volume = v))),
+        el("input", { type: "number", min: "0", step: "0.1", value: Number(piece.at.toFixed(2)), "aria-label": t("pieceStart", { n: i + 1 }),
+                      onchange: (event) => change((n) => (n.piece[i].at = Math.max(0, Number(event.target.value)))) }),
+        iconButton(t("removePiece", { n: i + 1 }), "close", { onclick: () => change((n) => n.piece.splice(i, 1)) })))));
+  }
+  const sounds = hear(editor, narration);
+  return () => {
+    if (recording) recording.stop();
+    sounds();
+  };
+}
+
+/** Lets the pieces be heard while the clip plays; returns what ends that. */
+function hear({ player }, narration) {
+  if (!narration) return () => {};
+  const sounds = narration.piece.map((piece) => piece.url && Object.assign(new Audio(piece.url), { volume: Math.min(1, piece.volume) }));
+  const follow = () => narration.piece.forEach((piece, i) => {
+    const sound = sounds[i];
+    if (!sound) return;
+    const inside = player.position - piece.at;
+    const isHeard = player.isPlaying && inside >= 0 && inside < piece.seconds;
+    if (isHeard && sound.paused) {
+      sound.currentTime = inside;
+      sound.play().catch(() => {});
+    } else if (!isHeard) {
+      sound.pause();
+    }
+  });
+  player.video.volume = Math.min(1, narration.base);
+  player.addEventListener("time", follow);
+  player.addEventListener("state", follow);
+  return () => {
+    player.removeEventListener("time", follow);
+    player.removeEventListener("state", follow);
+    player.video.volume = 1;
+    for (const sound of sounds) sound?.pause();
+  };
+}

@@ -1,0 +1,296 @@
+#!/usr/bin/env python3
+"""Edits clips in a real browser, by pointer and keys, and judges the files that come of it.
+
+    page_test.py PROGRAM
+
+Chromium, without a window (packages chromium, chromium-driver, python3-selenium).
+"""
+
+import re
+import tempfile
+import time
+import unittest
+from pathlib import Path
+
+from selenium import webdriver
+from selenium.webdriver import ActionChains, Keys
+from selenium.webdriver.chrome.service import Service
+from selenium.webdriver.common.by import By
+
+from serving import PATIENCE, Serving, facts_of, make_clip, numbers_in, program_named
+
+PROGRAM = program_named()
+
+
+def started_browser():
+    options = webdriver.ChromeOptions()
+    for word in ["--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1360,900", "--mute-audio",
+                 "--use-fake-device-for-media-stream", "--use-fake-ui-for-media-stream"]:
+        options.add_argument(word)
+    options.binary_location = "/usr/bin/chromium"
+    options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
+    return webdriver.Chrome(options=options, service=Service("/usr/bin/chromedriver"))
+
+
+class PageTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.directory = tempfile.TemporaryDirectory()
+        cls.folder = Path(cls.directory.name)
+        make_clip(cls.folder / "bars.mp4")
+        make_clip(cls.folder / "hevc.mp4", 60, 30, "-c:v", "libx265", "-x265-params", "log-level=none", "-pix_fmt", "yuv420p10le")
+        (cls.folder / "broken.mp4").write_bytes(b"nothing" * 50)
+        cls.serving = Serving(PROGRAM, cls.folder)
+        cls.browser = started_browser()
+        cls.browser.get(cls.serving.address)
+
+    @classmethod
+    def tearDownClass(cls):
+        log = cls.browser.get_log("browser")
+        cls.browser.quit()
+        code, left = cls.serving.stop()
+        cls.directory.cleanup()
+        assert (code, left, log) == (0, [], []), (code, left, log)
+
+    # What a person does and sees.
+
+    def all(self, selector):
+        return self.browser.find_elements(By.CSS_SELECTOR, selector)
+
+    def one(self, selector, text=None):
+        """The first element that is shown, and says `text`; waits for it."""
+        return self.until(lambda: next((e for e in self.all(selector) if e.is_displayed() and (text is None or text in (
+            e.text + (e.get_attribute("aria-label") or "")))), None), f"{selector} {text or ''}")
+
+    def until(self, condition, what):
+        deadline = time.monotonic() + PATIENCE
+        while time.monotonic() < deadline:
+            try:
+                if found := condition():
+                    return found
+            except Exception as error:  # an element that was replaced meanwhile
+                what = f"{what} ({error.__class__.__name__})"
+            time.sleep(0.03)
+        self.browser.save_screenshot("/tmp/page_test.png")
+        raise AssertionError(f"waited in vain for {what}; see /tmp/page_test.png")
+
+    def click(self, text, selector="button"):
+        self.one(selector, text).click()
+
+    def press(self, *keys):
+        ActionChains(self.browser).send_keys(*keys).perform()
+
+    def drag(self, element, dx, dy=0):
+        ActionChains(self.browser).click_and_hold(element).move_by_offset(round(dx), round(dy)).release().perform()
+
+    def setUp(self):
+        self.began = time.monotonic()
+
+    def tearDown(self):
+        print(f"{time.monotonic() - self.began:6.1f} s {self.id().split(chr(46))[-1]}")
+
+    def open(self, name):
+        self.browser.get(f"{self.serving.origin}/#{name}")
+        self.browser.execute_script("sessionStorage.clear()")
+        self.browser.refresh()
+        self.until(lambda: self.length() > 0, "the clip's length")
+        self.until(lambda: not self.all(".frame > img:not([hidden])"), "the video")
+        self.until(lambda: self.shown() == 0, "the first picture")
+
+    def length(self):
+        return float(self.one(".head").get_attribute("aria-valuemax"))
+
+    def shown(self):
+        """The number of the picture that is on screen, read off the screen."""
+        path = self.folder / "shown.png"
+        path.write_bytes(self.all(".frame")[0].screenshot_as_png)
+        try:
+            return numbers_in(path)[0]
+        finally:
+            path.unlink()
+
+    def scrub(self, share):
+        """Presses on the strip, at a share of its width."""
+        body = self.one(".timeline .body")
+        offset = round((share - 0.5) * body.size["width"])
+        ActionChains(self.browser).move_to_element_with_offset(body, offset, 10).click().perform()
+
+    def steps(self):
+        return [e.text for e in self.all(".steps .name")]
+
+    def made(self):
+        """Has the clip made, and returns the file."""
+        count = len(self.all(".results .done"))
+        self.until(lambda: self.one("button.primary", "Make").is_enabled() and not self.all(".plan[aria-busy]"), "a plan")
+        self.click("Make the clip")
+        self.until(lambda: len(self.all(".results .done")) > count, "the result")
+        return self.folder / self.one(".results .done strong").text
+
+    # What must come of it.
+
+    def test_the_list(self):
+        self.browser.get(self.serving.origin + "/")
+        self.one(".clips .soft", "640 × 360 · H.264")
+        self.one(".clips .soft", "HEVC 10 bit")
+        self.one(".broken", "broken.mp4")
+        self.one("input[type=search]").send_keys("hev")
+        self.assertEqual([e.text for e in self.all(".clips strong") if e.is_displayed()], ["hevc.mp4"])
+        wide = "return arguments[0].naturalWidth"
+        self.until(lambda: self.browser.execute_script(wide, self.one(".shot img")) > 200, "its picture")
+
+    def test_scrubbing_is_exact(self):
+        self.open("bars.mp4")
+        for share, picture in [(0.505, 45), (0.105, 9), (0.905, 81)]:
+            self.scrub(share)
+            number = int(re.search(r"Picture (\d+)", self.one(".time").text)[1])
+            self.assertAlmostEqual(number, picture, delta=1)
+            self.until(lambda: self.shown() == number, f"picture {number} on screen")
+        for keys, moved in [((Keys.ARROW_RIGHT,), 1), ((Keys.ARROW_LEFT,), -1), ((Keys.ARROW_LEFT,) * 2, -2), ((Keys.HOME,), None)]:
+            number = 0 if moved is None else number + moved
+            self.press(*keys)
+            self.until(lambda: self.shown() == number, f"picture {number} after {keys}")
+        self.press(" ")
+        self.one("button", "Pause")
+        self.until(lambda: self.shown() > 5, "playing")
+        self.until(lambda: self.one(".play").get_attribute("aria-label") == "Play" and self.shown() == 89, "the end")
+
+    def test_a_chain_by_hand(self):
+        self.open("bars.mp4")
+        body = self.one(".timeline .body")
+        width, length = body.size["width"], self.length()
+        self.click("Trim", ".tool")
+        self.drag(self.one(".handle.start"), width * 1 / length)
+        self.drag(self.one(".handle.end"), -width * (length - 2.5) / length)
+        self.click("Keep this part")
+        self.assertEqual(self.steps(), ["Keep 0:01.00 – 0:02.50"])
+        self.until(lambda: self.shown() == 30, "the first picture that is kept")
+
+        self.click("Crop", ".tool")
+        self.click("16:9", ".chips button")
+        frame = self.one(".frame").size["width"]
+        for grip, dx in [(".grip.x1.y1", -frame / 2), (".crop", frame / 4)]:
+            self.drag(self.one(grip), dx, 0)
+        numbers = [int(e.get_attribute("value")) for e in self.all(".form input[type=number]")]
+        self.assertAlmostEqual(numbers[0], 160, delta=3)
+        self.assertAlmostEqual(numbers[2], 320, delta=3)
+        self.assertAlmostEqual(numbers[3], numbers[2] * 9 / 16, delta=1)
+        for field, value in zip(self.all(".form input[type=number]"), [0, 0, 640, 180]):
+            field.send_keys(Keys.CONTROL, "a")
+            field.send_keys(str(value), Keys.TAB)
+        self.click("Apply")
+
+        self.click("Speed", ".tool")
+        self.drag(self.one(".handle.end"), -width / 3)
+        self.click("½×", ".chips button")
+        self.click("Apply")
+        self.assertEqual(self.steps()[1:], ["Crop to 640 × 180", "0.5× from 0:00.00 to 0:01.00"])
+        self.assertAlmostEqual(self.length(), 2.5, delta=0.001)
+        self.one(".plan .lead", "2.5 s, 640 × 180 pixels")
+        file = self.made()
+        w, h, seconds = facts_of(file)
+        self.assertEqual((w, h), (640, 180))
+        self.assertAlmostEqual(seconds, 2.5, delta=0.03)
+        self.assertEqual(numbers_in(file), list(range(30, 75)))
+
+    def test_steps_are_switched_moved_and_undone(self):
+        self.open("bars.mp4")
+        for tool, button in [("Rotate", "Right"), ("Loop", "Apply"), ("Reverse", None)]:
+            self.click(tool, ".tool")
+            if button:
+                self.click(button, ".form button")
+        three = ["Turn right", "Play 2 times", "Play backwards"]
+        self.until(lambda: self.steps() == three, "three steps")
+        whole = self.length()
+        self.all(".steps .switch")[1].click()
+        self.assertAlmostEqual(self.length(), whole / 2, delta=0.001)
+        self.click("Move down: Turn right")
+        self.assertEqual(self.steps(), [three[1], three[0], three[2]])
+        self.click("Remove: Turn right")
+        self.assertEqual(self.steps(), [three[1], three[2]])
+        for _ in range(2):
+            ActionChains(self.browser).key_down(Keys.CONTROL).send_keys("z").key_up(Keys.CONTROL).perform()
+        self.assertEqual(self.steps(), three)
+        self.click("Redo")
+        self.click("Undo")
+        self.one(".plan .lead", "3.0 s, 360 × 640 pixels")
+        self.click("Remove: Turn right")
+        self.until(lambda: self.shown() == 89, "the last picture first")
+        self.assertEqual(numbers_in(self.made()), list(range(89, -1, -1)))
+
+    def test_one_is_cancelled(self):
+        self.open("bars.mp4")
+        self.click("Loop", ".tool")
+        self.one(".form input").send_keys(Keys.CONTROL, "a")
+        self.one(".form input").send_keys("100")
+        self.click("Apply")
+        self.click("Rotate", ".tool")
+        self.click("Half", ".form button")
+        self.until(lambda: self.one("button.primary", "Make").is_enabled() and self.all(".plan .lead"), "a plan")
+        self.click("Make the clip")
+        self.until(lambda: float(self.one("progress").get_attribute("value")) > 0, "progress")
+        self.click("Cancel", ".results button")
+        self.one(".results .failed", "Cancelled")
+        self.assertFalse((self.folder / "bars-edited.mp4").exists() and facts_of(self.folder / "bars-edited.mp4")[2] > 100)
+
+    def test_what_the_browser_cannot_play(self):
+        self.open("hevc.mp4")
+        self.scrub(0.505)
+        number = int(re.search(r"Picture (\d+)", self.one(".time").text)[1])
+        self.assertAlmostEqual(number, 30, delta=1)
+        self.until(lambda: self.shown() == number, "the right picture")
+
+    def test_compression_is_compared_and_a_picture_saved(self):
+        self.open("bars.mp4")
+        self.scrub(0.505)
+        number = self.until(self.shown, "a picture")
+        self.click("Photo", ".tool")
+        self.click("Save the picture")
+        self.one(".results .done", "bars-frame.jpg")
+        self.assertEqual(numbers_in(self.folder / "bars-frame.jpg"), [number])
+        self.click("Compress", ".tool")
+        self.click("Compare five seconds")
+        line = self.one(".compare .line")
+        self.drag(line, 100)
+        self.assertGreater(int(line.get_attribute("aria-valuenow")), 55)
+        self.until(lambda: all(self.browser.execute_script("return arguments[0].videoHeight", v) for v in self.all(".compare video")),
+                   "both videos")
+        heights = [self.browser.execute_script("return arguments[0].videoHeight", v) for v in self.all(".compare video")]
+        self.assertEqual(heights, [480, 360])
+        self.click("Apply")
+        self.assertEqual(self.steps(), ["Compress to 480p"])
+
+    def test_narration(self):
+        self.open("bars.mp4")
+        self.click("Narrate", ".tool")
+        self.click("Record")
+        self.until(lambda: self.shown() > 20, "the clip to play")
+        self.click("Stop", ".record")
+        piece = self.one(".piece")
+        self.drag(piece, self.one(".lane").size["width"] / 3)
+        self.until(lambda: abs(float(self.one(".pieces input[type=number]").get_attribute("value")) - 1) < 0.1, "the new start")
+        self.assertEqual(self.steps(), ["Narrate, 1 piece"])
+        self.assertEqual(numbers_in(self.made()), list(range(90)))
+
+    def test_everybody_can_use_it(self):
+        self.open("bars.mp4")
+        nameless = """return [...document.querySelectorAll("button, a, input, select, [role=slider]")].filter((e) => e.checkVisibility() &&
+            !(e.textContent.trim() || e.ariaLabel || e.labels?.length || e.placeholder)).map((e) => e.outerHTML)"""
+        for tool in ["Trim", "Speed", "Crop", "Compress", "Narrate", "Photo"]:
+            self.click(tool, ".tool")
+            self.assertEqual(self.browser.execute_script(nameless), [])
+        self.press(Keys.ESCAPE)
+        self.assertFalse(self.all(".form:not([hidden])"))
+        self.press(Keys.HOME, Keys.ARROW_RIGHT, "i", Keys.ARROW_RIGHT, "o")
+        self.one(".selected", "0:00.03 – 0:00.10")
+        handle = self.one(".handle.end")
+        handle.send_keys(Keys.ARROW_RIGHT)
+        self.assertAlmostEqual(float(handle.get_attribute("aria-valuenow")), 4 / 30, delta=0.001)
+        size = self.browser.get_window_size()
+        self.browser.set_window_size(500, 900)
+        wider = "return document.documentElement.scrollWidth - document.documentElement.clientWidth"
+        self.assertEqual(self.browser.execute_script(wider), 0)
+        self.browser.set_window_size(size["width"], size["height"])
+
+
+if __name__ == "__main__":
+    unittest.main()
