@@ -24,11 +24,14 @@ export class Cropper extends EventTarget {
     }
     onDrag(this.box, (event) => this.#moving(event));
     this.rect = { x: 0, y: 0, w: size[0], h: size[1] };
-    frame.append(this.box);
+    this.hole = el("div", { class: "hole" });
+    this.dim = el("div", { class: "dim" }, this.hole);
+    frame.append(this.dim, this.box);
     this.set({ x: size[0] * 0.1, y: size[1] * 0.1, w: size[0] * 0.8, h: size[1] * 0.8 });
   }
 
   remove() {
+    this.dim.remove();
     this.box.remove();
   }
 
@@ -75,11 +78,12 @@ export class Cropper extends EventTarget {
     w = clamp(Math.round(w), Math.min(least, this.size[0]), this.size[0]);
     h = clamp(Math.round(h), Math.min(least, this.size[1]), this.size[1]);
     this.rect = { x: clamp(Math.round(x), 0, this.size[0] - w), y: clamp(Math.round(y), 0, this.size[1] - h), w, h };
-    const style = this.box.style;
-    style.left = `${(100 * this.rect.x) / this.size[0]}%`;
-    style.top = `${(100 * this.rect.y) / this.size[1]}%`;
-    style.width = `${(100 * w) / this.size[0]}%`;
-    style.height = `${(100 * h) / this.size[1]}%`;
+    for (const { style } of [this.box, this.hole]) {
+      style.left = `${(100 * this.rect.x) / this.size[0]}%`;
+      style.top = `${(100 * this.rect.y) / this.size[1]}%`;
+      style.width = `${(100 * w) / this.size[0]}%`;
+      style.height = `${(100 * h) / this.size[1]}%`;
+    }
     this.dispatchEvent(new Event("change"));
   }
 

@@ -97,4 +97,25 @@ export function onDrag(element, start) {
   });
 }
 
+/** Loads pictures a few at a time, so that other requests are not kept waiting; those that have left the page are left out. */
+const pictures = { waiting: [], loading: 0 };
+export function loadPicture(image, url) {
+  pictures.waiting.push({ image, url });
+  queueMicrotask(loadNext);
+}
+function loadNext() {
+  while (pictures.loading < 3 && pictures.waiting.length) {
+    const { image, url } = pictures.waiting.shift();
+    if (!image.isConnected) continue;
+    ++pictures.loading;
+    const next = () => {
+      --pictures.loading;
+      loadNext();
+    };
+    image.addEventListener("load", next, { once: true });
+    image.addEventListener("error", next, { once: true });
+    image.src = url;
+  }
+}
+
 export const clamp = (value, least, most) => Math.min(Math.max(value, least), most);

@@ -90,8 +90,8 @@ export class Editor {
     this.plan = el("div", { class: "plan", "aria-live": "polite" });
     this.nameInput = el("input", { type: "text", value: `${this.clip.name.replace(/\.[^.]*$/, "")}-edited`, spellcheck: "false" });
     this.makeButton = button(t("make"), { class: "primary", onclick: () => this.make() });
-    this.making = el("section", { class: "make" }, el("h2", {}, t("plan")), this.plan,
-      el("div", { class: "row" }, field(t("name"), this.nameInput), this.makeButton));
+    header.append(this.makeButton);
+    this.making = el("section", {}, el("h2", {}, t("plan")), this.plan, field(t("name"), this.nameInput));
     const side = el("aside", { class: "side" },
       el("section", { "aria-label": t("tools") }, el("div", { class: "tools" }, Object.values(this.toolButtons)), this.form),
       el("section", {}, el("h2", {}, t("steps")), this.steps.element), this.making, this.results.element, this.#keys());
@@ -115,7 +115,8 @@ export class Editor {
   fitFrame() {
     if (!this.view) return;
     const [w, h] = this.view.size;
-    const scale = Math.min(this.stage.clientWidth / w, this.stage.clientHeight / h);
+    const edge = 24;  // where grips stand out
+    const scale = Math.min((this.stage.clientWidth - edge) / w, (this.stage.clientHeight - edge) / h);
     this.player.frame.style.width = `${Math.round(w * scale)}px`;
     this.player.frame.style.height = `${Math.round(h * scale)}px`;
   }
@@ -131,7 +132,7 @@ export class Editor {
     this.timeline.showPieces(this.steps.pieces(), (i, at) => this.steps.movePiece(i, at));
     this.undoButton.disabled = !this.steps.canUndo;
     this.redoButton.disabled = !this.steps.canRedo;
-    this.making.hidden = this.steps.active().length === 0;
+    this.making.hidden = this.makeButton.hidden = this.steps.active().length === 0;
     if (tool === "narrate") this.openTool(tool);
     clearTimeout(this.planning);
     if (this.making.hidden) return;

@@ -1,7 +1,7 @@
 // The page: the clips of the folder, and the one that is opened. The address behind "#" names it.
 
 import * as api from "./api.js";
-import { button, el, say } from "./dom.js";
+import { button, el, loadPicture, say } from "./dom.js";
 import { Editor, kindOf } from "./editor.js";
 import { bytes, clock, t } from "./texts.js";
 
@@ -65,7 +65,10 @@ class Library {
       const facts = await api.factsOf(clip);
       words.textContent = `${kindOf(facts)} · ${bytes(clip.bytes)}`;
       shot.append(el("span", { class: "length" }, clock(facts.seconds, 0)));
-      if (facts.size[0] > 0) shot.prepend(el("img", { src: api.pictureUrl(clip, Math.min(1, facts.seconds / 3)), alt: "" }));
+      if (!(facts.size[0] > 0)) return;
+      const image = el("img", { alt: "" });
+      shot.prepend(image);
+      loadPicture(image, api.pictureUrl(clip, Math.min(1, facts.seconds / 3)));
     } catch (error) {
       card.classList.add("broken");
       words.textContent = t("unreadable");

@@ -23,7 +23,7 @@ export class Player extends EventTarget {
     super();
     this.video = el("video", { playsinline: true, preload: "auto", tabindex: "-1", "aria-hidden": "true" });
     this.still = el("img", { alt: "", hidden: true });
-    this.frame = el("div", { class: "frame" }, this.video, this.still);
+    this.frame = el("div", { class: "frame" }, el("div", { class: "shown" }, this.video, this.still));
     this.position = 0;
     this.isPlaying = false;
     this.usesStills = true;

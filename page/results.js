@@ -18,6 +18,7 @@ export class Results {
     const title = el("strong", {}, name);
     const item = el("li", { class: "running" }, el("div", { class: "row" }, title), bar, how);
     this.list.prepend(item);
+    item.scrollIntoView({ block: "nearest" });
     const fail = (text) => {
       item.className = "failed";
       item.replaceChildren(el("div", { class: "row" }, title, this.#dismiss(item)), el("p", { class: "fault" }, text));
@@ -59,7 +60,7 @@ export class Results {
                                 onclick: () => this.#open(state.name, url, isPicture) }, shown);
     const sizes = isPicture ? bytes(state.bytes) : t("sizeChange", { before: bytes(before), after: bytes(state.bytes) });
     item.className = "done";
-    item.replaceChildren(look, el("div", {}, el("div", { class: "row" }, el("strong", {}, state.name), el("div", { class: "spacer" }), this.#dismiss(item)),
+    item.replaceChildren(look, el("div", {}, el("div", { class: "row" }, el("strong", { title: state.name }, state.name), this.#dismiss(item)),
       el("p", { class: "soft" }, `${sizes} · ${t("jobDone", { time: span(state.seconds) })}`),
       el("div", { class: "row" }, link, !isPicture && el("a", { href: `#${encodeURIComponent(state.name)}` }, t("edit")))));
     say(`${state.name}: ${t("jobDone", { time: span(state.seconds) })}`);

@@ -1,7 +1,7 @@
 // The strip of pictures with the sound's wave below it: shows a view, the position, the selection and pieces of narration.
 
 import * as api from "./api.js";
-import { clamp, el, onDrag } from "./dom.js";
+import { clamp, el, loadPicture, onDrag } from "./dom.js";
 import { clock, t } from "./texts.js";
 import { lengthOf, placeAt } from "./view.js";
 
@@ -127,7 +127,8 @@ export class Timeline extends EventTarget {
     const { at, picture } = this.player.boundaries;
     const cells = Array.from({ length: count }, (_, i) => {
       const number = picture[this.player.pictureAt(((i + 0.5) / count) * this.length)] ?? 0;
-      const image = el("img", { alt: "", draggable: "false", src: at.length ? api.pictureUrl(this.player.clip, this.player.times[number]) : null });
+      const image = el("img", { alt: "", draggable: "false" });
+      if (at.length) loadPicture(image, api.pictureUrl(this.player.clip, this.player.times[number]));
       image.style.width = `${this.player.clip.size[0] * scale}px`;
       image.style.height = `${this.player.clip.size[1] * scale}px`;
       image.style.transform = `matrix(${a},${b},${c},${d},${e * scale},${f * scale})`;

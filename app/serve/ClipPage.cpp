@@ -78,6 +78,12 @@ bool isSeconds(const std::string& text) {
   return !text.empty() && text.size() < 30 && text.find_first_not_of("0123456789.") == std::string::npos;
 }
 
+std::string versionOf(const fs::path& file) {
+  std::error_code ignored;
+  return fmt::format("{} {} ", fs::file_size(file, ignored),
+                     fs::last_write_time(file, ignored).time_since_epoch().count());
+}
+
 /// Writes the body to an open file.
 bool writeBody(const HttpBody& body, int descriptor) {
   return body([descriptor](std::string_view piece) {
@@ -105,6 +111,7 @@ ClipPage::ClipPage(ClipFolder folder, fs::path temp, int port, const WorkerOptio
     : folder_(std::move(folder)),
       temp_(std::move(temp)),
       gate_(port),
+      asked_(worker),
       lookers_{Worker(worker), Worker(worker)},
       listener_(worker),
       movies_(worker),
@@ -174,11 +181,9 @@ HttpAnswer ClipPage::told(Worker& worker, const std::string& name, const std::ve
   return answer;
 }
 
-HttpAnswer ClipPage::facts(const HttpRequest& request) { return told(looker(), request.parameter("name"), {}); }
+HttpAnswer ClipPage::facts(const HttpRequest& request) { return told(asked_, request.parameter("name"), {}); }
 
-HttpAnswer ClipPage::times(const HttpRequest& request) {
-  return told(looker(), request.parameter("name"), {"--times"});
-}
+HttpAnswer ClipPage::times(const HttpRequest& request) { return told(asked_, request.parameter("name"), {"--times"}); }
 
 HttpAnswer ClipPage::peaks(const HttpRequest& request) {
   const std::string count = request.parameter("count");
@@ -228,7 +233,7 @@ std::optional<JobLane::Job> ClipPage::jobNumbered(const std::string& number) con
 HttpAnswer ClipPage::made(const HttpRequest& request) {
   const auto job = jobNumbered(request.parameter("job"));
   if (!job || job->state != JobLane::State::done) return notThere();
-  if (job->isTemporary) return fileAnswer(job->path);
+  if (!job->recipe.empty()) return fileAnswer(job->path);
   const auto file = folder_.find(job->path.filename().native());
   return file ? fileAnswer(*file) : notThere();
 }
@@ -264,7 +269,7 @@ HttpAnswer ClipPage::planJob(const json& message) {
   if (job->ending == ".mp4") {
     std::vector<std::string> words = job->words;
     words.insert(words.begin(), "--plan");
-    const auto told = looker().run(words);
+    const auto told = asked_.run(words);
     if (!told) return didFail(told.error().sentence);
     const json plans = json::parse(told->text, nullptr, false);
     if (!plans.is_object() || !plans.contains("plans")) return didFail("nothing can be told of it");
@@ -284,7 +289,9 @@ HttpAnswer ClipPage::startJob(const json& message) {
   if (!place) return refused(422, "the new file needs a name without \"/\"");
   std::vector<std::string> words{"-o", place->native()};
   words.insert(words.end(), job->words.begin(), job->words.end());
-  const auto number = (isTemporary ? previews_ : movies_).add(std::move(words), isTemporary);
+  // Looked at again, what was made of the same clip serves again.
+  const auto number = isTemporary ? previews_.add(std::move(words), versionOf(job->file) + plain.dump())
+                                  : movies_.add(std::move(words), "");
   if (!number) return refused(503, number.error().sentence);
   return answered({{"job", std::to_string(*number)}});
 }

@@ -58,7 +58,8 @@ class ClipPage final : public HttpSite {
   const ClipFolder folder_;
   const std::filesystem::path temp_;
   Gate gate_;
-  std::array<Worker, 2> lookers_;  // for what takes some milliseconds
+  Worker asked_;                   // for what takes milliseconds
+  std::array<Worker, 2> lookers_;  // take pictures
   std::atomic<std::size_t> turn_ = 0;
   Worker listener_;  // reads the sound of whole clips
   JobLane movies_;

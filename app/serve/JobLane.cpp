@@ -23,13 +23,17 @@ JobLane::~JobLane() {
   for (auto& [number, source] : stops_) source.request_stop();
 }
 
-Result<std::uint64_t, Failure> JobLane::add(std::vector<std::string> words, bool isTemporary) {
+Result<std::uint64_t, Failure> JobLane::add(std::vector<std::string> words, const std::string& recipe) {
   const std::lock_guard lock(mutex_);
+  for (const auto& [number, job] : jobs_) {
+    const bool isOfUse = job.state != State::failed && job.state != State::cancelled && !isCancelled(number);
+    if (!recipe.empty() && job.recipe == recipe && isOfUse) return number;
+  }
   if (waiting_.size() >= mostWaiting) return failure(Failure{ExitCode::tryAgain, "too much waits to be done", {}});
   // One row for all lanes.
   static std::atomic<std::uint64_t> latest = 0;
   last_ = ++latest;
-  jobs_.emplace(last_, Job{std::move(words), isTemporary});
+  jobs_.emplace(last_, Job{std::move(words), recipe});
   stops_.emplace(last_, std::stop_source());
   waiting_.push_back(last_);
   forgetOldest();
@@ -38,11 +42,17 @@ Result<std::uint64_t, Failure> JobLane::add(std::vector<std::string> words, bool
 }
 
 /// With mutex_ held.
+bool JobLane::isCancelled(std::uint64_t number) const {
+  const auto found = stops_.find(number);
+  return found != stops_.end() && found->second.stop_requested();
+}
+
+/// With mutex_ held.
 void JobLane::forgetOldest() {
   while (jobs_.size() > mostRemembered && !stops_.contains(jobs_.begin()->first)) {
     const Job& job = jobs_.begin()->second;
     std::error_code ignored;
-    if (job.isTemporary && !job.path.empty()) std::filesystem::remove(job.path, ignored);
+    if (!job.recipe.empty() && !job.path.empty()) std::filesystem::remove(job.path, ignored);
     jobs_.erase(jobs_.begin());
   }
 }

@@ -26,8 +26,8 @@ class JobLane {
 
   struct Job {
     std::vector<std::string> words;
-    /// Its file is of use to this process alone, and goes with the job.
-    bool isTemporary = false;
+    /// Of a job whose file is of use to this process alone, and goes with the job: what it is made of.
+    std::string recipe{};
     State state = State::waiting;
     double share = 0;         ///< from 0 to 1
     double secondsLeft = -1;  ///< negative while it cannot be told
@@ -42,8 +42,8 @@ class JobLane {
   JobLane(const JobLane&) = delete;
   JobLane& operator=(const JobLane&) = delete;
 
-  /// Fails where too many wait.
-  [[nodiscard]] Result<std::uint64_t, Failure> add(std::vector<std::string> words, bool isTemporary);
+  /// A job with a recipe is that which has the same one already, unless that failed. Fails where too many wait.
+  [[nodiscard]] Result<std::uint64_t, Failure> add(std::vector<std::string> words, const std::string& recipe);
   [[nodiscard]] std::optional<Job> find(std::uint64_t number) const;
   /// False where there is no such job; one that is over stays what it is.
   bool cancel(std::uint64_t number);
@@ -54,6 +54,7 @@ class JobLane {
   void run(std::uint64_t number, std::stop_token stop);
   void note(std::uint64_t number, double share, Clock::duration elapsed);
   void forgetOldest();
+  [[nodiscard]] bool isCancelled(std::uint64_t number) const;
 
   Worker worker_;
   mutable std::mutex mutex_;

@@ -76,7 +76,7 @@ Result<PageJob, Failure> checked(json object, const PageJob::FindFile& find) {
   for (auto& step : steps) {
     if (const Outcome known = checkStep(step, find); !known) return failure(known.error());
   }
-  PageJob job{object.at("out").get<std::string>(), ".mp4", {}};
+  PageJob job{*file, object.at("out").get<std::string>(), ".mp4", {}};
   const json& last = steps.back();
   if (last.at("step") == "frame") {
     const json format = last.value("format", json::array({"jpg"})).at(0);

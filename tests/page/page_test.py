@@ -94,7 +94,7 @@ class PageTest(unittest.TestCase):
         self.browser.execute_script("sessionStorage.clear()")
         self.browser.refresh()
         self.until(lambda: self.length() > 0, "the clip's length")
-        self.until(lambda: not self.all(".frame > img:not([hidden])"), "the video")
+        self.until(lambda: not self.all(".shown > img:not([hidden])"), "the video")
         self.until(lambda: self.shown() == 0, "the first picture")
 
     def length(self):
@@ -103,7 +103,7 @@ class PageTest(unittest.TestCase):
     def shown(self):
         """The number of the picture that is on screen, read off the screen."""
         path = self.folder / "shown.png"
-        path.write_bytes(self.all(".frame")[0].screenshot_as_png)
+        path.write_bytes(self.all(".shown")[0].screenshot_as_png)
         try:
             return numbers_in(path)[0]
         finally:
