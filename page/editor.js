@@ -3,7 +3,7 @@
 import * as api from "./api.js";
 import { button, el, field, icon, iconButton, say } from "./dom.js";
 import { Player } from "./player.js";
-import { Results } from "./results.js";
+import { resultsOf } from "./results.js";
 import { Steps, nameOfStep } from "./steps.js";
 import { bytes, clock, codec, span, t } from "./texts.js";
 import { Timeline } from "./timeline.js";
@@ -33,7 +33,7 @@ export class Editor {
     this.onBack = onBack;
     this.player = new Player();
     this.timeline = new Timeline(this.player);
-    this.results = new Results(this);
+    this.results = resultsOf(this);
     this.steps = new Steps(entry, () => this.update());
     this.#build();
   }
@@ -84,7 +84,11 @@ export class Editor {
       this.time, el("div", { class: "spacer" }), this.selected);
 
     this.toolButtons = Object.fromEntries(Object.keys(tools).map((name) => [name, button(t(name), {
-      class: "tool", "aria-pressed": "false", onclick: () => (this.tool === name ? this.closeTool() : this.openTool(name)),
+      class: "tool", "aria-pressed": "false", onclick: (event) => {
+        if (this.tool === name) return this.closeTool();
+        this.openTool(name);
+        if (event.detail === 0) this.form.querySelector("button, input, select")?.focus();  // by keyboard
+      },
     }, name)]));
     this.form = el("div", { class: "form", hidden: true });
     this.plan = el("div", { class: "plan", "aria-live": "polite" });

@@ -141,4 +141,5 @@ addEventListener("drop", (event) => {
   if (editor) location.hash = "";
 });
 addEventListener("hashchange", show);
+addEventListener("made", () => !editor && library.load().catch(() => {}));
 show();

@@ -4,9 +4,19 @@ import * as api from "./api.js";
 import { button, el, iconButton, icon, say } from "./dom.js";
 import { bytes, span, t } from "./texts.js";
 
-export class Results {
-  constructor(editor) {
-    this.editor = editor;
+const all = new Map();
+
+/** Those of a clip, which go on while another one is looked at. */
+export function resultsOf(editor) {
+  const key = `${editor.clip.name} ${editor.clip.changed}`;
+  if (!all.has(key)) all.set(key, new Results());
+  const results = all.get(key);
+  results.editor = editor;
+  return results;
+}
+
+class Results {
+  constructor() {
     this.list = el("ul", { class: "results" });
     this.element = el("section", { hidden: true }, el("h2", {}, t("results")), this.list);
   }
@@ -63,6 +73,7 @@ export class Results {
     item.replaceChildren(look, el("div", {}, el("div", { class: "row" }, el("strong", { title: state.name }, state.name), this.#dismiss(item)),
       el("p", { class: "soft" }, `${sizes} · ${t("jobDone", { time: span(state.seconds) })}`),
       el("div", { class: "row" }, link, !isPicture && el("a", { href: `#${encodeURIComponent(state.name)}` }, t("edit")))));
+    dispatchEvent(new Event("made"));
     say(`${state.name}: ${t("jobDone", { time: span(state.seconds) })}`);
   }
 

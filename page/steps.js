@@ -11,7 +11,7 @@ const rank = (step) => last.indexOf(step.step) + 1;
 export function nameOfStep(step) {
   const names = {
     trim: () => (step.keep ? t("stepTrimMany", { n: step.keep.length })
-                           : t("stepTrim", { from: clock(Number(step.from)), to: clock(Number(step.to)) })),
+                           : t("stepTrim", { from: clock(Number(step.from ?? 0)), to: step.to ? clock(Number(step.to)) : t("theEnd") })),
     speed: () => t("stepSpeed", { x: Number((1 / step.ratio).toFixed(2)), from: clock(Number(step.from)), to: clock(Number(step.to)) }),
     crop: () => t("stepCrop", { w: step.rect.split(",")[2], h: step.rect.split(",")[3] }),
     rotate: () => t("stepRotate", { form: step.by }),

@@ -42,6 +42,11 @@ function rangeFields(editor, onChange) {
 }
 
 const selected = ({ timeline }) => ({ from: typedStart(timeline.selection.from), to: typedEnd(timeline.selection.to) });
+/** The same without an end that is the clip's own. */
+const kept = ({ timeline }) => ({
+  ...(timeline.selection.from > 0 && { from: typedStart(timeline.selection.from) }),
+  ...(timeline.selection.to < timeline.length && { to: typedEnd(timeline.selection.to) }),
+});
 
 export const tools = {
   trim(editor, form) {
@@ -53,7 +58,7 @@ export const tools = {
       if (to < timeline.length) keep.push(`${typedStart(to)}-${typedEnd(timeline.length)}`);
       editor.add({ step: "trim", keep });
     } });
-    const keep = button(t("keepPart"), { class: "primary", onclick: () => editor.add({ step: "trim", ...selected(editor) }) });
+    const keep = button(t("keepPart"), { class: "primary", onclick: () => editor.add({ step: "trim", ...kept(editor) }) });
     const fields = rangeFields(editor, () => (keep.disabled = cut.disabled = timeline.isWhole));
     form.append(el("p", {}, t("trimHint")), fields, el("div", { class: "row end" }, cut, keep));
     return () => (editor.onSelection = null);

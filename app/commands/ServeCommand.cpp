@@ -98,7 +98,10 @@ class ServeCommand final : public Command {
     if (!port) return failure(port.error());
     ClipPage page(std::move(*folder), temp->path(), *port, worker);
     program.interruption.defer();
-    const std::stop_callback ends(program.interruption.token(), [&server] { server.stop(); });
+    const std::stop_callback ends(program.interruption.token(), [&server, &page] {
+      page.end();
+      server.stop();
+    });
     program.reporter.keepEventsOff();
     program.reporter.text(page.address() + '\n');
     if (!staysClosed_) openInBrowser(page.address());

@@ -171,7 +171,7 @@ HttpAnswer ClipPage::told(Worker& worker, const std::string& name, const std::ve
   if (!file) return notThere();
   std::vector<std::string> all{"look", file->native()};
   all.insert(all.end(), words.begin(), words.end());
-  const auto told = worker.run(all);
+  const auto told = worker.run(all, {}, stop_.get_token());
   if (!told) return didFail(told.error().sentence);
   // What a decoder that was taken over prints goes no further than this, unless it is JSON.
   const json object = json::parse(told->text, nullptr, false);
@@ -200,7 +200,7 @@ HttpAnswer ClipPage::picture(const HttpRequest& request) {
   std::vector<std::string> words{"frame", file->native()};
   if (request.parameter("size") != "full") words = {"compress", file->native(), "--preset", "144p", "then", "frame"};
   words.insert(words.end(), {"--at", at, "-o", place.native()});
-  const auto made = looker().run(words);
+  const auto made = looker().run(words, {}, stop_.get_token());
   if (!made) return refused(422, made.error().sentence);
   std::ifstream stream(place, std::ios::binary);
   std::ostringstream bytes;
@@ -269,7 +269,7 @@ HttpAnswer ClipPage::planJob(const json& message) {
   if (job->ending == ".mp4") {
     std::vector<std::string> words = job->words;
     words.insert(words.begin(), "--plan");
-    const auto told = asked_.run(words);
+    const auto told = asked_.run(words, {}, stop_.get_token());
     if (!told) return didFail(told.error().sentence);
     const json plans = json::parse(told->text, nullptr, false);
     if (!plans.is_object() || !plans.contains("plans")) return didFail("nothing can be told of it");

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -28,6 +29,9 @@ class ClipPage final : public HttpSite {
 
   /// To be opened by the browser.
   [[nodiscard]] std::string address() const { return gate_.address(); }
+
+  /// Ends what workers do for it. Any thread.
+  void end() { stop_.request_stop(); }
 
   std::optional<HttpAnswer> refusal(const HttpRequest& request) override;
   HttpAnswer answer(const HttpRequest& request, const HttpBody& body) override;
@@ -55,6 +59,7 @@ class ClipPage final : public HttpSite {
   [[nodiscard]] std::vector<std::string> command(const PageJob& job) const;
   [[nodiscard]] Worker& looker() { return lookers_[turn_++ % lookers_.size()]; }
 
+  std::stop_source stop_;
   const ClipFolder folder_;
   const std::filesystem::path temp_;
   Gate gate_;

@@ -53,10 +53,10 @@ std::optional<HttpAnswer> Gate::judge(const HttpRequest& request) {
   if (request.method == "POST" ? origin != origin_ : !origin.empty() && origin != origin_)
     return refused("Other pages are not let in.\n");
   if (hasCookie(request.header("Cookie"), cookie_)) {
-    // What another page had loaded would come with the cookie only where a browser takes it for this one.
+    // Browsers send cookies to every port of a host, for pages of other ports, too, and say so here.
     const std::string site = request.header("Sec-Fetch-Site");
-    if (site == "cross-site" && request.path != "/") return refused("Other pages are not let in.\n");
-    return std::nullopt;
+    const bool isOwn = site.empty() || site == "same-origin" || site == "none" || request.path == "/";
+    return isOwn ? std::nullopt : std::optional(refused("Other pages are not let in.\n"));
   }
   return trade(request);
 }

@@ -34,10 +34,18 @@ class ServerTest(unittest.TestCase):
 
     @classmethod
     def tearDownClass(cls):
+        # In the midst of work.
+        long = {"in": "bars.mp4", "out": "long", "steps": [{"step": "loop", "count": 3000}, {"step": "rotate"}]}
+        number = cls.serving.post("/api/start", long)[1]["job"]
+        while json.loads(cls.serving.ask("GET", "/api/job?job=" + number)[2])["share"] == 0:
+            time.sleep(0.02)
+        began = time.monotonic()
         code, left = cls.serving.stop()
+        made = sorted(os.listdir(cls.folder))
         cls.directory.cleanup()
         cls.outside.cleanup()
-        assert (code, left) == (0, []), (code, left)
+        assert (code, left, made) == (0, [], ["bars.mp4", "broken.mp4", "inner.mp4", "link.mp4", "pipe.mp4"]), (code, left, made)
+        assert time.monotonic() - began < 10
 
     def test_the_key_lets_in_once(self):
         cookie = self.first["Set-Cookie"]
@@ -59,6 +67,7 @@ class ServerTest(unittest.TestCase):
                 (403, "GET", "/api/clips", {"Host": "evil.example"}),
                 (403, "GET", "/api/clips", {"Origin": other}),
                 (403, "GET", "/media/clip?name=bars.mp4", {"Sec-Fetch-Site": "cross-site"}),
+                (403, "GET", "/media/clip?name=bars.mp4", {"Sec-Fetch-Site": "same-site"}),
                 (403, "POST", "/api/plan", {"Origin": other}),
                 (403, "POST", "/api/plan", {"Origin": None}),
                 (403, "POST", "/api/plan", {"Origin": "null"}),
