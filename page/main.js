@@ -98,18 +98,24 @@ class Library {
 
 const toast = el("p", { class: "toast", hidden: true, role: "status" });
 document.body.append(toast);
+let hiding = 0;
 function notify(text) {
   toast.textContent = text;
   toast.hidden = !text;
+  clearTimeout(hiding);
+  hiding = setTimeout(() => (toast.hidden = true), 8000);
 }
 
+let turn = 0;
 async function show() {
+  const mine = ++turn;
   const name = decodeURIComponent(location.hash.slice(1));
   editor?.close();
   editor = null;
   library ??= new Library();
   try {
     await library.load();
+    if (mine !== turn) return;
     const entry = library.clips.find((clip) => clip.name === name);
     document.title = entry ? `${name} – ${t("app")}` : t("app");
     if (!entry) {
@@ -120,7 +126,9 @@ async function show() {
     place.replaceChildren(editor.element);
     await editor.load();
   } catch (error) {
+    if (mine !== turn) return;
     notify(error.message);
+    if (editor) location.hash = "";
   }
 }
 

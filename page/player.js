@@ -1,10 +1,13 @@
 // Plays a view of a clip: a video element that is moved to the right moment and drawn through the view's matrix. What the
-// browser cannot play is shown by a version that the server makes, and until that is there by single pictures.
+// browser cannot play is shown by a small version that the server makes, piece by piece where somebody looks, and until a
+// piece is there by single pictures.
 
 import * as api from "./api.js";
-import { boundariesOf, indexAt, lengthOf, placeAt } from "./view.js";
+import { boundariesOf, indexAt, lengthOf, placeAt, typedEnd, typedStart } from "./view.js";
 import { clamp, el } from "./dom.js";
 
+const pieceSeconds = 10;
+const patience = 150;  // ms that somebody stays at a place before a piece is made for it
 const playableCodecs = ["h264", "vp8", "vp9", "av1"];
 
 /** Whether the browser shows this clip as it is: its codec, and nothing that players disagree about. */
@@ -26,55 +29,96 @@ export class Player extends EventTarget {
     this.frame = el("div", { class: "frame" }, el("div", { class: "shown" }, this.video, this.still));
     this.position = 0;
     this.isPlaying = false;
-    this.usesStills = true;
+    this.pieces = [];
+    this.open = null;  // the piece that the video element has
     this.video.addEventListener("seeked", () => this.#goOn());
     this.video.addEventListener("error", () => this.isDirect && this.#prepare());
     new ResizeObserver(() => this.#place()).observe(this.frame);
-    this.gone = new AbortController();
   }
 
-  async load(clip, facts, times) {
+  load(clip, facts, times) {
     this.clip = clip;
     this.times = times;
     this.facts = facts;
     this.isDirect = isPlayable(facts);
-    if (this.isDirect) this.#play(api.clipUrl(clip));
-    else if (times.length) await this.#prepare();
+    if (this.isDirect) this.pieces = [{ from: 0, to: Infinity, url: api.clipUrl(clip) }];
+    else this.#prepare();
   }
 
-  #play(url) {
-    this.video.src = url;
-    this.video.addEventListener("loadeddata", () => {
-      this.usesStills = false;
-      this.still.hidden = true;
-      this.seek(this.position);
-      this.dispatchEvent(new Event("ready"));
-    }, { once: true });
-  }
-
-  /** Has a version made that the browser can play. */
-  async #prepare() {
+  /** The pieces of which a version is made that the browser can play. Each begins with a picture. */
+  #prepare() {
     this.isDirect = false;
-    this.usesStills = true;
-    this.seek(this.position);
-    const tell = (detail) => this.dispatchEvent(new CustomEvent("preparing", { detail }));
-    try {
-      const steps = [{ step: "compress", preset: this.facts.size[1] < 480 ? "360p" : "540p" }];
-      const { job } = await api.start({ in: this.clip.name, out: "shown", steps, codec: "h264", temporary: true });
-      this.gone.signal.addEventListener("abort", () => api.cancel(job).catch(() => {}));
-      tell({ share: 0 });
-      const state = await api.follow(job, (now) => tell({ share: now.share }));
-      tell(null);
-      if (state.state === "done") this.#play(api.madeUrl(job));
-      else if (!this.gone.signal.aborted) tell({ failed: true });
-    } catch {
-      tell({ failed: true });
+    this.open = null;
+    const starts = [0];
+    if (this.clip.seconds > 1.5 * pieceSeconds) {
+      for (const time of this.times) if (time >= starts.at(-1) + pieceSeconds) starts.push(time);
     }
+    this.pieces = starts.map((from, i) => ({ from, to: starts[i + 1] ?? Infinity }));
+    if (this.view) this.seek(this.position);
+  }
+
+  #pieceAt(time) {
+    return this.pieces[Math.max(0, this.pieces.findLastIndex((piece) => piece.from <= time + 1e-6))];
+  }
+
+  /** Has a piece made, where it is not; a piece that is being made for another place is given up. */
+  #make(piece) {
+    if (!piece.url) piece.coming ??= this.#request(piece).finally(() => (piece.coming = null));
+    return piece.coming;
+  }
+
+  async #request(piece) {
+    if (this.making) api.cancel(this.making).catch(() => {});
+    const trim = { step: "trim", ...(piece.from > 0 && { from: typedStart(piece.from) }), ...(piece.to < Infinity && { to: typedEnd(piece.to) }) };
+    const steps = [{ step: "compress", preset: this.facts.size[1] < 480 ? "360p" : "540p" }];
+    if (this.pieces.length > 1) steps.unshift(trim);
+    const { job } = await api.start({ in: this.clip.name, out: "shown", steps, codec: "h264", temporary: true });
+    this.making = job;
+    const state = await api.follow(job, (now) => piece === this.awaited && this.#tellPreparing({ share: now.share }));
+    if (this.making === job) this.making = null;
+    if (state.state === "done") piece.url = api.madeUrl(job);
+    else if (state.state === "failed") this.hasFailed = true;
+  }
+
+  /** Puts a piece into the video element, unless another one is wanted meanwhile. */
+  async #enterPiece(piece) {
+    this.awaited = piece;
+    try {
+      if (!piece.url) await new Promise((done) => setTimeout(done, patience));
+      if (piece === this.awaited) await this.#make(piece);
+    } catch {
+      this.hasFailed = true;
+    }
+    if (piece !== this.awaited || this.isClosed) return;
+    this.#tellPreparing(this.hasFailed ? { failed: true } : null);
+    if (!piece.url) return;
+    await new Promise((done) => {
+      this.video.addEventListener("loadeddata", done, { once: true });
+      this.video.src = piece.url;
+    });
+    if (piece !== this.awaited) return;
+    this.awaited = null;
+    this.open = piece;
+    this.shown = null;
+    if (!this.isPlaying) this.#show(this.wanted);
+    const next = this.pieces[this.pieces.indexOf(piece) + 1];
+    if (next) this.#make(next)?.catch(() => {});
+  }
+
+  #tellPreparing(detail) {
+    if (!this.isDirect) this.dispatchEvent(new CustomEvent("preparing", { detail }));
+  }
+
+  /** All of the clip, where the browser has it in one file. */
+  get url() {
+    return this.pieces.length === 1 ? this.pieces[0].url : undefined;
   }
 
   close() {
+    this.isClosed = true;
     this.pause();
-    this.gone.abort();
+    this.awaited = null;
+    if (this.making) api.cancel(this.making).catch(() => {});
     this.video.removeAttribute("src");
     this.video.load();
   }
@@ -133,24 +177,34 @@ export class Player extends EventTarget {
 
   #show(picture) {
     this.wanted = picture;
-    if (this.usesStills) {
-      clearTimeout(this.later);
-      this.later = setTimeout(() => this.#showStill(picture), this.still.hidden ? 0 : 80);
+    const time = this.#middleOf(picture);
+    const piece = this.#pieceAt(time);
+    if (piece !== this.open) {
+      if (!this.isDirect) this.#showStill(picture);
+      if (piece && piece !== this.awaited && !this.hasFailed) this.#enterPiece(piece);
     } else if (!this.video.seeking) {
-      this.video.currentTime = this.#middleOf(picture);
+      this.awaited = null;
+      this.video.currentTime = time - piece.from;
       this.shown = picture;
     }
   }
 
   #goOn() {
-    if (!this.isPlaying && this.wanted !== this.shown) this.#show(this.wanted);
-    else this.dispatchEvent(new Event("shown"));
+    if (!this.isPlaying && this.wanted !== this.shown) {
+      this.#show(this.wanted);
+    } else {
+      clearTimeout(this.later);
+      this.still.hidden = true;
+    }
   }
 
   #showStill(picture) {
-    if (!this.usesStills) return;
-    this.still.src = api.pictureUrl(this.clip, this.times[picture] ?? 0, "full");
-    this.still.hidden = false;
+    clearTimeout(this.later);
+    this.later = setTimeout(() => {
+      if (!this.times.length) return;
+      this.still.src = api.pictureUrl(this.clip, this.times[picture], "full");
+      this.still.hidden = false;
+    }, this.still.hidden ? 0 : 80);
   }
 
   toggle() {
@@ -176,12 +230,24 @@ export class Player extends EventTarget {
     this.dispatchEvent(new Event("state"));
   }
 
-  /** Lets the video run through a segment. */
+  /** Whether pictures are shown one after the other, in place of the video. */
+  #usesPictures(segment) {
+    return segment.backwards || this.hasFailed;
+  }
+
+  /** Lets the video run through a segment, from a time of the clip on. */
   #enter(place, mustSeek) {
     this.place = place;
-    if (this.usesStills || place.segment.backwards) return this.video.pause();
+    this.isWaiting = false;
+    if (this.#usesPictures(place.segment)) return this.video.pause();
+    const piece = this.#pieceAt(place.time);
+    if (piece !== this.open) {
+      this.isWaiting = true;
+      if (piece !== this.awaited) this.#enterPiece(piece);
+      return;
+    }
     this.video.playbackRate = clamp(1 / place.segment.ratio, 0.0625, 16);
-    if (mustSeek) this.video.currentTime = place.time;
+    if (mustSeek) this.video.currentTime = place.time - piece.from;
     this.video.play().catch(() => this.pause());
   }
 
@@ -189,11 +255,16 @@ export class Player extends EventTarget {
     if (!this.isPlaying) return;
     const { segment, start, index } = this.place;
     const end = start + (segment.to - segment.from) * segment.ratio;
-    if (this.usesStills || segment.backwards) {
+    if (this.#usesPictures(segment)) {
       this.position += (now - this.last) / 1000;
       this.#show(this.boundaries.picture[this.pictureAt(Math.min(this.position, end - 1e-4))]);
+    } else if (this.isWaiting) {
+      if (this.#pieceAt(this.place.time) === this.open || this.hasFailed) this.#enter(this.place, true);
     } else if (!this.video.seeking) {
-      this.position = this.video.ended ? end : start + (this.video.currentTime - segment.from) * segment.ratio;
+      const isPieceOver = this.video.ended || this.open.from + this.video.currentTime >= this.open.to - 1e-3;
+      const time = isPieceOver ? Math.min(this.open.to, segment.to) : this.open.from + this.video.currentTime;
+      this.position = start + (time - segment.from) * segment.ratio;
+      if (isPieceOver && this.open.to < segment.to - 1e-3) this.#enter({ ...this.place, time: this.open.to }, true);
     }
     this.last = now;
     if (this.position >= end - 2e-3) {

@@ -80,7 +80,7 @@ class Results {
   /** Large, beside the source. */
   #open(name, url, isPicture) {
     this.editor.player.pause();
-    const source = this.editor.player.video.currentSrc;
+    const source = this.editor.player.url;
     const video = (src) => el("video", { src, controls: true, playsinline: true, loop: true });
     const sides = isPicture ? [el("figure", {}, el("img", { src: url, alt: name }))]
       : [source && el("figure", {}, el("figcaption", {}, t("source")), video(source)),

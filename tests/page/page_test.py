@@ -71,8 +71,9 @@ class PageTest(unittest.TestCase):
             except Exception as error:  # an element that was replaced meanwhile
                 what = f"{what} ({error.__class__.__name__})"
             time.sleep(0.03)
-        self.browser.save_screenshot("/tmp/page_test.png")
-        raise AssertionError(f"waited in vain for {what}; see /tmp/page_test.png")
+        picture = Path(tempfile.gettempdir()) / "page_test.png"
+        self.browser.save_screenshot(str(picture))
+        raise AssertionError(f"waited in vain for {what}; see {picture}")
 
     def click(self, text, selector="button"):
         self.one(selector, text).click()
@@ -82,12 +83,6 @@ class PageTest(unittest.TestCase):
 
     def drag(self, element, dx, dy=0):
         ActionChains(self.browser).click_and_hold(element).move_by_offset(round(dx), round(dy)).release().perform()
-
-    def setUp(self):
-        self.began = time.monotonic()
-
-    def tearDown(self):
-        print(f"{time.monotonic() - self.began:6.1f} s {self.id().split(chr(46))[-1]}")
 
     def open(self, name):
         self.browser.get(f"{self.serving.origin}/#{name}")
