@@ -32,6 +32,7 @@ export class Player extends EventTarget {
     this.pieces = [];
     this.open = null;  // the piece that the video element has
     this.video.addEventListener("seeked", () => this.#goOn());
+    this.#watchFrames();
     this.video.addEventListener("error", () => this.isDirect && this.#prepare());
     new ResizeObserver(() => this.#place()).observe(this.frame);
   }
@@ -186,7 +187,33 @@ export class Player extends EventTarget {
       this.awaited = null;
       this.video.currentTime = time - piece.from;
       this.shown = picture;
+      this.nudges = 0;
+      this.#settle();
     }
+  }
+
+  /** Notes which picture the browser has put on screen, where it tells. */
+  #watchFrames() {
+    this.video.requestVideoFrameCallback?.((now, frame) => {
+      this.presented = frame.mediaTime;
+      this.#watchFrames();
+    });
+  }
+
+  /** A busy browser may leave a paused video at the picture before: asks again until the right one is on screen. */
+  #settle() {
+    clearTimeout(this.settling);
+    this.settling = setTimeout(() => {
+      if (this.isPlaying || this.isClosed || !this.open || this.presented === undefined || this.nudges >= 3) return;
+      if (!this.video.seeking) {
+        const time = this.#middleOf(this.wanted);
+        const start = this.times[this.wanted] - this.open.from;
+        if (this.#pieceAt(time) !== this.open || Math.abs(this.presented - start) < 2e-3) return;
+        this.shown = this.wanted;
+        this.video.currentTime = time - this.open.from + ++this.nudges * 1e-4;
+      }
+      this.#settle();
+    }, 300);
   }
 
   #goOn() {
