@@ -102,9 +102,12 @@ Batch::Ended Batch::doOne(Worker& worker, const ListedJob& job) {
     ended.report = wrongUse("another job of the batch makes " + parsed->output.string());
     return ended;
   }
+  const auto& words = parsed->commands.front();
+  const bool hasLimit =
+      std::any_of(words.begin(), words.end(), [](const auto& word) { return word.starts_with("--memory="); });
   do {
     if (ended.attempts > 0 && !waits(std::exp2(ended.attempts - 1))) break;
-    ended.report = attempt(worker, job);
+    ended.report = attempt(worker, job, hasLimit);
     ++ended.attempts;
   } while (!ended.report && ended.attempts < options_.attempts &&
            mayBeTriedAgain(ended.report.error(), ended.attempts));
@@ -123,7 +126,7 @@ std::vector<std::string> Batch::words(const ListedJob& job) const {
   return words;
 }
 
-Result<WorkerReport, Failure> Batch::attempt(Worker& worker, const ListedJob& job) {
+Result<WorkerReport, Failure> Batch::attempt(Worker& worker, const ListedJob& job, bool hasLimit) {
   auto all = words(job);
   all.emplace_back("--plan");
   const auto planned = worker.run(all, {}, stop_);
@@ -139,6 +142,7 @@ Result<WorkerReport, Failure> Batch::attempt(Worker& worker, const ListedJob& jo
                 ErrorCode::limitReached});
   }
   all.pop_back();
+  if (!hasLimit) all.insert(all.end(), {"--memory", std::to_string(memory)});
   const auto onProgress = [this, &job](double share) {
     {
       const std::lock_guard lock(mutex_);

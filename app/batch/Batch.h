@@ -47,7 +47,7 @@ class Batch {
   void work();
   [[nodiscard]] std::optional<ListedJob> next();
   [[nodiscard]] Ended doOne(Worker& worker, const ListedJob& job);
-  [[nodiscard]] Result<WorkerReport, Failure> attempt(Worker& worker, const ListedJob& job);
+  [[nodiscard]] Result<WorkerReport, Failure> attempt(Worker& worker, const ListedJob& job, bool hasLimit);
   [[nodiscard]] std::vector<std::string> words(const ListedJob& job) const;
   [[nodiscard]] bool waits(double seconds);
   void note(const Ended& ended);
