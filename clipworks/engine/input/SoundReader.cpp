@@ -146,9 +146,9 @@ Expected<bool> SoundReader::decodeBlock() {
 
 Expected<void> SoundReader::prepareConverter(const AVFrame& frame) {
   if (converter_ != nullptr) return {};
-  AVChannelLayout to;
+  AVChannelLayout to{};
   av_channel_layout_default(&to, facts_->channels);
-  AVChannelLayout from;
+  AVChannelLayout from{};
   if (frame.ch_layout.nb_channels == facts_->channels) {
     av_channel_layout_copy(&from, &to);  // same count: same order, whatever the layout is called
   } else {

@@ -26,8 +26,8 @@ tl::unexpected<Error> conversionFailed(int code) {
 
 Expected<SoundConverter> SoundConverter::open(const SoundFormat& from, const SoundFormat& to) {
   SoundConverter converter(from, to);
-  AVChannelLayout source;
-  AVChannelLayout target;
+  AVChannelLayout source{};
+  AVChannelLayout target{};
   av_channel_layout_default(&source, from.channels);
   av_channel_layout_default(&target, to.channels);
   SwrContext* context = nullptr;

@@ -152,8 +152,8 @@ Expected<void> SoundLaneReader::prepareSource() {
 Expected<void> SoundLaneReader::prepareConverter(int sampleRate) {
   const int from = sound_.channels();
   if (sound_.sampleRate() == sampleRate && from == channels_) return {};
-  AVChannelLayout source;
-  AVChannelLayout target;
+  AVChannelLayout source{};
+  AVChannelLayout target{};
   av_channel_layout_default(&source, from);
   av_channel_layout_default(&target, channels_);
   SwrContext* converter = nullptr;
