@@ -27,7 +27,9 @@ void enforce(const Limits& limits) {
   // Of one byte, not of none: only that keeps programs that take dumps (core_pattern) from being given one; see
   // core(5).
   limit(RLIMIT_CORE, 1);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // what they map for themselves counts, too
   if (limits.memory) limit(RLIMIT_DATA, static_cast<rlim_t>(*limits.memory));
+#endif
   if (limits.file) {
     std::signal(SIGXFSZ, SIG_IGN);
     limit(RLIMIT_FSIZE, static_cast<rlim_t>(*limits.file));
