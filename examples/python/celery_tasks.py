@@ -17,7 +17,7 @@ app.conf.update(
     worker_prefetch_multiplier=1,  # long jobs wait in the queue, not at one busy worker
     # A worker or machine that is gone: its messages are given out again after this time. Shorter than a job, and jobs
     # that still run would be given out a second time: they are done once all the same, but worked at twice.
-    broker_transport_options={"visibility_timeout": LONGEST + 60},
+    broker_transport_options={"visibility_timeout": 1.5 * LONGEST},
     result_expires=24 * 3600,
 )
 

@@ -20,7 +20,7 @@ class Queue(ServiceTest):
         port = free_port()
         self.start("redis-server", "--bind", "127.0.0.1", "--port", port, "--save", "", "--dir", self.folder)
         until(lambda: is_listening(port), "redis-server does not start")
-        os.environ.update(BROKER=f"redis://127.0.0.1:{port}", LONGEST_JOB="20")
+        os.environ.update(BROKER=f"redis://127.0.0.1:{port}", LONGEST_JOB="10")
         sys.path.insert(0, PYTHON)
 
     def worker(self):
