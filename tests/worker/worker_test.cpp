@@ -20,7 +20,8 @@ WorkerOptions probe() { return {.program = CLIPWORKS_PROBE, .requiresConfinement
 TEST(Worker, MakesTheSameMoviesConfined) {
   const TemporaryDirectory directory;
   const BarCodeClip clip;
-  const auto chain = Chain(clip.path()).trim(0.21, 1.5).rotate();
+  // Copied: x264 may come to other bits each time.
+  const auto chain = Chain(clip.path()).trim(0.21, 1.5);
   ASSERT_TRUE(chain.save(directory.file("here.mp4")));
   Worker worker(probe());
   std::vector<double> progress;
