@@ -1,13 +1,13 @@
 #include <app/batch/JobList.h>
 
 #include <algorithm>
-#include <cctype>
 #include <iostream>
 #include <map>
-#include <string_view>
 #include <system_error>
 
 #include <xxhash.h>
+
+#include <app/ClipNames.h>
 #include <nlohmann/json.hpp>
 
 namespace clipworks::app {
@@ -18,21 +18,11 @@ using nlohmann::ordered_json;
 
 bool isEmpty(const std::string& line) { return line.find_first_not_of(" \t\r") == std::string::npos; }
 
-/// By the ending of its name, in any case.
-bool isClip(const fs::path& path) {
-  std::string ending = path.extension().native();
-  std::transform(ending.begin(), ending.end(), ending.begin(),
-                 [](unsigned char letter) { return static_cast<char>(std::tolower(letter)); });
-  constexpr std::string_view endings[] = {".mp4", ".mov",  ".m4v", ".3gp", ".3g2",
-                                          ".mkv", ".webm", ".avi", ".ts",  ".mts"};
-  return std::find(std::begin(endings), std::end(endings), ending) != std::end(endings);
-}
-
 Result<std::vector<fs::path>, Failure> clipsIn(const fs::path& directory) {
   std::error_code code;
   std::vector<fs::path> clips;
   for (fs::directory_iterator entry(directory, code), end; !code && entry != end; entry.increment(code)) {
-    if (isClip(entry->path()) && entry->is_regular_file(code)) clips.push_back(entry->path());
+    if (isClipName(entry->path()) && entry->is_regular_file(code)) clips.push_back(entry->path());
   }
   if (code) return failed(directory.string() + " cannot be read: " + code.message());
   if (clips.empty()) return failed("there is no clip in " + directory.string());

@@ -5,20 +5,16 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cctype>
-#include <string_view>
 #include <system_error>
 
 #include <fmt/format.h>
+
+#include <app/ClipNames.h>
 
 namespace clipworks::app {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::array<std::string_view, 14> endings{".mp4", ".mov", ".m4v", ".3gp",  ".3g2", ".mkv", ".webm",
-                                                   ".avi", ".ts",  ".mts", ".m2ts", ".mpg", ".qt",  ".wmv"};
 
 bool isName(const std::string& name) {
   const bool isPlain = std::none_of(name.begin(), name.end(), [](unsigned char c) { return c == '/' || c < ' '; });
@@ -27,11 +23,7 @@ bool isName(const std::string& name) {
 
 }  // namespace
 
-bool ClipFolder::isClipName(const std::string& name) {
-  std::string ending = fs::path(name).extension().native();
-  for (char& c : ending) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  return isName(name) && name[0] != '.' && std::find(endings.begin(), endings.end(), ending) != endings.end();
-}
+bool ClipFolder::isClipName(const std::string& name) { return isName(name) && name[0] != '.' && app::isClipName(name); }
 
 Result<ClipFolder, Failure> ClipFolder::open(const fs::path& directory) {
   std::error_code error;
