@@ -179,6 +179,8 @@ void CommandLine::addMovieOptions(CLI::App& parser) {
   parser.add_flag(
       "--clean", options_.clean,
       "Leave nothing in the file that is not shown: encode the\ngroups of pictures that a cut goes through");
+  // Not for people: what a page shows while somebody works.
+  parser.add_flag("--draft", options_.draft, "Encode quickly, to look at")->group("");
   parser.add_flag("--strict", options_.strict,
                   "Fail where pictures of an input are damaged, instead of\nshowing what could be decoded");
   addSize(parser, "--memory", options_.limits.memory, "The most memory, such as 1GB; more is a failure");

@@ -81,7 +81,7 @@ class EditRun {
   }
 
   [[nodiscard]] PlanOptions planOptions() const {
-    return {options_.codec, !options_.stripMetadata, !options_.clean, options_.threads};
+    return {options_.codec, !options_.stripMetadata, !options_.clean, options_.draft, options_.threads};
   }
 
   Outcome tellDone(const std::vector<fs::path>& outputs) {

@@ -33,6 +33,7 @@ struct Options {
   /// Why tracks were encoded is told.
   bool verbose = false;
   CodecChoice codec = CodecChoice::automatic;
+  bool draft = false;
   /// Damaged pictures are a failure.
   bool strict = false;
   /// Results carry no date, place and device of the recording.

@@ -280,17 +280,20 @@ HttpAnswer ClipPage::planJob(const json& message) {
 
 HttpAnswer ClipPage::startJob(const json& message) {
   const bool isTemporary = message.value("temporary", false);
+  const bool isDraft = isTemporary && message.value("draft", false);
   json plain = message;
   plain.erase("temporary");
+  plain.erase("draft");
   const auto job = PageJob::parse(plain, [this](const auto& name) { return source(name); });
   if (!job) return refused(422, job.error().sentence);
   const auto place =
       isTemporary ? temp_ / fmt::format("made-{}{}", ++files_, job->ending) : folder_.placeFor(job->out + job->ending);
   if (!place) return refused(422, "the new file needs a name without \"/\"");
   std::vector<std::string> words{"-o", place->native()};
+  if (isDraft) words.emplace_back("--draft");
   words.insert(words.end(), job->words.begin(), job->words.end());
   // Looked at again, what was made of the same clip serves again.
-  const auto number = isTemporary ? previews_.add(std::move(words), versionOf(job->file) + plain.dump())
+  const auto number = isTemporary ? previews_.add(std::move(words), versionOf(job->file) + message.dump())
                                   : movies_.add(std::move(words), "");
   if (!number) return refused(503, number.error().sentence);
   return answered({{"job", std::to_string(*number)}});

@@ -88,6 +88,12 @@ ExportPreset presetOf(const EditState& state, const PlanOptions& options) {
     preset.videoBitRate = std::max(budget.pictures, engine::leastBitRate);
     preset.fixedSound = engine::SoundEncoderSettings{44'100, budget.sound < leastOfStereo ? 1 : 2, budget.sound};
   }
+  if (options.isDraft) {
+    preset.videoBitRate = 0;
+    preset.quality = 25;
+    preset.speed = "ultrafast";
+    preset.longestGroup = 12;
+  }
   return preset;
 }
 

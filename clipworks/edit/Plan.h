@@ -35,6 +35,9 @@ struct PlanOptions {
   /// Whether pictures that are not shown may stay in the file, hidden, where a part of a clip begins inside a group of
   /// pictures; else those that are shown of that group are encoded.
   bool hidesPictures = true;
+  /// Whether pictures that are encoded are only to be looked at: quickly made, at a lower quality, and every twelfth
+  /// can be gone to at once.
+  bool isDraft = false;
   /// Threads that each encoder and decoder will have at most, by which its memory is reckoned; 0 is as many as suit the
   /// processors.
   int threads = 0;

@@ -14,9 +14,8 @@
 namespace clipworks::engine {
 namespace {
 
-// A picture every ten seconds at least to start decoding from, at 30 a second.
-constexpr int longestGroup = 300;
-// One every thirty seconds where each costs as much as all that moves between them.
+// A picture every thirty seconds to start decoding from, at 30 a second, where each costs as much as all that moves
+// between them.
 constexpr int longestStillGroup = 900;
 /// Pictures that are decoded ahead of their turn with the encoders' usual options.
 constexpr int usualDepth = 2;
@@ -121,7 +120,7 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
   av_opt_set_int(own, "forced-idr", 1, 0);
   const int threads = coderThreads(settings.threads);
   if (threads > 0) context.thread_count = threads;
-  context.gop_size = budget ? longestStillGroup : longestGroup;
+  context.gop_size = budget ? longestStillGroup : settings.longestGroup;
   if (budget) {
     setQuality(budget->quality(), context);
   } else if (settings.averageBitRate > 0) {

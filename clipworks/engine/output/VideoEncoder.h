@@ -39,6 +39,7 @@ struct VideoEncoderSettings {
   std::string speed = "medium";     ///< the encoder library's preset
   double quality = 20;              ///< constant rate factor, when `averageBitRate` is 0
   std::int64_t averageBitRate = 0;  ///< bits a second, brought between `leastBitRate` and `mostBitRate`
+  int longestGroup = 300;           ///< pictures from one to start decoding from to the next, at most
   double length = 0;                ///< seconds of all that will be encoded, for the rate control; 0 when unknown
   int threads = 0;                  ///< at most; 0: as many as suit the processors
   HDRMetadata hdrMetadata;          ///< of mastering and light level, written into the stream; HEVC only

@@ -34,6 +34,8 @@ struct ExportPreset {
   /// Constant rate factor, and the library's preset: chosen by measuring, docs/adr/0004-quality-behind-highest.md.
   double quality = 0;
   const char* speed = "";
+  /// Pictures from one that can be decoded by itself to the next, at most.
+  int longestGroup = 300;
   /// Pictures a second, for the rate control; nothing measures them.
   std::optional<double> frameRate;
   /// Bits a second for each channel of sound.

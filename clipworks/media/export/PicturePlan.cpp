@@ -252,6 +252,7 @@ void applyPreset(engine::VideoEncoderSettings& encoder, const ExportPreset& pres
   encoder.codec = *preset.videoCodec;
   encoder.quality = preset.quality;
   encoder.speed = preset.speed;
+  encoder.longestGroup = preset.longestGroup;
   encoder.averageBitRate = preset.videoBitRate;
   encoder.bitDepth = encoder.codec == engine::VideoCodec::hevc && facts.bitDepth > 8 ? 10 : 8;
   encoder.pixelAspect = facts.pixelAspect;
