@@ -105,6 +105,8 @@ const english = {
   moveUp: "Move up: {step}",
   moveDown: "Move down: {step}",
   remove: "Remove: {step}",
+  change: "Change this step",
+  paused: "paused",
   stepTrim: "Keep {from} – {to}",
   theEnd: "the end",
   stepTrimMany: { one: "Keep 1 part", other: "Keep {n} parts" },

@@ -6,6 +6,7 @@
 Chromium, without a window (packages chromium, chromium-driver, python3-selenium).
 """
 
+import json
 import re
 import tempfile
 import time
@@ -84,13 +85,18 @@ class PageTest(unittest.TestCase):
     def drag(self, element, dx, dy=0):
         ActionChains(self.browser).click_and_hold(element).move_by_offset(round(dx), round(dy)).release().perform()
 
-    def open(self, name):
+    def open(self, name, *steps):
         self.browser.get(f"{self.serving.origin}/#{name}")
         self.browser.execute_script("sessionStorage.clear()")
+        if steps:
+            keep = """const clip = (await (await fetch("/api/clips")).json()).clips.find((clip) => clip.name === arguments[0]);
+                sessionStorage.setItem(`steps ${clip.name} ${clip.changed}`, JSON.stringify(arguments[1].map((step) => ({step, off: false}))))"""
+            self.browser.execute_script(keep, name, steps)
         self.browser.refresh()
         self.until(lambda: self.length() > 0, "the clip's length")
         self.until(lambda: not self.all(".shown > img:not([hidden])"), "the video")
-        self.until(lambda: self.shown() == 0, "the first picture")
+        if not steps:
+            self.until(lambda: self.shown() == 0, "the first picture")
 
     def length(self):
         return float(self.one(".head").get_attribute("aria-valuemax"))
@@ -112,6 +118,10 @@ class PageTest(unittest.TestCase):
 
     def steps(self):
         return [e.text for e in self.all(".steps .name")]
+
+    def kept_steps(self):
+        """What the page remembers of them."""
+        return [item["step"] for item in json.loads(self.browser.execute_script("return Object.values(sessionStorage)[0]"))]
 
     def made(self):
         """Has the clip made, and returns the file."""
@@ -211,6 +221,57 @@ class PageTest(unittest.TestCase):
         self.click("Remove: Turn right")
         self.until(lambda: self.shown() == 89, "the last picture first")
         self.assertEqual(numbers_in(self.made()), list(range(89, -1, -1)))
+
+    def test_a_step_is_changed_in_place(self):
+        crop, speed = {"step": "crop", "rect": "0,0,640,180"}, {"step": "speed", "from": "0", "to": "1", "ratio": 2}
+        self.open("bars.mp4", crop, speed)
+        whole = self.length()
+        self.click("Crop to 640 × 180", ".steps button")
+        self.assertAlmostEqual(self.length(), whole - 1, delta=0.001)  # as it was before all of them
+        self.assertEqual([e.text for e in self.all(".steps li") if "paused" in e.text], ["0.5× from 0:00.00 to 0:01.00\npaused"])
+        frame = self.one(".frame").size
+        self.assertAlmostEqual(frame["width"] / frame["height"], 16 / 9, delta=0.01)
+        fields = self.all(".form input[type=number]")
+        self.assertEqual([e.get_attribute("value") for e in fields], ["0", "0", "640", "180"])
+        fields[1].send_keys(Keys.CONTROL, "a")
+        fields[1].send_keys("90", Keys.ESCAPE)
+        self.assertEqual(self.kept_steps(), [crop, speed])
+        self.assertAlmostEqual(self.length(), whole, delta=0.001)
+        self.press(Keys.ENTER)  # on the step, which has the focus again
+        for field, value in zip(self.all(".form input[type=number]"), [0, 0, 640, 270]):
+            field.send_keys(Keys.CONTROL, "a")
+            field.send_keys(str(value), Keys.TAB)
+        self.click("Apply")
+        changed = {**crop, "rect": "0,0,640,270"}
+        self.assertEqual(self.kept_steps(), [changed, speed])
+        self.click("Undo")
+        self.assertEqual(self.kept_steps(), [crop, speed])
+        self.click("Redo")
+        file = self.made()
+        w, h, seconds = facts_of(file)
+        self.assertEqual((w, h), (640, 270))
+        self.assertAlmostEqual(seconds, 4, delta=0.03)
+        self.assertEqual(numbers_in(file), list(range(90)))
+
+    def test_each_kind_of_step_opens_with_its_values(self):
+        steps = [({"step": "trim", "from": "0.5", "to": "2.5"}, "Keep this part"),
+                 ({"step": "trim", "keep": ["0-0.5", "1-2"]}, "Cut it out"),
+                 ({"step": "speed", "from": "0.2", "to": "0.6", "ratio": 0.25}, "Apply"),
+                 ({"step": "crop", "rect": "2,4,300,200"}, "Apply"),
+                 ({"step": "rotate", "by": "left"}, "[aria-pressed=true]"),
+                 ({"step": "loop", "count": 3}, "Apply"),
+                 ({"step": "compress", "preset": "360p", "max-size": "1500000"}, "Apply")]
+        self.open("bars.mp4", *[step for step, _ in steps])
+        whole = self.length()
+        for i, (step, button) in enumerate(steps):
+            with self.subTest(step=step):
+                self.all(".steps button.name")[i].click()
+                if button.startswith("["):
+                    self.one(".form button" + button).click()
+                else:
+                    self.click(button, ".form button")
+                self.assertEqual(self.kept_steps(), [step for step, _ in steps])
+                self.assertAlmostEqual(self.length(), whole, delta=1e-3)
 
     def test_one_is_cancelled(self):
         self.open("bars.mp4")
