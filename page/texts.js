@@ -150,6 +150,22 @@ const english = {
   open: "Open {name}",
   results: "Results",
   sizeChange: "{before} → {after}",
+  // By the server's code, or the status of its answer.
+  faults: {
+    403: "This browser is no longer let in. Open the address that “clipworks serve” printed; start it anew for another one.",
+    500: "The server met a fault of its own.",
+    gone: "It is no longer there.",
+    sourceGone: "A clip or a recording that the steps need is no longer there.",
+    tooLarge: "It is too large.",
+    noSpace: "There is no space left.",
+    notWhole: "It did not come whole, or could not be kept.",
+    clipName: "Its name is not that of a clip.",
+    newName: "The new file needs a name without “/”, which does not begin with a dot.",
+    manyRecordings: "There are too many recordings. Start “clipworks serve” again.",
+    busy: "Too much waits to be done. Wait for some of it, or cancel it.",
+    nothingTold: "Nothing can be told of this clip.",
+    nothingMade: "Nothing was made.",
+  },
   keys: "Keys",
   keyList: [
     ["Space", "play, pause"], ["← →", "one picture"], ["Shift ← →", "one second"], ["Home End", "start, end"],

@@ -36,12 +36,17 @@ const std::set<std::string>* optionsOf(const std::string& step) {
 
 auto noJob(const std::string& why) { return wrongUse("this is no job for a page: " + why); }
 
+/// A file that a page named may have gone meanwhile.
+auto noFile(const std::string& what) {
+  return failure(Failure{ExitCode::wrongUse, "there is no such " + what, ErrorCode::notFound});
+}
+
 /// "NAME@S:VOLUME" with the file's path in place of its name.
 Outcome findPiece(json& piece, const PageJob::FindFile& find) {
   const auto text = piece.get<std::string>();
   const auto parsed = PieceArgument::parse(text);
   const auto file = parsed ? find(parsed->audio.native()) : std::nullopt;
-  if (!file) return noJob("there is no such piece");
+  if (!file) return noFile("piece of narration");
   piece = file->native() + text.substr(text.rfind('@'));
   return {};
 }
@@ -70,7 +75,7 @@ Result<PageJob, Failure> checked(json object, const PageJob::FindFile& find) {
     if (key != "in" && key != "steps" && key != "out" && !isCodec) return noJob("it has no " + key);
   }
   const auto file = find(object.at("in").get<std::string>());
-  if (!file) return noJob("there is no such clip");
+  if (!file) return noFile("clip");
   json& steps = object.at("steps");
   if (!steps.is_array() || steps.empty() || steps.size() > mostSteps) return noJob("it needs steps");
   for (auto& step : steps) {

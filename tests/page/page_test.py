@@ -315,6 +315,21 @@ class PageTest(unittest.TestCase):
         self.click("Apply")
         self.assertEqual(self.steps(), ["Compress to 480p"])
 
+    def test_faults_are_told_in_words_of_the_page(self):
+        self.open("bars.mp4", {"step": "narrate", "base": 1, "piece": [{"file": "recording-999.webm", "at": 0, "seconds": 1, "volume": 1}]})
+        self.one(".plan .fault", "a recording that the steps need is no longer there.")
+        self.click("Remove: Narrate")
+        self.click("Rotate", ".tool")
+        self.click("Half", ".form button")
+        name = self.one("input[type=text]")
+        name.send_keys(Keys.CONTROL, "a")
+        name.send_keys("a/b")
+        self.until(lambda: self.one("button.primary", "Make").is_enabled() and self.all(".plan .lead"), "a plan")
+        self.click("Make the clip")
+        self.one(".results .failed", "needs a name without “/”, which does not begin with a dot.")
+        refusals = [entry["message"] for entry in self.browser.get_log("browser")]  # which the browser notes
+        self.assertTrue(refusals and all(" status of 422 " in message for message in refusals), refusals)
+
     def test_narration(self):
         self.open("bars.mp4")
         self.click("Narrate", ".tool")
