@@ -40,15 +40,26 @@ export class Editor {
   }
 
   async load() {
-    const facts = await api.factsOf(this.clip);
-    Object.assign(this.clip, { seconds: facts.seconds, size: facts.size,
-                               hasSound: facts.tracks.some((track) => track.type === "audio") });
-    const hasPictures = facts.tracks.some((track) => track.type === "video");
-    const { times } = hasPictures ? await api.timesOf(this.clip) : { times: [] };
+    const { facts } = await this.know(this.clip);
     this.about.textContent = `${kindOf(facts)} · ${bytes(this.clip.bytes)}`;
-    this.player.load(this.clip, facts, times.map(([value, scale]) => value / scale));
+    const joined = this.steps.items.flatMap((item) => item.step.in ?? []);
+    const { clips } = joined.length ? await api.listClips() : { clips: [] };
+    // Without one that has gone the rest is shown; the plan says why.
+    for (const clip of clips.filter(({ name }) => joined.includes(name))) await this.know(clip).catch(() => {});
     this.update();
-    if (this.clip.hasSound) api.peaksOf(this.clip, peakCount).then((told) => this.timeline.showPeaks(told.peaks), () => {});
+  }
+
+  /** Lets the player show a clip: this one, or one that is joined to it. */
+  async know(clip) {
+    const known = this.player.sources.find((source) => source.clip.name === clip.name);
+    if (known) return known;
+    const facts = await api.factsOf(clip);
+    const has = (type) => facts.tracks.some((track) => track.type === type);
+    const { times } = has("video") ? await api.timesOf(clip) : { times: [] };
+    Object.assign(clip, { seconds: facts.seconds, size: facts.size, hasSound: has("audio") });
+    const source = this.player.add(clip, facts, times.map(([value, scale]) => value / scale));
+    if (clip.hasSound) api.peaksOf(clip, peakCount).then((told) => this.timeline.showPeaks(source, told.peaks), () => {});
+    return source;
   }
 
   close() {
@@ -125,7 +136,7 @@ export class Editor {
   /** Shows the clip after its steps; while one of them is changed, as it is before that one. */
   #look() {
     const end = this.changing < 0 ? undefined : this.changing;
-    this.view = viewOf(this.clip, this.steps.active(end));
+    this.view = viewOf(this.player.sources, this.steps.active(end));
     this.fitFrame();
     this.player.setView(this.view);
     this.timeline.setView(this.view);
@@ -148,7 +159,9 @@ export class Editor {
   }
 
   job(steps = this.steps.active(), out = this.nameInput.value.trim()) {
-    return { in: this.clip.name, steps, out };
+    const [first, ...others] = steps;
+    if (first?.step !== "join") return { in: this.clip.name, steps, out };
+    return { in: [this.clip.name, ...first.in], steps: [{ step: "join" }, ...others], out };
   }
 
   async #showPlan() {
@@ -170,6 +183,7 @@ export class Editor {
   }
 
   #toggleTool(event, name, index) {
+    if (!this.view) return;
     if (this.tool === name && (index ?? this.changing) === this.changing) return this.closeTool();
     this.openTool(name, index);
     if (event.detail === 0) this.form.querySelector("button, input, select")?.focus();  // by keyboard

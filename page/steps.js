@@ -17,6 +17,7 @@ export function nameOfStep(step) {
     rotate: () => t("stepRotate", { form: step.by }),
     loop: () => t("stepLoop", { n: step.count }),
     reverse: () => t("stepReverse"),
+    join: () => t("stepJoin", { name: step.in.join(", ") }),
     compress: () => (step["max-size"] ? t("stepCompressSize", { what: bytes(Number(step["max-size"])) }) : t("stepCompress", { what: step.preset })),
     narrate: () => t("stepNarrate", { n: step.piece.length }),
   };

@@ -1,9 +1,10 @@
 // The tools: each fills the form below the tools, with the values of the step that it is to change, if there is one, and may
 // return what is to be done when it is closed.
 
+import * as api from "./api.js";
 import { compareTool } from "./compare.js";
 import { Cropper } from "./cropper.js";
-import { button, clamp, el, field } from "./dom.js";
+import { button, clamp, el, field, loadPicture } from "./dom.js";
 import { narrateTool } from "./narrate.js";
 import { clock, span, t } from "./texts.js";
 import { typedEnd, typedStart } from "./view.js";
@@ -127,6 +128,41 @@ export const tools = {
     form.append(el("p", {}, t("loopHint")), el("div", { class: "row end" }, field(t("times"), times),
       button(t("apply"), { class: "primary", onclick: () =>
         editor.apply({ step: "loop", count: clamp(Math.round(Number(times.value) || 2), 2, 100) }) })));
+  },
+
+  join(editor, form, step) {
+    const list = el("ul", { class: "pick" });
+    const fault = el("p", { class: "fault", hidden: true });
+    const tell = ({ message }) => {
+      fault.textContent = message;
+      fault.hidden = false;
+    };
+    const show = async ({ target: choice }) => {
+      const facts = await api.factsOf(choice.clip).catch(() => null);
+      choice.disabled = !(facts?.size[0] > 0 && editor.view.size[0] > 0);  // both need pictures
+      if (!choice.disabled) loadPicture(choice.querySelector("img"), api.pictureUrl(choice.clip, Math.min(1, facts.seconds / 3)));
+    };
+    const seen = new IntersectionObserver((entries) => entries.filter((entry) => entry.isIntersecting).forEach((entry) => {
+      seen.unobserve(entry.target);
+      show(entry);
+    }));
+    const choose = async (clip) => {
+      await editor.know(clip);
+      if (list.isConnected) editor.apply({ step: "join", in: [clip.name] });
+    };
+    const choiceOf = (clip) => {
+      const choice = el("button", { type: "button", "aria-pressed": String(Boolean(step?.in.includes(clip.name))),
+                                    onclick: () => choose(clip).catch(tell) }, el("img", { alt: "" }), el("span", {}, clip.name));
+      choice.clip = clip;
+      seen.observe(choice);
+      return el("li", {}, choice);
+    };
+    const search = el("input", { type: "search", placeholder: t("search"), "aria-label": t("search"), oninput: () => {
+      for (const item of list.children) item.hidden = !item.textContent.toLowerCase().includes(search.value.toLowerCase());
+    } });
+    form.append(el("p", {}, t("joinHint")), search, list, fault);
+    api.listClips().then(({ clips }) => list.replaceChildren(...clips.map(choiceOf))).catch(tell);
+    return () => seen.disconnect();
   },
 
   reverse(editor) {

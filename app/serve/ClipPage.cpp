@@ -94,10 +94,13 @@ bool isSeconds(const std::string& text) {
   return !text.empty() && text.size() < 30 && text.find_first_not_of("0123456789.") == std::string::npos;
 }
 
-std::string versionOf(const fs::path& file) {
+std::string versionOf(const std::vector<fs::path>& files) {
   std::error_code ignored;
-  return fmt::format("{} {} ", fs::file_size(file, ignored),
-                     fs::last_write_time(file, ignored).time_since_epoch().count());
+  std::string version;
+  for (const auto& file : files)
+    version += fmt::format("{} {} ", fs::file_size(file, ignored),
+                           fs::last_write_time(file, ignored).time_since_epoch().count());
+  return version;
 }
 
 /// Writes the body to an open file.
@@ -309,7 +312,7 @@ HttpAnswer ClipPage::startJob(const json& message) {
   std::vector<std::string> words{"-o", place->native()};
   words.insert(words.end(), job->words.begin(), job->words.end());
   // Looked at again, what was made of the same clip serves again.
-  const auto number = isTemporary ? previews_.add(std::move(words), versionOf(job->file) + plain.dump())
+  const auto number = isTemporary ? previews_.add(std::move(words), versionOf(job->files) + plain.dump())
                                   : movies_.add(std::move(words), "");
   if (!number) return refused(503, number.error().sentence, "busy");
   return answered({{"job", std::to_string(*number)}});

@@ -273,6 +273,38 @@ class PageTest(unittest.TestCase):
                 self.assertEqual(self.kept_steps(), [step for step, _ in steps])
                 self.assertAlmostEqual(self.length(), whole, delta=1e-3)
 
+    def test_clips_are_joined(self):
+        self.open("bars.mp4")
+        own = self.length()
+        self.click("Join", ".tool")
+        self.until(lambda: not self.one(".pick button", "broken.mp4").is_enabled(), "what is no clip to be left out")
+        self.one(".form input[type=search]").send_keys("hevc")
+        self.assertEqual([e.text for e in self.all(".pick button") if e.is_displayed()], ["hevc.mp4"])
+        self.click("hevc.mp4", ".pick button")
+        self.until(lambda: self.steps() == ["Then hevc.mp4"], "the step")
+        self.assertAlmostEqual(self.length(), own + 2, delta=0.03)
+        self.scrub(own / self.length() + 0.002)
+        self.until(lambda: self.one(".time", "Picture 0") and self.shown() == 0, "the other clip's first picture")
+        self.press(Keys.ARROW_LEFT)
+        self.until(lambda: self.shown() == 89, "the last picture before it")
+        self.press(*[Keys.ARROW_LEFT] * 5, " ")
+        self.until(lambda: self.one(".play").get_attribute("aria-label") == "Play" and self.shown() == 59, "playing to the end")
+        file = self.made()
+        self.assertEqual(numbers_in(file), [*range(90), *range(60)])
+        self.assertIn(f"join -- {self.folder}/bars.mp4 {self.folder}/hevc.mp4", self.browser.execute_script(
+            "return document.querySelector('.command code').textContent"))
+        file.unlink()
+        # Behind another step, it is shown whole in that one's shape.
+        self.click("Rotate", ".tool")
+        self.click("Right", ".form button")
+        self.click("Move up: Turn right")
+        self.one(".plan .lead", "360 × 640 pixels")
+        self.press(Keys.END)
+        self.until(lambda: self.shown() == 59, "the other clip upright")
+        file = self.made()
+        self.assertEqual(facts_of(file)[:2], (360, 640))
+        self.assertEqual(numbers_in(file)[90:], [*range(60)])
+
     def test_one_is_cancelled(self):
         self.open("bars.mp4")
         self.click("Loop", ".tool")
