@@ -91,11 +91,15 @@ export function boundariesOf(view, times) {
   const picture = [];
   let start = 0;
   const endOf = (i) => times[i + 1] ?? Infinity;
-  for (const segment of view.segments) {
+  for (const [number, segment] of view.segments.entries()) {
     const first = Math.max(segment.source.first, indexAt(times, segment.from + 1e-7));
     const shown = [];
     for (let i = first; i < times.length && (i === first || times[i] < segment.to - 1e-7); ++i) shown.push(i);
     if (segment.backwards) shown.reverse();
+    // A picture in which the speed changes stays the same one.
+    const before = view.segments[number - 1];
+    const gap = before && (segment.backwards ? before.from - segment.to : segment.from - before.to);
+    if (before?.backwards === segment.backwards && Math.abs(gap) < 1e-6 && shown[0] === picture.at(-1)) shown.shift();
     for (const i of shown) {
       const offset = segment.backwards ? segment.to - Math.min(endOf(i), segment.to) : Math.max(times[i], segment.from) - segment.from;
       at.push(start + offset * segment.ratio);

@@ -305,6 +305,17 @@ class PageTest(unittest.TestCase):
         self.assertEqual(facts_of(file)[:2], (360, 640))
         self.assertEqual(numbers_in(file)[90:], [*range(60)])
 
+    def test_what_is_shown_is_what_is_made(self):
+        self.open("bars.mp4", {"step": "trim", "from": "1", "to": "2"}, {"step": "join", "in": ["hevc.mp4"]},
+                  {"step": "trim", "keep": ["0-0.5", "1.5-2.5"]}, {"step": "speed", "from": "0.25", "to": "1", "ratio": 2},
+                  {"step": "reverse"}, {"step": "loop", "count": 2})
+        numbers = numbers_in(self.made())
+        self.assertEqual(numbers, [*range(44, 14, -1), *range(44, 29, -1)] * 2)
+        self.press(Keys.HOME)
+        for i in range(0, len(numbers), 11):
+            self.until(lambda: self.shown() == numbers[i], f"picture {i} of what was made")
+            self.press(*[Keys.ARROW_RIGHT] * 11)
+
     def test_one_is_cancelled(self):
         self.open("bars.mp4")
         self.click("Loop", ".tool")
