@@ -1,6 +1,9 @@
-// What the server is asked for. Failures are Errors whose message is a sentence for people.
+// What the server is asked for. Failures are Errors whose message is a sentence for people: the page's own for the server's
+// code, or for the status of the answer; else the server's.
 
 import { t } from "./texts.js";
+
+const sentenceOf = ({ code, error }, status) => t("faults", { form: code ?? status }) ?? error;
 
 async function answerOf(request) {
   let response;
@@ -10,7 +13,7 @@ async function answerOf(request) {
     throw new Error(t("gone"));
   }
   const answer = await response.json().catch(() => ({ error: response.statusText }));
-  if (!response.ok || answer.error) throw new Error(answer.error ?? response.statusText);
+  if (!response.ok || answer.error) throw new Error(sentenceOf(answer, response.status) ?? response.statusText);
   return answer;
 }
 

@@ -15,6 +15,7 @@ const paths = {
   crop: "M7 2h2v13h13v2h-5v5h-2v-5H7V9H2V7h5zM11 7h6v6h-2V9h-4z",
   rotate: "M12 5V2l5 4-5 4V7a5.500 5.500 0 1 0 5.500 5.500h2A7.500 7.500 0 1 1 12 5z",
   loop: "M7 7h9V4l5 4-5 4V9H9v3H7zM17 17H8v3l-5-4 5-4v3h7v-3h2z",
+  join: "M3 6h7v12H3zM14 6h7v12h-7zM10 11h4v2h-4zM5 8v8h3V8zM16 8v8h3V8z",
   reverse: "M11 6v12l-8-6zM21 6v12l-8-6z",
   compress: "M11 3h2v5h3l-4 4-4-4h3zM11 21h2v-5h3l-4-4-4 4h3zM4 11h3v2H4zM17 11h3v2h-3z",
   narrate: "M12 3a3 3 0 0 0-3 3v6a3 3 0 0 0 6 0V6a3 3 0 0 0-3-3zM6 11h2a4 4 0 0 0 8 0h2a6 6 0 0 1-5 5.900V21h-2v-4.100A6 6 0 0 1 6 11z",

@@ -34,24 +34,36 @@ export class Editor {
     this.player = new Player();
     this.timeline = new Timeline(this.player);
     this.results = resultsOf(this);
-    this.steps = new Steps(entry, () => this.update());
+    this.changing = -1;  // the step that the open tool changes
+    this.steps = new Steps(entry, () => this.update(), (i, event) => this.#toggleTool(event, this.steps.items[i].step.step, i));
     this.#build();
   }
 
   async load() {
-    const facts = await api.factsOf(this.clip);
-    Object.assign(this.clip, { seconds: facts.seconds, size: facts.size,
-                               hasSound: facts.tracks.some((track) => track.type === "audio") });
-    const hasPictures = facts.tracks.some((track) => track.type === "video");
-    const { times } = hasPictures ? await api.timesOf(this.clip) : { times: [] };
+    const { facts } = await this.know(this.clip);
     this.about.textContent = `${kindOf(facts)} · ${bytes(this.clip.bytes)}`;
-    this.player.load(this.clip, facts, times.map(([value, scale]) => value / scale));
+    const joined = this.steps.items.flatMap((item) => item.step.in ?? []);
+    const { clips } = joined.length ? await api.listClips() : { clips: [] };
+    // Without one that has gone the rest is shown; the plan says why.
+    for (const clip of clips.filter(({ name }) => joined.includes(name))) await this.know(clip).catch(() => {});
     this.update();
-    if (this.clip.hasSound) api.peaksOf(this.clip, peakCount).then((told) => this.timeline.showPeaks(told.peaks), () => {});
+  }
+
+  /** Lets the player show a clip: this one, or one that is joined to it. */
+  async know(clip) {
+    const known = this.player.sources.find((source) => source.clip.name === clip.name);
+    if (known) return known;
+    const facts = await api.factsOf(clip);
+    const has = (type) => facts.tracks.some((track) => track.type === type);
+    const { times } = has("video") ? await api.timesOf(clip) : { times: [] };
+    Object.assign(clip, { seconds: facts.seconds, size: facts.size, hasSound: has("audio") });
+    const source = this.player.add(clip, facts, times.map(([value, scale]) => value / scale));
+    if (clip.hasSound) api.peaksOf(clip, peakCount).then((told) => this.timeline.showPeaks(source, told.peaks), () => {});
+    return source;
   }
 
   close() {
-    this.closeTool();
+    this.#endTool();
     this.closed = true;
     this.player.close();
     document.removeEventListener("keydown", this.onKey);
@@ -84,11 +96,7 @@ export class Editor {
       this.time, el("div", { class: "spacer" }), this.selected);
 
     this.toolButtons = Object.fromEntries(Object.keys(tools).map((name) => [name, button(t(name), {
-      class: "tool", "aria-pressed": "false", onclick: (event) => {
-        if (this.tool === name) return this.closeTool();
-        this.openTool(name);
-        if (event.detail === 0) this.form.querySelector("button, input, select")?.focus();  // by keyboard
-      },
+      class: "tool", "aria-pressed": "false", onclick: (event) => this.#toggleTool(event, name),
     }, name)]));
     this.form = el("div", { class: "form", hidden: true });
     this.plan = el("div", { class: "plan", "aria-live": "polite" });
@@ -125,15 +133,22 @@ export class Editor {
     this.player.frame.style.height = `${Math.round(h * scale)}px`;
   }
 
-  /** Everything that follows from the steps. */
-  update() {
-    const tool = this.tool;
-    this.closeTool();
-    this.view = viewOf(this.clip, this.steps.active().filter((step) => step.step !== "narrate"));
+  /** Shows the clip after its steps; while one of them is changed, as it is before that one. */
+  #look() {
+    const end = this.changing < 0 ? undefined : this.changing;
+    this.view = viewOf(this.player.sources, this.steps.active(end));
     this.fitFrame();
     this.player.setView(this.view);
     this.timeline.setView(this.view);
-    this.timeline.showPieces(this.steps.pieces(), (i, at) => this.steps.movePiece(i, at));
+    this.timeline.showPieces(this.steps.pieces(end), (i, at) => this.steps.movePiece(i, at));
+    this.steps.mark(this.changing);
+  }
+
+  /** Everything that follows from the steps. */
+  update() {
+    const tool = this.tool;
+    this.#endTool();
+    this.#look();
     this.undoButton.disabled = !this.steps.canUndo;
     this.redoButton.disabled = !this.steps.canRedo;
     this.making.hidden = this.makeButton.hidden = this.steps.active().length === 0;
@@ -144,7 +159,9 @@ export class Editor {
   }
 
   job(steps = this.steps.active(), out = this.nameInput.value.trim()) {
-    return { in: this.clip.name, steps, out };
+    const [first, ...others] = steps;
+    if (first?.step !== "join") return { in: this.clip.name, steps, out };
+    return { in: [this.clip.name, ...first.in], steps: [{ step: "join" }, ...others], out };
   }
 
   async #showPlan() {
@@ -165,28 +182,54 @@ export class Editor {
     this.results.run(this.job(), this.nameInput.value.trim());
   }
 
-  openTool(name) {
+  #toggleTool(event, name, index) {
+    if (!this.view) return;
+    if (this.tool === name && (index ?? this.changing) === this.changing) return this.closeTool();
+    this.openTool(name, index);
+    if (event.detail === 0) this.form.querySelector("button, input, select")?.focus();  // by keyboard
+  }
+
+  /** Opens a tool for a new step, or for the one at `index`, which it then changes. */
+  openTool(name, index = this.steps.placeOf(name)) {
     this.closeTool();
     this.player.pause();
     this.tool = name;
+    this.changing = name === "narrate" ? -1 : index;  // what narration changes is seen and heard at once
+    if (this.changing >= 0) this.#look();
     this.toolButtons[name].setAttribute("aria-pressed", "true");
-    this.toolEnd = tools[name](this, this.form);
+    this.toolEnd = tools[name](this, this.form, this.steps.items[index]?.step);
     this.form.hidden = false;
+    if (index >= 0) this.form.scrollIntoView({ block: "nearest" });
   }
 
-  closeTool() {
+  #endTool() {
     if (!this.tool) return;
     this.toolButtons[this.tool].setAttribute("aria-pressed", "false");
     this.tool = null;
+    this.changing = -1;
     this.toolEnd?.();
     this.toolEnd = null;
     this.form.hidden = true;
     this.form.replaceChildren();
   }
 
-  add(step) {
+  /** Leaves all as it is. */
+  closeTool() {
+    const index = this.changing;
+    const isByKeys = document.activeElement.matches(":focus-visible");
+    this.#endTool();
+    if (index < 0) return;
+    this.#look();
+    if (isByKeys) this.steps.focus(index);
+  }
+
+  /** What a tool has made: a new step, or one in the place of that which it changes. */
+  apply(step) {
+    const index = this.changing;
+    const isByKeys = document.activeElement.matches(":focus-visible");
     if (step.step === "trim") this.player.position = 0;
-    this.steps.add(step);
+    this.steps.put(step, index);
+    if (isByKeys) this.steps.focus(index);
     say(nameOfStep(step));
   }
 
@@ -222,7 +265,7 @@ export class Editor {
   }
 
   #key(event) {
-    if (event.target.closest?.("input, select, textarea, dialog, summary")) return;
+    if (event.target.closest?.(event.key === "Escape" ? "dialog" : "input, select, textarea, dialog, summary")) return;
     const { player } = this;
     const isCommand = event.ctrlKey || event.metaKey;
     const onButton = event.target.closest?.("button, a");

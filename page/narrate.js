@@ -7,7 +7,7 @@ import { clock, t } from "./texts.js";
 const formats = ["audio/mp4;codecs=opus", "audio/webm;codecs=opus", "audio/ogg;codecs=opus"];
 const mostSeconds = 1800;
 
-export function narrateTool(editor, form) {
+export function narrateTool(editor, form, narration) {
   const { player, steps } = editor;
   let recording = null;
   const fault = el("p", { class: "fault", hidden: true });
@@ -56,9 +56,9 @@ export function narrateTool(editor, form) {
   async function keep(blob, at, seconds) {
     try {
       const { name } = await api.sendRecording(blob);
-      const narration = structuredClone(steps.find("narrate") ?? { step: "narrate", base: 1, piece: [] });
-      narration.piece.push({ file: name, at, seconds, volume: 1, url: URL.createObjectURL(blob) });
-      steps.add(narration);
+      const told = structuredClone(steps.items[steps.placeOf("narrate")]?.step ?? { step: "narrate", base: 1, piece: [] });
+      told.piece.push({ file: name, at, seconds, volume: 1, url: URL.createObjectURL(blob) });
+      steps.put(told);
     } catch (error) {
       fault.textContent = error.message;
       fault.hidden = false;
@@ -72,13 +72,12 @@ export function narrateTool(editor, form) {
   }
 
   const change = (make) => {
-    const narration = structuredClone(steps.find("narrate"));
-    make(narration);
-    if (narration.piece.length) steps.add(narration);
+    const told = structuredClone(narration);
+    make(told);
+    if (told.piece.length) steps.put(told);
     else steps.change((items) => items.filter((item) => item.step.step !== "narrate"));
   };
 
-  const narration = steps.find("narrate");
   const slider = (value, label, onChange) => {
     const told = el("output", {}, t("volume", { percent: Math.round(100 * value) }));
     const input = el("input", { type: "range", min: "0", max: "2", step: "0.05", value, "aria-label": label,
@@ -89,7 +88,7 @@ export function narrateTool(editor, form) {
   form.append(el("p", {}, t("narrateHint")), el("div", { class: "row" }, recorder), fault);
   if (narration) {
     form.append(el("ul", { class: "pieces" },
-      editor.clip.hasSound && el("li", {}, el("span", {}, t("ownSound")), slider(narration.base, t("ownSound"), (v) => change((n) => (n.base = v)))),
+      editor.view.segments.some(({ source }) => source.clip.hasSound) && el("li", {}, el("span", {}, t("ownSound")), slider(narration.base, t("ownSound"), (v) => change((n) => (n.base = v)))),
       narration.piece.map((piece, i) => el("li", {}, el("span", {}, t("piece", { n: i + 1 })),
         slider(piece.volume, t("pieceVolume", { n: i + 1 }), (v) => change((n) => (n.piece[i].volume = v))),
         el("input", { type: "number", min: "0", step: "0.1", value: Number(piece.at.toFixed(2)), "aria-label": t("pieceStart", { n: i + 1 }),

@@ -1,5 +1,5 @@
-// Plays a view of a clip: a video element that is moved to the right moment and drawn through the view's matrix. What the
-// browser cannot play is shown by a small version that the server makes, piece by piece where somebody looks, and until a
+// Plays a view of clips: a video element that is moved to the right moment and drawn through the matrix of what is shown. What
+// the browser cannot play is shown by a small version that the server makes, piece by piece where somebody looks, and until a
 // piece is there by single pictures.
 
 import * as api from "./api.js";
@@ -21,6 +21,13 @@ export function isPlayable(facts) {
   return !isMirrored && !isEdited && (video.pictures?.bitDepth ?? 8) === 8 && !video.pictures?.interlaced;
 }
 
+/** Lays an element that shows a segment's picture where its view has it, so large that a pixel of the view is `scale` wide. */
+export function layPicture({ style }, { source, matrix: [a, b, c, d, e, f] }, scale) {
+  style.width = `${source.clip.size[0] * scale}px`;
+  style.height = `${source.clip.size[1] * scale}px`;
+  style.transform = `matrix(${a},${b},${c},${d},${e * scale},${f * scale})`;
+}
+
 export class Player extends EventTarget {
   constructor() {
     super();
@@ -29,32 +36,47 @@ export class Player extends EventTarget {
     this.frame = el("div", { class: "frame" }, el("div", { class: "shown" }, this.video, this.still));
     this.position = 0;
     this.isPlaying = false;
+    this.sources = [];
+    this.times = [];
     this.pieces = [];
     this.open = null;  // the piece that the video element has
     this.video.addEventListener("seeked", () => this.#goOn());
     this.#watchFrames();
-    this.video.addEventListener("error", () => this.isDirect && this.#prepare());
+    this.video.addEventListener("error", () => {
+      const source = (this.awaited ?? this.open)?.source;
+      if (source?.isDirect) this.#prepare(source);
+    });
     new ResizeObserver(() => this.#place()).observe(this.frame);
   }
 
-  load(clip, facts, times) {
-    this.clip = clip;
-    this.times = times;
-    this.facts = facts;
-    this.isDirect = isPlayable(facts);
-    if (this.isDirect) this.pieces = [{ from: 0, to: Infinity, url: api.clipUrl(clip) }];
-    else this.#prepare();
+  /** A clip that views can show; the first one is the one that is edited. Times and pictures count on from one to the next. */
+  add(clip, facts, times) {
+    const before = this.sources.at(-1);
+    const offset = before ? Math.max(before.offset + before.clip.seconds, (this.times.at(-1) ?? 0) + 1e-3) : 0;
+    const source = { clip, facts, offset, first: this.times.length, count: times.length, isDirect: isPlayable(facts), peaks: [] };
+    this.sources.push(source);
+    this.times = this.times.concat(times.map((time) => offset + time));
+    if (source.isDirect) this.pieces.push({ source, from: offset, to: Infinity, url: api.clipUrl(clip) });
+    else this.#prepare(source);
+    return source;
+  }
+
+  #sourceOf(picture) {
+    return this.sources.findLast((source) => source.first <= picture);
   }
 
   /** The pieces of which a version is made that the browser can play. Each begins with a picture. */
-  #prepare() {
-    this.isDirect = false;
-    this.open = null;
-    const starts = [0];
-    if (this.clip.seconds > 1.5 * pieceSeconds) {
-      for (const time of this.times) if (time >= starts.at(-1) + pieceSeconds) starts.push(time);
+  #prepare(source) {
+    source.isDirect = false;
+    if (this.open?.source === source) this.open = null;
+    const starts = [source.offset];
+    if (source.clip.seconds > 1.5 * pieceSeconds) {
+      for (const time of this.times.slice(source.first, source.first + source.count)) {
+        if (time >= starts.at(-1) + pieceSeconds) starts.push(time);
+      }
     }
-    this.pieces = starts.map((from, i) => ({ from, to: starts[i + 1] ?? Infinity }));
+    const pieces = starts.map((from, i) => ({ source, from, to: starts[i + 1] ?? Infinity }));
+    this.pieces = [...this.pieces.filter((piece) => piece.source !== source), ...pieces].sort((a, b) => a.from - b.from);
     if (this.view) this.seek(this.position);
   }
 
@@ -70,15 +92,17 @@ export class Player extends EventTarget {
 
   async #request(piece) {
     if (this.making) api.cancel(this.making).catch(() => {});
-    const trim = { step: "trim", ...(piece.from > 0 && { from: typedStart(piece.from) }), ...(piece.to < Infinity && { to: typedEnd(piece.to) }) };
-    const steps = [{ step: "compress", preset: this.facts.size[1] < 480 ? "360p" : "540p" }];
-    if (this.pieces.length > 1) steps.unshift(trim);
-    const { job } = await api.start({ in: this.clip.name, out: "shown", steps, codec: "h264", temporary: true });
+    const { clip, offset } = piece.source;
+    const trim = { step: "trim", ...(piece.from > offset && { from: typedStart(piece.from - offset) }),
+                   ...(piece.to < Infinity && { to: typedEnd(piece.to - offset) }) };
+    const steps = [{ step: "compress", preset: clip.size[1] < 480 ? "360p" : "540p" }];
+    if (trim.from || trim.to) steps.unshift(trim);
+    const { job } = await api.start({ in: clip.name, out: "shown", steps, codec: "h264", temporary: true });
     this.making = job;
     const state = await api.follow(job, (now) => piece === this.awaited && this.#tellPreparing({ share: now.share }));
     if (this.making === job) this.making = null;
     if (state.state === "done") piece.url = api.madeUrl(job);
-    else if (state.state === "failed") this.hasFailed = true;
+    else if (state.state === "failed") piece.source.hasFailed = true;
   }
 
   /** Puts a piece into the video element, unless another one is wanted meanwhile. */
@@ -88,10 +112,10 @@ export class Player extends EventTarget {
       if (!piece.url) await new Promise((done) => setTimeout(done, patience));
       if (piece === this.awaited) await this.#make(piece);
     } catch {
-      this.hasFailed = true;
+      piece.source.hasFailed = true;
     }
     if (piece !== this.awaited || this.isClosed) return;
-    this.#tellPreparing(this.hasFailed ? { failed: true } : null);
+    this.#tellPreparing(piece.source.hasFailed ? { failed: true } : null);
     if (!piece.url) return;
     await new Promise((done) => {
       this.video.addEventListener("loadeddata", done, { once: true });
@@ -101,18 +125,30 @@ export class Player extends EventTarget {
     this.awaited = null;
     this.open = piece;
     this.shown = null;
+    this.#place();
     if (!this.isPlaying) this.#show(this.wanted);
     const next = this.pieces[this.pieces.indexOf(piece) + 1];
     if (next) this.#make(next)?.catch(() => {});
   }
 
   #tellPreparing(detail) {
-    if (!this.isDirect) this.dispatchEvent(new CustomEvent("preparing", { detail }));
+    this.dispatchEvent(new CustomEvent("preparing", { detail }));
+  }
+
+  /** Whether the browser plays all clips as they are. */
+  get isDirect() {
+    return this.sources.every((source) => source.isDirect);
   }
 
   /** All of the clip, where the browser has it in one file. */
   get url() {
-    return this.pieces.length === 1 ? this.pieces[0].url : undefined;
+    const pieces = this.pieces.filter((piece) => piece.source === this.sources[0]);
+    return pieces.length === 1 ? pieces[0].url : undefined;
+  }
+
+  pictureUrl(picture, size) {
+    const { clip, offset } = this.#sourceOf(picture);
+    return api.pictureUrl(clip, this.times[picture] - offset, size);
   }
 
   close() {
@@ -127,7 +163,7 @@ export class Player extends EventTarget {
   setView(view) {
     this.view = view;
     this.length = lengthOf(view);
-    this.boundaries = boundariesOf(view, this.times, this.clip.seconds);
+    this.boundaries = boundariesOf(view, this.times);
     this.#place();
     this.seek(Math.min(this.position, this.length));
   }
@@ -136,13 +172,12 @@ export class Player extends EventTarget {
   #place() {
     const width = this.frame.clientWidth;
     if (!this.view || !width) return;
-    const scale = width / this.view.size[0];
-    const [a, b, c, d, e, f] = this.view.matrix;
-    for (const shown of [this.video, this.still]) {
-      shown.style.width = `${this.clip.size[0] * scale}px`;
-      shown.style.height = `${this.clip.size[1] * scale}px`;
-      shown.style.transform = `matrix(${a},${b},${c},${d},${e * scale},${f * scale})`;
-    }
+    const { segment } = placeAt(this.view, this.position);
+    // Nothing is better than a picture of another clip.
+    if (segment.source !== this.placed?.source) this.still.removeAttribute("src");
+    this.video.style.visibility = this.open?.source === segment.source ? "" : "hidden";
+    this.placed = segment;
+    for (const shown of [this.video, this.still]) layPicture(shown, segment, width / this.view.size[0]);
   }
 
   /** Which of the view's pictures is on screen at a moment. */
@@ -150,9 +185,10 @@ export class Player extends EventTarget {
     return Math.max(0, indexAt(this.boundaries.at, moment + 1e-6));
   }
 
-  /** The clip's own picture number. */
+  /** That of its own clip. */
   get pictureNumber() {
-    return this.boundaries?.picture[this.pictureAt(this.position)] ?? 0;
+    const picture = this.boundaries?.picture[this.pictureAt(this.position)];
+    return picture === undefined ? 0 : picture - this.#sourceOf(picture).first;
   }
 
   /** Shows the picture at a moment; the position becomes that at which it comes. */
@@ -172,8 +208,10 @@ export class Player extends EventTarget {
 
   /** The middle of a picture's time on screen, so that no rounding shows another. */
   #middleOf(picture) {
+    const { clip, offset, first, count } = this.#sourceOf(picture);
     const start = this.times[picture] ?? 0;
-    return (start + (this.times[picture + 1] ?? Math.max(start + 1e-3, Math.min(this.clip.seconds, start + 0.02)))) / 2;
+    const isLast = picture + 1 >= first + count;
+    return (start + (isLast ? Math.max(start + 1e-3, Math.min(offset + clip.seconds, start + 0.02)) : this.times[picture + 1])) / 2;
   }
 
   #show(picture) {
@@ -181,9 +219,10 @@ export class Player extends EventTarget {
     const time = this.#middleOf(picture);
     const piece = this.#pieceAt(time);
     if (piece !== this.open) {
-      if (!this.isDirect) this.#showStill(picture);
-      if (piece && piece !== this.awaited && !this.hasFailed) this.#enterPiece(piece);
+      if (!piece.source.isDirect || this.open) this.#showStill(picture);
+      if (piece !== this.awaited && !piece.source.hasFailed) this.#enterPiece(piece);
     } else if (!this.video.seeking) {
+      if (this.awaited) this.#tellPreparing(null);
       this.awaited = null;
       this.video.currentTime = time - piece.from;
       this.shown = picture;
@@ -229,7 +268,7 @@ export class Player extends EventTarget {
     clearTimeout(this.later);
     this.later = setTimeout(() => {
       if (!this.times.length) return;
-      this.still.src = api.pictureUrl(this.clip, this.times[picture], "full");
+      this.still.src = this.pictureUrl(picture, "full");
       this.still.hidden = false;
     }, this.still.hidden ? 0 : 80);
   }
@@ -259,7 +298,7 @@ export class Player extends EventTarget {
 
   /** Whether pictures are shown one after the other, in place of the video. */
   #usesPictures(segment) {
-    return segment.backwards || this.hasFailed;
+    return segment.backwards || segment.source.hasFailed;
   }
 
   /** Lets the video run through a segment, from a time of the clip on. */
@@ -286,7 +325,7 @@ export class Player extends EventTarget {
       this.position += (now - this.last) / 1000;
       this.#show(this.boundaries.picture[this.pictureAt(Math.min(this.position, end - 1e-4))]);
     } else if (this.isWaiting) {
-      if (this.#pieceAt(this.place.time) === this.open || this.hasFailed) this.#enter(this.place, true);
+      if (this.#pieceAt(this.place.time) === this.open || segment.source.hasFailed) this.#enter(this.place, true);
     } else if (!this.video.seeking) {
       const isPieceOver = this.video.ended || this.open.from + this.video.currentTime >= this.open.to - 1e-3;
       const time = isPieceOver ? Math.min(this.open.to, segment.to) : this.open.from + this.video.currentTime;
@@ -308,6 +347,7 @@ export class Player extends EventTarget {
   }
 
   #tell() {
+    if (placeAt(this.view, this.position).segment !== this.placed) this.#place();
     this.dispatchEvent(new Event("time"));
   }
 }

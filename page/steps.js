@@ -1,5 +1,5 @@
-// The steps of a clip: in order, each of which can be switched off, moved and removed, with undo. Narration and compression
-// come last, since they lie over all that is before them.
+// The steps of a clip: in order, each of which can be changed, switched off, moved and removed, with undo. Narration and
+// compression come last, since they lie over all that is before them.
 
 import { el, icon, iconButton } from "./dom.js";
 import { bytes, clock, t } from "./texts.js";
@@ -17,6 +17,7 @@ export function nameOfStep(step) {
     rotate: () => t("stepRotate", { form: step.by }),
     loop: () => t("stepLoop", { n: step.count }),
     reverse: () => t("stepReverse"),
+    join: () => t("stepJoin", { name: step.in.join(", ") }),
     compress: () => (step["max-size"] ? t("stepCompressSize", { what: bytes(Number(step["max-size"])) }) : t("stepCompress", { what: step.preset })),
     narrate: () => t("stepNarrate", { n: step.piece.length }),
   };
@@ -27,17 +28,23 @@ export class Steps {
   #past = [];
   #future = [];
 
-  constructor(entry, onChange) {
+  /** `onOpen` is told of a click on a step, and which one it is. */
+  constructor(entry, onChange, onOpen) {
     this.key = `steps ${entry.name} ${entry.changed}`;
     this.onChange = onChange;
+    this.onOpen = onOpen;
     this.items = JSON.parse(sessionStorage.getItem(this.key) ?? "[]");
     this.element = el("ol", { class: "steps" });
     this.#render();
   }
 
-  /** Those that are switched on, as the job has them. */
-  active() {
-    return this.items.filter((item) => !item.off).map((item) => this.#plain(item.step));
+  #on(end) {
+    return this.items.slice(0, end).filter((item) => !item.off).map((item) => item.step);
+  }
+
+  /** Those before `end` that are switched on, as the job has them. */
+  active(end) {
+    return this.#on(end).map((step) => this.#plain(step));
   }
 
   #plain(step) {
@@ -45,26 +52,41 @@ export class Steps {
     return { step: "narrate", "base-volume": String(step.base), piece: step.piece.map((p) => `${p.file}@${p.at.toFixed(3)}:${p.volume}`) };
   }
 
-  find(name) {
-    return this.items.find((item) => item.step.step === name && !item.off)?.step;
+  pieces(end) {
+    return this.#on(end).find((step) => step.step === "narrate")?.piece ?? [];
   }
 
-  pieces() {
-    return this.find("narrate")?.piece ?? [];
+  /** Where narration or compression is, of which there is one; -1 where it is not, and for other steps. */
+  placeOf(name) {
+    return last.includes(name) ? this.items.findIndex((item) => item.step.step === name) : -1;
   }
 
-  /** Of narration and compression there is one: a new one takes the place of the old one. */
-  add(step) {
+  /** Puts a step in the place of the one at `index`, or behind those that there are. */
+  put(step, index = this.placeOf(step.step)) {
     this.change((items) => {
-      const kept = rank(step) ? items.filter((item) => item.step.step !== step.step) : items;
-      return [...kept, { step, off: false }].sort((a, b) => rank(a.step) - rank(b.step));
+      items.splice(index < 0 ? items.length : index, 1, { step, off: false });
+      return items.sort((a, b) => rank(a.step) - rank(b.step));
     });
   }
 
   movePiece(i, at) {
-    const narration = structuredClone(this.find("narrate"));
+    const narration = structuredClone(this.items[this.placeOf("narrate")].step);
     narration.piece[i].at = at;
-    this.add(narration);
+    this.put(narration);
+  }
+
+  /** Shows which step is being changed, and that those behind it wait; -1 for none. */
+  mark(index) {
+    this.items.forEach((_, i) => {
+      const row = this.element.children[i];
+      row.classList.toggle("changing", i === index);
+      row.querySelector(".waits").hidden = index < 0 || i <= index;
+      row.querySelector("button.name")?.setAttribute("aria-expanded", String(i === index));
+    });
+  }
+
+  focus(index) {
+    this.element.children[index]?.querySelector("button.name")?.focus({ preventScroll: true });
   }
 
   change(make) {
@@ -104,7 +126,7 @@ export class Steps {
       [items[i], items[j]] = [items[j], items[i]];
       return items;
     });
-    this.element.children[j]?.querySelector("button:not(:disabled)")?.focus();
+    this.element.children[j]?.querySelector("button.quiet:not(:disabled)")?.focus();
   }
 
   #canSwap(i, j) {
@@ -123,7 +145,11 @@ export class Steps {
           items[i].off = !items[i].off;
           return items;
         }) });
-      return el("li", { class: item.off ? "off" : "" }, icon(item.step.step), el("span", { class: "name" }, name),
+      const isFixed = item.step.step === "reverse";
+      return el("li", { class: item.off ? "off" : "" }, icon(item.step.step),
+        isFixed ? el("span", { class: "name" }, name) : el("button", { type: "button", class: "name", title: t("change"),
+          "aria-expanded": "false", onclick: (event) => this.onOpen(i, event) }, name),
+        el("span", { class: "waits", hidden: true }, t("paused")),
         iconButton(t("moveUp", { step: name }), "up", { disabled: !this.#canSwap(i - 1, i), onclick: () => this.#swap(i, i - 1) }),
         iconButton(t("moveDown", { step: name }), "down", { disabled: !this.#canSwap(i, i + 1), onclick: () => this.#swap(i, i + 1) }),
         iconButton(t("remove", { step: name }), "close", { onclick: () => this.change((items) => items.filter((_, j) => j !== i)) }),

@@ -1,7 +1,7 @@
 // The strip of pictures with the sound's wave below it: shows a view, the position, the selection and pieces of narration.
 
-import * as api from "./api.js";
 import { clamp, el, loadPicture, onDrag } from "./dom.js";
+import { layPicture } from "./player.js";
 import { clock, t } from "./texts.js";
 import { lengthOf, placeAt } from "./view.js";
 
@@ -11,7 +11,6 @@ export class Timeline extends EventTarget {
   constructor(player) {
     super();
     this.player = player;
-    this.peaks = [];
     this.pieces = [];
     this.strip = el("div", { class: "strip", "aria-hidden": "true" });
     this.wave = el("canvas", { class: "wave", "aria-hidden": "true" });
@@ -123,15 +122,12 @@ export class Timeline extends EventTarget {
     const cellWidth = clamp((stripHeight * w) / h, 36, 160);
     const count = Math.max(2, Math.ceil(width / cellWidth));
     const scale = Math.max(stripHeight / h, width / count / w);
-    const [a, b, c, d, e, f] = this.view.matrix;
     const { at, picture } = this.player.boundaries;
     const cells = Array.from({ length: count }, (_, i) => {
-      const number = picture[this.player.pictureAt(((i + 0.5) / count) * this.length)] ?? 0;
+      const moment = ((i + 0.5) / count) * this.length;
       const image = el("img", { alt: "", draggable: "false" });
-      if (at.length) loadPicture(image, api.pictureUrl(this.player.clip, this.player.times[number]));
-      image.style.width = `${this.player.clip.size[0] * scale}px`;
-      image.style.height = `${this.player.clip.size[1] * scale}px`;
-      image.style.transform = `matrix(${a},${b},${c},${d},${e * scale},${f * scale})`;
+      if (at.length) loadPicture(image, this.player.pictureUrl(picture[this.player.pictureAt(moment)]));
+      layPicture(image, placeAt(this.view, moment).segment, scale);
       return el("div", {}, image);
     });
     this.strip.replaceChildren(...cells);
@@ -139,7 +135,7 @@ export class Timeline extends EventTarget {
 
   #drawWave() {
     if (!this.view) return;
-    this.wave.hidden = !this.player.clip.hasSound;
+    this.wave.hidden = !this.view.segments.some((segment) => segment.source.clip.hasSound);
     const box = this.wave.getBoundingClientRect();
     const ratio = devicePixelRatio || 1;
     this.wave.width = box.width * ratio;
@@ -149,15 +145,16 @@ export class Timeline extends EventTarget {
     const middle = this.wave.height / 2;
     const bar = Math.max(1, Math.round(2 * ratio));
     for (let x = 0; x < this.wave.width; x += bar + Math.round(ratio)) {
-      const { time } = placeAt(this.view, (x / this.wave.width) * this.length);
-      const peak = this.peaks[Math.floor((time / this.player.clip.seconds) * this.peaks.length)] ?? 0;
+      const { time, segment } = placeAt(this.view, (x / this.wave.width) * this.length);
+      const { clip, offset, peaks } = segment.source;
+      const peak = peaks[Math.floor(((time - offset) / clip.seconds) * peaks.length)] ?? 0;
       const half = Math.max(ratio / 2, Math.sqrt(peak / 100) * (middle - ratio));
       context.fillRect(x, middle - half, bar, 2 * half);
     }
   }
 
-  showPeaks(peaks) {
-    this.peaks = peaks;
+  showPeaks(source, peaks) {
+    source.peaks = peaks;
     this.#drawWave();
   }
 

@@ -1,11 +1,9 @@
-// What a clip looks like after its steps, reckoned here so that it is seen at once: which moment of the clip is on screen
+// What a clip looks like after its steps, reckoned here so that it is seen at once: which moment of which clip is on screen
 // when, and how its picture lies. What is made in the end is the program's, by the same steps.
 
-/** The clip as it is: { seconds, size: [width, height] } in pixels as it is seen. */
-function startOf(clip) {
-  return { segments: [{ from: 0, to: clip.seconds, ratio: 1, backwards: false }], size: clip.size,
-           matrix: [1, 0, 0, 1, 0, 0] };
-}
+/** All of a source (see Player), whose clip is { seconds, size: [width, height] } in pixels as it is seen. */
+const wholeOf = (source, matrix = [1, 0, 0, 1, 0, 0]) =>
+  ({ source, matrix, from: source.offset, to: source.offset + source.clip.seconds, ratio: 1, backwards: false });
 
 const lengthOfSegment = (segment) => (segment.to - segment.from) * segment.ratio;
 export const lengthOf = (view) => view.segments.reduce((sum, segment) => sum + lengthOfSegment(segment), 0);
@@ -39,6 +37,9 @@ const turns = {
   half: (w, h) => [[-1, 0, 0, -1, w, h], [w, h]],
 };
 
+const drawn = (view, matrix, size) =>
+  ({ segments: view.segments.map((segment) => ({ ...segment, matrix: after(matrix, segment.matrix) })), size });
+
 const rules = {
   trim(view, step) {
     const parts = step.keep ? step.keep.map((part) => part.split("-").map(Number))
@@ -58,30 +59,47 @@ const rules = {
   },
   rotate(view, step) {
     const [turn, size] = turns[step.by](...view.size);
-    return { ...view, matrix: after(turn, view.matrix), size };
+    return drawn(view, turn, size);
   },
   crop(view, step) {
     const [x, y, w, h] = step.rect.split(",").map(Number);
-    return { ...view, matrix: after([1, 0, 0, 1, -x, -y], view.matrix), size: [w, h] };
+    return drawn(view, [1, 0, 0, 1, -x, -y], [w, h]);
+  },
+  /** The others are shown whole in the shape of what is there. */
+  join(view, step, sources) {
+    const others = step.in.map((name) => sources.find((source) => source.clip.name === name)).filter(Boolean);
+    const isAlike = others.every(({ clip }) => clip.size.every((side, i) => side === view.size[i]));
+    const size = isAlike ? view.size : view.size.map((side) => Math.max(2, 2 * Math.round(side / 2)));
+    const fitted = others.map((source) => {
+      const scale = Math.min(size[0] / source.clip.size[0], size[1] / source.clip.size[1]);
+      const [x, y] = size.map((side, i) => (side - scale * source.clip.size[i]) / 2);
+      return wholeOf(source, [scale, 0, 0, scale, x, y]);
+    });
+    return { segments: [...view.segments, ...fitted], size };
   },
 };
 
-/** The clip after `steps`. Narration and compression change neither times nor shape. */
-export function viewOf(clip, steps) {
-  return steps.reduce((view, step) => rules[step.step]?.(view, step) ?? view, startOf(clip));
+/** The first of `sources` after `steps`. Narration and compression change neither times nor shape. */
+export function viewOf(sources, steps) {
+  const start = { segments: [wholeOf(sources[0])], size: sources[0].clip.size };
+  return steps.reduce((view, step) => rules[step.step]?.(view, step, sources) ?? view, start);
 }
 
-/** When which picture comes on screen in a view; `times` are those of the clip's own. */
-export function boundariesOf(view, times, clipSeconds) {
+/** When which picture comes on screen in a view; `times` are those of all sources. */
+export function boundariesOf(view, times) {
   const at = [];
   const picture = [];
   let start = 0;
-  const endOf = (i) => (i + 1 < times.length ? times[i + 1] : Math.max(clipSeconds, times[i] + 1e-3));
-  for (const segment of view.segments) {
-    const first = Math.max(0, indexAt(times, segment.from + 1e-7));
+  const endOf = (i) => times[i + 1] ?? Infinity;
+  for (const [number, segment] of view.segments.entries()) {
+    const first = Math.max(segment.source.first, indexAt(times, segment.from + 1e-7));
     const shown = [];
     for (let i = first; i < times.length && (i === first || times[i] < segment.to - 1e-7); ++i) shown.push(i);
     if (segment.backwards) shown.reverse();
+    // A picture in which the speed changes stays the same one.
+    const before = view.segments[number - 1];
+    const gap = before && (segment.backwards ? before.from - segment.to : segment.from - before.to);
+    if (before?.backwards === segment.backwards && Math.abs(gap) < 1e-6 && shown[0] === picture.at(-1)) shown.shift();
     for (const i of shown) {
       const offset = segment.backwards ? segment.to - Math.min(endOf(i), segment.to) : Math.max(times[i], segment.from) - segment.from;
       at.push(start + offset * segment.ratio);
@@ -104,7 +122,10 @@ export function indexAt(numbers, value) {
   return low - 1;
 }
 
-/** The segment at a moment, when it starts, and the clip's own time then. */
+/** What is at a moment of a view that shows nothing. */
+const nothing = { from: 0, to: 0, ratio: 1, matrix: [1, 0, 0, 1, 0, 0], source: { clip: { seconds: 0, size: [0, 0] }, offset: 0, peaks: [] } };
+
+/** The segment at a moment, when it starts, and the sources' time then. */
 export function placeAt(view, moment) {
   let start = 0;
   for (let i = 0; i < view.segments.length; ++i) {
@@ -116,7 +137,7 @@ export function placeAt(view, moment) {
     }
     start += length;
   }
-  return { index: 0, segment: { from: 0, to: 0, ratio: 1 }, start: 0, time: 0 };
+  return { index: 0, segment: nothing, start: 0, time: 0 };
 }
 
 const nine = (value) => value.toFixed(9).replace(/\.?0+$/, "");

@@ -33,16 +33,32 @@ HttpAnswer answered(const json& object) {
   return {200, "application/json", object.dump(-1, ' ', false, json::error_handler_t::replace)};
 }
 
-HttpAnswer refused(int status, const std::string& sentence) {
-  HttpAnswer answer = answered({{"error", sentence}});
+/// `code` names what the page has words of its own for; the others are for who writes pages.
+HttpAnswer refused(int status, const std::string& sentence, std::string_view code = "") {
+  json object{{"error", sentence}};
+  if (!code.empty()) object["code"] = code;
+  HttpAnswer answer = answered(object);
   answer.status = status;
   return answer;
 }
 
-/// What became of it is an answer, too.
-HttpAnswer didFail(const std::string& sentence) { return answered({{"error", sentence}}); }
+/// A job that is none, for one that names what is no longer there.
+HttpAnswer refused(const Failure& failure) {
+  return refused(422, failure.sentence, failure.cause == ErrorCode::notFound ? "sourceGone" : "");
+}
 
-HttpAnswer notThere() { return refused(404, "there is no such thing here"); }
+/// What became of it is an answer, too.
+HttpAnswer didFail(const std::string& sentence) { return refused(200, sentence); }
+
+HttpAnswer notThere() { return refused(404, "there is no such thing here", "gone"); }
+
+HttpAnswer tooLarge() { return refused(413, "too large", "tooLarge"); }
+
+HttpAnswer nothingTold() { return refused(200, "nothing can be told of it", "nothingTold"); }
+
+HttpAnswer notWritten(int error) {
+  return refused(507, std::generic_category().message(error), error == ENOSPC ? "noSpace" : "");
+}
 
 std::string typeOf(const fs::path& file) {
   static const auto& types = *new std::map<std::string, std::string>{
@@ -78,10 +94,13 @@ bool isSeconds(const std::string& text) {
   return !text.empty() && text.size() < 30 && text.find_first_not_of("0123456789.") == std::string::npos;
 }
 
-std::string versionOf(const fs::path& file) {
+std::string versionOf(const std::vector<fs::path>& files) {
   std::error_code ignored;
-  return fmt::format("{} {} ", fs::file_size(file, ignored),
-                     fs::last_write_time(file, ignored).time_since_epoch().count());
+  std::string version;
+  for (const auto& file : files)
+    version += fmt::format("{} {} ", fs::file_size(file, ignored),
+                           fs::last_write_time(file, ignored).time_since_epoch().count());
+  return version;
 }
 
 /// Writes the body to an open file.
@@ -123,13 +142,13 @@ std::optional<HttpAnswer> ClipPage::refusal(const HttpRequest& request) {
   const std::string type = request.header("Content-Type");
   if (request.path == "/api/upload") {
     if (type != "application/octet-stream") return refused(415, "a clip comes as bytes");
-    if (request.bodyBytes > mostClipBytes) return refused(413, "too large");
+    if (request.bodyBytes > mostClipBytes) return tooLarge();
   } else if (request.path == "/api/recording") {
     if (recordingEnding(type).empty()) return refused(415, "a recording is sound");
-    if (request.bodyBytes > mostRecordingBytes) return refused(413, "too large");
+    if (request.bodyBytes > mostRecordingBytes) return tooLarge();
   } else {
     if (type != "application/json") return refused(415, "JSON only");
-    if (request.bodyBytes > mostMessageBytes) return refused(413, "too large");
+    if (request.bodyBytes > mostMessageBytes) return tooLarge();
   }
   return std::nullopt;
 }
@@ -175,7 +194,7 @@ HttpAnswer ClipPage::told(Worker& worker, const std::string& name, const std::ve
   if (!told) return didFail(told.error().sentence);
   // What a decoder that was taken over prints goes no further than this, unless it is JSON.
   const json object = json::parse(told->text, nullptr, false);
-  if (!object.is_object()) return didFail("nothing can be told of it");
+  if (!object.is_object()) return nothingTold();
   HttpAnswer answer = answered(object);
   answer.headers.emplace_back("Cache-Control", "private, max-age=3600");
   return answer;
@@ -243,7 +262,10 @@ HttpAnswer ClipPage::job(const HttpRequest& request) {
   if (!job) return notThere();
   json object{{"state", nameOf(job->state)}, {"share", job->share}, {"seconds", job->seconds}};
   if (job->secondsLeft >= 0 && job->state == JobLane::State::running) object["left"] = job->secondsLeft;
-  if (job->state == JobLane::State::failed) object["error"] = job->error;
+  if (job->state == JobLane::State::failed) {
+    object["error"] = job->error.empty() ? "nothing was made" : job->error;
+    if (job->error.empty()) object["code"] = "nothingMade";
+  }
   if (job->state == JobLane::State::done) {
     std::error_code error;
     const auto bytes = fs::file_size(job->path, error);
@@ -262,7 +284,7 @@ std::vector<std::string> ClipPage::command(const PageJob& job) const {
 
 HttpAnswer ClipPage::planJob(const json& message) {
   const auto job = PageJob::parse(message, [this](const auto& name) { return source(name); });
-  if (!job) return refused(422, job.error().sentence);
+  if (!job) return refused(job.error());
   std::string line;
   for (const auto& word : command(*job)) line += (line.empty() ? "" : " ") + shellWord(word);
   json object{{"command", line}};
@@ -272,7 +294,7 @@ HttpAnswer ClipPage::planJob(const json& message) {
     const auto told = asked_.run(words, {}, stop_.get_token());
     if (!told) return didFail(told.error().sentence);
     const json plans = json::parse(told->text, nullptr, false);
-    if (!plans.is_object() || !plans.contains("plans")) return didFail("nothing can be told of it");
+    if (!plans.is_object() || !plans.contains("plans")) return nothingTold();
     object["plan"] = plans.at("plans").at(0);
   }
   return answered(object);
@@ -285,17 +307,17 @@ HttpAnswer ClipPage::startJob(const json& message) {
   plain.erase("temporary");
   plain.erase("draft");
   const auto job = PageJob::parse(plain, [this](const auto& name) { return source(name); });
-  if (!job) return refused(422, job.error().sentence);
+  if (!job) return refused(job.error());
   const auto place =
       isTemporary ? temp_ / fmt::format("made-{}{}", ++files_, job->ending) : folder_.placeFor(job->out + job->ending);
-  if (!place) return refused(422, "the new file needs a name without \"/\"");
+  if (!place) return refused(422, "the new file needs a name without \"/\"", "newName");
   std::vector<std::string> words{"-o", place->native()};
   if (isDraft) words.emplace_back("--draft");
   words.insert(words.end(), job->words.begin(), job->words.end());
   // Looked at again, what was made of the same clip serves again.
-  const auto number = isTemporary ? previews_.add(std::move(words), versionOf(job->file) + message.dump())
+  const auto number = isTemporary ? previews_.add(std::move(words), versionOf(job->files) + message.dump())
                                   : movies_.add(std::move(words), "");
-  if (!number) return refused(503, number.error().sentence);
+  if (!number) return refused(503, number.error().sentence, "busy");
   return answered({{"job", std::to_string(*number)}});
 }
 
@@ -311,18 +333,18 @@ HttpAnswer ClipPage::takeFile(const HttpRequest& request, const HttpBody& body, 
   std::optional<fs::path> place;
   if (isRecording) {
     const int number = ++files_;
-    if (number > mostRecordings * 1'000) return refused(507, "too many recordings");
+    if (number > mostRecordings * 1'000) return refused(507, "too many recordings", "manyRecordings");
     place = temp_ / fmt::format("recording-{}{}", number, recordingEnding(request.header("Content-Type")));
   } else if (ClipFolder::isClipName(request.parameter("name"))) {
     place = folder_.placeFor(request.parameter("name"));
   }
-  if (!place) return refused(422, "this is no name of a clip");
+  if (!place) return refused(422, "this is no name of a clip", "clipName");
   const auto files = newFilesOfThisProcess();
   const auto file = files->create(*place);
-  if (!file) return refused(507, std::generic_category().message(file.error()));
-  if (!writeBody(body, (*file)->handle().descriptor())) return refused(400, "the file is not whole");
+  if (!file) return notWritten(file.error());
+  if (!writeBody(body, (*file)->handle().descriptor())) return refused(400, "the file is not whole", "notWhole");
   const auto named = (*file)->commit(engine::ExistingName::numbered);
-  if (!named) return refused(507, std::generic_category().message(named.error()));
+  if (!named) return notWritten(named.error());
   return answered({{"name", named->filename().native()}});
 }
 

@@ -110,7 +110,7 @@ void JobLane::run(std::uint64_t number, std::stop_token stop) {
     job.path = made->paths.front();
   } else {
     job.state = stop.stop_requested() ? State::cancelled : State::failed;
-    job.error = made ? "nothing was made" : made.error().sentence;
+    if (!made) job.error = made.error().sentence;
   }
   forgetOldest();
 }

@@ -17,9 +17,9 @@ struct PageJob {
   /// Of the files that the page may name, where they are.
   using FindFile = std::function<std::optional<std::filesystem::path>(const std::string& name)>;
 
-  std::filesystem::path file;  ///< the clip
-  std::string out;             ///< the new file's name without its ending, as wanted
-  std::string ending;          ///< of the new file, by its last step
+  std::vector<std::filesystem::path> files;  ///< the clip, and those that are joined to it
+  std::string out;                           ///< the new file's name without its ending, as wanted
+  std::string ending;                        ///< of the new file, by its last step
   std::vector<std::string>
       words;  ///< of the program; without its name, and without the new file, which goes before them
 

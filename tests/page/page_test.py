@@ -6,6 +6,7 @@
 Chromium, without a window (packages chromium, chromium-driver, python3-selenium).
 """
 
+import json
 import re
 import tempfile
 import time
@@ -84,13 +85,18 @@ class PageTest(unittest.TestCase):
     def drag(self, element, dx, dy=0):
         ActionChains(self.browser).click_and_hold(element).move_by_offset(round(dx), round(dy)).release().perform()
 
-    def open(self, name):
+    def open(self, name, *steps):
         self.browser.get(f"{self.serving.origin}/#{name}")
         self.browser.execute_script("sessionStorage.clear()")
+        if steps:
+            keep = """const clip = (await (await fetch("/api/clips")).json()).clips.find((clip) => clip.name === arguments[0]);
+                sessionStorage.setItem(`steps ${clip.name} ${clip.changed}`, JSON.stringify(arguments[1].map((step) => ({step, off: false}))))"""
+            self.browser.execute_script(keep, name, steps)
         self.browser.refresh()
         self.until(lambda: self.length() > 0, "the clip's length")
         self.until(lambda: not self.all(".shown > img:not([hidden])"), "the video")
-        self.until(lambda: self.shown() == 0, "the first picture")
+        if not steps:
+            self.until(lambda: self.shown() == 0, "the first picture")
 
     def length(self):
         return float(self.one(".head").get_attribute("aria-valuemax"))
@@ -112,6 +118,10 @@ class PageTest(unittest.TestCase):
 
     def steps(self):
         return [e.text for e in self.all(".steps .name")]
+
+    def kept_steps(self):
+        """What the page remembers of them."""
+        return [item["step"] for item in json.loads(self.browser.execute_script("return Object.values(sessionStorage)[0]"))]
 
     def made(self):
         """Has the clip made, and returns the file."""
@@ -212,6 +222,100 @@ class PageTest(unittest.TestCase):
         self.until(lambda: self.shown() == 89, "the last picture first")
         self.assertEqual(numbers_in(self.made()), list(range(89, -1, -1)))
 
+    def test_a_step_is_changed_in_place(self):
+        crop, speed = {"step": "crop", "rect": "0,0,640,180"}, {"step": "speed", "from": "0", "to": "1", "ratio": 2}
+        self.open("bars.mp4", crop, speed)
+        whole = self.length()
+        self.click("Crop to 640 × 180", ".steps button")
+        self.assertAlmostEqual(self.length(), whole - 1, delta=0.001)  # as it was before all of them
+        self.assertEqual([e.text for e in self.all(".steps li") if "paused" in e.text], ["0.5× from 0:00.00 to 0:01.00\npaused"])
+        frame = self.one(".frame").size
+        self.assertAlmostEqual(frame["width"] / frame["height"], 16 / 9, delta=0.01)
+        fields = self.all(".form input[type=number]")
+        self.assertEqual([e.get_attribute("value") for e in fields], ["0", "0", "640", "180"])
+        fields[1].send_keys(Keys.CONTROL, "a")
+        fields[1].send_keys("90", Keys.ESCAPE)
+        self.assertEqual(self.kept_steps(), [crop, speed])
+        self.assertAlmostEqual(self.length(), whole, delta=0.001)
+        self.press(Keys.ENTER)  # on the step, which has the focus again
+        for field, value in zip(self.all(".form input[type=number]"), [0, 0, 640, 270]):
+            field.send_keys(Keys.CONTROL, "a")
+            field.send_keys(str(value), Keys.TAB)
+        self.click("Apply")
+        changed = {**crop, "rect": "0,0,640,270"}
+        self.assertEqual(self.kept_steps(), [changed, speed])
+        self.click("Undo")
+        self.assertEqual(self.kept_steps(), [crop, speed])
+        self.click("Redo")
+        file = self.made()
+        w, h, seconds = facts_of(file)
+        self.assertEqual((w, h), (640, 270))
+        self.assertAlmostEqual(seconds, 4, delta=0.03)
+        self.assertEqual(numbers_in(file), list(range(90)))
+
+    def test_each_kind_of_step_opens_with_its_values(self):
+        steps = [({"step": "trim", "from": "0.5", "to": "2.5"}, "Keep this part"),
+                 ({"step": "trim", "keep": ["0-0.5", "1-2"]}, "Cut it out"),
+                 ({"step": "speed", "from": "0.2", "to": "0.6", "ratio": 0.25}, "Apply"),
+                 ({"step": "crop", "rect": "2,4,300,200"}, "Apply"),
+                 ({"step": "rotate", "by": "left"}, "[aria-pressed=true]"),
+                 ({"step": "loop", "count": 3}, "Apply"),
+                 ({"step": "compress", "preset": "360p", "max-size": "1500000"}, "Apply")]
+        self.open("bars.mp4", *[step for step, _ in steps])
+        whole = self.length()
+        for i, (step, button) in enumerate(steps):
+            with self.subTest(step=step):
+                self.all(".steps button.name")[i].click()
+                if button.startswith("["):
+                    self.one(".form button" + button).click()
+                else:
+                    self.click(button, ".form button")
+                self.assertEqual(self.kept_steps(), [step for step, _ in steps])
+                self.assertAlmostEqual(self.length(), whole, delta=1e-3)
+
+    def test_clips_are_joined(self):
+        self.open("bars.mp4")
+        own = self.length()
+        self.click("Join", ".tool")
+        self.until(lambda: not self.one(".pick button", "broken.mp4").is_enabled(), "what is no clip to be left out")
+        self.one(".form input[type=search]").send_keys("hevc")
+        self.assertEqual([e.text for e in self.all(".pick button") if e.is_displayed()], ["hevc.mp4"])
+        self.click("hevc.mp4", ".pick button")
+        self.until(lambda: self.steps() == ["Then hevc.mp4"], "the step")
+        self.assertAlmostEqual(self.length(), own + 2, delta=0.03)
+        self.scrub(own / self.length() + 0.002)
+        self.until(lambda: self.one(".time", "Picture 0") and self.shown() == 0, "the other clip's first picture")
+        self.press(Keys.ARROW_LEFT)
+        self.until(lambda: self.shown() == 89, "the last picture before it")
+        self.press(*[Keys.ARROW_LEFT] * 5, " ")
+        self.until(lambda: self.one(".play").get_attribute("aria-label") == "Play" and self.shown() == 59, "playing to the end")
+        file = self.made()
+        self.assertEqual(numbers_in(file), [*range(90), *range(60)])
+        self.assertIn(f"join -- {self.folder}/bars.mp4 {self.folder}/hevc.mp4", self.browser.execute_script(
+            "return document.querySelector('.command code').textContent"))
+        file.unlink()
+        # Behind another step, it is shown whole in that one's shape.
+        self.click("Rotate", ".tool")
+        self.click("Right", ".form button")
+        self.click("Move up: Turn right")
+        self.one(".plan .lead", "360 × 640 pixels")
+        self.press(Keys.END)
+        self.until(lambda: self.shown() == 59, "the other clip upright")
+        file = self.made()
+        self.assertEqual(facts_of(file)[:2], (360, 640))
+        self.assertEqual(numbers_in(file)[90:], [*range(60)])
+
+    def test_what_is_shown_is_what_is_made(self):
+        self.open("bars.mp4", {"step": "trim", "from": "1", "to": "2"}, {"step": "join", "in": ["hevc.mp4"]},
+                  {"step": "trim", "keep": ["0-0.5", "1.5-2.5"]}, {"step": "speed", "from": "0.25", "to": "1", "ratio": 2},
+                  {"step": "reverse"}, {"step": "loop", "count": 2})
+        numbers = numbers_in(self.made())
+        self.assertEqual(numbers, [*range(44, 14, -1), *range(44, 29, -1)] * 2)
+        self.press(Keys.HOME)
+        for i in range(0, len(numbers), 11):
+            self.until(lambda: self.shown() == numbers[i], f"picture {i} of what was made")
+            self.press(*[Keys.ARROW_RIGHT] * 11)
+
     def test_one_is_cancelled(self):
         self.open("bars.mp4")
         self.click("Loop", ".tool")
@@ -253,6 +357,21 @@ class PageTest(unittest.TestCase):
         self.assertEqual(heights, [480, 360])
         self.click("Apply")
         self.assertEqual(self.steps(), ["Compress to 480p"])
+
+    def test_faults_are_told_in_words_of_the_page(self):
+        self.open("bars.mp4", {"step": "narrate", "base": 1, "piece": [{"file": "recording-999.webm", "at": 0, "seconds": 1, "volume": 1}]})
+        self.one(".plan .fault", "a recording that the steps need is no longer there.")
+        self.click("Remove: Narrate")
+        self.click("Rotate", ".tool")
+        self.click("Half", ".form button")
+        name = self.one("input[type=text]")
+        name.send_keys(Keys.CONTROL, "a")
+        name.send_keys("a/b")
+        self.until(lambda: self.one("button.primary", "Make").is_enabled() and self.all(".plan .lead"), "a plan")
+        self.click("Make the clip")
+        self.one(".results .failed", "needs a name without “/”, which does not begin with a dot.")
+        refusals = [entry["message"] for entry in self.browser.get_log("browser")]  # which the browser notes
+        self.assertTrue(refusals and all(" status of 422 " in message for message in refusals), refusals)
 
     def test_narration(self):
         self.open("bars.mp4")

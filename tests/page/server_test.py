@@ -104,6 +104,10 @@ class ServerTest(unittest.TestCase):
                     {"in": "bars.mp4", "steps": [{"step": "info"}]},
                     {"in": "bars.mp4", "steps": [{"step": "narrate", "piece": "/etc/passwd@0"}]},
                     {"in": "bars.mp4", "steps": [{"step": "narrate", "piece": "link.mp4@0"}]},
+                    {"in": ["bars.mp4", "link.mp4"], "steps": [{"step": "join"}]},
+                    {"in": "bars.mp4", "steps": [{"step": "loop", "count": 2}, {"step": "join", "in": ["link.mp4"]}]},
+                    {"in": ["bars.mp4", "inner.mp4"], "steps": [{"step": "loop", "count": 2}]},
+                    {"in": [], "steps": [{"step": "loop", "count": 2}]},
                     {"in": "bars.mp4", "steps": []}, {"in": 7, "steps": 7}, {}]:
             with self.subTest(job=job):
                 self.assertEqual(self.serving.post("/api/start", {**job, "out": "x", "temporary": True})[0], 422)
