@@ -3,11 +3,13 @@
 // piece is there by single pictures.
 
 import * as api from "./api.js";
+import { Drafts, isSlow } from "./drafts.js";
 import { boundariesOf, indexAt, lengthOf, placeAt, typedEnd, typedStart } from "./view.js";
 import { clamp, el } from "./dom.js";
 
 const pieceSeconds = 10;
 const patience = 150;  // ms that somebody stays at a place before a piece is made for it
+const rest = 400;      // ms that somebody stays at a picture before the video follows its draft
 const playableCodecs = ["h264", "vp8", "vp9", "av1"];
 
 /** Whether the browser shows this clip as it is: its codec, and nothing that players disagree about. */
@@ -32,13 +34,15 @@ export class Player extends EventTarget {
   constructor() {
     super();
     this.video = el("video", { playsinline: true, preload: "auto", tabindex: "-1", "aria-hidden": "true" });
+    this.drafts = new Drafts((piece) => this.#make(piece));
     this.still = el("img", { alt: "", hidden: true });
-    this.frame = el("div", { class: "frame" }, el("div", { class: "shown" }, this.video, this.still));
+    this.frame = el("div", { class: "frame" }, el("div", { class: "shown" }, this.video, this.drafts.video, this.still));
     this.position = 0;
     this.isPlaying = false;
     this.sources = [];
     this.times = [];
     this.pieces = [];
+    this.making = new Set();  // numbers of jobs
     this.open = null;  // the piece that the video element has
     this.video.addEventListener("seeked", () => this.#goOn());
     this.#watchFrames();
@@ -56,8 +60,9 @@ export class Player extends EventTarget {
     const source = { clip, facts, offset, first: this.times.length, count: times.length, isDirect: isPlayable(facts), peaks: [] };
     this.sources.push(source);
     this.times = this.times.concat(times.map((time) => offset + time));
-    if (source.isDirect) this.pieces.push({ source, from: offset, to: Infinity, url: api.clipUrl(clip) });
-    else this.#prepare(source);
+    if (!source.isDirect) this.#prepare(source);
+    else this.pieces.push({ source, from: offset, to: Infinity, url: api.clipUrl(clip) });
+    if (source.isDirect && isSlow(facts)) this.drafts.add(this.#divide(source).map((piece) => ({ ...piece, isDraft: true })));
     return source;
   }
 
@@ -66,17 +71,20 @@ export class Player extends EventTarget {
   }
 
   /** The pieces of which a version is made that the browser can play. Each begins with a picture. */
-  #prepare(source) {
-    source.isDirect = false;
-    if (this.open?.source === source) this.open = null;
+  #divide(source) {
     const starts = [source.offset];
     if (source.clip.seconds > 1.5 * pieceSeconds) {
       for (const time of this.times.slice(source.first, source.first + source.count)) {
         if (time >= starts.at(-1) + pieceSeconds) starts.push(time);
       }
     }
-    const pieces = starts.map((from, i) => ({ source, from, to: starts[i + 1] ?? Infinity }));
-    this.pieces = [...this.pieces.filter((piece) => piece.source !== source), ...pieces].sort((a, b) => a.from - b.from);
+    return starts.map((from, i) => ({ source, from, to: starts[i + 1] ?? Infinity }));
+  }
+
+  #prepare(source) {
+    source.isDirect = false;
+    if (this.open?.source === source) this.open = null;
+    this.pieces = [...this.pieces.filter((piece) => piece.source !== source), ...this.#divide(source)].sort((a, b) => a.from - b.from);
     if (this.view) this.seek(this.position);
   }
 
@@ -91,18 +99,22 @@ export class Player extends EventTarget {
   }
 
   async #request(piece) {
-    if (this.making) api.cancel(this.making).catch(() => {});
+    if (!piece.isDraft) this.#giveUp();
     const { clip, offset } = piece.source;
     const trim = { step: "trim", ...(piece.from > offset && { from: typedStart(piece.from - offset) }),
                    ...(piece.to < Infinity && { to: typedEnd(piece.to - offset) }) };
     const steps = [{ step: "compress", preset: clip.size[1] < 480 ? "360p" : "540p" }];
     if (trim.from || trim.to) steps.unshift(trim);
-    const { job } = await api.start({ in: clip.name, out: "shown", steps, codec: "h264", temporary: true });
-    this.making = job;
+    const { job } = await api.start({ in: clip.name, out: "shown", steps, codec: "h264", temporary: true, draft: true });
+    this.making.add(job);
     const state = await api.follow(job, (now) => piece === this.awaited && this.#tellPreparing({ share: now.share }));
-    if (this.making === job) this.making = null;
+    this.making.delete(job);
     if (state.state === "done") piece.url = api.madeUrl(job);
-    else if (state.state === "failed") piece.source.hasFailed = true;
+    else if (state.state === "failed" && !piece.isDraft) piece.source.hasFailed = true;
+  }
+
+  #giveUp() {
+    for (const job of this.making) api.cancel(job).catch(() => {});
   }
 
   /** Puts a piece into the video element, unless another one is wanted meanwhile. */
@@ -155,7 +167,8 @@ export class Player extends EventTarget {
     this.isClosed = true;
     this.pause();
     this.awaited = null;
-    if (this.making) api.cancel(this.making).catch(() => {});
+    this.#giveUp();
+    this.drafts.close();
     this.video.removeAttribute("src");
     this.video.load();
   }
@@ -177,7 +190,7 @@ export class Player extends EventTarget {
     if (segment.source !== this.placed?.source) this.still.removeAttribute("src");
     this.video.style.visibility = this.open?.source === segment.source ? "" : "hidden";
     this.placed = segment;
-    for (const shown of [this.video, this.still]) layPicture(shown, segment, width / this.view.size[0]);
+    for (const shown of [this.video, this.drafts.video, this.still]) layPicture(shown, segment, width / this.view.size[0]);
   }
 
   /** Which of the view's pictures is on screen at a moment. */
@@ -221,14 +234,22 @@ export class Player extends EventTarget {
     if (piece !== this.open) {
       if (!piece.source.isDirect || this.open) this.#showStill(picture);
       if (piece !== this.awaited && !piece.source.hasFailed) this.#enterPiece(piece);
-    } else if (!this.video.seeking) {
+    } else {
       if (this.awaited) this.#tellPreparing(null);
       this.awaited = null;
-      this.video.currentTime = time - piece.from;
-      this.shown = picture;
-      this.nudges = 0;
-      this.#settle();
+      clearTimeout(this.resting);
+      if (this.drafts.show(piece.source, time)) this.resting = setTimeout(() => this.#seekVideo(), rest);
+      else this.#seekVideo();
     }
+  }
+
+  #seekVideo() {
+    const time = this.#middleOf(this.wanted);
+    if (this.video.seeking || this.#pieceAt(time) !== this.open) return;
+    this.video.currentTime = time - this.open.from;
+    this.shown = this.wanted;
+    this.nudges = 0;
+    this.#settle();
   }
 
   /** Notes which picture the browser has put on screen, where it tells. */
@@ -261,6 +282,7 @@ export class Player extends EventTarget {
     } else {
       clearTimeout(this.later);
       this.still.hidden = true;
+      this.drafts.hide();
     }
   }
 
@@ -282,6 +304,7 @@ export class Player extends EventTarget {
     if (this.isPlaying || !this.view || !this.times.length) return;
     if (this.pictureAt(this.position) >= this.boundaries.at.length - 1) this.position = 0;
     this.isPlaying = true;
+    clearTimeout(this.resting);
     this.last = performance.now();
     this.#enter(placeAt(this.view, this.position), true);
     requestAnimationFrame((now) => this.#tick(now));

@@ -20,6 +20,7 @@ ordered_json jsonOf(const PictureFormat& format) {
           {"fullRange", format.isFullRange},
           {"interlaced", format.isInterlaced},
           {"constantRate", format.hasConstantRate},
+          {"longestGroup", format.longestGroup},
           {"missing", format.missingPictures}};
 }
 

@@ -84,6 +84,16 @@ bool PictureTable::hasConstantRate() const {
   return longest - shortest <= 1;
 }
 
+std::size_t PictureTable::longestGroup() const {
+  std::size_t longest = 0;
+  std::size_t start = 0;
+  for (const std::uint32_t next : accessPoints_) {
+    longest = std::max(longest, next - start);
+    start = next;
+  }
+  return std::max(longest, samples_.size() - start);
+}
+
 std::int64_t PictureTable::samplesBeyond(std::int64_t fileSize) const {
   return std::count_if(samples_.begin(), samples_.end(),
                        [fileSize](const Sample& s) { return s.position + s.bytes > fileSize; });

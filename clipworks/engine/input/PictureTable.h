@@ -65,6 +65,8 @@ class PictureTable {
 
   /// Whether pictures follow each other evenly, to a tick: a clock may not divide their rate.
   [[nodiscard]] bool hasConstantRate() const;
+  /// How many samples there are at most from one access point to the next.
+  [[nodiscard]] std::size_t longestGroup() const;
   /// How many samples end beyond `fileSize` bytes.
   [[nodiscard]] std::int64_t samplesBeyond(std::int64_t fileSize) const;
   /// The change of the decoder's parameters that holds at sample `sample`; null for the stream's own.

@@ -185,6 +185,7 @@ std::optional<PictureFormat> FileAssetTrack::pictureFormat() const {
                        color.isFullRange,
                        !facts().progressive,
                        table_->hasConstantRate(),
+                       static_cast<std::int64_t>(table_->longestGroup()),
                        0};
   if (facts().highDynamicRange) {
     format.dynamicRange = facts().isHLG ? PictureFormat::DynamicRange::hlg : PictureFormat::DynamicRange::pq;
