@@ -3,10 +3,15 @@
 
     page_test.py PROGRAM
 
-Chromium, without a window (packages chromium, chromium-driver, python3-selenium).
+Chromium, without a window (packages chromium, chromium-driver, python3-selenium). CLIPWORKS_SERVICES=long in the environment:
+all of it, and pictures of the page in the folder that PICTURES names.
 """
 
+import json
+import math
+import os
 import re
+import statistics
 import tempfile
 import time
 import unittest
@@ -17,15 +22,44 @@ from selenium.webdriver import ActionChains, Keys
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 
-from serving import PATIENCE, Serving, facts_of, make_clip, numbers_in, program_named
+from npm_packages import package
+from serving import LEVEL_STEP, PATIENCE, Serving, facts_of, levels_in, make_bursts, make_clip, make_scene, numbers_in, program_named
 
 PROGRAM = program_named()
+SOUND, SPOKEN = 440, 3000  # Hz: the clips' tone, and the microphone's
+PICTURES = Path(os.environ.get("PICTURES", tempfile.gettempdir()))
+# What the page must be without fault in: its width in pixels, and the scheme of its colours.
+LOOKS = {"": (1360, "light"), "-dark": (1360, "dark"), "-narrow": (500, "light"), "-narrow-dark": (500, "dark")}
+RULES = ["wcag2a", "wcag2aa", "wcag21a", "wcag21aa", "best-practice"]
+FAULTS = """const [rules, done] = arguments;
+    axe.run({ runOnly: rules, resultTypes: ["violations"] }).then(({ violations }) => done(violations.flatMap((rule) =>
+        rule.nodes.map((node) => `${rule.id}: ${node.html}: ${node.failureSummary}`))), (error) => done([String(error)]));"""
+# Notes, of all that the microphone gives: the moment of the clip that is on screen, how loud it is, and when it is told of it.
+LISTEN = """const given = navigator.mediaDevices.getUserMedia.bind(navigator.mediaDevices);
+    window.heard = [];
+    navigator.mediaDevices.getUserMedia = async (wanted) => {
+        const stream = await given(wanted);
+        const reader = new MediaStreamTrackProcessor({ track: stream.getAudioTracks()[0] }).readable.getReader();
+        const note = ({ value, done }) => {
+            if (done) return;
+            const samples = new Float32Array(value.numberOfFrames);
+            value.copyTo(samples, { planeIndex: 0, format: "f32-planar" });
+            heard.push([document.querySelector(".shown video").currentTime, Math.max(...samples),
+                        performance.now() / 1e3 - value.timestamp / 1e6]);
+            value.close();
+            reader.read().then(note);
+        };
+        reader.read().then(note);
+        return stream;
+    };"""
+long = unittest.skipUnless(os.environ.get("CLIPWORKS_SERVICES") == "long", "in the long form")
 
 
-def started_browser():
+def started_browser(spoken):
     options = webdriver.ChromeOptions()
-    for word in ["--headless=new", "--no-sandbox", "--disable-gpu", "--window-size=1360,900", "--mute-audio",
-                 "--use-fake-device-for-media-stream", "--use-fake-ui-for-media-stream"]:
+    for word in ["--headless=new", "--no-sandbox", "--disable-gpu", "--disable-dev-shm-usage", "--mute-audio",
+                 "--use-fake-device-for-media-stream", "--use-fake-ui-for-media-stream",
+                 f"--use-file-for-fake-audio-capture={spoken}"]:
         options.add_argument(word)
     options.binary_location = "/usr/bin/chromium"
     options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
@@ -37,11 +71,13 @@ class PageTest(unittest.TestCase):
     def setUpClass(cls):
         cls.directory = tempfile.TemporaryDirectory()
         cls.folder = Path(cls.directory.name)
+        cls.spoken = tempfile.TemporaryDirectory()
         make_clip(cls.folder / "bars.mp4")
+        make_clip(cls.folder / "talk.mp4", 180)
         make_clip(cls.folder / "hevc.mp4", 60, 30, "-c:v", "libx265", "-x265-params", "log-level=none", "-pix_fmt", "yuv420p10le")
         (cls.folder / "broken.mp4").write_bytes(b"nothing" * 50)
         cls.serving = Serving(PROGRAM, cls.folder)
-        cls.browser = started_browser()
+        cls.browser = started_browser(make_bursts(Path(cls.spoken.name) / "spoken.wav", SPOKEN))
         cls.browser.get(cls.serving.address)
 
     @classmethod
@@ -254,17 +290,44 @@ class PageTest(unittest.TestCase):
         self.click("Apply")
         self.assertEqual(self.steps(), ["Compress to 480p"])
 
-    def test_narration(self):
-        self.open("bars.mp4")
+    def piece(self):
+        kept = self.browser.execute_script("return Object.values(sessionStorage)")
+        return json.loads(kept[0])[0]["step"]["piece"][0]
+
+    @long
+    def test_narration_is_where_it_was_spoken(self):
+        self.open("talk.mp4")
+        self.browser.execute_script(LISTEN)
         self.click("Narrate", ".tool")
         self.click("Record")
-        self.until(lambda: self.shown() > 20, "the clip to play")
+        self.until(lambda: self.shown() > 75, "the clip to play")
         self.click("Stop", ".record")
-        piece = self.one(".piece")
-        self.drag(piece, self.one(".lane").size["width"] / 3)
-        self.until(lambda: abs(float(self.one(".pieces input[type=number]").get_attribute("value")) - 1) < 0.1, "the new start")
+        first = self.until(self.piece, "the piece")["at"]
+        heard = self.browser.execute_script("return heard")
+        soonest = min(late for _, _, late in heard)
+        spoken = [at - (late - soonest) for (_, before, _), (at, now, late) in zip(heard, heard[1:]) if before < 0.1 < now][-2:]
+        volume = statistics.median(now for _, now, _ in heard if now > 0.1)
+
+        self.drag(self.one(".piece"), self.one(".lane").size["width"] / 6)
+        self.until(lambda: abs(self.piece()["at"] - first - 1) < 0.1, "the new start")
+        self.all(".pieces input[type=range]")[0].send_keys(Keys.HOME)
+        for number, key in [(0, Keys.ARROW_RIGHT)] * 4 + [(1, Keys.ARROW_LEFT)] * 10:  # to 20 %, to 50 %
+            self.all(".pieces input[type=range]")[number].send_keys(key)
         self.assertEqual(self.steps(), ["Narrate, 1 piece"])
-        self.assertEqual(numbers_in(self.made()), list(range(90)))
+        moved = self.piece()["at"] - first
+        file = self.made()
+        self.assertEqual(numbers_in(file), list(range(180)))
+        told = levels_in(file, SPOKEN)
+        rises = [i * LEVEL_STEP for i, (before, now) in enumerate(zip(told, told[1:])) if before < volume / 4 <= now]
+        off = [min((rise - moment - moved for rise in rises), key=abs) for moment in spoken]
+        base = sum(levels_in(file, SOUND)) / sum(levels_in(self.folder / "talk.mp4", SOUND))
+        louder = [20 * math.log10(ratio) for ratio in (base / 0.2, max(told) / volume / 0.5)]
+        print(f"narration: off by {[round(1000 * seconds) for seconds in off]} ms, louder by {[round(x, 1) for x in louder]} dB")
+        self.assertEqual(len(spoken), 2)
+        for seconds in off:
+            self.assertAlmostEqual(seconds, 0, delta=0.06)
+        for decibels in louder:
+            self.assertAlmostEqual(decibels, 0, delta=2)
 
     def test_everybody_can_use_it(self):
         self.open("bars.mp4")
