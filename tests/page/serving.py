@@ -129,6 +129,12 @@ def levels_in(path, frequency):
             for at in range(0, len(sound) - count, hop)]
 
 
+def to_palette(picture, place):
+    """A picture in 256 colours, for the docs."""
+    colours = "split[a][b];[a]palettegen=stats_mode=full[p];[b][p]paletteuse=dither=none"
+    subprocess.run(["ffmpeg", "-v", "error", "-y", "-i", str(picture), "-vf", colours, "-frames:v", "1", str(place)], check=True)
+
+
 def facts_of(path):
     """Width, height and length of a clip, by ffprobe."""
     command = ["ffprobe", "-v", "error", "-of", "json", "-show_entries", "stream=width,height,codec_name:format=duration"]
