@@ -116,7 +116,7 @@ export function narrateTool(editor, form) {
   form.append(el("p", {}, t("narrateHint")), el("div", { class: "row" }, recorder), fault);
   if (narration) {
     form.append(el("ul", { class: "pieces" },
-      editor.clip.hasSound && el("li", {}, el("span", {}, t("ownSound")), slider(narration.base, t("ownSound"), (v) => change((n) => (n.base = v)))),
+      editor.clip.hasSound && el("li", {}, el("span", {}, t("ownSound")), slider(narration.base, t("ownVolume"), (v) => change((n) => (n.base = v)))),
       narration.piece.map((piece, i) => el("li", {}, el("span", {}, t("piece", { n: i + 1 })),
         slider(piece.volume, t("pieceVolume", { n: i + 1 }), (v) => change((n) => (n.piece[i].volume = v))),
         el("input", { type: "number", min: "0", step: "0.1", value: Number(piece.at.toFixed(2)), "aria-label": t("pieceStart", { n: i + 1 }),

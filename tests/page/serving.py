@@ -131,7 +131,7 @@ def levels_in(path, frequency):
 
 def to_palette(picture, place):
     """A picture in 256 colours, for the docs."""
-    colours = "split[a][b];[a]palettegen=stats_mode=full[p];[b][p]paletteuse=dither=none"
+    colours = "split[a][b];[a]palettegen=stats_mode=full[p];[b][p]paletteuse=dither=sierra2_4a"
     subprocess.run(["ffmpeg", "-v", "error", "-y", "-i", str(picture), "-vf", colours, "-frames:v", "1", str(place)], check=True)
 
 
