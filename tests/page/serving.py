@@ -5,6 +5,7 @@ import cmath
 import http.client
 import json
 import math
+import operator
 import os
 import signal
 import subprocess
@@ -88,45 +89,34 @@ def numbers_in(path):
 
 def make_scene(path):
     """Six seconds along hills in the evening, in the wind."""
-    width, height = 1440, 540
-    hills = [(248, 68, (150, 128, 160)), (308, 52, (110, 98, 140)), (375, 45, (66, 66, 104)), (450, 34, (30, 34, 58))]
-    tops = [[low - rise * (math.sin(x / 20 / (k + 2) + k * k) / 2 + math.sin(x / 23 / (k + 1) + 5 * k) / 3 + abs(math.sin(x / 73 + k)) / 2)
-             for x in range(width)] for k, (low, rise, _) in enumerate(hills)]
-    pixels = bytearray()
-    for y in range(height):
-        dusk = min(1, y / 322)
-        sky = (70 + 170 * dusk, 110 + 60 * dusk, 190 - 60 * dusk)
-        for x in range(width):
-            near = next((k for k in (3, 2, 1, 0) if y > tops[k][x]), None)
-            if near is not None:
-                pixels += bytes(hills[near][2])
-                continue
-            away = math.hypot(x - 850, y - 176)
-            glow = 1 if away < 34 else 0.75 * math.exp(-away / 112)
-            pixels += bytes(round(far + (sun - far) * glow) for far, sun in zip(sky, (255, 236, 190)))
-    drawn = ["-f", "rawvideo", "-pix_fmt", "rgb24", "-s", f"{width}x{height}", "-i", "-"]
-    wind = ["-f", "lavfi", "-i", "anoisesrc=c=pink:a=0.7:d=6:seed=1,tremolo=f=0.4:d=0.9"]
-    pan = "loop=-1:1,settb=1/30,setpts=N,crop=960:540:80*t:0,format=yuv420p"
-    command = ["ffmpeg", "-v", "error", "-y", *drawn, *wind, "-vf", pan, "-r", "30", "-t", "6", "-c:v", "libx264", "-c:a", "aac", str(path)]
-    subprocess.run(command, input=bytes(pixels), check=True)
+    planes = []
+    for shift, top, low, sun in [(16, 70, 240, 255), (8, 110, 170, 236), (0, 190, 130, 190)]:
+        away = "hypot(X-850,Y-176)"
+        seen = f"lerp(lerp({top},{low},min(1,Y/322)),{sun},if(lt({away},34),1,0.75*exp(-{away}/112)))"
+        for k, (y, rise, colour) in enumerate([(248, 68, 0x967FA0), (308, 52, 0x6E628C), (375, 45, 0x424268), (450, 34, 0x1E223A)]):
+            ridge = f"{y}-{rise}*(sin(X/{20 * k + 40}+{k * k})/2+sin(X/{23 * k + 23}+{5 * k})/3+abs(sin(X/73+{k}))/2)"
+            seen = f"if(gt(Y,{ridge}),{colour >> shift & 255},{seen})"
+        planes.append(f"{'bgr'[shift // 8]}='{seen}'")
+    scene = f"color=s=1440x540:r=30,format=gbrp,trim=end_frame=1,geq={':'.join(planes)},loop=-1:1,setpts=N/30/TB,crop=960:540:80*t:0"
+    wind = "anoisesrc=c=pink:a=0.7:seed=1,tremolo=f=0.4:d=0.9"
+    command = ["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", scene, "-f", "lavfi", "-i", wind, "-t", "6"]
+    subprocess.run([*command, "-c:v", "libx264", "-pix_fmt", "yuv420p", "-c:a", "aac", str(path)], check=True)
 
 
 def make_bursts(path, frequency):
-    """What the microphone gives: a tenth of a second of a tone in each second, at a quarter of full scale."""
+    """A tenth of a second of a tone in each second, at a quarter of full scale."""
     sound = f"aevalsrc=0.25*sin(2*PI*{frequency}*t)*lt(mod(t\\,1)\\,0.1):s=48000:d=60"
-    subprocess.run(["ffmpeg", "-v", "error", "-y", "-f", "lavfi", "-i", sound, str(path)], check=True)
-    return Path(path)
+    subprocess.run(["ffmpeg", "-v", "error", "-f", "lavfi", "-i", sound, str(path)], check=True)
+    return path
 
 
 def levels_in(path, frequency):
     """The amplitude of a tone, of full scale 1, in the 20 ms around each of a clip's moments."""
     command = ["ffmpeg", "-v", "error", "-i", str(path), "-vn", "-af", "aresample=async=1:first_pts=0", "-ac", "1", "-ar", "48000"]
-    sound = array.array("f", subprocess.run([*command, "-f", "f32le", "-"], check=True, capture_output=True).stdout)
-    count, hop = 48 * 20, round(LEVEL_STEP * 48000)
-    sound = array.array("f", bytes(4 * (count // 2))) + sound
-    wave = [cmath.exp(-2j * math.pi * frequency * i / 48000) for i in range(count)]
-    return [2 / count * abs(sum(map(complex.__mul__, wave, map(complex, sound[at:at + count]))))
-            for at in range(0, len(sound) - count, hop)]
+    samples = subprocess.run([*command, "-f", "f32le", "-"], check=True, capture_output=True).stdout
+    sound = array.array("f", bytes(4 * 480) + samples)
+    wave = [cmath.exp(-2j * math.pi * frequency * i / 48000) / 480 for i in range(960)]
+    return [abs(sum(map(operator.mul, wave, sound[at:at + 960]))) for at in range(0, len(sound) - 960, round(48000 * LEVEL_STEP))]
 
 
 def to_palette(picture, place):
