@@ -23,7 +23,8 @@ from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.by import By
 
 from npm_packages import package
-from serving import LEVEL_STEP, PATIENCE, Serving, facts_of, levels_in, make_bursts, make_clip, make_scene, numbers_in, program_named, to_palette
+from serving import (LEVEL_STEP, PATIENCE, Serving, facts_of, levels_in, make_bursts, make_clip, make_scene, numbers_in,
+                     program_named, to_palette)
 
 PROGRAM = program_named()
 SOUND, SPOKEN = 440, 3000  # Hz: the clips' tone, and the microphone's
@@ -35,7 +36,8 @@ FAULTS = """const [rules, done] = arguments;
     const page = document.documentElement;
     axe.run({ runOnly: rules, resultTypes: ["violations"] }).then(({ violations }) => {
         const wide = page.scrollWidth > page.clientWidth ? ["wider than the window"] : [];
-        done([...wide, ...violations.flatMap(({ id, nodes }) => nodes.map((node) => `${id}: ${node.html} ${node.failureSummary}`))]);
+        const told = ({ id, nodes }) => nodes.map((node) => `${id}: ${node.html} ${node.failureSummary}`);
+        done([...wide, ...violations.flatMap(told)]);
     }, (error) => done([String(error)]));"""
 # Notes of all that the microphone gives: the moment of the clip that is on screen, how loud it is, and when this is told.
 LISTEN = """const given = navigator.mediaDevices.getUserMedia.bind(navigator.mediaDevices);
@@ -327,13 +329,14 @@ class PageTest(unittest.TestCase):
         off = [min((rise - moment - moved for rise in rises), key=abs) for moment in spoken]
         base = sum(levels_in(file, SOUND)) / sum(levels_in(talk, SOUND))
         louder = [20 * math.log10(base / 0.2), 20 * math.log10(max(told) / volume / 0.5)]
-        print(f"narration: off by {[round(1000 * seconds) for seconds in off]} ms, louder by {[round(x, 1) for x in louder]} dB")
+        print("narration: seconds off", [round(seconds, 3) for seconds in off], "dB louder", [round(value, 1) for value in louder])
         self.assertEqual(len(spoken), 2)
         self.assertLess(max(map(abs, off)), 0.06)
         self.assertLess(max(map(abs, louder)), 2)
 
     def look(self, width=1360, scheme="light"):
-        for command, values in [("DeviceMetricsOverride", {"width": width, "height": 900, "deviceScaleFactor": 1, "mobile": False}),
+        size = {"width": width, "height": 900, "deviceScaleFactor": 1, "mobile": False}
+        for command, values in [("DeviceMetricsOverride", size),
                                 ("EmulatedMedia", {"features": [{"name": "prefers-color-scheme", "value": scheme}]})]:
             self.browser.execute_cdp_cmd(f"Emulation.set{command}", values)
 
@@ -376,6 +379,8 @@ class PageTest(unittest.TestCase):
         ]:
             for text in clicks:
                 self.click(text, "button, summary")
+            if place == "crop":
+                self.scrub(0.4)
             self.one(there)
             self.judge(place)
         if "CLIPWORKS_WRITE_DOCS" in os.environ:
