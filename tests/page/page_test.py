@@ -3,8 +3,8 @@
 
     page_test.py PROGRAM
 
-Chromium, without a window (packages chromium, chromium-driver, python3-selenium). CLIPWORKS_SERVICES=long in the environment:
-all of it, and pictures of the page in the folder that PICTURES names.
+Chromium, without a window (packages chromium, chromium-driver, python3-selenium). With CLIPWORKS_SERVICES=long in the environment
+all of it, and pictures of the page in the folder PICTURES. CTest sets that, NPM_PACKAGES and PYTHONPATH.
 """
 
 import json

@@ -119,7 +119,7 @@ def levels_in(path, frequency):
     sound = array.array("f", bytes(4 * 480) + samples)
     wave = [cmath.exp(-2j * math.pi * frequency * i / 48000) / 480 for i in range(960)]
     places = range(0, len(sound) - 960, round(48000 * LEVEL_STEP))
-    return [abs(sum(map(operator.mul, wave, sound[at:at + 960]))) for at in places]
+    return [abs(sum(map(operator.mul, wave, sound[at : at + 960]))) for at in places]
 
 
 def to_palette(picture, place):
