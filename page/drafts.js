@@ -14,7 +14,7 @@ export class Drafts {
   /** `make` makes a piece, which gets a URL then, and settles when that is over. */
   constructor(make) {
     this.make = make;
-    this.video = el("video", { playsinline: true, muted: true, preload: "auto", tabindex: "-1", "aria-hidden": "true", hidden: true });
+    this.video = el("video", { playsinline: true, preload: "auto", tabindex: "-1", "aria-hidden": "true", hidden: true });
     this.pieces = [];
     this.open = null;
     this.wanted = null;  // { piece, time }

@@ -6,12 +6,16 @@ import { clock, t } from "./texts.js";
 
 const formats = ["audio/mp4;codecs=opus", "audio/webm;codecs=opus", "audio/ogg;codecs=opus"];
 const mostSeconds = 1800;
+const runUp = 0.1;  // seconds that a clip plays before the recorder starts
+
+const secondsOf = (recording) => (performance.now() - recording.began) / 1000;
+const middleOf = (numbers) => Math.max(0, numbers.sort((a, b) => a - b)[numbers.length >> 1]);
 
 export function narrateTool(editor, form, narration) {
   const { player, steps } = editor;
   let recording = null;
   const fault = el("p", { class: "fault", hidden: true });
-  const recorder = button(t("record"), { class: "record", onclick: () => (recording ? recording.stop() : record()) }, "record");
+  const recorder = button(t("record"), { class: "record", onclick: () => (recording ? stop() : record()) }, "record");
 
   async function record() {
     fault.hidden = true;
@@ -25,31 +29,52 @@ export function narrateTool(editor, form, narration) {
     }
     const mimeType = formats.find((type) => MediaRecorder.isTypeSupported(type));
     const parts = [];
-    const at = player.position;
+    const places = [];
     recording = new MediaRecorder(stream, { mimeType, audioBitsPerSecond: 128_000 });
-    recording.addEventListener("dataavailable", (event) => parts.push(event.data));
-    recording.addEventListener("start", () => {
-      recording.began = performance.now();
-      player.play();
-      count();
-    });
-    recording.addEventListener("stop", () => {
-      const seconds = (performance.now() - recording.began) / 1000;
+    const end = () => {
+      player.removeEventListener("time", follow);
       for (const track of stream.getTracks()) track.stop();
       recording = null;
       player.pause();
       show();
-      keep(new Blob(parts, { type: mimeType.split(";")[0] }), at, seconds);
+    };
+    recording.addEventListener("dataavailable", (event) => parts.push(event.data));
+    recording.addEventListener("stop", () => {
+      const seconds = secondsOf(recording);
+      end();
+      keep(new Blob(parts, { type: mimeType.split(";")[0] }), middleOf(places), seconds);
     });
-    recording.start();
+    player.play();
+    const from = player.position;
+    // What is said belongs to the picture that is seen then, and a clip begins to play unevenly: the recorder starts when the
+    // clip runs, and lies where most of the moments say that both have run.
+    function follow() {
+      if (!player.isPlaying) {
+        if (!recording.began) end();
+      } else if (recording.began) {
+        places.push(player.position - secondsOf(recording));
+      } else if (player.position > from + runUp) {
+        recording.began = performance.now();
+        places.push(player.position);
+        recording.start();
+        count();
+      }
+    }
+    player.addEventListener("time", follow);
     show();
+    follow();
+  }
+
+  function stop() {
+    if (recording.began) recording.stop();
+    else player.pause();
   }
 
   function count() {
     if (!recording) return;
-    const seconds = (performance.now() - recording.began) / 1000;
+    const seconds = secondsOf(recording);
     recorder.lastChild.textContent = t("stopRecording", { time: clock(seconds, 0) });
-    if (seconds > mostSeconds) recording.stop();
+    if (seconds > mostSeconds) stop();
     else setTimeout(count, 200);
   }
 
@@ -73,9 +98,11 @@ export function narrateTool(editor, form, narration) {
 
   const change = (make) => {
     const told = structuredClone(narration);
+    const focused = [...form.querySelectorAll("input")].indexOf(document.activeElement);
     make(told);
     if (told.piece.length) steps.put(told);
     else steps.change((items) => items.filter((item) => item.step.step !== "narrate"));
+    form.querySelectorAll("input")[focused]?.focus();  // the form is a new one
   };
 
   const slider = (value, label, onChange) => {
@@ -88,7 +115,7 @@ export function narrateTool(editor, form, narration) {
   form.append(el("p", {}, t("narrateHint")), el("div", { class: "row" }, recorder), fault);
   if (narration) {
     form.append(el("ul", { class: "pieces" },
-      editor.view.segments.some(({ source }) => source.clip.hasSound) && el("li", {}, el("span", {}, t("ownSound")), slider(narration.base, t("ownSound"), (v) => change((n) => (n.base = v)))),
+      editor.view.segments.some(({ source }) => source.clip.hasSound) && el("li", {}, el("span", {}, t("ownSound")), slider(narration.base, t("ownVolume"), (v) => change((n) => (n.base = v)))),
       narration.piece.map((piece, i) => el("li", {}, el("span", {}, t("piece", { n: i + 1 })),
         slider(piece.volume, t("pieceVolume", { n: i + 1 }), (v) => change((n) => (n.piece[i].volume = v))),
         el("input", { type: "number", min: "0", step: "0.1", value: Number(piece.at.toFixed(2)), "aria-label": t("pieceStart", { n: i + 1 }),
@@ -97,7 +124,7 @@ export function narrateTool(editor, form, narration) {
   }
   const sounds = hear(editor, narration);
   return () => {
-    if (recording) recording.stop();
+    if (recording) stop();
     sounds();
   };
 }

@@ -2,11 +2,11 @@
 
 import json
 import os
-import subprocess
 import sys
 import tempfile
 from pathlib import Path
 
+from npm_packages import package
 from services import IS_LONG, ServiceTest, free_port, is_listening, needs, until
 
 needs("npm", "node", "boto3", "fsspec", "xxhash")
@@ -17,11 +17,8 @@ from clipworks import batch
 
 LOGIN = {"key": "S3RVER", "secret": "S3RVER"}  # what it lets in
 os.environ["AWS_MAX_ATTEMPTS"] = "1"
-# Installed once for the build tree, from npm's registry.
-SERVICES = os.environ["SERVICES"]
-S3RVER = Path(SERVICES, "node_modules/s3rver/bin/s3rver.js")
-install = ["npm", "install", "--no-audit", "--no-fund", "--ignore-scripts", "--prefix", SERVICES, "s3rver@3.7.1"]
-if not S3RVER.exists() and subprocess.run(install, timeout=120).returncode != 0:
+S3RVER = package("s3rver", "3.7.1")
+if not S3RVER:
     print("skipped: s3rver is not installed, and npm's registry does not give it")
     sys.exit(77)
 
@@ -31,7 +28,7 @@ class S3(ServiceTest):
         super().setUp()
         port = free_port()
         place = ["--directory", self.folder / "s3", "--address", "127.0.0.1", "--port", port]
-        self.start("node", S3RVER, *place, "--configure-bucket", "clips")
+        self.start("node", S3RVER / "bin/s3rver.js", *place, "--configure-bucket", "clips")
         until(lambda: is_listening(port), "s3rver does not start")
         service = {"endpoint_url": f"http://127.0.0.1:{port}"}
         login = {"aws_access_key_id": LOGIN["key"], "aws_secret_access_key": LOGIN["secret"]}
