@@ -36,6 +36,8 @@ export const madeUrl = (job) => `/media/made?${new URLSearchParams({ job })}`;
 export const pictureUrl = (clip, at, size = "small") =>
   `/media/picture?${new URLSearchParams({ ...ofClip(clip), at: Math.max(0, at).toFixed(6), size })}`;
 
+export const draftPictureUrl = (job, at) => `/media/picture?${new URLSearchParams({ job, at: at.toFixed(6) })}`;
+
 export const sendRecording = (blob) => answerOf(fetch("/api/recording", {
   method: "POST", headers: { "Content-Type": blob.type }, body: blob,
 }));

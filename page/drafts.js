@@ -11,9 +11,10 @@ export const isSlow = (facts) =>
   facts.tracks.find((track) => track.type === "video")?.pictures?.longestGroup > longestQuickGroup;
 
 export class Drafts {
-  /** `make` makes a piece, which gets a URL then, and settles when that is over. */
-  constructor(make) {
+  /** `make` makes a piece, which gets a URL then, and settles when that is over; `onMade` is told so. */
+  constructor(make, onMade) {
     this.make = make;
+    this.onMade = onMade;
     this.video = el("video", { playsinline: true, preload: "auto", tabindex: "-1", "aria-hidden": "true", hidden: true });
     this.pieces = [];
     this.open = null;
@@ -28,10 +29,14 @@ export class Drafts {
     this.#makeNext();
   }
 
+  pieceAt(source, time) {
+    return this.pieces.findLast((piece) => piece.source === source && piece.from <= time + 1e-6);
+  }
+
   /** Shows what a source has at a time, as soon as can be; whether it will. */
   show(source, time) {
     this.near = time;
-    const piece = this.pieces.findLast((other) => other.source === source && other.from <= time + 1e-6);
+    const piece = this.pieceAt(source, time);
     if (!piece?.url) {
       this.hide();
       return false;
@@ -75,12 +80,11 @@ export class Drafts {
     if (this.isMaking) return;
     this.isMaking = true;
     const distance = ({ from, to }) => Math.max(from - this.near, this.near - to, 0);
-    for (let count = 0; count < mostPieces && !this.isClosed; ++count) {
-      const missing = this.pieces.filter((piece) => !piece.url && !piece.hasFailed);
-      if (!missing.length) break;
+    for (let missing; (missing = this.pieces.filter((piece) => !piece.url && !piece.isLeft)).length && !this.isClosed;) {
       const piece = missing.reduce((best, other) => (distance(other) < distance(best) ? other : best));
-      await this.make(piece).catch(() => {});
-      piece.hasFailed = !piece.url;
+      if (this.pieces.length - missing.length < mostPieces) await this.make(piece).catch(() => {});
+      piece.isLeft = !piece.url;
+      this.onMade();
     }
     this.isMaking = false;
   }

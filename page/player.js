@@ -34,7 +34,7 @@ export class Player extends EventTarget {
   constructor() {
     super();
     this.video = el("video", { playsinline: true, preload: "auto", tabindex: "-1", "aria-hidden": "true" });
-    this.drafts = new Drafts((piece) => this.#make(piece));
+    this.drafts = new Drafts((piece) => this.#make(piece), () => this.dispatchEvent(new Event("drafts")));
     this.still = el("img", { alt: "", hidden: true });
     this.frame = el("div", { class: "frame" }, el("div", { class: "shown" }, this.video, this.drafts.video, this.still));
     this.position = 0;
@@ -109,7 +109,7 @@ export class Player extends EventTarget {
     this.making.add(job);
     const state = await api.follow(job, (now) => piece === this.awaited && this.#tellPreparing({ share: now.share }));
     this.making.delete(job);
-    if (state.state === "done") piece.url = api.madeUrl(job);
+    if (state.state === "done") Object.assign(piece, { job, url: api.madeUrl(job) });
     else if (state.state === "failed" && !piece.isDraft) piece.source.hasFailed = true;
   }
 
@@ -161,6 +161,14 @@ export class Player extends EventTarget {
   pictureUrl(picture, size) {
     const { clip, offset } = this.#sourceOf(picture);
     return api.pictureUrl(clip, this.times[picture] - offset, size);
+  }
+
+  /** A small one: of a draft, where one is made, and null until it is there. */
+  smallUrl(picture) {
+    const source = this.#sourceOf(picture);
+    const draft = this.drafts.pieceAt(source, this.#middleOf(picture));
+    if (!draft || draft.isLeft) return this.pictureUrl(picture);
+    return draft.url ? api.draftPictureUrl(draft.job, this.#middleOf(picture) - draft.from) : null;
   }
 
   close() {

@@ -31,6 +31,7 @@ export class Timeline extends EventTarget {
       return (moved) => this.#moveEnd(i, this.momentAt(moved.clientX - grip));
     }));
     player.addEventListener("time", () => this.#placeHead());
+    player.addEventListener("drafts", () => this.#fillStrip());
     new ResizeObserver(() => this.draw()).observe(this.body);
     matchMedia("(prefers-color-scheme: dark)").addEventListener("change", () => this.#drawWave());
   }
@@ -123,14 +124,24 @@ export class Timeline extends EventTarget {
     const count = Math.max(2, Math.ceil(width / cellWidth));
     const scale = Math.max(stripHeight / h, width / count / w);
     const { at, picture } = this.player.boundaries;
+    this.waiting = [];
     const cells = Array.from({ length: count }, (_, i) => {
       const moment = ((i + 0.5) / count) * this.length;
       const image = el("img", { alt: "", draggable: "false" });
-      if (at.length) loadPicture(image, this.player.pictureUrl(picture[this.player.pictureAt(moment)]));
+      if (at.length) this.waiting.push({ image, picture: picture[this.player.pictureAt(moment)] });
       layPicture(image, placeAt(this.view, moment).segment, scale);
       return el("div", {}, image);
     });
     this.strip.replaceChildren(...cells);
+    this.#fillStrip();
+  }
+
+  #fillStrip() {
+    this.waiting = this.waiting?.filter(({ image, picture }) => {
+      const url = this.player.smallUrl(picture);
+      if (url) loadPicture(image, url);
+      return !url;
+    });
   }
 
   #drawWave() {

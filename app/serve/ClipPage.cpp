@@ -212,7 +212,8 @@ HttpAnswer ClipPage::peaks(const HttpRequest& request) {
 
 /// The picture at a time, small or as it is. Kept by the browser, not here.
 HttpAnswer ClipPage::picture(const HttpRequest& request) {
-  const auto file = source(request.parameter("name"));
+  const std::string job = request.parameter("job");
+  const auto file = job.empty() ? source(request.parameter("name")) : result(job);
   const std::string at = request.parameter("at");
   if (!file || !isSeconds(at)) return notThere();
   const fs::path place = temp_ / fmt::format("picture-{}.jpg", ++files_);
@@ -249,11 +250,15 @@ std::optional<JobLane::Job> ClipPage::jobNumbered(const std::string& number) con
   return job ? job : previews_.find(std::stoull(number));
 }
 
+/// What a job made.
+std::optional<fs::path> ClipPage::result(const std::string& number) const {
+  const auto job = jobNumbered(number);
+  if (!job || job->state != JobLane::State::done) return std::nullopt;
+  return job->recipe.empty() ? folder_.find(job->path.filename().native()) : job->path;
+}
+
 HttpAnswer ClipPage::made(const HttpRequest& request) {
-  const auto job = jobNumbered(request.parameter("job"));
-  if (!job || job->state != JobLane::State::done) return notThere();
-  if (!job->recipe.empty()) return fileAnswer(job->path);
-  const auto file = folder_.find(job->path.filename().native());
+  const auto file = result(request.parameter("job"));
   return file ? fileAnswer(*file) : notThere();
 }
 

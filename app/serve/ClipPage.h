@@ -55,6 +55,7 @@ class ClipPage final : public HttpSite {
 
   [[nodiscard]] HttpAnswer told(Worker& worker, const std::string& name, const std::vector<std::string>& words);
   [[nodiscard]] std::optional<std::filesystem::path> source(const std::string& name) const;
+  [[nodiscard]] std::optional<std::filesystem::path> result(const std::string& number) const;
   [[nodiscard]] std::optional<JobLane::Job> jobNumbered(const std::string& number) const;
   [[nodiscard]] std::vector<std::string> command(const PageJob& job) const;
   [[nodiscard]] Worker& looker() { return lookers_[turn_++ % lookers_.size()]; }
