@@ -1,5 +1,5 @@
-// Pictures at once while somebody scrubs a clip whose own take long to come: a small version, of which every twelfth picture can
-// be gone to, made ten seconds at a time around where somebody looks. It lies over the video until that has the picture itself.
+// Pictures at once while somebody scrubs: a small version, of which every twelfth picture can be gone to, made ten seconds at a
+// time, the nearest first. It lies over the video until that has the picture itself.
 
 import { el } from "./dom.js";
 

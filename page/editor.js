@@ -58,8 +58,13 @@ export class Editor {
     const { times } = has("video") ? await api.timesOf(clip) : { times: [] };
     Object.assign(clip, { seconds: facts.seconds, size: facts.size, hasSound: has("audio") });
     const source = this.player.add(clip, facts, times.map(([value, scale]) => value / scale));
-    if (clip.hasSound) api.peaksOf(clip, peakCount).then((told) => this.timeline.showPeaks(source, told.peaks), () => {});
+    if (clip.hasSound) this.#hear(source);
     return source;
+  }
+
+  async #hear(source) {
+    await this.player.first;
+    await api.peaksOf(source.clip, peakCount).then((told) => this.timeline.showPeaks(source, told.peaks), () => {});
   }
 
   close() {

@@ -36,7 +36,12 @@ export class Player extends EventTarget {
     this.video = el("video", { playsinline: true, preload: "auto", tabindex: "-1", "aria-hidden": "true" });
     this.drafts = new Drafts((piece) => this.#make(piece), () => this.dispatchEvent(new Event("drafts")));
     this.still = el("img", { alt: "", hidden: true });
-    this.frame = el("div", { class: "frame" }, el("div", { class: "shown" }, this.video, this.drafts.video, this.still));
+    this.frame = el("div", { class: "frame" }, el("div", { class: "shown" }, this.video, this.still, this.drafts.video));
+    /** Fulfilled once there is something to see: all that takes time waits for that. */
+    this.first = new Promise((done) => {
+      for (const [shown, event] of [[this.video, "loadeddata"], [this.still, "load"], [this.still, "error"], [this, "nothing"]])
+        shown.addEventListener(event, done, { once: true });
+    });
     this.position = 0;
     this.isPlaying = false;
     this.sources = [];
@@ -60,6 +65,7 @@ export class Player extends EventTarget {
     const source = { clip, facts, offset, first: this.times.length, count: times.length, isDirect: isPlayable(facts), peaks: [] };
     this.sources.push(source);
     this.times = this.times.concat(times.map((time) => offset + time));
+    if (!times.length) this.dispatchEvent(new Event("nothing"));
     if (!source.isDirect) this.#prepare(source);
     else this.pieces.push({ source, from: offset, to: Infinity, url: api.clipUrl(clip) });
     if (source.isDirect && isSlow(facts)) this.drafts.add(this.#divide(source).map((piece) => ({ ...piece, isDraft: true })));
@@ -84,7 +90,9 @@ export class Player extends EventTarget {
   #prepare(source) {
     source.isDirect = false;
     if (this.open?.source === source) this.open = null;
-    this.pieces = [...this.pieces.filter((piece) => piece.source !== source), ...this.#divide(source)].sort((a, b) => a.from - b.from);
+    const pieces = this.#divide(source);
+    this.pieces = [...this.pieces.filter((piece) => piece.source !== source), ...pieces].sort((a, b) => a.from - b.from);
+    if (source.count) this.drafts.add(pieces);
     if (this.view) this.seek(this.position);
   }
 
@@ -99,7 +107,8 @@ export class Player extends EventTarget {
   }
 
   async #request(piece) {
-    if (!piece.isDraft) this.#giveUp();
+    await this.first;
+    if (piece === this.awaited) this.#giveUp();
     const { clip, offset } = piece.source;
     const trim = { step: "trim", ...(piece.from > offset && { from: typedStart(piece.from - offset) }),
                    ...(piece.to < Infinity && { to: typedEnd(piece.to - offset) }) };
@@ -163,12 +172,13 @@ export class Player extends EventTarget {
     return api.pictureUrl(clip, this.times[picture] - offset, size);
   }
 
-  /** A small one: of a draft, where one is made, and null until it is there. */
+  /** A small one: of the draft, where there is one; null while that is better waited for. */
   smallUrl(picture) {
     const source = this.#sourceOf(picture);
-    const draft = this.drafts.pieceAt(source, this.#middleOf(picture));
-    if (!draft || draft.isLeft) return this.pictureUrl(picture);
-    return draft.url ? api.draftPictureUrl(draft.job, this.#middleOf(picture) - draft.from) : null;
+    const time = this.#middleOf(picture);
+    const draft = this.drafts.pieceAt(source, time);
+    if (draft?.url) return api.draftPictureUrl(draft.job, time - draft.from);
+    return draft && !draft.isLeft && isSlow(source.facts) ? null : this.pictureUrl(picture);
   }
 
   close() {
@@ -239,14 +249,15 @@ export class Player extends EventTarget {
     this.wanted = picture;
     const time = this.#middleOf(picture);
     const piece = this.#pieceAt(time);
+    const isDrafted = this.drafts.show(piece.source, time);
+    clearTimeout(this.resting);
     if (piece !== this.open) {
-      if (!piece.source.isDirect || this.open) this.#showStill(picture);
+      if (!isDrafted && (!piece.source.isDirect || this.open)) this.#showStill(picture);
       if (piece !== this.awaited && !piece.source.hasFailed) this.#enterPiece(piece);
     } else {
       if (this.awaited) this.#tellPreparing(null);
       this.awaited = null;
-      clearTimeout(this.resting);
-      if (this.drafts.show(piece.source, time)) this.resting = setTimeout(() => this.#seekVideo(), rest);
+      if (isDrafted) this.resting = setTimeout(() => this.#seekVideo(), rest);
       else this.#seekVideo();
     }
   }
@@ -296,11 +307,13 @@ export class Player extends EventTarget {
 
   #showStill(picture) {
     clearTimeout(this.later);
-    this.later = setTimeout(() => {
-      if (!this.times.length) return;
-      this.still.src = this.pictureUrl(picture, "full");
+    if (!this.times.length) return;
+    const show = () => {
+      this.still.src = this.pictureUrl(picture, this.#sourceOf(picture).clip.size[1] > 720 ? "large" : "full");
       this.still.hidden = false;
-    }, this.still.hidden ? 0 : 80);
+    };
+    if (this.still.hidden) show();
+    else this.later = setTimeout(show, 80);
   }
 
   toggle() {

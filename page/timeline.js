@@ -133,7 +133,7 @@ export class Timeline extends EventTarget {
       return el("div", {}, image);
     });
     this.strip.replaceChildren(...cells);
-    this.#fillStrip();
+    this.player.first.then(() => this.#fillStrip());
   }
 
   #fillStrip() {

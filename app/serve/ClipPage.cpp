@@ -210,7 +210,7 @@ HttpAnswer ClipPage::peaks(const HttpRequest& request) {
   return told(listener_, request.parameter("name"), {"--peaks", count});
 }
 
-/// The picture at a time, small or as it is. Kept by the browser, not here.
+/// The picture at a time, small, as large as a page shows it, or as it is. Kept by the browser, not here.
 HttpAnswer ClipPage::picture(const HttpRequest& request) {
   const std::string job = request.parameter("job");
   const auto file = job.empty() ? source(request.parameter("name")) : result(job);
@@ -218,7 +218,9 @@ HttpAnswer ClipPage::picture(const HttpRequest& request) {
   if (!file || !isSeconds(at)) return notThere();
   const fs::path place = temp_ / fmt::format("picture-{}.jpg", ++files_);
   std::vector<std::string> words{"frame", file->native()};
-  if (request.parameter("size") != "full") words = {"compress", file->native(), "--preset", "144p", "then", "frame"};
+  const std::string size = request.parameter("size");
+  const std::string preset = size == "large" ? "720p" : "144p";
+  if (size != "full") words = {"compress", file->native(), "--preset", preset, "then", "frame"};
   words.insert(words.end(), {"--at", at, "-o", place.native()});
   const auto made = looker().run(words, {}, stop_.get_token());
   if (!made) return refused(422, made.error().sentence);

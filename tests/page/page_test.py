@@ -200,6 +200,18 @@ class PageTest(unittest.TestCase):
         self.until(lambda: self.shown() > 5, "playing")
         self.until(lambda: self.one(".play").get_attribute("aria-label") == "Play" and self.shown() == 89, "the end")
 
+    @long
+    def test_drafts_show_the_right_pictures(self):
+        make_clip(self.folder / "groups.mp4", 600, 30, "-c:v", "libx264", "-pix_fmt", "yuv420p", "-g", "600", "-sc_threshold", "0")
+        self.open("groups.mp4")
+        # The video that they stand in for never gets there.
+        self.browser.execute_script("Object.defineProperty(document.querySelector('.shown video'), 'currentTime', { set() {}, get: () => 0 })")
+        for share in [0.2, 0.9, 0.51, 0.49]:  # in two pieces
+            self.scrub(share)
+            number = int(re.search(r"Picture (\d+)", self.one(".time").text)[1])
+            self.assertAlmostEqual(number, 600 * share, delta=3)
+            self.until(lambda: self.shown() == number or self.press(Keys.ARROW_LEFT, Keys.ARROW_RIGHT), f"picture {number} on screen")
+
     def test_a_chain_by_hand(self):
         self.open("bars.mp4")
         body = self.one(".timeline .body")
