@@ -2,6 +2,7 @@
 
 #include <clipworks/engine/Handles.h>
 #include <clipworks/engine/LibraryErrors.h>
+#include <clipworks/engine/input/KnownFormats.h>
 
 namespace clipworks {
 namespace {
@@ -26,6 +27,7 @@ void open(const AVCodec* codec) {
 
 void buildCodecTables() {
   engine::prepareLibraries();
+  (void)engine::knownDecoders();
   for (const AVCodecID id : decoded) open(avcodec_find_decoder(id));
   open(avcodec_find_encoder(AV_CODEC_ID_AAC));
 }
