@@ -19,7 +19,7 @@ struct PictureFormat {
   std::string matrix = "unknown";
   bool isFullRange = false;
   bool isInterlaced = false;
-  bool hasConstantRate = true;  ///< pictures follow each other evenly, but for the clock's own steps
+  bool hasConstantRate = true;    ///< pictures follow each other evenly, but for the clock's own steps
   std::int64_t longestGroup = 0;  ///< pictures, at most, from one that can be decoded by itself to the next
   std::int64_t missingPictures =
       0;  ///< whose place in the file lies beyond its end: it was cut off, or its index is damaged
