@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -41,6 +42,11 @@ std::int64_t usableMemory(const fs::path& root) {
   const auto available = numberIn(root / "proc/meminfo", "MemAvailable:");
   if (!available) return static_cast<std::int64_t>(left.value_or(0));
   return static_cast<std::int64_t>(std::min(*available * kibibyte, left.value_or(*available * kibibyte)));
+}
+
+bool hasMemory(std::size_t bytes) {
+  const std::unique_ptr<void, decltype(&std::free)> memory(std::malloc(bytes), &std::free);
+  return memory != nullptr;
 }
 
 }  // namespace clipworks::engine

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 
@@ -12,5 +13,8 @@ namespace clipworks::engine {
 /// (Linux, Documentation/admin-guide/cgroup-v2.rst and cgroup-v1/memory.rst). `root` holds `proc` and `sys`. 0 where
 /// nothing is told. Any thread.
 [[nodiscard]] std::int64_t usableMemory(const std::filesystem::path& root = "/");
+
+/// Whether so many bytes could be had at once now; they are given back. Any thread.
+[[nodiscard]] bool hasMemory(std::size_t bytes);
 
 }  // namespace clipworks::engine

@@ -46,25 +46,30 @@ TEST(BadFile, IsRefusedWithASentence) {
   fs::copy_file(BarCodeClip({.outputArguments = {"-movflags", "+faststart"}}).path(), in.file("cut.mp4"));
   fs::resize_file(in.file("cut.mp4"), 500);  // within its index, which comes first
   const std::string clip = plainClip();
+  std::ifstream whole(clip, std::ios::binary);
+  std::string claims{std::istreambuf_iterator<char>(whole), {}};
+  claims.replace(claims.find("stss") + 8, 4, std::string("\x20\0\0\0", 4));  // so many access points
+  std::ofstream(in.file("claims.mp4"), std::ios::binary) << claims;
   const std::string tone = soundAlone();
   const std::string flat = BarCodeClip({.width = 64, .height = 8, .frames = 2, .audioCodec = ""}).path();
-  expectRefusals(1,
-                 {{{"loop", in.file("none.mp4"), "--count", "3"}, "none.mp4 cannot be opened"},
-                  {{"loop", in.path(), "--count", "3"}, "is a directory"},
-                  {{"loop", in.file("empty.mp4"), "--count", "3"}, "empty.mp4 is empty"},
-                  {{"loop", in.file("text.mp4"), "--count", "3"}, "text.mp4 is not readable"},
-                  {{"loop", in.file("cut.mp4"), "--count", "3"}, "cut.mp4"},
-                  {{"loop", silentClip(), "--count", "3"}, "has no sound track; looping needs one"},
-                  {{"loop", tone, "--count", "3"}, "has no video track; looping needs one"},
-                  {{"reverse", silentClip()}, "has no sound track; reversing needs one, unless --video-only"},
-                  {{"reverse", tone}, "has no video track; reversing needs one, unless --audio-only"},
-                  {{"speed", silentClip(), "--from", "0", "--to", "1", "--ratio", "2"}, "has no sound track"},
-                  {{"narrate", clip, "--piece", silentClip() + "@1"}, "has no sound track"},
-                  {{"narrate", silentClip(), "--piece", tone + "@0"}, "has no sound track; narration needs one"},
-                  {{"narrate", tone, "--piece", tone + "@0"}, "has no video track; narration needs one"},
-                  {{"frame", tone, "--at", "0"}, "has no video track; taking a picture needs one"},
-                  {{"frame", flat, "--at", "0", "--format", "heic"}, "too small for HEIC"},
-                  {{"record", "--at", "0", "--for", "1"}, "nothing can be recorded: no microphone can be opened: "}});
+  expectRefusals(
+      1, {{{"loop", in.file("none.mp4"), "--count", "3"}, "none.mp4 cannot be opened"},
+          {{"loop", in.path(), "--count", "3"}, "is a directory"},
+          {{"loop", in.file("empty.mp4"), "--count", "3"}, "empty.mp4 is empty"},
+          {{"loop", in.file("text.mp4"), "--count", "3"}, "text.mp4 is not readable"},
+          {{"loop", in.file("cut.mp4"), "--count", "3"}, "cut.mp4"},
+          {{"loop", in.file("claims.mp4"), "--count", "3"}, "claims more memory than a file of its size can need"},
+          {{"loop", silentClip(), "--count", "3"}, "has no sound track; looping needs one"},
+          {{"loop", tone, "--count", "3"}, "has no video track; looping needs one"},
+          {{"reverse", silentClip()}, "has no sound track; reversing needs one, unless --video-only"},
+          {{"reverse", tone}, "has no video track; reversing needs one, unless --audio-only"},
+          {{"speed", silentClip(), "--from", "0", "--to", "1", "--ratio", "2"}, "has no sound track"},
+          {{"narrate", clip, "--piece", silentClip() + "@1"}, "has no sound track"},
+          {{"narrate", silentClip(), "--piece", tone + "@0"}, "has no sound track; narration needs one"},
+          {{"narrate", tone, "--piece", tone + "@0"}, "has no video track; narration needs one"},
+          {{"frame", tone, "--at", "0"}, "has no video track; taking a picture needs one"},
+          {{"frame", flat, "--at", "0", "--format", "heic"}, "too small for HEIC"},
+          {{"record", "--at", "0", "--for", "1"}, "nothing can be recorded: no microphone can be opened: "}});
 }
 
 TEST(BadFile, BeyondALimitEndsWithAnExitCodeOfItsOwn) {

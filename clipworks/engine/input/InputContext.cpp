@@ -1,10 +1,13 @@
 #include <clipworks/engine/input/InputContext.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 #include <clipworks/engine/LibraryErrors.h>
+#include <clipworks/engine/Limits.h>
+#include <clipworks/engine/Memory.h>
 #include <clipworks/engine/input/KnownFormats.h>
 
 namespace clipworks::engine {
@@ -13,6 +16,17 @@ namespace {
 constexpr int ioBufferBytes = 256 * 1024;
 
 int refuseNestedFile(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**) { return AVERROR(EACCES); }
+
+/// A file that claims to need more memory than any of its size does is damaged, however much there is.
+Error openingError(int code, const std::string& name, std::int64_t fileBytes) {
+  const std::string what = name + " is not readable media";
+  constexpr std::size_t least = 64 << 20;
+  constexpr std::size_t perByte = 16;
+  const auto enough = std::min(least + perByte * static_cast<std::size_t>(fileBytes), limits::maxAllocation);
+  if (code == AVERROR(ENOMEM) && hasMemory(enough))
+    return Error{ErrorKind::damaged, what + ": it claims more memory than a file of its size can need", 0};
+  return libraryError(code, what);
+}
 
 }  // namespace
 
@@ -81,7 +95,7 @@ Expected<InputContext> InputContext::open(std::shared_ptr<const FileHandle> file
   av_dict_set(&options, "protocol_whitelist", "none", 0);
   const int opened = avformat_open_input(&context, nullptr, nullptr, &options);  // frees the context when it fails
   av_dict_free(&options);
-  if (opened < 0) return tl::make_unexpected(libraryError(opened, name + " is not readable media"));
+  if (opened < 0) return tl::make_unexpected(openingError(opened, name, input.bytes_->file->size()));
   input.context_.reset(context);
   return input;
 }

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include <clipworks/engine/LibraryErrors.h>
+#include <clipworks/engine/Memory.h>
 #include <clipworks/engine/Processors.h>
 #include <clipworks/engine/Thread.h>
 
@@ -154,18 +155,17 @@ void applyOptions(const VideoEncoderSettings& settings, const std::optional<Stil
 }
 
 /// Whether an encoder that fails, and does not say why, would have the memory that it holds.
-bool hasMemory(int width, int height) {
+bool hasMemoryFor(int width, int height) {
   constexpr int mostSide = 16'384;  // beyond, that is not the reason
   constexpr std::size_t pictures = 60;
   constexpr std::size_t stacks = 64 << 20;  // of its threads, 8 MiB each by default
   if (std::max(width, height) > mostSide) return true;
   const auto pixels = static_cast<std::size_t>(width) * static_cast<std::size_t>(height);
-  const std::unique_ptr<void, decltype(&std::free)> memory(std::malloc(stacks + pictures * pixels * 3 / 2), &std::free);
-  return memory != nullptr;
+  return hasMemory(stacks + pictures * pixels * 3 / 2);
 }
 
 Error encodingError(int code, const std::string& what, const AVCodecContext& context) {
-  const ErrorKind kind = hasMemory(context.width, context.height) ? ErrorKind::internal : ErrorKind::outOfMemory;
+  const ErrorKind kind = hasMemoryFor(context.width, context.height) ? ErrorKind::internal : ErrorKind::outOfMemory;
   return libraryError(code, what, kind);
 }
 
@@ -207,7 +207,7 @@ Expected<VideoEncoder> VideoEncoder::open(const VideoEncoderSettings& asked) {
   if (!start) return tl::make_unexpected(start.error());
   if (const int code = avcodec_open2(context.get(), codec, nullptr); code < 0) {
     const std::string size = std::to_string(settings.width) + " × " + std::to_string(settings.height) + " pictures";
-    if (!hasMemory(settings.width, settings.height))
+    if (!hasMemoryFor(settings.width, settings.height))
       return failed(ErrorKind::outOfMemory, "there is no memory for encoding " + size);
     return tl::make_unexpected(
         libraryError(code, "the encoder " + name + " does not take " + size, ErrorKind::noEncoder));
