@@ -34,7 +34,8 @@ struct Job {
 
 /// Starts this process again, with what the system's libraries read when a process starts: memory then comes from one
 /// heap, which keeps what it has and is made of huge pages, and every symbol is bound before jobs are copied from here.
-/// A small job otherwise waits for the kernel half of its time. Where that cannot be, all goes on as it is.
+/// Small jobs spend most of their time in the kernel, and save some of that so. Where that cannot be, all goes on as it
+/// is.
 void startAgainForSmallJobs() {
   constexpr const char* memory =
       "glibc.malloc.hugetlb=1:glibc.malloc.arena_max=1:glibc.malloc.mmap_threshold=268435456:"

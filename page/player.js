@@ -66,9 +66,12 @@ export class Player extends EventTarget {
     this.sources.push(source);
     this.times = this.times.concat(times.map((time) => offset + time));
     if (!times.length) this.dispatchEvent(new Event("nothing"));
-    if (!source.isDirect) this.#prepare(source);
-    else this.pieces.push({ source, from: offset, to: Infinity, url: api.clipUrl(clip) });
-    if (source.isDirect && isSlow(facts)) this.drafts.add(this.#divide(source).map((piece) => ({ ...piece, isDraft: true })));
+    if (source.isDirect) {
+      this.pieces.push({ source, from: offset, to: Infinity, url: api.clipUrl(clip) });
+      if (isSlow(facts)) this.drafts.add(this.#divide(source).map((piece) => ({ ...piece, isDraft: true })));
+    } else {
+      this.#prepare(source);
+    }
     return source;
   }
 
